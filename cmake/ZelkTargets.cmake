@@ -1,0 +1,54 @@
+# How this project's targets are made: one function a kind of target, so that warnings, sanitizers and
+# include paths are stated once.
+
+add_library(zelk_options INTERFACE)
+target_compile_options(zelk_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  # Single precision must give the same digits on every build: no fused multiply-add behind our back.
+  -ffp-contract=off)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(zelk_options INTERFACE -Wthread-safety)
+endif()
+if(ZELK_SANITIZE)
+  target_compile_options(zelk_options INTERFACE
+    -fsanitize=${ZELK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(zelk_options INTERFACE -fsanitize=${ZELK_SANITIZE})
+endif()
+
+# zelk_add_layer(NAME LOWER [LIBRARIES...]): the folder src/NAME as the static library zelk_NAME over the layer zelk_LOWER
+# (empty for the lowest), with the outside libraries that only this layer may use.
+# Sources are found by their place; an operating system's own are in its folder (linux/, windows/).
+function(zelk_add_layer name lower)
+  string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp
+       ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system}/*.cpp)
+  list(FILTER sources EXCLUDE REGEX "/api/exports\\.cpp$")
+  if(sources)
+    add_library(zelk_${name} STATIC ${sources})
+    target_link_libraries(zelk_${name} PRIVATE zelk_options ${ARGN})
+    set(scope PUBLIC)
+  else()
+    add_library(zelk_${name} INTERFACE)
+    set(scope INTERFACE)
+  endif()
+  target_include_directories(zelk_${name} ${scope} ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/include)
+  if(lower)
+    target_link_libraries(zelk_${name} ${scope} zelk_${lower})
+  endif()
+endfunction()
+
+# zelk_add_tests(TARGET DIRECTORY LIBRARIES...): every *_test.cpp of a directory in one GoogleTest program. Each test
+# case runs as a ctest of its own, inside a private network namespace of its own.
+function(zelk_add_tests target directory)
+  file(GLOB sources CONFIGURE_DEPENDS ${directory}/*_test.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${target} ${sources})
+  target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${directory})
+  target_link_libraries(${target} PRIVATE zelk_options ${ARGN} GTest::gmock GTest::gtest_main)
+  if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/scripts/netns)
+  endif()
+  gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()

@@ -1,0 +1,1 @@
+extern "C" int zelkPlaceholder() { return 0; }
