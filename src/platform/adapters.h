@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace zelk {
+
+// The first IPv4 address of a network adapter and its mask, both in network order.
+struct SAdapter {
+  uint32_t address;
+  uint32_t mask;
+};
+
+constexpr int kAdaptersListed = 0;
+constexpr int kAdaptersNotSized = -1;  // the system did not say how long the list is
+constexpr int kAdaptersNotRead = -2;   // the list could not be read
+
+// Fills the list in the system's order, loopback last (Linux). Returns one of the three results above.
+// Thread: any.
+int ListAdapters(std::vector<SAdapter>& adapters);
+
+}  // namespace zelk

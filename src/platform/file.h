@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace zelk {
+
+// A file that is only appended to and that others may read, write, rename and delete meanwhile: log and capture.
+// Thread: one at a time. Failures return false or -1.
+class CAppendFile {
+ public:
+  CAppendFile();
+  ~CAppendFile();  // Closes.
+  CAppendFile(const CAppendFile&) = delete;
+  CAppendFile& operator=(const CAppendFile&) = delete;
+
+  // Opens for writing at the end; creates the file if it is missing, keeps what is in it.
+  bool Open(const std::string& path);
+  bool IsOpen() const;
+  // One write call; the bytes written, fewer than asked when the disk fills, -1 on failure.
+  int64_t Write(const void* data, size_t length);
+  void Close();
+
+ private:
+  struct SState;
+  std::unique_ptr<SState> state;
+};
+
+// An existing file opened for reading and writing, shared with nobody.
+// Thread: one at a time.
+class CUpdateFile {
+ public:
+  CUpdateFile();
+  ~CUpdateFile();  // Closes.
+  CUpdateFile(const CUpdateFile&) = delete;
+  CUpdateFile& operator=(const CUpdateFile&) = delete;
+
+  bool OpenExisting(const char* path);
+  uint32_t Size32() const;  // low 32 bits of the size
+  // Writes at the current position, which starts at 0 and moves on; true when every byte was written.
+  bool Write(const void* data, size_t length);
+  bool Close();  // false when the system reports a failure; the file is then still open
+
+ private:
+  struct SState;
+  std::unique_ptr<SState> state;
+};
+
+}  // namespace zelk

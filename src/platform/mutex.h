@@ -1,0 +1,45 @@
+#pragma once
+
+#include <mutex>
+
+#include "platform/thread_annotations.h"
+
+namespace zelk {
+
+// The locks of the library, annotated for clang's analysis. Order everywhere: trunk lock, channel call lock, channel
+// information lock, queue locks; play-queue, DTMF and log locks are leaves.
+// Thread: any. Lock() blocks until the lock is free.
+class ZELK_CAPABILITY("mutex") CMutex {
+ public:
+  void Lock() ZELK_ACQUIRE() { mutex.lock(); }
+  void Unlock() ZELK_RELEASE() { mutex.unlock(); }
+
+ private:
+  std::mutex mutex;
+};
+
+// The trunk lock: the thread that holds it may take it again. The analysis knows no re-entrancy, so it is annotated
+// only where it is taken from outside.
+class ZELK_CAPABILITY("mutex") CRecursiveMutex {
+ public:
+  void Lock() ZELK_ACQUIRE() { mutex.lock(); }
+  void Unlock() ZELK_RELEASE() { mutex.unlock(); }
+
+ private:
+  std::recursive_mutex mutex;
+};
+
+// Holds a lock for the length of a block.
+template <class Mutex>
+class ZELK_SCOPED_CAPABILITY CScopedLock {
+ public:
+  explicit CScopedLock(Mutex& mutex) ZELK_ACQUIRE(mutex) : held(mutex) { held.Lock(); }
+  ~CScopedLock() ZELK_RELEASE() { held.Unlock(); }
+  CScopedLock(const CScopedLock&) = delete;
+  CScopedLock& operator=(const CScopedLock&) = delete;
+
+ private:
+  Mutex& held;
+};
+
+}  // namespace zelk

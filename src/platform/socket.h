@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace zelk {
+
+// An IPv4 address and port. The address is in network order, as it stands in memory in a packet; the port in host order.
+struct SIpv4Endpoint {
+  uint32_t address = 0;
+  uint16_t port = 0;
+};
+
+constexpr uint32_t kAnyAddress = 0;
+
+// Dotted text to address; false when it is not one (no host name is looked up).
+bool ParseIpv4(const char* text, uint32_t& address);
+// Dotted text first, then a look-up of the name (which may block); false when neither gives an IPv4 address.
+bool ResolveIpv4(const char* hostName, uint32_t& address);
+std::string FormatIpv4(uint32_t address);
+
+// Makes the socket library ready (Winsock 2.2 on Windows, nothing elsewhere). Its result is not needed.
+void StartSockets();
+
+enum class EWait { kReady, kTimeout, kError };
+constexpr int32_t kWaitForever = -1;
+
+// A non-throwing IPv4 socket.
+// Thread: any thread may send, receive and wait at the same time; Close may come from any thread and releases every
+// wait at once with kError. The descriptor is given back only when no thread is inside a call on it, so that a reused
+// number can never be reached through a closed socket.
+// Failures return false, a negative count or kError. After a connection reset every receive keeps failing (a closing
+// peer that sent everything reads 0, for ever).
+class CSocket {
+ public:
+  CSocket();
+  ~CSocket();  // Closes.
+  CSocket(const CSocket&) = delete;
+  CSocket& operator=(const CSocket&) = delete;
+
+  bool OpenTcp();
+  bool OpenUdp();
+  void Close();
+  bool IsOpen() const;
+
+  bool SetNonBlocking(bool on);
+  bool SetReceiveBuffer(int bytes);
+  bool SetSendBuffer(int bytes);
+  bool SetBroadcast(bool on);
+  // Lets a wildcard and a specific bind of one port stand side by side, as they do on Windows without an option.
+  bool SetSharedPort();
+  bool Bind(const SIpv4Endpoint& local);
+  uint16_t LocalPort() const;  // 0 when it cannot be told
+
+  enum class EConnect { kDone, kPending, kFailed };
+  EConnect Connect(const SIpv4Endpoint& remote);
+
+  EWait WaitReadable(int32_t timeoutMs);
+  // Also how a pending connect is awaited; a refused connection counts as kError.
+  EWait WaitWritable(int32_t timeoutMs);
+
+  // Bytes moved, 0 for an orderly end of the stream (Receive), or -1 (also when the call would block).
+  int Send(const void* data, size_t length);
+  int Receive(void* data, size_t capacity);
+  int SendTo(const void* data, size_t length, const SIpv4Endpoint& remote);
+  int ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote);
+
+ private:
+  struct SState;
+  std::shared_ptr<SState> Acquire() const;
+  struct SImpl;
+  std::unique_ptr<SImpl> impl;
+};
+
+}  // namespace zelk

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace zelk {
+
+enum class EThreadPriority {
+  kNormal,
+  kProAudio,  // as near to real time as the system lets the process go; never an error when it does not
+};
+
+// One worker thread with a bounded wait for its end.
+// Thread: owner only (start, join); the body runs on the new thread.
+// Start returns false when the system gives no thread. JoinFor blocks up to its limit; when the limit passes, the
+// thread is left to end by itself, so the body must own (or outlive) what it touches after its stop flag is set.
+class CThread {
+ public:
+  CThread();
+  ~CThread();  // Joins without a limit.
+  CThread(const CThread&) = delete;
+  CThread& operator=(const CThread&) = delete;
+
+  // name: at most 15 characters, shown by debuggers.
+  bool Start(const char* name, std::function<void()> body, EThreadPriority priority = EThreadPriority::kNormal);
+  bool IsStarted() const;
+  // True when the body has returned within the time (or no thread was started). The thread is forgotten either way.
+  bool JoinFor(uint32_t timeoutMs);
+
+ private:
+  struct SState;
+  std::shared_ptr<SState> state;
+};
+
+}  // namespace zelk

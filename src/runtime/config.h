@@ -1,0 +1,65 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace zelk {
+
+// Thresholds of the digit detector, as ratios of energies.
+struct SDtmfSettings {
+  float normalTwist = 7.0F;
+  float reverseTwist = 7.0F;
+  float rowPeak = 6.3F;
+  float columnPeak = 6.3F;
+  float totalEnergy = 40.0F;
+};
+
+// What one trunk's section says, each missing key taken from the general values.
+struct STrunkSettings {
+  bool hdlcLog = false;
+  bool hangupOnAlerting = false;
+  int32_t numberType = 33;
+  int32_t clientType = 2;  // as written in the file, before the special values are mapped
+  int32_t switchType = 5;
+  int32_t echoTailMs = 32;
+  bool echoCanceller = false;
+};
+
+// The values of the ini file beside the library: the general ones read at every ZELK_Init, the trunks' at every card
+// open. One instance a process (Config()).
+// Thread: Read by the initialising thread; everything else by any (values are single atomics: a reader during a second
+// ZELK_Init sees old or new values key by key).
+class CConfig {
+ public:
+  // Reads the general values from the file, in the documented order. A missing file gives the defaults.
+  void Read(const std::string& iniPath);
+
+  std::atomic<int32_t> level{2};
+  std::atomic<bool> flushImmediate{false};
+  std::atomic<int32_t> audioBuffers{32};
+  std::atomic<bool> hangupOnAlerting{false};
+  std::atomic<int32_t> numberType{33};
+  std::atomic<int32_t> clientType{2};
+  std::atomic<int32_t> switchType{5};
+  std::atomic<bool> echoCanceller{false};
+  std::atomic<int32_t> echoTailMs{32};
+  std::atomic<bool> hdlcLog{false};
+  std::atomic<int32_t> crc4{0};
+
+  SDtmfSettings Dtmf() const;
+  // "AudioBuffers" within what a card can hold: below 0 counts as 0, above 4096 as 4096 (logged once).
+  uint32_t AudioBlocks();
+
+  // Section "serial-trunk" (trunk counted from 1). Crc4 is read on its own, in a first pass over a card's trunks.
+  int32_t ReadTrunkCrc4(uint32_t serialNumber, uint32_t trunkNumber) const;
+  STrunkSettings ReadTrunk(uint32_t serialNumber, uint32_t trunkNumber) const;
+
+ private:
+  std::string IniPath() const;
+  // implementation state: the path of the last Read (guarded), float thresholds as atomics
+};
+
+CConfig& Config();
+
+}  // namespace zelk
