@@ -1,0 +1,9 @@
+#include "common/terminal.h"
+
+#include <unistd.h>
+
+namespace tool {
+
+bool StdoutIsTerminal() { return isatty(STDOUT_FILENO) == 1; }
+
+}  // namespace tool

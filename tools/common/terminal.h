@@ -1,0 +1,8 @@
+#pragma once
+
+namespace tool {
+
+// True when standard output is a terminal that a person watches, so that a line may be drawn over.
+bool StdoutIsTerminal();
+
+}  // namespace tool
