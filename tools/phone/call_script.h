@@ -1,0 +1,64 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "phone/progress.h"
+#include "phone/recorder.h"
+#include "phone/session.h"
+
+namespace phone {
+
+// What is done on a connected call.
+struct SCallScript {
+  std::string playFile;    // empty: nothing is played
+  std::string recordFile;  // empty: nothing is recorded
+  int holdSeconds = 0;     // hang up so long after the connection; 0: leave it to the far end
+  bool hangupAfterPlay = false;
+};
+
+// How a call ended.
+struct SCallEnd {
+  bool connected = false;
+  bool lost = false;  // the trunk or card went down, or the user stopped the program
+  int32_t cause = 0;
+};
+
+// Refuses a script whose files cannot be used, before a call is made: throws CPhoneError.
+void CheckScript(const SCallScript& script);
+
+// Follows one call from its offer or dialling to its end: reports progress, plays, records, hangs up.
+// Thread: main.
+class CCallRun {
+ public:
+  CCallRun(CSession& ofSession, CRecorder& toRecorder, CProgress& toProgress, int32_t onChannel,
+           const SCallScript& withScript);
+  // connectSeconds: how long the call may take to be connected before it is given up.
+  SCallEnd Run(int connectSeconds);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void Handle(const SPhoneEvent& event);
+  void OnConnected();
+  void HangUpWhenDue(int connectSeconds);
+  void ShowStatus();
+  void HangUp(const char* why);
+
+  CSession& session;
+  CRecorder& recorder;
+  CProgress& progress;
+  const int32_t channel;
+  const SCallScript& script;
+  SCallEnd end;
+  std::string state = "calling";
+  bool over = false;
+  bool playDone = false;
+  bool hangingUp = false;
+  Clock::time_point started = Clock::now();
+  Clock::time_point connectedAt;
+  Clock::time_point hangUpAt;
+};
+
+}  // namespace phone

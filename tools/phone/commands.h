@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+
+#include "phone/call_script.h"
+
+namespace phone {
+
+constexpr int kAnyChannel = -1;
+
+struct SAnswerOptions {
+  int channel = kAnyChannel;
+  int calls = 1;        // 0: until the user stops the program
+  int waitSeconds = 0;  // for each call; 0: without a limit
+  SCallScript script;
+};
+
+struct SDialOptions {
+  int channel = 0;
+  std::string number;
+  std::string from;
+  int answerSeconds = 60;
+  SCallScript script;
+};
+
+// Each runs one command and returns the program's exit code. trunkSeconds: how long trunks may take to come up.
+// Failures throw CPhoneError. Thread: main.
+int RunChannels(int trunkSeconds);
+int RunAnswer(const SAnswerOptions& options, int trunkSeconds);
+int RunDial(const SDialOptions& options, int trunkSeconds);
+
+}  // namespace phone

@@ -1,0 +1,62 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "phone/commands.h"
+
+namespace {
+
+void AddScriptOptions(CLI::App& command, phone::SCallScript& script) {
+  command.add_option("--play", script.playFile, "WAV file to play once connected (8000 Hz mono)");
+  command.add_option("--record", script.recordFile, "WAV file to record the far end into");
+  command.add_option("--hold", script.holdSeconds, "hang up this many seconds after the connection (0: never)")
+      ->check(CLI::NonNegativeNumber);
+  command.add_flag("--hangup-after-play", script.hangupAfterPlay, "hang up when the file is played");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("A command-line telephone on ISDN primary-rate trunks");
+  app.require_subcommand(1);
+  int trunkSeconds = 10;
+  app.add_option("--wait-trunks", trunkSeconds, "seconds that the trunks may take to come up")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+
+  app.add_subcommand("channels", "list the channels with card, trunk, timeslot and state");
+
+  phone::SAnswerOptions answer;
+  CLI::App* answerCommand = app.add_subcommand("answer", "wait for calls, answer, play, record");
+  answerCommand->add_option("--channel", answer.channel, "take calls on this channel only")
+      ->check(CLI::NonNegativeNumber);
+  answerCommand->add_option("--calls", answer.calls, "end after so many calls (0: run until stopped)")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  answerCommand->add_option("--wait", answer.waitSeconds, "give up when no call comes for so many seconds (0: never)")
+      ->check(CLI::NonNegativeNumber);
+  AddScriptOptions(*answerCommand, answer.script);
+
+  phone::SDialOptions dial;
+  CLI::App* dialCommand = app.add_subcommand("dial", "place a call");
+  dialCommand->add_option("channel", dial.channel, "channel to call on")->required()->check(CLI::NonNegativeNumber);
+  dialCommand->add_option("number", dial.number, "number to call")->required();
+  dialCommand->add_option("--from", dial.from, "own number to show");
+  dialCommand->add_option("--answer-within", dial.answerSeconds, "hang up when not connected after so many seconds")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  AddScriptOptions(*dialCommand, dial.script);
+
+  CLI11_PARSE(app, argc, argv);
+  try {
+    if (answerCommand->parsed()) {
+      return phone::RunAnswer(answer, trunkSeconds);
+    }
+    if (dialCommand->parsed()) {
+      return phone::RunDial(dial, trunkSeconds);
+    }
+    return phone::RunChannels(trunkSeconds);
+  } catch (const std::exception& error) {
+    std::cerr << "zelk-phone: " << error.what() << std::endl;
+    return 1;
+  }
+}

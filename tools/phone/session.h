@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+
+#include "phone/recorder.h"
+#include "zelk/ZelkApi.h"
+
+namespace phone {
+
+// Something the user has to be told, after which the program ends with a failure.
+class CPhoneError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct SPhoneEvent {
+  int32_t channel = 0;
+  uint32_t code = 0;
+  int32_t param = 0;
+};
+
+// The library for the life of the program: started by the constructor, shut down by the destructor. Events arrive on
+// the library's threads and are queued for the one thread that runs the command.
+// Thread: constructor, destructor and NextEvent main; the callbacks the library's. One session at a time.
+// Failures throw CPhoneError.
+class CSession {
+ public:
+  explicit CSession(CRecorder& blockRecorder);
+  ~CSession();
+  CSession(const CSession&) = delete;
+  CSession& operator=(const CSession&) = delete;
+
+  int32_t ChannelCount() const { return ZELK_GetChannelCount(); }
+  // Waits until every channel is usable, or the limit passes; returns how many are.
+  int32_t WaitForTrunks(std::chrono::milliseconds limit);
+  // Waits for the next event; false when the limit passed or the user asked to stop.
+  bool NextEvent(SPhoneEvent& event, std::chrono::milliseconds limit);
+  // The user pressed Ctrl-C, or the system asks the program to end.
+  static bool StopRequested();
+
+ private:
+  static void ZELK_CALL OnEvent(int32_t channel, uint32_t event, int32_t param);
+  static void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length);
+
+  static std::atomic<CSession*> current;
+  CRecorder& recorder;
+  std::mutex lock;
+  std::condition_variable arrived;
+  std::deque<SPhoneEvent> events;  // guarded by lock
+};
+
+// The text of an information key, copied; empty when there is none.
+std::string InfoText(int32_t channel, uint32_t key);
+// The name of a channel state or call cause with its number, as the user sees it.
+std::string CauseText(int32_t cause);
+
+}  // namespace phone
