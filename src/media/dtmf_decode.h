@@ -1,17 +1,26 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
+#include "platform/mutex.h"
 #include "runtime/config.h"
 
 namespace zelk {
 
-// One channel position's DTMF decoder. (Draft of the public shape; fields are the implementer's.)
-// Thread: Process and TakeDigit pacer; Reset and SetThresholds the opener. The digit buffer has its own lock.
+// One channel position's DTMF decoder: eight Goertzel filters over blocks of 102 samples, threshold tests, and a
+// debounce of two equal blocks. Delivered blocks and analysed blocks are independent of each other.
+// Thread: ProcessBlock, Process and TakeDigit pacer; the rest the opener. One lock, held for one delivered block, makes
+// a reset safe at any time; a decision never depends on anything but the samples since the reset and the thresholds.
 class CDtmfDecode {
  public:
+  static constexpr uint32_t kBlockSamples = 102;
+  static constexpr uint32_t kDigitRoom = 128;
+
   CDtmfDecode();
-  virtual ~CDtmfDecode();
+  virtual ~CDtmfDecode() = default;
+  CDtmfDecode(const CDtmfDecode&) = delete;
+  CDtmfDecode& operator=(const CDtmfDecode&) = delete;
 
   void SetThresholds(const SDtmfSettings& settings);
   void Reset();
@@ -21,6 +30,38 @@ class CDtmfDecode {
   int32_t Process(int16_t sample);
   // The oldest digit not yet taken, or 0.
   char TakeDigit();
+
+  // Takes the 350/440 Hz dial tone out before the filters. Off after every reset; the library leaves it so.
+  void SetDialToneFilter(bool on);
+  // Digits dropped because nobody took them.
+  int32_t LostDigits() const;
+
+ private:
+  // Two delay elements of a second-order section, w1 the newer.
+  struct SDelays {
+    float w1 = 0;
+    float w2 = 0;
+  };
+
+  void Take(float sample) ZELK_REQUIRES(lock);
+  float Notched(float sample) ZELK_REQUIRES(lock);
+  void EndBlock() ZELK_REQUIRES(lock);
+  char BlockHit() const ZELK_REQUIRES(lock);
+  void Debounce(char hit) ZELK_REQUIRES(lock);
+  void StoreDigit(char digit) ZELK_REQUIRES(lock);
+
+  mutable CMutex lock;
+  bool filterDialTone ZELK_GUARDED_BY(lock) = false;
+  SDtmfSettings thresholds ZELK_GUARDED_BY(lock){6.3F, 2.5F, 6.3F, 6.3F, 42.0F};
+  SDelays notch350 ZELK_GUARDED_BY(lock);
+  SDelays notch440 ZELK_GUARDED_BY(lock);
+  char inDigit ZELK_GUARDED_BY(lock) = 0;  // the digit held as reported, 0 none
+  char lastHit ZELK_GUARDED_BY(lock) = 0;  // what the previous block showed
+  uint32_t sampleCount ZELK_GUARDED_BY(lock) = 0;
+  alignas(32) std::array<float, kBlockSamples> samples ZELK_GUARDED_BY(lock) = {};  // of the current block
+  std::array<char, kDigitRoom + 1> digits ZELK_GUARDED_BY(lock) = {};
+  uint32_t digitCount ZELK_GUARDED_BY(lock) = 0;
+  int32_t lostDigits ZELK_GUARDED_BY(lock) = 0;
 };
 
 }  // namespace zelk

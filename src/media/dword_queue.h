@@ -1,26 +1,29 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "platform/mutex.h"
 
 namespace zelk {
 
-// A bounded ring of 32-bit values under a lock of its own. Call control only ever empties it.
+// A bounded ring of 32-bit values under a lock of its own. Call control only ever empties it. Before Create it has no
+// room: every push and pop fails.
 // Thread: any.
 class CDwordQueue {
  public:
-  bool Create(uint32_t capacity);
-  void Clear();               // head and tail to 0, storage zeroed
-  bool Push(uint32_t value);  // false when full
-  bool Pop(uint32_t& value);  // false when empty
+  bool Create(uint32_t capacity);  // empty again, with room for so many values; false without memory: no room
+  void Clear();                    // head and tail to 0, storage zeroed
+  bool Push(uint32_t value);       // false when full
+  bool Pop(uint32_t& value);       // false when empty
 
  private:
   CMutex lock;
-  std::vector<uint32_t> storage ZELK_GUARDED_BY(lock);
-  uint32_t head ZELK_GUARDED_BY(lock) = 0;
-  uint32_t tail ZELK_GUARDED_BY(lock) = 0;
+  std::unique_ptr<uint32_t[]> storage ZELK_GUARDED_BY(lock);
+  uint32_t slots ZELK_GUARDED_BY(lock) = 0;
+  uint32_t head ZELK_GUARDED_BY(lock) = 0;  // next value out
+  uint32_t tail ZELK_GUARDED_BY(lock) = 0;  // next free slot
+  uint32_t count ZELK_GUARDED_BY(lock) = 0;
 };
 
 }  // namespace zelk
