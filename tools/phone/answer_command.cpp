@@ -74,9 +74,10 @@ int RunAnswer(const SAnswerOptions& options, int trunkSeconds) {
                   " to " + InfoText(channel, ZELK_INFO_DLI) + " (" + InfoText(channel, ZELK_INFO_CALLTYPE) + ")");
     SCallScript script = options.script;
     script.recordFile = NumberedPath(options.script.recordFile, call);
+    CCallRun run(session, recorder, progress, channel, script);
     ZELK_Answer(channel);
     constexpr int kConnectSeconds = 10;
-    const SCallEnd end = CCallRun(session, recorder, progress, channel, script).Run(kConnectSeconds);
+    const SCallEnd end = run.Run(kConnectSeconds);
     if (!end.connected || end.lost) {
       throw CPhoneError("the call on channel " + std::to_string(channel) + " did not run to its end");
     }

@@ -36,7 +36,13 @@ void CheckScript(const SCallScript& script) {
 
 CCallRun::CCallRun(CSession& ofSession, CRecorder& toRecorder, CProgress& toProgress, int32_t onChannel,
                    const SCallScript& withScript)
-    : session(ofSession), recorder(toRecorder), progress(toProgress), channel(onChannel), script(withScript) {}
+    : session(ofSession), recorder(toRecorder), progress(toProgress), channel(onChannel), script(withScript) {
+  if (script.recordFile.empty()) {
+    recorder.Watch(channel);
+  } else {
+    recorder.Start(channel, script.recordFile);
+  }
+}
 
 SCallEnd CCallRun::Run(int connectSeconds) {
   while (!over) {
@@ -101,11 +107,6 @@ void CCallRun::OnConnected() {
   state = "connected";
   connectedAt = Clock::now();
   progress.Line("connected");
-  if (script.recordFile.empty()) {
-    recorder.Watch(channel);
-  } else {
-    recorder.Start(channel, script.recordFile);
-  }
   if (!script.playFile.empty() && !ZELK_PlayFile(channel, script.playFile.c_str())) {
     const std::string why = PlayErrorText(ZELK_GetLastError(channel));
     ZELK_Hangup(channel);

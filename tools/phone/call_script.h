@@ -13,7 +13,7 @@ namespace phone {
 // What is done on a connected call.
 struct SCallScript {
   std::string playFile;    // empty: nothing is played
-  std::string recordFile;  // empty: nothing is recorded
+  std::string recordFile;  // empty: nothing is recorded; from the answer or the dialling on
   int holdSeconds = 0;     // hang up so long after the connection; 0: leave it to the far end
   bool hangupAfterPlay = false;
 };
@@ -28,7 +28,8 @@ struct SCallEnd {
 // Refuses a script whose files cannot be used, before a call is made: throws CPhoneError.
 void CheckScript(const SCallScript& script);
 
-// Follows one call from its offer or dialling to its end: reports progress, plays, records, hangs up.
+// Follows one call to its end: reports progress, plays, records, hangs up. Made before the call is answered or dialled,
+// because the recording starts here: the far end may speak before the connected event has arrived.
 // Thread: main.
 class CCallRun {
  public:

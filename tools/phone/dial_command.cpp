@@ -31,11 +31,11 @@ int RunDial(const SDialOptions& options, int trunkSeconds) {
   RequireReady(session, options.channel, trunkSeconds);
   ZELK_OpenChannel(options.channel);
   progress.Line("dialling " + options.number + " on channel " + std::to_string(options.channel));
+  CCallRun run(session, recorder, progress, options.channel, options.script);
   if (!ZELK_Dial(options.channel, options.number.c_str(), options.from.empty() ? nullptr : options.from.c_str())) {
     throw CPhoneError("the call could not be placed on channel " + std::to_string(options.channel));
   }
-  const SCallEnd end =
-      CCallRun(session, recorder, progress, options.channel, options.script).Run(options.answerSeconds);
+  const SCallEnd end = run.Run(options.answerSeconds);
   if (!end.connected) {
     throw CPhoneError("not connected: " + CauseText(end.cause));
   }

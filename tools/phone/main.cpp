@@ -7,7 +7,8 @@ namespace {
 
 void AddScriptOptions(CLI::App& command, phone::SCallScript& script) {
   command.add_option("--play", script.playFile, "WAV file to play once connected (8000 Hz mono)");
-  command.add_option("--record", script.recordFile, "WAV file to record the far end into");
+  command.add_option("--record", script.recordFile,
+                     "WAV file to record the far end into, from the answer or the dialling on");
   command.add_option("--hold", script.holdSeconds, "hang up this many seconds after the connection (0: never)")
       ->check(CLI::NonNegativeNumber);
   command.add_flag("--hangup-after-play", script.hangupAfterPlay, "hang up when the file is played");

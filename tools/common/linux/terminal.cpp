@@ -4,6 +4,8 @@
 
 namespace tool {
 
-bool StdoutIsTerminal() { return isatty(STDOUT_FILENO) == 1; }
+bool StdoutIsTerminal() {
+  return isatty(STDOUT_FILENO) == 1;
+}
 
 }  // namespace tool
