@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -7,7 +8,8 @@
 namespace zelk {
 
 // A manual-reset event: once set it releases every wait until it is reset.
-// Thread: any. Wait and WaitFor block.
+// Thread: any. Wait and WaitFor block; Set on an event that is already set costs one atomic read.
+// What a thread wrote before Set is seen by a thread that a wait released.
 class CEvent {
  public:
   void Set();
@@ -19,7 +21,7 @@ class CEvent {
  private:
   std::mutex mutex;
   std::condition_variable changed;
-  bool set = false;  // guarded by mutex
+  std::atomic<bool> set{false};  // written under mutex; read without it only to see that there is nothing to do
 };
 
 }  // namespace zelk

@@ -28,7 +28,29 @@ class CAppendFile {
   std::unique_ptr<SState> state;
 };
 
-// An existing file opened for reading and writing, shared with nobody.
+// A regular file read at any position, shared with everybody.
+// Thread: one at a time. Failures return false or 0.
+class CReadFile {
+ public:
+  CReadFile();
+  ~CReadFile();  // Closes.
+  CReadFile(const CReadFile&) = delete;
+  CReadFile& operator=(const CReadFile&) = delete;
+
+  bool Open(const char* path);
+  bool IsOpen() const;
+  uint64_t Size() const;  // at this moment; 0 when closed
+  // Bytes read from this offset, fewer than asked at the end of the file or on a read error.
+  size_t ReadAt(uint64_t offset, void* data, size_t length);
+  bool Close();  // true also when nothing was open
+
+ private:
+  struct SState;
+  std::unique_ptr<SState> state;
+};
+
+// An existing regular file opened for reading and writing, shared with nobody. Linux has no mandatory sharing modes:
+// there an advisory lock (flock) is taken, and the open fails while another holder of such a lock has the file.
 // Thread: one at a time.
 class CUpdateFile {
  public:
@@ -41,7 +63,8 @@ class CUpdateFile {
   uint32_t Size32() const;  // low 32 bits of the size
   // Writes at the current position, which starts at 0 and moves on; true when every byte was written.
   bool Write(const void* data, size_t length);
-  bool Close();  // false when the system reports a failure; the file is then still open
+  // False when the system reports a failure; a second try is then allowed. True when nothing is open.
+  bool Close();
 
  private:
   struct SState;

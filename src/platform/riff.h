@@ -7,16 +7,17 @@
 namespace zelk {
 
 constexpr uint32_t FourCc(const char (&name)[5]) {
-  return static_cast<uint32_t>(static_cast<uint8_t>(name[0])) | static_cast<uint32_t>(static_cast<uint8_t>(name[1])) << 8 |
+  return static_cast<uint32_t>(static_cast<uint8_t>(name[0])) |
+         static_cast<uint32_t>(static_cast<uint8_t>(name[1])) << 8 |
          static_cast<uint32_t>(static_cast<uint8_t>(name[2])) << 16 |
          static_cast<uint32_t>(static_cast<uint8_t>(name[3])) << 24;
 }
 
 struct SRiffChunk {
   uint32_t id = 0;
-  uint32_t size = 0;      // as the file claims it
-  uint32_t formType = 0;  // of RIFF and LIST chunks
-  uint32_t dataOffset = 0;
+  uint32_t size = 0;        // as the file claims it
+  uint32_t formType = 0;    // of RIFF and LIST chunks
+  uint32_t dataOffset = 0;  // of the first byte behind the size field (the form type counts as data)
 };
 
 // Walks the chunks of a RIFF file as the Windows multimedia file functions do (odd sizes padded, search inside the

@@ -7,7 +7,8 @@
 
 namespace zelk {
 
-// An IPv4 address and port. The address is in network order, as it stands in memory in a packet; the port in host order.
+// An IPv4 address and port. The address is in network order, as it stands in memory in a packet; the port in host
+// order.
 struct SIpv4Endpoint {
   uint32_t address = 0;
   uint16_t port = 0;
@@ -40,6 +41,7 @@ class CSocket {
   CSocket(const CSocket&) = delete;
   CSocket& operator=(const CSocket&) = delete;
 
+  // A new socket, blocking until told otherwise; one that is still open is closed first.
   bool OpenTcp();
   bool OpenUdp();
   void Close();
@@ -61,15 +63,14 @@ class CSocket {
   // Also how a pending connect is awaited; a refused connection counts as kError.
   EWait WaitWritable(int32_t timeoutMs);
 
-  // Bytes moved, 0 for an orderly end of the stream (Receive), or -1 (also when the call would block).
+  // Bytes moved, 0 for an orderly end of the stream (Receive), or -1 (also when a non-blocking call would block).
+  // A datagram longer than the capacity is cut to it.
   int Send(const void* data, size_t length);
   int Receive(void* data, size_t capacity);
   int SendTo(const void* data, size_t length, const SIpv4Endpoint& remote);
   int ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote);
 
  private:
-  struct SState;
-  std::shared_ptr<SState> Acquire() const;
   struct SImpl;
   std::unique_ptr<SImpl> impl;
 };

@@ -15,6 +15,7 @@ enum class EThreadPriority {
 // Thread: owner only (start, join); the body runs on the new thread.
 // Start returns false when the system gives no thread. JoinFor blocks up to its limit; when the limit passes, the
 // thread is left to end by itself, so the body must own (or outlive) what it touches after its stop flag is set.
+// What the body has captured is destroyed on the new thread, before a join reports its end.
 class CThread {
  public:
   CThread();
@@ -22,7 +23,8 @@ class CThread {
   CThread(const CThread&) = delete;
   CThread& operator=(const CThread&) = delete;
 
-  // name: at most 15 characters, shown by debuggers.
+  // name: at most 15 characters (longer ones are cut), shown by debuggers. False also while a thread that was started
+  // before has not been joined.
   bool Start(const char* name, std::function<void()> body, EThreadPriority priority = EThreadPriority::kNormal);
   bool IsStarted() const;
   // True when the body has returned within the time (or no thread was started). The thread is forgotten either way.

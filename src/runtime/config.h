@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <string>
+
+#include "platform/mutex.h"
 
 namespace zelk {
 
@@ -29,7 +32,8 @@ struct STrunkSettings {
 // The values of the ini file beside the library: the general ones read at every ZELK_Init, the trunks' at every card
 // open. One instance a process (Config()).
 // Thread: Read by the initialising thread; everything else by any (values are single atomics: a reader during a second
-// ZELK_Init sees old or new values key by key).
+// ZELK_Init sees old or new values key by key). Reads of the file block on the disk.
+// Nothing fails: what is missing or malformed gives the default, a malformed integer 0.
 class CConfig {
  public:
   // Reads the general values from the file, in the documented order. A missing file gives the defaults.
@@ -56,10 +60,23 @@ class CConfig {
   STrunkSettings ReadTrunk(uint32_t serialNumber, uint32_t trunkNumber) const;
 
  private:
+  // A path of this length or more cannot be opened on any system.
+  static constexpr size_t kMaxPath = 4096;
+
   std::string IniPath() const;
-  // implementation state: the path of the last Read (guarded), float thresholds as atomics
+  void ReadDtmf(const std::string& path);
+
+  mutable CMutex pathLock;
+  std::array<char, kMaxPath> iniPath ZELK_GUARDED_BY(pathLock){};  // of the last Read; no memory to free at unload
+  std::atomic<float> normalTwist{SDtmfSettings().normalTwist};
+  std::atomic<float> reverseTwist{SDtmfSettings().reverseTwist};
+  std::atomic<float> rowPeak{SDtmfSettings().rowPeak};
+  std::atomic<float> columnPeak{SDtmfSettings().columnPeak};
+  std::atomic<float> totalEnergy{SDtmfSettings().totalEnergy};
+  std::atomic<bool> clampReported{false};
 };
 
+// Usable from load to the end of the process: it is constructed without code and never destroyed.
 CConfig& Config();
 
 }  // namespace zelk

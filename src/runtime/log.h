@@ -1,18 +1,14 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <memory>
-#include <string>
 
-#include "platform/event.h"
-#include "platform/file.h"
-#include "platform/mutex.h"
-#include "platform/thread.h"
+#include "runtime/log_writer.h"
 
 namespace zelk {
 
-constexpr int32_t kGeneralLine = -1;
+// The one log writer of the process: collects lines from load on, writes them from Start on. Unloading the library
+// stops it and writes what is pending; a line that comes even later is dropped with the process. Thread: any.
+CLogWriter& Log();
 
 // Which lines the configured level lets through.
 enum class ELogClass {

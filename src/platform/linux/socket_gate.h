@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace zelk {
+
+// Counts the threads inside calls on a descriptor, so that it is given back by the last one that leaves after a close.
+//
+//   Publish                 idle -> kOpen
+//   BeginClose              kOpen -> kClosing, the closer counted in
+//   Leave of the last one   kClosing -> kReleasing; it gives the descriptors back and calls Released
+//   Released                kReleasing -> idle, which wakes WaitIdle
+//
+// Thread: any. Only WaitIdle blocks. Enter and Leave are one atomic operation each and never wait.
+class CSocketGate {
+ public:
+  // True when the socket is open. Leave must follow in both cases: even a caller that came too late was counted.
+  bool Enter() { return (word.fetch_add(1, std::memory_order_acquire) & kOpen) != 0; }
+
+  // True when the caller is the one that must give the descriptors back and then call Released.
+  bool Leave() {
+    if (word.fetch_sub(1, std::memory_order_acq_rel) != (kClosing | 1)) {
+      return false;
+    }
+    uint32_t expected = kClosing;
+    return word.compare_exchange_strong(expected, kReleasing, std::memory_order_acq_rel);
+  }
+
+  bool IsOpen() const { return (word.load(std::memory_order_acquire) & kOpen) != 0; }
+
+  void Publish() { word.fetch_or(kOpen, std::memory_order_release); }
+
+  // False when it is not open (or another thread closes it). After true the caller is inside and must leave.
+  bool BeginClose() {
+    uint32_t now = word.load(std::memory_order_acquire);
+    do {
+      if ((now & kOpen) == 0) {
+        return false;
+      }
+    } while (!word.compare_exchange_weak(now, ((now & ~kOpen) | kClosing) + 1, std::memory_order_acq_rel));
+    return true;
+  }
+
+  void Released() {
+    word.fetch_and(~kReleasing, std::memory_order_release);
+    word.notify_all();
+  }
+
+  // Blocks until a close that has begun is complete.
+  void WaitIdle() {
+    for (uint32_t now = word.load(std::memory_order_acquire); (now & (kClosing | kReleasing)) != 0;
+         now = word.load(std::memory_order_acquire)) {
+      word.wait(now, std::memory_order_acquire);
+    }
+  }
+
+ private:
+  static constexpr uint32_t kOpen = 1U << 31;
+  static constexpr uint32_t kClosing = 1U << 30;
+  static constexpr uint32_t kReleasing = 1U << 29;
+
+  std::atomic<uint32_t> word{0};  // one of the bits above or none, plus the number of threads inside
+};
+
+}  // namespace zelk

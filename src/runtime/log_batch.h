@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace zelk {
+
+// What the log writer needs of a file that it appends to.
+class ILogFile {
+ public:
+  virtual ~ILogFile() = default;
+  virtual bool Open(const std::string& path) = 0;  // at the end; created when missing
+  virtual bool IsOpen() const = 0;
+  virtual int64_t Write(const void* data, size_t length) = 0;  // bytes written, -1 on failure
+  virtual void Close() = 0;
+};
+
+// The text a log writer has taken and not yet written, with the rules for opening, writing and closing the file. What
+// could not be written stays in front of what is taken next, so nothing is dropped and the order is kept.
+// Thread: the writer's only. WriteOut blocks on the file. Time is passed in; no clock is read here.
+class CLogBatch {
+ public:
+  // openedAt: the tick that counts as the last opening until there is one. The file is not owned.
+  CLogBatch(ILogFile& target, uint32_t openedAt) : file(target), openedAtMs(openedAt) {}
+
+  // Moves the whole text to the batch's end; the text is empty afterwards.
+  void Take(std::string& text);
+  // Writes with one call, opening the file before where needed, and closes it when asked to or half a second after the
+  // opening. A failure leaves the text for the next time.
+  void WriteOut(const std::string& path, bool closeAtOnce, uint32_t nowMs);
+  // What is still unwritten, moved out.
+  std::string TakeBack();
+
+ private:
+  bool WriteText();
+
+  ILogFile& file;
+  uint32_t openedAtMs;
+  std::string batch;
+};
+
+}  // namespace zelk

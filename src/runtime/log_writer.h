@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/event.h"
+#include "platform/mutex.h"
+#include "platform/thread.h"
+#include "runtime/log_line.h"
+
+namespace zelk {
+
+// The log: lines of any thread are collected in memory, a thread of its own writes them to the file in batches.
+// Thread: Line by any, and it never blocks on the file; Start, Stop and Finish by one thread at a time (the
+// initialising or unloading one).
+// Start returns false when the system gives no thread; lines are then collected all the same. File errors are not
+// reported: the text waits for the next batch. A thread that hangs in the file when it is stopped is left to itself and
+// gives back what it could not write; the destructor waits for it.
+class CLogWriter {
+ public:
+  CLogWriter() = default;
+  ~CLogWriter();  // Stops.
+  CLogWriter(const CLogWriter&) = delete;
+  CLogWriter& operator=(const CLogWriter&) = delete;
+
+  // Stops a running thread first. Lines collected before are written by the first batch.
+  bool Start(const std::string& path);
+  // Blocks up to a second. The thread writes what was pending before it leaves.
+  void Stop();
+  // For the unloading of the library: stops, writes whatever is still pending and gives the memory back.
+  void Finish();
+
+  // Adds a line, stamped with the local time; kGeneralLine or a channel number. Dropped only when memory is short.
+  void Line(const char* text, int32_t channel);
+
+ private:
+  struct SRun;
+
+  void Append(const std::string& line);
+  void WriteUntilStopped(SRun& run);
+  void WritePass(SRun& run);
+  void Leave(SRun& run);
+
+  CMutex lock;
+  std::string pending ZELK_GUARDED_BY(lock);  // lines that no thread has taken yet
+  uint32_t threadsInside ZELK_GUARDED_BY(lock) = 0;
+  CEvent wake;  // set by every line and by stop
+  CEvent nobodyInside;
+  std::string path;           // of the last Start; starting thread only
+  std::shared_ptr<SRun> run;  // of the thread that runs; starting thread only
+  CThread thread;
+};
+
+}  // namespace zelk
