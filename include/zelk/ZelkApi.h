@@ -2,16 +2,24 @@
  * ZelkApi64: places and receives voice calls on the ISDN primary-rate (E1) trunks of ZelkBoard Digital E1 cards.
  * The only header that an application needs; C11 and C++, Windows and Linux.
  *
- * Shape       One flat table of at most 1024 voice channels, numbered from 0: cards in the order in which they were
- * found, per card its trunks, per trunk 30 channels for the timeslots 1-15 and 17-31. Audio       8000 Hz mono A-law
- * (ITU-T G.711), in blocks of 160 bytes, 20 ms each. Results     Failures show in the result and in the channel's
- * last-error code; nothing is thrown, printed or ended. Bad channel Every function that takes a channel fails at once
- * and changes nothing for a channel number that is negative or not below ZELK_GetChannelCount(). For a good one it
- * first sets the channel's last error to ZELK_ERROR_NONE (ZELK_GetLastError excepted). Threads     Every function may
- * be called from any thread, at any time between ZELK_Init and ZELK_Shutdown. ZELK_Init and ZELK_Shutdown themselves
- * must not run while another thread is inside any function. Callbacks   run on the library's own threads (see the three
- * types below). Inside one, every function may be called but ZELK_Init and ZELK_Shutdown. Return quickly: a card's
- * other channels wait. Texts       are 8-bit and zero-terminated. Texts that the library returns belong to the library.
+ * Channels: one flat table of at most 1024 voice channels, numbered from 0. Cards stand in the order in which they were
+ * found, a card's trunks in their order, and each trunk has 30 channels for the timeslots 1-15 and 17-31.
+ *
+ * Audio: 8000 Hz mono A-law (ITU-T G.711), in blocks of 160 bytes, 20 ms each.
+ *
+ * Errors: a failure shows in the result and in the channel's last-error code; nothing is thrown, printed or ended.
+ * Every function that takes a channel fails at once and changes nothing for a number that is negative or not below
+ * ZELK_GetChannelCount(); for a good one it first sets the channel's last error to ZELK_ERROR_NONE.
+ *
+ * Threads: every function may be called from any thread. ZELK_Init and ZELK_Shutdown must not run while another thread
+ * is inside a function that takes a channel.
+ *
+ * Callbacks run on the library's own threads. Inside one, every function may be called for the callback's own channel,
+ * but never ZELK_Init or ZELK_Shutdown. Return quickly: the card's other channels wait. Call events come with their
+ * trunk locked against other threads' ZELK_Dial, ZELK_Answer, ZELK_Reject and ZELK_Hangup: take no lock there that
+ * another thread holds around one of these, and leave calls on other trunks to a thread of your own.
+ *
+ * Texts are 8-bit and zero-terminated. A text that the library returns belongs to the library.
  */
 #ifndef ZELK_ZELKAPI_H
 #define ZELK_ZELKAPI_H
@@ -194,7 +202,7 @@ ZELK_API uint32_t ZELK_CALL ZELK_GetChannelInfo(int32_t channel, uint32_t key);
 
 /*
  * The text behind a ZelkInfo key; null for a key that has none and for a bad channel. Valid until the next information
- * request (ZELK_GetChannelInfo, ZELK_GetChannelInfoString, ZELK_PlayFile) on this channel from any thread: copy it.
+ * request (ZELK_GetChannelInfo or ZELK_GetChannelInfoString) on this channel from any thread: copy it.
  */
 ZELK_API const char* ZELK_CALL ZELK_GetChannelInfoString(int32_t channel, uint32_t key);
 
