@@ -1,0 +1,439 @@
+#include "platform/socket.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/event.h"
+#include "tcp_peer.h"
+
+namespace zelk {
+namespace {
+
+constexpr int32_t kGenerousMs = 10'000;
+
+uint32_t Address(const char* text) {
+  uint32_t address = 0;
+  EXPECT_TRUE(ParseIpv4(text, address)) << text;
+  return address;
+}
+
+const uint32_t kLoopback = Address("127.0.0.1");
+
+bool OpenBound(CSocket& socket, uint32_t address = kLoopback, uint16_t port = 0) {
+  return socket.OpenUdp() && socket.Bind({address, port});
+}
+
+TEST(Ipv4, DottedTextIsParsedAndFormatted) {
+  EXPECT_EQ(FormatIpv4(Address("192.168.0.1")), "192.168.0.1");
+  const uint32_t address = Address("1.2.3.4");
+  std::array<uint8_t, 4> inMemory{};
+  std::memcpy(inMemory.data(), &address, inMemory.size());
+  EXPECT_EQ(inMemory, (std::array<uint8_t, 4>{1, 2, 3, 4}));
+}
+
+TEST(Ipv4, OtherTextIsNotAnAddress) {
+  uint32_t address = 77;
+  for (const char* text : {"", "1.2.3", "1.2.3.256", "1.2.3.4.5", "localhost", " 1.2.3.4", "1.2.3.4 ", "::1"}) {
+    EXPECT_FALSE(ParseIpv4(text, address)) << text;
+  }
+  EXPECT_FALSE(ParseIpv4(nullptr, address));
+  EXPECT_EQ(address, 77U);
+}
+
+TEST(Ipv4, ResolvingTakesDottedTextAndNames) {
+  uint32_t address = 0;
+  EXPECT_TRUE(ResolveIpv4("10.1.2.3", address));
+  EXPECT_EQ(FormatIpv4(address), "10.1.2.3");
+  EXPECT_TRUE(ResolveIpv4("localhost", address));
+  EXPECT_EQ(FormatIpv4(address), "127.0.0.1");
+  EXPECT_FALSE(ResolveIpv4("", address));
+  EXPECT_FALSE(ResolveIpv4(nullptr, address));
+  EXPECT_FALSE(ResolveIpv4("no such host.invalid", address));
+}
+
+TEST(ClosedSocket, EveryCallFails) {
+  CSocket socket;
+  std::array<char, 8> bytes{};
+  SIpv4Endpoint from;
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_FALSE(socket.SetNonBlocking(true));
+  EXPECT_FALSE(socket.SetReceiveBuffer(1000));
+  EXPECT_FALSE(socket.SetSendBuffer(1000));
+  EXPECT_FALSE(socket.SetBroadcast(true));
+  EXPECT_FALSE(socket.SetSharedPort());
+  EXPECT_FALSE(socket.Bind({kLoopback, 0}));
+  EXPECT_EQ(socket.LocalPort(), 0);
+  EXPECT_EQ(socket.Connect({kLoopback, 1}), CSocket::EConnect::kFailed);
+  EXPECT_EQ(socket.WaitReadable(kWaitForever), EWait::kError);
+  EXPECT_EQ(socket.WaitWritable(kWaitForever), EWait::kError);
+  EXPECT_EQ(socket.Send("x", 1), -1);
+  EXPECT_EQ(socket.Receive(bytes.data(), bytes.size()), -1);
+  EXPECT_EQ(socket.SendTo("x", 1, {kLoopback, 9}), -1);
+  EXPECT_EQ(socket.ReceiveFrom(bytes.data(), bytes.size(), from), -1);
+  socket.Close();
+}
+
+TEST(UdpSocket, ADatagramArrivesWithItsSender) {
+  CSocket left;
+  CSocket right;
+  ASSERT_TRUE(OpenBound(left));
+  ASSERT_TRUE(OpenBound(right));
+  ASSERT_NE(left.LocalPort(), 0);
+  EXPECT_EQ(left.SendTo("hello", 5, {kLoopback, right.LocalPort()}), 5);
+  ASSERT_EQ(right.WaitReadable(kGenerousMs), EWait::kReady);
+  std::array<char, 32> bytes{};
+  SIpv4Endpoint from;
+  ASSERT_EQ(right.ReceiveFrom(bytes.data(), bytes.size(), from), 5);
+  EXPECT_EQ(std::string(bytes.data(), 5), "hello");
+  EXPECT_EQ(from.address, kLoopback);
+  EXPECT_EQ(from.port, left.LocalPort());
+}
+
+TEST(UdpSocket, AnEmptyDatagramReadsZeroAndALongOneIsCut) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  const SIpv4Endpoint self{kLoopback, socket.LocalPort()};
+  std::array<char, 4> bytes{};
+  SIpv4Endpoint from;
+  EXPECT_EQ(socket.SendTo("", 0, self), 0);
+  EXPECT_EQ(socket.SendTo("abcdefgh", 8, self), 8);
+  EXPECT_EQ(socket.ReceiveFrom(bytes.data(), bytes.size(), from), 0);
+  EXPECT_EQ(socket.ReceiveFrom(bytes.data(), bytes.size(), from), 4);
+  EXPECT_EQ(std::string(bytes.data(), 4), "abcd");
+}
+
+TEST(UdpSocket, NonBlockingCallsFailInsteadOfWaiting) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  ASSERT_TRUE(socket.SetNonBlocking(true));
+  std::array<char, 4> bytes{};
+  SIpv4Endpoint from;
+  EXPECT_EQ(socket.ReceiveFrom(bytes.data(), bytes.size(), from), -1);
+  EXPECT_EQ(socket.WaitReadable(0), EWait::kTimeout);
+  EXPECT_EQ(socket.WaitWritable(0), EWait::kReady);
+}
+
+TEST(UdpSocket, AWaitEndsWithItsTime) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  const uint32_t before = TickMs();
+  EXPECT_EQ(socket.WaitReadable(20), EWait::kTimeout);
+  EXPECT_GE(TickMs() - before, 19U);
+}
+
+TEST(UdpSocket, ABlockingReceiveWaitsForTheDatagram) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  CSocket sender;
+  ASSERT_TRUE(sender.OpenUdp());
+  std::array<char, 4> bytes{};
+  SIpv4Endpoint from;
+  int received = -2;
+  std::thread reader([&] { received = socket.ReceiveFrom(bytes.data(), bytes.size(), from); });
+  EXPECT_EQ(sender.SendTo("abc", 3, {kLoopback, socket.LocalPort()}), 3);
+  reader.join();
+  EXPECT_EQ(received, 3);
+}
+
+TEST(UdpSocket, ATakenPortIsRefused) {
+  CSocket first;
+  CSocket second;
+  ASSERT_TRUE(OpenBound(first));
+  EXPECT_FALSE(OpenBound(second, kLoopback, first.LocalPort()));
+}
+
+TEST(UdpSocket, AWildcardAndASpecificBindShareAPortAndTheSpecificOneGetsItsDatagrams) {
+  CSocket wildcard;
+  CSocket specific;
+  ASSERT_TRUE(wildcard.OpenUdp());
+  ASSERT_TRUE(wildcard.SetSharedPort());
+  ASSERT_TRUE(wildcard.Bind({kAnyAddress, 0}));
+  ASSERT_TRUE(specific.OpenUdp());
+  ASSERT_TRUE(specific.SetSharedPort());
+  ASSERT_TRUE(specific.Bind({kLoopback, wildcard.LocalPort()}));
+  CSocket sender;
+  ASSERT_TRUE(sender.OpenUdp());
+  ASSERT_EQ(sender.SendTo("x", 1, {kLoopback, wildcard.LocalPort()}), 1);
+  EXPECT_EQ(specific.WaitReadable(kGenerousMs), EWait::kReady);
+  EXPECT_EQ(wildcard.WaitReadable(0), EWait::kTimeout);
+}
+
+TEST(UdpSocket, SendingToABroadcastAddressNeedsTheOption) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  const SIpv4Endpoint all{Address("127.255.255.255"), 9};
+  EXPECT_EQ(socket.SendTo("x", 1, all), -1);
+  ASSERT_TRUE(socket.SetBroadcast(true));
+  EXPECT_EQ(socket.SendTo("x", 1, all), 1);
+}
+
+TEST(UdpSocket, BufferSizesAreAccepted) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  EXPECT_TRUE(socket.SetReceiveBuffer(4'194'304));
+  EXPECT_TRUE(socket.SetSendBuffer(4'194'304));
+}
+
+enum class EBlockedIn { kWaitReadable, kReceiveFrom };
+
+class BlockedSocket : public testing::TestWithParam<EBlockedIn> {};
+
+TEST_P(BlockedSocket, IsReleasedByACloseFromAnotherThread) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  std::vector<std::thread> blocked;
+  std::atomic<int> failed{0};
+  for (int i = 0; i < 3; ++i) {
+    blocked.emplace_back([&] {
+      char byte = 0;
+      SIpv4Endpoint from;
+      const bool released = GetParam() == EBlockedIn::kWaitReadable ? socket.WaitReadable(kWaitForever) == EWait::kError
+                                                                    : socket.ReceiveFrom(&byte, 1, from) == -1;
+      failed += released ? 1 : 0;
+    });
+  }
+  socket.Close();
+  for (std::thread& thread : blocked) {
+    thread.join();
+  }
+  EXPECT_EQ(failed, 3);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_TRUE(OpenBound(socket));  // and can be used again
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, BlockedSocket, testing::Values(EBlockedIn::kWaitReadable, EBlockedIn::kReceiveFrom));
+
+// Here the thread is certainly inside the wait: it has just passed a datagram on.
+TEST(UdpSocket, ACloseReachesAThreadInTheMiddleOfItsLoop) {
+  CSocket socket;
+  ASSERT_TRUE(OpenBound(socket));
+  CEvent looping;
+  std::thread reader([&] {
+    std::array<char, 8> bytes{};
+    SIpv4Endpoint from;
+    while (socket.WaitReadable(kWaitForever) == EWait::kReady) {
+      if (socket.ReceiveFrom(bytes.data(), bytes.size(), from) > 0) {
+        looping.Set();
+      }
+    }
+  });
+  CSocket sender;
+  ASSERT_TRUE(sender.OpenUdp());
+  ASSERT_EQ(sender.SendTo("x", 1, {kLoopback, socket.LocalPort()}), 1);
+  EXPECT_TRUE(looping.WaitFor(kGenerousMs));
+  socket.Close();
+  reader.join();
+}
+
+TEST(UdpSocket, CallsOfManyThreadsSurviveClosingAndOpening) {
+  CSocket socket;
+  CSocket sink;
+  ASSERT_TRUE(OpenBound(sink));
+  ASSERT_TRUE(sink.SetNonBlocking(true));
+  const SIpv4Endpoint target{kLoopback, sink.LocalPort()};
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> users;
+  for (int i = 0; i < 3; ++i) {
+    users.emplace_back([&, i] {
+      std::array<char, 8> bytes{};
+      SIpv4Endpoint from;
+      while (!stop) {
+        if (i == 0) {
+          socket.WaitReadable(1);
+        } else if (i == 1) {
+          socket.SendTo("x", 1, target);
+        } else {
+          socket.ReceiveFrom(bytes.data(), bytes.size(), from);
+        }
+      }
+    });
+  }
+  for (int turn = 0; turn < 200; ++turn) {
+    ASSERT_TRUE(OpenBound(socket));
+    socket.SetNonBlocking(true);
+    socket.Close();
+  }
+  stop = true;
+  for (std::thread& user : users) {
+    user.join();
+  }
+}
+
+TEST(UdpSocket, TheDestructorWaitsForTheThreadsThatItReleases) {
+  for (int turn = 0; turn < 50; ++turn) {
+    auto socket = std::make_unique<CSocket>();
+    ASSERT_TRUE(OpenBound(*socket));
+    CEvent entering;
+    std::thread waiter([&entering, inside = socket.get()] {
+      entering.Set();
+      inside->WaitReadable(kWaitForever);
+    });
+    entering.Wait();
+    socket->Close();
+    waiter.join();
+    socket.reset();
+  }
+}
+
+class TcpSocket : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(peer.IsReady());
+    ASSERT_TRUE(socket.OpenTcp());
+  }
+
+  void Join() {
+    ASSERT_EQ(socket.Connect({kLoopback, peer.Port()}), CSocket::EConnect::kDone);
+    ASSERT_TRUE(peer.Accept());
+    ASSERT_TRUE(socket.SetNonBlocking(true));
+  }
+
+  int ReceiveWhenReady() {
+    EXPECT_EQ(socket.WaitReadable(kGenerousMs), EWait::kReady);
+    return socket.Receive(bytes.data(), bytes.size());
+  }
+
+  CTcpPeer peer;
+  CSocket socket;
+  std::array<char, 16> bytes{};
+};
+
+TEST_F(TcpSocket, ABlockingConnectIsDoneWhenItReturns) {
+  Join();
+  peer.Send("hi");
+  EXPECT_EQ(ReceiveWhenReady(), 2);
+  EXPECT_EQ(socket.Send("there", 5), 5);
+}
+
+TEST_F(TcpSocket, APendingConnectEndsWritable) {
+  ASSERT_TRUE(socket.SetNonBlocking(true));
+  const CSocket::EConnect result = socket.Connect({kLoopback, peer.Port()});
+  EXPECT_NE(result, CSocket::EConnect::kFailed);
+  EXPECT_EQ(socket.WaitWritable(kGenerousMs), EWait::kReady);
+  ASSERT_TRUE(peer.Accept());
+  EXPECT_EQ(socket.Send("x", 1), 1);
+}
+
+TEST_F(TcpSocket, ARefusedPendingConnectIsAnErrorOfTheWait) {
+  peer.StopListening();
+  ASSERT_TRUE(socket.SetNonBlocking(true));
+  if (socket.Connect({kLoopback, peer.Port()}) == CSocket::EConnect::kPending) {
+    EXPECT_EQ(socket.WaitWritable(kGenerousMs), EWait::kError);
+  }
+  EXPECT_EQ(socket.WaitWritable(kGenerousMs), EWait::kError);
+  EXPECT_EQ(socket.Receive(bytes.data(), bytes.size()), -1);
+  EXPECT_EQ(socket.Receive(bytes.data(), bytes.size()), -1);
+}
+
+TEST_F(TcpSocket, ARefusedBlockingConnectFails) {
+  peer.StopListening();
+  EXPECT_EQ(socket.Connect({kLoopback, peer.Port()}), CSocket::EConnect::kFailed);
+}
+
+TEST_F(TcpSocket, ReceiveFailsWhileNothingHasCome) {
+  Join();
+  EXPECT_EQ(socket.Receive(bytes.data(), bytes.size()), -1);
+  EXPECT_EQ(socket.WaitReadable(0), EWait::kTimeout);
+  peer.Send("x");
+  EXPECT_EQ(ReceiveWhenReady(), 1);
+}
+
+TEST_F(TcpSocket, AnOrderlyEndReadsZeroForEver) {
+  Join();
+  peer.Send("last");
+  peer.CloseOrderly();
+  EXPECT_EQ(ReceiveWhenReady(), 4);
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(ReceiveWhenReady(), 0);
+  }
+}
+
+TEST_F(TcpSocket, AnOrderlyEndReadsZeroAlsoAfterWritesThatThePeerAnswersWithAReset) {
+  Join();
+  peer.CloseOrderly();
+  EXPECT_EQ(ReceiveWhenReady(), 0);
+  for (int i = 0; i < 5; ++i) {
+    socket.Send("x", 1);
+    EXPECT_EQ(socket.Receive(bytes.data(), bytes.size()), 0);
+  }
+}
+
+TEST_F(TcpSocket, AResetKeepsEveryReceiveFailing) {
+  Join();
+  peer.CloseWithReset();
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(ReceiveWhenReady(), -1);
+  }
+}
+
+TEST_F(TcpSocket, AResetThatASendMeetsFirstKeepsEveryReceiveFailing) {
+  Join();
+  peer.CloseWithReset();
+  ASSERT_EQ(socket.WaitReadable(kGenerousMs), EWait::kReady);
+  EXPECT_EQ(socket.Send("x", 1), -1);
+  EXPECT_EQ(socket.Send("x", 1), -1);  // and no signal ends the process
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(ReceiveWhenReady(), -1);
+  }
+}
+
+TEST_F(TcpSocket, AResetThatAWritableWaitMeetsFirstKeepsEveryReceiveFailing) {
+  Join();
+  peer.CloseWithReset();
+  ASSERT_EQ(socket.WaitReadable(kGenerousMs), EWait::kReady);
+  EXPECT_EQ(socket.WaitWritable(kGenerousMs), EWait::kError);
+  EXPECT_EQ(ReceiveWhenReady(), -1);
+  EXPECT_EQ(ReceiveWhenReady(), -1);
+}
+
+TEST_F(TcpSocket, OpeningAgainForgetsTheReset) {
+  Join();
+  peer.CloseWithReset();
+  EXPECT_EQ(ReceiveWhenReady(), -1);
+  ASSERT_TRUE(socket.OpenTcp());
+  Join();
+  peer.Send("new");
+  EXPECT_EQ(ReceiveWhenReady(), 3);
+}
+
+TEST_F(TcpSocket, ANonBlockingSendStopsWhenTheBufferIsFull) {
+  Join();
+  const std::vector<char> block(1 << 20, 'x');
+  int sent = 0;
+  size_t total = 0;
+  while ((sent = socket.Send(block.data(), block.size())) > 0 && total < (size_t{1} << 30)) {
+    total += static_cast<size_t>(sent);
+  }
+  EXPECT_EQ(sent, -1);
+  EXPECT_GT(total, 0U);
+  EXPECT_EQ(socket.WaitWritable(0), EWait::kTimeout);
+}
+
+TEST_F(TcpSocket, ABlockedSendIsReleasedByAClose) {
+  Join();
+  ASSERT_TRUE(socket.SetNonBlocking(false));
+  const std::vector<char> huge(64 << 20, 'x');
+  int sent = 0;
+  std::thread sender([&] { sent = socket.Send(huge.data(), huge.size()); });
+  socket.Close();
+  sender.join();
+  EXPECT_LT(sent, static_cast<int>(huge.size()));
+}
+
+TEST_F(TcpSocket, ACloseEndsTheConnectionForThePeer) {
+  Join();
+  socket.Close();
+  EXPECT_EQ(socket.WaitReadable(kWaitForever), EWait::kError);
+  EXPECT_EQ(socket.Receive(bytes.data(), bytes.size()), -1);
+}
+
+}  // namespace
+}  // namespace zelk
