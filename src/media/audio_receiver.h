@@ -1,0 +1,51 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "media/audio_packet.h"
+#include "media/echo_bank.h"
+#include "media/media_hook.h"
+#include "media/packet_sender.h"
+#include "media/receive_staging.h"
+#include "media/sequence_rules.h"
+#include "media/stop_flag.h"
+#include "platform/socket.h"
+
+namespace zelk {
+
+// Takes a card's packets in order, answers each, and passes their audio on.
+// Thread: receive; Create (false when there is no memory) the opener. Run blocks on the socket without a limit: closing
+// it is the way out. Nothing allocates after Create.
+class CAudioReceiver {
+ public:
+  CAudioReceiver(SAudioControls& cardControls, IAudioNotice& cardNotice, CEchoBank& cardEcho, CPacketSender& cardSender)
+      : controls(cardControls), notice(cardNotice), echo(cardEcho), sender(cardSender) {}
+
+  bool Create(CCardRings& rings);
+  // The thread: until the flag is set. Packets count only from this IPv4 address.
+  void Run(CSocket& socket, uint32_t cardAddress, CStopFlag& stop);
+  // One datagram from the card; the bytes are changed where the echo stage works. A held packet that its coming makes
+  // due is taken up too.
+  void TakePacket(uint8_t* packet, size_t length);
+
+ private:
+  bool ReadPacket(CSocket& socket, uint32_t cardAddress, CStopFlag& stop, size_t& length);
+  void Carry(const SSequenceDecision& decision, uint8_t* packet, size_t length);
+  void Report(const SSequenceDecision& decision);
+  void Process(uint8_t* packet, size_t length);
+
+  SAudioControls& controls;
+  IAudioNotice& notice;
+  CEchoBank& echo;
+  CPacketSender& sender;
+  CReceiveStaging staging;
+  CSequenceRules rules;
+  uint32_t trunks = 0;
+  std::array<uint8_t, kAudioBufferBytes> buffer{};
+  std::array<uint8_t, kAudioBufferBytes> heldPacket{};
+  size_t heldLength = 0;
+};
+
+}  // namespace zelk

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "media/audio_controls.h"
+#include "media/audio_pacer.h"
+#include "media/audio_receiver.h"
+#include "media/channel_rings.h"
+#include "media/echo_bank.h"
+#include "media/packet_sender.h"
+#include "media/stop_flag.h"
+#include "platform/socket.h"
+#include "runtime/config.h"
+
+namespace zelk {
+
+// Everything the two audio threads of one opening touch. Both threads and the stream share it, so that a thread that
+// outlives its join has only its own to touch.
+// Thread: Create and Echo().Configure the opener; RunReceiver receive; RunPacer pacer; Stop and CloseSocket any.
+class CAudioSession : private IAudioLink {
+ public:
+  CAudioSession(std::shared_ptr<SAudioControls> cardControls, IAudioNotice& cardNotice);
+
+  // Socket, rings and buffers; false when the socket cannot be had or there is no memory.
+  bool Create(uint32_t localAddress, uint32_t card, uint32_t trunkCount, uint32_t blocks, const SDtmfSettings& dtmf);
+  uint16_t LocalPort() const { return localPort; }
+  CEchoBank& Echo() { return echo; }
+
+  void RunReceiver() { receiver.Run(socket, cardAddress, stop); }
+  void RunPacer() { pacer.Run(stop); }
+
+  void Stop() { stop.Set(); }
+  void CloseSocket() { socket.Close(); }
+
+ private:
+  bool OpenSocket(uint32_t localAddress);
+  int SendPacket(const uint8_t* packet, size_t length) override;
+  void WaitToSend(int32_t timeoutMs) override { socket.WaitWritable(timeoutMs); }
+
+  std::shared_ptr<SAudioControls> controls;
+  CStopFlag stop;
+  CSocket socket;
+  uint32_t cardAddress = 0;
+  uint16_t localPort = 0;
+  CCardRings rings;
+  CEchoBank echo;
+  CPacketSender sender;
+  CAudioReceiver receiver;
+  CAudioPacer pacer;
+};
+
+}  // namespace zelk

@@ -1,0 +1,126 @@
+#include "media/echo_stage.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "media/g711.h"
+
+// The second of these headers needs what the first defines, and <cstring>.
+// clang-format off
+#include <spandsp/telephony.h>
+#include <spandsp/echo.h>
+// clang-format on
+
+// The build compiles the canceller once for every instruction set and ends its public names with the set's.
+extern "C" {
+echo_can_state_t* echo_can_init_base(int taps, int mode);
+int echo_can_free_base(echo_can_state_t* state);
+int16_t echo_can_update_base(echo_can_state_t* state, int16_t sent, int16_t received);
+echo_can_state_t* echo_can_init_avx2(int taps, int mode);
+int echo_can_free_avx2(echo_can_state_t* state);
+int16_t echo_can_update_avx2(echo_can_state_t* state, int16_t sent, int16_t received);
+}
+
+namespace zelk {
+namespace {
+
+struct SCancellerBuild {
+  echo_can_state_t* (*init)(int, int);
+  int (*free)(echo_can_state_t*);
+  int16_t (*update)(echo_can_state_t*, int16_t, int16_t);
+};
+
+SCancellerBuild ChooseBuild() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_cpu_init();
+  if (__builtin_cpu_supports("avx2"))
+    return {echo_can_init_avx2, echo_can_free_avx2, echo_can_update_avx2};
+#endif
+  return {echo_can_init_base, echo_can_free_base, echo_can_update_base};
+}
+
+const SCancellerBuild kBuild = ChooseBuild();
+
+constexpr int32_t kTapsPerMs = 8;
+constexpr int32_t kMinTailMs = 32;
+constexpr int32_t kMaxTailMs = 1024;
+static_assert(kMinTailMs * kTapsPerMs == 256);
+
+constexpr float kLevelPace = 1.0F / 64;  // levels follow within 8 ms
+constexpr float kSuppressedRatio = 16;   // 24 dB
+constexpr float kQuietSent = 64;         // about -48 dBm0: below it nothing worth an echo is sent
+// Speech has pauses, so the lowest levels are the noise: down within 32 ms, up by about 3 dB a second.
+constexpr float kNoiseFallPace = 1.0F / 256;
+constexpr float kNoiseRisePace = 1.0F / 20000;
+constexpr float kLeastNoise = 8;
+constexpr float kMostNoise = 160;  // about -40 dBm0: louder is not background
+
+echo_can_state_t* State(void* canceller) {
+  return static_cast<echo_can_state_t*>(canceller);
+}
+
+int16_t Saturate(int32_t value) {
+  return static_cast<int16_t>(
+      std::clamp<int32_t>(value, std::numeric_limits<int16_t>::min(), std::numeric_limits<int16_t>::max()));
+}
+
+}  // namespace
+
+std::unique_ptr<CEchoStage> CEchoStage::Create(int32_t tailMs) {
+  const int32_t taps = std::clamp(tailMs, kMinTailMs, kMaxTailMs) * kTapsPerMs;
+  echo_can_state_t* state = kBuild.init(taps, ECHO_CAN_USE_ADAPTION);
+  if (state == nullptr)
+    return nullptr;
+  std::unique_ptr<CEchoStage> stage(new (std::nothrow) CEchoStage(state, taps));
+  if (stage == nullptr)
+    kBuild.free(state);
+  return stage;
+}
+
+CEchoStage::CEchoStage(void* cancellerState, int32_t tapCount)
+    : canceller(cancellerState), taps(tapCount), tailDecay(1.0F - 1.0F / static_cast<float>(tapCount)) {}
+
+CEchoStage::~CEchoStage() {
+  kBuild.free(State(canceller));
+}
+
+int16_t CEchoStage::Update(int16_t sent, int16_t received) {
+  const int32_t residual = CancelLinear(sent, received);
+  TrackLevels(sent, residual);
+  if (residualNow * kSuppressedRatio > sentInTail)
+    return static_cast<int16_t>(residual);
+  const auto limit = static_cast<int32_t>(noise);
+  return static_cast<int16_t>(std::clamp(residual, -limit, limit));
+}
+
+// The canceller returns the difference in 16 bits and lets it wrap. The echo it took away fits 16 bits, so it can be
+// had back exactly, and the difference saturates where it would have wrapped into a click.
+int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
+  const int16_t wrapped = kBuild.update(State(canceller), sent, received);
+  const auto echo = static_cast<int16_t>(static_cast<uint16_t>(received) - static_cast<uint16_t>(wrapped));
+  return Saturate(int32_t{received} - echo);
+}
+
+void CEchoStage::TrackLevels(int16_t sent, int32_t residual) {
+  sentNow += (static_cast<float>(std::abs(int32_t{sent})) - sentNow) * kLevelPace;
+  residualNow += (static_cast<float>(std::abs(residual)) - residualNow) * kLevelPace;
+  sentInTail = std::max(sentNow, sentInTail * tailDecay);
+  // While something is sent the residual holds its echo, which must not pass for noise.
+  if (sentInTail > kQuietSent)
+    return;
+  noise += residualNow < noise ? (residualNow - noise) * kNoiseFallPace : noise * kNoiseRisePace;
+  noise = std::clamp(noise, kLeastNoise, kMostNoise);
+}
+
+void CEchoStage::Process(uint8_t* received, const uint8_t* sent, size_t count, size_t sentCount, size_t stride) {
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t reference = i < sentCount ? sent[i * stride] : kIdleByte;
+    uint8_t& sample = received[i * stride];
+    sample = LinearToALaw(Update(ALawToLinear(reference), ALawToLinear(sample)));
+  }
+}
+
+}  // namespace zelk

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace zelk {
+
+// One channel position's line echo canceller: takes out of the received sound what comes back of the sent one.
+// The linear part is spandsp's adaptive filter. What it leaves is clipped to the tracked background noise, but only
+// while the echo stands at least 24 dB below what was sent: near-end speech, alone or over the far end, passes as it
+// is. Thread: Create any; the rest one thread at a time (receive). Nothing blocks; nothing allocates after Create.
+class CEchoStage {
+ public:
+  // tailMs is brought into 32..1024: the canceller looks at 256 samples of history whatever its length is, and a longer
+  // tail than a second only costs. Null when there is no memory.
+  static std::unique_ptr<CEchoStage> Create(int32_t tailMs);
+  ~CEchoStage();
+  CEchoStage(const CEchoStage&) = delete;
+  CEchoStage& operator=(const CEchoStage&) = delete;
+
+  // One pair of 16-bit linear samples: the one sent to the line and the one received. Returns the cleaned sample.
+  int16_t Update(int16_t sent, int16_t received);
+  // The same for count A-law bytes that stand stride bytes apart; received is replaced. The reference ends after
+  // sentCount bytes; idle bytes stand for the rest.
+  void Process(uint8_t* received, const uint8_t* sent, size_t count, size_t sentCount, size_t stride);
+
+  int32_t Taps() const { return taps; }
+
+ private:
+  CEchoStage(void* cancellerState, int32_t tapCount);
+
+  int32_t CancelLinear(int16_t sent, int16_t received);
+  void TrackLevels(int16_t sent, int32_t residual);
+
+  void* canceller;  // spandsp's state, owned
+  int32_t taps;
+  float tailDecay;  // a sample's, so that a level falls to a third within the tail
+  // Mean magnitudes of 16-bit samples.
+  float sentNow = 0;      // over the last few milliseconds
+  float sentInTail = 0;   // the same, falling no faster than echoes of it die away
+  float residualNow = 0;  // of the canceller's output
+  float noise = 8;        // of the output while nothing is sent and nobody speaks; starts at A-law's smallest value
+};
+
+}  // namespace zelk
