@@ -1,0 +1,163 @@
+#include "api/library.h"
+
+#include <algorithm>
+#include <string>
+
+#include "platform/module.h"
+#include "platform/socket.h"
+#include "runtime/config.h"
+#include "runtime/log.h"
+#include "runtime/log_writer.h"
+#include "runtime/paths.h"
+
+namespace zelk {
+
+namespace {
+
+constexpr uint32_t kSignallingTimeslot = 16;
+// Read back from every trunk at start-up; the value comes as a log line of the detail class.
+constexpr uint16_t kStartUpRegister = 0x1006;
+
+}  // namespace
+
+CLibrary::SCardSlot::SCardSlot(const CChannelTable& channels, uint32_t cardIndex)
+    : card(cardIndex), handlers(channels, cardIndex) {}
+
+CLibrary::CLibrary() {
+  // The log and the configuration must outlive the cards' threads: made first, destroyed last.
+  Log();
+  Config();
+  slots.reserve(kMaxCards);
+  for (uint32_t cardIndex = 0; cardIndex < kMaxCards; ++cardIndex) {
+    slots.push_back(std::make_unique<SCardSlot>(channels, cardIndex));
+  }
+}
+
+CLibrary::~CLibrary() {
+  Shutdown();
+}
+
+bool CLibrary::Init() {
+  CScopedLock held(lock);
+  std::string modulePath;
+  if (!ModulePath(modulePath)) {
+    return false;
+  }
+  const SLibraryPaths paths = DerivePaths(modulePath, kPathSeparator);
+  Log().Start(paths.log);  // without a log the library works all the same
+  Config().Read(paths.ini);
+  if (initialised) {
+    return true;
+  }
+  try {
+    return StartUp();
+  } catch (...) {
+    TearDown();  // what memory that ran out has left half built
+    throw;
+  }
+}
+
+bool CLibrary::StartUp() {
+  StartSockets();
+  channels.Clear();
+  InstallPriMessageHook();
+  std::vector<SDiscoveredCard> found;
+  const int32_t result = DiscoverCards(found);
+  if (result < 0) {
+    // A machine without a usable adapter still initialises; there is nothing to listen on either.
+    initialised = true;
+    return true;
+  }
+  const auto cardCount = static_cast<uint32_t>(std::min({static_cast<size_t>(result), found.size(), slots.size()}));
+  OpenCards(found, cardCount);
+  if (!StartListener(found, cardCount)) {
+    TearDown();
+    return false;
+  }
+  initialised = true;
+  return true;
+}
+
+void CLibrary::OpenCards(const std::vector<SDiscoveredCard>& found, uint32_t cardCount) {
+  const CConfig& config = Config();
+  uint32_t trunkTotal = 0;
+  for (uint32_t cardIndex = 0; cardIndex < cardCount; ++cardIndex) {
+    CCard& card = slots[cardIndex]->card;
+    card.SetTrunkDefaults(config.switchType, config.clientType, config.numberType);
+    const std::string cardAddress = FormatIpv4(found[cardIndex].cardAddress);
+    const std::string localAddress = FormatIpv4(found[cardIndex].localAddress);
+    if (card.Open(cardAddress.c_str(), kCardPort, localAddress.c_str())) {
+      AddCard(cardIndex, trunkTotal);
+      trunkTotal += card.TrunkCount();
+    }
+  }
+}
+
+void CLibrary::AddCard(uint32_t cardIndex, uint32_t firstTrunk) {
+  SCardSlot& slot = *slots[cardIndex];
+  const auto firstChannel = static_cast<uint32_t>(channels.Count());
+  const uint32_t trunkCount = slot.card.TrunkCount();
+  const uint32_t trunksWithChannels = AddTrunks(slot.card, cardIndex);
+  if (trunksWithChannels < trunkCount) {
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: %u of %u Trunks have no channels, the channel table is full",
+              cardIndex, trunkCount - trunksWithChannels, trunkCount);
+  }
+  slot.handlers.Place(firstTrunk, firstChannel);
+  slot.card.SetHandlers(&slot.handlers);
+  for (uint32_t trunk = 0; trunk < trunkCount; ++trunk) {
+    slot.card.SendRegisterRead(trunk, kStartUpRegister);
+  }
+}
+
+// A trunk gets all its channels or none. Returns the number of trunks that got theirs.
+uint32_t CLibrary::AddTrunks(CCard& card, uint32_t cardIndex) {
+  const uint32_t trunkCount = std::min(card.TrunkCount(), kMaxTrunks);
+  for (uint32_t trunk = 0; trunk < trunkCount; ++trunk) {
+    if (static_cast<uint32_t>(channels.Count()) + kChannelsPerTrunk > kMaxChannels) {
+      return trunk;
+    }
+    for (uint32_t timeslot = 1; timeslot < kTimeslotsPerTrunk; ++timeslot) {
+      if (timeslot != kSignallingTimeslot) {
+        const SDevicePlace place{static_cast<int32_t>(cardIndex), static_cast<int32_t>(trunk), timeslot,
+                                 static_cast<uint32_t>(channels.Count())};
+        channels.Add(std::make_unique<CDevice>(card, place));
+      }
+    }
+  }
+  return trunkCount;
+}
+
+bool CLibrary::StartListener(const std::vector<SDiscoveredCard>& found, uint32_t cardCount) {
+  std::vector<CCard*> cards;
+  for (uint32_t cardIndex = 0; cardIndex < cardCount; ++cardIndex) {
+    cards.push_back(&slots[cardIndex]->card);
+  }
+  return listener.Start(std::move(cards), std::vector<SDiscoveredCard>(found.begin(), found.begin() + cardCount));
+}
+
+void CLibrary::Shutdown() {
+  CScopedLock held(lock);
+  if (initialised) {
+    TearDown();
+  }
+}
+
+// The listener goes first, so that it cannot open a card again; the channels last, when no card thread can reach them.
+void CLibrary::TearDown() {
+  listener.Stop();
+  for (const std::unique_ptr<SCardSlot>& slot : slots) {
+    slot->card.Close();
+    // A later start-up opens the card before its channels exist: nothing may be reported to these handlers then.
+    slot->card.SetHandlers(nullptr);
+  }
+  channels.CloseAll();
+  channels.Clear();
+  initialised = false;
+}
+
+CLibrary& Library() {
+  static CLibrary library;
+  return library;
+}
+
+}  // namespace zelk

@@ -1,0 +1,28 @@
+#include "call/application_events.h"
+
+namespace zelk {
+
+void CApplicationEvents::Post(uint32_t channel, EApplicationEvent event, int32_t param) const {
+  if (ZelkEventCallback callback = eventCallback) {
+    callback(static_cast<int32_t>(channel), event, param);
+  }
+}
+
+void CApplicationEvents::Play(uint32_t channel, uint8_t* data, uint32_t length) const {
+  if (ZelkPlayCallback callback = playCallback) {
+    callback(channel, data, length);
+  }
+}
+
+void CApplicationEvents::Record(uint32_t channel, const uint8_t* data, uint32_t length) const {
+  if (ZelkRecordCallback callback = recordCallback) {
+    callback(channel, data, length);
+  }
+}
+
+CApplicationEvents& ApplicationEvents() {
+  static CApplicationEvents events;
+  return events;
+}
+
+}  // namespace zelk

@@ -1,0 +1,236 @@
+#include "call/call_events.h"
+
+#include "call/application_events.h"
+#include "call/channel_info.h"
+#include "call/disconnect_cause.h"
+#include "runtime/log.h"
+
+namespace zelk {
+
+struct CCallEvents::SCall {
+  CTrunk& trunk;
+  CDevice& device;
+  uint16_t bchannel;
+  const SPriEvent& event;
+};
+
+namespace {
+
+void HangUp(CTrunk& trunk, PriCall call, int cause) {
+  CScopedLock held(trunk.lock);
+  if (trunk.controller) {
+    trunk.controller->Hangup(call, cause);
+  }
+}
+
+// The whole end of a call, libpri's part in the middle.
+void EndCall(CTrunk& trunk, CDevice& device, PriCall call, int32_t cause) {
+  device.ClearCallInfo(cause);
+  HangUp(trunk, call, kCauseNormalClearing);
+  device.ForgetCall();
+  device.direction = 0;
+}
+
+bool ReadParties(CTrunk& trunk, PriCall call, SPriParties& parties) {
+  CScopedLock held(trunk.lock);
+  return trunk.controller && trunk.controller->Parties(call, parties);
+}
+
+void TakeOverParties(CDevice& device, const SPriParties& parties) {
+  CScopedLock held(device.infoLock);
+  if (parties.remote.valid) {
+    device.cli = parties.remote.digits;
+  }
+  if (parties.called.valid) {
+    device.dli = parties.called.digits;
+  }
+  if (parties.redirecting.valid) {
+    device.callType = RedirectCallType(parties.redirectingReason);
+    device.rli = parties.redirecting.digits;
+  }
+}
+
+bool IsHangup(ECallEvent code) {
+  return code == CALLEV_HANGUP || code == CALLEV_HANGUP_REQ || code == CALLEV_HANGUP_ACK;
+}
+
+}  // namespace
+
+CCallEvents::CCallEvents(const CCardChannels& cardChannels) : channels(cardChannels) {}
+
+void CCallEvents::Handle(CCard& card, uint16_t trunkIndex, uint16_t bchannel, ECallEvent code,
+                         const SPriEvent& event) const {
+  if (trunkIndex >= kMaxTrunks) {
+    return;
+  }
+  if (code == CALLEV_UNKNOWN) {
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - Unknown pri event %d", CardOfTrunk(trunkIndex),
+              unsigned{trunkIndex}, event.code);
+    return;
+  }
+  if (code == CALLEV_RING && bchannel == kNoBchannel && !ChooseChannel(card, trunkIndex, event, bchannel)) {
+    return;
+  }
+  if (!CCardChannels::IsBchannel(bchannel)) {
+    return;
+  }
+  CDevice* device = channels.At(channels.SlotOf(trunkIndex, bchannel));
+  if (device == nullptr) {
+    return;
+  }
+  const SCall call{card.Trunk(trunkIndex), *device, bchannel, event};
+  if (!TakeLostCall(call, code)) {
+    Dispatch(call, code);
+  }
+}
+
+uint32_t CCallEvents::CardOfTrunk(uint16_t trunkIndex) const {
+  const CDevice* first = channels.At(channels.SlotOf(trunkIndex, 1));
+  return first != nullptr ? static_cast<uint32_t>(first->cardIndex) : channels.CardIndex();
+}
+
+// A call that names no channel gets the trunk's first free one.
+bool CCallEvents::ChooseChannel(CCard& card, uint16_t trunkIndex, const SPriEvent& event, uint16_t& bchannel) const {
+  CTrunk& trunk = card.Trunk(trunkIndex);
+  const size_t first = channels.SlotOf(trunkIndex, 1);
+  const size_t end = first + kChannelsPerTrunk;
+  size_t slot = first;
+  for (; slot < end && slot < kMaxChannels; ++slot) {
+    const CDevice* device = channels.At(slot);
+    if (device != nullptr && device->callHandle == nullptr && device->isOpen && device->allowIncoming) {
+      break;
+    }
+  }
+  if (slot == end) {
+    HangUp(trunk, event.call, kCauseChannelUnavailable);
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - New Call aborted due to BCHANNEL unavailable",
+              CardOfTrunk(trunkIndex), unsigned{trunkIndex});
+    return false;
+  }
+  // Formed from the place in the whole table, not on the trunk: right only for the first trunk of the first card. The
+  // networks in use answer to this number, so it stays.
+  bchannel = static_cast<uint16_t>(slot + 1 >= 16 ? slot + 2 : slot + 1);
+  CScopedLock held(trunk.lock);
+  if (trunk.controller) {
+    trunk.controller->NeedMoreInfo(event.call, bchannel);
+  }
+  return true;
+}
+
+// True when the event is about a call that was lost with its trunk, and nothing is left to do.
+bool CCallEvents::TakeLostCall(const SCall& call, ECallEvent code) {
+  if (code == CALLEV_RING) {
+    call.device.ForgetLostCall(call.event.call);
+    return false;
+  }
+  if (!call.device.IsLostCall(call.event.call)) {
+    return false;
+  }
+  if (IsHangup(code)) {
+    HangUp(call.trunk, call.event.call, kCauseNormalClearing);
+    call.device.ForgetLostCall(call.event.call);
+  }
+  return true;
+}
+
+void CCallEvents::Dispatch(const SCall& call, ECallEvent code) {
+  const CDevice& device = call.device;
+  switch (code) {
+    case CALLEV_RING:
+      return OnRing(call);
+    case CALLEV_HANGUP:
+    case CALLEV_HANGUP_REQ:
+      return OnHangup(call, code);
+    case CALLEV_RESTART:
+      return HangUp(call.trunk, device.callHandle, kCauseNormalClearing);
+    case CALLEV_CONNECT_ACK:
+      return OnConnectAck(call);
+    case CALLEV_ANSWER:
+      return OnAnswer(call);
+    case CALLEV_RINGING:
+      return OnRinging(call);
+    case CALLEV_PROCEEDING:
+      LogFormat(ELogClass::kDetail, device.LogChannel(), "Call Proceeding");
+      return ApplicationEvents().Post(device.channelNumber, EVENT_PROCEEDING, call.event.cause);
+    case CALLEV_PROGRESS:
+      LogFormat(ELogClass::kDetail, device.LogChannel(), "Call Progress");
+      return ApplicationEvents().Post(device.channelNumber, EVENT_PROGRESS, call.event.cause);
+    default:
+      return;
+  }
+}
+
+void CCallEvents::OnRing(const SCall& call) {
+  CDevice& device = call.device;
+  const SPriEvent& ring = call.event;
+  if (!device.allowIncoming) {
+    HangUp(call.trunk, ring.call, kCauseChannelUnavailable);
+    return;
+  }
+  device.callHandle = ring.call;
+  SPriParties parties;
+  const bool redirected = ReadParties(call.trunk, ring.call, parties) && parties.redirecting.valid;
+  {
+    CScopedLock held(device.infoLock);
+    device.cli = ring.callingNumber;
+    device.dli = ring.calledNumber;
+    device.rli = ring.redirectingNumber;
+    device.callType = redirected ? RedirectCallType(ring.redirectingReason) : kCallTypeVoice;
+  }
+  {
+    CScopedLock held(call.trunk.lock);
+    if (call.trunk.controller) {
+      call.trunk.controller->Proceeding(ring.call, call.bchannel);
+      call.trunk.controller->Alerting(ring.call, call.bchannel);
+    }
+  }
+  ApplicationEvents().Post(device.channelNumber, EVENT_INCOMING_CALL, 0);
+}
+
+void CCallEvents::OnHangup(const SCall& call, ECallEvent code) {
+  CDevice& device = call.device;
+  const PriCall current = device.callHandle;
+  if (current != nullptr && call.event.call != nullptr && call.event.call != current) {
+    // A call that this channel has given up ends behind the back of its newer one.
+    HangUp(call.trunk, call.event.call, kCauseNormalClearing);
+    return;
+  }
+  EndCall(call.trunk, device, code == CALLEV_HANGUP ? call.event.call : current, call.event.cause);
+  ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, call.event.cause);
+}
+
+void CCallEvents::OnConnectAck(const SCall& call) {
+  CDevice& device = call.device;
+  SPriParties parties;
+  if (ReadParties(call.trunk, call.event.call, parties)) {
+    TakeOverParties(device, parties);
+  }
+  device.connected = true;
+  device.SwitchEcho(device.Trunk().echoEnabled);
+  ApplicationEvents().Post(device.channelNumber, EVENT_CONNECTED, 0);
+}
+
+void CCallEvents::OnAnswer(const SCall& call) {
+  CDevice& device = call.device;
+  SPriParties parties;
+  if (device.direction >= 1 && ReadParties(call.trunk, call.event.call, parties)) {
+    TakeOverParties(device, parties);
+  }
+  device.connected = true;
+  ApplicationEvents().Post(device.channelNumber, EVENT_CONNECTED, 0);
+}
+
+void CCallEvents::OnRinging(const SCall& call) {
+  CDevice& device = call.device;
+  LogFormat(ELogClass::kDetail, device.LogChannel(), "Call Status Alerting");
+  if (call.trunk.hangupOnAlerting && device.connected) {
+    // The hang-up member of a ringing event: what libpri has left there is hung up, and only if it is a call of its
+    // own.
+    EndCall(call.trunk, device, call.event.hangupCall, kCauseNormalClearing);
+    ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, kCauseNormalClearing);
+    return;
+  }
+  ApplicationEvents().Post(device.channelNumber, EVENT_ALERTING, 0);
+}
+
+}  // namespace zelk

@@ -1,0 +1,38 @@
+#include "call/channel_handlers.h"
+
+namespace zelk {
+
+CChannelHandlers::CChannelHandlers(const CChannelTable& table, uint32_t cardIndex)
+    : channels(table, cardIndex), callEvents(channels), trunkStatus(channels), media(channels) {}
+
+void CChannelHandlers::Place(uint32_t firstTrunk, uint32_t firstChannel) {
+  channels.Place(firstTrunk, firstChannel);
+}
+
+void CChannelHandlers::OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value) {
+  trunkStatus.OnCardState(card, code, text, value);
+}
+
+void CChannelHandlers::OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16,
+                                     uint32_t value32) {
+  trunkStatus.OnStatus(card, trunk, code, value16, value32);
+}
+
+void CChannelHandlers::OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code,
+                                   const SPriEvent& event) {
+  callEvents.Handle(card, trunk, channel, code, event);
+}
+
+void CChannelHandlers::OnCardReopening(CCard&) {
+  trunkStatus.OnCardReopening();
+}
+
+void CChannelHandlers::OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) {
+  media.Handle(trunk, timeslot, code, data, length);
+}
+
+uint32_t CChannelHandlers::FirstGlobalTrunk() const {
+  return channels.FirstTrunk();
+}
+
+}  // namespace zelk

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+
+#include "call/call_events.h"
+#include "call/card_channels.h"
+#include "call/channel_media.h"
+#include "call/trunk_status.h"
+#include "card/card_handlers.h"
+
+namespace zelk {
+
+// The four handlers of one card: what the card reports goes to the part of the call layer that deals with it.
+// Thread: see ICardHandlers; Place the initialising thread. Must outlive the card's open time.
+class CChannelHandlers : public ICardHandlers {
+ public:
+  CChannelHandlers(const CChannelTable& table, uint32_t cardIndex);
+
+  void Place(uint32_t firstTrunk, uint32_t firstChannel);
+
+  void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value) override;
+  void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) override;
+  void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) override;
+  void OnCardReopening(CCard& card) override;
+  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override;
+  uint32_t FirstGlobalTrunk() const override;
+
+ private:
+  CCardChannels channels;
+  CCallEvents callEvents;
+  CTrunkStatus trunkStatus;
+  CChannelMedia media;
+};
+
+}  // namespace zelk

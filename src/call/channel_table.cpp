@@ -1,0 +1,47 @@
+#include "call/channel_table.h"
+
+namespace zelk {
+
+CChannelTable::~CChannelTable() {
+  Clear();
+}
+
+bool CChannelTable::Add(std::unique_ptr<CDevice> device) {
+  const int32_t channel = Count();
+  if (static_cast<uint32_t>(channel) >= kMaxChannels) {
+    return false;
+  }
+  slots[static_cast<size_t>(channel)].store(device.release(), std::memory_order_release);
+  count.store(channel + 1, std::memory_order_release);
+  return true;
+}
+
+CDevice* CChannelTable::Find(int32_t channel) const {
+  // As unsigned, so that negative numbers fail with the large ones.
+  const auto number = static_cast<uint32_t>(channel);
+  if (number >= kMaxChannels || number >= static_cast<uint32_t>(Count())) {
+    return nullptr;
+  }
+  return At(number);
+}
+
+CDevice* CChannelTable::At(size_t index) const {
+  return index < kMaxChannels ? slots[index].load(std::memory_order_acquire) : nullptr;
+}
+
+void CChannelTable::CloseAll() {
+  for (int32_t channel = 0; channel < Count(); ++channel) {
+    if (CDevice* device = Find(channel)) {
+      device->Close();
+    }
+  }
+}
+
+void CChannelTable::Clear() {
+  for (std::atomic<CDevice*>& slot : slots) {
+    std::unique_ptr<CDevice> gone(slot.exchange(nullptr, std::memory_order_acq_rel));
+  }
+  count.store(0, std::memory_order_release);
+}
+
+}  // namespace zelk

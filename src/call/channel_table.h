@@ -1,0 +1,42 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "call/device.h"
+
+namespace zelk {
+
+constexpr uint32_t kMaxChannels = 1024;
+constexpr uint32_t kChannelsPerTrunk = 30;
+
+// The flat table of all voice channels; slot n holds channel n. Owns the channels.
+// Thread: Add, CloseAll and Clear the initialising thread; everything else any. Slots and count are atomics, so a card
+// thread that is late finds an empty slot and nothing worse; a channel itself is destroyed only once the cards are
+// closed.
+class CChannelTable {
+ public:
+  CChannelTable() = default;
+  ~CChannelTable();
+  CChannelTable(const CChannelTable&) = delete;
+  CChannelTable& operator=(const CChannelTable&) = delete;
+
+  // The next free number takes the channel, which must carry it. False (and the channel is gone) when the table is
+  // full.
+  bool Add(std::unique_ptr<CDevice> device);
+  int32_t Count() const { return count.load(std::memory_order_acquire); }
+  // The check that opens every export: null for a number that no channel has.
+  CDevice* Find(int32_t channel) const;
+  // The slot itself, null when it is empty or outside the table.
+  CDevice* At(size_t index) const;
+  void CloseAll();
+  void Clear();
+
+ private:
+  std::array<std::atomic<CDevice*>, kMaxChannels> slots = {};
+  std::atomic<int32_t> count{0};
+};
+
+}  // namespace zelk

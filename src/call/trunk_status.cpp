@@ -1,0 +1,161 @@
+#include "call/trunk_status.h"
+
+#include "call/application_events.h"
+#include "call/disconnect_cause.h"
+#include "runtime/log.h"
+
+namespace zelk {
+
+namespace {
+
+constexpr uint8_t kLineUnknown = 3;
+
+// The channel goes down with whatever call it has; no disconnected event, and the direction stays.
+void TakeDown(CDevice& device) {
+  {
+    CScopedLock held(device.Trunk().lock);
+    device.linkState = -1;
+    device.RememberLostCall();
+    device.ClearCallInfo(kCauseNormalClearing);
+    device.ForgetCall();
+  }
+  ApplicationEvents().Post(device.channelNumber, EVENT_CHANNEL_STATE, 0);
+}
+
+const char* QueueOverflowText(uint32_t direction) {
+  switch (direction) {
+    case 0:
+      return "Incoming HDLC Queue Overflow Error";
+    case 1:
+      return "Outgoing HDLC Queue Overflow Error";
+    default:
+      return "Unknown HDLC Queue Overflow Error";
+  }
+}
+
+const char* HdlcErrorText(uint32_t error) {
+  switch (error) {
+    case 2:
+      return "HDLC CRC Error";
+    case 3:
+      return "HDLC ABORT Error";
+    case 4:
+      return "HDLC OVERRUN Error";
+    case 8:
+      return "HDLC Buffer Overflow Error";
+    default:
+      return "HDLC Unknown Error";
+  }
+}
+
+}  // namespace
+
+CTrunkStatus::CTrunkStatus(const CCardChannels& cardChannels) : channels(cardChannels) {}
+
+void CTrunkStatus::OnStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) const {
+  // The card number of these lines is the number of trunks of all earlier cards.
+  const uint32_t number = channels.FirstTrunk();
+  const auto logLine = [&](const char* text) {
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - %s", number, trunk, text);
+  };
+  switch (code) {
+    case kDchannelUp:
+      logLine("DCHANNEL UP");
+      return SetTrunkUp(trunk);
+    case kDchannelDown:
+      logLine("DCHANNEL DOWN");
+      return SetTrunkDown(trunk);
+    case kQueueOverflow:
+      return logLine(QueueOverflowText(value32));
+    case kHdlcError:
+      return logLine(HdlcErrorText(value32));
+    case kConfigError:
+      return logLine("Configuration Incorrect. Please set ClientType=1 for NT or ClientType=2 for TE");
+    case kLinkReset:
+      return ResetLink(card, trunk);
+    case kRegisterRead:
+      LogFormat(ELogClass::kDetail, kGeneralLine, "READREG: CardNo=%u LinkNo=%u, Reg[0x%04X] = %02X ", number, trunk,
+                unsigned{value16}, value32);
+      return;
+    default:
+      return;
+  }
+}
+
+void CTrunkStatus::OnCardState(CCard&, ECardCode code, const char* text, uint32_t value) const {
+  if (code != kCardState) {
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: %s", channels.CardIndex(), text != nullptr ? text : "");
+    return;
+  }
+  LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u is %s", channels.CardIndex(), value != 0 ? "up" : "down");
+  if (value == 0) {
+    LoseCard();
+  }
+}
+
+size_t CTrunkStatus::FirstSlot(uint32_t trunk) const {
+  return (size_t{channels.FirstTrunk()} + trunk) * kChannelsPerTrunk;
+}
+
+// Slots are looked up afresh each time: the application may shut the library down while its callback runs.
+void CTrunkStatus::SetTrunkUp(uint32_t trunk) const {
+  const size_t first = FirstSlot(trunk);
+  for (size_t slot = first; slot < first + kChannelsPerTrunk; ++slot) {
+    CDevice* device = channels.At(slot);
+    if (device != nullptr && device->linkState.exchange(1) != 1) {
+      ApplicationEvents().Post(device->channelNumber, EVENT_CHANNEL_STATE, 1);
+    }
+  }
+}
+
+void CTrunkStatus::SetTrunkDown(uint32_t trunk) const {
+  const size_t first = FirstSlot(trunk);
+  for (size_t slot = first; slot < first + kChannelsPerTrunk; ++slot) {
+    CDevice* device = channels.At(slot);
+    if (device != nullptr && device->linkState != -1) {
+      TakeDown(*device);
+    }
+  }
+}
+
+void CTrunkStatus::LoseCard() const {
+  const size_t first = channels.FirstChannel();
+  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
+    if (CDevice* device = channels.At(slot)) {
+      device->Trunk().lineStatus = kLineUnknown;
+      TakeDown(*device);
+    }
+  }
+}
+
+void CTrunkStatus::OnCardReopening() const {
+  const size_t first = channels.FirstChannel();
+  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
+    CDevice* device = channels.At(slot);
+    if (device == nullptr) {
+      continue;
+    }
+    const bool hasCall = device->callHandle != nullptr;
+    if (hasCall) {
+      TakeDown(*device);
+    }
+  }
+  // The controllers take their calls with them: nothing will be said of a lost call again.
+  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
+    if (CDevice* device = channels.At(slot)) {
+      device->ForgetLostCalls();
+    }
+  }
+}
+
+void CTrunkStatus::ResetLink(CCard& card, uint32_t trunk) const {
+  if (LogEnabled(ELogClass::kStatus)) {
+    // The trunk before gets its configuration too, for trunk 0 with the trunk byte 0: cards have come to expect it.
+    card.SendTrunkConfiguration(trunk - 1);
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - Link Reset (Too Many HDLC Errors)",
+              channels.FirstTrunk(), trunk);
+  }
+  card.SendTrunkConfiguration(trunk);
+}
+
+}  // namespace zelk
