@@ -1,0 +1,111 @@
+// The part of CCard by which a test makes it report something or misbehave.
+#include "cardsim/card.h"
+#include "cardsim/control_link.h"
+#include "cardsim/trunk.h"
+
+namespace cardsim {
+
+void CCard::Post(std::function<void()> work) {
+  reactor.Post(std::move(work));
+}
+
+void CCard::OnTrunk(int trunk, std::function<void(CTrunk&)> work) {
+  CTrunk& target = Trunk(trunk);
+  Post([&target, work = std::move(work)] { work(target); });
+}
+
+void CCard::SetTrunkStatus(int trunk, std::uint8_t value) {
+  Trunk(trunk);  // an unknown trunk is the caller's mistake, told here
+  Post([this, trunk, value] {
+    std::uint8_t& current = status[static_cast<std::size_t>(trunk)];
+    if (current != value) {
+      current = value;
+      SendStatus();
+    }
+  });
+}
+
+void CCard::SendHdlcError(int trunk, std::uint8_t code) {
+  SendControl(BuildHdlcError(static_cast<std::uint8_t>(trunk), code));
+}
+
+void CCard::SendRegisterValue(int trunk, std::uint16_t number, std::uint8_t value) {
+  SendControl(BuildRegisterValue(static_cast<std::uint8_t>(trunk), number, value));
+}
+
+void CCard::Announce() {
+  Broadcast(BuildAnnouncement(config.identity.serial));
+}
+
+void CCard::DropControl() {
+  reactor.Call([this] { link->Drop(); });
+}
+
+void CCard::Restart(const std::optional<std::string>& newAddress) {
+  reactor.Call([&] {
+    link->StopListening();
+    link->Drop();
+    const std::string next = newAddress.value_or(Address());
+    if (newAddress) {
+      audio.Open(next);
+      const std::lock_guard guard(lock);
+      address = next;
+    }
+    link->Listen(next);
+    Announce();
+  });
+}
+
+void CCard::SetListening(bool on) {
+  reactor.Call([&] {
+    link->StopListening();
+    if (on) {
+      link->Listen(Address());
+    }
+  });
+}
+
+void CCard::SetControlSilent(bool value) {
+  Post([this, value] { silent = value; });
+}
+
+void CCard::SetAnswerInformation(bool answer) {
+  Post([this, answer] { answerInformation = answer; });
+}
+
+void CCard::SetInformation(std::optional<Bytes> message) {
+  Post([this, message = std::move(message)] { information = message; });
+}
+
+void CCard::SetAnswerProbes(bool answer) {
+  Post([this, answer] { answerProbes = answer; });
+}
+
+void CCard::SetDiscoveryReply(std::optional<Bytes> datagram) {
+  Post([this, datagram = std::move(datagram)] { discoveryReply = datagram; });
+}
+
+void CCard::SendControl(Bytes bytes) {
+  Post([this, bytes = std::move(bytes)] { Send(bytes); });
+}
+
+void CCard::CutLine(int trunk, bool cut) {
+  OnTrunk(trunk, [cut](CTrunk& target) { target.SetCut(cut); });
+}
+
+void CCard::SendFrame(int trunk, Bytes frameWithoutFcs) {
+  OnTrunk(trunk, [frame = std::move(frameWithoutFcs)](CTrunk& target) { target.SendRawFrame(frame); });
+}
+
+void CCard::TakeLinkDown(int trunk) {
+  const auto role = config.roles.find(trunk);
+  const bool userSide = role != config.roles.end() && role->second.userSide;
+  // A command's C/R bit is 1 from the network and 0 from the user; DISC with the poll bit.
+  SendFrame(trunk, {static_cast<std::uint8_t>(userSide ? 0x00 : 0x02), 0x01, 0x53});
+}
+
+void CCard::RestartTimeslot(int trunk, int timeslot) {
+  OnTrunk(trunk, [timeslot](CTrunk& target) { target.Peer().RestartTimeslot(timeslot); });
+}
+
+}  // namespace cardsim
