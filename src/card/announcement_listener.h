@@ -2,7 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <vector>
 
 #include "card/card.h"
@@ -12,15 +12,19 @@
 namespace zelk {
 
 // Hears the announcement of a card that has restarted and re-opens that card.
-// Thread: Start and Stop the initialising thread; the work is done on a thread of its own.
+// Thread: Start and Stop the initialising thread; the work is done on a thread of its own, which Start fails without.
+// A re-open under way is cut short by Stop. Without its port the thread ends and nothing is ever re-opened.
 class CAnnouncementListener {
  public:
+  ~CAnnouncementListener();  // Stops.
+
   // cards[i] was found at discovered[i]; both must outlive the listener's thread.
   bool Start(std::vector<CCard*> cards, std::vector<SDiscoveredCard> discovered);
   void Stop();  // waits up to 3000 ms
 
  private:
-  std::atomic<bool> stopRequested{false};
+  class CWorker;
+  std::shared_ptr<CWorker> worker;
   CThread thread;
 };
 

@@ -1,33 +1,46 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "card/card_handlers.h"
 #include "card/trunk.h"
 #include "media/audio_stream.h"
+#include "platform/mutex.h"
+#include "platform/thread.h"
 
 namespace zelk {
+
+class CCardCore;
+class CControlThread;
 
 constexpr uint32_t kMaxCards = 20;
 constexpr uint16_t kCardPort = 5854;  // control (TCP), discovery and audio (UDP)
 
-// Drafted public shape; private parts and fields are the implementer's.
+// One card: opens and closes the control connection, the trunks' controllers, the audio and the three threads.
+// Thread: opener (start-up, shut-down or the announcement listener, one at a time: the lifecycle lock sees to it) for
+// Open, Close and Reopen, which block for seconds in the worst case; any for the rest, which do not block. A failed
+// Open returns false and leaves the card closed. Application threads find a closed card's controllers null.
 class CCard {
  public:
   explicit CCard(uint32_t cardNumber);
-  ~CCard();
+  ~CCard();  // Closes.
   CCard(const CCard&) = delete;
   CCard& operator=(const CCard&) = delete;
 
   // Defaults of all 8 trunk positions, before the first open.
   void SetTrunkDefaults(int32_t switchType, int32_t clientType, int32_t numberType);
-  // Blocks for seconds in the worst case. The port is accepted and not used: a card listens on kCardPort.
+  // Dotted texts (the card may be a host name). The port is accepted and not used: a card listens on kCardPort.
   bool Open(const char* cardAddress, uint16_t port, const char* localAddress);
-  // Safe on a card that is partly open or closed. Waits up to 3 s for each of the card's three threads.
+  // Safe on a card that is partly open or closed. Waits up to 3 s for the trunks' locks and for each of the card's
+  // three threads.
   void Close();
+  // A restarted card: closes it if it is open, opens it again, keeps its serial number when that fails. The handlers
+  // hear of it after the controllers are gone and before anything else is closed. cancel ends an open early.
+  bool Reopen(const char* cardAddress, const char* localAddress, const std::atomic<bool>& cancel);
+  // Also takes the media hook. A D-channel that came up since the open is reported before this returns.
   void SetHandlers(ICardHandlers* handlers);
 
   uint32_t Number() const;
@@ -43,10 +56,31 @@ class CCard {
   CTrunk& Trunk(uint32_t trunk);  // trunk below kMaxTrunks
   CAudioStream& Audio();
 
-  // Messages to the card; silently nothing when the control connection is closed. trunk counted from 0.
+  // Messages to the card; silently nothing when the control connection is closed. trunk counted from 0 (and -1 for the
+  // configuration that a link reset of trunk 0 sends).
   void SendTrunkConfiguration(uint32_t trunk);
   void SendRegisterRead(uint32_t trunk, uint16_t registerNumber);
+  // False when the frame is longer than a message holds; true without sending on a closed card.
   bool SendDchannelFrame(uint32_t trunk, const uint8_t* frame, size_t length);
+
+ private:
+  bool OpenLocked(const char* cardAddress, const char* localAddress, const std::atomic<bool>* cancel)
+      ZELK_REQUIRES(lifecycle);
+  void CloseLocked() ZELK_REQUIRES(lifecycle);
+  bool TryOpen(const char* cardAddress, const char* localAddress, const std::atomic<bool>* cancel)
+      ZELK_REQUIRES(lifecycle);
+  bool ResetForOpen();
+  bool StartControl() ZELK_REQUIRES(lifecycle);
+  bool AwaitInformation(const std::atomic<bool>* cancel);
+  bool StartAudio(uint32_t localAddress, uint32_t cardAddress);
+  void StopControllers();
+  void StopThreads() ZELK_REQUIRES(lifecycle);
+
+  const std::shared_ptr<CCardCore> core;
+  CMutex lifecycle;  // held through an open or a close; above every other lock
+  uint32_t opening ZELK_GUARDED_BY(lifecycle) = 0;
+  std::shared_ptr<CControlThread> control ZELK_GUARDED_BY(lifecycle);
+  CThread controlThread ZELK_GUARDED_BY(lifecycle);
 };
 
 }  // namespace zelk

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -10,6 +12,24 @@ struct SDiscoveredCard {
   uint32_t cardAddress;
   uint32_t localAddress;
 };
+
+constexpr size_t kDatagramBytes = 1500;
+
+// The datagrams, all on UDP port 5854; what is not listed is not read:
+//
+//   probe          "ZELK D"
+//   reply          "ZELK R" version 1 ...            at least 15 bytes
+//   announcement   "ZELK B" version 1 ... serial     at least 15 bytes; serial little-endian at 18
+//
+// The serial number of a shorter announcement is read from what the buffer held before.
+bool IsDiscoveryReply(const uint8_t* datagram, size_t length);
+bool ParseAnnouncement(const std::array<uint8_t, kDatagramBytes>& buffer, size_t length, uint32_t& serialNumber);
+
+// Network order in and out.
+uint32_t BroadcastAddress(uint32_t address, uint32_t mask);
+
+// Adds a card that answered, unless it is known already. False when it is new and there is no room for it.
+bool AddDiscoveredCard(std::vector<SDiscoveredCard>& cards, const SDiscoveredCard& found);
 
 // Probes every adapter. Returns the number of cards found (at most kMaxCards), or -1 / -2 when the adapters could not
 // be sized / read. Blocks about 150 ms an adapter. Thread: the initialising thread.

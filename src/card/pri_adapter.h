@@ -13,6 +13,24 @@ namespace zelk {
 
 using PriCall = ::q931_call*;
 
+// The event codes of libpri that the library routes; the adapter checks them against libpri's own.
+enum EPriEventCode : int {
+  kPriDchannelUp = 1,
+  kPriDchannelDown = 2,
+  kPriRestart = 3,
+  kPriConfigError = 4,
+  kPriRing = 5,
+  kPriHangup = 6,
+  kPriRinging = 7,
+  kPriAnswer = 8,
+  kPriHangupAck = 9,
+  kPriInfoReceived = 12,
+  kPriProceeding = 13,
+  kPriHangupRequest = 15,
+  kPriProgress = 17,
+  kPriConnectAck = 27,
+};
+
 // A number of a call record; valid as libpri says.
 struct SPriNumber {
   bool valid = false;
@@ -46,6 +64,8 @@ class IPriWriter {
   virtual ~IPriWriter() = default;
   // A frame of layer 2, its last two bytes a place for the FCS. Returns what libpri expects back: the length, or 0.
   virtual int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) = 0;
+  // Shown as the card in libpri's message lines.
+  virtual uint32_t MessageCard() const { return 0; }
 };
 
 // Installs the library's message hook for messages and errors of every controller made in this process.
@@ -56,8 +76,9 @@ void InstallPriMessageHook();
 // Thread: control and application, under the trunk lock.
 class CPriController {
  public:
-  // Null when libpri cannot create it. firstTrunk: shown in message lines as the card.
+  // Null when libpri cannot create it. The writer must outlive the controller and is called during creation already.
   static std::unique_ptr<CPriController> Create(IPriWriter& writer, uint32_t trunk, int nodeType, int switchType);
+  // Releases everything that libpri holds for the controller, calls in any state included; nothing is sent.
   ~CPriController();
   CPriController(const CPriController&) = delete;
   CPriController& operator=(const CPriController&) = delete;
@@ -82,6 +103,7 @@ class CPriController {
   int Hangup(PriCall call, int cause);
 
  private:
+  friend void InstallPriMessageHook();
   struct SImpl;
   explicit CPriController(std::unique_ptr<SImpl> impl);
   std::unique_ptr<SImpl> impl;

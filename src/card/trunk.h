@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "card/capture_file.h"
 #include "card/pri_adapter.h"
 #include "platform/mutex.h"
 
@@ -13,8 +14,13 @@ namespace zelk {
 // Thread: any; whoever uses the controller holds the lock. The lock is re-entrant: event handlers take it again.
 struct CTrunk {
   CRecursiveMutex lock;
-  // Null while the card is closed or libpri made none. Guarded by lock.
-  std::unique_ptr<CPriController> controller;
+  // Null while the card is closed or libpri made none.
+  std::unique_ptr<CPriController> controller ZELK_GUARDED_BY(lock);
+  CCaptureFile capture ZELK_GUARDED_BY(lock);
+  uint32_t opening ZELK_GUARDED_BY(lock) = 0;  // the opening of the card that made the controller
+  // The D-channel came up in this opening of the card, and the handlers have been told so.
+  bool isDchannelUp ZELK_GUARDED_BY(lock) = false;
+  bool isUpReported ZELK_GUARDED_BY(lock) = false;
 
   std::atomic<int32_t> nodeType{2};  // after the mapping of 1000 and 1001; 1 is the network side
   std::atomic<int32_t> switchType{5};

@@ -23,6 +23,8 @@ class ZELK_CAPABILITY("mutex") CMutex {
 class ZELK_CAPABILITY("mutex") CRecursiveMutex {
  public:
   void Lock() ZELK_ACQUIRE() { mutex.lock(); }
+  // False at once when another thread holds it.
+  bool TryLock() ZELK_TRY_ACQUIRE(true) { return mutex.try_lock(); }
   void Unlock() ZELK_RELEASE() { mutex.unlock(); }
 
  private:

@@ -14,5 +14,6 @@
 #define ZELK_REQUIRES(...) ZELK_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define ZELK_EXCLUDES(...) ZELK_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define ZELK_ACQUIRE(...) ZELK_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define ZELK_TRY_ACQUIRE(...) ZELK_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define ZELK_RELEASE(...) ZELK_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define ZELK_NO_THREAD_SAFETY_ANALYSIS ZELK_THREAD_ATTRIBUTE(no_thread_safety_analysis)

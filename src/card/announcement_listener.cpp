@@ -1,0 +1,98 @@
+#include "card/announcement_listener.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/socket.h"
+#include "runtime/log.h"
+
+namespace zelk {
+
+namespace {
+
+constexpr int kReceiveBufferBytes = 65536;
+constexpr int32_t kWaitMs = 250;
+constexpr uint32_t kJoinMs = 3000;
+
+}  // namespace
+
+// What the thread works on; shared with it, so that a thread that is late to end finds it.
+class CAnnouncementListener::CWorker {
+ public:
+  CWorker(std::vector<CCard*> knownCards, std::vector<SDiscoveredCard> knownAddresses)
+      : cards(std::move(knownCards)), discovered(std::move(knownAddresses)) {}
+
+  void Run() {
+    CSocket socket;
+    if (!OpenSocket(socket)) {
+      return;
+    }
+    while (!stopRequested) {
+      if (socket.WaitReadable(kWaitMs) == EWait::kReady) {
+        TakeDatagram(socket);
+      }
+    }
+  }
+
+  void RequestStop() { stopRequested = true; }
+
+ private:
+  static bool OpenSocket(CSocket& socket) {
+    if (!socket.OpenUdp()) {
+      return false;
+    }
+    socket.SetReceiveBuffer(kReceiveBufferBytes);
+    socket.SetSharedPort();
+    return socket.Bind({kAnyAddress, kCardPort});
+  }
+
+  void TakeDatagram(CSocket& socket) {
+    SIpv4Endpoint from;
+    const int length = socket.ReceiveFrom(buffer.data(), buffer.size(), from);
+    uint32_t serialNumber = 0;
+    if (length > 0 && ParseAnnouncement(buffer, static_cast<size_t>(length), serialNumber)) {
+      ReopenCards(serialNumber, from.address);
+    }
+  }
+
+  // A card that was never opened has the serial number 0 and cannot be announced.
+  void ReopenCards(uint32_t serialNumber, uint32_t address) {
+    const size_t count = std::min(cards.size(), discovered.size());
+    for (size_t i = 0; i < count && !stopRequested; ++i) {
+      if (serialNumber != 0 && cards[i]->SerialNumber() == serialNumber) {
+        Reopen(*cards[i], discovered[i], serialNumber, address);
+      }
+    }
+  }
+
+  void Reopen(CCard& card, const SDiscoveredCard& found, uint32_t serialNumber, uint32_t address) {
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Broadcast from Card serial no %u", serialNumber);
+    const bool isOpen = card.Reopen(FormatIpv4(address).c_str(), FormatIpv4(found.localAddress).c_str(), stopRequested);
+    LogFormat(ELogClass::kStatus, kGeneralLine, "Card reopen has %s", isOpen ? "Succeeded" : "failed");
+  }
+
+  const std::vector<CCard*> cards;
+  const std::vector<SDiscoveredCard> discovered;
+  std::atomic<bool> stopRequested{false};
+  std::array<uint8_t, kDatagramBytes> buffer{};  // zeroed once: see ParseAnnouncement
+};
+
+CAnnouncementListener::~CAnnouncementListener() {
+  Stop();
+}
+
+bool CAnnouncementListener::Start(std::vector<CCard*> cards, std::vector<SDiscoveredCard> discovered) {
+  Stop();
+  worker = std::make_shared<CWorker>(std::move(cards), std::move(discovered));
+  return thread.Start("zelk-listener", [shared = worker] { shared->Run(); });
+}
+
+void CAnnouncementListener::Stop() {
+  if (worker != nullptr) {
+    worker->RequestStop();
+    thread.JoinFor(kJoinMs);
+    worker.reset();
+  }
+}
+
+}  // namespace zelk

@@ -1,0 +1,121 @@
+#include "card/card_core.h"
+
+#include "card/card.h"
+#include "card/control_messages.h"
+#include "platform/clock.h"
+
+namespace zelk {
+
+namespace {
+
+constexpr size_t kFcsBytes = 2;
+
+bool LockWithin(CRecursiveMutex& lock, uint32_t startMs, uint32_t timeoutMs) ZELK_NO_THREAD_SAFETY_ANALYSIS {
+  while (!lock.TryLock()) {
+    if (TickMs() - startMs >= timeoutMs) {
+      return false;
+    }
+    SleepMs(1);
+  }
+  return true;
+}
+
+}  // namespace
+
+void CCardCore::SendTrunkConfiguration(uint32_t trunk) {
+  const auto message = TrunkConfiguration(trunk, crc4);
+  link.Send(message.data(), message.size());
+}
+
+void CCardCore::SendRegisterRead(uint32_t trunk, uint16_t registerNumber) {
+  const auto message = RegisterRead(trunk, registerNumber);
+  link.Send(message.data(), message.size());
+}
+
+bool CCardCore::SendDchannelFrame(uint32_t trunk, const uint8_t* frame, size_t length) {
+  std::array<uint8_t, kMaxFrameMessage> message;
+  const size_t size = BuildFrameMessage(trunk, frame, length, message);
+  if (size != 0) {
+    link.Send(message.data(), size);
+  }
+  return size != 0;
+}
+
+void CCardCore::ReportCardState(uint32_t value) {
+  if (ICardHandlers* current = handlers) {
+    current->OnCardState(owner, kCardState, nullptr, value);
+  }
+}
+
+void CCardCore::ReportEarlyDchannels() {
+  for (uint32_t trunk = 0; trunk < kMaxTrunks; ++trunk) {
+    CTrunk& entry = trunks[trunk];
+    const CScopedLock<CRecursiveMutex> held(entry.lock);
+    ICardHandlers* current = handlers;
+    if (entry.isDchannelUp && !entry.isUpReported && current != nullptr) {
+      entry.isUpReported = true;
+      current->OnTrunkStatus(owner, trunk, kDchannelUp, 0, 0);
+    }
+  }
+}
+
+template <class Action>
+bool CCardCore::ForEachTrunkWithin(uint32_t timeoutMs, Action action) ZELK_NO_THREAD_SAFETY_ANALYSIS {
+  const uint32_t start = TickMs();
+  bool isComplete = true;
+  for (CTrunk& trunk : trunks) {
+    if (!LockWithin(trunk.lock, start, timeoutMs)) {
+      isComplete = false;
+      continue;
+    }
+    action(trunk);
+    trunk.lock.Unlock();
+  }
+  return isComplete;
+}
+
+bool CCardCore::ReleaseControllers(uint32_t timeoutMs) {
+  return ForEachTrunkWithin(timeoutMs, [](CTrunk& trunk) ZELK_NO_THREAD_SAFETY_ANALYSIS {
+    trunk.controller.reset();
+    trunk.isDchannelUp = false;
+    trunk.isUpReported = false;
+  });
+}
+
+bool CCardCore::CloseCaptures(uint32_t timeoutMs) {
+  return ForEachTrunkWithin(timeoutMs, [](CTrunk& trunk) ZELK_NO_THREAD_SAFETY_ANALYSIS { trunk.capture.Close(); });
+}
+
+void CCardCore::ReleaseLeftovers(uint32_t opening) {
+  for (CTrunk& trunk : trunks) {
+    const CScopedLock<CRecursiveMutex> held(trunk.lock);
+    if (trunk.opening == opening) {
+      trunk.controller.reset();
+      trunk.capture.Close();
+    }
+  }
+}
+
+int CCardCore::OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) {
+  if (trunk >= kMaxTrunks || length < kFcsBytes) {
+    return 0;
+  }
+  // The trunk's lock is held already; taking it again keeps the capture's lines apart by itself.
+  const CScopedLock<CRecursiveMutex> held(trunks[trunk].lock);
+  trunks[trunk].capture.Write('O', frame, length - kFcsBytes);
+  SendDchannelFrame(trunk, frame, length - kFcsBytes);
+  return static_cast<int>(length);
+}
+
+uint32_t CCardCore::MessageCard() const {
+  const ICardHandlers* current = handlers;
+  return current == nullptr ? 0 : current->FirstGlobalTrunk();
+}
+
+void CCardCore::OnAudioNotice(const char* text) {
+  if (ICardHandlers* current = handlers) {
+    current->OnCardState(owner, kCardNotice, text, 0);
+  }
+}
+
+}  // namespace zelk

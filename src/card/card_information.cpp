@@ -1,0 +1,41 @@
+#include "card/card_information.h"
+
+#include <cstring>
+
+#include "media/media_hook.h"
+#include "runtime/format.h"
+
+namespace zelk {
+
+namespace {
+
+uint32_t ReadLittleEndian32(const uint8_t* bytes) {
+  return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
+         static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+}
+
+// A byte above 99 prints three digits.
+std::string FormatDate(unsigned first, unsigned second, unsigned third, unsigned fourth) {
+  std::string text;
+  FormatString(text, "%02u%02u%02u%02u", first, second, third, fourth);
+  return text;
+}
+
+}  // namespace
+
+bool ParseCardInformation(const uint8_t (&body)[kCardInformationBytes], SCardInformation& information) {
+  const uint8_t trunkCount = body[6];
+  if (std::memcmp(body, "ZELK ", 5) != 0 || trunkCount == 0 || trunkCount > kMaxTrunks) {
+    return false;
+  }
+  information.firmwareVersion = body[5];
+  information.trunkCount = trunkCount;
+  information.featureFlags = ReadLittleEndian32(body + 7);
+  information.serialNumber = ReadLittleEndian32(body + 11);
+  information.firmwareDate = FormatDate(body[15], body[16], body[17], body[18]);
+  // The message holds three bytes of this date; the fourth pair is always zero.
+  information.burnDate = FormatDate(body[19], body[20], body[21], 0);
+  return true;
+}
+
+}  // namespace zelk

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "platform/mutex.h"
+#include "platform/socket.h"
+
+namespace zelk {
+
+// The TCP connection to a card. Every opening has a socket of its own, which its control thread shares, so that a
+// thread left over from an earlier opening never reaches a later connection.
+// Thread: opener for Connect; any for the rest. Connect blocks up to 2 s. A message goes out in one call; one that does
+// not fit into the socket's buffer is lost, and nothing is reported.
+class CControlLink {
+ public:
+  // cancel (may be null) ends the wait early. False leaves the link closed.
+  bool Connect(uint32_t cardAddress, uint16_t port, uint32_t localAddress, const std::atomic<bool>* cancel);
+  void Send(const void* message, size_t length);
+  void Close();
+  bool IsOpen() const;
+  // The socket of the current opening, null when there has been none. Waits on it end when the link is closed.
+  std::shared_ptr<CSocket> Socket() const;
+
+ private:
+  mutable CMutex lock;
+  std::shared_ptr<CSocket> socket ZELK_GUARDED_BY(lock);
+};
+
+}  // namespace zelk

@@ -1,0 +1,178 @@
+#include "card/control_thread.h"
+
+#include "card/card.h"
+#include "card/control_messages.h"
+#include "card/event_router.h"
+#include "card/select_timeout.h"
+#include "platform/clock.h"
+
+namespace zelk {
+
+namespace {
+
+constexpr uint32_t kSilenceMs = 1000;
+constexpr uint32_t kClosedPauseMs = 100;
+constexpr uint32_t kErrorPauseMs = 10;
+constexpr size_t kFcsBytes = 2;
+
+}  // namespace
+
+CControlThread::CControlThread(std::shared_ptr<CCardCore> sharedCore, std::shared_ptr<CSocket> openSocket,
+                               uint32_t openingNumber)
+    : core(std::move(sharedCore)), socket(std::move(openSocket)), opening(openingNumber), parser(*this) {}
+
+void CControlThread::RequestStop() {
+  stopping = true;
+  stopEvent.Set();
+}
+
+void CControlThread::Run() {
+  const auto request = InformationRequest();
+  socket->Send(request.data(), request.size());
+  lastDataMs = TickMs();
+  lastTimersMs = lastDataMs;
+  while (!stopping) {
+    Turn();
+  }
+  core->ReleaseLeftovers(opening);
+}
+
+void CControlThread::Turn() {
+  if (!socket->IsOpen()) {
+    stopEvent.WaitFor(kClosedPauseMs);
+    return;
+  }
+  switch (socket->WaitReadable(WaitMs())) {
+    case EWait::kError:
+      return OnWaitError();
+    case EWait::kTimeout:
+      return OnTimeout();
+    case EWait::kReady:
+      return OnReadable();
+  }
+}
+
+int32_t CControlThread::WaitMs() {
+  if (!IsRunning()) {
+    return kWaitForever;
+  }
+  SUnixTime earliest{};
+  bool isPending = false;
+  for (CTrunk& trunk : core->trunks) {
+    const CScopedLock<CRecursiveMutex> held(trunk.lock);
+    SUnixTime due{};
+    if (trunk.controller != nullptr && trunk.controller->NextTimer(due) && (!isPending || IsEarlier(due, earliest))) {
+      earliest = due;
+      isPending = true;
+    }
+  }
+  return isPending ? TimerWaitMs(earliest, UnixNow()) : kWaitForever;
+}
+
+void CControlThread::OnWaitError() {
+  OnTimeout();
+  stopEvent.WaitFor(kErrorPauseMs);
+}
+
+void CControlThread::OnTimeout() {
+  if (IsRunning()) {
+    RunTimers();
+    CheckSilence();
+  }
+}
+
+void CControlThread::OnReadable() {
+  const int received = socket->Receive(buffer.data(), buffer.size());
+  if (received < 0) {
+    CheckSilence();
+  }
+  if (received <= 0) {
+    stopEvent.WaitFor(kErrorPauseMs);
+    return;
+  }
+  lastDataMs = TickMs();
+  parser.Feed(buffer.data(), static_cast<size_t>(received));
+  // A card that never stops sending must not hold libpri's timers back.
+  if (IsRunning() && TickMs() - lastTimersMs >= static_cast<uint32_t>(kTimerWaitMs)) {
+    RunTimers();
+  }
+}
+
+void CControlThread::RunTimers() {
+  lastTimersMs = TickMs();
+  for (uint32_t trunk = 0; trunk < kMaxTrunks; ++trunk) {
+    RunTrunkTimers(trunk);
+  }
+}
+
+void CControlThread::RunTrunkTimers(uint32_t trunk) {
+  CTrunk& entry = core->trunks[trunk];
+  const CScopedLock<CRecursiveMutex> held(entry.lock);
+  SPriEvent event;
+  if (!stopping && entry.controller != nullptr && entry.controller->RunTimers(event)) {
+    RouteEvent(*core, trunk, event);
+  }
+}
+
+void CControlThread::CheckSilence() {
+  if (!stopping && socket->IsOpen() && TickMs() - lastDataMs >= kSilenceMs) {
+    core->ReportCardState(0);
+    socket->Close();
+  }
+}
+
+void CControlThread::ReportStatus(uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) {
+  ICardHandlers* handlers = core->handlers;
+  if (handlers != nullptr && !stopping) {
+    handlers->OnTrunkStatus(core->owner, trunk, code, value16, value32);
+  }
+}
+
+void CControlThread::OnInformation(const uint8_t (&body)[kCardInformationBytes]) {
+  core->facts.Take(body);
+}
+
+uint32_t CControlThread::StatusTrunkCount() const {
+  return core->facts.trunkCount;
+}
+
+void CControlThread::OnLineStatus(uint32_t trunk, uint8_t status) {
+  if (core->trunks[trunk].lineStatus.exchange(status) != status) {
+    ReportStatus(trunk, kLineStatus, 0, status);
+  }
+}
+
+void CControlThread::OnRegister(uint8_t trunk, uint16_t registerNumber, uint8_t value) {
+  ReportStatus(trunk, kRegisterRead, registerNumber, value);
+}
+
+void CControlThread::OnFrame(uint32_t trunk, const uint8_t* frame, size_t length) {
+  hdlcRules[trunk].OnGoodFrame();
+  if (!IsRunning()) {
+    return;
+  }
+  CTrunk& entry = core->trunks[trunk];
+  const CScopedLock<CRecursiveMutex> held(entry.lock);
+  SPriEvent event;
+  if (stopping || entry.controller == nullptr || !entry.controller->Receive(frame, length, event)) {
+    return;
+  }
+  entry.capture.Write('I', frame, length - kFcsBytes);
+  RouteEvent(*core, trunk, event);
+}
+
+void CControlThread::OnHdlcError(uint8_t trunk, uint8_t code) {
+  if (trunk >= kMaxTrunks) {
+    return;
+  }
+  switch (hdlcRules[trunk].OnError(core->trunks[trunk].lineStatus, TickMs())) {
+    case EHdlcReport::kError:
+      return ReportStatus(trunk, kHdlcError, 0, code);
+    case EHdlcReport::kLinkReset:
+      return ReportStatus(trunk, kLinkReset, 0, code);
+    case EHdlcReport::kNone:
+      return;
+  }
+}
+
+}  // namespace zelk

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "card/card_core.h"
+#include "card/control_parser.h"
+#include "card/hdlc_error_rule.h"
+#include "platform/event.h"
+
+namespace zelk {
+
+// The body of a card's control thread, for one opening of the card: reads the control connection, feeds D-channel
+// frames to libpri, runs libpri's timers and delivers call and status events.
+//
+//   wait for bytes, or for the earliest timer (at most 100 ms) once the controllers run
+//     bytes    -> parser -> information, line status, registers, HDLC errors, frames -> libpri -> event router
+//     time-out -> due timers -> event router; card down after 1000 ms without data
+//     error    -> the same, then a pause of 10 ms
+//
+// A connection that the peer closed reads nothing for ever: it pauses 10 ms a turn and reports nothing.
+// Thread: Run is the thread; RequestStop any. After RequestStop no handler is called any more, but for one that is
+// running. What it touches is shared, so a thread that is stopped late harms nothing.
+class CControlThread : public IControlSink {
+ public:
+  CControlThread(std::shared_ptr<CCardCore> sharedCore, std::shared_ptr<CSocket> openSocket, uint32_t openingNumber);
+
+  void Run();
+  void RequestStop();
+
+  void OnInformation(const uint8_t (&body)[kCardInformationBytes]) override;
+  uint32_t StatusTrunkCount() const override;
+  void OnLineStatus(uint32_t trunk, uint8_t status) override;
+  void OnRegister(uint8_t trunk, uint16_t registerNumber, uint8_t value) override;
+  void OnFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
+  void OnHdlcError(uint8_t trunk, uint8_t code) override;
+
+ private:
+  void Turn();
+  int32_t WaitMs();
+  void OnWaitError();
+  void OnTimeout();
+  void OnReadable();
+  void RunTimers();
+  void RunTrunkTimers(uint32_t trunk);
+  void CheckSilence();
+  bool IsRunning() const { return core->controllersRunning && !stopping; }
+  void ReportStatus(uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32);
+
+  const std::shared_ptr<CCardCore> core;
+  const std::shared_ptr<CSocket> socket;
+  const uint32_t opening;
+  std::atomic<bool> stopping{false};
+  CEvent stopEvent;
+  // The rest belongs to the control thread alone.
+  CControlParser parser;
+  std::array<CHdlcErrorRule, kMaxTrunks> hdlcRules;
+  uint32_t lastDataMs = 0;
+  uint32_t lastTimersMs = 0;
+  std::array<uint8_t, 8000> buffer{};
+};
+
+}  // namespace zelk

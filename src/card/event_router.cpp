@@ -1,0 +1,86 @@
+#include "card/event_router.h"
+
+#include "card/card.h"
+
+namespace zelk {
+
+namespace {
+
+SEventRoute StatusRoute(ETrunkStatus status) {
+  return {SEventRoute::EKind::kStatus, status, CALLEV_UNKNOWN};
+}
+SEventRoute CallRoute(ECallEvent call) {
+  return {SEventRoute::EKind::kCall, kStatusReserved, call};
+}
+
+void RouteStatus(CCardCore& core, uint32_t trunk, ETrunkStatus status) {
+  CTrunk& entry = core.trunks[trunk];
+  const CScopedLock<CRecursiveMutex> held(entry.lock);
+  ICardHandlers* handlers = core.handlers;
+  if (status != kConfigError) {
+    entry.isDchannelUp = status == kDchannelUp;
+    entry.isUpReported = entry.isDchannelUp && handlers != nullptr;
+  }
+  if (handlers != nullptr) {
+    handlers->OnTrunkStatus(core.owner, trunk, status, 0, 0);
+  }
+}
+
+void RouteCall(CCardCore& core, uint32_t trunk, ECallEvent code, const SPriEvent& event) {
+  if (ICardHandlers* handlers = core.handlers) {
+    handlers->OnCallEvent(core.owner, static_cast<uint16_t>(trunk), static_cast<uint16_t>(event.channel), code, event);
+  }
+  CTrunk& entry = core.trunks[trunk];
+  const CScopedLock<CRecursiveMutex> held(entry.lock);
+  if (code == CALLEV_ANSWER && entry.controller != nullptr) {
+    entry.controller->ConnectAck(event.call, event.channel);
+  }
+}
+
+}  // namespace
+
+SEventRoute RouteOf(int priEventCode) {
+  switch (priEventCode) {
+    case kPriDchannelUp:
+      return StatusRoute(kDchannelUp);
+    case kPriDchannelDown:
+      return StatusRoute(kDchannelDown);
+    case kPriConfigError:
+      return StatusRoute(kConfigError);
+    case kPriRestart:
+      return CallRoute(CALLEV_RESTART);
+    case kPriRing:
+      return CallRoute(CALLEV_RING);
+    case kPriHangup:
+      return CallRoute(CALLEV_HANGUP);
+    case kPriHangupRequest:
+      return CallRoute(CALLEV_HANGUP_REQ);
+    case kPriConnectAck:
+      return CallRoute(CALLEV_CONNECT_ACK);
+    case kPriHangupAck:
+      return CallRoute(CALLEV_HANGUP_ACK);
+    case kPriInfoReceived:
+      return CallRoute(CALLEV_INFO);
+    case kPriRinging:
+      return CallRoute(CALLEV_RINGING);
+    case kPriProceeding:
+      return CallRoute(CALLEV_PROCEEDING);
+    case kPriAnswer:
+      return CallRoute(CALLEV_ANSWER);
+    case kPriProgress:
+      return CallRoute(CALLEV_PROGRESS);
+    default:
+      return {};
+  }
+}
+
+void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event) {
+  const SEventRoute route = RouteOf(event.code);
+  if (route.kind == SEventRoute::EKind::kStatus) {
+    RouteStatus(core, trunk, route.status);
+  } else if (route.kind == SEventRoute::EKind::kCall) {
+    RouteCall(core, trunk, route.call, event);
+  }
+}
+
+}  // namespace zelk

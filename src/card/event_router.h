@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+#include "card/card_core.h"
+
+namespace zelk {
+
+// Where an event of libpri goes: a trunk status, a call event, or nowhere.
+struct SEventRoute {
+  enum class EKind { kIgnored, kStatus, kCall } kind = EKind::kIgnored;
+  ETrunkStatus status = kStatusReserved;
+  ECallEvent call = CALLEV_UNKNOWN;
+};
+
+SEventRoute RouteOf(int priEventCode);
+
+// Hands an event to the card's handlers; an answer is acknowledged to the network once the call logic has seen it.
+// Thread: control, the trunk's lock held.
+void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event);
+
+}  // namespace zelk

@@ -1,0 +1,25 @@
+#include "card/select_timeout.h"
+
+namespace zelk {
+
+bool IsEarlier(const SUnixTime& left, const SUnixTime& right) {
+  return left.seconds != right.seconds ? left.seconds < right.seconds : left.microseconds < right.microseconds;
+}
+
+int32_t TimerWaitMs(const SUnixTime& due, const SUnixTime& now) {
+  int64_t seconds = due.seconds - now.seconds;
+  int32_t microseconds = due.microseconds - now.microseconds;
+  if (microseconds < 0) {
+    microseconds += 1000000;
+    --seconds;
+  }
+  if (seconds < 0) {
+    return 0;
+  }
+  if (seconds >= 1 || microseconds >= kTimerWaitMs * 1000) {
+    return kTimerWaitMs;
+  }
+  return (microseconds + 999) / 1000;
+}
+
+}  // namespace zelk

@@ -1,0 +1,66 @@
+#include "card/trunk_setup.h"
+
+#include <algorithm>
+
+#include "runtime/config.h"
+
+namespace zelk {
+
+namespace {
+
+uint32_t UsedTrunks(const CCardCore& core) {
+  return std::min<uint32_t>(core.facts.trunkCount, kMaxTrunks);
+}
+
+void ApplySettings(CTrunk& trunk, const STrunkSettings& settings) {
+  trunk.hangupOnAlerting = settings.hangupOnAlerting;
+  trunk.numberType = settings.numberType;
+  trunk.nodeType = NodeTypeOf(settings.clientType);
+  trunk.switchType = settings.switchType;
+}
+
+void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t opening) {
+  CTrunk& trunk = core.trunks[index];
+  const uint32_t serialNumber = core.facts.serialNumber;
+  const STrunkSettings settings = Config().ReadTrunk(serialNumber, index + 1);
+  ApplySettings(trunk, settings);
+  core.audio.ConfigureEcho(index, settings.echoTailMs);
+  trunk.echoEnabled = settings.echoCanceller;
+
+  const CScopedLock<CRecursiveMutex> held(trunk.lock);
+  trunk.opening = opening;
+  trunk.capture.Close();
+  if (settings.hdlcLog) {
+    trunk.capture.Open(serialNumber, index + 1);
+  }
+  trunk.controller = CPriController::Create(core, index, trunk.nodeType, trunk.switchType);
+}
+
+}  // namespace
+
+int32_t NodeTypeOf(int32_t clientType) {
+  switch (clientType) {
+    case 1000:
+      return 5;
+    case 1001:
+      return 10;
+    default:
+      return clientType;
+  }
+}
+
+void ConfigureTrunks(CCardCore& core) {
+  const uint32_t serialNumber = core.facts.serialNumber;
+  for (uint32_t trunk = 0; trunk < UsedTrunks(core); ++trunk) {
+    core.crc4 = static_cast<uint32_t>(Config().ReadTrunkCrc4(serialNumber, trunk + 1));
+    core.SendTrunkConfiguration(trunk);
+  }
+}
+
+void SetUpTrunks(CCardCore& core, uint32_t opening) {
+  for (uint32_t trunk = 0; trunk < UsedTrunks(core); ++trunk) {
+    SetUpTrunk(core, trunk, opening);
+  }
+}
+
+}  // namespace zelk
