@@ -1,0 +1,416 @@
+#include "media/audio_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/event.h"
+#include "platform/socket.h"
+
+namespace zelk {
+namespace {
+
+// Wire constants of the test's own.
+constexpr uint16_t kCardPort = 5854;
+constexpr size_t kHeader = 8;
+constexpr int32_t kPatienceMs = 5000;
+
+uint32_t Address(const char* text) {
+  uint32_t address = 0;
+  EXPECT_TRUE(ParseIpv4(text, address));
+  return address;
+}
+
+using Packet = std::vector<uint8_t>;
+
+Packet MakePacket(uint32_t sequence, uint8_t hint, size_t length, uint8_t fill = 0xD5) {
+  Packet packet(length, fill);
+  packet[0] = 0xFF;
+  packet[1] = 0x55;
+  for (unsigned i = 0; i < 4; ++i)
+    packet[2 + i] = static_cast<uint8_t>(sequence >> (8 * i));
+  packet[6] = hint;
+  packet[7] = 0;
+  return packet;
+}
+
+uint32_t SequenceOf(const Packet& packet) {
+  return packet[2] | packet[3] << 8 | packet[4] << 16 | static_cast<uint32_t>(packet[5]) << 24;
+}
+
+size_t LengthOf(uint32_t trunks, size_t frames) {
+  return kHeader + frames * trunks * 32;
+}
+
+// The card's side: one socket on the card's address.
+class CTestCard {
+ public:
+  explicit CTestCard(const char* address = "127.0.0.9", uint16_t port = kCardPort) {
+    EXPECT_TRUE(socket.OpenUdp());
+    EXPECT_TRUE(socket.Bind({Address(address), port}));
+    EXPECT_TRUE(socket.SetNonBlocking(true));
+  }
+
+  void Send(uint16_t port, const Packet& packet) {
+    EXPECT_EQ(socket.SendTo(packet.data(), packet.size(), {Address("127.0.0.1"), port}),
+              static_cast<int>(packet.size()));
+  }
+
+  Packet Receive() {
+    Packet packet(2000);
+    SIpv4Endpoint source;
+    if (socket.WaitReadable(kPatienceMs) != EWait::kReady)
+      return {};
+    const int length = socket.ReceiveFrom(packet.data(), packet.size(), source);
+    packet.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    return packet;
+  }
+
+  bool NothingWaits() { return socket.WaitReadable(0) == EWait::kTimeout; }
+
+ private:
+  CSocket socket;
+};
+
+class CRecordingNotice : public IAudioNotice {
+ public:
+  void OnAudioNotice(const char* text) override {
+    const std::lock_guard hold(mutex);
+    lines.emplace_back(text);
+  }
+  std::vector<std::string> Lines() {
+    const std::lock_guard hold(mutex);
+    return lines;
+  }
+
+ private:
+  std::mutex mutex;
+  std::vector<std::string> lines;
+};
+
+// Plays a byte per position and keeps what position (0, 1) received.
+class CTestHook : public IMediaHook {
+ public:
+  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override {
+    const std::lock_guard hold(mutex);
+    if (code == MEDIA_PLAY)
+      std::memset(data, PlayByte(trunk, timeslot), length);
+    if (code == MEDIA_PLAY_MARK && data != nullptr && ++queries[trunk][timeslot] == markedBlock && timeslot == 1)
+      *static_cast<uint32_t*>(data) = 1;
+    if (code == MEDIA_PLAY_MARK && data == nullptr)
+      ++marksSent;
+    if (code == MEDIA_RECORD && trunk == 0 && timeslot == 1)
+      recorded.emplace_back(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + length);
+    ++calls;
+    changed.notify_all();
+  }
+
+  static uint8_t PlayByte(uint32_t trunk, uint32_t timeslot) { return static_cast<uint8_t>(trunk * 32 + timeslot); }
+
+  template <class Condition>
+  bool Await(Condition condition) {
+    std::unique_lock hold(mutex);
+    return changed.wait_for(hold, std::chrono::milliseconds(kPatienceMs), [&] { return condition(*this); });
+  }
+
+  int markedBlock = 0;  // of timeslot 1: its n-th filled block ends a play
+  std::array<std::array<int, 32>, 8> queries{};
+  int marksSent = 0;
+  int calls = 0;
+  std::vector<Packet> recorded;
+
+ private:
+  std::mutex mutex;
+  std::condition_variable changed;
+};
+
+class AudioStream : public testing::Test {
+ protected:
+  void Open(uint32_t trunks = 1, uint32_t blocks = 32) {
+    stream.ResetChannels(SDtmfSettings());
+    ASSERT_TRUE(stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), trunks, blocks));
+    port = stream.LocalPort();
+    ASSERT_NE(port, 0);
+    ASSERT_TRUE(stream.StartPacer());
+    ASSERT_TRUE(stream.StartReceiver());
+    for (uint32_t trunk = 0; trunk < trunks; ++trunk)
+      stream.ConfigureEcho(trunk, 32);
+  }
+
+  void Close() {
+    stream.RequestStop();
+    stream.CloseSocket();
+    EXPECT_TRUE(stream.JoinReceiver(3000));
+    EXPECT_TRUE(stream.JoinPacer(3000));
+    stream.FreeBuffers();
+  }
+
+  // The next packet in order, and its one reply.
+  Packet Exchange(const Packet& packet) {
+    card.Send(port, packet);
+    return card.Receive();
+  }
+
+  CTestCard card;
+  CRecordingNotice notice;
+  CTestHook hook;
+  CAudioStream stream{notice};
+  uint16_t port = 0;
+};
+
+TEST_F(AudioStream, AFirstPacketWithABacklogOf7GetsThreeRepliesAndEveryNextOneGetsOne) {
+  Open();
+  card.Send(port, MakePacket(1, 7, 584 + 32));
+  for (uint32_t i = 0; i < 3; ++i) {
+    const Packet reply = card.Receive();
+    ASSERT_EQ(reply.size(), 616U);
+    EXPECT_EQ(SequenceOf(reply), i);
+    EXPECT_EQ(reply[0], 0xFF);
+    EXPECT_EQ(reply[1], 0x55);
+    EXPECT_EQ(reply[6], 0);
+    EXPECT_EQ(reply[7], 0);
+    EXPECT_TRUE(std::all_of(reply.begin() + kHeader, reply.end(), [](uint8_t byte) { return byte == 0x54; }));
+  }
+  EXPECT_EQ(SequenceOf(Exchange(MakePacket(2, 0, 616))), 3U);
+  EXPECT_TRUE(card.NothingWaits());
+  EXPECT_TRUE(notice.Lines().empty());
+  Close();
+}
+
+TEST_F(AudioStream, PacketsOfAWrongSizeMagicOrSenderChangeNothing) {
+  Open();
+  card.Send(port, MakePacket(1, 4, 648));
+  card.Send(port, MakePacket(9, 99, 583));
+  card.Send(port, MakePacket(9, 99, 1449));
+  card.Send(port, MakePacket(9, 99, 1600));
+  card.Send(port, {});
+  card.Send(port, Packet(1, 0xFF));
+  Packet swapped = MakePacket(9, 99, 648);
+  std::swap(swapped[0], swapped[1]);
+  card.Send(port, swapped);
+  CTestCard stranger("127.0.0.10", kCardPort);
+  stranger.Send(port, MakePacket(9, 99, 648));
+  EXPECT_EQ(SequenceOf(Exchange(MakePacket(2, 0, 648))), 0U);
+  EXPECT_TRUE(card.NothingWaits());
+  EXPECT_TRUE(stranger.NothingWaits());
+  EXPECT_TRUE(notice.Lines().empty());
+  Close();
+}
+
+TEST_F(AudioStream, ThePacketMayComeFromAnyPortOfTheCardAndIsAnsweredToTheAudioPort) {
+  Open();
+  CTestCard otherPort("127.0.0.9", 0);
+  otherPort.Send(port, MakePacket(1, 5, 648));
+  EXPECT_EQ(card.Receive().size(), 648U);
+  EXPECT_TRUE(otherPort.NothingWaits());
+  Close();
+}
+
+TEST_F(AudioStream, TheShortestAndTheLongestPacketAreTakenWithAnyTrunkCount) {
+  for (uint32_t trunks = 1; trunks <= 8; ++trunks) {
+    Open(trunks);
+    stream.SetHook(&hook);
+    uint32_t sequence = 0;
+    for (const size_t length : {size_t{584}, size_t{1448}, LengthOf(trunks, 2)}) {
+      if (length < 584)
+        continue;
+      card.Send(port, MakePacket(++sequence, 5, length));
+      EXPECT_EQ(card.Receive().size(), length) << trunks;
+    }
+    EXPECT_TRUE(card.NothingWaits());
+    Close();
+    stream.SetHook(nullptr);
+  }
+}
+
+TEST_F(AudioStream, LostAndOldPacketsAreReportedInTheirWords) {
+  Open();
+  card.Send(port, MakePacket(5, 4, 648));
+  card.Send(port, MakePacket(5, 4, 648));
+  EXPECT_EQ(SequenceOf(Exchange(MakePacket(6, 4, 648))), 0U);
+  const std::vector<std::string> lines = notice.Lines();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0], "Packet loss?, so sequence reset, expected 1 got 5, processed.");
+  EXPECT_EQ(lines[1], "Old/Duplicate Packet -> 5, ignored.");
+  Close();
+}
+
+TEST_F(AudioStream, WhatTheHookPlaysGoesOutBehindTheFirst160IdleBytes) {
+  stream.SetHook(&hook);
+  Open(2, 4);
+  ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.queries[1][31] >= 4; }));
+  const size_t length = LengthOf(2, 16);
+  card.Send(port, MakePacket(1, 5, length));
+  for (uint32_t packet = 0; packet < 20; ++packet) {
+    const Packet reply = packet == 0 ? card.Receive() : Exchange(MakePacket(packet + 1, 5, length));
+    ASSERT_EQ(reply.size(), length);
+    for (size_t i = 0; i < 16 * 64; ++i)
+      ASSERT_EQ(reply[kHeader + i], packet < 10 ? 0x54 : i % 64) << packet << " " << i;
+  }
+  Close();
+}
+
+TEST_F(AudioStream, ReceivedAudioReachesTheHookInWholeBlocksBehindTheFirst160Bytes) {
+  stream.SetHook(&hook);
+  Open(1, 8);
+  constexpr size_t kFrames = 40;
+  for (uint32_t packet = 0; packet < 13;
+       ++packet)  // one more than three blocks: a full block leaves with the next byte
+    Exchange(MakePacket(packet + 1, packet == 0 ? 5 : 0, LengthOf(1, kFrames), static_cast<uint8_t>(packet)));
+  ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.recorded.size() >= 2; }));
+  Close();
+  ASSERT_EQ(hook.recorded.size(), 2U);
+  for (size_t block = 0; block < 2; ++block) {
+    ASSERT_EQ(hook.recorded[block].size(), 160U);
+    for (size_t i = 0; i < 160; ++i)
+      ASSERT_EQ(hook.recorded[block][i], 4 + 4 * block + i / kFrames);
+  }
+}
+
+TEST_F(AudioStream, TheMarkIsReportedWhenItsBlockIsTakenForSending) {
+  hook.markedBlock = 2;
+  stream.SetHook(&hook);
+  Open(1, 4);
+  ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.queries[0][31] >= 4; }));
+  for (uint32_t packet = 0; packet < 8; ++packet)  // 8 x 40 frames: idle block and first block
+    Exchange(MakePacket(packet + 1, packet == 0 ? 5 : 0, LengthOf(1, 40)));
+  EXPECT_TRUE(hook.Await([](CTestHook& h) { return h.marksSent == 0; }));
+  Exchange(MakePacket(9, 0, LengthOf(1, 40)));
+  EXPECT_TRUE(hook.Await([](CTestHook& h) { return h.marksSent == 1; }));
+  Close();
+}
+
+TEST_F(AudioStream, AFlushSilencesItsTimeslotFromTheVeryNextPacketUntilTheWaitingBlocksAreThrough) {
+  stream.SetHook(&hook);
+  Open(1, 2);
+  ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.queries[0][31] >= 2; }));
+  uint32_t sequence = 0;
+  const auto next = [&] {
+    const Packet reply = Exchange(MakePacket(sequence + 1, sequence == 0 ? 5 : 0, LengthOf(1, 20)));
+    ++sequence;
+    return reply;
+  };
+  for (int i = 0; i < 9; ++i)
+    next();  // 8 of idle bytes, one of the first block
+  const auto expect = [](const Packet& reply, uint8_t ofTimeslot5) {
+    ASSERT_EQ(reply.size(), LengthOf(1, 20));
+    for (size_t frame = 0; frame < 20; ++frame) {
+      ASSERT_EQ(reply[kHeader + frame * 32 + 4], 4);
+      ASSERT_EQ(reply[kHeader + frame * 32 + 5], ofTimeslot5);
+      ASSERT_EQ(reply[kHeader + frame * 32 + 6], 6);
+    }
+  };
+  stream.SilenceTransmit(0, 5);
+  for (int i = 0; i < 7 + 8; ++i)  // the rest of the block on the line, and the one that waited
+    expect(next(), 0x54);
+  ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.queries[0][31] >= 3; }));
+  expect(next(), 5);  // the block that was filled after the flush
+  Close();
+}
+
+TEST_F(AudioStream, WithoutBlocksTheLineCarriesIdleBytesAndNothingIsRecorded) {
+  stream.SetHook(&hook);
+  Open(1, 0);
+  for (uint32_t packet = 0; packet < 12; ++packet) {
+    const Packet reply = Exchange(MakePacket(packet + 1, packet == 0 ? 5 : 0, LengthOf(1, 40)));
+    ASSERT_EQ(reply.size(), LengthOf(1, 40));
+    EXPECT_TRUE(std::all_of(reply.begin() + kHeader, reply.end(), [](uint8_t byte) { return byte == 0x54; }));
+  }
+  Close();
+  EXPECT_EQ(hook.calls, 0);
+}
+
+TEST_F(AudioStream, ClosingTheSocketReleasesTheReceiveThreadAtOnce) {
+  Open();
+  Exchange(MakePacket(1, 5, 648));  // the thread runs, and waits for the next packet
+  const uint32_t before = TickMs();
+  Close();
+  EXPECT_LT(TickMs() - before, 100U);
+}
+
+TEST_F(AudioStream, TheSendCounterGoesOnAcrossOpenings) {
+  uint32_t sent = 0;
+  for (int cycle = 0; cycle < 20; ++cycle) {
+    Open(static_cast<uint32_t>(cycle % 8 + 1), 4);
+    stream.SetHook(cycle % 2 == 0 ? &hook : nullptr);
+    card.Send(port, MakePacket(1, 6, 1448));
+    EXPECT_EQ(SequenceOf(card.Receive()), sent++);
+    EXPECT_EQ(SequenceOf(card.Receive()), sent++);
+    for (uint32_t packet = 2; packet < 12; ++packet)
+      EXPECT_EQ(SequenceOf(Exchange(MakePacket(packet, 9, 1448))), sent++);
+    card.Send(port, MakePacket(12, 0, 1448));  // still under way while it closes
+    Close();
+    // The last packet may or may not have been answered.
+    Packet last;
+    if (!card.NothingWaits()) {
+      last = card.Receive();
+      EXPECT_EQ(SequenceOf(last), sent++);
+    }
+  }
+  EXPECT_TRUE(notice.Lines().empty());
+}
+
+TEST_F(AudioStream, AnOpeningWithAWrongTrunkCountOrAddressFailsAndTheNextSucceeds) {
+  EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 0, 32));
+  EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 9, 32));
+  EXPECT_FALSE(stream.OpenSocket(Address("192.0.2.1"), Address("127.0.0.9"), 1, 32));
+  EXPECT_EQ(stream.LocalPort(), 0);
+  EXPECT_FALSE(stream.StartPacer());
+  EXPECT_FALSE(stream.StartReceiver());
+  Close();
+  Open();
+  EXPECT_EQ(Exchange(MakePacket(1, 5, 648)).size(), 648U);
+  Close();
+}
+
+TEST_F(AudioStream, CallsOnAClosedStreamAndOutOfRangeAreHarmless) {
+  Close();
+  Close();
+  stream.SilenceTransmit(8, 0);
+  stream.SilenceTransmit(0, 32);
+  stream.SilenceTransmit(0xFFFFFFFF, 0xFFFFFFFF);
+  stream.SetEchoSwitch(8, true);
+  EXPECT_FALSE(stream.EchoSwitch(8));
+  stream.SetEchoSwitch(7, true);
+  EXPECT_TRUE(stream.EchoSwitch(7));
+  stream.ConfigureEcho(0, 32);
+  Open();
+  stream.ConfigureEcho(8, 32);
+  Close();
+}
+
+TEST_F(AudioStream, ThreadsThatOutliveTheirJoinTouchNothingThatIsGone) {
+  class CStuckHook : public IMediaHook {
+   public:
+    void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {
+      entered.Set();
+      leave.Wait();
+    }
+    CEvent entered;
+    CEvent leave;
+  };
+  static CStuckHook stuck;  // the thread is in it for a moment longer than the test
+  auto own = std::make_unique<CAudioStream>(notice);
+  own->ResetChannels(SDtmfSettings());
+  own->SetHook(&stuck);
+  ASSERT_TRUE(own->OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 1, 4));
+  ASSERT_TRUE(own->StartPacer());
+  ASSERT_TRUE(stuck.entered.WaitFor(kPatienceMs));
+  own->RequestStop();
+  own->CloseSocket();
+  EXPECT_FALSE(own->JoinPacer(10));
+  own->FreeBuffers();
+  own.reset();
+  stuck.leave.Set();
+}
+
+}  // namespace
+}  // namespace zelk
