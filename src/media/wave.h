@@ -64,6 +64,7 @@ class CWave {
   bool Enqueue(std::unique_ptr<CWaveBlock> block);
   // Drops what is queued and silences what waits for transmission; no play-complete event. Nothing when not open.
   void Flush();
+  bool IsStopping() const { return stopFlag != 0; }  // a flush is under way
   uint32_t TimeLeftMs() const;
 
   void FillBlock(uint8_t* data, uint32_t length);

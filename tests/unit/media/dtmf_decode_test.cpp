@@ -1,0 +1,625 @@
+#include "media/dtmf_decode.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <cstdint>
+#include <numbers>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "media/g711.h"
+#include "support/allocation_probe.h"
+
+namespace zelk {
+namespace {
+
+constexpr std::array<double, 4> kRows = {697, 770, 852, 941};
+constexpr std::array<double, 4> kColumns = {1209, 1336, 1477, 1633};
+const std::string kDigits = "123A456B789C*0#D";
+constexpr size_t kBlock = 102;
+
+using Signal = std::vector<int16_t>;
+
+// The detector written down sample by sample, with nothing left out or put off: what the product is compared with.
+class CLiteralDetector {
+ public:
+  explicit CLiteralDetector(const SDtmfSettings& s) : settings(s) {
+    for (size_t i = 0; i < 4; ++i) {
+      coefficient[i] = 2.0F * std::cos(2.0F * 3.14159265358979323846F * static_cast<float>(kRows[i]) / 8000.0F);
+      coefficient[4 + i] = 2.0F * std::cos(2.0F * 3.14159265358979323846F * static_cast<float>(kColumns[i]) / 8000.0F);
+    }
+  }
+
+  void Process(int16_t sample) {
+    float x = sample;
+    if (filterDialTone) {
+      float w = 0.98356F * x + 1.8954426F * w350[0] - 0.9691396F * w350[1];
+      const float y = w - 1.925148F * w350[0] + w350[1];
+      w350[1] = w350[0];
+      w350[0] = w;
+      w = 0.98456F * y + 1.8529543F * w440[0] - 0.9691396F * w440[1];
+      x = w - 1.8819938F * w440[0] + w440[1];
+      w440[1] = w440[0];
+      w440[0] = w;
+    }
+    energy += x * x;
+    ++count;
+    for (size_t i = 0; i < 8; ++i) {
+      const float s0 = coefficient[i] * s1[i] - s2[i] + x;
+      s2[i] = s1[i];
+      s1[i] = s0;
+    }
+    if (count == static_cast<int>(kBlock)) {
+      EndBlock();
+    }
+  }
+
+  // Energies of the eight filters at the end of a block.
+  std::array<float, 8> Energies() const {
+    std::array<float, 8> result{};
+    for (size_t i = 0; i < 8; ++i) {
+      const float s0 = coefficient[i] * s1[i] - s2[i];
+      result[i] = s1[i] * s1[i] + s0 * s0 - coefficient[i] * s1[i] * s0;
+    }
+    return result;
+  }
+
+  std::string digits;
+  char inDigit = 0;
+  char lastHit = 0;
+  bool filterDialTone = false;
+
+ private:
+  void EndBlock() {
+    char hit = Hit(Energies());
+    if (hit != inDigit && lastHit != inDigit) {
+      if (hit != 0 && hit == lastHit) {
+        digits += hit;
+      } else {
+        hit = 0;
+      }
+      inDigit = hit;
+    }
+    lastHit = hit;
+    s1 = {};
+    s2 = {};
+    energy = 0;
+    count = 0;
+  }
+
+  char Hit(const std::array<float, 8>& e) const {
+    size_t row = 0;
+    size_t column = 0;
+    for (size_t i = 1; i < 4; ++i) {
+      row = e[i] > e[row] ? i : row;
+      column = e[4 + i] > e[4 + column] ? i : column;
+    }
+    const float r = e[row];
+    const float c = e[4 + column];
+    bool good = r >= 8.0e7F && c >= 8.0e7F && r * settings.reverseTwist > c && c * settings.normalTwist > r;
+    for (size_t i = 0; i < 4; ++i) {
+      good = good && (i == column || c >= e[4 + i] * settings.columnPeak);
+      good = good && (i == row || r >= e[i] * settings.rowPeak);
+    }
+    good = good && r + c > settings.totalEnergy * energy;
+    return good ? kDigits[row * 4 + column] : '\0';
+  }
+
+  SDtmfSettings settings;
+  std::array<float, 8> coefficient{};
+  std::array<float, 8> s1{};
+  std::array<float, 8> s2{};
+  std::array<float, 2> w350{};
+  std::array<float, 2> w440{};
+  float energy = 0;
+  int count = 0;
+};
+
+int16_t Clipped(double value) {
+  return static_cast<int16_t>(std::lround(std::min(32767.0, std::max(-32768.0, value))));
+}
+
+void AddTone(Signal& signal, size_t from, size_t length, double frequency, double amplitude, double phase = 0) {
+  signal.resize(std::max(signal.size(), from + length));
+  for (size_t i = 0; i < length; ++i) {
+    const double angle = 2 * std::numbers::pi * frequency * static_cast<double>(i) / 8000 + phase;
+    signal[from + i] = Clipped(signal[from + i] + amplitude * std::sin(angle));
+  }
+}
+
+void AddDigit(Signal& signal, char digit, size_t length, double rowAmplitude = 1000, double columnAmplitude = 1000) {
+  const size_t index = kDigits.find(digit);
+  const size_t from = signal.size();
+  AddTone(signal, from, length, kRows[index / 4], rowAmplitude);
+  AddTone(signal, from, length, kColumns[index % 4], columnAmplitude, 0.7);
+}
+
+void AddSilence(Signal& signal, size_t length) {
+  signal.resize(signal.size() + length);
+}
+
+std::string TakeAll(CDtmfDecode& decoder) {
+  std::string digits;
+  while (const char digit = decoder.TakeDigit()) {
+    digits += digit;
+  }
+  return digits;
+}
+
+std::string Decode(CDtmfDecode& decoder, const Signal& signal) {
+  for (const int16_t sample : signal) {
+    EXPECT_EQ(decoder.Process(sample), 0);
+  }
+  return TakeAll(decoder);
+}
+
+std::string Decode(const Signal& signal, const SDtmfSettings& settings = {}) {
+  CDtmfDecode decoder;
+  decoder.SetThresholds(settings);
+  return Decode(decoder, signal);
+}
+
+std::string DigitOf(double row, double column, double rowAmplitude, double columnAmplitude,
+                    const SDtmfSettings& settings = {}) {
+  Signal signal;
+  AddTone(signal, 0, 4 * kBlock, row, rowAmplitude);
+  AddTone(signal, 0, 4 * kBlock, column, columnAmplitude, 0.7);
+  return Decode(signal, settings);
+}
+
+// Both detectors, digit by digit: the same digits after every single sample.
+void ExpectSameAsLiteral(const Signal& signal, const SDtmfSettings& settings = {}, bool filterDialTone = false) {
+  CLiteralDetector literal(settings);
+  literal.filterDialTone = filterDialTone;
+  CDtmfDecode decoder;
+  decoder.SetThresholds(settings);
+  decoder.SetDialToneFilter(filterDialTone);
+  std::string taken;
+  for (size_t i = 0; i < signal.size(); ++i) {
+    literal.Process(signal[i]);
+    decoder.Process(signal[i]);
+    if ((i + 1) % kBlock == 0) {
+      taken += TakeAll(decoder);
+      ASSERT_EQ(taken, literal.digits) << "after sample " << i + 1;
+    }
+  }
+}
+
+TEST(DtmfDecode, ReportsEachOfTheSixteenDigitsOnce) {
+  for (const char digit : kDigits) {
+    Signal signal;
+    AddDigit(signal, digit, 320);
+    AddSilence(signal, 320);
+    EXPECT_EQ(Decode(signal), std::string(1, digit));
+  }
+}
+
+TEST(DtmfDecode, ReportsADigitAtTheEndOfItsSecondWholeBlock) {
+  Signal signal;
+  AddDigit(signal, '6', 320);
+  CDtmfDecode decoder;
+  for (size_t i = 0; i < 203; ++i) {
+    decoder.Process(signal[i]);
+  }
+  EXPECT_EQ(decoder.TakeDigit(), 0);
+  decoder.Process(signal[203]);
+  EXPECT_EQ(decoder.TakeDigit(), '6');
+  for (size_t i = 204; i < signal.size(); ++i) {
+    decoder.Process(signal[i]);
+  }
+  EXPECT_EQ(decoder.TakeDigit(), 0);
+}
+
+TEST(DtmfDecode, DigitOfOneBlockIsNotReported) {
+  Signal signal;
+  AddDigit(signal, '6', kBlock);
+  AddSilence(signal, 5 * kBlock);
+  EXPECT_EQ(Decode(signal), "");
+}
+
+TEST(DtmfDecode, DigitHeldForASecondIsReportedOnce) {
+  Signal signal;
+  AddDigit(signal, '0', 8000);
+  EXPECT_EQ(Decode(signal), "0");
+}
+
+TEST(DtmfDecode, OneSilentBlockDoesNotEndADigitTwoDo) {
+  Signal signal;
+  AddDigit(signal, '5', 3 * kBlock);
+  AddSilence(signal, kBlock);
+  AddDigit(signal, '5', 3 * kBlock);
+  EXPECT_EQ(Decode(signal), "5");
+  AddSilence(signal, 2 * kBlock);
+  AddDigit(signal, '5', 2 * kBlock);
+  EXPECT_EQ(Decode(signal), "55");
+}
+
+TEST(DtmfDecode, AnotherDigitReplacesTheHeldOneAfterSilenceOnly) {
+  Signal signal;
+  AddDigit(signal, '1', 3 * kBlock);
+  AddDigit(signal, '2', 2 * kBlock);
+  EXPECT_EQ(Decode(signal), "12");
+}
+
+// Q.24: at most 40 ms of signal and 40 ms of pause must be enough, wherever they fall among the blocks; the audio comes
+// as A-law in blocks of 20 ms.
+TEST(DtmfDecode, FortyMillisecondsOnAndOffAreEnoughAtEveryPhase) {
+  for (size_t phase = 0; phase < kBlock; ++phase) {
+    Signal signal;
+    AddSilence(signal, phase);
+    for (const char digit : kDigits + kDigits) {
+      AddDigit(signal, digit, 320, 4000, 4000);
+      AddSilence(signal, 320);
+    }
+    signal.resize((signal.size() + 159) / 160 * 160);
+    CDtmfDecode decoder;
+    decoder.SetThresholds({});
+    std::string digits;
+    for (size_t i = 0; i < signal.size(); i += 160) {
+      std::array<uint8_t, 160> alaw;
+      for (size_t k = 0; k < 160; ++k) {
+        alaw[k] = LinearToALaw(signal[i + k]);
+      }
+      decoder.ProcessBlock(alaw.data(), 160);
+      digits += TakeAll(decoder);
+    }
+    ASSERT_EQ(digits, kDigits + kDigits) << "phase " << phase;
+  }
+}
+
+// Q.24: a signal of less than 20 ms or so must not count; two blocks are 25.5 ms.
+TEST(DtmfDecode, TwentyMillisecondsAreNeverADigit) {
+  for (size_t phase = 0; phase < kBlock; ++phase) {
+    Signal signal;
+    AddSilence(signal, phase);
+    AddDigit(signal, '9', 160, 4000, 4000);
+    AddSilence(signal, 4 * kBlock);
+    ASSERT_EQ(Decode(signal), "") << "phase " << phase;
+  }
+}
+
+// Q.24: frequencies within 1.5 % are valid.
+TEST(DtmfDecode, TakesFrequenciesOnePointFivePercentOff) {
+  for (size_t index = 0; index < 16; ++index) {
+    for (const double shift : {0.985, 1.015}) {
+      EXPECT_EQ(DigitOf(kRows[index / 4] * shift, kColumns[index % 4] * shift, 2000, 2000), kDigits.substr(index, 1))
+          << shift;
+    }
+  }
+}
+
+// Energy of a steady tone of amplitude A over a block: (102 A / 2) squared, so 8.0e7 is reached at A = 175.4.
+TEST(DtmfDecode, LevelsDownToTheAbsoluteThresholdAreTaken) {
+  EXPECT_EQ(DigitOf(770, 1477, 190, 190), "6");
+  EXPECT_EQ(DigitOf(770, 1477, 160, 190), "");
+  EXPECT_EQ(DigitOf(770, 1477, 190, 160), "");
+  EXPECT_EQ(DigitOf(770, 1477, 160, 160), "");
+  EXPECT_EQ(DigitOf(770, 1477, 16000, 16000), "6");
+}
+
+TEST(DtmfDecode, ColumnTooStrongFailsByReverseTwist) {
+  const double within = 1000 * std::sqrt(6.5);
+  const double beyond = 1000 * std::sqrt(7.5);
+  EXPECT_EQ(DigitOf(852, 1336, 1000, within), "8");
+  EXPECT_EQ(DigitOf(852, 1336, 1000, beyond), "");
+  SDtmfSettings settings;
+  settings.normalTwist = 8.5F;
+  EXPECT_EQ(DigitOf(852, 1336, 1000, beyond, settings), "");
+  settings = {};
+  settings.reverseTwist = 8.5F;
+  EXPECT_EQ(DigitOf(852, 1336, 1000, beyond, settings), "8");
+}
+
+TEST(DtmfDecode, RowTooStrongFailsByNormalTwist) {
+  const double within = 1000 * std::sqrt(6.5);
+  const double beyond = 1000 * std::sqrt(7.5);
+  EXPECT_EQ(DigitOf(852, 1336, within, 1000), "8");
+  EXPECT_EQ(DigitOf(852, 1336, beyond, 1000), "");
+  SDtmfSettings settings;
+  settings.reverseTwist = 8.5F;
+  EXPECT_EQ(DigitOf(852, 1336, beyond, 1000, settings), "");
+  settings = {};
+  settings.normalTwist = 8.5F;
+  EXPECT_EQ(DigitOf(852, 1336, beyond, 1000, settings), "8");
+}
+
+TEST(DtmfDecode, HasThresholdsOfItsOwnUntilTheyAreSet) {
+  Signal strongColumn;
+  AddDigit(strongColumn, '8', 4 * kBlock, 1000, 1000 * std::sqrt(3.0));
+  CDtmfDecode decoder;
+  EXPECT_EQ(Decode(decoder, strongColumn), "");  // 2.5
+  EXPECT_EQ(Decode(strongColumn), "8");          // 7.0
+  Signal strongRow;
+  AddDigit(strongRow, '8', 4 * kBlock, 1000 * std::sqrt(5.5), 1000);
+  decoder.Reset();
+  EXPECT_EQ(Decode(decoder, strongRow), "8");  // 6.3
+  Signal noisy;                                // about 41 times its energy in the two tones
+  AddDigit(noisy, '8', 4 * kBlock);
+  AddTone(noisy, 0, noisy.size(), 2900, 700);
+  decoder.Reset();
+  EXPECT_EQ(Decode(decoder, noisy), "");  // 42.0
+  EXPECT_EQ(Decode(noisy), "8");          // 40.0
+}
+
+TEST(DtmfDecode, ForeignEnergyEndsADigitByTheTotalEnergyTest) {
+  for (const auto& [amplitude, expected] : {std::pair{500.0, "8"}, std::pair{900.0, ""}}) {
+    Signal signal;
+    AddDigit(signal, '8', 4 * kBlock);
+    AddTone(signal, 0, signal.size(), 2900, amplitude);
+    EXPECT_EQ(Decode(signal), expected);
+  }
+}
+
+TEST(DtmfDecode, SecondToneInTheSameGroupFailsByThePeakTests) {
+  SDtmfSettings settings;
+  settings.totalEnergy = 10;
+  const auto withExtra = [&settings](double frequency, double amplitude) {
+    Signal signal;
+    AddDigit(signal, '1', 4 * kBlock);
+    AddTone(signal, 0, signal.size(), frequency, amplitude, 1.9);
+    return Decode(signal, settings);
+  };
+  EXPECT_EQ(withExtra(941, 250), "1");
+  EXPECT_EQ(withExtra(941, 550), "");
+  EXPECT_EQ(withExtra(1633, 250), "1");
+  EXPECT_EQ(withExtra(1633, 550), "");
+  settings.rowPeak = 2;
+  EXPECT_EQ(withExtra(941, 550), "1");
+  EXPECT_EQ(withExtra(1633, 550), "");
+  settings.columnPeak = 2;
+  EXPECT_EQ(withExtra(1633, 550), "1");
+}
+
+// A single impulse at the end of a block has the same energy at every frequency, but for the rounding of each filter.
+// Among the impulses are some whose two strongest rows come out equal to the last bit.
+TEST(DtmfDecode, EqualEnergiesSelectTheLowerFrequency) {
+  SDtmfSettings settings;
+  settings.rowPeak = settings.columnPeak = 0.5F;
+  settings.totalEnergy = 1;
+  size_t tiesSeen = 0;
+  for (int height = 9000; height < 32767; height += 7) {
+    Signal signal(2 * kBlock);
+    signal[kBlock - 1] = signal[2 * kBlock - 1] = static_cast<int16_t>(height);
+    CLiteralDetector filters(settings);
+    filters.Process(static_cast<int16_t>(height));
+    const std::array<float, 8> e = filters.Energies();
+    const auto firstOfLargest = [&e](size_t from) {
+      size_t best = from;
+      size_t times = 1;
+      for (size_t i = from + 1; i < from + 4; ++i) {
+        times = e[i] > e[best] ? 1 : times + (e[i] == e[best] ? 1 : 0);
+        best = e[i] > e[best] ? i : best;
+      }
+      return std::pair{best - from, times};
+    };
+    const auto [row, rowTimes] = firstOfLargest(0);
+    const auto [column, columnTimes] = firstOfLargest(4);
+    tiesSeen += rowTimes > 1 && columnTimes > 1 ? 1 : 0;
+    ASSERT_EQ(Decode(signal, settings), kDigits.substr(row * 4 + column, 1)) << height;
+  }
+  EXPECT_GT(tiesSeen, 100U);
+}
+
+TEST(DtmfDecode, The129thDigitNotTakenIsLost) {
+  CDtmfDecode decoder;
+  Signal signal;
+  for (size_t i = 0; i < 129; ++i) {
+    AddDigit(signal, kDigits[i % 16], 2 * kBlock);
+    AddSilence(signal, 2 * kBlock);
+  }
+  for (const int16_t sample : signal) {
+    decoder.Process(sample);
+  }
+  EXPECT_EQ(decoder.LostDigits(), 1);
+  std::string expected;
+  for (size_t i = 0; i < 128; ++i) {
+    expected += kDigits[i % 16];
+  }
+  EXPECT_EQ(TakeAll(decoder), expected);
+  Signal more;
+  AddDigit(more, '#', 2 * kBlock);
+  EXPECT_EQ(Decode(decoder, more), "#");
+  decoder.Reset();
+  EXPECT_EQ(decoder.LostDigits(), 0);
+}
+
+TEST(DtmfDecode, ResetForgetsDigitsBlockAndHeldDigit) {
+  CDtmfDecode decoder;
+  Signal signal;
+  AddDigit(signal, '4', 3 * kBlock - 1);
+  for (const int16_t sample : signal) {
+    decoder.Process(sample);
+  }
+  decoder.Reset();
+  EXPECT_EQ(decoder.TakeDigit(), 0);
+  Signal again;
+  AddDigit(again, '4', 2 * kBlock - 1);
+  EXPECT_EQ(Decode(decoder, again), "");  // the block begins anew
+  EXPECT_EQ(Decode(decoder, Signal(1, again[0])), "4");
+}
+
+TEST(DtmfDecode, DialToneFilterUncoversADigitAndAResetTurnsItOff) {
+  Signal signal;
+  AddTone(signal, 0, 4000, 350, 1200);
+  AddTone(signal, 0, 4000, 440, 1200);
+  AddTone(signal, 2000, 1000, 770, 1000);
+  AddTone(signal, 2000, 1000, 1336, 1000);
+  CDtmfDecode decoder;
+  EXPECT_EQ(Decode(decoder, signal), "");
+  decoder.SetDialToneFilter(true);
+  EXPECT_EQ(Decode(decoder, signal), "5");
+  decoder.Reset();
+  EXPECT_EQ(Decode(decoder, signal), "");
+}
+
+TEST(DtmfDecode, EveryOrderOfTwoDigitsAndSilenceIsDebouncedAsTheLiteralForm) {
+  std::array<Signal, 3> blocks;
+  AddSilence(blocks[0], kBlock);
+  AddDigit(blocks[1], '1', kBlock);
+  AddDigit(blocks[2], 'D', kBlock);
+  constexpr size_t kLength = 7;
+  size_t sequences = 1;
+  for (size_t i = 0; i < kLength; ++i) {
+    sequences *= 3;
+  }
+  for (size_t sequence = 0; sequence < sequences; ++sequence) {
+    Signal signal;
+    for (size_t i = 0, rest = sequence; i < kLength; ++i, rest /= 3) {
+      signal.insert(signal.end(), blocks[rest % 3].begin(), blocks[rest % 3].end());
+    }
+    ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal)) << sequence;
+  }
+}
+
+TEST(DtmfDecode, DecidesAsTheLiteralFormOnNoise) {
+  std::mt19937 random(1);
+  for (const double level : {5.0, 40.0, 90.0, 130.0, 300.0, 3000.0, 30000.0}) {
+    std::normal_distribution<double> noise(0, level);
+    Signal signal(200 * kBlock);
+    for (int16_t& sample : signal) {
+      sample = Clipped(noise(random));
+    }
+    // Thresholds that noise passes now and then, so that there is something to agree about.
+    ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal, {100, 100, 1.0F, 1.0F, 0.5F}));
+    ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal));
+    ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal, {100, 100, 1.0F, 1.0F, 0.5F}, true));
+  }
+}
+
+TEST(DtmfDecode, DecidesAsTheLiteralFormAtEveryLevelAroundItsThresholds) {
+  std::mt19937 random(2);
+  std::uniform_real_distribution<double> ratio(0.2, 5);
+  std::uniform_real_distribution<double> shift(0.97, 1.03);
+  std::uniform_real_distribution<double> phase(0, 6.28);
+  size_t detected = 0;
+  for (double amplitude = 20; amplitude < 500; amplitude += 0.5) {
+    const size_t index = random() % 16;
+    Signal signal;
+    AddTone(signal, 0, 2 * kBlock, kRows[index / 4] * shift(random), amplitude, phase(random));
+    AddTone(signal, 0, 2 * kBlock, kColumns[index % 4] * shift(random), amplitude * ratio(random), phase(random));
+    AddTone(signal, 0, 2 * kBlock, 300 + 100 * phase(random), amplitude * 0.05 * ratio(random));
+    ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal)) << amplitude;
+    ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal, {5, 5, 1, 1, 5})) << amplitude;
+    detected += Decode(signal).size();
+  }
+  EXPECT_GT(detected, 100U);
+  EXPECT_LT(detected, 800U);
+}
+
+// The quietest blocks that can reach the absolute threshold: all their energy on one row and one column, with every
+// other threshold out of the way.
+TEST(DtmfDecode, QuietBlocksThatReachTheThresholdAreNotPassedOver) {
+  const SDtmfSettings open{1e6F, 1e6F, 0.0F, 0.0F, 0.0F};
+  size_t detected = 0;
+  for (double amplitude = 150; amplitude < 200; amplitude += 0.25) {
+    for (size_t index = 0; index < 16; ++index) {
+      Signal signal;
+      AddDigit(signal, kDigits[index], 2 * kBlock, amplitude, amplitude);
+      ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal, open)) << amplitude;
+      detected += Decode(signal, open).size();
+    }
+  }
+  EXPECT_GT(detected, 800U);
+  EXPECT_LT(detected, 2400U);
+}
+
+TEST(DtmfDecode, DecidesAsTheLiteralFormOnRandomDialling) {
+  std::mt19937 random(3);
+  Signal signal;
+  for (int i = 0; i < 500; ++i) {
+    AddDigit(signal, kDigits[random() % 16], random() % 500, static_cast<double>(100 + random() % 4000),
+             static_cast<double>(100 + random() % 4000));
+    AddSilence(signal, random() % 500);
+  }
+  std::normal_distribution<double> noise(0, 30);
+  for (int16_t& sample : signal) {
+    sample = Clipped(sample + noise(random));
+  }
+  ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal));
+  ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal, {}, true));
+  EXPECT_GT(Decode(signal).size(), 100U);
+}
+
+TEST(DtmfDecode, DecidesAsTheLiteralFormOnFullScaleSquareWaves) {
+  for (size_t halfPeriod = 1; halfPeriod < 60; ++halfPeriod) {
+    Signal signal(10 * kBlock);
+    for (size_t i = 0; i < signal.size(); ++i) {
+      signal[i] = i / halfPeriod % 2 == 0 ? 32767 : -32768;
+    }
+    ASSERT_NO_FATAL_FAILURE(ExpectSameAsLiteral(signal, {1000, 1000, 0.5F, 0.5F, 0.5F}));
+  }
+}
+
+TEST(DtmfDecode, ALawBlocksOfAnyLengthGiveWhatTheirSamplesGive) {
+  Signal signal;
+  for (const char digit : kDigits) {
+    AddDigit(signal, digit, 400);
+    AddSilence(signal, 250);
+  }
+  std::vector<uint8_t> alaw;
+  Signal expanded;
+  for (const int16_t sample : signal) {
+    alaw.push_back(LinearToALaw(sample));
+    expanded.push_back(ALawToLinear(alaw.back()));
+  }
+  for (const uint32_t length : {1U, 7U, 101U, 102U, 103U, 160U, 1000U}) {
+    CDtmfDecode decoder;
+    for (uint32_t i = 0; i < alaw.size(); i += length) {
+      decoder.ProcessBlock(&alaw[i], std::min(length, static_cast<uint32_t>(alaw.size()) - i));
+    }
+    EXPECT_EQ(TakeAll(decoder), kDigits) << length;
+  }
+  CDtmfDecode one;
+  EXPECT_EQ(Decode(one, expanded), kDigits);
+}
+
+TEST(DtmfDecode, AllocatesNothing) {
+  CDtmfDecode decoder;
+  Signal signal;
+  AddDigit(signal, '7', 160);
+  std::array<uint8_t, 160> alaw;
+  for (size_t i = 0; i < alaw.size(); ++i) {
+    alaw[i] = LinearToALaw(signal[i]);
+  }
+  const uint64_t before = support::AllocationCount();
+  for (int i = 0; i < 10; ++i) {
+    decoder.ProcessBlock(alaw.data(), 160);
+    decoder.TakeDigit();
+  }
+  EXPECT_EQ(support::AllocationCount(), before);
+}
+
+TEST(DtmfDecode, MayBeResetWhileItListens) {
+  CDtmfDecode decoder;
+  Signal signal;
+  AddDigit(signal, '7', 2 * kBlock);
+  AddSilence(signal, 2 * kBlock);
+  std::vector<uint8_t> alaw;
+  for (const int16_t sample : signal) {
+    alaw.push_back(LinearToALaw(sample));
+  }
+  std::atomic<bool> done{false};
+  std::thread opener([&] {
+    while (!done) {
+      decoder.SetThresholds({});
+      decoder.Reset();
+      std::this_thread::yield();
+    }
+  });
+  std::string digits;
+  for (int i = 0; i < 200; ++i) {
+    decoder.ProcessBlock(alaw.data(), static_cast<uint32_t>(alaw.size()));
+    digits += TakeAll(decoder);
+  }
+  done = true;
+  opener.join();
+  EXPECT_EQ(digits, std::string(digits.size(), '7'));
+}
+
+}  // namespace
+}  // namespace zelk
