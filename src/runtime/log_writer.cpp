@@ -14,7 +14,6 @@
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "runtime/config.h"
-#include "runtime/log_batch.h"
 
 namespace zelk {
 
@@ -38,13 +37,18 @@ class CLogFile : public ILogFile {
 
 // What belongs to one thread from Start to its end, which may come after the next Start.
 struct CLogWriter::SRun {
-  explicit SRun(std::string logPath) : path(std::move(logPath)), batch(file, TickMs()) {}
+  SRun(std::string logPath, std::unique_ptr<ILogFile> logFile)
+      : path(std::move(logPath)), file(std::move(logFile)), batch(*file, TickMs()) {}
 
   const std::string path;
   CEvent stop;
-  CLogFile file;
+  const std::unique_ptr<ILogFile> file;
   CLogBatch batch;
 };
+
+CLogWriter::CLogWriter() : CLogWriter([] { return std::make_unique<CLogFile>(); }) {}
+
+CLogWriter::CLogWriter(MakeFile fileMaker) : makeFile(std::move(fileMaker)) {}
 
 CLogWriter::~CLogWriter() {
   Stop();
@@ -62,7 +66,7 @@ CLogWriter::~CLogWriter() {
 bool CLogWriter::Start(const std::string& logPath) {
   Stop();
   path = logPath;
-  run = std::make_shared<SRun>(logPath);
+  run = std::make_shared<SRun>(logPath, makeFile());
   {
     const CScopedLock hold(lock);
     ++threadsInside;
@@ -100,7 +104,7 @@ void CLogWriter::Finish() {
     rest.swap(pending);
   }
   if (!path.empty()) {
-    SRun last(path);
+    SRun last(path, makeFile());
     last.batch.Take(rest);
     last.batch.WriteOut(path, true, TickMs());
   }

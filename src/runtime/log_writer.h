@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "platform/event.h"
 #include "platform/mutex.h"
 #include "platform/thread.h"
+#include "runtime/log_batch.h"
 #include "runtime/log_line.h"
 
 namespace zelk {
@@ -19,8 +21,11 @@ namespace zelk {
 // gives back what it could not write; the destructor waits for it.
 class CLogWriter {
  public:
-  CLogWriter() = default;
-  ~CLogWriter();  // Stops.
+  using MakeFile = std::function<std::unique_ptr<ILogFile>()>;
+
+  CLogWriter();
+  explicit CLogWriter(MakeFile fileMaker);  // the file that each Start writes to
+  ~CLogWriter();                            // Stops.
   CLogWriter(const CLogWriter&) = delete;
   CLogWriter& operator=(const CLogWriter&) = delete;
 
@@ -42,6 +47,7 @@ class CLogWriter {
   void WritePass(SRun& run);
   void Leave(SRun& run);
 
+  const MakeFile makeFile;
   CMutex lock;
   std::string pending ZELK_GUARDED_BY(lock);  // lines that no thread has taken yet
   uint32_t threadsInside ZELK_GUARDED_BY(lock) = 0;

@@ -256,9 +256,9 @@ TEST(UdpSocket, CallsOfManyThreadsSurviveClosingAndOpening) {
       }
     });
   }
-  for (int turn = 0; turn < 200; ++turn) {
-    ASSERT_TRUE(OpenBound(socket));
-    socket.SetNonBlocking(true);
+  for (int turn = 0; turn < 50; ++turn) {
+    EXPECT_TRUE(socket.OpenUdp());  // not bound here: the sending thread's first datagram binds it by itself
+    socket.SetNonBlocking(turn % 2 == 0);
     socket.Close();
   }
   stop = true;
