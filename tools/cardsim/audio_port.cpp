@@ -45,6 +45,8 @@ void CAudioPort::Open(const std::string& address) {
     fresh.set_option(asio::socket_base::receive_buffer_size(kSocketBuffer), ignored);
     fresh.set_option(asio::socket_base::send_buffer_size(kSocketBuffer), ignored);
     fresh.set_option(asio::socket_base::broadcast(true));
+    // The library's own listener for announcements has the wildcard address of the same port.
+    fresh.set_option(asio::socket_base::reuse_address(true));
     fresh.bind({asio::ip::make_address_v4(address), kCardPort});
     fresh.non_blocking(true);
     socket->udpSocket = std::move(fresh);

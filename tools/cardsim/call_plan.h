@@ -44,6 +44,7 @@ struct SCallRequest {
 
 // What becomes of a call that the library places.
 struct SAnswerPlan {
+  // CALL PROCEEDING at once. Without it a refusal for a cause such as 1 or 44 is a RELEASE COMPLETE, else a DISCONNECT.
   bool proceeding = true;
   std::optional<std::chrono::milliseconds> progressAfter;
   std::optional<std::chrono::milliseconds> alertAfter{std::chrono::milliseconds(0)};

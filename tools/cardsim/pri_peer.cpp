@@ -40,6 +40,21 @@ void OnMessage(pri*, char* text) {
   }
 }
 
+// The causes for which a call that has had no answer yet is refused with RELEASE COMPLETE (ITU-T Q.931, 5.3.2).
+bool IsClearedAtOnce(int cause) {
+  switch (cause) {
+    case PRI_CAUSE_UNALLOCATED:
+    case PRI_CAUSE_NORMAL_CIRCUIT_CONGESTION:
+    case PRI_CAUSE_REQUESTED_CHAN_UNAVAIL:
+    case PRI_CAUSE_IDENTIFIED_CHANNEL_NOTEXIST:
+    case PRI_CAUSE_INCOMPATIBLE_DESTINATION:
+    case PRI_CAUSE_INVALID_CALL_REFERENCE:
+      return true;
+    default:
+      return false;
+  }
+}
+
 int TimeslotOf(int channel) {
   return channel == -1 ? -1 : channel & 0xFF;
 }
@@ -270,7 +285,20 @@ bool CPriPeer::ConnectAcknowledge(q931_call* call) {
 
 bool CPriPeer::Hangup(q931_call* call, int cause) {
   const std::lock_guard guard(LibpriLock());
-  return Owns(call) && pri_hangup(controller, call, cause) == 0;
+  if (!Owns(call)) {
+    return false;
+  }
+  // A DISCONNECT as the first answer to a SETUP is one that libpri does not send: something must go before it.
+  const bool unanswered = call->ourcallstate == Q931_CALL_STATE_CALL_PRESENT && call->alive == 0;
+  if (unanswered && !IsClearedAtOnce(cause)) {
+    pri_proceeding(controller, call, call->channelno, 0);
+  }
+  return pri_hangup(controller, call, cause) == 0;
+}
+
+bool CPriPeer::Knows(q931_call* call) const {
+  const std::lock_guard guard(LibpriLock());
+  return Owns(call);
 }
 
 bool CPriPeer::Digit(q931_call* call, char digit) {

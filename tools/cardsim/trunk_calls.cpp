@@ -142,7 +142,7 @@ void CTrunkCalls::FollowPlan(const Call& call, const SAnswerPlan& plan) {
     Later(call, plan.refuseAfter,
           [this, cause = *plan.refuseCause](const Call& refused) { Disconnect(refused, cause); });
   }
-  if (plan.proceeding && (!plan.refuseCause || plan.refuseAfter.count() > 0)) {
+  if (plan.proceeding) {
     peer.Proceeding(call->handle, call->Timeslot());
     call->Step(ESimCallState::kProceeding);
   }
@@ -195,6 +195,9 @@ void CTrunkCalls::Disconnect(const Call& call, int cause) {
   CloseAudio(call);
   call->Step(ESimCallState::kDisconnecting);
   peer.Hangup(call->handle, cause);
+  if (!peer.Knows(call->handle)) {  // refused with RELEASE COMPLETE: nothing more will come
+    End(call);
+  }
 }
 
 void CTrunkCalls::End(const Call& call) {
