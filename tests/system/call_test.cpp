@@ -1,0 +1,164 @@
+#include "system_fixture.h"
+
+namespace {
+
+using cardsim::Call;
+using cardsim::ESimCallState;
+
+using Codes = std::vector<uint32_t>;
+using Names = std::vector<std::string>;
+
+class CCalls : public CSystemTest {
+ protected:
+  void StartOpen(const std::vector<int>& trunksOfCards, const std::string& ini = {}) {
+    ASSERT_NO_FATAL_FAILURE(Start(trunksOfCards, ini));
+    OpenAll();
+    sim->Card(0).ClearSeen();
+  }
+
+  // An incoming call on channel 0, answered and connected at both ends.
+  Call ConnectIncoming() {
+    Call call = Card().PlaceCall({.timeslot = 1, .calling = "0305551234", .called = "8001000"});
+    EXPECT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
+    EXPECT_TRUE(app->zelk.Answer(0));
+    EXPECT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
+    EXPECT_TRUE(call->WaitState(ESimCallState::kConnected, kSoon));
+    return call;
+  }
+
+  uint32_t State(int32_t channel) { return app->zelk.GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE); }
+};
+
+TEST_F(CCalls, incoming_call_cleared_by_the_far_end_gives_its_events_and_messages_in_order) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = Card().PlaceCall({.timeslot = 1, .calling = "0305551234", .called = "8001000"});
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), "0305551234");
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "8001000");
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CALLTYPE), "Voice");
+  EXPECT_EQ(State(0), static_cast<uint32_t>(ZELK_CHANNEL_INUSE));
+  ASSERT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));
+  EXPECT_TRUE(app->zelk.Answer(0));
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
+  ASSERT_TRUE(call->WaitState(ESimCallState::kConnected, kSoon));
+  call->Hangup(31);
+  int32_t cause = 0;
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_DISCONNECTED, kSoon, 1, &cause));
+  EXPECT_EQ(cause, 31);
+  EXPECT_STREQ(app->zelk.DisconnectReasonToString(cause), "NORMAL_UNSPECIFIED");
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
+  EXPECT_EQ(Card().Seen().Q931Names(0),
+            (Names{"> SETUP", "< CALL PROCEEDING", "< ALERTING", "< CONNECT", "> CONNECT ACKNOWLEDGE", "> DISCONNECT",
+                   "< RELEASE", "> RELEASE COMPLETE"}));
+  EXPECT_EQ(State(0), static_cast<uint32_t>(ZELK_CHANNEL_READY));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), "");
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CALLTYPE), "");
+}
+
+TEST_F(CCalls, incoming_call_cleared_by_the_application_gives_its_events_and_messages_in_order) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming();
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  int32_t cause = 0;
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_DISCONNECTED, kSoon, 1, &cause));
+  EXPECT_EQ(cause, 16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(call->Cause(), 16);
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
+  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kFromLibrary, "RELEASE COMPLETE", kSoon));
+  EXPECT_EQ(Card().Seen().Q931Names(0),
+            (Names{"> SETUP", "< CALL PROCEEDING", "< ALERTING", "< CONNECT", "> CONNECT ACKNOWLEDGE", "< DISCONNECT",
+                   "> RELEASE", "< RELEASE COMPLETE"}));
+}
+
+TEST_F(CCalls, outgoing_call_cleared_by_the_application_gives_its_events_and_messages_in_order) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  EXPECT_TRUE(app->zelk.Dial(16, "0405556789", "8001000"));
+  EXPECT_EQ(State(16), static_cast<uint32_t>(ZELK_CHANNEL_INUSE));
+  ASSERT_TRUE(app->WaitEvent(16, ZELK_EVENT_CONNECTED, kSoon));
+  Call call = Card().WaitCall(kSoon);
+  ASSERT_NE(call, nullptr);
+  EXPECT_EQ(call->Called(), "0405556789");
+  EXPECT_EQ(call->Calling(), "8001000");
+  EXPECT_EQ(call->Timeslot(), 18);
+  ASSERT_TRUE(call->WaitState(ESimCallState::kConnected, kSoon));
+  EXPECT_TRUE(app->zelk.Hangup(16));
+  int32_t cause = 0;
+  ASSERT_TRUE(app->WaitEvent(16, ZELK_EVENT_DISCONNECTED, kSoon, 1, &cause));
+  EXPECT_EQ(cause, 16);
+  EXPECT_EQ(app->CallEvents(16),
+            (Codes{ZELK_EVENT_PROCEEDING, ZELK_EVENT_ALERTING, ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
+  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kFromLibrary, "RELEASE COMPLETE", kSoon));
+  EXPECT_EQ(Card().Seen().Q931Names(0),
+            (Names{"< SETUP", "> CALL PROCEEDING", "> ALERTING", "> CONNECT", "< CONNECT ACKNOWLEDGE", "< DISCONNECT",
+                   "> RELEASE", "< RELEASE COMPLETE"}));
+}
+
+TEST_F(CCalls, outgoing_call_cleared_by_the_far_end_carries_its_cause) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  cardsim::SAnswerPlan plan;
+  plan.farEnd.hangupAfter = std::chrono::milliseconds(50);
+  plan.farEnd.hangupCause = 27;
+  Card().SetAnswerPlan(plan);
+  EXPECT_TRUE(app->zelk.Dial(0, "1", nullptr));
+  int32_t cause = 0;
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_DISCONNECTED, kSoon, 1, &cause));
+  EXPECT_EQ(cause, 27);
+  EXPECT_EQ(app->CallEvents(0),
+            (Codes{ZELK_EVENT_PROCEEDING, ZELK_EVENT_ALERTING, ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
+}
+
+TEST_F(CCalls, busy_far_end_is_a_disconnect_with_cause_17) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Card().SetAnswerPlan(cardsim::SAnswerPlan::Refuse(17));
+  EXPECT_TRUE(app->zelk.Dial(0, "1", nullptr));
+  int32_t cause = 0;
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_DISCONNECTED, kSoon, 1, &cause));
+  EXPECT_EQ(cause, 17);
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "");
+  EXPECT_EQ(State(0), static_cast<uint32_t>(ZELK_CHANNEL_READY));
+}
+
+TEST_F(CCalls, reject_clears_the_offered_call_with_cause_21_and_frees_the_channel_without_an_event) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = Card().PlaceCall({.timeslot = 3});
+  ASSERT_TRUE(app->WaitEvent(2, ZELK_EVENT_INCOMING_CALL, kSoon));
+  EXPECT_FALSE(app->zelk.Reject(2));
+  EXPECT_EQ(State(2), static_cast<uint32_t>(ZELK_CHANNEL_READY));
+  EXPECT_EQ(app->Text(2, ZELK_INFO_CALLTYPE), "");
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(call->Cause(), 21);
+}
+
+TEST_F(CCalls, a_channel_that_allows_no_incoming_calls_refuses_with_cause_44_unheard) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  EXPECT_EQ(app->zelk.SetChannelInfo(2, ZELK_SET_ALLOWINCOMING, 0), 1U);
+  Call call = Card().PlaceCall({.timeslot = 3});
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(call->Cause(), 44);
+  EXPECT_TRUE(app->CallEvents(2).empty());
+}
+
+TEST_F(CCalls, a_second_dial_on_a_channel_with_a_call_is_refused_and_leaves_the_called_number) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Card().SetAnswerPlan(cardsim::SAnswerPlan::NeverAnswer());
+  EXPECT_TRUE(app->zelk.Dial(0, "111", "222"));
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_ALERTING, kSoon));
+  EXPECT_FALSE(app->zelk.Dial(0, "333", "444"));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "111");
+}
+
+TEST_F(CCalls, a_call_on_a_trunk_that_goes_down_ends_with_channel_state_0_and_no_disconnect) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming();
+  app->Forget();
+  Card().CutLine(0, true);
+  Card().TakeLinkDown(0);
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CHANNEL_STATE, kSlow)) << app->zelk.LogText();
+  EXPECT_EQ(app->Events(0).front().param, 0);
+  EXPECT_EQ(State(0), static_cast<uint32_t>(ZELK_CHANNEL_DOWN));
+  EXPECT_TRUE(app->CallEvents(0).empty());
+}
+
+}  // namespace

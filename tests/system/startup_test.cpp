@@ -1,0 +1,107 @@
+#include "system_fixture.h"
+
+namespace {
+
+using cardsim::EControlType;
+
+class CStartup : public CSystemTest {};
+
+TEST_F(CStartup, numbers_channels_card_by_card_trunk_by_trunk_without_timeslots_0_and_16) {
+  Start({4, 1});
+  ASSERT_EQ(app->zelk.GetChannelCount(), 150);
+  int32_t channel = 0;
+  for (size_t card = 0; card < 2; ++card) {
+    for (uint32_t trunk = 0; trunk < (card == 0 ? 4U : 1U); ++trunk) {
+      for (uint32_t timeslot = 1; timeslot < 32; ++timeslot) {
+        if (timeslot == 16) {
+          continue;
+        }
+        EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_SERIALNO), Card(card).Serial()) << channel;
+        EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_TRUNK), trunk) << channel;
+        EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_TIMESLOT), timeslot) << channel;
+        ++channel;
+      }
+    }
+  }
+  EXPECT_EQ(channel, 150);
+}
+
+TEST_F(CStartup, channel_15_is_trunk_1_timeslot_17_of_the_first_card) {
+  Start({4, 1});
+  EXPECT_EQ(app->zelk.GetChannelInfo(15, ZELK_INFO_SERIALNO), Card(0).Serial());
+  EXPECT_EQ(app->zelk.GetChannelInfo(15, ZELK_INFO_TRUNK), 0U);
+  EXPECT_EQ(app->zelk.GetChannelInfo(15, ZELK_INFO_TIMESLOT), 17U);
+}
+
+TEST_F(CStartup, card_facts_reach_every_channel) {
+  Start({1});
+  EXPECT_EQ(app->Text(0, ZELK_INFO_SERIALNO), std::to_string(Card().Serial()));
+  EXPECT_EQ(app->Text(29, ZELK_INFO_FIRMWAREVER), "7");
+  EXPECT_EQ(app->Text(29, ZELK_INFO_FIRMWAREDATE), "20240315");
+  EXPECT_EQ(app->Text(29, ZELK_INFO_BURNDATE), "13050900");
+}
+
+TEST_F(CStartup, speaks_on_the_control_connection_in_the_order_of_a_cards_set_up) {
+  Start({2});
+  ASSERT_TRUE(Card().Seen().WaitMessage(EControlType::kRegisterRead, kSoon, 2));
+  std::vector<EControlType> order;
+  for (const cardsim::SControlMessage& message : Card().Seen().Messages()) {
+    if (static_cast<EControlType>(message.type) != EControlType::kFrame) {
+      order.push_back(static_cast<EControlType>(message.type));
+    }
+  }
+  const std::vector<EControlType> expected = {EControlType::kInformationRequest, EControlType::kStart,
+                                              EControlType::kTrunkConfiguration, EControlType::kTrunkConfiguration,
+                                              EControlType::kAudioPort,          EControlType::kRegisterRead,
+                                              EControlType::kRegisterRead};
+  EXPECT_EQ(order, expected);
+}
+
+TEST_F(CStartup, without_a_card_starts_with_no_channels) {
+  app = std::make_unique<support::CApplication>();
+  EXPECT_TRUE(app->zelk.Init());
+  EXPECT_EQ(app->zelk.GetChannelCount(), 0);
+  EXPECT_EQ(app->zelk.GetLastError(0), static_cast<uint32_t>(ZELK_ERROR_BAD_CHANNEL));
+}
+
+TEST_F(CStartup, a_second_init_keeps_the_channels) {
+  Start({1});
+  EXPECT_TRUE(app->zelk.Init());
+  EXPECT_EQ(app->zelk.GetChannelCount(), 30);
+  EXPECT_EQ(app->zelk.GetChannelInfo(0, ZELK_INFO_CHANNELSTATE), static_cast<uint32_t>(ZELK_CHANNEL_READY));
+}
+
+TEST_F(CStartup, shut_down_and_init_again_work_ten_times_in_one_process) {
+  Start({2});
+  for (int round = 0; round < 10; ++round) {
+    OpenAll();
+    app->Forget();
+    cardsim::Call call = Card().PlaceCall({.trunk = round % 2, .called = std::to_string(round)});
+    const int32_t channel = (round % 2) * 30;
+    ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_INCOMING_CALL, kSoon)) << "round " << round;
+    EXPECT_EQ(app->Text(channel, ZELK_INFO_DLI), std::to_string(round));
+    app->zelk.Answer(channel);
+    ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CONNECTED, kSoon)) << "round " << round;
+    app->zelk.Shutdown();
+    EXPECT_EQ(app->zelk.GetChannelCount(), 0);
+    ASSERT_TRUE(Card().Seen().WaitConnected(false, kSoon));
+    ASSERT_NO_FATAL_FAILURE(StartLibrary());
+    ASSERT_EQ(app->zelk.GetChannelCount(), 60);
+  }
+}
+
+TEST_F(CStartup, shut_down_without_init_and_twice_does_nothing) {
+  app = std::make_unique<support::CApplication>();
+  app->zelk.Shutdown();
+  ASSERT_TRUE(app->zelk.Init());
+  app->zelk.Shutdown();
+  app->zelk.Shutdown();
+  EXPECT_EQ(app->zelk.GetChannelCount(), 0);
+}
+
+TEST_F(CStartup, the_log_stands_beside_the_library_under_its_name) {
+  Start({1});
+  EXPECT_TRUE(app->zelk.WaitLog("  G :Card 0: Trunk 0 - DCHANNEL UP\r\n")) << app->zelk.LogText();
+}
+
+}  // namespace

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cardsim/simulator.h"
+#include "support/application.h"
+
+// An application with simulated cards, started in the order of real life: cards first.
+class CSystemTest : public testing::Test {
+ protected:
+  static constexpr std::chrono::seconds kSoon{10};  // a bound for what happens at once, on a loaded machine
+  static constexpr std::chrono::seconds kSlow{30};  // for what waits for a protocol's timers
+
+  // Starts cards with so many trunks each, then the library.
+  void Start(const std::vector<int>& trunksOfCards, const std::string& ini = {}) {
+    Start(cardsim::SSimulatorConfig::WithTrunks(trunksOfCards), ini);
+  }
+
+  void Start(const cardsim::SSimulatorConfig& config, const std::string& ini = {}) {
+    sim = std::make_unique<cardsim::CSimulator>(config);
+    sim->Start();
+    app = std::make_unique<support::CApplication>(ini);
+    StartLibrary();
+  }
+
+  void StartLibrary() {
+    ASSERT_TRUE(app->zelk.Init());
+    ASSERT_TRUE(app->WaitAllReady(kSlow)) << app->zelk.LogText();
+  }
+
+  void OpenAll() {
+    for (int32_t channel = 0; channel < app->zelk.GetChannelCount(); ++channel) {
+      ASSERT_TRUE(app->zelk.OpenChannel(channel));
+    }
+  }
+
+  cardsim::CCard& Card(size_t index = 0) { return sim->Card(index); }
+
+  // The library goes first: its threads must not meet cards that are being taken down.
+  void TearDown() override {
+    app.reset();
+    sim.reset();
+  }
+
+  std::unique_ptr<cardsim::CSimulator> sim;
+  std::unique_ptr<support::CApplication> app;
+};
