@@ -32,6 +32,7 @@ class CWaveFile {
   // The record as the file has it, what a short one lacks read as 0.
   SWaveFormat Format() const;
   uint32_t DataSize() const { return dataSize; }
+  uint32_t SavedByte() const { return savedByte; }  // what stood in byte 11 of the record
   const std::string& ErrorText() const { return errorText; }
   bool IsOpen() const { return file.IsOpen(); }
 
