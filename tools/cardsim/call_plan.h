@@ -35,11 +35,11 @@ struct SCallRequest {
   std::string calling = "5551000";
   std::string called = "100";
   int numberPlan = 0x21;    // type and plan as libpri takes them: national, ISDN
-  std::string redirecting;  // empty: none
+  std::string redirecting{};  // empty: none
   int redirectingReason = 15;
   // The caller gives up with cause 16 if it is not answered within this time; never when empty.
-  std::optional<std::chrono::milliseconds> giveUpAfter;
-  SFarEnd farEnd;
+  std::optional<std::chrono::milliseconds> giveUpAfter{};
+  SFarEnd farEnd{};
 };
 
 // What becomes of a call that the library places.
