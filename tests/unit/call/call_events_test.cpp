@@ -1,0 +1,474 @@
+#include "call/call_events.h"
+
+#include "call/call_operations.h"
+#include "call/disconnect_cause.h"
+#include "call_fixture.h"
+
+namespace zelk::test {
+namespace {
+
+using Posted = std::vector<SPosted>;
+
+// The first trunk of the first card, up, with a real peer on the network side.
+class CallEvents : public CCallFixture {
+ protected:
+  CallEvents() : trunk(firstCard, firstHandlers, 0) {
+    trunk.Run();
+    application.Take();
+  }
+
+  // A call from the network on this timeslot.
+  PriCall Offer(int timeslot) {
+    PriCall call = trunk.peer->NewCall();
+    EXPECT_GE(trunk.peer->Setup(call, timeslot, "4711", "030123456", 33), 0);
+    trunk.Run();
+    return call;
+  }
+
+  // A call to the network that the peer has answered.
+  void Connect(int32_t channel) {
+    ASSERT_TRUE(Dial(Channel(channel), "999", "111"));
+    trunk.Run();
+    const SPriEvent ring = trunk.PeerEvent(kPriRing);
+    trunk.peer->Proceeding(ring.call, ring.channel);
+    trunk.peer->Answer(ring.call, ring.channel);
+    trunk.Run();
+    ASSERT_TRUE(Channel(channel).connected);
+    application.Take();
+  }
+
+  // Hands an event to the handlers as if libpri had made it.
+  void Raise(uint16_t bchannel, ECallEvent code, const SPriEvent& event = {}) {
+    firstHandlers.OnCallEvent(firstCard, 0, bchannel, code, event);
+  }
+
+  CMemoryTrunk trunk;
+};
+
+TEST_F(CallEvents, RingIsOfferedAndAnsweredWithProceedingAndAlerting) {
+  Offer(5);
+  EXPECT_EQ(application.Take(), (Posted{{4, EVENT_INCOMING_CALL, 0}}));
+  EXPECT_EQ(Info(4, "CLI"), "030123456");
+  EXPECT_EQ(Info(4, "DLI"), "4711");
+  EXPECT_EQ(Info(4, "RLI"), "");
+  EXPECT_EQ(Info(4, "CALLTYPE"), "Voice");
+  EXPECT_EQ(Info(4, "CHANNELSTATE"), "INUSE");
+  EXPECT_EQ(Info(4, "DIRECTION"), "OUTGOING");
+  EXPECT_NE(trunk.PeerEvent(kPriProceeding).call, nullptr);
+  EXPECT_NE(trunk.PeerEvent(kPriRinging).call, nullptr);
+}
+
+TEST_F(CallEvents, TimeslotAboveTheSignallingOneMapsOneLower) {
+  Offer(17);
+  EXPECT_EQ(application.Take(), (Posted{{15, EVENT_INCOMING_CALL, 0}}));
+}
+
+TEST_F(CallEvents, RingIsOfferedOnAClosedChannelToo) {
+  ASSERT_FALSE(Channel(0).isOpen);
+  Offer(1);
+  EXPECT_EQ(application.Take(), (Posted{{0, EVENT_INCOMING_CALL, 0}}));
+}
+
+TEST_F(CallEvents, RingOnAChannelThatAllowsNoneIsClearedWithCause44) {
+  SetInfo(Channel(4), "ALLOWINCOMING", "0");
+  Offer(5);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(Channel(4).callHandle, nullptr);
+  EXPECT_EQ(Info(4, "CLI"), "");
+  EXPECT_EQ(trunk.PeerEvent(kPriHangup).cause, kCauseChannelUnavailable);
+}
+
+TEST_F(CallEvents, RingOnFramingOrSignallingTimeslotGetsNoReply) {
+  for (const uint16_t timeslot : {uint16_t{0}, uint16_t{16}}) {
+    trunk.channelSeen = timeslot;
+    trunk.peerEvents.clear();
+    Offer(5);
+    EXPECT_EQ(application.Take(), Posted{});
+    EXPECT_TRUE(trunk.peerEvents.empty());
+  }
+}
+
+TEST_F(CallEvents, EventsBeyondTheCardOrTheTableAreIgnored) {
+  SPriEvent event;
+  for (const uint16_t bchannel : {uint16_t{122}, uint16_t{1026}, uint16_t{0xFFFE}, uint16_t{0xFFFF}}) {
+    Raise(bchannel, CALLEV_ANSWER, event);
+    Raise(bchannel, CALLEV_HANGUP, event);
+    Raise(bchannel, CALLEV_RESTART, event);
+  }
+  // Timeslots of a trunk that the card does not have lead to the next card's channels.
+  firstHandlers.OnCallEvent(firstCard, 4, 1, CALLEV_ANSWER, event);
+  firstHandlers.OnCallEvent(firstCard, 8, 1, CALLEV_ANSWER, event);
+  firstHandlers.OnCallEvent(firstCard, 0xFFFF, 1, CALLEV_ANSWER, event);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_FALSE(Channel(120).connected);
+}
+
+TEST_F(CallEvents, RedirectedCallKeepsTheReasonWhenTheNumberIsValid) {
+  // The peer sends no redirecting number by itself: one is put behind the last element of its SETUP.
+  trunk.alter = [](std::vector<uint8_t>& frame) {
+    constexpr size_t kMessageType = 8;  // 4 bytes of layer 2, protocol, reference length, two bytes of reference
+    if (frame.size() > kMessageType && frame[kMessageType] == 0x05) {
+      const uint8_t element[] = {0x74, 6, 0x21, 0x01, 0x81, '5', '5', '5'};
+      frame.insert(frame.end() - 2, std::begin(element), std::end(element));
+    }
+  };
+  Offer(3);
+  EXPECT_EQ(application.Take(), (Posted{{2, EVENT_INCOMING_CALL, 0}}));
+  EXPECT_EQ(Info(2, "RLI"), "555");
+  EXPECT_EQ(Info(2, "CALLTYPE"), "Voice RedirectBusy");
+}
+
+TEST_F(CallEvents, ReasonWithoutAValidRedirectingNumberStaysVoice) {
+  PriCall call = trunk.peer->NewCall();
+  trunk.peer->Setup(call, 3, "1", "2", 33);
+  trunk.Run();
+  SPriEvent ring;
+  ring.call = Channel(2).callHandle;
+  ring.redirectingReason = 1;
+  Raise(3, CALLEV_RING, ring);
+  EXPECT_EQ(Info(2, "CALLTYPE"), "Voice");
+}
+
+TEST_F(CallEvents, RingWithoutChannelTakesTheFirstFreeOpenOneThatAllowsIncoming) {
+  Channel(0).Open();
+  Channel(1).Open();
+  Channel(2).Open();
+  SetInfo(Channel(0), "ALLOWINCOMING", "0");
+  Channel(1).callHandle = trunk.peer->NewCall();  // any call makes it busy
+  trunk.channelSeen = kNoBchannel;
+  Offer(31);
+  EXPECT_EQ(application.Take(), (Posted{{2, EVENT_INCOMING_CALL, 0}}));
+}
+
+TEST_F(CallEvents, RingWithoutChannelCountsTheSignallingTimeslot) {
+  Channel(15).Open();
+  trunk.channelSeen = kNoBchannel;
+  Offer(1);
+  EXPECT_EQ(application.Take(), (Posted{{15, EVENT_INCOMING_CALL, 0}}));
+}
+
+TEST_F(CallEvents, RingWithoutChannelAndNoFreeOneIsClearedWithCause44AndALine) {
+  CLogCapture log(2);
+  trunk.channelSeen = kNoBchannel;
+  Offer(1);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(trunk.PeerEvent(kPriHangup).cause, kCauseChannelUnavailable);
+  EXPECT_EQ(log.Lines(),
+            std::vector<std::string>{"  G :Card 0: Trunk 0 - New Call aborted due to BCHANNEL unavailable"});
+}
+
+TEST_F(CallEvents, RingWithoutChannelOnTheSecondTrunkLandsOneTrunkFurtherOn) {
+  CMemoryTrunk second(firstCard, firstHandlers, 1);
+  second.Run();
+  application.Take();
+  Channel(30).Open();
+  second.channelSeen = kNoBchannel;
+  second.peer->Setup(second.peer->NewCall(), 1, "1", "2", 33);
+  second.Run();
+  // Flat index 30 gives B-channel number 32, and that is looked up from the second trunk on.
+  EXPECT_EQ(application.Take(), (Posted{{60, EVENT_INCOMING_CALL, 0}}));
+  EXPECT_EQ(Channel(30).callHandle, nullptr);
+}
+
+TEST_F(CallEvents, RingWithoutChannelNeverReachesAnotherCard) {
+  // On the second card (channels 120-149) the number formed from the flat index is far outside of it.
+  CMemoryTrunk second(secondCard, secondHandlers, 0);
+  second.Run();
+  application.Take();
+  Channel(120).Open();
+  second.channelSeen = kNoBchannel;
+  second.peer->Setup(second.peer->NewCall(), 1, "1", "2", 33);
+  second.Run();
+  EXPECT_EQ(application.Take(), Posted{});
+  for (int32_t channel = 0; channel < table.Count(); ++channel) {
+    EXPECT_EQ(Channel(channel).callHandle, nullptr) << channel;
+  }
+}
+
+TEST_F(CallEvents, HangupOfTheNetworkResetsTheChannelAndBringsItsCause) {
+  PriCall call = Offer(5);
+  application.Take();
+  Channel(4).connected = true;
+  firstCard.Audio().SetEchoSwitch(0, true);
+  Channel(4).endQueue.Push(7);
+  trunk.peer->Hangup(call, 17);
+  trunk.Run();
+  EXPECT_EQ(application.Take(), (Posted{{4, EVENT_DISCONNECTED, 17}}));
+  for (const char* key : {"CLI", "DLI", "RLI", "CALLTYPE"}) {
+    EXPECT_EQ(Info(4, key), "") << key;
+  }
+  uint32_t value = 0;
+  EXPECT_FALSE(Channel(4).endQueue.Pop(value));
+  EXPECT_EQ(Channel(4).callHandle, nullptr);
+  EXPECT_FALSE(Channel(4).connected);
+  EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
+  EXPECT_EQ(Info(4, "CHANNELSTATE"), "READY");
+}
+
+TEST_F(CallEvents, HangupRequestClearsTheChannelsOwnCall) {
+  Connect(6);
+  SPriEvent event;
+  event.call = Channel(6).callHandle;
+  event.cause = 31;
+  Raise(7, CALLEV_HANGUP_REQ, event);
+  trunk.Run();
+  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_DISCONNECTED, 31}}));
+  EXPECT_NE(trunk.PeerEvent(kPriHangupRequest).call, nullptr);
+}
+
+TEST_F(CallEvents, HangupOnAChannelWithoutCallStillBringsDisconnected) {
+  SPriEvent event;
+  event.cause = 18;
+  Raise(9, CALLEV_HANGUP, event);
+  Raise(9, CALLEV_HANGUP_REQ, event);
+  EXPECT_EQ(application.Take(), (Posted{{8, EVENT_DISCONNECTED, 18}, {8, EVENT_DISCONNECTED, 18}}));
+}
+
+TEST_F(CallEvents, HangupOfAnotherCallLeavesTheChannelsCallAlone) {
+  Connect(6);
+  PriCall current = Channel(6).callHandle;
+  PriCall other = nullptr;
+  {
+    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+    other = firstCard.Trunk(0).controller->NewCall();
+  }
+  SPriEvent event;
+  event.call = other;
+  event.cause = 16;
+  for (const ECallEvent code : {CALLEV_HANGUP, CALLEV_HANGUP_REQ}) {
+    Raise(7, code, event);
+    EXPECT_EQ(application.Take(), Posted{});
+    EXPECT_EQ(Channel(6).callHandle, current);
+    EXPECT_TRUE(Channel(6).connected);
+  }
+  const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+  EXPECT_FALSE(firstCard.Trunk(0).controller->IsCallValid(other));
+}
+
+TEST_F(CallEvents, CallLostWithItsTrunkEndsSilentlyAndLeavesANewerCallAlone) {
+  Connect(6);
+  SPriEvent late;
+  late.call = Channel(6).callHandle;
+  late.cause = 27;
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0);
+  application.Take();
+  ASSERT_TRUE(Dial(Channel(6), "222", nullptr));
+  PriCall newer = Channel(6).callHandle;
+  ASSERT_NE(newer, late.call);
+
+  Raise(7, CALLEV_ANSWER, late);
+  Raise(7, CALLEV_CONNECT_ACK, late);
+  Raise(7, CALLEV_RINGING, late);
+  Raise(7, CALLEV_PROGRESS, late);
+  Raise(7, CALLEV_HANGUP, late);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(Channel(6).callHandle, newer);
+  EXPECT_FALSE(Channel(6).connected);
+  EXPECT_EQ(Info(6, "DLI"), "222");
+}
+
+TEST_F(CallEvents, CallLostWithItsTrunkEndsSilentlyOnAnIdleChannel) {
+  Connect(6);
+  SPriEvent late;
+  late.call = Channel(6).callHandle;
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
+  application.Take();
+  Raise(7, CALLEV_HANGUP, late);
+  EXPECT_EQ(application.Take(), Posted{});
+  {
+    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+    firstCard.Trunk(0).controller->DestroyCall(late.call);
+  }
+  // Only that once: what libpri may say later of a call at the same place is about another one.
+  Raise(7, CALLEV_HANGUP, late);
+  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_DISCONNECTED, 0}}));
+}
+
+TEST_F(CallEvents, NewRingAtThePlaceOfALostCallIsOffered) {
+  Connect(6);
+  PriCall lost = Channel(6).callHandle;
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
+  application.Take();
+  SPriEvent ring;
+  ring.call = lost;
+  Raise(7, CALLEV_RING, ring);
+  SPriEvent hangup;
+  hangup.call = lost;
+  hangup.cause = 16;
+  Raise(7, CALLEV_HANGUP, hangup);
+  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_INCOMING_CALL, 0}, {6, EVENT_DISCONNECTED, 16}}));
+}
+
+TEST_F(CallEvents, RestartClearsTheCallAndResetsNothing) {
+  Connect(6);
+  Raise(7, CALLEV_RESTART);
+  trunk.ToPeer();
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_NE(Channel(6).callHandle, nullptr);
+  EXPECT_TRUE(Channel(6).connected);
+  EXPECT_NE(trunk.PeerEvent(kPriHangupRequest).call, nullptr);
+}
+
+TEST_F(CallEvents, ConnectAcknowledgeTakesOverPartiesAndEchoSetting) {
+  Offer(5);
+  application.Take();
+  firstCard.Trunk(0).echoEnabled = true;
+  {
+    const CScopedLock<CMutex> held(Channel(4).infoLock);
+    Channel(4).cli.clear();
+    Channel(4).dli.clear();
+  }
+  ASSERT_TRUE(Answer(Channel(4)));
+  EXPECT_EQ(application.Take(), Posted{});
+  trunk.ToPeer();
+  const SPriEvent answer = trunk.PeerEvent(kPriAnswer);
+  trunk.peer->ConnectAck(answer.call, answer.channel);
+  trunk.Run();
+  EXPECT_EQ(application.Take(), (Posted{{4, EVENT_CONNECTED, 0}}));
+  EXPECT_TRUE(Channel(4).connected);
+  EXPECT_TRUE(firstCard.Audio().EchoSwitch(0));
+  EXPECT_EQ(Info(4, "CLI"), "030123456");
+  EXPECT_EQ(Info(4, "DLI"), "4711");
+}
+
+TEST_F(CallEvents, ConnectAcknowledgeSwitchesEchoOffOnATrunkWithoutIt) {
+  firstCard.Audio().SetEchoSwitch(0, true);
+  Raise(5, CALLEV_CONNECT_ACK);
+  EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
+}
+
+TEST_F(CallEvents, AnswerConnectsAndLeavesEchoAndTextsAlone) {
+  firstCard.Trunk(0).echoEnabled = true;
+  Connect(6);
+  EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
+  EXPECT_EQ(Info(6, "CLI"), "111");
+  EXPECT_EQ(Info(6, "DLI"), "999");
+}
+
+TEST_F(CallEvents, OneAnswerBringsOneConnectedAndOneConnectAcknowledge) {
+  ASSERT_TRUE(Dial(Channel(6), "999", "111"));
+  trunk.Run();
+  application.Take();
+  const SPriEvent ring = trunk.PeerEvent(kPriRing);
+  trunk.peer->Answer(ring.call, ring.channel);
+  trunk.Run();
+  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_CONNECTED, 0}}));
+  const auto acknowledges = std::count_if(trunk.peerEvents.begin(), trunk.peerEvents.end(),
+                                          [](const SPriEvent& event) { return event.code == kPriConnectAck; });
+  EXPECT_EQ(acknowledges, 1);
+}
+
+TEST_F(CallEvents, CallProgressOfTheFarEndIsPosted) {
+  ASSERT_TRUE(Dial(Channel(6), "999", "111"));
+  trunk.Run();
+  const SPriEvent ring = trunk.PeerEvent(kPriRing);
+  trunk.peer->Proceeding(ring.call, ring.channel);
+  trunk.Run();
+  trunk.peer->Alerting(ring.call, ring.channel);
+  trunk.Run();
+  const Posted posted = application.Take();
+  ASSERT_EQ(posted.size(), 2U);
+  EXPECT_EQ(posted[0].event, EVENT_PROCEEDING);
+  EXPECT_EQ(posted[1], (SPosted{6, EVENT_ALERTING, 0}));
+}
+
+TEST_F(CallEvents, ProceedingAndProgressCarryTheEventsCause) {
+  SPriEvent event;
+  event.cause = 42;
+  Raise(1, CALLEV_PROCEEDING, event);
+  Raise(1, CALLEV_PROGRESS, event);
+  EXPECT_EQ(application.Take(), (Posted{{0, EVENT_PROCEEDING, 42}, {0, EVENT_PROGRESS, 42}}));
+}
+
+TEST_F(CallEvents, AlertingHangsUpAConnectedCallWhenTheTrunkSaysSo) {
+  Connect(6);
+  firstCard.Trunk(0).hangupOnAlerting = true;
+  SPriEvent event;
+  event.call = Channel(6).callHandle;
+  event.hangupCall = Channel(6).callHandle;
+  Raise(7, CALLEV_RINGING, event);
+  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_DISCONNECTED, 16}}));
+  EXPECT_EQ(Channel(6).callHandle, nullptr);
+  trunk.ToPeer();
+  EXPECT_NE(trunk.PeerEvent(kPriHangupRequest).call, nullptr);
+}
+
+TEST_F(CallEvents, AlertingHangsUpWhatTheHangupMemberOfTheEventHolds) {
+  Connect(6);
+  firstCard.Trunk(0).hangupOnAlerting = true;
+  SPriEvent event;
+  event.call = Channel(6).callHandle;
+  event.hangupCall = reinterpret_cast<PriCall>(uintptr_t{0x10});  // no call of libpri's: nothing is sent
+  trunk.peerEvents.clear();
+  Raise(7, CALLEV_RINGING, event);
+  trunk.ToPeer();
+  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_DISCONNECTED, 16}}));
+  EXPECT_TRUE(trunk.peerEvents.empty());
+}
+
+TEST_F(CallEvents, AlertingIsPostedWhenTheCallIsNotConnectedOrTheTrunkDoesNotHangUp) {
+  firstCard.Trunk(0).hangupOnAlerting = true;
+  Raise(7, CALLEV_RINGING);
+  firstCard.Trunk(0).hangupOnAlerting = false;
+  Channel(6).connected = true;
+  Raise(7, CALLEV_RINGING);
+  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_ALERTING, 0}, {6, EVENT_ALERTING, 0}}));
+}
+
+TEST_F(CallEvents, HangupAcknowledgeInformationAndForeignCodesChangeNothing) {
+  Connect(6);
+  SPriEvent event;
+  event.call = Channel(6).callHandle;
+  for (const int code : {774, 775, 768, 781}) {
+    Raise(7, static_cast<ECallEvent>(code), event);
+  }
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(Channel(6).callHandle, event.call);
+}
+
+TEST_F(CallEvents, ProgressLinesAreWrittenAtTheDetailLevel) {
+  CLogCapture log(1);
+  SPriEvent unknown;
+  unknown.code = 99;
+  Raise(7, CALLEV_RINGING);
+  Raise(7, CALLEV_PROCEEDING);
+  Raise(7, CALLEV_PROGRESS);
+  firstHandlers.OnCallEvent(firstCard, 2, kNoBchannel, CALLEV_UNKNOWN, unknown);
+  EXPECT_EQ(log.Lines(),
+            (std::vector<std::string>{"  6 :Call Status Alerting", "  6 :Call Proceeding", "  6 :Call Progress",
+                                      "  G :Card 0: Trunk 2 - Unknown pri event 99"}));
+}
+
+TEST_F(CallEvents, ProgressLinesAreLeftOutAtTheDefaultLevel) {
+  CLogCapture log(2);
+  Raise(7, CALLEV_RINGING);
+  Raise(7, CALLEV_PROCEEDING);
+  Raise(7, CALLEV_PROGRESS);
+  EXPECT_EQ(log.Lines(), std::vector<std::string>{});
+}
+
+TEST_F(CallEvents, EventsWithoutAControllerChangeTheRecordAllTheSame) {
+  SPriEvent event;
+  event.callingNumber = "1";
+  event.call = reinterpret_cast<PriCall>(uintptr_t{0x10});
+  event.cause = 16;
+  firstHandlers.OnCallEvent(firstCard, 3, 1, CALLEV_RING, event);
+  EXPECT_EQ(Info(90, "CLI"), "1");
+  firstHandlers.OnCallEvent(firstCard, 3, 1, CALLEV_HANGUP, event);
+  EXPECT_EQ(application.Take(), (Posted{{90, EVENT_INCOMING_CALL, 0}, {90, EVENT_DISCONNECTED, 16}}));
+}
+
+TEST_F(CallEvents, CallbackMayCallForItsOwnChannel) {
+  application.reaction = [this](const SPosted& posted) {
+    if (posted.event == EVENT_INCOMING_CALL) {
+      Info(posted.channel, "CLI");
+      Answer(Channel(posted.channel));
+    }
+  };
+  Offer(5);
+  EXPECT_NE(trunk.PeerEvent(kPriAnswer).call, nullptr);
+}
+
+}  // namespace
+}  // namespace zelk::test
