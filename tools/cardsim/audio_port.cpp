@@ -170,12 +170,12 @@ void CAudioPort::TakeDatagrams() {
     udp::endpoint from;
     asio::error_code error;
     const std::size_t bytes = socket->udpSocket.receive_from(asio::buffer(socket->buffer), from, 0, error);
-    if (error == asio::error::would_block || error == asio::error::bad_descriptor) {
-      return;
-    }
-    // Anything else (a port of the library that has closed, say) concerns an earlier packet of ours.
-    if (error || !from.address().is_v4()) {
+    // The answer of a library port that has closed concerns an earlier packet of ours.
+    if (error == asio::error::connection_refused || error == asio::error::connection_reset) {
       continue;
+    }
+    if (error) {
+      return;
     }
     const ByteView datagram(socket->buffer.data(), bytes);
     if (IsProbe(datagram)) {

@@ -20,7 +20,8 @@ std::size_t SamplesOf(int ms) {
 
 class CBytesSource : public IAudioSource {
  public:
-  CBytesSource(Bytes bytes, bool repeat) : samples(std::move(bytes)), loop(repeat && !samples.empty()) {}
+  CBytesSource(std::shared_ptr<const Bytes> bytes, bool repeat)
+      : owned(std::move(bytes)), samples(*owned), loop(repeat && !samples.empty()) {}
 
   std::size_t Read(std::span<std::uint8_t> out) override {
     std::size_t written = 0;
@@ -37,7 +38,8 @@ class CBytesSource : public IAudioSource {
   }
 
  private:
-  Bytes samples;
+  const std::shared_ptr<const Bytes> owned;
+  const Bytes& samples;
   bool loop;
   std::size_t position = 0;
 };
@@ -85,6 +87,10 @@ std::vector<double> DtmfFrequencies(char digit) {
 }  // namespace
 
 AudioSource MakeBytesSource(Bytes samples, bool loop) {
+  return MakeBytesSource(std::make_shared<const Bytes>(std::move(samples)), loop);
+}
+
+AudioSource MakeBytesSource(std::shared_ptr<const Bytes> samples, bool loop) {
   return std::make_shared<CBytesSource>(std::move(samples), loop);
 }
 

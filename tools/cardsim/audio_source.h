@@ -24,6 +24,8 @@ using AudioSource = std::shared_ptr<IAudioSource>;
 
 // Plays the bytes as they are, once or for ever.
 AudioSource MakeBytesSource(Bytes samples, bool loop = false);
+// The same of bytes that many timeslots share.
+AudioSource MakeBytesSource(std::shared_ptr<const Bytes> samples, bool loop = false);
 // A sum of sines, each at `level` dBm0, for ever.
 AudioSource MakeToneSource(std::vector<double> frequencies, double level);
 

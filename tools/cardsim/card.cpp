@@ -23,7 +23,7 @@ CCard::CCard(int cardIndex, const SCardConfig& cardConfig, std::string broadcast
       CControlLink::SHandlers{[this](const std::string& peer) { OnConnected(peer); }, [this] { OnDisconnected(); },
                               [this](SControlMessage&& message) { OnMessage(std::move(message)); }});
   const CTrunkCalls::SHandlers handlers{[this](const CCall& call) { return PlanFor(call); },
-                                        [this](const Call& call) { OnCallArrived(call); },
+                                        [this](const Call& call) { TakeCall(call); },
                                         [this](const Call& call) { EndOfCall(call); }};
   for (int trunk = 0; trunk < TrunkCount(); ++trunk) {
     const auto role = config.roles.find(trunk);
@@ -141,15 +141,19 @@ void CCard::SendStatus() {
   Send(BuildTrunkStatus(status));
 }
 
-void CCard::OnCallArrived(const Call& call) {
+void CCard::TakeCall(const Call& call) {
+  std::function<void(const Call&)> observer;
   {
     const std::lock_guard guard(lock);
-    if (!history.KeepsAll()) {
-      return;
+    observer = arrivalObserver;
+    if (history.KeepsAll()) {
+      waitingCalls.push_back(call);
     }
-    waitingCalls.push_back(call);
   }
   arrived.notify_all();
+  if (observer) {
+    observer(call);
+  }
 }
 
 SAnswerPlan CCard::PlanFor(const CCall& call) {
@@ -196,6 +200,10 @@ Call CCard::PlaceCall(SCallRequest request) {
   return Trunk(request.trunk).Calls()->Place(std::move(request));
 }
 
+bool CCard::IsTimeslotIdle(int trunk, int timeslot) const {
+  return Trunk(trunk).Calls()->IsIdle(timeslot);
+}
+
 void CCard::SetAnswerPlan(const SAnswerPlan& plan) {
   SetAnswerPlanner([plan](const CCall&) { return plan; });
 }
@@ -213,6 +221,11 @@ Call CCard::WaitCall(std::chrono::milliseconds timeout) {
   const Call call = waitingCalls.front();
   waitingCalls.pop_front();
   return call;
+}
+
+void CCard::OnCallArrived(std::function<void(const Call&)> observer) {
+  const std::lock_guard guard(lock);
+  arrivalObserver = std::move(observer);
 }
 
 void CCard::OnCallEnded(std::function<void(const Call&)> observer) {

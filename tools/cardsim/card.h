@@ -44,12 +44,15 @@ class CCard {
 
   // ---- calls ----
   Call PlaceCall(SCallRequest request);  // throws std::out_of_range for a trunk that the card does not have
+  // A voice timeslot with no call on it, as of now.
+  bool IsTimeslotIdle(int trunk, int timeslot) const;
   // What becomes of calls from the library; the default plan alerts and answers at once.
   void SetAnswerPlan(const SAnswerPlan& plan);  // its farEnd.play serves one call
   void SetAnswerPlanner(AnswerPlanner planner);
   // The next call from the library that was not handed out before; null on time-out. Needs keepHistory.
   Call WaitCall(std::chrono::milliseconds timeout);
-  // Called on the signalling thread at the end of every call. Must not block.
+  // Called on the signalling thread for every call from the library, and at the end of every call. Must not block.
+  void OnCallArrived(std::function<void(const Call&)> observer);
   void OnCallEnded(std::function<void(const Call&)> observer);
 
   // ---- audio ----
@@ -97,7 +100,7 @@ class CCard {
   void OnDisconnected();
   void OnMessage(SControlMessage&& message);
   void OnAudioPort(std::uint16_t port);
-  void OnCallArrived(const Call& call);
+  void TakeCall(const Call& call);
   SAnswerPlan PlanFor(const CCall& call);
   void EndOfCall(const Call& call);
   void LinesUpLater();
@@ -132,10 +135,11 @@ class CCard {
 
   mutable std::mutex lock;
   std::condition_variable arrived;
-  std::string address;                           // guarded by lock
-  std::deque<Call> waitingCalls;                 // guarded by lock
-  AnswerPlanner planner;                         // guarded by lock
-  std::function<void(const Call&)> endObserver;  // guarded by lock
+  std::string address;                               // guarded by lock
+  std::deque<Call> waitingCalls;                     // guarded by lock
+  AnswerPlanner planner;                             // guarded by lock
+  std::function<void(const Call&)> arrivalObserver;  // guarded by lock
+  std::function<void(const Call&)> endObserver;      // guarded by lock
 };
 
 }  // namespace cardsim

@@ -4,8 +4,6 @@ extern "C" {
 #include <libpri.h>
 }
 
-#include <algorithm>
-
 namespace cardsim {
 namespace {
 
@@ -204,7 +202,12 @@ void CTrunkCalls::End(const Call& call) {
   CloseAudio(call);
   calls.erase(call->handle);
   call->handle = nullptr;
-  std::replace(slots.begin(), slots.end(), call, Call());
+  for (std::size_t timeslot = 0; timeslot < slots.size(); ++timeslot) {
+    if (slots[timeslot] == call) {
+      slots[timeslot].reset();
+      busy &= ~(1U << timeslot);
+    }
+  }
   call->Step(ESimCallState::kEnded);
   handlers.ended(call);
 }
@@ -269,13 +272,18 @@ bool CTrunkCalls::TakeTimeslot(const Call& call, int timeslot) {
     return false;
   }
   slot = call;
+  busy |= 1U << timeslot;
   call->SetTimeslot(timeslot);
   return true;
 }
 
+bool CTrunkCalls::IsIdle(int timeslot) const {
+  return IsVoiceTimeslot(timeslot) && ((busy.load() >> timeslot) & 1) == 0;
+}
+
 int CTrunkCalls::IdleTimeslot() const {
   for (int timeslot = 1; timeslot < kTimeslots; ++timeslot) {
-    if (IsVoiceTimeslot(timeslot) && slots[static_cast<std::size_t>(timeslot)] == nullptr) {
+    if (IsIdle(timeslot)) {
       return timeslot;
     }
   }

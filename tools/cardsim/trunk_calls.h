@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -29,6 +31,8 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
 
   Call Place(SCallRequest request);
   void OnEvent(const SPriEvent& event);
+  // Any thread: a voice timeslot without a call, as of now.
+  bool IsIdle(int timeslot) const;
   // Every call is lost; nothing is sent.
   void LoseAll();
 
@@ -64,6 +68,7 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   const SHandlers handlers;
   std::map<q931_call*, Call> calls;
   std::array<Call, kTimeslots> slots;
+  std::atomic<std::uint32_t> busy{0};  // one bit for each entry of slots that is taken
 };
 
 }  // namespace cardsim

@@ -28,9 +28,11 @@ class CMiniLibrary {
   static constexpr int kUp = 1, kDown = 2, kRing = 5, kHangup = 6, kAnswer = 8, kHangupAck = 9, kHangupReq = 15;
 
   explicit CMiniLibrary(const std::string& card, int trunkCount = 1)
-      : trunks(trunkCount), cardAddress(asio::ip::make_address_v4(card)),
-        peer(SPeerRole{true, 5}, [this](ByteView frame) { SendFrame(frame); },
-             [this](const SPriEvent& event) { OnEvent(event); }) {
+      : trunks(trunkCount),
+        cardAddress(asio::ip::make_address_v4(card)),
+        peer(
+            SPeerRole{true, 5}, [this](ByteView frame) { SendFrame(frame); },
+            [this](const SPriEvent& event) { OnEvent(event); }) {
     control.connect({cardAddress, kCardPort});
     audio.open(asio::ip::udp::v4());
     audio.bind({asio::ip::make_address_v4("127.0.0.1"), 0});
@@ -100,7 +102,8 @@ class CMiniLibrary {
     control.async_read_some(asio::buffer(controlBuffer), [this](const asio::error_code& error, std::size_t bytes) {
       {
         const std::lock_guard guard(lock);
-        received.insert(received.end(), controlBuffer.begin(), controlBuffer.begin() + static_cast<std::ptrdiff_t>(bytes));
+        received.insert(received.end(), controlBuffer.begin(),
+                        controlBuffer.begin() + static_cast<std::ptrdiff_t>(bytes));
         closed = closed || static_cast<bool>(error);
       }
       changed.notify_all();
@@ -115,7 +118,8 @@ class CMiniLibrary {
   // Messages of the card: information 24 bytes, status 2 + trunks, frame 5 + length, HDLC error 4, register 6.
   void TakeMessages() {
     while (stream.size() >= 2) {
-      const std::map<int, std::size_t> sizes{{0x01, 24}, {0x07, 2U + static_cast<std::size_t>(trunks)}, {0x11, 4}, {0x02, 6}};
+      const std::map<int, std::size_t> sizes{
+          {0x01, 24}, {0x07, 2U + static_cast<std::size_t>(trunks)}, {0x11, 4}, {0x02, 6}};
       std::size_t size = 0;
       if (stream[1] == 0x10) {
         if (stream.size() < 5) {

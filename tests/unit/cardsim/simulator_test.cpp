@@ -82,7 +82,8 @@ TEST_F(SimulatorTest, CardInformationAndTrunkStatusAreTheBytesOfTheProtocol) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(library.WaitReceived(27, 5s));
-  Bytes expected{0xFF, 0x01, 'Z', 'E', 'L', 'K', ' ', 7, 1, 0, 0, 0, 0, 0xA1, 0x86, 0x01, 0x00, 20, 24, 3, 15, 13, 5, 9};
+  Bytes expected{0xFF, 0x01, 'Z',  'E',  'L',  'K', ' ', 7, 1,  0,  0, 0,
+                 0,    0xA1, 0x86, 0x01, 0x00, 20,  24,  3, 15, 13, 5, 9};
   expected.insert(expected.end(), {0xFF, 0x07, 0x00});
   const Bytes received = library.Received();
   EXPECT_EQ(Bytes(received.begin(), received.begin() + 27), expected);
@@ -109,8 +110,8 @@ TEST_F(SimulatorTest, OfferedCallIsConnectedAndClearedByTheNetwork) {
   EXPECT_EQ(call->Cause(), 17);
   EXPECT_EQ(call->ClearedBy(), EClearedBy::kNetwork);
   EXPECT_EQ(Card().Seen().Q931Names(0),
-            (std::vector<std::string>{"> SETUP", "< CALL PROCEEDING", "< ALERTING", "< CONNECT", "> CONNECT ACKNOWLEDGE",
-                                      "> DISCONNECT", "< RELEASE", "> RELEASE COMPLETE"}));
+            (std::vector<std::string>{"> SETUP", "< CALL PROCEEDING", "< ALERTING", "< CONNECT",
+                                      "> CONNECT ACKNOWLEDGE", "> DISCONNECT", "< RELEASE", "> RELEASE COMPLETE"}));
 }
 
 TEST_F(SimulatorTest, RefusedCallEndsWithTheLibrarysCause) {

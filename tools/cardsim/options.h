@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cardsim/config.h"
+
+namespace cardsim {
+
+// The command line of zelk-cardsim. Times in milliseconds unless named otherwise.
+struct SOptions {
+  int cards = 0;  // 0: as many as there are entries in trunks
+  std::vector<int> trunks{1};
+  std::vector<std::string> addresses;
+  std::string baseAddress = "127.0.1.1";
+  std::string broadcast = "127.255.255.255";
+  std::uint32_t serial = 100001;
+  bool announce = false;
+
+  double callsPerSecond = 0;
+  std::uint64_t calls = 0;  // 0: no limit
+  int concurrent = 0;       // 0: as many as there are timeslots
+  std::string calling = "5551000";
+  std::string called = "100";
+  std::string redirecting;
+  int redirectingReason = 15;
+  int giveUpAfter = 0;
+
+  int alertAfter = 0;
+  int answerAfter = 0;
+  bool noAnswer = false;
+  int refuse = 0;  // a cause, 0: not refused
+
+  int hold = 0;  // the far end hangs up after this; 0: the library does
+  int cause = 16;
+  std::string digits;
+  std::string play;
+  bool loop = false;
+  std::string record;
+
+  double seconds = 0;  // 0: until the calls are done or a signal comes
+  std::string report;
+  bool verbose = false;
+};
+
+// Reads the command line. Returns the options, or the exit code when the program has to end (help: 0; a mistake, which
+// has been explained on standard error: another).
+struct SParsed {
+  std::optional<SOptions> options;
+  int exitCode = 0;
+};
+SParsed ParseOptions(int argc, const char* const* argv);
+
+// The cards that the options ask for; throws std::invalid_argument for addresses that are none.
+SSimulatorConfig ConfigOf(const SOptions& options);
+
+}  // namespace cardsim
