@@ -108,6 +108,7 @@ void CLogWriter::Finish() {
     last.batch.Take(rest);
     last.batch.WriteOut(path, true, TickMs());
   }
+  std::string().swap(path);
 }
 
 void CLogWriter::Line(const char* text, int32_t channel) {

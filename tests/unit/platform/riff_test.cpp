@@ -215,7 +215,7 @@ TEST_F(Riff, OpeningAgainBeginsAtTheFront) {
 TEST_F(Riff, AnyBytesEndTheWalk) {
   std::mt19937 random(854);
   const std::array<std::string, 8> pieces{"RIFF", "LIST", "WAVE", "fmt ", "data", U32(4), U32(0xFFFFFFFF), "\x01"};
-  for (int round = 0; round < 2000; ++round) {
+  for (int round = 0; round < 500; ++round) {
     std::string content = round % 2 == 0 ? Claiming("RIFF", 400, "WAVE") : "";
     for (size_t i = random() % 40; i > 0; --i) {
       content += pieces[random() % pieces.size()];
