@@ -90,7 +90,7 @@ TEST_F(Device, MessageHolds512Characters) {
 
 TEST_F(Device, QueuesHold40Values) {
   for (CDwordQueue* queue : {&Channel(0).endQueue, &Channel(0).startQueue}) {
-    for (uint32_t value = 0; value < 39; ++value) {
+    for (uint32_t value = 0; value < 40; ++value) {
       EXPECT_TRUE(queue->Push(value)) << value;
     }
   }

@@ -1,0 +1,40 @@
+#include "call/channel_handlers.h"
+
+#include "call_fixture.h"
+
+namespace zelk::test {
+namespace {
+
+using ChannelHandlers = CCallFixture;
+using Posted = std::vector<SPosted>;
+
+TEST_F(ChannelHandlers, FirstGlobalTrunkIsTheOneOfThePlace) {
+  EXPECT_EQ(firstHandlers.FirstGlobalTrunk(), 0U);
+  EXPECT_EQ(secondHandlers.FirstGlobalTrunk(), 4U);
+}
+
+TEST_F(ChannelHandlers, EachReportReachesItsPart) {
+  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0);
+  EXPECT_EQ(application.Take().size(), 30U);
+  secondHandlers.OnMedia(0, 2, MEDIA_DTMF, nullptr, '1');
+  secondHandlers.OnCallEvent(secondCard, 0, 2, CALLEV_RINGING, SPriEvent());
+  EXPECT_EQ(application.Take(), (Posted{{121, EVENT_DTMF, '1'}, {121, EVENT_ALERTING, 0}}));
+  Channel(121).callHandle = reinterpret_cast<PriCall>(uintptr_t{0x10});
+  secondHandlers.OnCardReopening(secondCard);
+  EXPECT_EQ(application.Take(), (Posted{{121, EVENT_CHANNEL_STATE, 0}}));
+  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 0);
+  EXPECT_EQ(application.Take().size(), 30U);
+}
+
+TEST_F(ChannelHandlers, ACardCanBePlacedAnew) {
+  CChannelTable other;
+  CChannelHandlers handlers(other, 0);
+  handlers.Place(0, 0);
+  handlers.Place(3, 90);
+  EXPECT_EQ(handlers.FirstGlobalTrunk(), 3U);
+  handlers.OnMedia(0, 1, MEDIA_DTMF, nullptr, '1');  // an empty table
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+}  // namespace
+}  // namespace zelk::test

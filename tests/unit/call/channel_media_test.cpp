@@ -1,0 +1,161 @@
+#include "call/channel_media.h"
+
+#include <array>
+#include <cstring>
+
+#include "call_fixture.h"
+
+namespace zelk::test {
+namespace {
+
+using Posted = std::vector<SPosted>;
+using Block = std::array<uint8_t, kBlockBytes>;
+
+struct SSeen {
+  char road;
+  uint32_t channel;
+  uint8_t first;
+  uint32_t length;
+
+  bool operator==(const SSeen&) const = default;
+};
+
+std::vector<SSeen> seen;
+
+class ChannelMedia : public CCallFixture {
+ protected:
+  void SetUp() override {
+    seen.clear();
+    ApplicationEvents().SetPlayCallback([](uint32_t channel, uint8_t* data, uint32_t length) {
+      seen.push_back({'p', channel, data[0], length});
+      data[1] = 0x11;
+    });
+    ApplicationEvents().SetRecordCallback([](uint32_t channel, const uint8_t* data, uint32_t length) {
+      seen.push_back({'r', channel, data[0], length});
+    });
+    block.fill(0x33);
+  }
+  void TearDown() override {
+    ApplicationEvents().SetPlayCallback(nullptr);
+    ApplicationEvents().SetRecordCallback(nullptr);
+  }
+
+  void Media(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) {
+    firstHandlers.OnMedia(trunk, timeslot, code, data, length);
+  }
+  uint32_t AskForMark(uint16_t timeslot) {
+    uint32_t flag = 77;
+    Media(0, timeslot, MEDIA_PLAY_MARK, &flag, 0);
+    return flag;
+  }
+  void Play(int32_t channel, uint32_t bytes) {
+    std::unique_ptr<CWaveBlock> wave = Channel(channel).wave.NewBlock(bytes);
+    ASSERT_NE(wave, nullptr);
+    Channel(channel).wave.Enqueue(std::move(wave));
+  }
+
+  Block block;
+};
+
+TEST_F(ChannelMedia, EveryTimeslotReachesItsChannel) {
+  for (uint16_t trunk = 0; trunk < 4; ++trunk) {
+    for (uint16_t timeslot = 1; timeslot < 32; ++timeslot) {
+      if (timeslot != 16) {
+        Media(trunk, timeslot, MEDIA_DTMF, nullptr, '5');
+      }
+    }
+  }
+  Posted expected;
+  for (int32_t channel = 0; channel < 120; ++channel) {
+    expected.push_back({channel, EVENT_DTMF, '5'});
+  }
+  EXPECT_EQ(application.Take(), expected);
+}
+
+TEST_F(ChannelMedia, TimeslotsWithoutChannelGetZeroBytesAndNothingElse) {
+  for (const uint16_t timeslot : {uint16_t{0}, uint16_t{16}, uint16_t{32}, uint16_t{0xFFFF}}) {
+    for (const EMediaCode code : {MEDIA_PLAY, MEDIA_RECORD}) {
+      block.fill(0x33);
+      Media(0, timeslot, code, block.data(), kBlockBytes);
+      EXPECT_EQ(block, Block{}) << timeslot;
+    }
+    Media(0, timeslot, MEDIA_DTMF, nullptr, '5');
+    Media(0, timeslot, MEDIA_PLAY_MARK, nullptr, 0);
+  }
+  EXPECT_TRUE(seen.empty());
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+TEST_F(ChannelMedia, SlotsBeyondTheTableGetZeroBytes) {
+  Media(40, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  EXPECT_EQ(block, Block{});
+}
+
+TEST_F(ChannelMedia, TrunksOfNoOrAnotherCardAreLeftAlone) {
+  const Block before = block;
+  Media(4, 1, MEDIA_PLAY, block.data(), kBlockBytes);    // the second card's channel
+  Media(6, 1, MEDIA_RECORD, block.data(), kBlockBytes);  // nobody's
+  EXPECT_EQ(block, before);
+  EXPECT_TRUE(seen.empty());
+}
+
+TEST_F(ChannelMedia, PlayFillsWithSilenceAndLetsTheApplicationChangeIt) {
+  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  EXPECT_EQ(seen, (std::vector<SSeen>{{'p', 0, 0xD5, 160}}));
+  EXPECT_EQ(block[0], 0xD5);
+  EXPECT_EQ(block[1], 0x11);
+  EXPECT_EQ(block[159], 0xD5);
+}
+
+TEST_F(ChannelMedia, RecordHandsTheBlockOverUnchangedOnClosedChannelsToo) {
+  ASSERT_FALSE(Channel(30).isOpen);
+  Media(1, 1, MEDIA_RECORD, block.data(), kBlockBytes);
+  EXPECT_EQ(seen, (std::vector<SSeen>{{'r', 30, 0x33, 160}}));
+  EXPECT_EQ(block[159], 0x33);
+}
+
+TEST_F(ChannelMedia, EndOfPlayIsMarkedOnceAndReportedWhenItWentOut) {
+  Channel(0).Open();
+  Play(0, 100);
+  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  EXPECT_EQ(AskForMark(1), 0U);
+  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  EXPECT_EQ(AskForMark(1), 1U);
+  EXPECT_EQ(AskForMark(1), 0U);
+  EXPECT_EQ(application.Take(), Posted{});
+  Media(0, 1, MEDIA_PLAY_MARK, nullptr, 0);
+  EXPECT_EQ(application.Take(), (Posted{{0, EVENT_PLAY_DONE, 0}}));
+  Media(0, 1, MEDIA_PLAY_MARK, nullptr, 0);
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+TEST_F(ChannelMedia, StoppedPlayIsNotReported) {
+  Channel(0).Open();
+  Play(0, 0);
+  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  EXPECT_EQ(AskForMark(1), 1U);
+  Channel(0).wave.Flush();
+  Media(0, 1, MEDIA_PLAY_MARK, nullptr, 0);
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+TEST_F(ChannelMedia, CallbacksMayUseTheChannel) {
+  Channel(0).Open();
+  application.reaction = [this](const SPosted& posted) {
+    Channel(posted.channel).wave.Flush();
+    Play(posted.channel, 160);
+    Channel(posted.channel).Close();
+  };
+  Media(0, 1, MEDIA_DTMF, nullptr, '#');
+  EXPECT_FALSE(Channel(0).isOpen);
+}
+
+TEST_F(ChannelMedia, BlocksWithoutDataAreIgnored) {
+  Media(0, 1, MEDIA_PLAY, nullptr, kBlockBytes);
+  Media(0, 1, MEDIA_RECORD, nullptr, kBlockBytes);
+  EXPECT_TRUE(seen.empty());
+}
+
+}  // namespace
+}  // namespace zelk::test

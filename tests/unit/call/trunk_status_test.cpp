@@ -1,0 +1,237 @@
+#include "call/trunk_status.h"
+
+#include "call/call_operations.h"
+#include "call_fixture.h"
+
+namespace zelk::test {
+namespace {
+
+using Posted = std::vector<SPosted>;
+using Lines = std::vector<std::string>;
+
+class TrunkStatus : public CCallFixture {
+ protected:
+  void Status(uint32_t trunk, ETrunkStatus code, uint16_t value16 = 0, uint32_t value32 = 0) {
+    firstHandlers.OnTrunkStatus(firstCard, trunk, code, value16, value32);
+  }
+  // The channel-state events of these channels, in order.
+  static Posted States(int32_t first, int32_t count, int32_t param) {
+    Posted states;
+    for (int32_t channel = first; channel < first + count; ++channel) {
+      states.push_back({channel, EVENT_CHANNEL_STATE, param});
+    }
+    return states;
+  }
+  // A channel with everything that a call leaves on it.
+  void GiveCall(int32_t channel) {
+    CDevice& device = Channel(channel);
+    device.callHandle = reinterpret_cast<PriCall>(uintptr_t{0x10});
+    device.connected = true;
+    device.direction = 5;
+    device.endQueue.Push(1);
+    firstCard.Audio().SetEchoSwitch(static_cast<uint32_t>(device.trunkIndex), true);
+    const CScopedLock<CMutex> held(device.infoLock);
+    device.cli = device.dli = device.rli = "1";
+    device.callType = kCallTypeVoice;
+    device.lastCause = 99;
+  }
+  void ExpectReset(int32_t channel) {
+    CDevice& device = Channel(channel);
+    EXPECT_EQ(device.callHandle, nullptr);
+    EXPECT_FALSE(device.connected);
+    EXPECT_EQ(device.direction, 5);  // the loss of a trunk leaves it
+    EXPECT_FALSE(firstCard.Audio().EchoSwitch(static_cast<uint32_t>(device.trunkIndex)));
+    EXPECT_EQ(Info(channel, "CLI") + Info(channel, "DLI") + Info(channel, "RLI") + Info(channel, "CALLTYPE"), "");
+    EXPECT_EQ(Info(channel, "CHANNELSTATE"), "DOWN");
+    uint32_t value = 0;
+    EXPECT_FALSE(device.endQueue.Pop(value));
+    const CScopedLock<CMutex> held(device.infoLock);
+    EXPECT_EQ(device.lastCause, 16);
+  }
+};
+
+TEST_F(TrunkStatus, TrunkUpSetsItsThirtyChannelsUpOnce) {
+  Status(1, kDchannelUp);
+  EXPECT_EQ(application.Take(), States(30, 30, 1));
+  EXPECT_EQ(Info(30, "CHANNELSTATE"), "READY");
+  EXPECT_EQ(Info(29, "CHANNELSTATE"), "DOWN");
+  Status(1, kDchannelUp);
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+TEST_F(TrunkStatus, SecondCardsTrunksStandBehindTheFirstOnes) {
+  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0);
+  EXPECT_EQ(application.Take(), States(120, 30, 1));
+}
+
+TEST_F(TrunkStatus, OnlyChannelsThatAreNotUpGetTheEvent) {
+  Status(0, kDchannelUp);
+  Channel(3).Open();
+  Channel(3).Close();
+  application.Take();
+  Status(0, kDchannelUp);
+  EXPECT_EQ(application.Take(), States(3, 1, 1));
+}
+
+TEST_F(TrunkStatus, TrunkDownResetsWhatWasUpWithoutDisconnected) {
+  Status(0, kDchannelUp);
+  application.Take();
+  GiveCall(7);
+  Channel(8).linkState = -1;
+  GiveCall(8);
+  Channel(8).connected = true;
+  Status(0, kDchannelDown);
+  Posted expected = States(0, 8, 0);
+  const Posted rest = States(9, 21, 0);
+  expected.insert(expected.end(), rest.begin(), rest.end());
+  EXPECT_EQ(application.Take(), expected);
+  ExpectReset(7);
+  EXPECT_TRUE(Channel(8).connected);  // it was down already
+  Status(0, kDchannelDown);
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+TEST_F(TrunkStatus, TrunksWithoutChannelsTouchNoOtherCards) {
+  for (const uint32_t trunk : {4U, 7U, 8U, 0x10000U, 0xFFFFFFFFU}) {
+    Status(trunk, kDchannelUp);
+    Status(trunk, kDchannelDown);
+  }
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(Channel(120).linkState, -1);
+}
+
+TEST_F(TrunkStatus, LostCardTakesEveryChannelOfItDown) {
+  Status(2, kDchannelUp);
+  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0);
+  application.Take();
+  GiveCall(65);
+  for (uint32_t trunk = 0; trunk < 5; ++trunk) {
+    firstCard.Trunk(trunk).lineStatus = 0;
+  }
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
+  EXPECT_EQ(application.Take(), States(0, 120, 0));
+  ExpectReset(65);
+  for (uint32_t trunk = 0; trunk < 4; ++trunk) {
+    EXPECT_EQ(firstCard.Trunk(trunk).lineStatus, 3) << trunk;
+  }
+  EXPECT_EQ(firstCard.Trunk(4).lineStatus, 0);  // no channel stands there
+  EXPECT_EQ(Channel(120).linkState, 1);
+}
+
+TEST_F(TrunkStatus, CardThatComesUpPostsNothing) {
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 1);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(Channel(0).linkState, -1);
+}
+
+TEST_F(TrunkStatus, ReopeningLosesCallsAndLeavesIdleChannels) {
+  Status(0, kDchannelUp);
+  application.Take();
+  GiveCall(7);
+  PriCall lost = Channel(7).callHandle;
+  firstHandlers.OnCardReopening(firstCard);
+  EXPECT_EQ(application.Take(), States(7, 1, 0));
+  ExpectReset(7);
+  EXPECT_EQ(Info(6, "CHANNELSTATE"), "READY");
+  EXPECT_FALSE(Channel(7).IsLostCall(lost));  // it went with its controller
+  Status(0, kDchannelUp);
+  EXPECT_EQ(application.Take(), States(7, 1, 1));
+}
+
+TEST_F(TrunkStatus, ReopeningForgetsCallsThatWereLostBefore) {
+  Status(0, kDchannelUp);
+  GiveCall(7);
+  PriCall lost = Channel(7).callHandle;
+  Status(0, kDchannelDown);
+  ASSERT_TRUE(Channel(7).IsLostCall(lost));
+  firstHandlers.OnCardReopening(firstCard);
+  EXPECT_FALSE(Channel(7).IsLostCall(lost));
+}
+
+TEST_F(TrunkStatus, NoChannelLockIsHeldInTheCallback) {
+  application.reaction = [this](const SPosted& posted) {
+    Info(posted.channel, "CLI");
+    Hangup(Channel(posted.channel));
+    Dial(Channel(posted.channel), "1", "2");
+    Reject(Channel(posted.channel));
+    Channel(posted.channel).Open();
+  };
+  Status(0, kDchannelUp);
+  Status(0, kDchannelDown);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
+  EXPECT_EQ(application.Take().size(), 30U + 30U + 120U);
+}
+
+TEST_F(TrunkStatus, ChannelsMayGoInsideTheCallback) {
+  application.reaction = [this](const SPosted&) { table.Clear(); };
+  Status(0, kDchannelUp);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
+  EXPECT_EQ(application.Take(), States(0, 1, 1));
+}
+
+TEST_F(TrunkStatus, StatusLines) {
+  CLogCapture log(1);
+  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0);
+  Status(3, kDchannelDown);
+  Status(0, kStatusReserved);
+  Status(0, kLineStatus, 0, 1);
+  for (uint32_t direction = 0; direction < 3; ++direction) {
+    Status(1, kQueueOverflow, 0, direction);
+  }
+  for (const uint32_t error : {2U, 3U, 4U, 8U, 5U}) {
+    Status(2, kHdlcError, 0, error);
+  }
+  Status(0, kConfigError);
+  Status(0, kLinkReset, 0, 2);
+  secondHandlers.OnTrunkStatus(secondCard, 0, kRegisterRead, 0x1006, 0xA);
+  Status(0, static_cast<ETrunkStatus>(266));
+  EXPECT_EQ(log.Lines(), (Lines{
+                             "  G :Card 4: Trunk 0 - DCHANNEL UP",
+                             "  G :Card 0: Trunk 3 - DCHANNEL DOWN",
+                             "  G :Card 0: Trunk 1 - Incoming HDLC Queue Overflow Error",
+                             "  G :Card 0: Trunk 1 - Outgoing HDLC Queue Overflow Error",
+                             "  G :Card 0: Trunk 1 - Unknown HDLC Queue Overflow Error",
+                             "  G :Card 0: Trunk 2 - HDLC CRC Error",
+                             "  G :Card 0: Trunk 2 - HDLC ABORT Error",
+                             "  G :Card 0: Trunk 2 - HDLC OVERRUN Error",
+                             "  G :Card 0: Trunk 2 - HDLC Buffer Overflow Error",
+                             "  G :Card 0: Trunk 2 - HDLC Unknown Error",
+                             "  G :Card 0: Trunk 0 - Configuration Incorrect. Please set ClientType=1 for NT or "
+                             "ClientType=2 for TE",
+                             "  G :Card 0: Trunk 0 - Link Reset (Too Many HDLC Errors)",
+                             "  G :READREG: CardNo=4 LinkNo=0, Reg[0x1006] = 0A ",
+                         }));
+}
+
+TEST_F(TrunkStatus, RegisterLineBelongsToTheDetailClass) {
+  CLogCapture log(2);
+  Status(0, kRegisterRead, 0x1006, 1);
+  Status(0, kConfigError);
+  EXPECT_EQ(log.Lines().size(), 1U);
+}
+
+TEST_F(TrunkStatus, NoStatusLineAboveLevel2) {
+  CLogCapture log(3);
+  for (int code = 257; code < 266; ++code) {
+    Status(0, static_cast<ETrunkStatus>(code));
+  }
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
+  firstHandlers.OnCardState(firstCard, kCardNotice, "x", 0);
+  EXPECT_EQ(log.Lines(), Lines{});
+  EXPECT_EQ(application.Take().size(), 30U + 30U + 120U);
+}
+
+TEST_F(TrunkStatus, CardLinesShowTheCardsIndex) {
+  CLogCapture log(2);
+  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 1);
+  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 0);
+  secondHandlers.OnCardState(secondCard, kCardNotice, "Old/Duplicate Packet -> 5, ignored.", 0);
+  secondHandlers.OnCardState(secondCard, kCardWarning, "%s%n", 0);
+  secondHandlers.OnCardState(secondCard, kCardWarning, nullptr, 0);
+  EXPECT_EQ(log.Lines(),
+            (Lines{"  G :Card 1 is up", "  G :Card 1 is down", "  G :Card 1: Old/Duplicate Packet -> 5, ignored.",
+                   "  G :Card 1: %s%n", "  G :Card 1: "}));
+}
+
+}  // namespace
+}  // namespace zelk::test
