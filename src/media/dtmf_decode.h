@@ -43,7 +43,7 @@ class CDtmfDecode {
     float w2 = 0;
   };
 
-  void Take(float sample) ZELK_REQUIRES(lock);
+  void Took(uint32_t count) ZELK_REQUIRES(lock);
   float Notched(float sample) ZELK_REQUIRES(lock);
   void EndBlock() ZELK_REQUIRES(lock);
   char BlockHit() const ZELK_REQUIRES(lock);

@@ -3,61 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "runtime/config.h"
 #include "runtime/log.h"
 #include "support/allocation_probe.h"
+#include "wave_fixture.h"
 
 namespace zelk {
 namespace {
 
-constexpr uint32_t kBlock = 160;
+using namespace wavetest;
 
-class COwner : public IWaveOwner {
- public:
-  void SilenceTransmit() override { ++silenced; }
-  int32_t LogChannel() const override { return 17; }
-  std::atomic<int> silenced{0};
-};
-
-class Wave : public testing::Test {
- protected:
-  bool Queue(uint32_t length, uint8_t value = 0x11) {
-    auto block = wave.NewBlock(length);
-    std::memset(block->data.get(), value, length);
-    return wave.Enqueue(std::move(block));
-  }
-
-  std::vector<uint8_t> Fill() {
-    std::vector<uint8_t> block(kBlock, 0xEE);
-    wave.FillBlock(block.data(), kBlock);
-    return block;
-  }
-
-  static std::vector<uint8_t> Silence(size_t count = kBlock, uint8_t value = 0xD5) {
-    return std::vector<uint8_t>(count, value);
-  }
-
-  // `played` bytes of `value`, then silence to the end of the block.
-  static std::vector<uint8_t> Audio(size_t played, uint8_t value = 0x11) {
-    std::vector<uint8_t> block(played, value);
-    block.resize(kBlock, 0xD5);
-    return block;
-  }
-
-  COwner owner;
-  CWave wave{owner};
-};
+class Wave : public CWaveTest {};
 
 TEST_F(Wave, IsClosedWithAnUnarmedTapUntilOpened) {
   EXPECT_FALSE(wave.IsOpen());
@@ -370,176 +334,6 @@ TEST_F(Wave, NewBlockNear4GigabytesIsRefusedWithoutAskingForIt) {
     EXPECT_FALSE(wave.NewBlock(size));
     EXPECT_LT(support::LargestAllocation(), 100000U);
   }
-}
-
-struct SSeen {
-  std::vector<uint32_t> directions;
-  std::vector<std::vector<uint8_t>> blocks;
-};
-
-void Remember(uint32_t direction, uint64_t cookie, uint8_t* data, uint32_t length) {
-  auto* const seen = reinterpret_cast<SSeen*>(cookie);
-  seen->directions.push_back(direction);
-  seen->blocks.emplace_back(data, data + length);
-}
-
-TEST_F(Wave, DataCallbackSeesEveryBlockOfBothDirections) {
-  SSeen seen;
-  wave.SetDataCallback(Remember, reinterpret_cast<uint64_t>(&seen));
-  std::vector<uint8_t> received(kBlock, 0x44);
-  Fill();
-  wave.RecordTap(received.data(), kBlock);
-  wave.Open();
-  Queue(100);
-  Fill();
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(seen.directions, (std::vector<uint32_t>{1, 0, 1, 0}));
-  EXPECT_EQ(seen.blocks, (std::vector<std::vector<uint8_t>>{Silence(), received, Audio(100), received}));
-  wave.SetDataCallback(nullptr, 0);
-  Fill();
-  EXPECT_EQ(seen.blocks.size(), 4U);
-}
-
-TEST_F(Wave, TapRecordsOnlyWhileStarted) {
-  std::vector<uint8_t> received(kBlock, 0x44);
-  wave.StartRecord(CWave::kNoRecordLimit);
-  EXPECT_EQ(wave.RecordState(), -1);  // not open: nothing is armed
-  wave.RecordTap(received.data(), kBlock);
-  wave.Open();
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(wave.RecordBuffer().Length(), 0U);
-  wave.StartRecord(CWave::kNoRecordLimit);
-  EXPECT_EQ(wave.RecordState(), 1);
-  wave.RecordTap(received.data(), kBlock);
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(wave.RecordBuffer().Length(), 2 * kBlock);
-  wave.Close();
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(wave.RecordBuffer().Length(), 2 * kBlock);
-}
-
-TEST_F(Wave, TapStopsAtTheLimitAndStillShowsTheWholeBlock) {
-  SSeen seen;
-  wave.SetDataCallback(Remember, reinterpret_cast<uint64_t>(&seen));
-  std::vector<uint8_t> received(kBlock, 0x44);
-  wave.Open();
-  wave.StartRecord(200);
-  for (int i = 0; i < 3; ++i) {
-    wave.RecordTap(received.data(), kBlock);
-  }
-  EXPECT_EQ(wave.RecordBuffer().Length(), 200U);
-  EXPECT_EQ(wave.RecordState(), 0);
-  ASSERT_EQ(seen.blocks.size(), 3U);
-  EXPECT_EQ(seen.blocks[1], received);
-}
-
-TEST_F(Wave, TapThatReachesItsLimitExactlyGoesOnUntilTheNextBlock) {
-  std::vector<uint8_t> received(kBlock, 0x44);
-  wave.Open();
-  wave.StartRecord(320);
-  wave.RecordTap(received.data(), kBlock);
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(wave.RecordState(), 1);
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(wave.RecordState(), 0);
-  EXPECT_EQ(wave.RecordBuffer().Length(), 320U);
-  wave.StartRecord(100);  // below what is recorded already
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(wave.RecordBuffer().Length(), 320U);
-}
-
-TEST_F(Wave, TapWithoutMemoryLosesOneBlockAndRecordsOn) {
-  std::vector<uint8_t> received(kBlock, 0x44);
-  wave.Open();
-  wave.StartRecord(CWave::kNoRecordLimit);
-  support::FailAllocation(1);
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_TRUE(support::AllocationFailed());
-  EXPECT_EQ(wave.RecordState(), 1);
-  wave.RecordTap(received.data(), kBlock);
-  EXPECT_EQ(wave.RecordBuffer().Length(), kBlock);
-}
-
-// Keeps the first fill inside the queue's lock, where the data callback runs, until released.
-struct SStall {
-  std::atomic<bool> inside{false};
-  std::atomic<bool> release{false};
-};
-
-void Stall(uint32_t direction, uint64_t cookie, uint8_t*, uint32_t) {
-  auto* const stall = reinterpret_cast<SStall*>(cookie);
-  if (direction == 1 && !stall->inside.exchange(true)) {
-    stall->release.wait(false);
-  }
-}
-
-TEST_F(Wave, FillDuringAStopSkipsTheListInsteadOfWaiting) {
-  SStall stall;
-  wave.SetDataCallback(Stall, reinterpret_cast<uint64_t>(&stall));
-  wave.Open();
-  Queue(1000);
-  std::thread holder([this] { Fill(); });  // holds the lock until released
-  while (!stall.inside) {
-    std::this_thread::yield();
-  }
-  std::thread stopper([this] { wave.Flush(); });  // waits for the lock with its stop flag up
-  while (!wave.IsStopping()) {
-    std::this_thread::yield();
-  }
-  EXPECT_EQ(Fill(), Silence());  // would hang here if it waited
-  stall.release = true;
-  stall.release.notify_all();
-  holder.join();
-  stopper.join();
-  EXPECT_EQ(owner.silenced, 1);
-  EXPECT_FALSE(wave.IsStopping());
-}
-
-TEST_F(Wave, PlaysStopsAndQueriesFromAllItsThreadsAtOnce) {
-  wave.Open();
-  std::atomic<bool> done{false};
-  std::atomic<uint64_t> marks{0};
-  std::atomic<uint64_t> events{0};
-  std::thread pacer([&] {
-    std::array<uint8_t, kBlock> block;
-    while (!done) {
-      wave.FillBlock(block.data(), kBlock);
-      marks += wave.QueryPlayMark() ? 1 : 0;
-      wave.RecordTap(block.data(), kBlock);
-    }
-  });
-  std::thread receiver([&] {
-    while (!done) {
-      events += wave.PlayMarkSent() ? 1 : 0;
-    }
-  });
-  std::thread other([&] {
-    for (int i = 0; i < 2000; ++i) {
-      Queue(50);
-      EXPECT_LE(wave.TimeLeftMs(), 4000U * 50 / 8);
-    }
-  });
-  for (int i = 0; i < 2000; ++i) {
-    Queue(static_cast<uint32_t>(i % 400));
-    if (i % 16 == 0) {
-      wave.Flush();
-    }
-    if (i % 512 == 0) {
-      wave.Close();
-      wave.Open();
-      wave.StartRecord(10000);
-    }
-  }
-  other.join();
-  while (wave.TimeLeftMs() > 0) {
-    std::this_thread::yield();
-  }
-  done = true;
-  pacer.join();
-  receiver.join();
-  EXPECT_LE(events, marks);
-  EXPECT_FALSE(wave.QueryPlayMark());
-  EXPECT_FALSE(wave.PlayMarkSent());
 }
 
 }  // namespace
