@@ -8,10 +8,11 @@
 
 #include "media/g711.h"
 
-// The second of these headers needs what the first defines, and <cstring>.
+// Each of these headers needs what those before it define, and <cstring>.
 // clang-format off
 #include <spandsp/telephony.h>
 #include <spandsp/echo.h>
+#include <spandsp/private/echo.h>
 // clang-format on
 
 // The build compiles the canceller once for every instruction set and ends its public names with the set's.
@@ -47,7 +48,10 @@ const SCancellerBuild kBuild = ChooseBuild();
 constexpr int32_t kTapsPerMs = 8;
 constexpr int32_t kMinTailMs = 32;
 constexpr int32_t kMaxTailMs = 1024;
-static_assert(kMinTailMs * kTapsPerMs == 256);
+static_assert(kMinTailMs * kTapsPerMs == 256 && kMaxTailMs * kTapsPerMs == CAdaptionGate::kMaxTaps);
+
+constexpr int kDwell = 2;  // one of them is counted down before it is looked at
+constexpr int kMostToneScore = 200;
 
 constexpr float kLevelPace = 1.0F / 64;  // levels follow within 8 ms
 constexpr float kSuppressedRatio = 16;   // 24 dB
@@ -81,7 +85,10 @@ std::unique_ptr<CEchoStage> CEchoStage::Create(int32_t tailMs) {
 }
 
 CEchoStage::CEchoStage(void* cancellerState, int32_t tapCount)
-    : canceller(cancellerState), taps(tapCount), tailDecay(1.0F - 1.0F / static_cast<float>(tapCount)) {}
+    : canceller(cancellerState),
+      taps(tapCount),
+      gate(tapCount),
+      tailDecay(1.0F - 1.0F / static_cast<float>(tapCount)) {}
 
 CEchoStage::~CEchoStage() {
   kBuild.free(State(canceller));
@@ -96,12 +103,23 @@ int16_t CEchoStage::Update(int16_t sent, int16_t received) {
   return static_cast<int16_t>(std::clamp(residual, -limit, limit));
 }
 
-// The canceller returns the difference in 16 bits and lets it wrap. The echo it took away fits 16 bits, so it can be
-// had back exactly, and the difference saturates where it would have wrapped into a click.
 int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
-  const int16_t wrapped = kBuild.update(State(canceller), sent, received);
+  echo_can_state_t* state = State(canceller);
+  // The gate's word in place of the canceller's: it does not learn while its dwell count runs, and goes back to older
+  // taps only where an onset begins.
+  state->nonupdate_dwell = gate.Open(sent, received) ? 0 : kDwell;
+  state->dtd_onset = 1;
+  // After a long tone the canceller goes back to older taps too, and then indexes its sets with -1 if the first is in
+  // use: the score above which it does so is not reached there.
+  if (state->tap_set == 0)
+    state->narrowband_score = std::min(state->narrowband_score, kMostToneScore);
+  const int16_t wrapped = kBuild.update(state, sent, received);
+  // It returns the difference in 16 bits and lets it wrap. The echo it took away fits 16 bits, so it can be had back
+  // exactly, and the difference saturates where it would have wrapped into a click.
   const auto echo = static_cast<int16_t>(static_cast<uint16_t>(received) - static_cast<uint16_t>(wrapped));
-  return Saturate(int32_t{received} - echo);
+  const int32_t residual = Saturate(int32_t{received} - echo);
+  gate.Note(echo, residual);
+  return residual;
 }
 
 void CEchoStage::TrackLevels(int16_t sent, int32_t residual) {

@@ -4,12 +4,15 @@
 #include <cstdint>
 #include <memory>
 
+#include "media/adaption_gate.h"
+
 namespace zelk {
 
 // One channel position's line echo canceller: takes out of the received sound what comes back of the sent one.
-// The linear part is spandsp's adaptive filter. What it leaves is clipped to the tracked background noise, but only
-// while the echo stands at least 24 dB below what was sent: near-end speech, alone or over the far end, passes as it
-// is. Thread: Create any; the rest one thread at a time (receive). Nothing blocks; nothing allocates after Create.
+// The linear part is spandsp's adaptive filter, which learns when the gate lets it. What it leaves is clipped to the
+// tracked background noise, but only while the echo stands at least 24 dB below what was sent: near-end speech, alone
+// or over the far end, passes as it is. Thread: Create any; the rest one thread at a time (receive). Nothing blocks;
+// nothing allocates after Create.
 class CEchoStage {
  public:
   // tailMs is brought into 32..1024: the canceller looks at 256 samples of history whatever its length is, and a longer
@@ -35,6 +38,7 @@ class CEchoStage {
 
   void* canceller;  // spandsp's state, owned
   int32_t taps;
+  CAdaptionGate gate;
   float tailDecay;  // a sample's, so that a level falls to a third within the tail
   // Mean magnitudes of 16-bit samples.
   float sentNow = 0;      // over the last few milliseconds

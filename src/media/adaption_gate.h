@@ -1,0 +1,48 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace zelk {
+
+// Says when an echo canceller may learn: while what comes back is weaker than what is sent just now, and is its echo.
+// The canceller's own test compares with the sound sent at this moment alone. Behind a delay every falling syllable
+// looks to it like somebody speaking, and it falls back to what it knew half a second before: with speech it never
+// learns an echo that is late. Here "somebody speaks" is decided against the loudest of the whole tail, and, once the
+// filter has proven itself, by the residual growing beyond the echo estimate. A second of that is a changed line.
+// Pure. Thread: one at a time. Allocates nothing.
+class CAdaptionGate {
+ public:
+  static constexpr int32_t kMaxTaps = 8192;
+
+  // taps at most kMaxTaps.
+  explicit CAdaptionGate(int32_t taps);
+  // Before a sample pair goes through the filter: may it learn from it?
+  bool Open(int16_t sent, int16_t received);
+  // What came of it.
+  void Note(int32_t echoEstimate, int32_t residual);
+
+ private:
+  static constexpr int32_t kStretch = 32;  // samples of the tail that are kept as one maximum
+
+  void TrackTail();
+  bool NearEndHeard();
+
+  int32_t stretches;
+  std::array<int32_t, kMaxTaps / kStretch + 2> stretchMaxima{};
+  int32_t stretchAt = 0;
+  int32_t samplesInStretch = 0;
+  int32_t stretchMaximum = 0;
+  int32_t tailMaximum = 0;
+  // Mean powers.
+  int32_t sentPower = 0;      // over 32 samples, as the canceller measures it
+  int32_t receivedPower = 0;  // over 8
+  float estimatePower = 0;    // over 64
+  float residualPower = 0;
+  int32_t loudNearEnd = 0;  // samples that the gate stays shut after a near end louder than the far end
+  int32_t nearEnd = 0;      // after one that the residual showed
+  int32_t shutByNearEnd = 0;
+  int32_t proven = 0;  // samples with the echo well cancelled
+};
+
+}  // namespace zelk
