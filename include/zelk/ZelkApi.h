@@ -129,9 +129,10 @@ enum ZelkSetInfo { ZELK_SET_ALLOWINCOMING = 1 /* 0: calls to the channel are ref
 
 /*
  * Something happened on a channel. event: a ZelkEvent; param: see there.
- * Thread: call and state events the card's control thread, digits its pacer thread, play-done its audio receive thread,
- * ZELK_EVENT_CONNECTED also the thread inside ZELK_Answer. Events are not queued and may come on several threads at
- * once; those of one thread come in order. The channel's record is up to date when the callback runs.
+ * Thread: call and state events the card's control thread, digits its pacer thread, play-done its audio receive thread.
+ * ZELK_EVENT_CONNECTED also comes inside ZELK_Answer, ZELK_EVENT_CHANNEL_STATE also inside ZELK_Init and on the thread
+ * that opens a restarted card again. Events are not queued and may come on several threads at once; those of one thread
+ * come in order. The channel's record is up to date when the callback runs.
  */
 typedef void(ZELK_CALL* ZelkEventCallback)(int32_t channel, uint32_t event, int32_t param);
 
