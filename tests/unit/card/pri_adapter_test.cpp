@@ -131,6 +131,10 @@ TEST(PriController, AHangupCarriesItsCauseAndEndsTheCall) {
   EXPECT_EQ(request->hangupCall, call);
   pair.user.controller->Hangup(call, 16);
   pair.Run();
+  EXPECT_TRUE(pair.network.Has(kPriHangup));
+  pair.network.controller->Hangup(RingOf(pair.network), 16);
+  pair.Run();
+  EXPECT_TRUE(pair.user.Has(kPriHangupAck));
   EXPECT_FALSE(pair.user.controller->IsCallValid(call));
 }
 

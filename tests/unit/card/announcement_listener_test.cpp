@@ -1,0 +1,160 @@
+#include "card/announcement_listener.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "fake_card.h"
+#include "platform/clock.h"
+#include "platform/socket.h"
+#include "recording_handlers.h"
+#include "runtime/config.h"
+#include "runtime/log.h"
+
+namespace zelk {
+namespace {
+
+// Sends a card's announcement from its address to the listener.
+void Announce(const std::string& address, uint32_t serialNumber, size_t length = 22) {
+  Message datagram{'Z', 'E', 'L', 'K', ' ', 'B', 1};
+  datagram.resize(18);
+  for (int shift = 0; shift < 32; shift += 8) {
+    datagram.push_back(static_cast<uint8_t>(serialNumber >> shift));
+  }
+  datagram.resize(length);
+  const int sender = socket(AF_INET, SOCK_DGRAM, 0);
+  const sockaddr_in from = SystemAddress(address, 0);
+  const sockaddr_in to = SystemAddress("127.0.0.1", 5854);
+  ASSERT_EQ(bind(sender, reinterpret_cast<const sockaddr*>(&from), sizeof from), 0);
+  ASSERT_EQ(sendto(sender, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to),
+            static_cast<ssize_t>(datagram.size()));
+  close(sender);
+}
+
+class AnnouncementListener : public testing::Test {
+ protected:
+  void SetUp() override {
+    logPath = (std::filesystem::temp_directory_path() / "zelk-listener-test.log").string();
+    ASSERT_TRUE(Log().Start(logPath));
+    Log().Stop();
+    std::filesystem::remove(logPath);
+    ASSERT_TRUE(card.Open(fake->Address(), 5854, "127.0.0.1"));
+    card.SetHandlers(&handlers);
+    ASSERT_TRUE(listener.Start({&card}, {{Address("127.0.0.2"), Address("127.0.0.1")}}));
+  }
+  void TearDown() override {
+    listener.Stop();
+    card.Close();
+    Config().level = 2;
+    std::filesystem::remove(logPath);
+  }
+  static uint32_t Address(const char* text) {
+    uint32_t address = 0;
+    EXPECT_TRUE(ParseIpv4(text, address));
+    return address;
+  }
+  // The listener may not have its port yet: announcements are repeated until something happens.
+  template <class Condition>
+  bool AnnounceUntil(Condition condition, const std::string& address, uint32_t serialNumber) {
+    const uint32_t start = TickMs();
+    while (!condition() && TickMs() - start < 15000) {
+      Announce(address, serialNumber);
+      for (int i = 0; i < 50 && !condition(); ++i) {
+        SleepMs(10);
+      }
+    }
+    return condition();
+  }
+  std::string LogText() {
+    EXPECT_TRUE(Log().Start(logPath));
+    Log().Stop();
+    std::ifstream file(logPath, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+  std::string logPath;
+  std::unique_ptr<CFakeCard> fake = std::make_unique<CFakeCard>();
+  CRecordingHandlers handlers;
+  CCard card{0};
+  CAnnouncementListener listener;
+};
+
+TEST_F(AnnouncementListener, ReopensAnOpenCardAndLogsTwoLines) {
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+  listener.Stop();
+  EXPECT_GE(handlers.Count("reopening"), 1U);
+  EXPECT_TRUE(card.ControllersRunning());
+  EXPECT_GE(fake->Connections(), 2);
+  const std::string text = LogText();
+  EXPECT_NE(text.find("  G :Broadcast from Card serial no 4711\r\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("  G :Card reopen has Succeeded\r\n"), std::string::npos) << text;
+}
+
+TEST_F(AnnouncementListener, ReachesACardAtItsNewAddress) {
+  fake.reset();
+  CFakeCard::SOptions options;
+  options.address = "127.0.0.3";
+  CFakeCard moved(options);
+  ASSERT_TRUE(
+      AnnounceUntil([&] { return moved.Connections() > 0 && handlers.Count("card 3 1") > 0; }, "127.0.0.3", 4711));
+  listener.Stop();
+  EXPECT_TRUE(card.ControllersRunning());
+  card.Close();
+}
+
+TEST_F(AnnouncementListener, AFailedReopenIsLoggedAndTheNextAnnouncementStillFindsTheCard) {
+  ASSERT_TRUE(
+      AnnounceUntil([&] { return handlers.Count("reopening") > 0 && !card.ControllersRunning(); }, "127.0.0.77", 4711));
+  const uint32_t start = TickMs();
+  while (card.SerialNumber() != 4711 && TickMs() - start < 10000) {
+    SleepMs(5);
+  }
+  EXPECT_EQ(card.SerialNumber(), 4711U);
+  ASSERT_TRUE(AnnounceUntil([&] { return card.ControllersRunning(); }, "127.0.0.2", 4711));
+  listener.Stop();
+  const std::string text = LogText();
+  EXPECT_NE(text.find("  G :Card reopen has failed\r\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("  G :Card reopen has Succeeded\r\n"), std::string::npos) << text;
+}
+
+TEST_F(AnnouncementListener, AnUnknownSerialNumberIsIgnored) {
+  Announce("127.0.0.2", 4712);
+  Announce("127.0.0.2", 0);
+  // One that is known, behind them, shows that they were taken.
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+  listener.Stop();
+  const std::string text = LogText();
+  EXPECT_EQ(text.find("serial no 4712"), std::string::npos) << text;
+  EXPECT_EQ(text.find("serial no 0"), std::string::npos) << text;
+}
+
+TEST_F(AnnouncementListener, LogsNothingAtLevelThree) {
+  Config().level = 3;
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+  listener.Stop();
+  const std::string text = LogText();
+  EXPECT_EQ(text.find("Broadcast from"), std::string::npos) << text;
+  EXPECT_EQ(text.find("Card reopen"), std::string::npos) << text;
+}
+
+TEST_F(AnnouncementListener, StopCutsAReopenShort) {
+  fake->Hang(true);
+  ASSERT_TRUE(AnnounceUntil([&] { return fake->Count({0xFF, 0x01}) > 1; }, "127.0.0.2", 4711));
+  const uint32_t start = TickMs();
+  listener.Stop();
+  EXPECT_LT(TickMs() - start, 1500U);
+  EXPECT_EQ(card.SerialNumber(), 4711U);
+  EXPECT_FALSE(card.ControllersRunning());
+}
+
+TEST_F(AnnouncementListener, CanBeStoppedTwiceAndStartedAgain) {
+  listener.Stop();
+  listener.Stop();
+  ASSERT_TRUE(listener.Start({&card}, {{Address("127.0.0.2"), Address("127.0.0.1")}}));
+  EXPECT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+}
+
+}  // namespace
+}  // namespace zelk

@@ -1,0 +1,87 @@
+#include "card/card_core.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <thread>
+
+#include "card/card.h"
+#include "platform/clock.h"
+#include "pri_pair.h"
+#include "recording_handlers.h"
+
+namespace zelk {
+namespace {
+
+class CardCore : public testing::Test {
+ protected:
+  CCard card{0};
+  CCardCore core{card, 0};
+  CRecordingHandlers handlers;
+};
+
+TEST_F(CardCore, FramesOfLibpriAreTakenWithTheirFcs) {
+  const uint8_t frame[5] = {};
+  EXPECT_EQ(core.OnPriFrame(0, frame, 5), 5);
+  EXPECT_EQ(core.OnPriFrame(0, frame, 2), 2);
+  EXPECT_EQ(core.OnPriFrame(0, frame, 1), 0);
+  EXPECT_EQ(core.OnPriFrame(8, frame, 5), 0);
+}
+
+TEST_F(CardCore, AFrameTooLongForAMessageIsRefusedButTakenFromLibpri) {
+  const std::vector<uint8_t> frame(303, 0);
+  EXPECT_TRUE(core.SendDchannelFrame(0, frame.data(), 300));
+  EXPECT_FALSE(core.SendDchannelFrame(0, frame.data(), 301));
+  EXPECT_EQ(core.OnPriFrame(0, frame.data(), 303), 303);
+}
+
+TEST_F(CardCore, AudioNoticesAreCardNotices) {
+  core.OnAudioNotice("before the handlers");
+  core.handlers = &handlers;
+  core.OnAudioNotice("text");
+  EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 1 text0"});
+}
+
+TEST_F(CardCore, MessageLinesShowTheTrunksOfEarlierCards) {
+  EXPECT_EQ(core.MessageCard(), 0U);
+  handlers.firstGlobalTrunk = 9;
+  core.handlers = &handlers;
+  EXPECT_EQ(core.MessageCard(), 9U);
+}
+
+TEST_F(CardCore, CardStatesNeedHandlers) {
+  core.ReportCardState(1);
+  core.handlers = &handlers;
+  core.ReportCardState(0);
+  EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 3 0"});
+}
+
+TEST_F(CardCore, ControllersAreReleasedWithoutTheOneInUse) {
+  CPriSide side(2);
+  for (CTrunk& trunk : core.trunks) {
+    trunk.controller = CPriController::Create(core, 0, 2, 5);
+    trunk.opening = 7;
+  }
+  CEvent isHeld;
+  CEvent mayGo;
+  std::thread user([&] {
+    const CScopedLock<CRecursiveMutex> held(core.trunks[3].lock);
+    isHeld.Set();
+    mayGo.Wait();
+  });
+  isHeld.Wait();
+  EXPECT_FALSE(core.ReleaseControllers(20));
+  for (size_t trunk = 0; trunk < kMaxTrunks; ++trunk) {
+    EXPECT_EQ(core.trunks[trunk].controller != nullptr, trunk == 3) << trunk;
+  }
+  mayGo.Set();
+  user.join();
+  core.ReleaseLeftovers(6);
+  EXPECT_NE(core.trunks[3].controller, nullptr);
+  core.ReleaseLeftovers(7);
+  EXPECT_EQ(core.trunks[3].controller, nullptr);
+  EXPECT_TRUE(core.ReleaseControllers(0));
+}
+
+}  // namespace
+}  // namespace zelk

@@ -1,0 +1,74 @@
+#include "card/control_link.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "fake_card.h"
+#include "platform/clock.h"
+
+namespace zelk {
+namespace {
+
+uint32_t Address(const char* text) {
+  uint32_t address = 0;
+  EXPECT_TRUE(ParseIpv4(text, address));
+  return address;
+}
+
+TEST(ControlLink, ConnectsAndSends) {
+  CFakeCard card;
+  ASSERT_TRUE(card.IsReady());
+  CControlLink link;
+  EXPECT_FALSE(link.IsOpen());
+  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  EXPECT_TRUE(link.IsOpen());
+  const uint8_t message[] = {0xFF, 0x04};
+  link.Send(message, sizeof message);
+  EXPECT_TRUE(card.WaitFor({0xFF, 0x04}));
+}
+
+TEST(ControlLink, ARefusedConnectionFails) {
+  CControlLink link;
+  EXPECT_FALSE(link.Connect(Address("127.0.0.9"), 5854, Address("127.0.0.1"), nullptr));
+  EXPECT_FALSE(link.IsOpen());
+}
+
+TEST(ControlLink, AForeignLocalAddressFails) {
+  CFakeCard card;
+  CControlLink link;
+  EXPECT_FALSE(link.Connect(Address(card.Address()), 5854, Address("192.0.2.1"), nullptr));
+}
+
+TEST(ControlLink, SendingWithoutAConnectionDoesNothing) {
+  CControlLink link;
+  const uint8_t message[] = {0xFF, 0x04};
+  link.Send(message, sizeof message);
+  link.Close();
+  EXPECT_EQ(link.Socket(), nullptr);
+}
+
+TEST(ControlLink, CloseEndsAWait) {
+  CFakeCard card;
+  CControlLink link;
+  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  std::thread closer([&] { link.Close(); });
+  EXPECT_EQ(link.Socket()->WaitReadable(kWaitForever), EWait::kError);
+  closer.join();
+  EXPECT_FALSE(link.IsOpen());
+}
+
+TEST(ControlLink, ANewConnectionHasASocketOfItsOwn) {
+  CFakeCard card;
+  CControlLink link;
+  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  const std::shared_ptr<CSocket> first = link.Socket();
+  link.Close();
+  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  EXPECT_NE(link.Socket(), first);
+  EXPECT_FALSE(first->IsOpen());
+  EXPECT_TRUE(link.IsOpen());
+}
+
+}  // namespace
+}  // namespace zelk

@@ -1,0 +1,191 @@
+#include "card/discovery.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "card/card.h"
+#include "fake_card.h"
+#include "platform/socket.h"
+#include "runtime/log.h"
+
+namespace zelk {
+namespace {
+
+Message Reply(const char* magic = "ZELK R", uint8_t version = 1, size_t length = 15) {
+  Message datagram(magic, magic + 6);
+  datagram.push_back(version);
+  datagram.resize(length);
+  return datagram;
+}
+
+bool IsReply(const Message& datagram) {
+  return IsDiscoveryReply(datagram.data(), datagram.size());
+}
+
+TEST(DiscoveryReply, NeedsHeadVersionAndLength) {
+  EXPECT_TRUE(IsReply(Reply()));
+  EXPECT_TRUE(IsReply(Reply("ZELK R", 1, 1500)));
+  EXPECT_FALSE(IsReply(Reply("ZELK R", 1, 14)));
+  EXPECT_FALSE(IsReply(Reply("ZELK R", 2)));
+  EXPECT_FALSE(IsReply(Reply("ZELK R", 0)));
+  EXPECT_FALSE(IsReply(Reply("ZELK D")));
+  EXPECT_FALSE(IsReply(Reply("zelk r")));
+  EXPECT_FALSE(IsReply({}));
+}
+
+TEST(Announcement, CarriesTheSerialNumberAt18) {
+  std::array<uint8_t, kDatagramBytes> buffer{};
+  const Message datagram = Reply("ZELK B", 1, 22);
+  std::copy(datagram.begin(), datagram.end(), buffer.begin());
+  buffer[18] = 0x78;
+  buffer[19] = 0x56;
+  buffer[20] = 0x34;
+  buffer[21] = 0xF2;
+  uint32_t serialNumber = 0;
+  ASSERT_TRUE(ParseAnnouncement(buffer, 22, serialNumber));
+  EXPECT_EQ(serialNumber, 0xF2345678U);
+  ASSERT_TRUE(ParseAnnouncement(buffer, 15, serialNumber));
+  EXPECT_EQ(serialNumber, 0xF2345678U) << "a short one is read from what the buffer held";
+  EXPECT_FALSE(ParseAnnouncement(buffer, 14, serialNumber));
+  EXPECT_FALSE(ParseAnnouncement(buffer, kDatagramBytes + 1, serialNumber));
+  buffer[6] = 2;
+  EXPECT_FALSE(ParseAnnouncement(buffer, 22, serialNumber));
+  buffer[6] = 1;
+  buffer[5] = 'R';
+  EXPECT_FALSE(ParseAnnouncement(buffer, 22, serialNumber));
+}
+
+uint32_t Address(const char* text) {
+  uint32_t address = 0;
+  EXPECT_TRUE(ParseIpv4(text, address)) << text;
+  return address;
+}
+
+TEST(BroadcastAddress, SetsTheBitsOutsideTheMask) {
+  EXPECT_EQ(BroadcastAddress(Address("10.1.2.3"), Address("255.255.255.0")), Address("10.1.2.255"));
+  EXPECT_EQ(BroadcastAddress(Address("127.0.0.1"), Address("255.0.0.0")), Address("127.255.255.255"));
+  EXPECT_EQ(BroadcastAddress(Address("10.1.2.3"), Address("255.255.255.255")), Address("10.1.2.3"));
+}
+
+TEST(AddDiscoveredCard, KeepsTheFirstAdapterAndTheBound) {
+  std::vector<SDiscoveredCard> cards;
+  EXPECT_TRUE(AddDiscoveredCard(cards, {1, 100}));
+  EXPECT_TRUE(AddDiscoveredCard(cards, {1, 200}));
+  ASSERT_EQ(cards.size(), 1U);
+  EXPECT_EQ(cards[0].localAddress, 100U);
+  for (uint32_t i = 2; i <= kMaxCards; ++i) {
+    EXPECT_TRUE(AddDiscoveredCard(cards, {i, 100}));
+  }
+  EXPECT_FALSE(AddDiscoveredCard(cards, {kMaxCards + 1, 100}));
+  EXPECT_TRUE(AddDiscoveredCard(cards, {5, 100}));
+  EXPECT_EQ(cards.size(), size_t{kMaxCards});
+}
+
+struct SAnswer {
+  std::string address;
+  Message datagram;
+};
+
+// Answers every probe with datagrams from addresses of its own.
+class CFakeNeighbours {
+ public:
+  explicit CFakeNeighbours(std::vector<SAnswer> chosen) : answers(std::move(chosen)) {
+    receiver = socket(AF_INET, SOCK_DGRAM, 0);
+    const int on = 1;
+    setsockopt(receiver, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const sockaddr_in local = SystemAddress("0.0.0.0", 5854);
+    isReady = bind(receiver, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
+    worker = std::thread([this] { Run(); });
+  }
+  ~CFakeNeighbours() {
+    stopping = true;
+    worker.join();
+    close(receiver);
+  }
+
+  bool isReady = false;
+  std::atomic<int> probes{0};
+
+ private:
+  void Run() {
+    while (!stopping) {
+      pollfd polled{receiver, POLLIN, 0};
+      if (poll(&polled, 1, 10) > 0) {
+        Take();
+      }
+    }
+  }
+  void Take() {
+    char buffer[1500];
+    sockaddr_in from{};
+    socklen_t size = sizeof from;
+    const ssize_t length = recvfrom(receiver, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &size);
+    if (length != 6 || std::memcmp(buffer, "ZELK D", 6) != 0) {
+      return;
+    }
+    ++probes;
+    from.sin_port = htons(5854);
+    for (const SAnswer& answer : answers) {
+      const int sender = socket(AF_INET, SOCK_DGRAM, 0);
+      const sockaddr_in local = SystemAddress(answer.address, 0);
+      (void)!bind(sender, reinterpret_cast<const sockaddr*>(&local), sizeof local);
+      sendto(sender, answer.datagram.data(), answer.datagram.size(), 0, reinterpret_cast<const sockaddr*>(&from), size);
+      close(sender);
+    }
+  }
+
+  const std::vector<SAnswer> answers;
+  int receiver = -1;
+  std::atomic<bool> stopping{false};
+  std::thread worker;
+};
+
+TEST(Discovery, CountsEachCardOnceInTheOrderOfTheFirstReplies) {
+  CFakeNeighbours neighbours({{"127.0.0.9", Reply()},
+                              {"127.0.0.5", Reply("ZELK R", 1, 14)},
+                              {"127.0.0.6", Reply("ZELK R", 2)},
+                              {"127.0.0.7", Reply("OTHER!")},
+                              {"127.0.0.8", Reply("ZELK R", 1, 64)}});
+  ASSERT_TRUE(neighbours.isReady);
+  std::vector<SDiscoveredCard> cards;
+  EXPECT_EQ(DiscoverCards(cards), 2);
+  ASSERT_EQ(cards.size(), 2U);
+  EXPECT_EQ(FormatIpv4(cards[0].cardAddress), "127.0.0.9");
+  EXPECT_EQ(FormatIpv4(cards[1].cardAddress), "127.0.0.8");
+  EXPECT_EQ(FormatIpv4(cards[0].localAddress), "127.0.0.1");
+  EXPECT_EQ(neighbours.probes, 3);
+}
+
+TEST(Discovery, FindsNothingWhereNobodyAnswers) {
+  std::vector<SDiscoveredCard> cards{{1, 2}};
+  EXPECT_EQ(DiscoverCards(cards), 0);
+  EXPECT_TRUE(cards.empty());
+}
+
+TEST(Discovery, TakesTwentyCardsAndNotesThatThereAreMoreOnce) {
+  const std::string path = (std::filesystem::temp_directory_path() / "zelk-discovery-test.log").string();
+  std::filesystem::remove(path);
+  std::vector<SAnswer> answers;
+  for (int i = 1; i <= 23; ++i) {
+    answers.push_back({"127.0.1." + std::to_string(i), Reply()});
+  }
+  CFakeNeighbours neighbours(answers);
+  std::vector<SDiscoveredCard> cards;
+  EXPECT_EQ(DiscoverCards(cards), 20);
+  EXPECT_EQ(FormatIpv4(cards[19].cardAddress), "127.0.1.20");
+  ASSERT_TRUE(Log().Start(path));
+  Log().Stop();
+  std::ifstream file(path, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const std::string line = "Discovery: more than 20 cards answered";
+  ASSERT_NE(text.find(line), std::string::npos) << text;
+  EXPECT_EQ(text.find(line, text.find(line) + 1), std::string::npos);
+  std::filesystem::remove(path);
+}
+
+}  // namespace
+}  // namespace zelk

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "card/card.h"
+
+namespace zelk {
+
+// Writes down what a card reports, each as a line.
+class CRecordingHandlers : public ICardHandlers {
+ public:
+  void OnCardState(CCard&, ECardCode code, const char* text, uint32_t value) override {
+    Note("card " + std::to_string(code) + " " + (text == nullptr ? "" : text) + std::to_string(value));
+  }
+  void OnTrunkStatus(CCard&, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) override {
+    Note("trunk " + std::to_string(trunk) + " " + std::to_string(code) + " " + std::to_string(value16) + " " +
+         std::to_string(value32));
+    if (onStatus) {
+      onStatus(trunk, code);
+    }
+  }
+  void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) override {
+    Note("call " + std::to_string(trunk) + " " + std::to_string(channel) + " " + std::to_string(code));
+    if (onCall) {
+      onCall(card, trunk, code, event);
+    }
+  }
+  void OnCardReopening(CCard&) override { Note("reopening"); }
+  uint32_t FirstGlobalTrunk() const override { return firstGlobalTrunk; }
+  void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {}
+
+  std::vector<std::string> Lines() const {
+    const std::lock_guard<std::mutex> held(lock);
+    return lines;
+  }
+  size_t Count(const std::string& line) const {
+    const std::lock_guard<std::mutex> held(lock);
+    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+  }
+  bool WaitFor(const std::string& line, size_t times = 1, int timeoutMs = 10000) const {
+    std::unique_lock<std::mutex> held(lock);
+    return changed.wait_for(held, std::chrono::milliseconds(timeoutMs),
+                            [&] { return static_cast<size_t>(std::count(lines.begin(), lines.end(), line)) >= times; });
+  }
+
+  // Set before the handlers are given to a card.
+  std::function<void(uint32_t, ETrunkStatus)> onStatus;
+  std::function<void(CCard&, uint16_t, ECallEvent, const SPriEvent&)> onCall;
+  uint32_t firstGlobalTrunk = 0;
+
+ private:
+  void Note(const std::string& line) {
+    const std::lock_guard<std::mutex> held(lock);
+    lines.push_back(line);
+    changed.notify_all();
+  }
+
+  mutable std::mutex lock;
+  mutable std::condition_variable changed;
+  std::vector<std::string> lines;
+};
+
+inline const char* const kUpLine = "trunk 0 257 0 0";
+
+}  // namespace zelk

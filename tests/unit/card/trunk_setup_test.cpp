@@ -1,0 +1,114 @@
+#include "card/trunk_setup.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "card/card.h"
+#include "fake_card.h"
+#include "platform/clock.h"
+#include "platform/module.h"
+#include "runtime/config.h"
+#include "runtime/paths.h"
+
+namespace zelk {
+namespace {
+
+TEST(NodeType, TwoClientTypesStandForOthers) {
+  EXPECT_EQ(NodeTypeOf(1000), 5);
+  EXPECT_EQ(NodeTypeOf(1001), 10);
+  for (const int32_t type : {-1, 0, 1, 2, 3, 999, 1002}) {
+    EXPECT_EQ(NodeTypeOf(type), type);
+  }
+}
+
+// A card opened with an ini file of the test's own.
+class TrunkSetup : public testing::Test {
+ protected:
+  void SetUp() override {
+    ini = (std::filesystem::temp_directory_path() / "zelk-trunk-setup-test.ini").string();
+    std::ofstream(ini) << "[General]\nNumberType=65\nSwitchType=4\nCrc4=258\n"
+                          "[4711-1]\nClientType=1001\nHangupOnAlerting=1\nHdlcLog=1\nEchoCanceller=1\n"
+                          "[4711-2]\nClientType=3\nCrc4=7\nSwitchType=5\n";
+    Config().Read(ini);
+    std::string module;
+    ASSERT_TRUE(ModulePath(module));
+    capturePath = CapturePath(DerivePaths(module, kPathSeparator).directory, kPathSeparator, 4711, 1);
+    std::remove(capturePath.c_str());
+  }
+  void TearDown() override {
+    std::remove(ini.c_str());
+    std::remove(capturePath.c_str());
+    Config().Read("");
+  }
+  std::string Capture() const {
+    std::ifstream file(capturePath, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+  std::string ini;
+  std::string capturePath;
+};
+
+TEST_F(TrunkSetup, EveryTrunkTakesItsSectionAndTheGeneralValues) {
+  CFakeCard fake;
+  CCard card(0);
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  EXPECT_EQ(card.Trunk(0).nodeType, 10);
+  EXPECT_EQ(card.Trunk(0).switchType, 4);
+  EXPECT_EQ(card.Trunk(0).numberType, 65);
+  EXPECT_TRUE(card.Trunk(0).hangupOnAlerting);
+  EXPECT_TRUE(card.Trunk(0).echoEnabled);
+  EXPECT_EQ(card.Trunk(1).nodeType, 3);
+  EXPECT_EQ(card.Trunk(1).switchType, 5);
+  EXPECT_FALSE(card.Trunk(1).hangupOnAlerting);
+  EXPECT_FALSE(card.Trunk(1).echoEnabled);
+  EXPECT_EQ(card.Trunk(2).nodeType, 2) << "a position without a trunk keeps the opening's value";
+}
+
+TEST_F(TrunkSetup, TheConfigurationCarriesEachTrunksCrc4AndTheLastOneStays) {
+  CFakeCard fake;
+  CCard card(0);
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 1, 1, 2, 0, 0, 0, 0}));
+  EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 2, 1, 7, 0, 0, 0, 0}));
+  card.SendTrunkConfiguration(0);
+  EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 1, 1, 7, 0, 0, 0, 0}));
+}
+
+size_t Lines(const std::string& text, char direction) {
+  size_t count = 0;
+  for (size_t at = 0; at < text.size(); at = text.find("\r\n", at) + 2) {
+    count += text[at] == direction;
+  }
+  return count;
+}
+
+TEST_F(TrunkSetup, TheCaptureHoldsSentFramesAndReceivedOnesWithAnEvent) {
+  std::ofstream(ini) << "[4711-1]\nHdlcLog=1\n";
+  CFakeCard::SOptions options;
+  options.playsNetwork = true;
+  CFakeCard fake(options);
+  CCard card(0);
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  ASSERT_TRUE(fake.WaitForNetworkEvent(kPriDchannelUp, 2));
+  const uint32_t start = TickMs();
+  while (Lines(Capture(), 'I') == 0 && TickMs() - start < 10000) {
+    SleepMs(1);
+  }
+  card.Close();
+  const std::string text = Capture();
+  EXPECT_NE(text.find(" 0000 00 01 7F \r\n"), std::string::npos) << text;
+  EXPECT_EQ(Lines(text, 'I'), 1U) << text;
+  EXPECT_EQ(Lines(text, 'O'), fake.Count({0xFF, 0x10, 1}));
+
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  card.Close();
+  EXPECT_EQ(Capture().substr(0, text.size()), text) << "the next opening appends";
+  EXPECT_GT(Capture().size(), text.size());
+}
+
+}  // namespace
+}  // namespace zelk
