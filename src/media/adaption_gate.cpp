@@ -6,7 +6,7 @@ namespace zelk {
 namespace {
 
 constexpr int kSentShift = 5;
-constexpr int kReceivedShift = 3;
+constexpr int kPeakShift = 3;
 constexpr float kEstimatePace = 1.0F / 64;
 constexpr int32_t kLoudHangover = 600;  // 75 ms
 constexpr int32_t kHangover = 400;
@@ -23,7 +23,8 @@ CAdaptionGate::CAdaptionGate(int32_t taps) : stretches(std::min(taps, kMaxTaps) 
 
 bool CAdaptionGate::Open(int16_t sent, int16_t received) {
   sentPower += (int32_t{sent} * sent - sentPower) >> kSentShift;
-  receivedPower += (int32_t{received} * received - receivedPower) >> kReceivedShift;
+  sentPeakPower += (int32_t{sent} * sent - sentPeakPower) >> kPeakShift;
+  receivedPower += (int32_t{received} * received - receivedPower) >> kPeakShift;
   TrackTail();
   if (receivedPower >= std::max(tailMaximum, stretchMaximum))
     loudNearEnd = kLoudHangover;
@@ -34,7 +35,7 @@ bool CAdaptionGate::Open(int16_t sent, int16_t received) {
 }
 
 void CAdaptionGate::TrackTail() {
-  stretchMaximum = std::max(stretchMaximum, sentPower);
+  stretchMaximum = std::max(stretchMaximum, sentPeakPower);
   if (++samplesInStretch < kStretch)
     return;
   samplesInStretch = 0;

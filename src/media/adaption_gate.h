@@ -36,6 +36,7 @@ class CAdaptionGate {
   int32_t tailMaximum = 0;
   // Mean powers.
   int32_t sentPower = 0;      // over 32 samples, as the canceller measures it
+  int32_t sentPeakPower = 0;  // over 8
   int32_t receivedPower = 0;  // over 8
   float estimatePower = 0;    // over 64
   float residualPower = 0;

@@ -9,6 +9,20 @@
 
 namespace zelk {
 
+namespace {
+
+// False too when there is no memory for the thread's record.
+template <class Body>
+bool StartThread(CThread& thread, const char* name, EThreadPriority priority, Body body) {
+  try {
+    return thread.Start(name, std::move(body), priority);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+}  // namespace
+
 class CAudioStream::CImpl {
  public:
   explicit CImpl(IAudioNotice& cardNotice) : notice(cardNotice), controls(std::make_shared<SAudioControls>()) {}
@@ -51,13 +65,14 @@ uint16_t CAudioStream::LocalPort() const {
 
 bool CAudioStream::StartPacer() {
   const std::shared_ptr<CAudioSession> session = impl->session;
-  return session != nullptr && impl->pacer.Start("zelk-pacer", [session] { session->RunPacer(); });
+  return session != nullptr &&
+         StartThread(impl->pacer, "zelk-pacer", EThreadPriority::kNormal, [session] { session->RunPacer(); });
 }
 
 bool CAudioStream::StartReceiver() {
   const std::shared_ptr<CAudioSession> session = impl->session;
-  return session != nullptr && impl->receiver.Start(
-                                   "zelk-audio", [session] { session->RunReceiver(); }, EThreadPriority::kProAudio);
+  return session != nullptr &&
+         StartThread(impl->receiver, "zelk-audio", EThreadPriority::kProAudio, [session] { session->RunReceiver(); });
 }
 
 void CAudioStream::ConfigureEcho(uint32_t trunk, int32_t tailMs) {

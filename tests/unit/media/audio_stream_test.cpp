@@ -14,6 +14,7 @@
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "platform/socket.h"
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -164,6 +165,7 @@ class AudioStream : public testing::Test {
   CTestHook hook;
   CAudioStream stream{notice};
   uint16_t port = 0;
+  bool opened = false;
 };
 
 TEST_F(AudioStream, AFirstPacketWithABacklogOf7GetsThreeRepliesAndEveryNextOneGetsOne) {
@@ -369,6 +371,23 @@ TEST_F(AudioStream, AnOpeningWithAWrongTrunkCountOrAddressFailsAndTheNextSucceed
   Open();
   EXPECT_EQ(Exchange(MakePacket(1, 5, 648)).size(), 648U);
   Close();
+}
+
+TEST_F(AudioStream, WithoutMemoryAStepFailsAndTheNextOpeningSucceeds) {
+  const auto openAndClose = [&] {
+    stream.ResetChannels(SDtmfSettings());
+    const bool open = stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 1, 2);
+    opened = open && stream.StartPacer() && stream.StartReceiver();
+    stream.ConfigureEcho(0, 32);
+    stream.ConfigureEcho(0, 32);
+    Close();
+  };
+  const uint32_t failures = support::ForEachFailingAllocation(openAndClose, [&](bool failed) {
+    // Only an echo canceller's loss is not the opening's.
+    EXPECT_TRUE(opened || failed);
+  });
+  EXPECT_GT(failures, 128U);  // two rings and a store for each of 64 pools
+  EXPECT_TRUE(opened);
 }
 
 TEST_F(AudioStream, CallsOnAClosedStreamAndOutOfRangeAreHarmless) {
