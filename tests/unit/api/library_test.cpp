@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -45,7 +44,6 @@ class CLibraryTest : public ::testing::Test {
     library.Shutdown();
     ApplicationEvents().SetEventCallback(nullptr);
     Log().Stop();
-    std::filesystem::remove(LogPath());
   }
 
   void MakeCards(const std::vector<uint8_t>& trunkCounts, bool playsNetwork = false) {
@@ -67,9 +65,15 @@ class CLibraryTest : public ::testing::Test {
     ModulePath(module);
     return DerivePaths(module, kPathSeparator).log;
   }
-  static std::string LogText() {
+  // Other tests' processes write to the same file at the same time: nobody removes it, each reads what is new.
+  static std::streamoff LogSize() {
+    std::ifstream file(LogPath(), std::ios::ate);
+    return file ? static_cast<std::streamoff>(file.tellg()) : 0;
+  }
+  static std::string LogTextFrom(std::streamoff start) {
     Log().Stop();
     std::ifstream file(LogPath());
+    file.seekg(start);
     std::stringstream text;
     text << file.rdbuf();
     return text.str();
@@ -130,12 +134,15 @@ TEST_F(CLibraryTest, CardThatDoesNotOpenKeepsItsIndexAndGetsNoChannels) {
 
 TEST_F(CLibraryTest, TrunksThatDoNotFitTheTableGetNoChannels) {
   MakeCards({8, 8, 8, 8, 8});
+  const std::streamoff start = LogSize();
   ASSERT_TRUE(library.Init());
   EXPECT_EQ(library.Channels().Count(), 1020);
   EXPECT_EQ(Channel(1019)->cardIndex, 4);
   EXPECT_EQ(Channel(1019)->trunkIndex, 1);
   EXPECT_EQ(Channel(1020), nullptr);
-  EXPECT_NE(LogText().find("Card 4: 6 of 8 Trunks have no channels, the channel table is full"), std::string::npos);
+  const std::string log = LogTextFrom(start);
+  EXPECT_NE(log.find("  G :Card 4: 6 of 8 Trunks have no channels, the channel table is full"), std::string::npos)
+      << log;
 }
 
 TEST_F(CLibraryTest, SecondInitKeepsChannelsAndReadsTheLevelAgain) {
@@ -171,14 +178,14 @@ TEST_F(CLibraryTest, EveryInitAfterAShutdownReportsTheTrunksThatComeUp) {
   }
 }
 
-TEST_F(CLibraryTest, SecondCardsTrunkLinesShowTheTrunksOfTheFirst) {
+TEST_F(CLibraryTest, TrunksOfTheSecondCardStandBehindThoseOfTheFirst) {
   MakeCards({2, 1}, true);
   ApplicationEvents().SetEventCallback(&CountUp);
   ASSERT_TRUE(library.Init());
-  ASSERT_TRUE(WaitFor([] { return channelsUp == 90; })) << channelsUp;
-  const std::string log = LogText();
-  EXPECT_NE(log.find("  G :Card 0: Trunk 1 - DCHANNEL UP"), std::string::npos) << log;
-  EXPECT_NE(log.find("  G :Card 2: Trunk 0 - DCHANNEL UP"), std::string::npos) << log;
+  // Counted as the first trunk of all, or as card number 1, it would bring up other channels or none.
+  EXPECT_TRUE(WaitFor([] { return channelsUp == 90; })) << channelsUp;
+  EXPECT_EQ(Channel(60)->linkState, 1);
+  EXPECT_EQ(Channel(89)->linkState, 1);
 }
 
 TEST_F(CLibraryTest, InitAndShutdownOnSeveralThreadsTakeTurns) {

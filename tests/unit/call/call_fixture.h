@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -86,7 +87,7 @@ class CLogCapture {
  public:
   explicit CLogCapture(int32_t level)
       : path(std::filesystem::temp_directory_path() /
-             ("zelk-call-test-" + std::to_string(reinterpret_cast<uintptr_t>(this)) + ".log")) {
+             ("zelk-call-test-" + std::to_string(std::random_device()()) + ".log")) {
     // Lines of before go to the file, and the file goes.
     Log().Start(path.string());
     Log().Stop();
