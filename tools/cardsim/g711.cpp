@@ -1,7 +1,9 @@
 #include "cardsim/g711.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 namespace cardsim {
@@ -14,7 +16,8 @@ constexpr double kFullScale = 32768.0;
 
 std::uint8_t EncodeALaw(std::int16_t linear) {
   const bool positive = linear >= 0;
-  const unsigned magnitude = static_cast<unsigned>(positive ? linear : -1 - linear) >> 4;  // 0 to 2047
+  // Symmetric about zero: a value and its negative get the same magnitude.
+  const unsigned magnitude = static_cast<unsigned>(std::min(std::abs(int{linear}), 32767)) >> 4;  // 0 to 2047
   unsigned code = magnitude;  // the two lowest segments have steps of one
   if (magnitude >= 32) {
     const unsigned segment = static_cast<unsigned>(std::bit_width(magnitude)) - 4;

@@ -39,7 +39,8 @@ void AddOfferOptions(CLI::App& app, SOptions& options) {
   app.add_option("--calls-per-second", options.callsPerSecond, "rate; 0 offers none")
       ->check(CLI::Range(0.0, 10000.0))
       ->group(group);
-  app.add_option("--calls", options.calls, "end after this many calls")->group(group);
+  app.add_option("--calls", options.calls, "offer so many calls, then end")->group(group);
+  app.add_flag("--stay", options.stay, "do not end then, go on taking calls")->group(group);
   app.add_option("--concurrent", options.concurrent, "never more calls than this at a time")
       ->check(CLI::NonNegativeNumber)
       ->group(group);

@@ -22,6 +22,7 @@ struct SOptions {
 
   double callsPerSecond = 0;
   std::uint64_t calls = 0;  // 0: no limit
+  bool stay = false;        // the end of the calls is not the end of the program
   int concurrent = 0;       // 0: as many as there are timeslots
   std::string calling = "5551000";
   std::string called = "100";

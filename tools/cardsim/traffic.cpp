@@ -228,7 +228,7 @@ std::string CTraffic::Save(const SCallRecord& record, const Bytes& samples) cons
 }
 
 bool CTraffic::IsDone() const {
-  return options.calls > 0 && placed >= options.calls && Active() == 0;
+  return options.calls > 0 && !options.stay && placed >= options.calls && Active() == 0;
 }
 
 std::size_t CTraffic::Active() const {

@@ -6,12 +6,7 @@ namespace {
 
 // Waits for the one trunk that matters.
 void RequireReady(CSession& session, int32_t channel, int trunkSeconds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(trunkSeconds);
-  while (ZELK_GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) == ZELK_CHANNEL_DOWN &&
-         std::chrono::steady_clock::now() < deadline && !CSession::StopRequested()) {
-    SPhoneEvent event;
-    session.NextEvent(event, std::chrono::milliseconds(100));
-  }
+  session.WaitForChannel(channel, std::chrono::seconds(trunkSeconds));
   if (ZELK_GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_READY) {
     throw CPhoneError("channel " + std::to_string(channel) + " is " + InfoText(channel, ZELK_INFO_CHANNELSTATE));
   }

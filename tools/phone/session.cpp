@@ -6,6 +6,9 @@ namespace phone {
 
 namespace {
 
+// A signal handler cannot wake a condition variable, so every wait looks up from time to time.
+constexpr std::chrono::milliseconds kLook{50};
+
 volatile std::sig_atomic_t stopSignal = 0;
 
 void OnStopSignal(int /*signal*/) {
@@ -55,28 +58,36 @@ bool CSession::StopRequested() {
 }
 
 int32_t CSession::WaitForTrunks(std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  int32_t usable = CountUsable();
-  while (usable < ChannelCount() && std::chrono::steady_clock::now() < deadline && !StopRequested()) {
-    SPhoneEvent event;
-    NextEvent(event, std::chrono::milliseconds(100));
-    usable = CountUsable();
-  }
-  return usable;
+  WaitUntil(limit, [this] { return CountUsable() == ChannelCount(); });
+  return CountUsable();
 }
 
-bool CSession::NextEvent(SPhoneEvent& event, std::chrono::milliseconds limit) {
-  // A signal handler cannot wake a condition variable, so the wait looks up from time to time.
-  constexpr std::chrono::milliseconds kLook{50};
+bool CSession::WaitForChannel(int32_t channel, std::chrono::milliseconds limit) {
+  return WaitUntil(limit, [&] { return ZELK_GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) >= ZELK_CHANNEL_READY; });
+}
+
+bool CSession::WaitUntil(std::chrono::milliseconds limit, const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
-  std::unique_lock<std::mutex> guard(lock);
-  while (events.empty()) {
+  while (!condition()) {
     const auto now = std::chrono::steady_clock::now();
     if (now >= deadline || StopRequested()) {
       return false;
     }
+    std::unique_lock<std::mutex> guard(lock);
     arrived.wait_until(guard, std::min(deadline, now + kLook));
   }
+  return true;
+}
+
+bool CSession::NextEvent(SPhoneEvent& event, std::chrono::milliseconds limit) {
+  const auto hasEvent = [this] {
+    const std::lock_guard<std::mutex> guard(lock);
+    return !events.empty();
+  };
+  if (!WaitUntil(limit, hasEvent)) {
+    return false;
+  }
+  const std::lock_guard<std::mutex> guard(lock);
   event = events.front();
   events.pop_front();
   return true;

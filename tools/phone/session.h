@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -38,14 +39,20 @@ class CSession {
   CSession& operator=(const CSession&) = delete;
 
   int32_t ChannelCount() const { return ZELK_GetChannelCount(); }
-  // Waits until every channel is usable, or the limit passes; returns how many are.
+  // Waits until every channel is usable, or the limit passes; returns how many are. Takes no event from the queue: a
+  // call may be offered meanwhile.
   int32_t WaitForTrunks(std::chrono::milliseconds limit);
+  // The same for one channel; false when it is still down.
+  bool WaitForChannel(int32_t channel, std::chrono::milliseconds limit);
   // Waits for the next event; false when the limit passed or the user asked to stop.
   bool NextEvent(SPhoneEvent& event, std::chrono::milliseconds limit);
   // The user pressed Ctrl-C, or the system asks the program to end.
   static bool StopRequested();
 
  private:
+  // Looks at the condition again whenever something happened.
+  bool WaitUntil(std::chrono::milliseconds limit, const std::function<bool()>& condition);
+
   static void ZELK_CALL OnEvent(int32_t channel, uint32_t event, int32_t param);
   static void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length);
 
