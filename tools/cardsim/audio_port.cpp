@@ -65,7 +65,7 @@ void CAudioPort::Close() {
 void CAudioPort::Start(const std::string& address, std::uint16_t port) {
   reactor.Call([&] { socket->library = {asio::ip::make_address_v4(address), port}; });
   const std::lock_guard guard(lock);
-  checker.Restart();
+  checker.Restart(std::chrono::steady_clock::now());
   streaming = true;
   due = std::chrono::steady_clock::now();
   nextSequence = 1;
@@ -77,7 +77,7 @@ void CAudioPort::Stop() {
   {
     const std::lock_guard guard(lock);
     streaming = false;
-    checker.Finish();
+    checker.Finish(std::chrono::steady_clock::now());
   }
   changed.notify_all();
 }

@@ -34,7 +34,7 @@ struct SCallRequest {
   bool exclusive = true;
   std::string calling = "5551000";
   std::string called = "100";
-  int numberPlan = 0x21;    // type and plan as libpri takes them: national, ISDN
+  int numberPlan = 0x21;      // type and plan as libpri takes them: national, ISDN
   std::string redirecting{};  // empty: none
   int redirectingReason = 15;
   // The caller gives up with cause 16 if it is not answered within this time; never when empty.

@@ -1,7 +1,5 @@
 #include "cardsim/pri_peer.h"
 
-#include <sys/time.h>
-
 extern "C" {
 #include <libpri.h>
 #include <pri_internal.h>

@@ -13,8 +13,8 @@ constexpr std::uint32_t kLargestLoss = 1000;
 
 }  // namespace
 
-void CReplyChecker::Restart() {
-  Finish();
+void CReplyChecker::Restart(Time now) {
+  Finish(now);
   first = true;
   lastSequence.reset();
 }
@@ -85,8 +85,10 @@ void CReplyChecker::ExpireOld(Time now) {
   }
 }
 
-void CReplyChecker::Finish() {
-  totals.missing += waiting.size();
+void CReplyChecker::Finish(Time now) {
+  for (const SSent& sent : waiting) {
+    ++(now - sent.time > lateAfter ? totals.missing : totals.cutOff);
+  }
   waiting.clear();
 }
 

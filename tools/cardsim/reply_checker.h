@@ -18,6 +18,7 @@ struct SAudioStatistics {
   std::uint64_t sequenceGaps = 0;  // the library's counter did not go up by one
   std::uint64_t badMagic = 0;
   std::uint64_t surplus = 0;  // answered no packet
+  std::uint64_t cutOff = 0;   // the stream ended before their time was over
   std::uint64_t outstanding = 0;
   std::uint32_t firstReplySequence = 0;
   double meanRoundTripMs = 0;
@@ -27,7 +28,7 @@ struct SAudioStatistics {
 // Job: pairs the library's replies with the packets they answer and counts what is wrong. The first packet makes the
 // library send (hint - 4) packets when its hint is 5 or more, else none; every later packet makes it send one.
 // Pairing is by order: the library's counter shows a reply lost on the way; a packet that the library passed over shows
-// when it has waited longer than kMissingAfter, or at Finish.
+// when it has waited longer than kMissingAfter, or at Finish longer than the limit for lateness.
 // Thread: audio, under the card's audio lock. Nothing blocks or fails.
 class CReplyChecker {
  public:
@@ -37,12 +38,12 @@ class CReplyChecker {
   explicit CReplyChecker(std::chrono::milliseconds limit) : lateAfter(limit) {}
 
   // A new stream begins: its first packet is to come. The totals go on.
-  void Restart();
+  void Restart(Time now);
   void OnSent(std::size_t bytes, std::uint64_t frame, std::uint8_t hint, Time now);
   // Returns the number of the first frame of the packet that the reply answers, if it answers one.
   std::optional<std::uint64_t> OnReply(ByteView reply, Time now);
-  // No more replies are waited for: what is outstanding is missing.
-  void Finish();
+  // No more replies are waited for.
+  void Finish(Time now);
   SAudioStatistics Statistics() const;
 
  private:

@@ -46,6 +46,7 @@ ordered_json AudioJson(const SAudioStatistics& audio) {
           {"replies", audio.replies},
           {"late", audio.late},
           {"missing", audio.missing},
+          {"cutOff", audio.cutOff},
           {"wrongSize", audio.wrongSize},
           {"sequenceGaps", audio.sequenceGaps},
           {"badMagic", audio.badMagic},

@@ -126,8 +126,11 @@ TEST_F(ReplyCheckerTest, WhatIsNeverAnsweredIsMissingAfterAWhileAndAtTheEnd) {
   Send();
   EXPECT_EQ(Statistics().missing, 1U);
   EXPECT_EQ(Statistics().outstanding, 1U);
-  checker.Finish();
+  now += 201ms;
+  Send();
+  checker.Finish(now);
   EXPECT_EQ(Statistics().missing, 2U);
+  EXPECT_EQ(Statistics().cutOff, 1U);  // the last one had its time still before it
   EXPECT_EQ(Statistics().outstanding, 0U);
 }
 
@@ -135,7 +138,7 @@ TEST_F(ReplyCheckerTest, NewStreamStartsAnewAndKeepsTheTotals) {
   Send();
   Send();
   Reply(0);
-  checker.Restart();
+  checker.Restart(now);
   Send();
   Send();
   Reply(77);

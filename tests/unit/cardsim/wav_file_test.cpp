@@ -1,10 +1,10 @@
 #include "cardsim/wav_file.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <stdexcept>
 
 #include "cardsim/audio_source.h"
@@ -50,7 +50,7 @@ class WavFileTest : public testing::Test {
   }
 
   std::filesystem::path directory =
-      std::filesystem::temp_directory_path() / ("cardsim-wav-" + std::to_string(getpid()));
+      std::filesystem::temp_directory_path() / ("cardsim-wav-" + std::to_string(std::random_device()()));
 };
 
 TEST_F(WavFileTest, CodesComeBackBitExact) {
