@@ -15,6 +15,8 @@ namespace {
 
 constexpr uint32_t kJoinMs = 3000;
 constexpr uint32_t kLockMs = 3000;
+constexpr uint32_t kCaptureLockMs =
+    100;  // the controllers are gone: only a callback that hangs holds a lock for longer
 constexpr uint32_t kAnswerMs = 1000;
 constexpr int kFurtherRequests = 2;
 constexpr uint32_t kStartPauseMs = 20;
@@ -161,7 +163,7 @@ void CCard::CloseLocked() {
   SleepMs(0);
   StopThreads();
   core->audio.FreeBuffers();
-  core->CloseCaptures(kLockMs);
+  core->CloseCaptures(kCaptureLockMs);
 }
 
 void CCard::StopThreads() {

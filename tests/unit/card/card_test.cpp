@@ -77,8 +77,7 @@ TEST_F(Card, TheControllersSpeakBeforeTheAudioPortIsTold) {
   ASSERT_TRUE(peer.WaitFor({0xFF, 0x05}));
   const std::vector<Message> all = peer.Messages();
   const auto position = [&](const Message& head) {
-    return std::find_if(all.begin(), all.end(),
-                        [&](const Message& message) { return std::equal(head.begin(), head.end(), message.begin()); }) -
+    return std::find_if(all.begin(), all.end(), [&](const Message& message) { return StartsWith(message, head); }) -
            all.begin();
   };
   EXPECT_LT(position({0xFF, 0x12, 2}), position({0xFF, 0x10, 1}));

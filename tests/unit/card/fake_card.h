@@ -24,6 +24,10 @@ namespace zelk {
 
 using Message = std::vector<uint8_t>;
 
+inline bool StartsWith(const Message& message, const Message& head) {
+  return message.size() >= head.size() && std::equal(head.begin(), head.end(), message.begin());
+}
+
 inline sockaddr_in SystemAddress(const std::string& address, uint16_t port) {
   sockaddr_in system{};
   system.sin_family = AF_INET;
@@ -92,9 +96,8 @@ class CFakeCard : public IPriWriter {
   }
   size_t Count(const Message& head) const {
     const std::vector<Message> all = Messages();
-    return static_cast<size_t>(std::count_if(all.begin(), all.end(), [&](const Message& message) {
-      return message.size() >= head.size() && std::equal(head.begin(), head.end(), message.begin());
-    }));
+    return static_cast<size_t>(
+        std::count_if(all.begin(), all.end(), [&](const Message& message) { return StartsWith(message, head); }));
   }
   bool WaitFor(const Message& head, size_t times = 1, int timeoutMs = 10000) const {
     return WaitUntil([&] { return Count(head) >= times; }, timeoutMs);
