@@ -40,7 +40,7 @@ endfunction()
 # zelk_add_tests(TARGET DIRECTORY LIBRARIES...): every *_test.cpp of a directory in one GoogleTest program. Each test
 # case runs as a ctest of its own, inside a private network namespace of its own.
 function(zelk_add_tests target directory)
-  file(GLOB sources CONFIGURE_DEPENDS ${directory}/*_test.cpp)
+  file(GLOB sources CONFIGURE_DEPENDS ${directory}/*_test.cpp ${directory}/*_test.c)
   if(NOT sources)
     return()
   endif()
