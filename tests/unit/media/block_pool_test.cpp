@@ -7,6 +7,8 @@
 #include <set>
 #include <thread>
 
+#include "support/allocation_probe.h"
+
 namespace zelk {
 namespace {
 
@@ -77,8 +79,18 @@ TEST(BlockPool, ASizeThatCannotBeHadFailsAndLeavesAnEmptyPool) {
   CBlockPool pool;
   EXPECT_FALSE(pool.Create(0xFFFFFFFF, 160));
   EXPECT_EQ(pool.PopFree(), nullptr);
-  EXPECT_FALSE(pool.Create(0xFFFFFFF0, 0xFFFFFFFF));
-  EXPECT_EQ(pool.FreeCount(), 0U);
+}
+
+TEST(BlockPool, WithoutMemoryCreationFailsAndLeavesAnEmptyPool) {
+  CBlockPool pool;
+  bool created = false;
+  const uint32_t failures = support::ForEachFailingAllocation([&] { created = pool.Create(3, 16); },
+                                                              [&](bool failed) {
+                                                                EXPECT_EQ(created, !failed);
+                                                                EXPECT_EQ(pool.FreeCount(), failed ? 0U : 3U);
+                                                                EXPECT_EQ(pool.PopFree() == nullptr, failed);
+                                                              });
+  EXPECT_EQ(failures, 3U);
 }
 
 TEST(BlockPool, TheRingsTurnManyTimesWithoutLosingABlock) {
