@@ -1,5 +1,6 @@
 #include "media/audio_pacer.h"
 
+#include "media/pacer_schedule.h"
 #include "platform/clock.h"
 
 namespace zelk {
@@ -13,17 +14,6 @@ uint16_t Timeslot(size_t position) {
 }
 
 }  // namespace
-
-bool CPacerSchedule::PassDue(uint32_t now, uint32_t& waitMs) {
-  const uint32_t passed = now - due;
-  if (passed >= kPeriodMs) {
-    due += kPeriodMs;
-    waitMs = 0;
-    return true;
-  }
-  waitMs = kPeriodMs - passed;
-  return false;
-}
 
 void CAudioPacer::Run(CStopFlag& stop) {
   CPacerSchedule schedule(TickMs());

@@ -6,7 +6,7 @@
 #include "media/audio_controls.h"
 #include "media/audio_pacer.h"
 #include "media/audio_receiver.h"
-#include "media/channel_rings.h"
+#include "media/card_rings.h"
 #include "media/echo_bank.h"
 #include "media/packet_sender.h"
 #include "media/stop_flag.h"

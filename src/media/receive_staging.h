@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "media/channel_rings.h"
+#include "media/card_rings.h"
 
 namespace zelk {
 

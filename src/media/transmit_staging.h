@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "media/audio_controls.h"
-#include "media/channel_rings.h"
+#include "media/card_rings.h"
 
 namespace zelk {
 

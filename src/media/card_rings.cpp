@@ -1,4 +1,4 @@
-#include "media/channel_rings.h"
+#include "media/card_rings.h"
 
 namespace zelk {
 

@@ -1,11 +1,11 @@
-#include "media/channel_rings.h"
+#include "media/card_rings.h"
 
 #include <gtest/gtest.h>
 
 namespace zelk {
 namespace {
 
-TEST(ChannelRings, EveryPositionOfEveryTrunkHasTheBlocksAskedForBothWays) {
+TEST(CardRings, EveryPositionOfEveryTrunkHasTheBlocksAskedForBothWays) {
   CCardRings rings;
   ASSERT_TRUE(rings.Create(3, 7));
   EXPECT_EQ(rings.PositionCount(), 96U);
@@ -16,14 +16,14 @@ TEST(ChannelRings, EveryPositionOfEveryTrunkHasTheBlocksAskedForBothWays) {
   }
 }
 
-TEST(ChannelRings, TheLargestCardFits) {
+TEST(CardRings, TheLargestCardFits) {
   CCardRings rings;
   ASSERT_TRUE(rings.Create(8, 32));
   EXPECT_EQ(rings.PositionCount(), 256U);
   EXPECT_EQ(rings.At(255).receive.FreeCount(), 32U);
 }
 
-TEST(ChannelRings, DetectionIsOnAfterAReset) {
+TEST(CardRings, DetectionIsOnAfterAReset) {
   CCardRings rings;
   ASSERT_TRUE(rings.Create(1, 1));
   rings.At(3).detectDigits = false;
