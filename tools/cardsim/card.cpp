@@ -1,5 +1,6 @@
 #include "cardsim/card.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "cardsim/control_link.h"
@@ -89,8 +90,7 @@ void CCard::OnMessage(SControlMessage&& message) {
   history.AddMessage(message);
   const Bytes& bytes = message.bytes;
   if (message.Is(EControlType::kInformationRequest) && answerInformation) {
-    Send(information.value_or(BuildInformation(config.identity)));
-    SendStatus();
+    AnswerInformation();
   } else if (message.Is(EControlType::kRegisterRead)) {
     const auto found = config.registers.find(ReadLe16(&bytes[3]));
     Send(BuildRegisterValue(static_cast<std::uint8_t>(bytes[2] - 1), ReadLe16(&bytes[3]),
@@ -202,6 +202,13 @@ Call CCard::PlaceCall(SCallRequest request) {
 
 bool CCard::IsTimeslotIdle(int trunk, int timeslot) const {
   return Trunk(trunk).Calls()->IsIdle(timeslot);
+}
+
+std::size_t CCard::CallCount(int trunk) {
+  CTrunk& target = Trunk(trunk);
+  std::size_t count = 0;
+  reactor.Call([&] { count = std::max(target.Calls()->Count(), target.Peer().CallCount()); });
+  return count;
 }
 
 void CCard::SetAnswerPlan(const SAnswerPlan& plan) {

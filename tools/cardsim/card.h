@@ -51,6 +51,8 @@ class CCard {
   void SetAnswerPlanner(AnswerPlanner planner);
   // The next call from the library that was not handed out before; null on time-out. Needs keepHistory.
   Call WaitCall(std::chrono::milliseconds timeout);
+  // (waits) The calls that the exchange holds on a trunk, in whatever state.
+  std::size_t CallCount(int trunk);
   // Called on the signalling thread for every call from the library, and at the end of every call. Must not block.
   void OnCallArrived(std::function<void(const Call&)> observer);
   void OnCallEnded(std::function<void(const Call&)> observer);
@@ -65,17 +67,24 @@ class CCard {
   // ---- what the card reports ----
   void SetTrunkStatus(int trunk, std::uint8_t status);  // 0: in service; sent when changed
   void SendHdlcError(int trunk, std::uint8_t code);
+  void SendHdlcErrors(int trunk, std::uint8_t code, int count);  // in one piece
   void SendRegisterValue(int trunk, std::uint16_t number, std::uint8_t value);
   void Announce();
 
   // ---- faults ----
-  void DropControl();  // (waits) closes the TCP connection
+  void DropControl();       // (waits) closes the TCP connection
+  void ResetControl();      // (waits) the same with a RST
+  void HalfCloseControl();  // (waits) ends the card's side of it; what the library sends is still taken
   // (waits) Closes the connection, listens anew (at another address if one is given) and announces itself.
   void Restart(const std::optional<std::string>& newAddress = std::nullopt);
   void SetListening(bool on);          // (waits) off: connections are refused
   void SetControlSilent(bool silent);  // nothing is sent on the control connection any more
+  // No write on the control connection carries more than so many bytes (0: whole messages); `pause` between writes.
+  void SetControlPieces(std::size_t bytes, std::chrono::milliseconds pause);
+  void HoldControl(bool on);  // on: what is sent collects; off: it goes out in one write
   void SetAnswerInformation(bool answer);
-  void SetInformation(std::optional<Bytes> message);  // sent in the place of the card information message
+  void SetAnswerDelay(std::chrono::milliseconds delay);  // time from an information request to its answer
+  void SetInformation(std::optional<Bytes> message);     // sent in the place of the card information message
   void SetAnswerProbes(bool answer);
   void SetDiscoveryReply(std::optional<Bytes> datagram);
   void SendControl(Bytes bytes);
@@ -85,8 +94,14 @@ class CCard {
   void Broadcast(Bytes bytes) { audio.SendTo(std::move(bytes), broadcast, kCardPort); }
   void CutLine(int trunk, bool cut);  // a cut line loses every D-channel frame
   void SendFrame(int trunk, Bytes frameWithoutFcs);
-  void TakeLinkDown(int trunk);                   // sends a DISC: layer 2 goes down, and up again by libpri's own doing
+  // The library's frames wait at the card: what the exchange sends meanwhile crosses them.
+  void HoldFromLibrary(int trunk, bool hold);
+  void TakeLinkDown(int trunk);  // sends a DISC: layer 2 goes down, and up again by libpri's own doing
+  void LoseLink(int trunk);      // the same and cuts the line behind it: layer 2 stays down until CutLine(trunk, false)
   void RestartTimeslot(int trunk, int timeslot);  // sends a RESTART
+  void RestartInterface(int trunk);               // sends a RESTART of all channels
+  // Sends Q.931 bytes, well-formed or not, in a frame of their own in sequence.
+  void SendQ931(int trunk, Bytes message);
 
  private:
   friend class CSimulator;
@@ -99,6 +114,7 @@ class CCard {
   void OnConnected(const std::string& peer);
   void OnDisconnected();
   void OnMessage(SControlMessage&& message);
+  void AnswerInformation();
   void OnAudioPort(std::uint16_t port);
   void TakeCall(const Call& call);
   SAnswerPlan PlanFor(const CCall& call);
@@ -130,6 +146,7 @@ class CCard {
   bool silent = false;
   bool answerInformation = true;
   bool answerProbes = true;
+  std::chrono::milliseconds answerDelay{0};
   std::optional<Bytes> information;
   std::optional<Bytes> discoveryReply;
 

@@ -29,6 +29,15 @@ void CCard::SendHdlcError(int trunk, std::uint8_t code) {
   SendControl(BuildHdlcError(static_cast<std::uint8_t>(trunk), code));
 }
 
+void CCard::SendHdlcErrors(int trunk, std::uint8_t code, int count) {
+  Bytes burst;
+  for (int i = 0; i < count; ++i) {
+    const Bytes one = BuildHdlcError(static_cast<std::uint8_t>(trunk), code);
+    burst.insert(burst.end(), one.begin(), one.end());
+  }
+  SendControl(std::move(burst));
+}
+
 void CCard::SendRegisterValue(int trunk, std::uint16_t number, std::uint8_t value) {
   SendControl(BuildRegisterValue(static_cast<std::uint8_t>(trunk), number, value));
 }
@@ -39,6 +48,22 @@ void CCard::Announce() {
 
 void CCard::DropControl() {
   reactor.Call([this] { link->Drop(); });
+}
+
+void CCard::ResetControl() {
+  reactor.Call([this] { link->Reset(); });
+}
+
+void CCard::HalfCloseControl() {
+  reactor.Call([this] { link->HalfClose(); });
+}
+
+void CCard::SetControlPieces(std::size_t bytes, std::chrono::milliseconds pause) {
+  Post([this, bytes, pause] { link->SetPieces(bytes, pause); });
+}
+
+void CCard::HoldControl(bool on) {
+  Post([this, on] { link->Hold(on); });
 }
 
 void CCard::Restart(const std::optional<std::string>& newAddress) {
@@ -73,6 +98,24 @@ void CCard::SetAnswerInformation(bool answer) {
   Post([this, answer] { answerInformation = answer; });
 }
 
+void CCard::SetAnswerDelay(std::chrono::milliseconds delay) {
+  Post([this, delay] { answerDelay = delay; });
+}
+
+void CCard::AnswerInformation() {
+  const auto answer = [this, current = connection] {
+    if (connected && connection == current) {
+      Send(information.value_or(BuildInformation(config.identity)));
+      SendStatus();
+    }
+  };
+  if (answerDelay.count() == 0) {
+    answer();
+  } else {
+    reactor.After(answerDelay, answer);
+  }
+}
+
 void CCard::SetInformation(std::optional<Bytes> message) {
   Post([this, message = std::move(message)] { information = message; });
 }
@@ -104,8 +147,28 @@ void CCard::TakeLinkDown(int trunk) {
   SendFrame(trunk, {static_cast<std::uint8_t>(userSide ? 0x00 : 0x02), 0x01, 0x53});
 }
 
+void CCard::LoseLink(int trunk) {
+  TakeLinkDown(trunk);
+  CutLine(trunk, true);
+}
+
+void CCard::HoldFromLibrary(int trunk, bool hold) {
+  OnTrunk(trunk, [hold](CTrunk& target) { target.SetHold(hold); });
+}
+
 void CCard::RestartTimeslot(int trunk, int timeslot) {
   OnTrunk(trunk, [timeslot](CTrunk& target) { target.Peer().RestartTimeslot(timeslot); });
+}
+
+void CCard::RestartInterface(int trunk) {
+  constexpr std::uint8_t kRestart = 0x46;
+  constexpr std::uint8_t kRestartIndicator = 0x79;
+  constexpr std::uint8_t kAllInterfaces = 0x87;
+  SendQ931(trunk, {0x08, 0x02, 0x00, 0x00, kRestart, kRestartIndicator, 1, kAllInterfaces});
+}
+
+void CCard::SendQ931(int trunk, Bytes message) {
+  OnTrunk(trunk, [message = std::move(message)](CTrunk& target) { target.Peer().SendQ931(message); });
 }
 
 }  // namespace cardsim

@@ -1,8 +1,10 @@
 #include "cardsim/control_link.h"
 
+#include <algorithm>
 #include <array>
 #include <asio.hpp>
 #include <deque>
+#include <utility>
 
 #include "cardsim/wire.h"
 
@@ -22,6 +24,8 @@ struct CControlLink::SSession {
   CControlParser parser;
   std::array<std::uint8_t, 8192> buffer{};
   std::deque<Bytes> queue;
+  Bytes held;
+  bool isHalfClosed = false;
 };
 
 CControlLink::CControlLink(CReactor& signallingReactor, SHandlers eventHandlers)
@@ -80,11 +84,24 @@ void CControlLink::BeginRead(const std::shared_ptr<SSession>& open) {
 }
 
 void CControlLink::Send(Bytes bytes) {
-  if (session == nullptr || bytes.empty()) {
+  if (session == nullptr || session->isHalfClosed || bytes.empty()) {
     return;
   }
-  session->queue.push_back(std::move(bytes));
-  if (session->queue.size() == 1) {
+  if (isHeld) {
+    session->held.insert(session->held.end(), bytes.begin(), bytes.end());
+  } else {
+    Queue(std::move(bytes));
+  }
+}
+
+void CControlLink::Queue(Bytes bytes) {
+  const bool isIdle = session->queue.empty();
+  const std::size_t piece = pieceBytes == 0 ? bytes.size() : pieceBytes;
+  for (std::size_t at = 0; at < bytes.size(); at += piece) {
+    const ByteView part = ByteView(bytes).subspan(at, std::min(piece, bytes.size() - at));
+    session->queue.emplace_back(part.begin(), part.end());
+  }
+  if (isIdle && !session->queue.empty()) {
     BeginWrite(session);
   }
 }
@@ -95,15 +112,57 @@ void CControlLink::BeginWrite(const std::shared_ptr<SSession>& open) {
                       if (open != session) {
                         return;
                       }
-                      if (error) {
+                      if (error && !open->isHalfClosed) {
                         End(open);
                         return;
                       }
-                      open->queue.pop_front();
-                      if (!open->queue.empty()) {
-                        BeginWrite(open);
-                      }
+                      EndWrite(open);
                     });
+}
+
+void CControlLink::EndWrite(const std::shared_ptr<SSession>& open) {
+  open->queue.pop_front();
+  if (open->queue.empty()) {
+    return;
+  }
+  if (piecePause.count() == 0) {
+    BeginWrite(open);
+    return;
+  }
+  reactor.After(piecePause, [this, open] {
+    if (open == session) {
+      BeginWrite(open);
+    }
+  });
+}
+
+void CControlLink::SetPieces(std::size_t bytes, std::chrono::milliseconds pause) {
+  pieceBytes = bytes;
+  piecePause = pause;
+}
+
+void CControlLink::Hold(bool on) {
+  isHeld = on;
+  if (!on && session != nullptr) {
+    Queue(std::exchange(session->held, Bytes()));
+  }
+}
+
+void CControlLink::Reset() {
+  if (session != nullptr) {
+    asio::error_code ignored;
+    session->socket.set_option(tcp::socket::linger(true, 0), ignored);
+    session->socket.close(ignored);
+    Drop();
+  }
+}
+
+void CControlLink::HalfClose() {
+  if (session != nullptr) {
+    session->isHalfClosed = true;
+    asio::error_code ignored;
+    session->socket.shutdown(tcp::socket::shutdown_send, ignored);
+  }
 }
 
 void CControlLink::Drop() {

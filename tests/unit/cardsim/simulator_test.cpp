@@ -89,6 +89,29 @@ TEST_F(SimulatorTest, CardInformationAndTrunkStatusAreTheBytesOfTheProtocol) {
   EXPECT_EQ(Bytes(received.begin(), received.begin() + 27), expected);
 }
 
+TEST_F(SimulatorTest, InformationMayComeLate) {
+  Card().SetAnswerDelay(300ms);
+  CMiniLibrary library(Card().Address());
+  const auto begin = std::chrono::steady_clock::now();
+  library.Write({0xFF, 0x01});
+  library.Run();
+  ASSERT_TRUE(library.WaitReceived(24, 5s));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
+}
+
+TEST_F(SimulatorTest, HdlcErrorsComeAsManyAsAsked) {
+  CMiniLibrary library(Card().Address());
+  library.Run();
+  ASSERT_TRUE(Card().Seen().WaitConnected(true, 5s));
+  Card().SendHdlcErrors(0, 3, 5);
+  ASSERT_TRUE(library.WaitReceived(20, 5s));
+  Bytes expected;
+  for (int i = 0; i < 5; ++i) {
+    expected.insert(expected.end(), {0xFF, 0x11, 0x00, 0x03});
+  }
+  EXPECT_EQ(library.Received(), expected);
+}
+
 TEST_F(SimulatorTest, OfferedCallIsConnectedAndClearedByTheNetwork) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
