@@ -68,15 +68,21 @@ void CCall::Answer() {
   }
 }
 
-void CCall::Progress() {
+void CCall::Progress(int progressCause) {
   if (const auto owner = control.lock()) {
-    owner->Progress(shared_from_this());
+    owner->Progress(shared_from_this(), progressCause);
   }
 }
 
 void CCall::Hangup(int clearingCause) {
   if (const auto owner = control.lock()) {
     owner->Hangup(shared_from_this(), clearingCause);
+  }
+}
+
+void CCall::SendMessage(std::uint8_t type, Bytes elements) {
+  if (const auto owner = control.lock()) {
+    owner->SendMessage(shared_from_this(), type, std::move(elements));
   }
 }
 

@@ -45,8 +45,9 @@ class ICallControl {
   virtual ~ICallControl() = default;
   virtual void Alert(std::shared_ptr<CCall> call) = 0;
   virtual void Answer(std::shared_ptr<CCall> call) = 0;
-  virtual void Progress(std::shared_ptr<CCall> call) = 0;
+  virtual void Progress(std::shared_ptr<CCall> call, int cause) = 0;
   virtual void Hangup(std::shared_ptr<CCall> call, int cause) = 0;
+  virtual void SendMessage(std::shared_ptr<CCall> call, std::uint8_t type, Bytes elements) = 0;
 };
 
 // Job: one call between the simulated exchange and the library, as a test or program sees it. Thread: any; the
@@ -74,8 +75,10 @@ class CCall : public std::enable_shared_from_this<CCall> {
 
   void Alert();
   void Answer();
-  void Progress();
+  void Progress(int cause = kNoCause);
   void Hangup(int cause = 16);
+  // Sends a Q.931 message of this call past libpri: any type, the elements as they stand, well-formed or not.
+  void SendMessage(std::uint8_t type, Bytes elements = {});
 
   // Plays to the library from now on, in the place of what played before. No effect once the call is cleared.
   void Play(AudioSource source);

@@ -12,6 +12,8 @@ namespace cardsim {
 
 class CCall;
 
+constexpr int kNoCause = -1;  // a message without a cause element
+
 // When the far end's sound starts and when what it hears is recorded.
 enum class EAudioFrom { kSetup, kConnect };
 
@@ -47,6 +49,7 @@ struct SAnswerPlan {
   // CALL PROCEEDING at once. Without it a refusal for a cause such as 1 or 44 is a RELEASE COMPLETE, else a DISCONNECT.
   bool proceeding = true;
   std::optional<std::chrono::milliseconds> progressAfter;
+  int progressCause = kNoCause;  // carried by that PROGRESS
   std::optional<std::chrono::milliseconds> alertAfter{std::chrono::milliseconds(0)};
   std::optional<std::chrono::milliseconds> answerAfter{std::chrono::milliseconds(0)};  // empty: never answered
   // Set: the call is cleared with this cause after refuseAfter instead of being answered.

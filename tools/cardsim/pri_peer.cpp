@@ -261,9 +261,9 @@ bool CPriPeer::Proceeding(q931_call* call, int timeslot) {
   return Owns(call) && pri_proceeding(controller, call, timeslot, 0) == 0;
 }
 
-bool CPriPeer::Progress(q931_call* call, int timeslot) {
+bool CPriPeer::Progress(q931_call* call, int timeslot, int cause) {
   const std::lock_guard guard(LibpriLock());
-  return Owns(call) && pri_progress(controller, call, timeslot, 1) == 0;
+  return Owns(call) && pri_progress_with_cause(controller, call, timeslot, 1, cause) == 0;
 }
 
 bool CPriPeer::Alerting(q931_call* call, int timeslot) {
@@ -307,6 +307,38 @@ bool CPriPeer::Digit(q931_call* call, char digit) {
 bool CPriPeer::RestartTimeslot(int timeslot) {
   const std::lock_guard guard(LibpriLock());
   return controller != nullptr && pri_reset(controller, timeslot) == 0;
+}
+
+bool CPriPeer::SendQ931(ByteView message) {
+  const std::lock_guard guard(LibpriLock());
+  if (controller == nullptr || message.size() > kMaxFrameFromLibrary) {
+    return false;
+  }
+  Bytes copy(message.begin(), message.end());
+  return q921_transmit_iframe(&controller->link, copy.data(), static_cast<int>(copy.size()), 1) == 0;
+}
+
+bool CPriPeer::SendMessage(q931_call* call, std::uint8_t type, ByteView elements) {
+  const std::lock_guard guard(LibpriLock());
+  if (!Owns(call)) {
+    return false;
+  }
+  // libpri keeps the reference as the other side sends it.
+  const int reference = call->cr ^ Q931_CALL_REFERENCE_FLAG;
+  Bytes message{0x08, 0x02, static_cast<std::uint8_t>(reference >> 8), static_cast<std::uint8_t>(reference), type};
+  message.insert(message.end(), elements.begin(), elements.end());
+  return SendQ931(message);
+}
+
+std::size_t CPriPeer::CallCount() const {
+  const std::lock_guard guard(LibpriLock());
+  std::size_t count = 0;
+  if (controller != nullptr) {
+    for (const q931_call* call = *controller->callpool; call != nullptr; call = call->next) {
+      count += (call->cr & ~Q931_CALL_REFERENCE_FLAG) != 0 ? 1 : 0;  // not the global reference, of RESTART
+    }
+  }
+  return count;
 }
 
 }  // namespace cardsim

@@ -60,7 +60,7 @@ class CPriPeer {
   // Places a call; null when libpri refuses.
   q931_call* Setup(const SSetup& setup);
   bool Proceeding(q931_call* call, int timeslot);
-  bool Progress(q931_call* call, int timeslot);
+  bool Progress(q931_call* call, int timeslot, int cause);  // without a cause element when cause is -1
   bool Alerting(q931_call* call, int timeslot);
   bool Connect(q931_call* call, int timeslot);
   bool ConnectAcknowledge(q931_call* call);
@@ -71,6 +71,12 @@ class CPriPeer {
   bool Digit(q931_call* call, char digit);
   // Sends RESTART for a timeslot.
   bool RestartTimeslot(int timeslot);
+  // Sends Q.931 bytes as they stand in an information frame, past libpri's own view of its calls.
+  bool SendQ931(ByteView message);
+  // The same with the header of a call in front.
+  bool SendMessage(q931_call* call, std::uint8_t type, ByteView elements);
+  // The calls that libpri holds, in whatever state.
+  std::size_t CallCount() const;
 
   // Where libpri's own messages go, process-wide; default: nowhere.
   static void SetLog(std::function<void(const std::string&)> log);

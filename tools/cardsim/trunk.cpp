@@ -1,5 +1,7 @@
 #include "cardsim/trunk.h"
 
+#include <utility>
+
 extern "C" {
 #include <libpri.h>
 }
@@ -36,7 +38,16 @@ void CTrunk::LineDown() {
   calls->LoseAll();
   peer.Stop();
   early.clear();
+  held.clear();
   history.SetTrunkUp(trunk, false);
+}
+
+void CTrunk::SetHold(bool value) {
+  hold = value;
+  const std::vector<Bytes> waiting = hold ? std::vector<Bytes>() : std::exchange(held, {});
+  for (const Bytes& frame : waiting) {
+    peer.Receive(frame);
+  }
 }
 
 void CTrunk::FromLibrary(ByteView frame) {
@@ -44,7 +55,9 @@ void CTrunk::FromLibrary(ByteView frame) {
   if (cut) {
     return;
   }
-  if (peer.IsRunning()) {
+  if (hold) {
+    held.emplace_back(frame.begin(), frame.end());
+  } else if (peer.IsRunning()) {
     peer.Receive(frame);
   } else if (early.size() < kMostEarlyFrames) {
     early.emplace_back(frame.begin(), frame.end());

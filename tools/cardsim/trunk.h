@@ -26,6 +26,8 @@ class CTrunk {
 
   // A cut line loses every frame, both ways.
   void SetCut(bool value) { cut = value; }
+  // The library's frames wait, and reach the exchange in order when they are let go.
+  void SetHold(bool value);
   // Sends a frame (without FCS) to the library as if the exchange had.
   void SendRawFrame(ByteView frame) { ToLibrary(frame); }
   CPriPeer& Peer() { return peer; }
@@ -41,7 +43,9 @@ class CTrunk {
   CPriPeer peer;
   std::shared_ptr<CTrunkCalls> calls;
   std::vector<Bytes> early;
+  std::vector<Bytes> held;
   bool cut = false;
+  bool hold = false;
 };
 
 }  // namespace cardsim

@@ -145,7 +145,7 @@ void CTrunkCalls::FollowPlan(const Call& call, const SAnswerPlan& plan) {
     call->Step(ESimCallState::kProceeding);
   }
   if (plan.progressAfter) {
-    Later(call, *plan.progressAfter, [this](const Call& c) { Progress(c); });
+    Later(call, *plan.progressAfter, [this, cause = plan.progressCause](const Call& c) { Progress(c, cause); });
   }
   if (plan.alertAfter) {
     Later(call, *plan.alertAfter, [this](const Call& c) { Alert(c); });
@@ -236,12 +236,17 @@ void CTrunkCalls::Answer(Call call) {
   });
 }
 
-void CTrunkCalls::Progress(Call call) {
-  PostFor(std::move(call), [this](const Call& c) {
-    if (peer.Progress(c->handle, c->Timeslot())) {
+void CTrunkCalls::Progress(Call call, int cause) {
+  PostFor(std::move(call), [this, cause](const Call& c) {
+    if (peer.Progress(c->handle, c->Timeslot(), cause)) {
       c->Step(ESimCallState::kProgress);
     }
   });
+}
+
+void CTrunkCalls::SendMessage(Call call, std::uint8_t type, Bytes elements) {
+  PostFor(std::move(call),
+          [this, type, elements = std::move(elements)](const Call& c) { peer.SendMessage(c->handle, type, elements); });
 }
 
 void CTrunkCalls::Hangup(Call call, int cause) {

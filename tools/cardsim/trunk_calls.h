@@ -33,13 +33,16 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   void OnEvent(const SPriEvent& event);
   // Any thread: a voice timeslot without a call, as of now.
   bool IsIdle(int timeslot) const;
+  // The calls that have not ended. Signalling thread only.
+  std::size_t Count() const { return calls.size(); }
   // Every call is lost; nothing is sent.
   void LoseAll();
 
   void Alert(Call call) override;
   void Answer(Call call) override;
-  void Progress(Call call) override;
+  void Progress(Call call, int cause) override;
   void Hangup(Call call, int cause) override;
+  void SendMessage(Call call, std::uint8_t type, Bytes elements) override;
 
  private:
   using Action = std::function<void(const Call&)>;
