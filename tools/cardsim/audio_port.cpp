@@ -66,8 +66,10 @@ void CAudioPort::Start(const std::string& address, std::uint16_t port) {
   reactor.Call([&] { socket->library = {asio::ip::make_address_v4(address), port}; });
   const std::lock_guard guard(lock);
   checker.Restart(std::chrono::steady_clock::now());
+  network.Clear();
   streaming = true;
   due = std::chrono::steady_clock::now();
+  lastSent = due;
   nextSequence = 1;
   framesSent = 0;
   framesHeard = 0;
@@ -77,6 +79,7 @@ void CAudioPort::Stop() {
   {
     const std::lock_guard guard(lock);
     streaming = false;
+    network.Clear();
     checker.Finish(std::chrono::steady_clock::now());
   }
   changed.notify_all();
@@ -84,28 +87,60 @@ void CAudioPort::Stop() {
 
 std::optional<CAudioPort::Time> CAudioPort::SendDue(Time now) {
   const std::lock_guard guard(lock);
-  if (!streaming || !pacing) {
+  if (!streaming) {
     return std::nullopt;
   }
-  while (due <= now) {
-    BuildAndSend(nextSequence++);
-    due += frames * kFrameTime;
-  }
-  return due;
+  return SendStream(now);
 }
 
-void CAudioPort::BuildAndSend(std::uint32_t sequence) {
+CAudioPort::Time CAudioPort::SendStream(Time now) {
+  Time next = now + kReplyPatience;
+  if (pacing) {
+    const auto mayGo = [&] {
+      return due <= now && (!waitForReplies || checker.Outstanding() == 0 || now - lastSent >= kReplyPatience);
+    };
+    while (mayGo()) {
+      SendNext(now);
+      due += frames * kFrameTime;
+    }
+    // A reply that is waited for makes its own turn.
+    next = due <= now ? next : due;
+  }
+  return SendUnderWay(now, next);
+}
+
+CAudioPort::Time CAudioPort::SendUnderWay(Time now, Time next) {
+  while (const std::optional<SAudioPacket> arrived = network.Pop(now)) {
+    Launch(*arrived, now);
+  }
+  return std::min(next, network.NextDue().value_or(next));
+}
+
+void CAudioPort::SendNext(Time now) {
   const std::size_t bytes = AudioPacketBytes(trunks, frames);
-  WriteAudioHeader(packet.data(), sequence, hint);
-  const bool ended = slots.Fill(std::span(packet).subspan(kAudioHeaderBytes, bytes - kAudioHeaderBytes), frames);
-  // Counted before it is sent: the reply may be there first.
-  checker.OnSent(bytes, framesSent, hint, std::chrono::steady_clock::now());
+  packet.bytes.resize(bytes);
+  packet.sequence = nextSequence++;
+  packet.hint = hint;
+  packet.frame = framesSent;
+  WriteAudioHeader(packet.bytes.data(), packet.sequence, hint);
+  const bool ended = slots.Fill(std::span(packet.bytes).subspan(kAudioHeaderBytes), frames, framesSent);
   framesSent += static_cast<std::uint64_t>(frames);
-  asio::error_code ignored;  // a packet that the system does not take is one the library misses
-  socket->udpSocket.send_to(asio::buffer(packet.data(), bytes), socket->library, 0, ignored);
+  lastSent = now;
+  if (network.IsIdle(now)) {
+    Launch(packet, now);
+  } else {
+    network.Push(packet, now);
+  }
   if (ended) {
     changed.notify_all();
   }
+}
+
+void CAudioPort::Launch(const SAudioPacket& datagram, Time now) {
+  // Counted before it is sent: the reply may be there first.
+  checker.OnSent({datagram.sequence, datagram.hint, datagram.bytes.size(), datagram.frame}, now);
+  asio::error_code ignored;  // a packet that the system does not take is one the library misses
+  socket->udpSocket.send_to(asio::buffer(datagram.bytes), socket->library, 0, ignored);
 }
 
 void CAudioPort::Write(ByteView datagram, const std::string& address, std::uint16_t port) {
@@ -131,8 +166,10 @@ void CAudioPort::SendPacket(std::optional<std::uint32_t> sequence) {
   reactor.Call([&] {
     const std::lock_guard guard(lock);
     if (streaming) {
+      const auto now = std::chrono::steady_clock::now();
       nextSequence = sequence.value_or(nextSequence);
-      BuildAndSend(nextSequence++);
+      SendNext(now);
+      SendUnderWay(now, now);
     }
   });
 }
@@ -143,6 +180,36 @@ void CAudioPort::SetPacing(bool on) {
     due = std::chrono::steady_clock::now();
   }
   pacing = on;
+}
+
+void CAudioPort::SetFaults(const SAudioFaults& faults) {
+  const std::lock_guard guard(lock);
+  network.Set(faults);
+}
+
+void CAudioPort::PauseFor(std::chrono::milliseconds time) {
+  const std::lock_guard guard(lock);
+  network.PauseUntil(std::chrono::steady_clock::now() + time);
+}
+
+SAudioFaultCounts CAudioPort::FaultCounts() const {
+  const std::lock_guard guard(lock);
+  return network.Counts();
+}
+
+void CAudioPort::SetWaitForReplies(bool on) {
+  const std::lock_guard guard(lock);
+  waitForReplies = on;
+}
+
+void CAudioPort::SetEcho(int trunk, int timeslot, const std::optional<SEchoPath>& path) {
+  const std::lock_guard guard(lock);
+  slots.SetEcho(trunk, timeslot, path);
+}
+
+std::uint64_t CAudioPort::EchoesTooLate() const {
+  const std::lock_guard guard(lock);
+  return slots.EchoesTooLate();
 }
 
 void CAudioPort::SetBacklogHint(std::uint8_t value) {
@@ -197,6 +264,9 @@ void CAudioPort::OnReply(ByteView reply, Time now) {
     const int heard = static_cast<int>(area / static_cast<std::size_t>(trunks * kTimeslots));
     slots.Record(reply.last(area), heard, first);
     framesHeard = first + static_cast<std::uint64_t>(heard);
+    if (waitForReplies) {
+      SendStream(now);
+    }
     if (!keepReplies) {
       return;
     }

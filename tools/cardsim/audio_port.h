@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "cardsim/audio_faults.h"
 #include "cardsim/audio_slots.h"
 #include "cardsim/config.h"
 #include "cardsim/reactor.h"
@@ -51,6 +52,15 @@ class CAudioPort {
   void SetBacklogHint(std::uint8_t hint);
   void SetNextSequence(std::uint32_t sequence);
   void SendPacket(std::optional<std::uint32_t> sequence = std::nullopt);
+  // What the network does to packets from now on.
+  void SetFaults(const SAudioFaults& faults);
+  // Holds all packets back for so long, then they go at once.
+  void PauseFor(std::chrono::milliseconds time);
+  SAudioFaultCounts FaultCounts() const;
+  // On: no packet goes before the one before it was answered (or kReplyPatience has passed), so that sound does not
+  // depend on how busy the machine is. The pace is made up for later.
+  void SetWaitForReplies(bool on);
+  static constexpr std::chrono::milliseconds kReplyPatience{500};
   // A packet exactly as given, outside all counting, to the library's audio port.
   void SendRaw(Bytes packet);
 
@@ -62,6 +72,9 @@ class CAudioPort {
   void Play(int trunk, int timeslot, AudioSource source);
   void StopPlaying(int trunk, int timeslot, const AudioSource& source);
   bool WaitPlayed(const AudioSource& source, std::chrono::milliseconds timeout) const;
+  // Nothing takes the echo away. See CAudioEcho.
+  void SetEcho(int trunk, int timeslot, const std::optional<SEchoPath>& path);
+  std::uint64_t EchoesTooLate() const;
   void AddRecorder(int trunk, int timeslot, Recorder recorder);
   void RemoveRecorder(int trunk, int timeslot, const Recorder& recorder);
 
@@ -76,7 +89,10 @@ class CAudioPort {
   void BeginReceive();
   void TakeDatagrams();
   void OnReply(ByteView reply, Time now);
-  void BuildAndSend(std::uint32_t sequence);
+  Time SendStream(Time now);
+  void SendNext(Time now);
+  void Launch(const SAudioPacket& datagram, Time now);
+  Time SendUnderWay(Time now, Time next);
   void Write(ByteView datagram, const std::string& address, std::uint16_t port);
 
   CReactor& reactor;
@@ -87,18 +103,21 @@ class CAudioPort {
 
   mutable std::mutex lock;
   mutable std::condition_variable changed;
-  CAudioSlots slots;                                   // guarded by lock
-  CReplyChecker checker;                               // guarded by lock
-  bool streaming = false;                              // guarded by lock
-  bool pacing = true;                                  // guarded by lock
-  Time due;                                            // guarded by lock; of the next packet
-  std::uint32_t nextSequence = 1;                      // guarded by lock
-  std::uint64_t framesSent = 0;                        // guarded by lock
-  std::uint64_t framesHeard = 0;                       // guarded by lock; frame number behind the last reply
-  std::uint8_t hint;                                   // guarded by lock
-  bool keepReplies = false;                            // guarded by lock
-  std::vector<SReply> replies;                         // guarded by lock
-  std::array<std::uint8_t, kMaxAudioPacket> packet{};  // guarded by lock
+  CAudioSlots slots;               // guarded by lock
+  CReplyChecker checker;           // guarded by lock
+  bool streaming = false;          // guarded by lock
+  bool pacing = true;              // guarded by lock
+  Time due;                        // guarded by lock; of the next packet
+  std::uint32_t nextSequence = 1;  // guarded by lock
+  std::uint64_t framesSent = 0;    // guarded by lock
+  std::uint64_t framesHeard = 0;   // guarded by lock; frame number behind the last reply
+  std::uint8_t hint;               // guarded by lock
+  CAudioFaults network;            // guarded by lock
+  bool waitForReplies = false;     // guarded by lock
+  Time lastSent;                   // guarded by lock
+  bool keepReplies = false;        // guarded by lock
+  std::vector<SReply> replies;     // guarded by lock
+  SAudioPacket packet;             // guarded by lock; the one that is built
 };
 
 }  // namespace cardsim

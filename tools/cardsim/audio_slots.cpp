@@ -43,22 +43,40 @@ void CAudioSlots::RemoveRecorder(int trunk, int timeslot, const Recorder& record
   }
 }
 
-bool CAudioSlots::Fill(std::span<std::uint8_t> area, int frames) {
+void CAudioSlots::SetEcho(int trunk, int timeslot, const std::optional<SEchoPath>& path) {
+  if (IsSlot(trunk, timeslot)) {
+    slots[Index(trunk, timeslot)].echo = path ? std::make_unique<CAudioEcho>(*path) : nullptr;
+  }
+}
+
+std::uint64_t CAudioSlots::EchoesTooLate() const {
+  std::uint64_t sum = 0;
+  for (const SSlot& slot : slots) {
+    sum += slot.echo != nullptr ? slot.echo->TooLate() : 0;
+  }
+  return sum;
+}
+
+bool CAudioSlots::Fill(std::span<std::uint8_t> area, int frames, std::uint64_t firstFrame) {
   std::fill(area.begin(), area.end(), kSilence);
   const std::size_t count = std::min(static_cast<std::size_t>(frames), column.size());
   bool ended = false;
-  for (std::size_t slot = 0; slot < Stride(); ++slot) {
-    AudioSource& source = slots[slot].source;
-    if (source == nullptr) {
+  for (std::size_t place = 0; place < Stride(); ++place) {
+    SSlot& slot = slots[place];
+    if (slot.source == nullptr && slot.echo == nullptr) {
       continue;
     }
-    const std::size_t got = source->Read(std::span(column).first(count));
-    for (std::size_t frame = 0; frame < got; ++frame) {
-      area[frame * Stride() + slot] = column[frame];
-    }
-    if (got < count) {
-      source.reset();
+    const std::size_t got = slot.source == nullptr ? 0 : slot.source->Read(std::span(column).first(count));
+    std::fill(column.begin() + static_cast<std::ptrdiff_t>(got), column.end(), kSilence);
+    if (slot.source != nullptr && got < count) {
+      slot.source.reset();
       ended = true;
+    }
+    if (slot.echo != nullptr) {
+      slot.echo->AddTo(column.data(), count, firstFrame);
+    }
+    for (std::size_t frame = 0; frame < count; ++frame) {
+      area[frame * Stride() + place] = column[frame];
     }
   }
   return ended;
@@ -66,15 +84,20 @@ bool CAudioSlots::Fill(std::span<std::uint8_t> area, int frames) {
 
 void CAudioSlots::Record(ByteView area, int frames, std::uint64_t firstFrame) {
   const std::size_t count = std::min(static_cast<std::size_t>(frames), column.size());
-  for (std::size_t slot = 0; slot < Stride(); ++slot) {
-    if (slots[slot].recorders.empty()) {
+  for (std::size_t place = 0; place < Stride(); ++place) {
+    const SSlot& slot = slots[place];
+    if (slot.recorders.empty() && slot.echo == nullptr) {
       continue;
     }
     for (std::size_t frame = 0; frame < count; ++frame) {
-      column[frame] = area[frame * Stride() + slot];
+      column[frame] = area[frame * Stride() + place];
     }
-    for (const Recorder& recorder : slots[slot].recorders) {
-      recorder->Append(ByteView(column).first(count), firstFrame);
+    const ByteView heard = ByteView(column).first(count);
+    for (const Recorder& recorder : slot.recorders) {
+      recorder->Append(heard, firstFrame);
+    }
+    if (slot.echo != nullptr) {
+      slot.echo->Hear(heard, firstFrame);
     }
   }
 }

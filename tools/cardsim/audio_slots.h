@@ -2,9 +2,12 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
+#include "cardsim/audio_echo.h"
 #include "cardsim/audio_source.h"
 #include "cardsim/recorder.h"
 #include "cardsim/wire.h"
@@ -27,14 +30,20 @@ class CAudioSlots {
   void AddRecorder(int trunk, int timeslot, Recorder recorder);
   void RemoveRecorder(int trunk, int timeslot, const Recorder& recorder);
 
+  // What the timeslot hears comes back in what it sends; nothing takes the echo away.
+  void SetEcho(int trunk, int timeslot, const std::optional<SEchoPath>& path);
+  // Echo samples, of all timeslots, that were heard too late to be sent.
+  std::uint64_t EchoesTooLate() const;
+
   // Fills the sample area; returns true when a source ended in it. Every byte of a source is sent once, in order.
-  bool Fill(std::span<std::uint8_t> area, int frames);
+  bool Fill(std::span<std::uint8_t> area, int frames, std::uint64_t firstFrame);
   void Record(ByteView area, int frames, std::uint64_t firstFrame);
 
  private:
   struct SSlot {
     AudioSource source;
     std::vector<Recorder> recorders;
+    std::unique_ptr<CAudioEcho> echo;
   };
 
   std::size_t Index(int trunk, int timeslot) const { return static_cast<std::size_t>(trunk * kTimeslots + timeslot); }

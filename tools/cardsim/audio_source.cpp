@@ -1,12 +1,11 @@
 #include "cardsim/audio_source.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
-#include <stdexcept>
 
 #include "cardsim/g711.h"
+#include "cardsim/signals.h"
 #include "cardsim/wire.h"
 
 namespace cardsim {
@@ -73,17 +72,6 @@ class CToneSource : public IAudioSource {
   std::uint64_t count = 0;
 };
 
-std::vector<double> DtmfFrequencies(char digit) {
-  constexpr std::string_view kKeys = "123A456B789C*0#D";
-  constexpr std::array<double, 4> kRows{697, 770, 852, 941};
-  constexpr std::array<double, 4> kColumns{1209, 1336, 1477, 1633};
-  const std::size_t key = kKeys.find(digit);
-  if (key == std::string_view::npos) {
-    throw std::invalid_argument(std::string("not a DTMF digit: ") + digit);
-  }
-  return {kRows[key / 4], kColumns[key % 4]};
-}
-
 }  // namespace
 
 AudioSource MakeBytesSource(Bytes samples, bool loop) {
@@ -109,13 +97,7 @@ Bytes RenderTone(const std::vector<double>& frequencies, double level, int ms) {
 }
 
 Bytes RenderDtmf(std::string_view digits, int onMs, int offMs, double level) {
-  Bytes samples;
-  for (const char digit : digits) {
-    const Bytes tone = RenderTone(DtmfFrequencies(digit), level, onMs);
-    samples.insert(samples.end(), tone.begin(), tone.end());
-    samples.resize(samples.size() + SamplesOf(offMs), kSilence);
-  }
-  return samples;
+  return RenderDtmf(digits, {.onMs = onMs, .offMs = offMs, .level = level});
 }
 
 Bytes RenderTestPattern(std::size_t bytes, std::uint32_t seed) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -15,6 +16,13 @@ namespace cardsim {
 // time-out.
 class CRecorder {
  public:
+  // Runs on the audio thread; must not block. The bytes and the number of the frame that they begin with.
+  using Sink = std::function<void(ByteView data, std::uint64_t frame)>;
+
+  CRecorder() = default;
+  // Hands the bytes on instead of keeping them, for runs of hours.
+  explicit CRecorder(Sink passOn) : sink(std::move(passOn)) {}
+
   // `frame` is the number, since the audio started, of the frame that `data` begins with.
   void Append(ByteView data, std::uint64_t frame);
 
@@ -29,6 +37,7 @@ class CRecorder {
   bool WaitContains(ByteView pattern, std::chrono::milliseconds timeout, std::size_t* position = nullptr) const;
 
  private:
+  const Sink sink;
   mutable std::mutex lock;
   mutable std::condition_variable changed;
   Bytes samples;                 // guarded by lock

@@ -7,7 +7,6 @@
 namespace cardsim {
 namespace {
 
-constexpr std::uint8_t kHintAnsweredByNone = 4;
 // A jump of the counter beyond this is a new numbering, not lost replies.
 constexpr std::uint32_t kLargestLoss = 1000;
 
@@ -15,19 +14,16 @@ constexpr std::uint32_t kLargestLoss = 1000;
 
 void CReplyChecker::Restart(Time now) {
   Finish(now);
-  first = true;
+  model.Restart();
   lastSequence.reset();
 }
 
-void CReplyChecker::OnSent(std::size_t bytes, std::uint64_t frame, std::uint8_t hint, Time now) {
+void CReplyChecker::OnSent(const SArrival& packet, Time now) {
   ++totals.packetsSent;
-  int replies = 1;
-  if (first) {
-    replies = hint > kHintAnsweredByNone ? hint - kHintAnsweredByNone : 0;
-    first = false;
-  }
-  for (int i = 0; i < replies; ++i) {
-    waiting.push_back({bytes, frame, now});
+  answered.clear();
+  model.OnArrival(packet, answered);
+  for (const SArrival& owed : answered) {
+    waiting.push_back({owed.bytes, owed.frame, now});
   }
   ExpireOld(now);
 }
@@ -95,6 +91,9 @@ void CReplyChecker::Finish(Time now) {
 SAudioStatistics CReplyChecker::Statistics() const {
   SAudioStatistics result = totals;
   result.outstanding = waiting.size();
+  result.losses = model.Losses();
+  result.oldPackets = model.OldPackets();
+  result.oldResets = model.OldResets();
   result.meanRoundTripMs = paired == 0 ? 0 : roundTripSumMs / static_cast<double>(paired);
   return result;
 }

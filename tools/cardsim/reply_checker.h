@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <vector>
 
 #include "cardsim/bytes.h"
+#include "cardsim/reply_model.h"
 
 namespace cardsim {
 
@@ -20,13 +22,17 @@ struct SAudioStatistics {
   std::uint64_t surplus = 0;  // answered no packet
   std::uint64_t cutOff = 0;   // the stream ended before their time was over
   std::uint64_t outstanding = 0;
+  // What the packets that reached the library must have looked like to it.
+  std::uint64_t losses = 0;
+  std::uint64_t oldPackets = 0;
+  std::uint64_t oldResets = 0;
   std::uint32_t firstReplySequence = 0;
   double meanRoundTripMs = 0;
   double worstRoundTripMs = 0;
 };
 
-// Job: pairs the library's replies with the packets they answer and counts what is wrong. The first packet makes the
-// library send (hint - 4) packets when its hint is 5 or more, else none; every later packet makes it send one.
+// Job: pairs the library's replies with the packets they answer and counts what is wrong. How many replies a packet
+// asks for is CReplyModel's.
 // Pairing is by order: the library's counter shows a reply lost on the way; a packet that the library passed over shows
 // when it has waited longer than kMissingAfter, or at Finish longer than the limit for lateness.
 // Thread: audio, under the card's audio lock. Nothing blocks or fails.
@@ -39,12 +45,14 @@ class CReplyChecker {
 
   // A new stream begins: its first packet is to come. The totals go on.
   void Restart(Time now);
-  void OnSent(std::size_t bytes, std::uint64_t frame, std::uint8_t hint, Time now);
+  // A packet has left the card and will reach the library.
+  void OnSent(const SArrival& packet, Time now);
   // Returns the number of the first frame of the packet that the reply answers, if it answers one.
   std::optional<std::uint64_t> OnReply(ByteView reply, Time now);
   // No more replies are waited for.
   void Finish(Time now);
   SAudioStatistics Statistics() const;
+  std::size_t Outstanding() const { return waiting.size(); }
 
  private:
   struct SSent {
@@ -62,7 +70,8 @@ class CReplyChecker {
   SAudioStatistics totals;
   double roundTripSumMs = 0;
   std::uint64_t paired = 0;
-  bool first = true;
+  CReplyModel model;
+  std::vector<SArrival> answered;  // scratch of OnSent
   std::optional<std::uint32_t> lastSequence;
 };
 

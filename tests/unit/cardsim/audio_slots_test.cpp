@@ -8,7 +8,7 @@ namespace {
 TEST(AudioSlots, IdleTimeslotsCarrySilence) {
   CAudioSlots slots(2);
   Bytes area(2 * 32 * 22, 0);
-  EXPECT_FALSE(slots.Fill(area, 22));
+  EXPECT_FALSE(slots.Fill(area, 22, 0));
   EXPECT_EQ(area, Bytes(area.size(), kSilence));
 }
 
@@ -16,7 +16,7 @@ TEST(AudioSlots, SourceOfATimeslotIsSentAtItsPlaceInEveryFrame) {
   CAudioSlots slots(2);
   slots.SetSource(1, 5, MakeBytesSource(Bytes{10, 11, 12}));
   Bytes area(2 * 32 * 4, 0);
-  EXPECT_TRUE(slots.Fill(area, 4));
+  EXPECT_TRUE(slots.Fill(area, 4, 0));
   for (std::size_t frame = 0; frame < 4; ++frame) {
     const std::uint8_t expected = frame < 3 ? static_cast<std::uint8_t>(10 + frame) : kSilence;
     EXPECT_EQ(area[frame * 64 + 32 + 5], expected) << frame;
@@ -37,7 +37,7 @@ TEST(AudioSlots, WhatIsFilledIsRecordedByteForByteForEveryTrunkCount) {
     std::uint64_t frame = 1000;
     while (slots.IsPlaying(source)) {
       Bytes area(AudioPacketBytes(trunks, frames) - kAudioHeaderBytes);
-      slots.Fill(area, frames);
+      slots.Fill(area, frames, 0);
       slots.Record(area, frames, frame);
       frame += static_cast<std::uint64_t>(frames);
     }

@@ -43,5 +43,19 @@ TEST(Recorder, ClearForgetsAllAndTheNextFrameIsTheFirst) {
   EXPECT_EQ(recorder.Samples(), Bytes{4});
 }
 
+TEST(Recorder, OneWithASinkHandsTheBytesOnAndKeepsNone) {
+  Bytes taken;
+  std::uint64_t at = 0;
+  CRecorder recorder([&](ByteView data, std::uint64_t frame) {
+    taken.insert(taken.end(), data.begin(), data.end());
+    at = frame;
+  });
+  recorder.Append(Bytes{1, 2}, 40);
+  recorder.Append(Bytes{3}, 42);
+  EXPECT_EQ(taken, (Bytes{1, 2, 3}));
+  EXPECT_EQ(at, 42U);
+  EXPECT_EQ(recorder.Size(), 0U);
+}
+
 }  // namespace
 }  // namespace cardsim

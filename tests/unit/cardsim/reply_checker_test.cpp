@@ -14,7 +14,7 @@ class ReplyCheckerTest : public testing::Test {
   static constexpr std::size_t kBytes = 1448;
 
   void Send(std::uint8_t hint = 0) {
-    checker.OnSent(kBytes, frame, hint, now);
+    checker.OnSent({nextSequence++, hint, kBytes, frame}, now);
     frame += 45;
   }
   std::optional<std::uint64_t> Reply(std::uint32_t sequence, std::size_t bytes = kBytes) {
@@ -27,6 +27,7 @@ class ReplyCheckerTest : public testing::Test {
   CReplyChecker checker{200ms};
   CReplyChecker::Time now{1000s};
   std::uint64_t frame = 0;
+  std::uint32_t nextSequence = 1;
 };
 
 TEST_F(ReplyCheckerTest, FirstPacketAsksForNoneAndEachLaterOneForOne) {
@@ -43,7 +44,7 @@ TEST_F(ReplyCheckerTest, FirstPacketAsksForNoneAndEachLaterOneForOne) {
 TEST_F(ReplyCheckerTest, FirstPacketWithAHintAsksForFourLess) {
   for (const auto& [hint, replies] : std::vector<std::pair<std::uint8_t, std::uint64_t>>{{4, 0}, {5, 1}, {7, 3}}) {
     CReplyChecker fresh(200ms);
-    fresh.OnSent(kBytes, 0, hint, now);
+    fresh.OnSent({1, hint, kBytes, 0}, now);
     EXPECT_EQ(fresh.Statistics().outstanding, replies);
   }
 }
@@ -139,12 +140,28 @@ TEST_F(ReplyCheckerTest, NewStreamStartsAnewAndKeepsTheTotals) {
   Send();
   Reply(0);
   checker.Restart(now);
+  nextSequence = 1;
   Send();
   Send();
   Reply(77);
   EXPECT_EQ(Statistics().sequenceGaps, 0U);
   EXPECT_EQ(Statistics().packetsSent, 4U);
   EXPECT_EQ(Statistics().replies, 2U);
+}
+
+TEST_F(ReplyCheckerTest, APacketLostOnTheWayIsNotWaitedForAndTheRestArePairedRight) {
+  Send();  // frame 0
+  Send();  // 45
+  EXPECT_EQ(Reply(0), 45U);
+  ++nextSequence;  // the next two are lost
+  ++nextSequence;
+  frame += 90;
+  Send();  // 180: a gap of two starts anew, without a reply
+  EXPECT_EQ(Statistics().outstanding, 0U);
+  Send();
+  EXPECT_EQ(Reply(1), 225U);
+  EXPECT_EQ(Statistics().losses, 1U);
+  EXPECT_EQ(Statistics().missing + Statistics().surplus, 0U);
 }
 
 }  // namespace
