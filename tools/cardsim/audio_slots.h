@@ -46,11 +46,13 @@ class CAudioSlots {
     std::unique_ptr<CAudioEcho> echo;
   };
 
-  std::size_t Index(int trunk, int timeslot) const { return static_cast<std::size_t>(trunk * kTimeslots + timeslot); }
-  std::size_t Stride() const { return static_cast<std::size_t>(trunks * kTimeslots); }
+  std::size_t Index(int trunk, int timeslot) const {
+    return static_cast<std::size_t>(trunk) * kTimeslots + static_cast<std::size_t>(timeslot);
+  }
+  std::size_t Stride() const { return static_cast<std::size_t>(trunks) * kTimeslots; }
 
   int trunks;
-  std::array<SSlot, kMaxTrunks * kTimeslots> slots;
+  std::array<SSlot, std::size_t{kMaxTrunks} * kTimeslots> slots;
   std::array<std::uint8_t, 64> column{};  // one timeslot's bytes of a packet
 };
 

@@ -197,7 +197,8 @@ bool CCard::WaitUp(std::chrono::milliseconds timeout) const {
 }
 
 Call CCard::PlaceCall(SCallRequest request) {
-  return Trunk(request.trunk).Calls()->Place(std::move(request));
+  CTrunk& trunk = Trunk(request.trunk);
+  return trunk.Calls()->Place(std::move(request));
 }
 
 bool CCard::IsTimeslotIdle(int trunk, int timeslot) const {
@@ -225,7 +226,7 @@ Call CCard::WaitCall(std::chrono::milliseconds timeout) {
   if (!arrived.wait_for(guard, timeout, [&] { return !waitingCalls.empty(); })) {
     return nullptr;
   }
-  const Call call = waitingCalls.front();
+  Call call = waitingCalls.front();
   waitingCalls.pop_front();
   return call;
 }
