@@ -6,6 +6,11 @@ target_compile_options(zelk_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
   # Single precision must give the same digits on every build: no fused multiply-add behind our back.
   -ffp-contract=off)
+if(WIN32)
+  # Windows 7 and later; small headers; one printf for every source, with the formats of the standard.
+  target_compile_definitions(zelk_options INTERFACE _WIN32_WINNT=0x0601 WIN32_LEAN_AND_MEAN NOMINMAX
+    __USE_MINGW_ANSI_STDIO=1)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(zelk_options INTERFACE -Wthread-safety)
 endif()
@@ -31,7 +36,8 @@ function(zelk_add_layer name lower)
     add_library(zelk_${name} INTERFACE)
     set(scope INTERFACE)
   endif()
-  target_include_directories(zelk_${name} ${scope} ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/include)
+  target_include_directories(zelk_${name} ${scope} ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/src/platform/${system}
+    ${CMAKE_SOURCE_DIR}/include)
   if(lower)
     target_link_libraries(zelk_${name} ${scope} zelk_${lower})
   endif()

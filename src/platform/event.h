@@ -1,9 +1,8 @@
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
+
+#include "native/event.h"
 
 namespace zelk {
 
@@ -19,9 +18,7 @@ class CEvent {
   bool WaitFor(uint32_t timeoutMs);
 
  private:
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::atomic<bool> set{false};  // written under mutex; read without it only to see that there is nothing to do
+  SNativeEvent native;
 };
 
 }  // namespace zelk

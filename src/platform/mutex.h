@@ -1,7 +1,6 @@
 #pragma once
 
-#include <mutex>
-
+#include "native/mutex.h"
 #include "platform/thread_annotations.h"
 
 namespace zelk {
@@ -15,7 +14,7 @@ class ZELK_CAPABILITY("mutex") CMutex {
   void Unlock() ZELK_RELEASE() { mutex.unlock(); }
 
  private:
-  std::mutex mutex;
+  CNativeMutex mutex;
 };
 
 // The trunk lock: the thread that holds it may take it again. The analysis knows no re-entrancy, so it is annotated
@@ -28,7 +27,7 @@ class ZELK_CAPABILITY("mutex") CRecursiveMutex {
   void Unlock() ZELK_RELEASE() { mutex.unlock(); }
 
  private:
-  std::recursive_mutex mutex;
+  CNativeRecursiveMutex mutex;
 };
 
 // Holds a lock for the length of a block.

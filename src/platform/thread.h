@@ -35,4 +35,8 @@ class CThread {
   std::shared_ptr<SState> state;
 };
 
+// True while the process ends in a way that has ended every other thread first, wherever it was, with its locks held
+// (Windows does so before it tells a library that it goes). Nothing may be waited for then. Thread: any.
+bool OtherThreadsAreGone();
+
 }  // namespace zelk

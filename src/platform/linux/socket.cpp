@@ -15,7 +15,7 @@
 #include <chrono>
 #include <climits>
 
-#include "platform/linux/socket_gate.h"
+#include "platform/socket_gate.h"
 
 namespace zelk {
 

@@ -125,4 +125,9 @@ bool CThread::JoinFor(uint32_t timeoutMs) {
   return true;
 }
 
+// Threads run on while static objects are destroyed.
+bool OtherThreadsAreGone() {
+  return false;
+}
+
 }  // namespace zelk

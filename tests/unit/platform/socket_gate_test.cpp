@@ -1,4 +1,4 @@
-#include "platform/linux/socket_gate.h"
+#include "platform/socket_gate.h"
 
 #include <gtest/gtest.h>
 

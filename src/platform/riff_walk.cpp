@@ -5,12 +5,10 @@
 //     "LIST" size listType ...  <- passed over whole when it is not what is searched
 //     "data" size data [pad]    <- Ascend leaves: position behind the padding
 //
-#include "platform/riff.h"
+#include "platform/riff_walk.h"
 
 #include <algorithm>
 #include <array>
-
-#include "platform/file.h"
 
 namespace zelk {
 
@@ -33,17 +31,8 @@ uint64_t EndOf(const SRiffChunk& chunk) {
 
 }  // namespace
 
-struct CRiffFile::SState {
-  CReadFile file;
-  uint64_t position = 0;
-
-  bool ReadHeader(SRiffChunk& chunk);
-  template <class Match>
-  bool Search(uint64_t limit, SRiffChunk& chunk, Match match);
-};
-
 // Reads the header at the position and moves behind it; false at the end of the file.
-bool CRiffFile::SState::ReadHeader(SRiffChunk& chunk) {
+bool CRiffWalk::ReadHeader(SRiffChunk& chunk) {
   std::array<uint8_t, kHeaderBytes + kFormTypeBytes> bytes{};
   const size_t got = file.ReadAt(position, bytes.data(), bytes.size());
   if (got < kHeaderBytes || position + kHeaderBytes > UINT32_MAX) {
@@ -66,7 +55,7 @@ bool CRiffFile::SState::ReadHeader(SRiffChunk& chunk) {
 
 // Every turn moves on by a header at least, so the walk ends with the file.
 template <class Match>
-bool CRiffFile::SState::Search(uint64_t limit, SRiffChunk& chunk, Match match) {
+bool CRiffWalk::Search(uint64_t limit, SRiffChunk& chunk, Match match) {
   while (position < limit) {
     SRiffChunk found;
     if (!ReadHeader(found)) {
@@ -81,52 +70,46 @@ bool CRiffFile::SState::Search(uint64_t limit, SRiffChunk& chunk, Match match) {
   return false;
 }
 
-CRiffFile::CRiffFile() : state(std::make_unique<SState>()) {}
-
-CRiffFile::~CRiffFile() {
-  Close();
+bool CRiffWalk::Open(const char* path) {
+  position = 0;
+  return file.Open(path);
 }
 
-bool CRiffFile::Open(const char* path) {
-  state->position = 0;
-  return state->file.Open(path);
+bool CRiffWalk::IsOpen() const {
+  return file.IsOpen();
 }
 
-bool CRiffFile::IsOpen() const {
-  return state->file.IsOpen();
+bool CRiffWalk::DescendRiff(uint32_t formType, SRiffChunk& chunk) {
+  return Search(UINT64_MAX, chunk,
+                [=](const SRiffChunk& found) { return found.id == kRiff && found.formType == formType; });
 }
 
-bool CRiffFile::DescendRiff(uint32_t formType, SRiffChunk& chunk) {
-  return state->Search(UINT64_MAX, chunk,
-                       [=](const SRiffChunk& found) { return found.id == kRiff && found.formType == formType; });
+bool CRiffWalk::DescendChunk(uint32_t id, const SRiffChunk& parent, SRiffChunk& chunk) {
+  return Search(uint64_t{parent.dataOffset} + parent.size, chunk,
+                [=](const SRiffChunk& found) { return found.id == id; });
 }
 
-bool CRiffFile::DescendChunk(uint32_t id, const SRiffChunk& parent, SRiffChunk& chunk) {
-  return state->Search(uint64_t{parent.dataOffset} + parent.size, chunk,
-                       [=](const SRiffChunk& found) { return found.id == id; });
-}
-
-bool CRiffFile::Ascend(const SRiffChunk& chunk) {
+bool CRiffWalk::Ascend(const SRiffChunk& chunk) {
   if (!IsOpen()) {
     return false;
   }
-  state->position = EndOf(chunk);
+  position = EndOf(chunk);
   return true;
 }
 
-size_t CRiffFile::Read(void* data, size_t length) {
-  const size_t got = state->file.ReadAt(state->position, data, length);
-  state->position += got;
+size_t CRiffWalk::Read(void* data, size_t length) {
+  const size_t got = file.ReadAt(position, data, length);
+  position += got;
   return got;
 }
 
-uint64_t CRiffFile::BytesLeft() const {
-  const uint64_t size = state->file.Size();
-  return size > state->position ? size - state->position : 0;
+uint64_t CRiffWalk::BytesLeft() const {
+  const uint64_t size = file.Size();
+  return size > position ? size - position : 0;
 }
 
-bool CRiffFile::Close() {
-  return state->file.Close();
+bool CRiffWalk::Close() {
+  return file.Close();
 }
 
 }  // namespace zelk

@@ -1,4 +1,4 @@
-#include "platform/ini.h"
+#include "platform/ini_file.h"
 
 #include <algorithm>
 #include <optional>
@@ -31,13 +31,13 @@ std::string_view OrEmpty(const char* text) {
 
 }  // namespace
 
-int32_t ReadProfileInt(const std::string& path, const char* section, const char* key, int32_t defaultValue) {
+int32_t ReadIniFileInt(const std::string& path, const char* section, const char* key, int32_t defaultValue) {
   const std::string text = ReadWhole(path);
   const std::optional<std::string_view> value = FindProfileValue(text, OrEmpty(section), OrEmpty(key));
   return value.has_value() && !value->empty() ? ProfileNumber(*value) : defaultValue;
 }
 
-std::string ReadProfileString(const std::string& path, const char* section, const char* key, const char* defaultValue,
+std::string ReadIniFileString(const std::string& path, const char* section, const char* key, const char* defaultValue,
                               size_t capacity) {
   const std::string text = ReadWhole(path);
   const std::optional<std::string_view> value = FindProfileValue(text, OrEmpty(section), OrEmpty(key));

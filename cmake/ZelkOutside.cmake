@@ -1,0 +1,23 @@
+# The outside libraries of the tools and tests: libsndfile (PkgConfig::SNDFILE), nlohmann_json, CLI11 and asio.
+if(WIN32)
+  # libsndfile comes from deps/. The others are headers of the distribution's packages, which serve every system; they
+  # are reached through a folder of links of their own, because /usr/include would bring the build machine's C library.
+  set(outside_headers ${CMAKE_BINARY_DIR}/outside/include)
+  file(MAKE_DIRECTORY ${outside_headers})
+  foreach(name asio asio.hpp CLI nlohmann)
+    if(NOT EXISTS /usr/include/${name})
+      message(FATAL_ERROR "/usr/include/${name} is missing: run scripts/setup")
+    endif()
+    file(CREATE_LINK /usr/include/${name} ${outside_headers}/${name} SYMBOLIC)
+  endforeach()
+  foreach(target nlohmann_json::nlohmann_json CLI11::CLI11)
+    add_library(${target} INTERFACE IMPORTED GLOBAL)
+    target_include_directories(${target} SYSTEM INTERFACE ${outside_headers})
+  endforeach()
+  add_library(PkgConfig::SNDFILE ALIAS sndfile)
+else()
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET GLOBAL sndfile)
+  find_package(nlohmann_json REQUIRED GLOBAL)
+  find_package(CLI11 REQUIRED GLOBAL)
+endif()

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <mutex>
+
+namespace zelk {
+
+using CNativeMutex = std::mutex;
+using CNativeRecursiveMutex = std::recursive_mutex;
+
+}  // namespace zelk

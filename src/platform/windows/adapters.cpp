@@ -1,0 +1,38 @@
+#include "platform/adapters.h"
+
+#include <winsock2.h>
+//
+#include <iphlpapi.h>
+
+#include <cstddef>
+
+#include "platform/socket.h"
+
+namespace zelk {
+
+namespace {
+
+uint32_t AddressOf(const IP_ADDRESS_STRING& text) {
+  uint32_t address = 0;
+  return ParseIpv4(text.String, address) ? address : 0;
+}
+
+}  // namespace
+
+int ListAdapters(std::vector<SAdapter>& adapters) {
+  adapters.clear();
+  ULONG bytes = 0;
+  if (GetAdaptersInfo(nullptr, &bytes) != ERROR_BUFFER_OVERFLOW) {
+    return kAdaptersNotSized;
+  }
+  std::vector<IP_ADAPTER_INFO> buffer(bytes / sizeof(IP_ADAPTER_INFO) + 1);
+  if (GetAdaptersInfo(buffer.data(), &bytes) != ERROR_SUCCESS) {
+    return kAdaptersNotRead;
+  }
+  for (const IP_ADAPTER_INFO* record = buffer.data(); record != nullptr; record = record->Next) {
+    adapters.push_back({AddressOf(record->IpAddressList.IpAddress), AddressOf(record->IpAddressList.IpMask)});
+  }
+  return kAdaptersListed;
+}
+
+}  // namespace zelk

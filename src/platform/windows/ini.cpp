@@ -1,0 +1,31 @@
+#include "platform/ini.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace zelk {
+
+namespace {
+
+// The system's function takes no longer buffer.
+constexpr size_t kMostChars = 65535;
+
+}  // namespace
+
+int32_t ReadProfileInt(const std::string& path, const char* section, const char* key, int32_t defaultValue) {
+  return static_cast<int32_t>(GetPrivateProfileIntA(section, key, defaultValue, path.c_str()));
+}
+
+// Without a section or a key the system's function would list them all.
+std::string ReadProfileString(const std::string& path, const char* section, const char* key, const char* defaultValue,
+                              size_t capacity) {
+  std::vector<char> text(std::min(capacity, kMostChars) + 1);
+  const auto size = static_cast<DWORD>(text.size() - 1);
+  const DWORD length = GetPrivateProfileStringA(section == nullptr ? "" : section, key == nullptr ? "" : key,
+                                                defaultValue, text.data(), size, path.c_str());
+  return {text.data(), std::min<size_t>(length, size)};
+}
+
+}  // namespace zelk

@@ -1,0 +1,12 @@
+#include "common/terminal.h"
+
+#include <io.h>
+#include <stdio.h>
+
+namespace tool {
+
+bool StdoutIsTerminal() {
+  return _isatty(_fileno(stdout)) != 0;
+}
+
+}  // namespace tool
