@@ -1,0 +1,262 @@
+#include <filesystem>
+
+#include "cardsim/g711.h"
+#include "system_fixture.h"
+
+// What the keys of the ini file do, seen from the card.
+namespace {
+
+using cardsim::Bytes;
+using cardsim::Call;
+using cardsim::EControlType;
+using cardsim::EDirection;
+using cardsim::EFrameKind;
+
+constexpr uint8_t kCalledNumber = 0x70;
+constexpr uint8_t kSendingComplete = 0xA1;
+constexpr uint8_t kAlerting = 0x01;
+
+class CConfigEffect : public CSystemTest {
+ protected:
+  // The messages of a type since the card's last connection.
+  std::vector<Bytes> Messages(EControlType type, size_t card = 0) {
+    std::vector<Bytes> found;
+    for (const cardsim::SControlMessage& message : Card(card).Seen().Messages()) {
+      if (message.Is(type)) {
+        found.push_back(message.bytes);
+      }
+    }
+    return found;
+  }
+
+  // The Crc4 bytes that trunks 1, 2 ... were configured with.
+  std::vector<int> Crc4Bytes(size_t card = 0) {
+    std::vector<int> found;
+    for (const Bytes& message : Messages(EControlType::kTrunkConfiguration, card)) {
+      EXPECT_EQ(message[2], found.size() + 1);
+      EXPECT_EQ(message[3], 1);
+      EXPECT_EQ(Bytes(message.begin() + 5, message.end()), Bytes(4, 0));
+      found.push_back(message[4]);
+    }
+    return found;
+  }
+
+  void Reopen() {
+    const int connections = Card().Seen().Connections();
+    Card().ClearSeen();
+    Card().Restart();
+    ASSERT_TRUE(Card().Seen().WaitConnections(connections + 1, kSoon));
+    ASSERT_TRUE(Card().WaitUp(kSlow)) << app->zelk.LogText();
+    ASSERT_TRUE(app->WaitAllReady(kSlow)) << app->zelk.LogText();
+  }
+
+  // The first frame of a kind that the library sent on a trunk.
+  Bytes FirstFrame(EFrameKind kind, int trunk = 0) {
+    for (const cardsim::SFrameRecord& frame : Card().Seen().Frames()) {
+      if (frame.direction == EDirection::kFromLibrary && frame.trunk == trunk && frame.Decode().kind == kind) {
+        return frame.bytes;
+      }
+    }
+    return {};
+  }
+
+  // The SETUP of a call that is placed on the first channel of a trunk.
+  cardsim::SQ931Message SetupOn(int trunk) {
+    EXPECT_TRUE(app->zelk.OpenChannel(trunk * 30));
+    EXPECT_TRUE(app->zelk.Dial(trunk * 30, "123", "456"));
+    EXPECT_TRUE(Card().Seen().WaitQ931(trunk, EDirection::kFromLibrary, "SETUP", kSoon));
+    for (const cardsim::SFrameRecord& frame : Card().Seen().Frames()) {
+      const cardsim::SQ931Message message = frame.Decode().message;
+      if (frame.trunk == trunk && message.valid && message.name == "SETUP") {
+        return message;
+      }
+    }
+    return {};
+  }
+
+  int NumberTypeOn(int trunk) {
+    const cardsim::SQ931Message setup = SetupOn(trunk);
+    const cardsim::SInformationElement* number = setup.Find(kCalledNumber);
+    return number == nullptr || number->content.empty() ? -1 : number->content[0] & 0x7F;
+  }
+
+  bool HasCapture(int trunk) {
+    return std::filesystem::exists(app->zelk.Folder() + "/zelk-" + std::to_string(Card().Serial()) + "-" +
+                                   std::to_string(trunk) + ".hdlc");
+  }
+};
+
+TEST_F(CConfigEffect, without_a_file_every_key_has_its_default_effect) {
+  ASSERT_NO_FATAL_FAILURE(Start({1}));
+  EXPECT_EQ(Crc4Bytes(), std::vector<int>{0});
+  EXPECT_EQ(FirstFrame(EFrameKind::kSabme), (Bytes{0x00, 0x01, 0x7F})) << "a command of the user side";
+  EXPECT_FALSE(HasCapture(1));
+  const cardsim::SQ931Message setup = SetupOn(0);
+  ASSERT_NE(setup.Find(kCalledNumber), nullptr);
+  EXPECT_EQ(setup.Find(kCalledNumber)->content[0], 0xA1) << "national, ISDN";
+  EXPECT_NE(setup.Find(kSendingComplete), nullptr) << "Euro ISDN";
+}
+
+TEST_F(CConfigEffect, crc4_reaches_the_card_as_its_low_byte_from_the_trunks_section_or_from_general) {
+  ASSERT_NO_FATAL_FAILURE(Start({3}, "[General]\nCrc4=2\n[100001-2]\nCrc4=259\n[100001-3]\nCrc4=-1\n"));
+  EXPECT_EQ(Crc4Bytes(), (std::vector<int>{2, 3, 255}));
+}
+
+TEST_F(CConfigEffect, each_card_has_sections_of_its_own) {
+  ASSERT_NO_FATAL_FAILURE(Start({1, 2}, "[100001-1]\nCrc4=1\n[100002-2]\nCrc4=4\n"));
+  EXPECT_EQ(Crc4Bytes(0), std::vector<int>{1});
+  EXPECT_EQ(Crc4Bytes(1), (std::vector<int>{0, 4}));
+}
+
+TEST_F(CConfigEffect, malformed_and_unusual_values_follow_the_readers_rules) {
+  ASSERT_NO_FATAL_FAILURE(
+      Start({8},
+            "\r\n; Crc4 of eight trunks\r\n[general]\r\ncrc4 = 7\r\nCrc4=8\r\n"
+            "[100001-1]\r\nCrc4=abc\r\n[100001-2]\r\nCrc4=  12x3\r\n[100001-3]\r\nCrc4=\r\n"
+            "[100001-4]\r\n  CRC4\t=\t\"5\"  \r\n[100001-5]\r\nCrc4=0x10\r\n[100001-5]\r\nCrc4=9\r\n"
+            "[100001-6]\r\nCrc4=-2\r\n[100001-7]\r\nno equals sign\r\n[100001-8]\nCrc4=6"));
+  EXPECT_EQ(Crc4Bytes(), (std::vector<int>{0, 12, 7, 5, 0, 254, 7, 6}));
+}
+
+TEST_F(CConfigEffect, client_type_1_makes_a_trunk_the_network_side) {
+  cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks({2});
+  config.cards[0].roles[1].userSide = true;
+  ASSERT_NO_FATAL_FAILURE(Start(config, "[100001-2]\nClientType=1\n"));
+  EXPECT_EQ(FirstFrame(EFrameKind::kSabme, 0), (Bytes{0x00, 0x01, 0x7F}));
+  EXPECT_EQ(FirstFrame(EFrameKind::kSabme, 1), (Bytes{0x02, 0x01, 0x7F})) << "a command of the network side";
+}
+
+TEST_F(CConfigEffect, two_network_sides_are_reported_as_a_wrong_configuration) {
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
+  sim->Start();
+  app = std::make_unique<support::CApplication>("[General]\nClientType=1\n");
+  ASSERT_TRUE(app->zelk.Init());
+  EXPECT_TRUE(app->zelk.WaitLog(
+      "  G :Card 0: Trunk 0 - Configuration Incorrect. Please set ClientType=1 for NT or ClientType=2 for TE\r\n"))
+      << app->zelk.LogText();
+}
+
+TEST_F(CConfigEffect, switch_type_chooses_the_dialect_of_a_trunk) {
+  ASSERT_NO_FATAL_FAILURE(Start({2}, "[100001-2]\nSwitchType=1\n"));
+  EXPECT_NE(SetupOn(0).Find(kSendingComplete), nullptr) << "Euro ISDN says that the number is complete";
+  EXPECT_EQ(SetupOn(1).Find(kSendingComplete), nullptr) << "National ISDN does not";
+}
+
+TEST_F(CConfigEffect, number_type_stands_in_the_setup_of_the_trunks_calls) {
+  ASSERT_NO_FATAL_FAILURE(
+      Start({3}, "[General]\nNumberType=65\n[100001-2]\nNumberType=17\n[100001-3]\nNumberType=0\n"));
+  EXPECT_EQ(NumberTypeOn(0), 65);
+  EXPECT_EQ(NumberTypeOn(1), 17);
+  EXPECT_EQ(NumberTypeOn(2), 0);
+}
+
+TEST_F(CConfigEffect, hangup_on_alerting_ends_a_connected_call_of_its_trunk_that_alerts) {
+  ASSERT_NO_FATAL_FAILURE(Start({2}, "[100001-2]\nHangupOnAlerting=1\n"));
+  for (const int32_t channel : {0, 30}) {
+    ASSERT_TRUE(app->zelk.OpenChannel(channel));
+    ASSERT_TRUE(app->zelk.Dial(channel, "123", nullptr));
+    ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CONNECTED, kSoon));
+    const Call call = Card().WaitCall(kSoon);
+    ASSERT_TRUE(call->WaitState(cardsim::ESimCallState::kConnected, kSoon));
+    app->Forget();
+    call->SendMessage(kAlerting);
+    if (channel == 0) {
+      ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_ALERTING, kSoon));
+    } else {
+      int32_t cause = 0;
+      ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_DISCONNECTED, kSoon, 1, &cause));
+      EXPECT_EQ(cause, 16);
+      EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE), static_cast<uint32_t>(ZELK_CHANNEL_READY));
+    }
+  }
+}
+
+TEST_F(CConfigEffect, hdlc_log_writes_a_capture_of_the_trunks_that_have_it) {
+  ASSERT_NO_FATAL_FAILURE(Start({3}, "[General]\nHdlcLog=2\n[100001-2]\nHdlcLog=0\n"));
+  EXPECT_TRUE(HasCapture(1));
+  EXPECT_FALSE(HasCapture(2));
+  EXPECT_TRUE(HasCapture(3));
+}
+
+TEST_F(CConfigEffect, sections_are_read_again_when_a_card_is_opened_again) {
+  ASSERT_NO_FATAL_FAILURE(Start({2}, "[General]\nCrc4=1\nNumberType=33\n[100001-1]\nCrc4=2\n"));
+  EXPECT_EQ(Crc4Bytes(), (std::vector<int>{2, 1}));
+  app->zelk.WriteIni("[General]\nCrc4=9\n[100001-1]\nCrc4=3\nNumberType=65\nHdlcLog=1\n");
+  ASSERT_NO_FATAL_FAILURE(Reopen());
+  EXPECT_EQ(Crc4Bytes(), (std::vector<int>{3, 1})) << "the general values stay those of the last ZELK_Init";
+  EXPECT_EQ(NumberTypeOn(0), 65);
+  EXPECT_TRUE(HasCapture(1));
+  EXPECT_FALSE(HasCapture(2));
+}
+
+TEST_F(CConfigEffect, a_second_init_reads_the_general_values_for_the_next_opening) {
+  ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nCrc4=1\n"));
+  EXPECT_EQ(Crc4Bytes(), std::vector<int>{1});
+  app->zelk.WriteIni("[General]\nCrc4=5\nNumberType=65\n");
+  ASSERT_TRUE(app->zelk.Init());
+  EXPECT_EQ(Crc4Bytes(), std::vector<int>{1}) << "an open card is left as it is";
+  EXPECT_EQ(NumberTypeOn(0), 33);
+  ASSERT_NO_FATAL_FAILURE(Reopen());
+  EXPECT_EQ(Crc4Bytes(), std::vector<int>{5});
+  EXPECT_EQ(NumberTypeOn(0), 65);
+}
+
+// Sends back what the far end hears, at a quarter of its level and 50 ms later, as a line does.
+class CEcho : public cardsim::IAudioSource {
+ public:
+  explicit CEcho(cardsim::Recorder heardSound) : heard(std::move(heardSound)) {}
+
+  size_t Read(std::span<uint8_t> out) override {
+    const Bytes all = heard->Samples();
+    for (uint8_t& sample : out) {
+      const size_t at = position++;
+      sample = at < kDelay || at - kDelay >= all.size() ? cardsim::kSilence : Quarter(all[at - kDelay]);
+    }
+    return out.size();
+  }
+
+ private:
+  static constexpr size_t kDelay = 200;
+
+  // Two segments of 16 codes each lie between a level and its quarter.
+  static uint8_t Quarter(uint8_t code) {
+    const int magnitude = (code ^ 0x55) & 0x7F;
+    return static_cast<uint8_t>(((code & 0x80) | (magnitude > 32 ? magnitude - 32 : 0)) ^ 0x55);
+  }
+
+  const cardsim::Recorder heard;
+  size_t position = 0;
+};
+
+TEST_F(CConfigEffect, echo_canceller_takes_away_an_echo_within_echo_tail_on_its_trunks) {
+  constexpr size_t kSecond = 8000;
+  constexpr size_t kSeconds = 5;
+  ASSERT_NO_FATAL_FAILURE(Start({3},
+                                "[General]\nEchoCanceller=1\n[100001-1]\nEchoCanceller=0\nEchoTail=64\n"
+                                "[100001-3]\nEchoTail=128\n"));
+  const Bytes noise = cardsim::RenderTestPattern(kSeconds * kSecond, 1);
+  std::vector<Call> calls;
+  for (int trunk = 0; trunk < 3; ++trunk) {
+    const int32_t channel = trunk * 30;
+    ASSERT_TRUE(app->zelk.OpenChannel(channel));
+    app->Record(channel);
+    calls.push_back(Card().PlaceCall({.trunk = trunk, .timeslot = 1}));
+    ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_INCOMING_CALL, kSoon));
+    ASSERT_TRUE(app->zelk.Answer(channel));
+    ASSERT_TRUE(calls.back()->WaitState(cardsim::ESimCallState::kConnected, kSoon));
+    calls.back()->Play(std::make_shared<CEcho>(calls.back()->Heard()));
+    ASSERT_TRUE(app->zelk.PlayBuffer(channel, noise.data(), static_cast<uint32_t>(noise.size())));
+  }
+  std::vector<double> levels;
+  for (int32_t channel = 0; channel < 90; channel += 30) {
+    ASSERT_TRUE(app->WaitRecorded(channel, kSeconds * kSecond, kSlow));
+    const std::vector<uint8_t> recorded = app->Recorded(channel);
+    levels.push_back(cardsim::Dbm0OfALaw(recorded.data() + (kSeconds - 2) * kSecond, kSecond));
+  }
+  printf("LV %f %f %f\n", levels[0], levels[1], levels[2]);
+  EXPECT_GT(levels[0], -30);
+  EXPECT_GT(levels[1], levels[0] - 6) << "an echo behind the default tail of 32 ms stays";
+  EXPECT_LT(levels[2], levels[0] - 12) << "one within 64 ms goes";
+}
+
+}  // namespace
