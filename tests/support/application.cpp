@@ -34,6 +34,9 @@ void ZELK_CALL CApplication::OnEvent(int32_t channel, uint32_t event, int32_t pa
 }
 
 void ZELK_CALL CApplication::OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
+  if (current->onRecord) {
+    current->onRecord(channel, data, length);
+  }
   {
     const std::lock_guard<std::mutex> guard(current->lock);
     const auto found = current->recordings.find(static_cast<int32_t>(channel));

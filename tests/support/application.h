@@ -37,6 +37,8 @@ class CApplication {
   std::function<void(const SAppEvent&)> onEvent;
   // Runs on the pacer thread for each block about to be played. Set before ZELK_Init.
   std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> onPlay;
+  // Runs on the pacer thread for each received block, before it is kept. Set before ZELK_Init.
+  std::function<void(uint32_t channel, const uint8_t* data, uint32_t length)> onRecord;
 
   // Waits until every channel is READY.
   bool WaitAllReady(std::chrono::milliseconds timeout);

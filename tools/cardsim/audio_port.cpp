@@ -112,6 +112,9 @@ CAudioPort::Time CAudioPort::SendStream(Time now) {
 CAudioPort::Time CAudioPort::SendUnderWay(Time now, Time next) {
   while (const std::optional<SAudioPacket> arrived = network.Pop(now)) {
     Launch(*arrived, now);
+    if (network.IsIdle(now)) {
+      changed.notify_all();
+    }
   }
   return std::min(next, network.NextDue().value_or(next));
 }
@@ -195,6 +198,11 @@ void CAudioPort::PauseFor(std::chrono::milliseconds time) {
 SAudioFaultCounts CAudioPort::FaultCounts() const {
   const std::lock_guard guard(lock);
   return network.Counts();
+}
+
+bool CAudioPort::WaitArrived(std::chrono::milliseconds timeout) const {
+  std::unique_lock guard(lock);
+  return changed.wait_for(guard, timeout, [&] { return network.IsIdle(std::chrono::steady_clock::now()); });
 }
 
 void CAudioPort::SetWaitForReplies(bool on) {

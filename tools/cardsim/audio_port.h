@@ -57,6 +57,8 @@ class CAudioPort {
   // Holds all packets back for so long, then they go at once.
   void PauseFor(std::chrono::milliseconds time);
   SAudioFaultCounts FaultCounts() const;
+  // Until no packet is under way any more.
+  bool WaitArrived(std::chrono::milliseconds timeout) const;
   // On: no packet goes before the one before it was answered (or kReplyPatience has passed), so that sound does not
   // depend on how busy the machine is. The pace is made up for later.
   void SetWaitForReplies(bool on);

@@ -1,0 +1,191 @@
+#include <cstring>
+
+#include "cardsim/wire.h"
+#include "system_fixture.h"
+
+namespace {
+
+using cardsim::Bytes;
+
+size_t CountOf(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+    ++count;
+  }
+  return count;
+}
+
+// Packets go one by one, as the test says; the card and the library are otherwise as in real life.
+class CAudioOrder : public CSystemTest {
+ protected:
+  void StartStill(const std::vector<int>& trunksOfCards = {1}) {
+    sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks(trunksOfCards));
+    sim->Start();
+    for (size_t i = 0; i < trunksOfCards.size(); ++i) {
+      Card(i).Audio().SetPacing(false);
+    }
+    app = std::make_unique<support::CApplication>("[Debug]\nLevel=1\nFlushImmediate=1\n");
+    ASSERT_NO_FATAL_FAILURE(StartLibrary());
+    ASSERT_TRUE(Card().Seen().WaitReady(kSoon));
+    Card().Audio().KeepReplies(true);
+  }
+
+  void Send(const std::vector<uint32_t>& sequences, uint8_t hint = 0) {
+    Card().Audio().SetBacklogHint(hint);
+    for (const uint32_t sequence : sequences) {
+      Card().Audio().SendPacket(sequence);
+    }
+  }
+
+  // The library answers in order, so the reply to a packet that certainly gets one shows how many came before it.
+  // The numbers of all replies so far; `inStep` is the packet that follows the one processed last.
+  std::vector<uint32_t> RepliesUpTo(uint32_t inStep, size_t expected) {
+    Send({inStep});
+    EXPECT_TRUE(Card().Audio().WaitReplies(expected + 1, kSoon)) << app->zelk.LogText();
+    std::vector<uint32_t> numbers;
+    for (const cardsim::SReply& reply : Card().Audio().Replies()) {
+      numbers.push_back(cardsim::ReadLe32(&reply.bytes[2]));
+      EXPECT_EQ(reply.bytes.size(), cardsim::AudioPacketBytes(1, 45));
+      EXPECT_EQ(reply.bytes[6], 0);
+      EXPECT_EQ(reply.bytes[7], 0);
+    }
+    return numbers;
+  }
+
+  static std::vector<uint32_t> UpTo(uint32_t count) {
+    std::vector<uint32_t> numbers(count);
+    for (uint32_t i = 0; i < count; ++i) {
+      numbers[i] = i;
+    }
+    return numbers;
+  }
+
+  void ExpectNoLine() { EXPECT_EQ(app->zelk.LogText().find("acket"), std::string::npos) << app->zelk.LogText(); }
+};
+
+TEST_F(CAudioOrder, a_first_packet_with_hint_7_is_answered_by_three) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Send({1}, 7);
+  EXPECT_EQ(RepliesUpTo(2, 3), UpTo(4));
+  ExpectNoLine();
+}
+
+TEST_F(CAudioOrder, a_first_packet_with_hint_4_is_answered_by_none) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Send({1}, 4);
+  EXPECT_EQ(RepliesUpTo(2, 0), UpTo(1));
+  ExpectNoLine();
+}
+
+TEST_F(CAudioOrder, packets_1_3_2_4_are_all_answered_without_a_line) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Send({1, 3, 2, 4});
+  EXPECT_EQ(RepliesUpTo(5, 3), UpTo(4));
+  ExpectNoLine();
+}
+
+TEST_F(CAudioOrder, packets_1_3_4_are_a_loss_with_2_and_4_in_its_line) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Send({1, 3, 4});
+  EXPECT_EQ(RepliesUpTo(5, 0), UpTo(1));
+  EXPECT_TRUE(app->zelk.WaitLog("Card 0: Packet loss?, so sequence reset, expected 2 got 4, processed.\r\n"));
+  EXPECT_EQ(CountOf(app->zelk.LogText(), "acket"), 1U);
+}
+
+TEST_F(CAudioOrder, a_loss_with_hint_9_is_answered_by_five) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Send({1, 2});
+  Send({100}, 9);
+  EXPECT_EQ(RepliesUpTo(101, 6), UpTo(7));
+  EXPECT_TRUE(app->zelk.WaitLog("Card 0: Packet loss?, so sequence reset, expected 3 got 100, processed.\r\n"));
+}
+
+TEST_F(CAudioOrder, nine_old_packets_are_ignored_and_the_tenth_is_the_new_start) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Send({50, 51});
+  Send({40, 41, 42, 43, 44, 45, 46, 47, 48});
+  EXPECT_EQ(RepliesUpTo(52, 1), UpTo(2));
+  Send({40, 41, 42, 43, 44, 45, 46, 47, 48, 49}, 6);
+  EXPECT_EQ(RepliesUpTo(50, 4), UpTo(5));
+  EXPECT_TRUE(app->zelk.WaitLog("Card 0: Too many Old/Duplicate Packets, so sequence reset to 49, processed.\r\n"));
+  const std::string log = app->zelk.LogText();
+  EXPECT_EQ(CountOf(log, "Card 0: Old/Duplicate Packet -> "), 19U);
+  for (uint32_t old = 40; old <= 48; ++old) {
+    EXPECT_EQ(CountOf(log, "Card 0: Old/Duplicate Packet -> " + std::to_string(old) + ", ignored.\r\n"), 2U);
+  }
+  EXPECT_EQ(CountOf(log, "Too many"), 1U);
+}
+
+TEST_F(CAudioOrder, the_first_packet_is_judged_against_1) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Send({0});  // old
+  Send({2});  // held
+  Send({3}, 6);
+  EXPECT_EQ(RepliesUpTo(4, 2), UpTo(3));
+  EXPECT_TRUE(app->zelk.WaitLog("Card 0: Packet loss?, so sequence reset, expected 1 got 3, processed.\r\n"));
+  EXPECT_EQ(CountOf(app->zelk.LogText(), "Card 0: Old/Duplicate Packet -> 0, ignored.\r\n"), 1U);
+}
+
+TEST_F(CAudioOrder, packets_of_583_and_1449_bytes_of_wrong_magic_or_from_elsewhere_change_nothing) {
+  ASSERT_NO_FATAL_FAILURE(StartStill({1, 1}));
+  Send({1, 2});
+  const auto packet = [](size_t bytes) {
+    Bytes made(bytes, 0x2A);
+    cardsim::WriteAudioHeader(made.data(), 1000, 99);
+    return made;
+  };
+  Card().Audio().SendRaw(packet(583));
+  Card().Audio().SendRaw(packet(1449));
+  Bytes swapped = packet(1448);
+  std::swap(swapped[0], swapped[1]);
+  Card().Audio().SendRaw(swapped);
+  // The other card is a stranger on this one's socket.
+  uint16_t port = 0;
+  for (const cardsim::SControlMessage& message : Card().Seen().Messages()) {
+    if (message.Is(cardsim::EControlType::kAudioPort)) {
+      port = cardsim::ReadLe16(&message.bytes[2]);
+    }
+  }
+  ASSERT_NE(port, 0);
+  Card(1).Audio().KeepReplies(true);
+  Card(1).SendDatagram(packet(1448), "127.0.0.1", port);
+  EXPECT_EQ(RepliesUpTo(3, 1), UpTo(2));
+  EXPECT_TRUE(Card(1).Audio().Replies().empty());
+  ExpectNoLine();
+}
+
+TEST_F(CAudioOrder, on_a_bad_network_every_packet_gets_the_reply_and_the_line_it_must) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  Card().Audio().SetFaults({.loss = 3,
+                            .duplicates = 3,
+                            .reordered = 5,
+                            .delay = std::chrono::milliseconds(15),
+                            .jitter = std::chrono::milliseconds(9),
+                            .seed = 11});
+  Card().Audio().SetPacing(true);
+  ASSERT_TRUE(Card().RecordTimeslot(0, 1)->WaitSize(20000, kSlow));
+  Card().Audio().PauseFor(std::chrono::milliseconds(300));
+  ASSERT_TRUE(Card().RecordTimeslot(0, 1)->WaitSize(8000, kSlow));
+  Card().Audio().SetPacing(false);
+  // A new start lets go what was kept aside; what is still under way arrives.
+  Card().Audio().SetFaults({});
+  Send({1000000}, 5);
+  ASSERT_TRUE(Card().Audio().WaitArrived(kSoon));
+  const cardsim::SAudioStatistics owed = Card().Audio().Statistics();
+  ASSERT_TRUE(Card().Audio().WaitReplies(owed.replies + owed.outstanding, kSoon));
+  const cardsim::SAudioStatistics seen = Card().Audio().Statistics();
+  EXPECT_GT(seen.losses, 5U);
+  EXPECT_GT(seen.oldPackets, 5U);
+  EXPECT_EQ(seen.missing, 0U);
+  EXPECT_EQ(seen.surplus, 0U);
+  EXPECT_EQ(seen.wrongSize, 0U);
+  EXPECT_EQ(seen.sequenceGaps, 0U);
+  EXPECT_EQ(seen.outstanding, 0U);
+  EXPECT_TRUE(app->zelk.WaitLog("got 1000000, processed.\r\n"));
+  const std::string log = app->zelk.LogText();
+  EXPECT_EQ(CountOf(log, "Card 0: Packet loss?, so sequence reset, expected "), seen.losses);
+  EXPECT_EQ(CountOf(log, "Card 0: Old/Duplicate Packet -> "), seen.oldPackets);
+  EXPECT_EQ(CountOf(log, "Card 0: Too many Old/Duplicate Packets"), seen.oldResets);
+}
+
+}  // namespace
