@@ -14,10 +14,12 @@ CApplication::CApplication(const std::string& ini) : zelk(ini) {
 }
 
 CApplication::~CApplication() {
-  zelk.Shutdown();
-  zelk.SetEventCallback(nullptr);
-  zelk.SetRecordCallback(nullptr);
-  zelk.SetPlayCallback(nullptr);
+  if (zelk.IsLoaded()) {
+    zelk.Shutdown();
+    zelk.SetEventCallback(nullptr);
+    zelk.SetRecordCallback(nullptr);
+    zelk.SetPlayCallback(nullptr);
+  }
   current = nullptr;
 }
 

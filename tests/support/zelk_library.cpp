@@ -37,9 +37,17 @@ CZelkLibrary::CZelkLibrary(const std::string& ini) : folder(MakeFolder()) {
 }
 
 CZelkLibrary::~CZelkLibrary() {
-  Shutdown();
+  if (IsLoaded()) {
+    Shutdown();
+  }
   std::error_code ignored;
   fs::remove_all(folder, ignored);
+}
+
+void CZelkLibrary::Unload() {
+  Shutdown();
+  dlclose(handle);
+  handle = nullptr;
 }
 
 void CZelkLibrary::Load(const std::string& path) {

@@ -23,6 +23,9 @@ class CZelkLibrary {
   // Waits for the log's writer to bring this text to the file.
   bool WaitLog(const std::string& text, int timeoutMs = 5000) const;
   void WriteIni(const std::string& text) const;
+  // Shuts down and unloads; none of the functions may be called any more.
+  void Unload();
+  bool IsLoaded() const { return handle != nullptr; }
 
 #define ZELK_FUNCTION(name) decltype(&::ZELK_##name) name = nullptr
   ZELK_FUNCTION(Init);
