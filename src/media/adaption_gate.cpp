@@ -10,9 +10,10 @@ constexpr int kPeakShift = 3;
 constexpr float kEstimatePace = 1.0F / 64;
 constexpr int32_t kLoudHangover = 600;  // 75 ms
 constexpr int32_t kHangover = 400;
-constexpr float kProvenRatio = 16;         // 12 dB
-constexpr float kLeastEstimate = 1000;     // quieter echoes prove nothing
-constexpr int32_t kAudibleSent = 64 * 64;  // below it the canceller does not learn anyway
+constexpr float kProvenRatio = 16;      // 12 dB
+constexpr float kLeastEstimate = 1000;  // quieter echoes prove nothing
+constexpr int32_t kAudibleSent = 64 * 64;
+constexpr int32_t kLearnableSent = 128 * 128;  // the loudest of the tail: what comes back is too faint below it
 constexpr int32_t kProvenSamples = 500;
 constexpr int32_t kMostProven = 2000;
 constexpr int32_t kChangedLine = 8000;  // a second
@@ -31,7 +32,7 @@ bool CAdaptionGate::Open(int16_t sent, int16_t received) {
   else if (loudNearEnd > 0)
     --loudNearEnd;
   const bool heard = NearEndHeard();
-  return receivedPower < sentPower && loudNearEnd == 0 && !heard;
+  return std::max(tailMaximum, stretchMaximum) > kLearnableSent && loudNearEnd == 0 && !heard;
 }
 
 void CAdaptionGate::TrackTail() {

@@ -1,6 +1,7 @@
 #include "media/echo_stage.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -52,6 +53,10 @@ static_assert(kMinTailMs * kTapsPerMs == 256 && kMaxTailMs * kTapsPerMs == CAdap
 
 constexpr int kDwell = 2;  // one of them is counted down before it is looked at
 constexpr int kMostToneScore = 200;
+constexpr int32_t kLoudest = 1 << 30;
+
+constexpr int kStepShift = 30;   // of the tail's energy: a whole step is 2^30, this makes it a half to a whole one
+constexpr int kDivisorBits = 8;  // what the canceller takes off the divisor's top bit
 
 constexpr float kLevelPace = 1.0F / 64;  // levels follow within 8 ms
 constexpr float kSuppressedRatio = 16;   // 24 dB
@@ -105,14 +110,17 @@ int16_t CEchoStage::Update(int16_t sent, int16_t received) {
 
 int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
   echo_can_state_t* state = State(canceller);
-  // The gate's word in place of the canceller's: it does not learn while its dwell count runs, and goes back to older
-  // taps only where an onset begins.
+  // The gate's word in place of the canceller's: that takes the sound sent just now for the loudest there is, does not
+  // learn while its dwell count runs, and goes back to older taps only where an onset begins.
+  state->tx_power[0] = kLoudest;
+  state->tx_power[1] = kLoudest;
   state->nonupdate_dwell = gate.Open(sent, received) ? 0 : kDwell;
   state->dtd_onset = 1;
   // After a long tone the canceller goes back to older taps too, and then indexes its sets with -1 if the first is in
   // use: the score above which it does so is not reached there.
   if (state->tap_set == 0)
     state->narrowband_score = std::min(state->narrowband_score, kMostToneScore);
+  SetStep(sent);
   const int16_t wrapped = kBuild.update(state, sent, received);
   // It returns the difference in 16 bits and lets it wrap. The echo it took away fits 16 bits, so it can be had back
   // exactly, and the difference saturates where it would have wrapped into a click.
@@ -120,6 +128,18 @@ int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
   const int32_t residual = Saturate(int32_t{received} - echo);
   gate.Note(echo, residual);
   return residual;
+}
+
+// The canceller divides its step by the mean size of the last 32 samples, but the step acts on the whole tail. Behind a
+// loud syllable it would be many times what is stable, and the filter louder than the echo. The divisor, whose top bit
+// alone counts, is set to what the tail's energy allows.
+void CEchoStage::SetStep(int16_t sent) {
+  echo_can_state_t* state = State(canceller);
+  const int32_t leaving = state->fir_state.history[state->fir_state.curr_pos];
+  tailEnergy += int64_t{sent} * sent - int64_t{leaving} * leaving;
+  const int shift = std::max(static_cast<int>(std::bit_width(static_cast<uint64_t>(tailEnergy))) - kStepShift, 0);
+  // Halfway up its octave, so that the canceller's own smoothing leaves the top bit as it is.
+  state->tx_power[3] = 3 << (shift + kDivisorBits - 1);
 }
 
 void CEchoStage::TrackLevels(int16_t sent, int32_t residual) {

@@ -34,12 +34,14 @@ class CEchoStage {
   CEchoStage(void* cancellerState, int32_t tapCount);
 
   int32_t CancelLinear(int16_t sent, int16_t received);
+  void SetStep(int16_t sent);
   void TrackLevels(int16_t sent, int32_t residual);
 
   void* canceller;  // spandsp's state, owned
   int32_t taps;
   CAdaptionGate gate;
-  float tailDecay;  // a sample's, so that a level falls to a third within the tail
+  int64_t tailEnergy = 0;  // sum of the squares of what was sent within the tail
+  float tailDecay;         // a sample's, so that a level falls to a third within the tail
   // Mean magnitudes of 16-bit samples.
   float sentNow = 0;      // over the last few milliseconds
   float sentInTail = 0;   // the same, falling no faster than echoes of it die away

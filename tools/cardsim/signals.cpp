@@ -130,7 +130,7 @@ void AddSyllable(Linear& signal, const SSyllable& syllable, CRandom& random) {
       phase += syllable.pitch * (1.1 - 0.2 * part) / kSampleRate;
       const bool pulse = phase >= 1;
       phase -= pulse ? 1 : 0;
-      const double source = syllable.voiced ? (pulse ? 8.0 : 0.05 * random.Normal()) : 0.6 * random.Normal();
+      const double source = syllable.voiced ? (pulse ? 8.0 : 0.0) + 0.2 * random.Normal() : 0.6 * random.Normal();
       const double envelope = std::sin(std::numbers::pi * part);
       value = envelope * (low.Next(source, syllable.first, 90) + 0.6 * high.Next(source, syllable.second, 150));
     }

@@ -34,12 +34,10 @@ TEST_F(AdaptionGate, IsShutWhileNothingIsSent) {
   EXPECT_EQ(Feed(8000, 0, 500, 0, 500), 0);
 }
 
-// The sound falls by 20 dB; its echo follows 24 ms later. Shut in between, but open at once when the echo has fallen
-// too.
+// The sound falls by 20 dB; its echo follows 24 ms later and may be learnt from all the time.
 TEST_F(AdaptionGate, ALateEchoOfFallingSoundIsNotTakenForSomebodySpeaking) {
   Feed(4000, 8000, 3000, 0, 3000);
-  EXPECT_LE(Feed(192, 800, 3000, 0, 3000), 100);
-  Feed(40, 800, 300, 0, 300);
+  EXPECT_GE(Feed(192, 800, 3000, 0, 3000), 190);
   EXPECT_GE(Feed(200, 800, 300, 0, 300), 195);
 }
 

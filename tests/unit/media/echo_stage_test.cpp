@@ -176,6 +176,19 @@ INSTANTIATE_TEST_SUITE_P(Signals, EchoStageFarEnd,
                                          SFarEnd{"Speech16", true, 16}, SFarEnd{"Speech30", true, 30}),
                          [](const auto& far) { return std::string(far.param.name); });
 
+// Loud syllables behind which quiet ones follow: a step that suits the quiet ones makes the filter louder than the
+// echo.
+TEST(EchoStage, TheFilterIsNeverLouderThanTheEcho) {
+  for (const unsigned seed : {1U, 2U, 3U, 4U, 5U, 6U}) {
+    const Signal sent = Line(Speech(10, -8, seed));
+    const Signal echo = Line(Echo(sent, seed % 2 == 0 ? 8 : 20));
+    const Signal cleaned = Cancel(sent, echo);
+    for (double from = 0.5; from < 9.9; from += 0.1)
+      EXPECT_LE(Dbm0(cleaned, from, from + 0.1), std::max(Dbm0(echo, from, from + 0.1) + 2, -45.0))
+          << seed << " " << from;
+  }
+}
+
 TEST(EchoStage, InDoubleTalkTheNearEndIsHeard) {
   const Signal sent = Line(Speech(8, -16, 3));
   Signal near(static_cast<size_t>(6 * kRate), 0);
