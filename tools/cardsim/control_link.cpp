@@ -172,6 +172,8 @@ void CControlLink::Drop() {
 }
 
 void CControlLink::End(const std::shared_ptr<SSession>& open) {
+  // The argument may be the member that is reset here.
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
   const std::shared_ptr<SSession> ending = open;
   session.reset();
   asio::error_code ignored;

@@ -222,7 +222,7 @@ std::string CTraffic::Save(const SCallRecord& record, const Bytes& samples) cons
   char name[96];
   std::snprintf(name, sizeof(name), "card%d-trunk%d-ts%02d-%06llu.wav", record.card + 1, record.trunk + 1,
                 record.timeslot, static_cast<unsigned long long>(record.number));
-  const std::string path = (std::filesystem::path(options.record) / name).string();
+  std::string path = (std::filesystem::path(options.record) / name).string();
   WriteWav(path, samples);
   return path;
 }

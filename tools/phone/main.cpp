@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
-#include <iostream>
+#include <cstdio>
+#include <exception>
 
 #include "phone/commands.h"
 
@@ -14,9 +15,7 @@ void AddScriptOptions(CLI::App& command, phone::SCallScript& script) {
   command.add_flag("--hangup-after-play", script.hangupAfterPlay, "hang up when the file is played");
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app("A command-line telephone on ISDN primary-rate trunks");
   app.require_subcommand(1);
   int trunkSeconds = 10;
@@ -48,16 +47,22 @@ int main(int argc, char** argv) {
   AddScriptOptions(*dialCommand, dial.script);
 
   CLI11_PARSE(app, argc, argv);
+  if (answerCommand->parsed()) {
+    return phone::RunAnswer(answer, trunkSeconds);
+  }
+  if (dialCommand->parsed()) {
+    return phone::RunDial(dial, trunkSeconds);
+  }
+  return phone::RunChannels(trunkSeconds);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    if (answerCommand->parsed()) {
-      return phone::RunAnswer(answer, trunkSeconds);
-    }
-    if (dialCommand->parsed()) {
-      return phone::RunDial(dial, trunkSeconds);
-    }
-    return phone::RunChannels(trunkSeconds);
+    return Run(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "zelk-phone: " << error.what() << std::endl;
+    std::fprintf(stderr, "zelk-phone: %s\n", error.what());
     return 1;
   }
 }

@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -50,19 +51,23 @@ int Check(const std::string& playedPath, const std::string& recordedPath) {
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app("Checks that a recording holds everything that was played, A-law sample for A-law sample");
   std::string played;
   std::string recorded;
   app.add_option("played", played, "WAV file that one side played")->required()->check(CLI::ExistingFile);
   app.add_option("recorded", recorded, "WAV file that the other side recorded")->required()->check(CLI::ExistingFile);
   CLI11_PARSE(app, argc, argv);
+  return Check(played, recorded);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    return Check(played, recorded);
+    return Run(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "zelk-soundcheck: " << error.what() << std::endl;
+    std::fprintf(stderr, "zelk-soundcheck: %s\n", error.what());
     return 2;
   }
 }

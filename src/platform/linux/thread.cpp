@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 #include <sched.h>
-#include <signal.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): the POSIX part of it
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
