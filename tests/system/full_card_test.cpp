@@ -1,0 +1,212 @@
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "cardsim/signals.h"
+#include "cardsim/wire.h"
+#include "system_fixture.h"
+
+namespace {
+
+using cardsim::Bytes;
+
+constexpr int32_t kChannels = 240;
+constexpr size_t kRound = 8000;  // a second: a digit, its pause, then noise
+constexpr size_t kDigitBytes = 640;
+constexpr size_t kPauseBytes = 640;
+constexpr char kDigits[] = "159D*0#A2C7";
+constexpr size_t kDigitCount = sizeof(kDigits) - 1;
+
+// Each channel's own endless sound in each direction: the byte at any place can be told without the ones before it.
+class CSoundtrack {
+ public:
+  CSoundtrack(uint32_t channel, uint32_t direction) : key(channel * 2 + direction), hasDigits(direction == 0) {
+    for (size_t i = 0; i < kDigitCount; ++i) {
+      tones[i] = cardsim::RenderDtmf(std::string(1, kDigits[i]), {.onMs = 80, .offMs = 80, .level = -9});
+    }
+  }
+
+  uint8_t At(uint64_t place) const {
+    const size_t inRound = place % kRound;
+    if (hasDigits && inRound < kDigitBytes + kPauseBytes) {
+      // No silence byte at the very start, so that the start can be heard.
+      return place == 0 ? uint8_t{0x2A} : tones[DigitIndex(place / kRound)][inRound];
+    }
+    uint64_t mixed = (place + 1) * 0x9E3779B97F4A7C15ULL ^ (uint64_t{key} + 1) * 0xD1B54A32D192ED03ULL;
+    mixed = (mixed ^ (mixed >> 32)) * 0xBF58476D1CE4E5B9ULL;
+    const auto byte = static_cast<uint8_t>(mixed >> 56);
+    return place == 0 ? uint8_t{0x2A} : byte;
+  }
+  size_t DigitIndex(uint64_t round) const { return static_cast<size_t>((round + key) % kDigitCount); }
+
+ private:
+  uint32_t key;
+  bool hasDigits;
+  std::array<Bytes, kDigitCount> tones;
+};
+
+// Follows a soundtrack from its first byte on and remembers where it was left.
+class CFollower {
+ public:
+  void Take(const CSoundtrack& track, const uint8_t* data, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+      if (place == 0 && (data[i] == 0xD5 || data[i] == 0x54)) {
+        continue;  // before the start
+      }
+      if (data[i] != track.At(place)) {
+        ++wrong;
+      }
+      ++place;
+    }
+    followed = place;
+  }
+
+  std::atomic<uint64_t> followed{0};
+  std::atomic<uint64_t> wrong{0};
+
+ private:
+  uint64_t place = 0;  // the one thread that feeds it
+};
+
+class CTrackSource : public cardsim::IAudioSource {
+ public:
+  explicit CTrackSource(const CSoundtrack& soundtrack) : track(soundtrack) {}
+  size_t Read(std::span<uint8_t> out) override {
+    for (uint8_t& byte : out) {
+      byte = track.At(place++);
+    }
+    return out.size();
+  }
+
+ private:
+  const CSoundtrack& track;
+  uint64_t place = 0;
+};
+
+struct SChannel {
+  explicit SChannel(uint32_t number) : fromFarEnd(number, 0), fromApplication(number, 1) {}
+
+  CSoundtrack fromFarEnd;
+  CSoundtrack fromApplication;
+  CFollower recorded;
+  CFollower heard;
+  uint64_t queued = 0;                // bytes given to the library
+  std::atomic<uint64_t> digits{0};    // events so far
+  std::atomic<uint64_t> misheard{0};  // of another digit than the next one
+};
+
+int Seconds() {
+  const char* wanted = std::getenv("ZELK_SOAK_SECONDS");
+  return wanted == nullptr ? 20 : std::max(std::atoi(wanted), 1);
+}
+
+class CFullCard : public CSystemTest {
+ protected:
+  void StartCalls() {
+    for (uint32_t i = 0; i < kChannels; ++i) {
+      channels.push_back(std::make_unique<SChannel>(i));
+    }
+    sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({8}));
+    sim->Start();
+    app = std::make_unique<support::CApplication>();
+    app->onRecord = [this](uint32_t channel, const uint8_t* data, uint32_t length) {
+      SChannel& own = *channels[channel];
+      own.recorded.Take(own.fromFarEnd, data, length);
+    };
+    app->onEvent = [this](const support::SAppEvent& event) {
+      if (event.code == ZELK_EVENT_DTMF) {
+        SChannel& own = *channels[static_cast<size_t>(event.channel)];
+        own.misheard += event.param == kDigits[own.fromFarEnd.DigitIndex(own.digits++)] ? 0 : 1;
+      }
+    };
+    ASSERT_NO_FATAL_FAILURE(StartLibrary());
+    ASSERT_EQ(app->zelk.GetChannelCount(), kChannels);
+    OpenAll();
+    for (int32_t channel = 0; channel < kChannels; ++channel) {
+      calls.push_back(Card().PlaceCall({.trunk = channel / 30, .timeslot = TimeslotOf(channel)}));
+    }
+    for (int32_t channel = 0; channel < kChannels; ++channel) {
+      ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_INCOMING_CALL, kSlow)) << channel;
+      app->zelk.Answer(channel);
+    }
+    for (int32_t channel = 0; channel < kChannels; ++channel) {
+      ASSERT_TRUE(calls[static_cast<size_t>(channel)]->WaitState(cardsim::ESimCallState::kConnected, kSlow)) << channel;
+    }
+  }
+
+  void StartSound() {
+    for (int32_t channel = 0; channel < kChannels; ++channel) {
+      SChannel& own = *channels[static_cast<size_t>(channel)];
+      Card().Audio().AddRecorder(channel / 30, TimeslotOf(channel),
+                                 std::make_shared<cardsim::CRecorder>([&own](cardsim::ByteView data, uint64_t) {
+                                   own.heard.Take(own.fromApplication, data.data(), data.size());
+                                 }));
+      calls[static_cast<size_t>(channel)]->Play(std::make_shared<CTrackSource>(own.fromFarEnd));
+    }
+  }
+
+  // Keeps two to three seconds queued on every channel.
+  void Refill() {
+    constexpr uint32_t kKeptMs = 2000;
+    Bytes second(kRound);
+    for (int32_t channel = 0; channel < kChannels; ++channel) {
+      SChannel& own = *channels[static_cast<size_t>(channel)];
+      while (app->zelk.PlayTimeLeft(channel) < kKeptMs) {
+        for (uint8_t& byte : second) {
+          byte = own.fromApplication.At(own.queued++);
+        }
+        ASSERT_TRUE(app->zelk.PlayBuffer(channel, second.data(), static_cast<uint32_t>(second.size())));
+      }
+    }
+  }
+
+  int TimeslotOf(int32_t channel) { return static_cast<int>(app->zelk.GetChannelInfo(channel, ZELK_INFO_TIMESLOT)); }
+
+  std::vector<std::unique_ptr<SChannel>> channels;
+  std::vector<cardsim::Call> calls;
+};
+
+// ZELK_SOAK_SECONDS sets the length.
+TEST_F(CFullCard, of_240_channels_carries_every_sample_and_digit_and_answers_in_time) {
+  ASSERT_NO_FATAL_FAILURE(StartCalls());
+  ASSERT_NO_FATAL_FAILURE(StartSound());
+  const auto seconds = static_cast<uint64_t>(Seconds());
+  const cardsim::Recorder clock = std::make_shared<cardsim::CRecorder>();
+  for (uint64_t second = 0; second <= seconds; ++second) {
+    ASSERT_NO_FATAL_FAILURE(Refill());
+    clock->Clear();
+    Card().Audio().AddRecorder(0, 1, clock);
+    ASSERT_TRUE(clock->WaitSize(kRound, kSlow));
+    Card().Audio().RemoveRecorder(0, 1, clock);
+  }
+  uint64_t least = ~uint64_t{0};
+  uint64_t digits = 0;
+  for (int32_t i = 0; i < kChannels; ++i) {
+    SChannel& own = *channels[static_cast<size_t>(i)];
+    EXPECT_EQ(own.recorded.wrong, 0U) << "recorded on channel " << i;
+    EXPECT_EQ(own.heard.wrong, 0U) << "heard from channel " << i;
+    EXPECT_EQ(own.misheard, 0U) << "digits of channel " << i;
+    EXPECT_GE(own.digits, seconds) << i;
+    EXPECT_LE(own.digits, own.recorded.followed / kRound + 1) << i;
+    least = std::min({least, own.recorded.followed.load(), own.heard.followed.load()});
+    digits += own.digits;
+  }
+  EXPECT_GE(least, (seconds - 1) * kRound);
+  const cardsim::SAudioStatistics seen = Card().Audio().Statistics();
+  EXPECT_EQ(seen.late, 0U);
+  EXPECT_EQ(seen.missing, 0U);
+  EXPECT_EQ(seen.sequenceGaps + seen.wrongSize + seen.surplus + seen.badMagic, 0U);
+  EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);
+  std::printf(
+      "%llu s, %llu packets, %.2f ms mean and %.2f ms worst reply, at least %llu samples each way, %llu digits\n",
+      static_cast<unsigned long long>(seconds), static_cast<unsigned long long>(seen.packetsSent), seen.meanRoundTripMs,
+      seen.worstRoundTripMs, static_cast<unsigned long long>(least), static_cast<unsigned long long>(digits));
+  // The library goes first: its callbacks use the channels.
+  app.reset();
+  sim.reset();
+}
+
+}  // namespace
