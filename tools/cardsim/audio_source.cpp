@@ -72,7 +72,31 @@ class CToneSource : public IAudioSource {
   std::uint64_t count = 0;
 };
 
+class CChain : public IAudioSource {
+ public:
+  explicit CChain(std::vector<AudioSource> parts) : sources(std::move(parts)) {}
+
+  std::size_t Read(std::span<std::uint8_t> out) override {
+    std::size_t written = 0;
+    while (written < out.size() && current < sources.size()) {
+      const std::span<std::uint8_t> rest = out.subspan(written);
+      const std::size_t got = sources[current]->Read(rest);
+      written += got;
+      current += got < rest.size() ? 1 : 0;
+    }
+    return written;
+  }
+
+ private:
+  const std::vector<AudioSource> sources;
+  std::size_t current = 0;
+};
+
 }  // namespace
+
+AudioSource MakeChain(std::vector<AudioSource> sources) {
+  return std::make_shared<CChain>(std::move(sources));
+}
 
 AudioSource MakeBytesSource(Bytes samples, bool loop) {
   return MakeBytesSource(std::make_shared<const Bytes>(std::move(samples)), loop);

@@ -29,6 +29,9 @@ AudioSource MakeBytesSource(std::shared_ptr<const Bytes> samples, bool loop = fa
 // A sum of sines, each at `level` dBm0, for ever.
 AudioSource MakeToneSource(std::vector<double> frequencies, double level);
 
+// One after another; the last may have no end.
+AudioSource MakeChain(std::vector<AudioSource> sources);
+
 // The same sounds as bytes, for tests that compare. Milliseconds and dBm0 (per tone).
 Bytes RenderSilence(int ms);
 Bytes RenderTone(const std::vector<double>& frequencies, double level, int ms);

@@ -2,7 +2,6 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -11,6 +10,7 @@
 #include "cardsim/report.h"
 #include "cardsim/simulator.h"
 #include "cardsim/traffic.h"
+#include "common/terminal.h"
 
 namespace {
 
@@ -47,12 +47,7 @@ class CStatusLine {
   }
 
  private:
-  static bool IsTerminal() {
-    std::error_code ignored;
-    return std::filesystem::is_character_file("/dev/stdout", ignored);
-  }
-
-  bool terminal = IsTerminal();
+  const bool terminal = tool::StdoutIsTerminal();
   std::string last;
 };
 
@@ -97,6 +92,7 @@ void Run(const SOptions& options) {
   RunUntilEnd(options, sim, traffic);
   sim.Stop();
   traffic.TakeEnded();
+  traffic.SaveLines();
   const double seconds = SecondsSince(begin);
   std::printf("%s", cardsim::SummaryText(sim, traffic, seconds).c_str());
   if (!options.report.empty()) {

@@ -76,11 +76,68 @@ void AddFarEndOptions(CLI::App& app, SOptions& options) {
       ->check(CLI::Range(1, 127))
       ->group(group);
   app.add_option("--digits", options.digits, "DTMF digits it sends once connected")->group(group);
+  app.add_option("--digit-on", options.digitSignal.onMs, "ms of each digit's tone")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 10000))
+      ->group(group);
+  app.add_option("--digit-off", options.digitSignal.offMs, "ms of the pause behind it")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 10000))
+      ->group(group);
+  app.add_option("--digit-level", options.digitSignal.level, "dBm0 of the low tone")
+      ->capture_default_str()
+      ->check(CLI::Range(-70.0, 3.0))
+      ->group(group);
+  app.add_option("--digit-twist", options.digitSignal.twist, "dB by which the high tone is stronger")
+      ->check(CLI::Range(-40.0, 40.0))
+      ->group(group);
+  app.add_option("--digit-offset", options.digitSignal.offsetPercent, "percent by which both frequencies are off")
+      ->check(CLI::Range(-20.0, 20.0))
+      ->group(group);
+  app.add_option("--digit-noise", options.digitSignal.noise, "dBm0 of white noise under the digits")
+      ->check(CLI::Range(-70.0, 0.0))
+      ->group(group);
+  app.add_option("--tone", options.tone, "frequencies in Hz of a tone that it sends, for ever, after digits and file")
+      ->delimiter(',')
+      ->check(CLI::Range(1.0, 3999.0))
+      ->group(group);
+  app.add_option("--tone-level", options.toneLevel, "dBm0 of each of them")
+      ->capture_default_str()
+      ->check(CLI::Range(-70.0, 3.0))
+      ->group(group);
+  app.add_option("--echo-delay", options.echoDelay, "ms after which what it hears comes back in what it sends")
+      ->check(CLI::Range(0.0, 500.0))
+      ->group(group);
+  app.add_option("--echo-loss", options.echoLoss, "dB by which that is weaker")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 100.0))
+      ->group(group);
   app.add_option("--play", options.play, "WAV file (mono, 8 kHz) it plays, after the digits")
       ->check(CLI::ExistingFile)
       ->group(group);
   app.add_flag("--loop", options.loop, "over and over")->group(group);
   app.add_option("--record", options.record, "directory for one A-law WAV file of each call: what it hears")
+      ->group(group);
+}
+
+void AddNetworkOptions(CLI::App& app, SOptions& options) {
+  const std::string group = "Audio packets to the library";
+  const auto share = [&](const char* name, double& value, const char* text) {
+    app.add_option(name, value, text)->check(CLI::Range(0.0, 100.0))->group(group);
+  };
+  const auto time = [&](const char* name, int& value, const char* text) {
+    app.add_option(name, value, text)->check(CLI::Range(0, 60000))->group(group);
+  };
+  share("--audio-loss", options.faults.loss, "percent that are lost");
+  share("--audio-duplicates", options.faults.duplicates, "percent that come twice");
+  share("--audio-reordered", options.faults.reordered, "percent that come behind their successor");
+  time("--audio-delay", options.faultDelay, "ms that all of them are late");
+  time("--audio-jitter", options.faultJitter, "up to so many ms more, packet by packet");
+  time("--audio-pause-every", options.pauseEvery, "ms between pauses in which none goes; then they go at once");
+  time("--audio-pause", options.pauseLength, "ms that a pause lasts");
+  app.add_option("--audio-seed", options.faults.seed, "the same seed picks the same packets")->group(group);
+  app.add_option("--record-lines", options.recordLines,
+                 "directory for one A-law WAV file of each timeslot: all that the library sent in it")
       ->group(group);
 }
 
@@ -105,9 +162,12 @@ SParsed ParseOptions(int argc, const char* const* argv) {
   AddOfferOptions(app, options);
   AddAnswerOptions(app, options);
   AddFarEndOptions(app, options);
+  AddNetworkOptions(app, options);
   AddRunOptions(app, options);
   try {
     app.parse(argc, argv);
+    options.faults.delay = std::chrono::milliseconds(options.faultDelay);
+    options.faults.jitter = std::chrono::milliseconds(options.faultJitter);
   } catch (const CLI::ParseError& error) {
     return {std::nullopt, app.exit(error)};
   }

@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "cardsim/audio_faults.h"
 #include "cardsim/config.h"
+#include "cardsim/signals.h"
 
 namespace cardsim {
 
@@ -38,9 +40,23 @@ struct SOptions {
   int hold = 0;  // the far end hangs up after this; 0: the library does
   int cause = 16;
   std::string digits;
+  SDtmfSignal digitSignal;
+  std::vector<double> tone;  // frequencies; the far end sends them after digits and file, for ever
+  double toneLevel = -10;
   std::string play;
   bool loop = false;
   std::string record;
+
+  // Echo of what the far ends hear into what they send; below 0: none.
+  double echoDelay = -1;
+  double echoLoss = 6;
+
+  SAudioFaults faults;  // of the audio packets of every card
+  int faultDelay = 0;
+  int faultJitter = 0;
+  int pauseEvery = 0;  // ms; 0: never
+  int pauseLength = 300;
+  std::string recordLines;  // directory: all that every timeslot heard
 
   double seconds = 0;  // 0: until the calls are done or a signal comes
   std::string report;

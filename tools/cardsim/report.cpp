@@ -51,8 +51,19 @@ ordered_json AudioJson(const SAudioStatistics& audio) {
           {"sequenceGaps", audio.sequenceGaps},
           {"badMagic", audio.badMagic},
           {"surplus", audio.surplus},
+          {"lossesSeen", audio.losses},
+          {"oldPacketsSeen", audio.oldPackets},
+          {"oldResetsSeen", audio.oldResets},
           {"meanRoundTripMs", audio.meanRoundTripMs},
           {"worstRoundTripMs", audio.worstRoundTripMs}};
+}
+
+ordered_json NetworkJson(const CAudioPort& audio) {
+  const SAudioFaultCounts counts = audio.FaultCounts();
+  return {{"lost", counts.lost},
+          {"duplicated", counts.duplicated},
+          {"reordered", counts.reordered},
+          {"echoSamplesTooLate", audio.EchoesTooLate()}};
 }
 
 ordered_json CallJson(const SCallRecord& call) {
@@ -133,6 +144,7 @@ std::string ReportJson(const CSimulator& sim, const CTraffic& traffic, double se
                                {"trunks", card.TrunkCount()},
                                {"connections", card.Seen().Connections()},
                                {"audio", AudioJson(card.Audio().Statistics())},
+                               {"network", NetworkJson(card.Audio())},
                                {"calls", CallsJson(traffic.Totals(static_cast<int>(i)))}});
   }
   report["calls"] = ordered_json::array();

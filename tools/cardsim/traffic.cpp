@@ -1,6 +1,7 @@
 #include "cardsim/traffic.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
@@ -15,14 +16,12 @@ using std::chrono::milliseconds;
 
 // The far end's digits begin a little after the answer, when both directions are open for sure.
 constexpr int kBeforeDigitsMs = 200;
-constexpr int kDigitMs = 80;
-constexpr double kDigitLevel = -7;
 
 std::shared_ptr<const Bytes> SoundOf(const SOptions& options) {
   Bytes sound;
   if (!options.digits.empty()) {
     sound = RenderSilence(kBeforeDigitsMs);
-    const Bytes digits = RenderDtmf(options.digits, kDigitMs, kDigitMs, kDigitLevel);
+    const Bytes digits = RenderDtmf(options.digits, options.digitSignal);
     sound.insert(sound.end(), digits.begin(), digits.end());
   }
   if (!options.play.empty()) {
@@ -65,12 +64,18 @@ CTraffic::CTraffic(CSimulator& simulator, const SOptions& programOptions)
       options(programOptions),
       sound(SoundOf(programOptions)),
       nextCall(std::chrono::steady_clock::now()),
+      nextPause(std::chrono::steady_clock::now() + milliseconds(programOptions.pauseEvery)),
       totals(simulator.CardCount()) {
   if (!options.record.empty()) {
     std::filesystem::create_directories(options.record);
   }
+  if (!options.recordLines.empty()) {
+    std::filesystem::create_directories(options.recordLines);
+  }
   ListPlaces();
+  ListenToLines();
   for (std::size_t i = 0; i < sim.CardCount(); ++i) {
+    sim.Card(i).Audio().SetFaults(options.faults);
     sim.Card(i).SetAnswerPlanner([this](const CCall&) { return Plan(); });
     sim.Card(i).OnCallArrived([this](const Call& call) {
       const std::lock_guard guard(lock);
@@ -78,6 +83,44 @@ CTraffic::CTraffic(CSimulator& simulator, const SOptions& programOptions)
     });
     sim.Card(i).OnCallEnded([this](const Call& call) { OnEnded(call); });
   }
+}
+
+// Every timeslot of every trunk: the lines between the calls, framing and signalling too.
+void CTraffic::ListenToLines() {
+  if (options.recordLines.empty() && options.echoDelay < 0) {
+    return;
+  }
+  for (std::size_t card = 0; card < sim.CardCount(); ++card) {
+    for (int place = 0; place < sim.Card(card).TrunkCount() * kTimeslots; ++place) {
+      const int trunk = place / kTimeslots;
+      const int timeslot = place % kTimeslots;
+      if (options.echoDelay >= 0) {
+        const int frames = static_cast<int>(std::lround(options.echoDelay * kSampleRate / 1000));
+        sim.Card(card).Audio().SetEcho(trunk, timeslot, SEchoPath{.delayFrames = frames, .lossDb = options.echoLoss});
+      }
+      if (!options.recordLines.empty()) {
+        lines.push_back({static_cast<int>(card), trunk, timeslot, sim.Card(card).RecordTimeslot(trunk, timeslot)});
+      }
+    }
+  }
+}
+
+void CTraffic::SaveLines() const {
+  for (const SLine& line : lines) {
+    char name[96];
+    std::snprintf(name, sizeof(name), "card%d-trunk%d-ts%02d.wav", line.card + 1, line.trunk + 1, line.timeslot);
+    WriteWav((std::filesystem::path(options.recordLines) / name).string(), line.recorder->Samples());
+  }
+}
+
+void CTraffic::PauseWhenDue(std::chrono::steady_clock::time_point now) {
+  if (options.pauseEvery <= 0 || now < nextPause) {
+    return;
+  }
+  for (std::size_t i = 0; i < sim.CardCount(); ++i) {
+    sim.Card(i).Audio().PauseFor(milliseconds(options.pauseLength));
+  }
+  nextPause = now + milliseconds(options.pauseEvery) + milliseconds(options.pauseLength);
 }
 
 // Card by card, then trunk by trunk, then the next timeslot: the load spreads over all cards.
@@ -93,9 +136,18 @@ void CTraffic::ListPlaces() {
   }
 }
 
+AudioSource CTraffic::Source() const {
+  AudioSource source = sound == nullptr ? nullptr : MakeBytesSource(sound, options.loop);
+  if (options.tone.empty()) {
+    return source;
+  }
+  AudioSource tone = MakeToneSource(options.tone, options.toneLevel);
+  return source == nullptr ? tone : MakeChain({source, tone});
+}
+
 SFarEnd CTraffic::FarEnd() const {
   SFarEnd farEnd;
-  farEnd.play = sound == nullptr ? nullptr : MakeBytesSource(sound, options.loop);
+  farEnd.play = Source();
   farEnd.hangupCause = options.cause;
   if (options.hold > 0) {
     farEnd.hangupAfter = milliseconds(options.hold);
@@ -119,6 +171,7 @@ SAnswerPlan CTraffic::Plan() const {
 
 void CTraffic::Turn(std::chrono::steady_clock::time_point now) {
   TakeEnded();
+  PauseWhenDue(now);
   if (options.callsPerSecond <= 0) {
     return;
   }

@@ -62,6 +62,8 @@ class CTraffic {
   void Finish(std::chrono::milliseconds timeout);
   // Takes in what has ended since the last Turn, also what was lost when the simulator stopped.
   void TakeEnded();
+  // Writes the files of --record-lines. Throws std::runtime_error for one that cannot be written.
+  void SaveLines() const;
 
   std::size_t Active() const;
   const SCallTotals& Totals(int card) const { return totals[static_cast<std::size_t>(card)]; }
@@ -75,8 +77,18 @@ class CTraffic {
     int timeslot;
   };
 
+  struct SLine {
+    int card;
+    int trunk;
+    int timeslot;
+    Recorder recorder;
+  };
+
   void ListPlaces();
+  void ListenToLines();
+  void PauseWhenDue(std::chrono::steady_clock::time_point now);
   bool PlaceNext();
+  AudioSource Source() const;
   SFarEnd FarEnd() const;
   SAnswerPlan Plan() const;
   void OnEnded(const Call& call);
@@ -89,6 +101,8 @@ class CTraffic {
   std::vector<SPlace> places;
   std::size_t nextPlace = 0;
   std::chrono::steady_clock::time_point nextCall;
+  std::chrono::steady_clock::time_point nextPause;
+  std::vector<SLine> lines;
   std::uint64_t placed = 0;
   std::map<const CCall*, Call> open;  // calls placed here that have not ended
   std::vector<SCallTotals> totals;

@@ -2,6 +2,10 @@
 
 #include <cstdio>
 #include <fstream>
+#include <stdexcept>
+#include <vector>
+
+#include "phone/digits.h"
 
 namespace phone {
 
@@ -31,6 +35,11 @@ const char* PlayErrorText(uint32_t error) {
 void CheckScript(const SCallScript& script) {
   if (!script.playFile.empty() && !std::ifstream(script.playFile, std::ios::binary)) {
     throw CPhoneError("cannot read " + script.playFile);
+  }
+  try {
+    RenderDigits(script.digits);
+  } catch (const std::invalid_argument& error) {
+    throw CPhoneError(error.what());
   }
 }
 
@@ -107,11 +116,21 @@ void CCallRun::OnConnected() {
   state = "connected";
   connectedAt = Clock::now();
   progress.Line("connected");
-  if (!script.playFile.empty() && !ZELK_PlayFile(channel, script.playFile.c_str())) {
-    const std::string why = PlayErrorText(ZELK_GetLastError(channel));
-    ZELK_Hangup(channel);
-    throw CPhoneError("cannot play " + script.playFile + ": " + why);
+  if (!script.digits.empty()) {
+    const std::vector<uint8_t> sound = RenderDigits(script.digits);
+    if (!ZELK_PlayBuffer(channel, sound.data(), static_cast<uint32_t>(sound.size()))) {
+      Fail("send " + script.digits, PlayErrorText(ZELK_GetLastError(channel)));
+    }
+    progress.Line("sending digits " + script.digits);
   }
+  if (!script.playFile.empty() && !ZELK_PlayFile(channel, script.playFile.c_str())) {
+    Fail("play " + script.playFile, PlayErrorText(ZELK_GetLastError(channel)));
+  }
+}
+
+void CCallRun::Fail(const std::string& what, const std::string& why) {
+  ZELK_Hangup(channel);
+  throw CPhoneError("cannot " + what + ": " + why);
 }
 
 void CCallRun::HangUp(const char* why) {

@@ -12,6 +12,7 @@ namespace phone {
 
 // What is done on a connected call.
 struct SCallScript {
+  std::string digits;      // DTMF, sent once connected, before the file; see RenderDigits
   std::string playFile;    // empty: nothing is played
   std::string recordFile;  // empty: nothing is recorded; from the answer or the dialling on
   int holdSeconds = 0;     // hang up so long after the connection; 0: leave it to the far end
@@ -43,6 +44,7 @@ class CCallRun {
 
   void Handle(const SPhoneEvent& event);
   void OnConnected();
+  void Fail(const std::string& what, const std::string& why);
   void HangUpWhenDue(int connectSeconds);
   void ShowStatus();
   void HangUp(const char* why);

@@ -7,12 +7,15 @@
 namespace {
 
 void AddScriptOptions(CLI::App& command, phone::SCallScript& script) {
-  command.add_option("--play", script.playFile, "WAV file to play once connected (8000 Hz mono)");
+  command.add_option("--digits", script.digits,
+                     "DTMF digits to send once connected: 0-9 * # A-D, and a comma for a pause of a second");
+  command.add_option("--play", script.playFile,
+                     "WAV file to play then: 8000 Hz mono, 16-bit or 8-bit linear, A-law or mu-law");
   command.add_option("--record", script.recordFile,
                      "WAV file to record the far end into, from the answer or the dialling on");
   command.add_option("--hold", script.holdSeconds, "hang up this many seconds after the connection (0: never)")
       ->check(CLI::NonNegativeNumber);
-  command.add_flag("--hangup-after-play", script.hangupAfterPlay, "hang up when the file is played");
+  command.add_flag("--hangup-after-play", script.hangupAfterPlay, "hang up when the digits and the file are played");
 }
 
 int Run(int argc, char** argv) {

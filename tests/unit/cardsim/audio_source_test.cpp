@@ -87,5 +87,15 @@ TEST(AudioSource, TestPatternUsesEveryCodeAndDependsOnTheSeed) {
   EXPECT_EQ(pattern, RenderTestPattern(8000, 1));
 }
 
+TEST(AudioSource, AChainPlaysItsPartsWithoutAGap) {
+  const AudioSource chain = MakeChain({MakeBytesSource(Bytes{1, 2, 3}), MakeBytesSource(Bytes{}),
+                                       MakeBytesSource(Bytes{4, 5}), MakeBytesSource(Bytes{6}, true)});
+  Bytes out(8);
+  EXPECT_EQ(chain->Read(std::span(out).first(2)), 2U);
+  EXPECT_EQ(chain->Read(std::span(out).subspan(2)), 6U);
+  EXPECT_EQ(out, (Bytes{1, 2, 3, 4, 5, 6, 6, 6}));
+  EXPECT_EQ(MakeChain({MakeBytesSource(Bytes{1})})->Read(out), 1U);
+}
+
 }  // namespace
 }  // namespace cardsim

@@ -39,9 +39,46 @@ TEST(Options, AddressesOfTheirOwn) {
   EXPECT_EQ(ConfigOf(options).cards[1].address, "127.0.0.21");
 }
 
+TEST(Options, WhatTheNetworkDoesToAudioPackets) {
+  const auto options =
+      *Parse({"--audio-loss", "2.5", "--audio-duplicates", "1", "--audio-reordered", "3", "--audio-delay", "40",
+              "--audio-jitter", "10", "--audio-seed", "9", "--audio-pause-every", "5000", "--audio-pause", "200"})
+           .options;
+  EXPECT_EQ(options.faults.loss, 2.5);
+  EXPECT_EQ(options.faults.duplicates, 1);
+  EXPECT_EQ(options.faults.reordered, 3);
+  EXPECT_EQ(options.faults.delay, std::chrono::milliseconds(40));
+  EXPECT_EQ(options.faults.jitter, std::chrono::milliseconds(10));
+  EXPECT_EQ(options.faults.seed, 9U);
+  EXPECT_EQ(options.pauseEvery, 5000);
+  EXPECT_EQ(options.pauseLength, 200);
+}
+
+TEST(Options, HowDigitsTonesAndEchoesSound) {
+  const auto options =
+      *Parse({"--digits",      "12",  "--digit-on",     "40",  "--digit-off",   "50",  "--digit-level", "-20",
+              "--digit-twist", "-4",  "--digit-offset", "1.5", "--digit-noise", "-35", "--tone",        "350,440",
+              "--tone-level",  "-18", "--echo-delay",   "16",  "--echo-loss",   "9"})
+           .options;
+  EXPECT_EQ(options.digitSignal.onMs, 40);
+  EXPECT_EQ(options.digitSignal.offMs, 50);
+  EXPECT_EQ(options.digitSignal.level, -20);
+  EXPECT_EQ(options.digitSignal.twist, -4);
+  EXPECT_EQ(options.digitSignal.offsetPercent, 1.5);
+  EXPECT_EQ(options.digitSignal.noise, -35);
+  EXPECT_EQ(options.tone, (std::vector<double>{350, 440}));
+  EXPECT_EQ(options.toneLevel, -18);
+  EXPECT_EQ(options.echoDelay, 16);
+  EXPECT_EQ(options.echoLoss, 9);
+}
+
 TEST(Options, MistakesHaveAnExitCodeAndAnExplanation) {
-  for (const std::vector<const char*>& arguments :
-       std::vector<std::vector<const char*>>{{"--cards", "21"}, {"--trunks", "9"}, {"--nonsense"}, {"--cause", "0"}}) {
+  for (const std::vector<const char*>& arguments : std::vector<std::vector<const char*>>{{"--cards", "21"},
+                                                                                         {"--trunks", "9"},
+                                                                                         {"--nonsense"},
+                                                                                         {"--cause", "0"},
+                                                                                         {"--audio-loss", "101"},
+                                                                                         {"--tone", "4000"}}) {
     const SParsed parsed = Parse(arguments);
     EXPECT_FALSE(parsed.options.has_value());
     EXPECT_NE(parsed.exitCode, 0);
