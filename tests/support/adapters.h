@@ -7,6 +7,17 @@
 
 namespace support {
 
+// A private network (scripts/netns) of a system whose adapters a test can make.
+inline bool HasOwnNetwork() {
+  return std::getenv("ZELK_PRIVATE_NETWORK") != nullptr && std::system("ip link show lo > /dev/null 2>&1") == 0;
+}
+
+#define ZELK_NEEDS_OWN_NETWORK()                                                         \
+  if (!support::HasOwnNetwork()) {                                                       \
+    GTEST_SKIP() << "needs adapters of its own: Linux, in the network of scripts/netns"; \
+  }                                                                                      \
+  static_assert(true, "takes the semicolon")
+
 // Changes to the network of this test alone. Outside a private network (scripts/netns) they throw.
 inline void ChangeNetwork(const std::string& command) {
   if (std::getenv("ZELK_PRIVATE_NETWORK") == nullptr) {

@@ -121,6 +121,7 @@ class CDiscoverySystem : public CSystemTest {
 };
 
 TEST_F(CDiscoverySystem, cards_are_numbered_adapter_by_adapter_with_loopback_last) {
+  ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   support::MakeAdapter("a1", {"10.2.2.1/24", "10.2.2.9/24"});
   const auto loopback = CardAt("127.0.1.1", "127.255.255.255", 300);
@@ -136,6 +137,7 @@ TEST_F(CDiscoverySystem, cards_are_numbered_adapter_by_adapter_with_loopback_las
 }
 
 TEST_F(CDiscoverySystem, a_card_on_another_adapter_takes_calls_and_is_reopened_when_announced) {
+  ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   sim = CardAt("10.1.1.9", "10.1.1.255", 100);
   app = std::make_unique<support::CApplication>();
@@ -157,6 +159,7 @@ TEST_F(CDiscoverySystem, a_card_on_another_adapter_takes_calls_and_is_reopened_w
 }
 
 TEST_F(CDiscoverySystem, a_card_that_is_heard_on_two_adapters_belongs_to_the_first_and_is_counted_once) {
+  ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   support::MakeAdapter("a1", {"10.2.2.1/24"});
   CBareCard card("10.1.1.9");
@@ -170,6 +173,7 @@ TEST_F(CDiscoverySystem, a_card_that_is_heard_on_two_adapters_belongs_to_the_fir
 }
 
 TEST_F(CDiscoverySystem, an_adapter_whose_port_is_taken_is_passed_over) {
+  ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   support::MakeAdapter("a1", {"10.2.2.1/24"});
   asio::io_context io;
@@ -181,6 +185,7 @@ TEST_F(CDiscoverySystem, an_adapter_whose_port_is_taken_is_passed_over) {
 }
 
 TEST_F(CDiscoverySystem, without_any_adapter_the_library_starts_without_channels) {
+  ZELK_NEEDS_OWN_NETWORK();
   support::ChangeNetwork("ip link set lo down");
   app = std::make_unique<support::CApplication>();
   EXPECT_TRUE(app->zelk.Init());

@@ -188,6 +188,15 @@ TEST_F(CLibraryTest, TrunksOfTheSecondCardStandBehindThoseOfTheFirst) {
   EXPECT_EQ(Channel(89)->linkState, 1);
 }
 
+TEST_F(CLibraryTest, LinesBetweenAShutdownAndTheNextInitAreWritten) {
+  const std::streamoff start = LogSize();
+  ASSERT_TRUE(library.Init());
+  library.Shutdown();
+  LogLine("between shut-down and start", kGeneralLine);
+  ASSERT_TRUE(library.Init());
+  EXPECT_NE(LogTextFrom(start).find("  G :between shut-down and start\r\n"), std::string::npos);
+}
+
 TEST_F(CLibraryTest, InitAndShutdownOnSeveralThreadsTakeTurns) {
   MakeCards({1});
   std::vector<std::thread> threads;
