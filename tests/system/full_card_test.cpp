@@ -48,7 +48,7 @@ class CSoundtrack {
   std::array<Bytes, kDigitCount> tones;
 };
 
-// Follows a soundtrack from its first byte on and remembers where it was left.
+// Follows a soundtrack from its first byte on. Behind a gap nothing fits any more: where it begins tells its time.
 class CFollower {
  public:
   void Take(const CSoundtrack& track, const uint8_t* data, size_t length) {
@@ -57,7 +57,9 @@ class CFollower {
         continue;  // before the start
       }
       if (data[i] != track.At(place)) {
-        ++wrong;
+        if (wrong++ == 0) {
+          firstWrong = place;
+        }
       }
       ++place;
     }
@@ -66,6 +68,7 @@ class CFollower {
 
   std::atomic<uint64_t> followed{0};
   std::atomic<uint64_t> wrong{0};
+  std::atomic<uint64_t> firstWrong{0};
 
  private:
   uint64_t place = 0;  // the one thread that feeds it
@@ -184,16 +187,25 @@ TEST_F(CFullCard, of_240_channels_carries_every_sample_and_digit_and_answers_in_
   }
   uint64_t least = ~uint64_t{0};
   uint64_t digits = 0;
+  std::vector<std::string> faults;
   for (int32_t i = 0; i < kChannels; ++i) {
     SChannel& own = *channels[static_cast<size_t>(i)];
-    EXPECT_EQ(own.recorded.wrong, 0U) << "recorded on channel " << i;
-    EXPECT_EQ(own.heard.wrong, 0U) << "heard from channel " << i;
-    EXPECT_EQ(own.misheard, 0U) << "digits of channel " << i;
-    EXPECT_GE(own.digits, seconds) << i;
-    EXPECT_LE(own.digits, own.recorded.followed / kRound + 1) << i;
-    least = std::min({least, own.recorded.followed.load(), own.heard.followed.load()});
-    digits += own.digits;
+    const auto check = [&](const char* what, const CFollower& sound) {
+      if (sound.wrong != 0) {
+        faults.push_back(std::to_string(i) + what + std::to_string(sound.firstWrong));
+      }
+      least = std::min(least, sound.followed.load());
+    };
+    check(" recorded wrong from ", own.recorded);
+    check(" heard wrong from ", own.heard);
+    const uint64_t heard = own.digits;
+    // The digit of the round that has just begun may have been heard already.
+    if (own.misheard != 0 || heard < seconds || heard > own.recorded.followed / kRound + 2) {
+      faults.push_back(std::to_string(i) + " digits " + std::to_string(heard));
+    }
+    digits += heard;
   }
+  EXPECT_TRUE(faults.empty()) << faults.size() << " faults, the first: channel " << faults.front();
   EXPECT_GE(least, (seconds - 1) * kRound);
   const cardsim::SAudioStatistics seen = Card().Audio().Statistics();
   EXPECT_EQ(seen.late, 0U);
