@@ -196,10 +196,12 @@ class CEcho : public cardsim::IAudioSource {
   explicit CEcho(cardsim::Recorder heardSound) : heard(std::move(heardSound)) {}
 
   size_t Read(std::span<uint8_t> out) override {
-    const Bytes all = heard->Samples();
+    if (position + out.size() > kDelay + known.size()) {
+      known = heard->Samples();
+    }
     for (uint8_t& sample : out) {
       const size_t at = position++;
-      sample = at < kDelay || at - kDelay >= all.size() ? cardsim::kSilence : Quarter(all[at - kDelay]);
+      sample = at < kDelay || at - kDelay >= known.size() ? cardsim::kSilence : Quarter(known[at - kDelay]);
     }
     return out.size();
   }
@@ -214,6 +216,7 @@ class CEcho : public cardsim::IAudioSource {
   }
 
   const cardsim::Recorder heard;
+  Bytes known;  // what was heard up to the last look
   size_t position = 0;
 };
 

@@ -184,6 +184,7 @@ TEST_F(CControl, ten_errors_are_nine_lines_and_a_link_reset_that_configures_the_
   ASSERT_NO_FATAL_FAILURE(WaitUntilHeard(0x2000));
   EXPECT_EQ(CountInLog("   G :Card 0: Trunk 1 - HDLC ABORT Error\r\n"), 9U);
   EXPECT_EQ(CountInLog("   G :Card 0: Trunk 1 - Link Reset (Too Many HDLC Errors)\r\n"), 1U);
+  ASSERT_TRUE(Card().Seen().WaitMessage(EControlType::kTrunkConfiguration, kSoon, 2));
   EXPECT_EQ(ConfiguredTrunks(), (std::vector<int>{1, 2}));
   EXPECT_TRUE(Card().Seen().IsTrunkUp(1)) << "the controller is left as it is";
 }
