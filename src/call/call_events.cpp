@@ -54,6 +54,19 @@ bool IsHangup(ECallEvent code) {
   return code == CALLEV_HANGUP || code == CALLEV_HANGUP_REQ || code == CALLEV_HANGUP_ACK;
 }
 
+// A call that has no channel is nobody's: the application hears nothing of it, but libpri keeps it until its end is
+// confirmed.
+void ReleaseStray(CTrunk& trunk, ECallEvent code, const SPriEvent& event) {
+  if (code == CALLEV_HANGUP || code == CALLEV_HANGUP_REQ) {
+    HangUp(trunk, event.call, kCauseNormalClearing);
+  }
+}
+
+bool IsCallGone(CTrunk& trunk, PriCall call) {
+  CScopedLock held(trunk.lock);
+  return trunk.controller && !trunk.controller->IsCallValid(call);
+}
+
 }  // namespace
 
 CCallEvents::CCallEvents(const CCardChannels& cardChannels) : channels(cardChannels) {}
@@ -71,11 +84,10 @@ void CCallEvents::Handle(CCard& card, uint16_t trunkIndex, uint16_t bchannel, EC
   if (code == CALLEV_RING && bchannel == kNoBchannel && !ChooseChannel(card, trunkIndex, event, bchannel)) {
     return;
   }
-  if (!CCardChannels::IsBchannel(bchannel)) {
-    return;
-  }
-  CDevice* device = channels.At(channels.SlotOf(trunkIndex, bchannel));
+  const bool named = CCardChannels::IsBchannel(bchannel);
+  CDevice* device = named ? channels.At(channels.SlotOf(trunkIndex, bchannel)) : nullptr;
   if (device == nullptr) {
+    ReleaseStray(card.Trunk(trunkIndex), code, event);
     return;
   }
   const SCall call{card.Trunk(trunkIndex), *device, bchannel, event};
@@ -141,6 +153,8 @@ void CCallEvents::Dispatch(const SCall& call, ECallEvent code) {
     case CALLEV_HANGUP:
     case CALLEV_HANGUP_REQ:
       return OnHangup(call, code);
+    case CALLEV_HANGUP_ACK:
+      return OnHangupAck(call);
     case CALLEV_RESTART:
       return HangUp(call.trunk, device.callHandle, kCauseNormalClearing);
     case CALLEV_CONNECT_ACK:
@@ -196,6 +210,18 @@ void CCallEvents::OnHangup(const SCall& call, ECallEvent code) {
     return;
   }
   EndCall(call.trunk, device, code == CALLEV_HANGUP ? call.event.call : current, call.event.cause);
+  ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, call.event.cause);
+}
+
+// A hang-up request of ours is as a rule answered by a release, which has reset the channel by now. When the network
+// refuses the call at the same moment, or never answers, this is the only word: libpri has dropped the call already.
+void CCallEvents::OnHangupAck(const SCall& call) {
+  CDevice& device = call.device;
+  const PriCall current = device.callHandle;
+  if (current == nullptr || call.event.call != current || !IsCallGone(call.trunk, current)) {
+    return;
+  }
+  EndCall(call.trunk, device, nullptr, call.event.cause);
   ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, call.event.cause);
 }
 

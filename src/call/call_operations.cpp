@@ -96,6 +96,9 @@ bool Answer(CDevice& device) {
   CTrunk& trunk = device.Trunk();
   {
     CScopedLock held(trunk.lock);
+    if (device.connected) {
+      return true;  // it was while we waited for the lock
+    }
     device.startQueue.Clear();
     if (!SendAnswer(device, trunk)) {
       FailAnswer(device);
@@ -136,6 +139,9 @@ bool Reject(CDevice& device) {
   }
   CTrunk& trunk = device.Trunk();
   CScopedLock held(trunk.lock);
+  if (device.connected) {
+    return true;  // it was while we waited for the lock
+  }
   if (trunk.controller) {
     trunk.controller->Hangup(device.callHandle, kCauseCallRejected);
   }

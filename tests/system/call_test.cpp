@@ -153,8 +153,7 @@ TEST_F(CCalls, a_call_on_a_trunk_that_goes_down_ends_with_channel_state_0_and_no
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming();
   app->Forget();
-  Card().CutLine(0, true);
-  Card().TakeLinkDown(0);
+  Card().LoseLink(0);
   ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CHANNEL_STATE, kSlow)) << app->zelk.LogText();
   EXPECT_EQ(app->Events(0).front().param, 0);
   EXPECT_EQ(State(0), static_cast<uint32_t>(ZELK_CHANNEL_DOWN));

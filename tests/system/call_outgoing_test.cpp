@@ -1,0 +1,283 @@
+#include <algorithm>
+#include <atomic>
+
+#include "call_fixture.h"
+
+namespace {
+
+using cardsim::Bytes;
+using cardsim::Call;
+using cardsim::ESimCallState;
+using cardsim::SAnswerPlan;
+using cardsim::SQ931Message;
+
+// Identifiers of ITU-T Q.931, table 4-3.
+constexpr uint8_t kSendingComplete = 0xA1;
+constexpr uint8_t kBearerCapability = 0x04;
+constexpr uint8_t kCause = 0x08;
+constexpr uint8_t kChannelIdentification = 0x18;
+constexpr uint8_t kProgressIndicator = 0x1E;
+constexpr uint8_t kCallingNumber = 0x6C;
+constexpr uint8_t kCalledNumber = 0x70;
+
+Bytes Content(const SQ931Message& message, uint8_t id) {
+  const cardsim::SInformationElement* element = message.Find(id);
+  return element == nullptr ? Bytes{} : element->content;
+}
+
+Bytes NumberBytes(const Bytes& head, const std::string& digits) {
+  Bytes bytes = head;
+  bytes.insert(bytes.end(), digits.begin(), digits.end());
+  return bytes;
+}
+
+class COutgoingCalls : public CCallTest {
+ protected:
+  void HangUpAndWait(int32_t channel, size_t count = 1) {
+    app->zelk.Hangup(channel);
+    EXPECT_EQ(WaitCause(channel, count), 16);
+  }
+
+  // The SETUP of a call that is dialled and hung up again.
+  SQ931Message SetupOf(int32_t channel, const char* number, const char* callingNumber) {
+    ForgetAll();
+    EXPECT_TRUE(app->zelk.Dial(channel, number, callingNumber));
+    EXPECT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CONNECTED, kSoon));
+    const std::vector<SQ931Message> setups = FromLibrary("SETUP");
+    EXPECT_EQ(setups.size(), 1U);
+    HangUpAndWait(channel);
+    return setups.empty() ? SQ931Message() : setups[0];
+  }
+};
+
+TEST_F(COutgoingCalls, a_setup_asks_for_speech_over_a_law_on_exactly_the_channels_timeslot) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  for (const int32_t channel : {0, 14, 15, 29}) {
+    const auto timeslot = static_cast<uint8_t>(channel < 15 ? channel + 1 : channel + 2);
+    const SQ931Message setup = SetupOf(channel, "0405556789", "8001000");
+    // CCITT coding, speech; circuit mode, 64 kbit/s; layer 1: G.711 A-law.
+    EXPECT_EQ(Content(setup, kBearerCapability), (Bytes{0x80, 0x90, 0xA3}));
+    // Primary rate, exclusive, not the D-channel; CCITT coding, a number, B-channels; the number.
+    EXPECT_EQ(Content(setup, kChannelIdentification), (Bytes{0xA9, 0x83, static_cast<uint8_t>(0x80 | timeslot)}));
+    EXPECT_FALSE(setup.fromDestination);
+    EXPECT_NE(setup.Find(kSendingComplete), nullptr);
+  }
+}
+
+TEST_F(COutgoingCalls, both_numbers_carry_type_and_plan_and_the_calling_one_is_shown_and_screened) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  const SQ931Message setup = SetupOf(0, "0405556789", "8001000");
+  // 33 by default: national number, ISDN plan.
+  EXPECT_EQ(Content(setup, kCalledNumber), NumberBytes({0x80 | 0x21}, "0405556789"));
+  // Presentation allowed; user provided, verified and passed.
+  EXPECT_EQ(Content(setup, kCallingNumber), NumberBytes({0x21, 0x80 | 0x01}, "8001000"));
+}
+
+TEST_F(COutgoingCalls, number_type_of_the_trunks_section_goes_for_both_numbers) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nNumberType=33\n[100001-1]\nNumberType=65\n"));
+  const SQ931Message setup = SetupOf(0, "5556789", "1000");
+  EXPECT_EQ(Content(setup, kCalledNumber), NumberBytes({0x80 | 0x41}, "5556789"));
+  EXPECT_EQ(Content(setup, kCallingNumber), NumberBytes({0x41, 0x81}, "1000"));
+}
+
+TEST_F(COutgoingCalls, a_null_calling_number_repeats_the_last_one_and_starts_empty) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  SQ931Message setup = SetupOf(0, "1", nullptr);
+  EXPECT_EQ(Content(setup, kCallingNumber), (Bytes{0x21, 0x81}));
+  setup = SetupOf(0, "2", "777");
+  EXPECT_EQ(setup.Number(kCallingNumber), "777");
+  setup = SetupOf(0, "3", nullptr);
+  EXPECT_EQ(setup.Number(kCallingNumber), "777");
+  // Each channel has its own.
+  setup = SetupOf(1, "4", nullptr);
+  EXPECT_EQ(setup.Number(kCallingNumber), "");
+}
+
+TEST_F(COutgoingCalls, numbers_are_cut_to_31_characters_on_the_line_and_read_whole) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  const std::string longNumber = "0123456789012345678901234567890123456789";
+  Card().SetAnswerPlan(SAnswerPlan::NeverAnswer());
+  EXPECT_TRUE(app->zelk.Dial(0, longNumber.c_str(), longNumber.c_str()));
+  ASSERT_TRUE(WaitFromLibrary("SETUP"));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), longNumber);
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), longNumber);
+  const SQ931Message setup = FromLibrary("SETUP")[0];
+  EXPECT_EQ(setup.Number(kCalledNumber), longNumber.substr(0, 31));
+  EXPECT_EQ(setup.Number(kCallingNumber), longNumber.substr(0, 31));
+}
+
+TEST_F(COutgoingCalls, an_answered_call_gives_one_connect_acknowledge_and_its_events_in_order_on_one_thread) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  SAnswerPlan plan;
+  plan.progressAfter = std::chrono::milliseconds(0);
+  plan.progressCause = 31;
+  plan.alertAfter = std::chrono::milliseconds(30);
+  plan.answerAfter = std::chrono::milliseconds(60);
+  Card().SetAnswerPlan(plan);
+  Call call = ConnectOutgoing(0);
+  call->Hangup(16);
+  EXPECT_EQ(WaitCause(0), 16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_PROCEEDING, ZELK_EVENT_PROGRESS, ZELK_EVENT_ALERTING,
+                                       ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_PROGRESS), 31);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_ALERTING), 0);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CONNECTED), 0);
+  for (const support::SAppEvent& event : app->Events(0)) {
+    EXPECT_EQ(event.thread, app->Events(0)[0].thread);
+    EXPECT_NE(event.thread, std::this_thread::get_id());
+  }
+  EXPECT_EQ(Card().Seen().Q931Names(0),
+            (Names{"< SETUP", "> CALL PROCEEDING", "> PROGRESS", "> ALERTING", "> CONNECT", "< CONNECT ACKNOWLEDGE",
+                   "> DISCONNECT", "< RELEASE", "> RELEASE COMPLETE"}));
+}
+
+TEST_F(COutgoingCalls, progress_carries_the_cause_of_its_message) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = DialRinging(0);
+  size_t count = 0;
+  for (const int cause : {17, 1, 127, 31}) {
+    call->Progress(cause);
+    EXPECT_EQ(WaitParam(0, ZELK_EVENT_PROGRESS, ++count), cause);
+  }
+  EXPECT_EQ(State(0), 4U);
+  HangUpAndWait(0);
+}
+
+TEST_F(COutgoingCalls, a_refused_call_brings_its_cause_whether_or_not_it_was_proceeding) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  for (const bool proceeding : {true, false}) {
+    for (const int cause : {1,  3,  16, 17, 18, 21, 22, 27, 28, 34, 38,  41,  42, 44,
+                            47, 50, 57, 58, 63, 65, 79, 81, 88, 95, 102, 111, 127}) {
+      ForgetAll();
+      SAnswerPlan plan = SAnswerPlan::Refuse(cause);
+      plan.proceeding = proceeding;
+      Card().SetAnswerPlan(plan);
+      EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
+      EXPECT_EQ(WaitCause(0), cause) << proceeding;
+      const Codes events = app->CallEvents(0);
+      EXPECT_EQ(events.back(), static_cast<uint32_t>(ZELK_EVENT_DISCONNECTED));
+      EXPECT_EQ(std::count(events.begin(), events.end(), ZELK_EVENT_DISCONNECTED), 1);
+      EXPECT_EQ(std::count(events.begin(), events.end(), ZELK_EVENT_CONNECTED), 0);
+      EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "");
+      EXPECT_EQ(State(0), 3U);
+      ASSERT_TRUE(NetworkIsIdle()) << cause;
+    }
+  }
+}
+
+TEST_F(COutgoingCalls, an_unanswered_call_is_hung_up_by_the_application) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = DialRinging(0);
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  EXPECT_EQ(WaitCause(0), 16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_PROCEEDING, ZELK_EVENT_ALERTING, ZELK_EVENT_DISCONNECTED}));
+  EXPECT_TRUE(FromLibrary("CONNECT ACKNOWLEDGE").empty());
+  // Normal clearing, told by the user side.
+  EXPECT_EQ(Content(FromLibrary("DISCONNECT").at(0), kCause).at(1), 0x80 | 16);
+}
+
+TEST_F(COutgoingCalls, the_channel_is_free_for_the_next_call_when_disconnected_arrives) {
+  std::atomic<int> redials{0};
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Card().SetAnswerPlan(SAnswerPlan::Refuse(17));
+  app->onEvent = [&](const support::SAppEvent& event) {
+    if (event.code == ZELK_EVENT_DISCONNECTED && redials < 10) {
+      redials += app->zelk.Dial(event.channel, "1", nullptr) ? 1 : 100;
+    }
+  };
+  EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
+  EXPECT_TRUE(app->WaitEvent(0, ZELK_EVENT_DISCONNECTED, kSoon, 11));
+  EXPECT_EQ(redials, 10);
+  EXPECT_TRUE(NetworkIsIdle());
+}
+
+TEST_F(COutgoingCalls, reject_of_a_dialled_call_clears_it_with_cause_21) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = DialRinging(0);
+  EXPECT_FALSE(app->zelk.Reject(0));
+  EXPECT_EQ(State(0), 3U);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(call->Cause(), 21);
+}
+
+TEST_F(COutgoingCalls, alerting_before_the_answer_is_an_event_even_with_hangup_on_alerting) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nHangupOnAlerting=1\n"));
+  Call call = DialRinging(0);
+  call->Answer();
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_PROCEEDING, ZELK_EVENT_ALERTING, ZELK_EVENT_CONNECTED}));
+  HangUpAndWait(0);
+}
+
+TEST_F(COutgoingCalls, a_second_dial_is_refused_in_every_state_of_a_call) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call offered = Offer(2);
+  EXPECT_FALSE(app->zelk.Dial(1, "333", "444"));
+  EXPECT_EQ(app->Text(1, ZELK_INFO_DLI), offered->Called());
+  app->zelk.Answer(1);
+  ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_CONNECTED, kSoon));
+  EXPECT_FALSE(app->zelk.Dial(1, "333", "444"));
+  Call call = DialRinging(0);
+  EXPECT_FALSE(app->zelk.Dial(0, "333", "444"));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "0405556789");
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), "8001000");
+  call->Answer();
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
+  EXPECT_FALSE(app->zelk.Dial(0, "333", nullptr));
+  EXPECT_EQ(FromLibrary("SETUP").size(), 1U);
+  // The calling number of a refused dial is kept for the next one.
+  HangUpAndWait(0);
+  ForgetAll();
+  EXPECT_TRUE(app->zelk.Dial(0, "1", nullptr));
+  ASSERT_TRUE(WaitFromLibrary("SETUP"));
+  EXPECT_EQ(FromLibrary("SETUP")[0].Number(kCallingNumber), "444");
+}
+
+TEST_F(COutgoingCalls, the_reply_to_a_call_names_its_channel_and_the_answer_says_that_the_far_end_is_no_isdn) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(17);
+  const Bytes channel17{0xA9, 0x83, 0x80 | 17};
+  for (const char* name : {"CALL PROCEEDING", "ALERTING", "CONNECT"}) {
+    const std::vector<SQ931Message> sent = FromLibrary(name);
+    ASSERT_EQ(sent.size(), 1U) << name;
+    EXPECT_TRUE(sent[0].fromDestination);
+    if (sent[0].Find(kChannelIdentification) != nullptr) {
+      EXPECT_EQ(Content(sent[0], kChannelIdentification), channel17) << name;
+    }
+  }
+  EXPECT_EQ(Content(FromLibrary("CALL PROCEEDING")[0], kChannelIdentification), channel17);
+  EXPECT_EQ(Content(FromLibrary("CONNECT")[0], kChannelIdentification), channel17);
+  // Destination address is non-ISDN.
+  const Bytes progress = Content(FromLibrary("CONNECT")[0], kProgressIndicator);
+  ASSERT_EQ(progress.size(), 2U);
+  EXPECT_EQ(progress[1], 0x80 | 2);
+}
+
+TEST_F(COutgoingCalls, every_clearing_of_the_library_tells_coding_location_and_cause) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  // CCITT coding, private network serving the local user.
+  constexpr uint8_t kHead = 0x80 | 0x01;
+  ConnectIncoming(1);
+  app->zelk.Hangup(0);
+  EXPECT_EQ(WaitCause(0), 16);
+  EXPECT_EQ(Content(FromLibrary("DISCONNECT").at(0), kCause), (Bytes{kHead, 0x80 | 16}));
+  Offer(2);
+  app->zelk.Reject(1);
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT", 2));
+  EXPECT_EQ(Content(FromLibrary("DISCONNECT").at(1), kCause), (Bytes{kHead, 0x80 | 21}));
+  app->zelk.SetChannelInfo(2, ZELK_SET_ALLOWINCOMING, 0);
+  Card().PlaceCall({.timeslot = 3});
+  ASSERT_TRUE(Eventually([&] {
+    for (const SQ931Message& message : FromLibrary("RELEASE COMPLETE")) {
+      if (message.Cause() == 44) {
+        EXPECT_EQ(Content(message, kCause), (Bytes{kHead, 0x80 | 44}));
+        return true;
+      }
+    }
+    return false;
+  }));
+}
+
+}  // namespace

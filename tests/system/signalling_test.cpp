@@ -1,0 +1,254 @@
+#include "call_fixture.h"
+
+namespace {
+
+using cardsim::Bytes;
+using cardsim::Call;
+using cardsim::ESimCallState;
+using cardsim::SAnswerPlan;
+
+// What the other side of a D-channel may do besides calling and clearing in turn.
+class CSignalling : public CCallTest {
+ protected:
+  void ExpectWorking(int timeslot = 1) {
+    app->Forget();
+    Call call = ConnectIncoming(timeslot);
+    call->Hangup();
+    EXPECT_EQ(WaitCause(ChannelOf(0, timeslot)), 16);
+    EXPECT_TRUE(NetworkIsIdle());
+  }
+};
+
+TEST_F(CSignalling, both_sides_clearing_at_once_end_in_one_disconnected) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  ForgetAll();
+  Card().HoldFromLibrary(0, true);
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+  call->Hangup(31);  // the exchange has not seen the library's DISCONNECT
+  ASSERT_TRUE(WaitFromLibrary("RELEASE"));
+  Card().HoldFromLibrary(0, false);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  // The cause is that of the exchange's RELEASE, which answers the library's DISCONNECT.
+  EXPECT_EQ(WaitCause(0), 16);
+  EXPECT_TRUE(NetworkIsIdle());
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_DISCONNECTED}));
+  EXPECT_EQ(State(0), 3U);
+  EXPECT_EQ(Card().Seen().Q931Names(0), (Names{"< DISCONNECT", "> DISCONNECT", "< RELEASE", "> RELEASE"}));
+  ExpectWorking();
+}
+
+TEST_F(CSignalling, a_hang_up_that_crosses_a_refusal_by_release_complete_frees_the_channel) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  SAnswerPlan plan = SAnswerPlan::NeverAnswer();
+  plan.proceeding = false;
+  plan.alertAfter.reset();
+  Card().SetAnswerPlan(plan);
+  EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
+  Call call = Card().WaitCall(kSoon);
+  ASSERT_NE(call, nullptr);
+  Card().HoldFromLibrary(0, true);
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+  call->Hangup(44);
+  EXPECT_EQ(WaitCause(0), 44);
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_DISCONNECTED}));
+  EXPECT_EQ(State(0), 3U);
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "");
+  EXPECT_EQ(Card().Seen().Q931Names(0), (Names{"< SETUP", "< DISCONNECT", "> RELEASE COMPLETE"}));
+  Card().HoldFromLibrary(0, false);
+  Card().SetAnswerPlan(SAnswerPlan());
+  ConnectOutgoing(0);
+}
+
+TEST_F(CSignalling, a_disconnect_answered_by_release_complete_ends_a_connected_call) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  Card().HoldFromLibrary(0, true);
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+  call->SendMessage(0x5A, {0x08, 0x02, 0x81, 0xE5});  // cause 101
+  EXPECT_EQ(WaitCause(0), 101);
+  EXPECT_EQ(State(0), 3U);
+  // And connected no more: a new call can be rejected.
+  Card().SendQ931(0, {0x08, 0x02, 0x20, 0x03, 0x05, 0x04, 0x03, 0x80, 0x90, 0xA3, 0x18, 0x03, 0xA9, 0x83, 0x81, 0x70,
+                      0x02, 0xA1, '8'});
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon, 2));
+  EXPECT_FALSE(app->zelk.Reject(0));
+}
+
+TEST_F(CSignalling, the_confirmation_of_a_clearing_brings_no_second_event) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  call->Hangup(31);
+  EXPECT_EQ(WaitCause(0), 31);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  SentBeforeNow();
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
+}
+
+TEST_F(CSignalling, both_sides_seizing_one_channel_leave_the_incoming_call_on_it) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Card().HoldFromLibrary(0, true);
+  EXPECT_TRUE(app->zelk.Dial(0, "0405556789", "8001000"));
+  ASSERT_TRUE(WaitFromLibrary("SETUP"));
+  Call incoming = Card().PlaceCall({.timeslot = 1, .calling = "0305551234"});
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), "0305551234");
+  Card().HoldFromLibrary(0, false);
+  // The exchange refuses the library's call: the channel belongs to its own.
+  Call outgoing = Card().WaitCall(kSoon);
+  ASSERT_NE(outgoing, nullptr);
+  ASSERT_TRUE(outgoing->WaitEnded(kSoon));
+  EXPECT_EQ(outgoing->Cause(), 44);
+  ASSERT_TRUE(incoming->WaitState(ESimCallState::kAlerting, kSoon));
+  EXPECT_TRUE(app->zelk.Answer(0));
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_CONNECTED}));
+  incoming->Hangup();
+  EXPECT_EQ(WaitCause(0), 16);
+  EXPECT_EQ(State(0), 3U);
+  EXPECT_TRUE(NetworkIsIdle());
+}
+
+TEST_F(CSignalling, a_restart_of_a_channel_hangs_its_call_up_and_the_networks_release_reports_it) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  Call other = ConnectIncoming(2);
+  ForgetAll();
+  Card().RestartTimeslot(0, 1);
+  EXPECT_EQ(WaitCause(0), 16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_EQ(call->Cause(), 16);
+  ASSERT_TRUE(WaitFromLibrary("RESTART ACKNOWLEDGE"));
+  EXPECT_EQ(FromLibrary("DISCONNECT").size(), 1U);
+  EXPECT_EQ(FromLibrary("DISCONNECT")[0].Cause(), 16);
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_DISCONNECTED}));
+  EXPECT_TRUE(app->CallEvents(1).empty());
+  EXPECT_EQ(State(1), 4U);
+}
+
+TEST_F(CSignalling, a_restart_of_an_idle_channel_is_acknowledged_and_nothing_else) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Card().RestartTimeslot(0, 5);
+  ASSERT_TRUE(WaitFromLibrary("RESTART ACKNOWLEDGE"));
+  EXPECT_EQ(SentBeforeNow(), (Names{"RESTART ACKNOWLEDGE"}));
+  EXPECT_TRUE(app->CallEvents(4).empty());
+  ExpectWorking(5);
+}
+
+TEST_F(CSignalling, a_restart_of_the_whole_interface_names_no_channel_and_touches_no_call) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  ForgetAll();
+  Card().RestartInterface(0);
+  ASSERT_TRUE(WaitFromLibrary("RESTART ACKNOWLEDGE"));
+  EXPECT_EQ(SentBeforeNow(), (Names{"RESTART ACKNOWLEDGE"}));
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  EXPECT_EQ(State(0), 4U);
+  // The exchange clears the calls itself.
+  call->Hangup(41);
+  EXPECT_EQ(WaitCause(0), 41);
+}
+
+TEST_F(CSignalling, messages_that_no_one_knows_and_elements_that_are_broken_leave_the_call_alone) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  ForgetAll();
+  call->SendMessage(0x7F);                                  // no such type
+  call->SendMessage(0x00);                                  // escape to nationally defined types
+  call->SendMessage(0x75);                                  // STATUS ENQUIRY
+  call->SendMessage(0x6E, {0x27, 0x01, 0xF1});              // NOTIFY with a reserved description
+  call->SendMessage(0x7B, {0x70, 0x7F, 0x81, '1'});         // INFORMATION, an element longer than the message
+  call->SendMessage(0x7B, {0x2C, 0x00});                    // empty keypad
+  call->SendMessage(0x62, {0x1C, 0x03, 0x91, 0xA1, 0xFF});  // FACILITY, broken component
+  call->SendMessage(0x62, {0x1C, 0x00});
+  call->SendMessage(0x01);                                              // ALERTING, in the wrong state
+  call->SendMessage(0x03, {0x1E, 0x02, 0x84, 0x88});                    // PROGRESS, likewise
+  call->SendMessage(0x7D, {0x08, 0x02, 0x81, 0xE5, 0x14, 0x01, 0x0A});  // STATUS, cause 101, active
+  ASSERT_TRUE(WaitFromLibrary("STATUS"));
+  SentBeforeNow();
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  EXPECT_EQ(State(0), 4U);
+  for (const cardsim::SQ931Message& status : FromLibrary("STATUS")) {
+    EXPECT_NE(status.Cause(), -1);
+  }
+  call->Hangup(16);
+  EXPECT_EQ(WaitCause(0), 16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  ExpectWorking();
+}
+
+TEST_F(CSignalling, messages_that_are_no_q931_are_survived) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  const std::vector<Bytes> messages{
+      {0x08},                          // ends behind the discriminator
+      {0x08, 0x02, 0x00},              // within the call reference
+      {0x08, 0x0F, 0x01, 0x02, 0x03},  // a reference of 15 bytes
+      {0x41, 0x02, 0x00, 0x01, 0x05},  // another protocol
+      {0x08, 0x00, 0x05},              // the dummy reference
+      {0x08, 0x02, 0x00, 0x00, 0x45},  // DISCONNECT of the global reference
+      {0x08, 0x02, 0x00, 0x00, 0x46},  // RESTART without elements
+      {0x08, 0x02, 0x00, 0x00, 0x46, 0x18, 0x03, 0xA9, 0x83, 0xFF, 0x79, 0x01, 0x80},  // RESTART of channel 127
+      {0x08, 0x02, 0x7F, 0x01, 0x45, 0x08, 0x02, 0x80, 0x90},                          // DISCONNECT of an unknown call
+      {0x08, 0x02, 0xFF, 0x02, 0x07},  // CONNECT for a call that the library never placed
+  };
+  for (const Bytes& message : messages) {
+    Card().SendQ931(0, message);
+  }
+  ExpectWorking();
+  for (int32_t channel = 1; channel < 30; ++channel) {
+    EXPECT_TRUE(app->CallEvents(channel).empty()) << channel;
+    EXPECT_EQ(State(channel), 3U);
+  }
+}
+
+TEST_F(CSignalling, setups_without_their_mandatory_elements_are_refused_and_not_offered) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  // Without bearer capability, and with an empty one.
+  Card().SendQ931(0, {0x08, 0x02, 0x20, 0x01, 0x05, 0x18, 0x03, 0xA9, 0x83, 0x81, 0x70, 0x02, 0xA1, '8'});
+  ASSERT_TRUE(WaitFromLibrary("RELEASE COMPLETE"));
+  EXPECT_EQ(FromLibrary("RELEASE COMPLETE")[0].Cause(), 96);
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  EXPECT_EQ(State(0), 3U);
+  ExpectWorking();
+}
+
+TEST_F(CSignalling, a_call_that_the_exchange_forgets_is_ended_by_status) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  // STATUS with call state null: whoever gets it has nothing left to clear (ITU-T Q.931, 5.8.11).
+  call->SendMessage(0x7D, {0x08, 0x02, 0x81, 0xE5, 0x14, 0x01, 0x00});
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_DISCONNECTED, kSoon));
+  EXPECT_EQ(State(0), 3U);
+}
+
+TEST_F(CSignalling, numbers_of_any_length_are_taken_up_to_what_a_call_record_holds) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  const std::string digits(200, '7');
+  Call call = Card().PlaceCall({.timeslot = 1, .calling = "", .called = "8"});
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
+  Bytes setup{0x08, 0x02, 0x20, 0x02, 0x05, 0x04, 0x03, 0x80, 0x90, 0xA3,
+              0x18, 0x03, 0xA9, 0x83, 0x82, 0x6C, 202,  0x21, 0x81};
+  setup.insert(setup.end(), digits.begin(), digits.end());
+  setup.insert(setup.end(), {0x70, 0x02, 0xA1, '8'});
+  Card().SendQ931(0, setup);
+  ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
+  EXPECT_EQ(app->Count(ZELK_EVENT_INCOMING_CALL), 2U);
+}
+
+TEST_F(CSignalling, a_line_that_dies_is_noticed_by_layer_2_and_its_calls_are_lost) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  ConnectIncoming(1);
+  app->Forget();
+  Card().CutLine(0, true);
+  // A frame that is never acknowledged shortens the wait to T200 times N200.
+  app->zelk.Dial(1, "1", "2");
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
+  EXPECT_EQ(WaitParam(1, ZELK_EVENT_CHANNEL_STATE), 0);
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  EXPECT_EQ(State(0), 2U);
+}
+
+}  // namespace

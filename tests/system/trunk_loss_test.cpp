@@ -1,0 +1,173 @@
+#include "call_fixture.h"
+
+namespace {
+
+using cardsim::Call;
+using cardsim::ESimCallState;
+using cardsim::SAnswerPlan;
+
+// Calls in each state, and what is left of them when their trunk or card goes.
+class CTrunkLoss : public CCallTest {
+ protected:
+  static constexpr int32_t kIdle = 0;
+  static constexpr int32_t kOffered = 1;
+  static constexpr int32_t kConnectedIn = 2;
+  static constexpr int32_t kDialling = 3;
+  static constexpr int32_t kConnectedOut = 4;
+  static constexpr int32_t kClearing = 5;
+  static constexpr int32_t kClosed = 6;
+
+  void MakeCalls() {
+    Offer(kOffered + 1);
+    ConnectIncoming(kConnectedIn + 1);
+    ConnectOutgoing(kConnectedOut);
+    DialRinging(kDialling);
+    ConnectIncoming(kClearing + 1);
+    // The far end's answers no longer come: this clearing stays half done.
+    Card().HoldFromLibrary(0, true);
+    app->zelk.Hangup(kClearing);
+    ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+    app->zelk.CloseChannel(kClosed);
+    app->Forget();
+  }
+
+  Codes AllCodes(int32_t channel) {
+    Codes codes;
+    for (const support::SAppEvent& event : app->Events(channel)) {
+      codes.push_back(event.code);
+    }
+    return codes;
+  }
+
+  void ExpectForgotten(int32_t channel) {
+    EXPECT_EQ(app->Text(channel, ZELK_INFO_CHANNELSTATE), "DOWN") << channel;
+    for (const uint32_t key : {ZELK_INFO_CLI, ZELK_INFO_DLI, ZELK_INFO_RLI, ZELK_INFO_CALLTYPE}) {
+      EXPECT_EQ(app->Text(channel, key), "") << channel;
+    }
+  }
+};
+
+TEST_F(CTrunkLoss, takes_calls_in_every_state_with_one_channel_state_event_and_no_disconnect) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({2}));
+  ASSERT_NO_FATAL_FAILURE(MakeCalls());
+  Card().LoseLink(0);
+  for (int32_t channel = 0; channel < 30; ++channel) {
+    if (channel != kClosed) {
+      EXPECT_EQ(WaitParam(channel, ZELK_EVENT_CHANNEL_STATE), 0);
+    }
+    ExpectForgotten(channel);
+  }
+  EXPECT_TRUE(app->zelk.WaitLog("   G :Card 0: Trunk 0 - DCHANNEL DOWN\r\n")) << app->zelk.LogText();
+  // A closed channel read DOWN before and gets no event; the other trunk none either.
+  for (int32_t channel = 0; channel < 60; ++channel) {
+    EXPECT_EQ(AllCodes(channel), channel == kClosed || channel >= 30 ? Codes{} : Codes{ZELK_EVENT_CHANNEL_STATE})
+        << channel;
+  }
+  for (int32_t channel = 30; channel < 60; ++channel) {
+    EXPECT_EQ(State(channel), 3U);
+  }
+  // Nothing more can be done with the calls, and nothing of it is an error.
+  EXPECT_TRUE(app->zelk.Hangup(kConnectedIn));
+  EXPECT_FALSE(app->zelk.Reject(kOffered));
+
+  app->Forget();
+  Card().HoldFromLibrary(0, false);
+  Card().CutLine(0, false);
+  for (int32_t channel = 0; channel < 30; ++channel) {
+    EXPECT_EQ(WaitParam(channel, ZELK_EVENT_CHANNEL_STATE), 1);
+    EXPECT_EQ(State(channel), 3U) << channel;
+  }
+  // A new call works while the exchange still holds lost ones, and their end does not touch it.
+  Call call = ConnectIncoming(kIdle + 1);
+  EXPECT_EQ(State(kIdle), 4U);
+  call->Hangup();
+  EXPECT_EQ(WaitCause(kIdle), 16);
+}
+
+TEST_F(CTrunkLoss, the_end_of_a_lost_call_is_silent_and_leaves_a_newer_call_on_its_channel_alone) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call lost = ConnectIncoming(1);
+  Card().LoseLink(0);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
+  Card().CutLine(0, false);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE, 2), 1);
+  ASSERT_FALSE(lost->Reached(ESimCallState::kEnded));
+  ForgetAll();
+  // The application dials anew; the exchange has the timeslot's old call still and refuses.
+  EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
+  EXPECT_EQ(WaitCause(0), 44);
+  ASSERT_NE(Card().WaitCall(kSoon), nullptr);  // the refused one
+  ForgetAll();
+  lost->Hangup(16);
+  ASSERT_TRUE(lost->WaitEnded(kSoon));
+  EXPECT_TRUE(NetworkIsIdle());
+  EXPECT_EQ(SentBeforeNow().front(), "RELEASE");
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  EXPECT_EQ(State(0), 3U);
+  ConnectOutgoing(0);
+}
+
+TEST_F(CTrunkLoss, a_trunk_that_comes_up_twice_reports_it_once) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  // The exchange asks for a reset of layer 2 on a link that is up: no state changes, so no event follows.
+  Card().SendFrame(0, {0x02, 0x01, 0x7F});  // SABME
+  Call call = Offer(1);
+  EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 0U);
+  // Down and up: each once.
+  Card().TakeLinkDown(0);
+  EXPECT_EQ(WaitParam(29, ZELK_EVENT_CHANNEL_STATE, 1), 0);
+  EXPECT_EQ(WaitParam(29, ZELK_EVENT_CHANNEL_STATE, 2), 1);
+  EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 60U);
+}
+
+TEST_F(CTrunkLoss, a_lost_card_takes_calls_in_every_state_and_reports_channels_that_were_down_already) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({2, 1}));
+  ASSERT_NO_FATAL_FAILURE(MakeCalls());
+  Card().LoseLink(1);
+  EXPECT_EQ(WaitParam(59, ZELK_EVENT_CHANNEL_STATE), 0);
+  app->Forget();
+  Card().SetControlSilent(true);
+  for (int32_t channel = 0; channel < 60; ++channel) {
+    EXPECT_EQ(WaitParam(channel, ZELK_EVENT_CHANNEL_STATE), 0) << channel;
+    EXPECT_EQ(AllCodes(channel), (Codes{ZELK_EVENT_CHANNEL_STATE})) << channel;
+    ExpectForgotten(channel);
+  }
+  EXPECT_TRUE(app->zelk.WaitLog("   G :Card 0 is down\r\n")) << app->zelk.LogText();
+  for (int32_t channel = 60; channel < 90; ++channel) {
+    EXPECT_EQ(State(channel), 3U);
+    EXPECT_TRUE(AllCodes(channel).empty());
+  }
+}
+
+TEST_F(CTrunkLoss, the_second_cards_trunk_takes_its_own_channels_only) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({2, 2}));
+  Card(1).LoseLink(1);
+  for (int32_t channel = 90; channel < 120; ++channel) {
+    EXPECT_EQ(WaitParam(channel, ZELK_EVENT_CHANNEL_STATE), 0);
+  }
+  EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 30U);
+  EXPECT_TRUE(app->zelk.WaitLog("   G :Card 2: Trunk 1 - DCHANNEL DOWN\r\n")) << app->zelk.LogText();
+}
+
+TEST_F(CTrunkLoss, a_call_dialled_on_a_trunk_that_is_down_waits_for_layer_2_and_ends_when_it_does_not_come) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Card().LoseLink(0);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
+  ForgetAll();
+  EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
+  EXPECT_TRUE(app->zelk.Dial(1, "1", "2"));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CHANNELSTATE), "DOWN");
+  EXPECT_FALSE(app->zelk.Dial(0, "3", "4"));
+  // Hung up while it waits, or given up by the protocol's timers.
+  EXPECT_TRUE(app->zelk.Hangup(1));
+  const int32_t cause = WaitCause(0);
+  EXPECT_STRNE(app->zelk.DisconnectReasonToString(cause), "REASON_UNKNOWN") << cause;
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "");
+  // The trunk comes back: calls are possible again.
+  Card().CutLine(0, false);
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CHANNEL_STATE, kSlow));
+  ASSERT_TRUE(Eventually([&] { return State(0) == 3U; }));
+  ConnectOutgoing(0);
+}
+
+}  // namespace
