@@ -21,6 +21,9 @@ if(ZELK_SANITIZE)
   target_link_options(zelk_options INTERFACE -fsanitize=${ZELK_SANITIZE})
 endif()
 
+add_library(zelk_posix_sockets INTERFACE)
+target_compile_options(zelk_posix_sockets INTERFACE -Wno-conversion -Wno-narrowing -Wno-sign-compare)
+
 # zelk_add_layer(NAME LOWER [LIBRARIES...]): the folder src/NAME as the static library zelk_NAME over the layer zelk_LOWER
 # (empty for the lowest), with the outside libraries that only this layer may use.
 # Sources are found by their place; an operating system's own are in its folder (linux/, windows/).
@@ -45,18 +48,28 @@ function(zelk_add_layer name lower)
 endfunction()
 
 # zelk_add_tests(TARGET DIRECTORY LIBRARIES...): every *_test.cpp of a directory in one GoogleTest program. Each test
-# case runs as a ctest of its own, inside a private network namespace of its own.
+# case runs as a ctest of its own, inside a private network namespace of its own; Windows programs run whole under Wine.
 function(zelk_add_tests target directory)
   file(GLOB sources CONFIGURE_DEPENDS ${directory}/*_test.cpp ${directory}/*_test.c)
   if(NOT sources)
     return()
   endif()
   add_executable(${target} ${sources})
-  target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${directory})
+  string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
+  target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${directory}
+    ${CMAKE_SOURCE_DIR}/tests/support/${system})
   target_link_libraries(${target} PRIVATE zelk_options ${ARGN} GTest::gmock GTest::gtest_main)
   # The test framework's headers are most of what a test's compilation costs.
   target_precompile_headers(${target} PRIVATE
     "$<$<COMPILE_LANGUAGE:CXX>:<gmock/gmock.h$<ANGLE-R>>" "$<$<COMPILE_LANGUAGE:CXX>:<gtest/gtest.h$<ANGLE-R>>")
+  if(WIN32)
+    # The tests keep sockets in ints, as POSIX has them.
+    target_link_libraries(${target} PRIVATE zelk_posix_sockets)
+    add_test(NAME ${target} COMMAND ${CMAKE_SOURCE_DIR}/scripts/wine-netns $<TARGET_FILE:${target}>)
+    set_tests_properties(${target} PROPERTIES TIMEOUT 600 RESOURCE_LOCK wine PASS_REGULAR_EXPRESSION "PASSED  . [1-9]"
+      FAIL_REGULAR_EXPRESSION "FAILED  ." ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wine")
+    return()
+  endif()
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/scripts/netns)
   endif()

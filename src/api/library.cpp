@@ -5,6 +5,7 @@
 
 #include "platform/module.h"
 #include "platform/socket.h"
+#include "platform/thread.h"
 #include "runtime/config.h"
 #include "runtime/log.h"
 #include "runtime/log_writer.h"
@@ -155,9 +156,28 @@ void CLibrary::TearDown() {
   initialised = false;
 }
 
+namespace {
+
+// Destroys the library when it is unloaded. At the end of a process that has ended all other threads first nothing is
+// taken down: those threads hold what that would wait for, and the system takes everything back.
+class CLibraryHolder {
+ public:
+  ~CLibraryHolder() {
+    if (OtherThreadsAreGone()) {
+      (void)library.release();
+    }
+  }
+  CLibrary& Get() { return *library; }
+
+ private:
+  std::unique_ptr<CLibrary> library = std::make_unique<CLibrary>();
+};
+
+}  // namespace
+
 CLibrary& Library() {
-  static CLibrary library;
-  return library;
+  static CLibraryHolder holder;
+  return holder.Get();
 }
 
 }  // namespace zelk

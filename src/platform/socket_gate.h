@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/event.h"
+
 namespace zelk {
 
 // Counts the threads inside calls on a descriptor, so that it is given back by the last one that leaves after a close.
@@ -39,19 +41,19 @@ class CSocketGate {
         return false;
       }
     } while (!word.compare_exchange_weak(now, ((now & ~kOpen) | kClosing) + 1, std::memory_order_acq_rel));
+    released.Reset();  // the caller is inside, so this close cannot be complete before
     return true;
   }
 
   void Released() {
     word.fetch_and(~kReleasing, std::memory_order_release);
-    word.notify_all();
+    released.Set();
   }
 
   // Blocks until a close that has begun is complete.
   void WaitIdle() {
-    for (uint32_t now = word.load(std::memory_order_acquire); (now & (kClosing | kReleasing)) != 0;
-         now = word.load(std::memory_order_acquire)) {
-      word.wait(now, std::memory_order_acquire);
+    while ((word.load(std::memory_order_acquire) & (kClosing | kReleasing)) != 0) {
+      released.Wait();
     }
   }
 
@@ -61,6 +63,7 @@ class CSocketGate {
   static constexpr uint32_t kReleasing = 1U << 29;
 
   std::atomic<uint32_t> word{0};  // one of the bits above or none, plus the number of threads inside
+  CEvent released;                // says when to look again, no more: it may still be set while the next close begins
 };
 
 }  // namespace zelk

@@ -94,14 +94,20 @@ void CLogWriter::Stop() {
 }
 
 void CLogWriter::Finish() {
+  const std::shared_ptr<SRun> stopped = run;
   Stop();
   std::string rest;
   {
     const CScopedLock hold(lock);
     if (threadsInside > 0) {
-      return;  // a hanging thread has the file: nobody else should hang with it
+      if (!OtherThreadsAreGone()) {
+        return;  // a hanging thread has the file: nobody else should hang with it
+      }
+      // The end of the process took the thread wherever it was: what it had not written is ours to write.
+      rest = stopped == nullptr ? std::string() : stopped->batch.TakeBack();
     }
-    rest.swap(pending);
+    rest += pending;
+    std::string().swap(pending);
   }
   if (!path.empty()) {
     SRun last(path, makeFile());

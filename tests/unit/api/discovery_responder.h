@@ -19,9 +19,9 @@ class CDiscoveryResponder {
   ~CDiscoveryResponder() {
     stopping = true;
     worker.join();
-    close(probes);
+    CloseSocket(probes);
     for (const int card : cards) {
-      close(card);
+      CloseSocket(card);
     }
   }
   CDiscoveryResponder(const CDiscoveryResponder&) = delete;

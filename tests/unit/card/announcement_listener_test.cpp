@@ -30,7 +30,7 @@ void Announce(const std::string& address, uint32_t serialNumber, size_t length =
   ASSERT_EQ(bind(sender, reinterpret_cast<const sockaddr*>(&from), sizeof from), 0);
   ASSERT_EQ(sendto(sender, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to),
             static_cast<ssize_t>(datagram.size()));
-  close(sender);
+  CloseSocket(sender);
 }
 
 class AnnouncementListener : public testing::Test {

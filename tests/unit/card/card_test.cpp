@@ -1,11 +1,11 @@
 #include "card/card.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <thread>
 
 #include "fake_card.h"
+#include "native_cpu_time.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "recording_handlers.h"
@@ -225,24 +225,15 @@ TEST_F(Card, AResetConnectionIsDownAfterASecond) {
   EXPECT_TRUE(handlers.WaitFor("card 3 0"));
 }
 
-double CpuSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
 TEST_F(Card, APeerThatClosesIsNotReportedAndBurnsNoCpu) {
   Fake();
   ASSERT_TRUE(OpenWithHandlers());
   fake->Send({0xFF, 0x02, 1, 2, 3, 4});
   ASSERT_TRUE(handlers.WaitFor("trunk 1 265 770 4"));
   fake->ClosePeer();
-  const double before = CpuSeconds();
+  const double before = ProcessCpuSeconds();
   EXPECT_FALSE(handlers.WaitFor("card 3 0", 1, 1500));
-  EXPECT_LT(CpuSeconds() - before, 0.5);
+  EXPECT_LT(ProcessCpuSeconds() - before, 0.5);
   const uint32_t start = TickMs();
   card.Close();
   EXPECT_LT(TickMs() - start, 2500U);

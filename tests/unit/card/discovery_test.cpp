@@ -104,7 +104,7 @@ class CFakeNeighbours {
   ~CFakeNeighbours() {
     stopping = true;
     worker.join();
-    close(receiver);
+    CloseSocket(receiver);
   }
 
   bool isReady = false;
@@ -134,7 +134,7 @@ class CFakeNeighbours {
       const sockaddr_in local = SystemAddress(answer.address, 0);
       (void)!bind(sender, reinterpret_cast<const sockaddr*>(&local), sizeof local);
       sendto(sender, answer.datagram.data(), answer.datagram.size(), 0, reinterpret_cast<const sockaddr*>(&from), size);
-      close(sender);
+      CloseSocket(sender);
     }
   }
 

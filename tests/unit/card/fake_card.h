@@ -1,11 +1,5 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -18,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "native_sockets.h"
 #include "pri_pair.h"
 
 namespace zelk {
@@ -63,7 +58,7 @@ class CFakeCard : public IPriWriter {
     worker.join();
     controllers.clear();
     Disconnect();
-    close(listener);
+    CloseSocket(listener);
   }
   CFakeCard(const CFakeCard&) = delete;
   CFakeCard& operator=(const CFakeCard&) = delete;
@@ -166,7 +161,7 @@ class CFakeCard : public IPriWriter {
   void Disconnect() {
     controllers.clear();
     if (connection >= 0) {
-      close(connection);
+      CloseSocket(connection);
       connection = -1;
     }
   }

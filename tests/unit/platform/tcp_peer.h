@@ -1,12 +1,9 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <string>
+
+#include "native_sockets.h"
 
 namespace zelk {
 
@@ -45,7 +42,7 @@ class CTcpPeer {
  private:
   static void CloseDescriptor(int& descriptor) {
     if (descriptor >= 0) {
-      close(descriptor);
+      CloseSocket(descriptor);
       descriptor = -1;
     }
   }
