@@ -58,6 +58,7 @@ class CAudioRoad : public CSystemTest {
   Bytes awaited;
   std::atomic<uint32_t> leftAtDone{99};
   std::atomic<bool> heardAtDone{false};
+  std::atomic<bool> stall{false};  // the next block of channel 0 takes the application 300 ms
 };
 
 Bytes Part(const Bytes& whole, size_t from, size_t count) {
@@ -230,8 +231,7 @@ TEST_F(CAudioRoad, a_stall_of_the_application_of_300_ms_loses_no_received_sound)
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
-  std::atomic<bool> stall{false};
-  app->onRecord = [&](uint32_t channel, const uint8_t*, uint32_t) {
+  app->onRecord = [this](uint32_t channel, const uint8_t*, uint32_t) {
     if (channel == 0 && stall.exchange(false)) {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));
     }
