@@ -249,4 +249,20 @@ TEST_F(CAudioRoad, a_stall_of_the_application_of_300_ms_loses_no_received_sound)
   EXPECT_GE(support::FindSound(app->Recorded(0), sound), 0);
 }
 
+TEST_F(CAudioRoad, without_callbacks_for_sound_blocks_go_round_digits_are_heard_and_buffers_play) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  app->zelk.SetRecordCallback(nullptr);
+  app->zelk.SetPlayCallback(nullptr);
+  line = Card().RecordTimeslot(0, 17);
+  Flow();
+  const Bytes sound = cardsim::RenderTestPattern(16000, 9);
+  ASSERT_TRUE(Play(15, sound));  // timeslot 17: timeslots 0 and 16 have no channel
+  Card().Audio().Play(0, 17, cardsim::MakeBytesSource(cardsim::RenderDtmf("7A", 80, 80, -10)));
+  int32_t digit = 0;
+  ASSERT_TRUE(app->WaitEvent(15, ZELK_EVENT_DTMF, kSoon, 2, &digit));
+  EXPECT_EQ(digit, 'A');
+  EXPECT_TRUE(app->WaitEvent(15, ZELK_EVENT_PLAY_DONE, kSoon));
+  EXPECT_TRUE(line->WaitContains(sound, kSoon));
+}
+
 }  // namespace
