@@ -145,6 +145,12 @@ class CStress : public CCallTest {
     return text;
   }
 
+  std::string LogEnd() {
+    constexpr size_t kChars = 1500;
+    const std::string text = app->zelk.LogText();
+    return "\n" + text.substr(text.size() - std::min(text.size(), kChars));
+  }
+
   std::string Busy() {
     std::string text;
     for (int32_t channel = 0; channel < 60; ++channel) {
@@ -205,9 +211,9 @@ TEST_F(CStress, four_threads_and_failing_trunks_leave_every_channel_ready_and_no
     app->zelk.SetChannelInfo(channel, ZELK_SET_ALLOWINCOMING, 1);
     app->Forget();
     EXPECT_TRUE(app->zelk.Dial(channel, "1", "2"));
-    EXPECT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CONNECTED, kSoon)) << channel;
+    ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CONNECTED, kSoon)) << channel << LogEnd();
     app->zelk.Hangup(channel);
-    EXPECT_TRUE(app->WaitEvent(channel, ZELK_EVENT_DISCONNECTED, kSoon)) << channel;
+    ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_DISCONNECTED, kSoon)) << channel << LogEnd();
   }
 }
 
