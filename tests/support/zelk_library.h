@@ -21,7 +21,7 @@ class CZelkLibrary {
   std::string IniPath() const { return folder + "/libZelkApi.ini"; }
   std::string LogText() const;
   // Waits for the log's writer to bring this text to the file.
-  bool WaitLog(const std::string& text, int timeoutMs = 5000) const;
+  bool WaitLog(const std::string& text, int timeoutMs = 20000) const;
   void WriteIni(const std::string& text) const;
   // Shuts down and unloads; none of the functions may be called any more.
   void Unload();

@@ -161,7 +161,7 @@ TEST_F(CLogFile, no_line_is_lost_or_out_of_order_while_the_folder_is_gone_for_fi
   EXPECT_FALSE(fs::exists(app->zelk.LogPath()));
   fs::rename(away, folder);
   CauseLine(kLines);
-  ASSERT_TRUE(app->zelk.WaitLog(CausedLine(kLines), 10000)) << app->zelk.LogText();
+  ASSERT_TRUE(app->zelk.WaitLog(CausedLine(kLines), 40000)) << app->zelk.LogText();
   ExpectAllInOrder(kLines + 1);
 }
 
