@@ -65,9 +65,14 @@ function(zelk_add_tests target directory)
   if(WIN32)
     # The tests keep sockets in ints, as POSIX has them.
     target_link_libraries(${target} PRIVATE zelk_posix_sockets)
-    add_test(NAME ${target} COMMAND ${CMAKE_SOURCE_DIR}/scripts/wine-netns $<TARGET_FILE:${target}>)
+    # What Wine cannot do as Windows does is left out by name; the file says why.
+    file(STRINGS ${CMAKE_SOURCE_DIR}/tests/windows/skipped-under-wine.txt skipped REGEX "^[A-Z]")
+    list(TRANSFORM skipped REPLACE " #.*" "")
+    list(JOIN skipped ":" skipped)
+    add_test(NAME ${target} COMMAND ${CMAKE_SOURCE_DIR}/scripts/wine-netns $<TARGET_FILE:${target}>
+                                    --gtest_filter=-${skipped})
     set_tests_properties(${target} PROPERTIES TIMEOUT 600 RESOURCE_LOCK wine PASS_REGULAR_EXPRESSION "PASSED  . [1-9]"
-      FAIL_REGULAR_EXPRESSION "FAILED  ." ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wine")
+      FAIL_REGULAR_EXPRESSION "FAILED  .;Unhandled" ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wine")
     return()
   endif()
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")

@@ -61,8 +61,9 @@ CAppendFile::~CAppendFile() {
 
 bool CAppendFile::Open(const std::string& path) {
   Close();
-  state->handle =
-      CreateFileA(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  // The right to append alone makes every write go to the end of that moment, whoever wrote there meanwhile.
+  state->handle = CreateFileA(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE, kShareAll, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
   if (IsOpen()) {
     SetFilePointerEx(state->handle, LARGE_INTEGER{}, nullptr, FILE_END);
   }

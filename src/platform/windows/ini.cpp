@@ -15,6 +15,9 @@ constexpr size_t kMostChars = 65535;
 }  // namespace
 
 int32_t ReadProfileInt(const std::string& path, const char* section, const char* key, int32_t defaultValue) {
+  if (section == nullptr || key == nullptr) {
+    return defaultValue;
+  }
   return static_cast<int32_t>(GetPrivateProfileIntA(section, key, defaultValue, path.c_str()));
 }
 

@@ -6,3 +6,6 @@ constexpr bool kOnWindows = false;
 inline bool RunsUnderWine() {
   return false;
 }
+
+// Where a test plays the card while 127.0.0.1 plays the library.
+constexpr const char* kCardAddress = "127.0.0.9";

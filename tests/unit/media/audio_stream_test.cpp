@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "native_system.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "platform/socket.h"
@@ -54,7 +55,7 @@ size_t LengthOf(uint32_t trunks, size_t frames) {
 // The card's side: one socket on the card's address.
 class CTestCard {
  public:
-  explicit CTestCard(const char* address = "127.0.0.9", uint16_t port = kCardPort) {
+  explicit CTestCard(const char* address = kCardAddress, uint16_t port = kCardPort) {
     EXPECT_TRUE(socket.OpenUdp());
     EXPECT_TRUE(socket.Bind({Address(address), port}));
     EXPECT_TRUE(socket.SetNonBlocking(true));
@@ -137,7 +138,7 @@ class AudioStream : public testing::Test {
  protected:
   void Open(uint32_t trunks = 1, uint32_t blocks = 32) {
     stream.ResetChannels(SDtmfSettings());
-    ASSERT_TRUE(stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), trunks, blocks));
+    ASSERT_TRUE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), trunks, blocks));
     port = stream.LocalPort();
     ASSERT_NE(port, 0);
     ASSERT_TRUE(stream.StartPacer());
@@ -209,7 +210,7 @@ TEST_F(AudioStream, PacketsOfAWrongSizeMagicOrSenderChangeNothing) {
 
 TEST_F(AudioStream, ThePacketMayComeFromAnyPortOfTheCardAndIsAnsweredToTheAudioPort) {
   Open();
-  CTestCard otherPort("127.0.0.9", 0);
+  CTestCard otherPort(kCardAddress, 0);
   otherPort.Send(port, MakePacket(1, 5, 648));
   EXPECT_EQ(card.Receive().size(), 648U);
   EXPECT_TRUE(otherPort.NothingWaits());
@@ -361,9 +362,9 @@ TEST_F(AudioStream, TheSendCounterGoesOnAcrossOpenings) {
 }
 
 TEST_F(AudioStream, AnOpeningWithAWrongTrunkCountOrAddressFailsAndTheNextSucceeds) {
-  EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 0, 32));
-  EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 9, 32));
-  EXPECT_FALSE(stream.OpenSocket(Address("192.0.2.1"), Address("127.0.0.9"), 1, 32));
+  EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 0, 32));
+  EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 9, 32));
+  EXPECT_FALSE(stream.OpenSocket(Address("192.0.2.1"), Address(kCardAddress), 1, 32));
   EXPECT_EQ(stream.LocalPort(), 0);
   EXPECT_FALSE(stream.StartPacer());
   EXPECT_FALSE(stream.StartReceiver());
@@ -376,7 +377,7 @@ TEST_F(AudioStream, AnOpeningWithAWrongTrunkCountOrAddressFailsAndTheNextSucceed
 TEST_F(AudioStream, WithoutMemoryAStepFailsAndTheNextOpeningSucceeds) {
   const auto openAndClose = [&] {
     stream.ResetChannels(SDtmfSettings());
-    const bool open = stream.OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 1, 2);
+    const bool open = stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 1, 2);
     opened = open && stream.StartPacer() && stream.StartReceiver();
     stream.ConfigureEcho(0, 32);
     stream.ConfigureEcho(0, 32);
@@ -420,7 +421,7 @@ TEST_F(AudioStream, ThreadsThatOutliveTheirJoinTouchNothingThatIsGone) {
   auto own = std::make_unique<CAudioStream>(notice);
   own->ResetChannels(SDtmfSettings());
   own->SetHook(&stuck);
-  ASSERT_TRUE(own->OpenSocket(Address("127.0.0.1"), Address("127.0.0.9"), 1, 4));
+  ASSERT_TRUE(own->OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 1, 4));
   ASSERT_TRUE(own->StartPacer());
   ASSERT_TRUE(stuck.entered.WaitFor(kPatienceMs));
   own->RequestStop();
