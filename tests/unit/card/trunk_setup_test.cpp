@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <string>
 
 #include "card/card.h"
 #include "fake_card.h"
@@ -24,18 +26,23 @@ TEST(NodeType, TwoClientTypesStandForOthers) {
   }
 }
 
-// A card opened with an ini file of the test's own.
+// A card opened with an ini file of the test's own. Each test has a serial number of its own too: capture files stand
+// beside the test program, where the others run at the same time.
 class TrunkSetup : public testing::Test {
  protected:
   void SetUp() override {
+    options.serialNumber =
+        4711 + static_cast<uint32_t>(
+                   std::hash<std::string>()(testing::UnitTest::GetInstance()->current_test_info()->name()) % 1000000);
+    const std::string section = "[" + std::to_string(options.serialNumber) + "-";
     ini = (std::filesystem::temp_directory_path() / "zelk-trunk-setup-test.ini").string();
     std::ofstream(ini) << "[General]\nNumberType=65\nSwitchType=4\nCrc4=258\n"
-                          "[4711-1]\nClientType=1001\nHangupOnAlerting=1\nHdlcLog=1\nEchoCanceller=1\n"
-                          "[4711-2]\nClientType=3\nCrc4=7\nSwitchType=5\n";
+                       << section << "1]\nClientType=1001\nHangupOnAlerting=1\nHdlcLog=1\nEchoCanceller=1\n"
+                       << section << "2]\nClientType=3\nCrc4=7\nSwitchType=5\n";
     Config().Read(ini);
     std::string module;
     ASSERT_TRUE(ModulePath(module));
-    capturePath = CapturePath(DerivePaths(module, kPathSeparator).directory, kPathSeparator, 4711, 1);
+    capturePath = CapturePath(DerivePaths(module, kPathSeparator).directory, kPathSeparator, options.serialNumber, 1);
     std::remove(capturePath.c_str());
   }
   void TearDown() override {
@@ -48,12 +55,13 @@ class TrunkSetup : public testing::Test {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   }
 
+  CFakeCard::SOptions options;
   std::string ini;
   std::string capturePath;
 };
 
 TEST_F(TrunkSetup, EveryTrunkTakesItsSectionAndTheGeneralValues) {
-  CFakeCard fake;
+  CFakeCard fake(options);
   CCard card(0);
   ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
   EXPECT_EQ(card.Trunk(0).nodeType, 10);
@@ -69,7 +77,7 @@ TEST_F(TrunkSetup, EveryTrunkTakesItsSectionAndTheGeneralValues) {
 }
 
 TEST_F(TrunkSetup, TheConfigurationCarriesEachTrunksCrc4AndTheLastOneStays) {
-  CFakeCard fake;
+  CFakeCard fake(options);
   CCard card(0);
   ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
   EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 1, 1, 2, 0, 0, 0, 0}));
@@ -87,8 +95,7 @@ size_t Lines(const std::string& text, char direction) {
 }
 
 TEST_F(TrunkSetup, TheCaptureHoldsSentFramesAndReceivedOnesWithAnEvent) {
-  std::ofstream(ini) << "[4711-1]\nHdlcLog=1\n";
-  CFakeCard::SOptions options;
+  std::ofstream(ini) << "[" << options.serialNumber << "-1]\nHdlcLog=1\n";
   options.playsNetwork = true;
   CFakeCard fake(options);
   CCard card(0);
