@@ -62,11 +62,6 @@ void ReleaseStray(CTrunk& trunk, ECallEvent code, const SPriEvent& event) {
   }
 }
 
-bool IsCallGone(CTrunk& trunk, PriCall call) {
-  CScopedLock held(trunk.lock);
-  return trunk.controller && !trunk.controller->IsCallValid(call);
-}
-
 }  // namespace
 
 CCallEvents::CCallEvents(const CCardChannels& cardChannels) : channels(cardChannels) {}
@@ -153,8 +148,6 @@ void CCallEvents::Dispatch(const SCall& call, ECallEvent code) {
     case CALLEV_HANGUP:
     case CALLEV_HANGUP_REQ:
       return OnHangup(call, code);
-    case CALLEV_HANGUP_ACK:
-      return OnHangupAck(call);
     case CALLEV_RESTART:
       return HangUp(call.trunk, device.callHandle, kCauseNormalClearing);
     case CALLEV_CONNECT_ACK:
@@ -210,18 +203,6 @@ void CCallEvents::OnHangup(const SCall& call, ECallEvent code) {
     return;
   }
   EndCall(call.trunk, device, code == CALLEV_HANGUP ? call.event.call : current, call.event.cause);
-  ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, call.event.cause);
-}
-
-// A hang-up request of ours is as a rule answered by a release, which has reset the channel by now. When the network
-// refuses the call at the same moment, or never answers, this is the only word: libpri has dropped the call already.
-void CCallEvents::OnHangupAck(const SCall& call) {
-  CDevice& device = call.device;
-  const PriCall current = device.callHandle;
-  if (current == nullptr || call.event.call != current || !IsCallGone(call.trunk, current)) {
-    return;
-  }
-  EndCall(call.trunk, device, nullptr, call.event.cause);
   ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, call.event.cause);
 }
 

@@ -18,7 +18,6 @@ constexpr uint16_t kNoBchannel = 0xFFFF;  // the network named no channel
 //   Idle ------------------> Offered ------------------------> Connected
 //     ^                         |                                  |
 //     +-- HANGUP, HANGUP_REQ ---+---- the same, or RINGING with "HangupOnAlerting"
-//     +-- HANGUP_ACK of the channel's call when libpri has dropped it without a word before
 class CCallEvents {
  public:
   explicit CCallEvents(const CCardChannels& channels);
@@ -35,7 +34,6 @@ class CCallEvents {
   static void Dispatch(const SCall& call, ECallEvent code);
   static void OnRing(const SCall& call);
   static void OnHangup(const SCall& call, ECallEvent code);
-  static void OnHangupAck(const SCall& call);
   static void OnConnectAck(const SCall& call);
   static void OnAnswer(const SCall& call);
   static void OnRinging(const SCall& call);
