@@ -206,9 +206,12 @@ class CFakeCard : public IPriWriter {
     for (size_t length = MessageLength(); length != 0 && stream.size() >= length; length = MessageLength()) {
       const Message message(stream.begin(), stream.begin() + static_cast<ptrdiff_t>(length));
       stream.erase(stream.begin(), stream.begin() + static_cast<ptrdiff_t>(length));
+      {
+        // Kept before it is handled: who waits for what follows from it may look for it here.
+        const std::lock_guard<std::mutex> held(lock);
+        messages.push_back(message);
+      }
       Handle(message);
-      const std::lock_guard<std::mutex> held(lock);
-      messages.push_back(message);
       changed.notify_all();
     }
   }
