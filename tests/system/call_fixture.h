@@ -17,6 +17,10 @@ class CCallTest : public CSystemTest {
 
   void StartOpen(const cardsim::SSimulatorConfig& config, const std::string& ini = {}) {
     ASSERT_NO_FATAL_FAILURE(Start(config, ini));
+    // The exchange's end of a D-channel may come up a moment after the library's.
+    for (size_t card = 0; card < sim->CardCount(); ++card) {
+      ASSERT_TRUE(sim->Card(card).WaitUp(kSlow)) << "card " << card;
+    }
     OpenAll();
     ForgetAll();
   }
