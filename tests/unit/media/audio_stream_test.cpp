@@ -341,22 +341,25 @@ TEST_F(AudioStream, ClosingTheSocketReleasesTheReceiveThreadAtOnce) {
 
 TEST_F(AudioStream, TheSendCounterGoesOnAcrossOpenings) {
   uint32_t sent = 0;
+  bool lastUnseen = false;
   for (int cycle = 0; cycle < 20; ++cycle) {
     Open(static_cast<uint32_t>(cycle % 8 + 1), 4);
     stream.SetHook(cycle % 2 == 0 ? &hook : nullptr);
     card.Send(port, MakePacket(1, 6, 1448));
-    EXPECT_EQ(SequenceOf(card.Receive()), sent++);
+    const uint32_t first = SequenceOf(card.Receive());
+    // A reply that the closing socket did not take has its number all the same.
+    if (lastUnseen && first == sent + 1)
+      sent = first;
+    EXPECT_EQ(first, sent++);
     EXPECT_EQ(SequenceOf(card.Receive()), sent++);
     for (uint32_t packet = 2; packet < 12; ++packet)
       EXPECT_EQ(SequenceOf(Exchange(MakePacket(packet, 9, 1448))), sent++);
     card.Send(port, MakePacket(12, 0, 1448));  // still under way while it closes
     Close();
     // The last packet may or may not have been answered.
-    Packet last;
-    if (!card.NothingWaits()) {
-      last = card.Receive();
-      EXPECT_EQ(SequenceOf(last), sent++);
-    }
+    lastUnseen = card.NothingWaits();
+    if (!lastUnseen)
+      EXPECT_EQ(SequenceOf(card.Receive()), sent++);
   }
   EXPECT_TRUE(notice.Lines().empty());
 }
