@@ -358,8 +358,9 @@ TEST_F(AudioStream, TheSendCounterGoesOnAcrossOpenings) {
     Close();
     // The last packet may or may not have been answered.
     lastUnseen = card.NothingWaits();
-    if (!lastUnseen)
+    if (!lastUnseen) {
       EXPECT_EQ(SequenceOf(card.Receive()), sent++);
+    }
   }
   EXPECT_TRUE(notice.Lines().empty());
 }
