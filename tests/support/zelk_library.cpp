@@ -1,6 +1,5 @@
 #include "support/zelk_library.h"
 
-#include <dlfcn.h>
 #include <stdlib.h>
 
 #include <chrono>
@@ -27,63 +26,55 @@ std::string MakeFolder() {
 }  // namespace
 
 CZelkLibrary::CZelkLibrary(const std::string& ini) : folder(MakeFolder()) {
-  const fs::path library(ZELK_LIBRARY_PATH);
+  const auto* place = remote::CRemoteLibrary::Place();
+  const fs::path library(place == nullptr ? ZELK_LIBRARY_PATH : place->library);
   const fs::path copy = fs::path(folder) / library.filename();
   fs::copy_file(library, copy);
+  stem = copy.string().substr(0, copy.string().size() - std::string("64.dll").size());
   if (!ini.empty()) {
     WriteIni(ini);
   }
-  Load(copy.string());
+  if (place == nullptr) {
+    LoadHere(copy.string());
+  } else {
+    LoadRemote(copy.string());
+  }
 }
 
 CZelkLibrary::~CZelkLibrary() {
   if (IsLoaded()) {
     Shutdown();
   }
+  remote.reset();
   std::error_code ignored;
   fs::remove_all(folder, ignored);
 }
 
 void CZelkLibrary::Unload() {
   Shutdown();
-  dlclose(handle);
-  handle = nullptr;
+  if (remote != nullptr) {
+    remote->Unload();
+  } else {
+    CloseModule(module);
+  }
+  Init = nullptr;
 }
 
-void CZelkLibrary::Load(const std::string& path) {
-  handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) {
-    throw std::runtime_error(dlerror());
-  }
+void CZelkLibrary::LoadHere(const std::string& path) {
+  module = OpenModule(path);
 #define ZELK_FUNCTION(name)                                              \
-  name = reinterpret_cast<decltype(name)>(dlsym(handle, "ZELK_" #name)); \
+  name = FindFunction<decltype(name)>(module, "ZELK_" #name);            \
   if ((name) == nullptr) {                                               \
     throw std::runtime_error("the library does not export ZELK_" #name); \
   }
-  ZELK_FUNCTION(Init)
-  ZELK_FUNCTION(Shutdown)
-  ZELK_FUNCTION(GetChannelCount)
-  ZELK_FUNCTION(OpenChannel)
-  ZELK_FUNCTION(CloseChannel)
-  ZELK_FUNCTION(GetLastError)
-  ZELK_FUNCTION(GetChannelInfo)
-  ZELK_FUNCTION(GetChannelInfoString)
-  ZELK_FUNCTION(SetChannelInfo)
-  ZELK_FUNCTION(SetChannelInfoString)
-  ZELK_FUNCTION(Reject)
-  ZELK_FUNCTION(Answer)
-  ZELK_FUNCTION(Hangup)
-  ZELK_FUNCTION(Dial)
-  ZELK_FUNCTION(Transfer)
-  ZELK_FUNCTION(DisconnectReasonToString)
-  ZELK_FUNCTION(PlayBuffer)
-  ZELK_FUNCTION(PlayFile)
-  ZELK_FUNCTION(PlayTimeLeft)
-  ZELK_FUNCTION(StopPlay)
-  ZELK_FUNCTION(ConvertRawToWaveFile)
-  ZELK_FUNCTION(SetEventCallback)
-  ZELK_FUNCTION(SetPlayCallback)
-  ZELK_FUNCTION(SetRecordCallback)
+  ZELK_LIBRARY_FUNCTIONS(ZELK_FUNCTION)
+#undef ZELK_FUNCTION
+}
+
+void CZelkLibrary::LoadRemote(const std::string& path) {
+  remote = std::make_unique<remote::CRemoteLibrary>(path);
+#define ZELK_FUNCTION(name) name = remote::CRemoteLibrary::name();
+  ZELK_LIBRARY_FUNCTIONS(ZELK_FUNCTION)
 #undef ZELK_FUNCTION
 }
 

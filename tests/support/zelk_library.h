@@ -1,12 +1,17 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "native_module.h"
+#include "remote/remote_library.h"
+#include "support/library_functions.h"
 #include "zelk/ZelkApi.h"
 
 namespace support {
 
 // The shared library, loaded from a copy of its own in a fresh folder, so that each test has its own ini file and log.
+// Where the environment names an application host (remote/remote_library.h) the library is in that other process.
 // Stays loaded until the process ends (ctest runs each test in a process of its own); the folder is removed.
 class CZelkLibrary {
  public:
@@ -17,48 +22,28 @@ class CZelkLibrary {
   CZelkLibrary& operator=(const CZelkLibrary&) = delete;
 
   const std::string& Folder() const { return folder; }
-  std::string LogPath() const { return folder + "/libZelkApi.log"; }
-  std::string IniPath() const { return folder + "/libZelkApi.ini"; }
+  std::string LogPath() const { return stem + ".log"; }
+  std::string IniPath() const { return stem + ".ini"; }
   std::string LogText() const;
   // Waits for the log's writer to bring this text to the file.
   bool WaitLog(const std::string& text, int timeoutMs = 20000) const;
   void WriteIni(const std::string& text) const;
   // Shuts down and unloads; none of the functions may be called any more.
   void Unload();
-  bool IsLoaded() const { return handle != nullptr; }
+  bool IsLoaded() const { return Init != nullptr; }
 
-#define ZELK_FUNCTION(name) decltype(&::ZELK_##name) name = nullptr
-  ZELK_FUNCTION(Init);
-  ZELK_FUNCTION(Shutdown);
-  ZELK_FUNCTION(GetChannelCount);
-  ZELK_FUNCTION(OpenChannel);
-  ZELK_FUNCTION(CloseChannel);
-  ZELK_FUNCTION(GetLastError);
-  ZELK_FUNCTION(GetChannelInfo);
-  ZELK_FUNCTION(GetChannelInfoString);
-  ZELK_FUNCTION(SetChannelInfo);
-  ZELK_FUNCTION(SetChannelInfoString);
-  ZELK_FUNCTION(Reject);
-  ZELK_FUNCTION(Answer);
-  ZELK_FUNCTION(Hangup);
-  ZELK_FUNCTION(Dial);
-  ZELK_FUNCTION(Transfer);
-  ZELK_FUNCTION(DisconnectReasonToString);
-  ZELK_FUNCTION(PlayBuffer);
-  ZELK_FUNCTION(PlayFile);
-  ZELK_FUNCTION(PlayTimeLeft);
-  ZELK_FUNCTION(StopPlay);
-  ZELK_FUNCTION(ConvertRawToWaveFile);
-  ZELK_FUNCTION(SetEventCallback);
-  ZELK_FUNCTION(SetPlayCallback);
-  ZELK_FUNCTION(SetRecordCallback);
+#define ZELK_FUNCTION(name) decltype(&::ZELK_##name) name = nullptr;
+  ZELK_LIBRARY_FUNCTIONS(ZELK_FUNCTION)
 #undef ZELK_FUNCTION
 
  private:
-  void Load(const std::string& path);
+  void LoadHere(const std::string& path);
+  void LoadRemote(const std::string& path);
 
   std::string folder;
-  void* handle = nullptr;
+  std::string stem;  // of the paths of its files: its own without the last six characters
+  Module module = nullptr;                         // in this process
+  std::unique_ptr<remote::CRemoteLibrary> remote;  // or in another
 };
 
 }  // namespace support
