@@ -47,6 +47,32 @@ function(zelk_add_layer name lower)
   endif()
 endfunction()
 
+# What Wine cannot do as Windows does is left out by name; the file says why.
+file(STRINGS ${CMAKE_SOURCE_DIR}/tests/windows/skipped-under-wine.txt ZELK_SKIPPED_UNDER_WINE REGEX "^[A-Z]")
+list(TRANSFORM ZELK_SKIPPED_UNDER_WINE REPLACE " #.*" "")
+list(JOIN ZELK_SKIPPED_UNDER_WINE ":" ZELK_SKIPPED_UNDER_WINE)
+
+# zelk_wine_test(TEST VARIABLE=VALUE...): a ctest that runs a whole GoogleTest program under Wine. It fails if a test of
+# the program fails, if it ends early, and if no test ran.
+function(zelk_wine_test test)
+  set_tests_properties(${test} PROPERTIES TIMEOUT 600 PASS_REGULAR_EXPRESSION "PASSED  . [1-9]"
+    FAIL_REGULAR_EXPRESSION "FAILED  .;Unhandled" ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wine;${ARGN}")
+endfunction()
+
+# zelk_add_test_headers(): the target test_headers, whose precompiled headers every test program uses.
+function(zelk_add_test_headers)
+  # A program too, so that it is compiled as the others are.
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/test_headers.cpp CONTENT "int main() {}\n")
+  add_executable(test_headers ${CMAKE_BINARY_DIR}/test_headers.cpp)
+  target_link_libraries(test_headers PRIVATE zelk_options GTest::gmock GTest::gtest_main Threads::Threads)
+  target_compile_options(test_headers PRIVATE -O1 -g1)
+  if(WIN32)
+    target_link_libraries(test_headers PRIVATE zelk_posix_sockets)
+  endif()
+  target_precompile_headers(test_headers PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h>)
+endfunction()
+
 # zelk_add_tests(TARGET DIRECTORY LIBRARIES...): every *_test.cpp of a directory in one GoogleTest program. Each test
 # case runs as a ctest of its own, inside a private network namespace of its own; Windows programs run whole under Wine.
 function(zelk_add_tests target directory)
@@ -59,20 +85,18 @@ function(zelk_add_tests target directory)
   target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${directory}
     ${CMAKE_SOURCE_DIR}/tests/support/${system})
   target_link_libraries(${target} PRIVATE zelk_options ${ARGN} GTest::gmock GTest::gtest_main)
-  # The test framework's headers are most of what a test's compilation costs.
-  target_precompile_headers(${target} PRIVATE
-    "$<$<COMPILE_LANGUAGE:CXX>:<gmock/gmock.h$<ANGLE-R>>" "$<$<COMPILE_LANGUAGE:CXX>:<gtest/gtest.h$<ANGLE-R>>")
+  # What a test costs is its compilation: little optimisation, and the test framework's headers read once for all.
+  target_compile_options(${target} PRIVATE -O1 -g1)
+  target_precompile_headers(${target} REUSE_FROM test_headers)
+  file(GLOB c_sources ${directory}/*_test.c)
+  set_source_files_properties(${c_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
   if(WIN32)
     # The tests keep sockets in ints, as POSIX has them.
     target_link_libraries(${target} PRIVATE zelk_posix_sockets)
-    # What Wine cannot do as Windows does is left out by name; the file says why.
-    file(STRINGS ${CMAKE_SOURCE_DIR}/tests/windows/skipped-under-wine.txt skipped REGEX "^[A-Z]")
-    list(TRANSFORM skipped REPLACE " #.*" "")
-    list(JOIN skipped ":" skipped)
     add_test(NAME ${target} COMMAND ${CMAKE_SOURCE_DIR}/scripts/wine-netns $<TARGET_FILE:${target}>
-                                    --gtest_filter=-${skipped})
-    set_tests_properties(${target} PROPERTIES TIMEOUT 600 RESOURCE_LOCK wine PASS_REGULAR_EXPRESSION "PASSED  . [1-9]"
-      FAIL_REGULAR_EXPRESSION "FAILED  .;Unhandled" ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wine")
+                                    --gtest_filter=-${ZELK_SKIPPED_UNDER_WINE})
+    zelk_wine_test(${target})
+    set_tests_properties(${target} PROPERTIES RESOURCE_LOCK wine)
     return()
   endif()
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")

@@ -1,10 +1,10 @@
 // The process of an application whose mind is elsewhere: loads the library and does what a test in another process (on
 // another system, under another kernel's name) asks, callback by callback. Ends when the test closes its connection.
 // Usage: application_host ADDRESS PORT LIBRARY, where the test listens and what to load.
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <memory>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -27,11 +27,23 @@ Module module = nullptr;
 
 CMessage Serve(CMessage& request);
 
-// The connection of this thread: of a thread that serves the test, or of one of the library's that calls back.
-thread_local std::unique_ptr<CConnection> connection;
+// Which channels' record callbacks the test wants: each is a way there and back.
+std::atomic<bool> recordPassed[ZELK_MAX_CHANNELS];
 
-std::unique_ptr<CConnection> Connect(EAsk purpose) {
-  auto made = std::make_unique<CConnection>(CConnection::ConnectTo(testAddress, testPort), Serve);
+void PassRecord(int32_t channel) {
+  for (int32_t each = 0; each < ZELK_MAX_CHANNELS; ++each) {
+    if (channel < 0 || channel == each) {
+      recordPassed[each] = channel != remote::kPassNone;
+    }
+  }
+}
+
+// The connection of this thread: of a thread that serves the test, or of one of the library's that calls back.
+// Never destroyed: at the end of a thread that mingw's run-time did not start, its storage may go before its contents.
+thread_local CConnection* connection = nullptr;
+
+CConnection* Connect(EAsk purpose) {
+  auto* made = new CConnection(CConnection::ConnectTo(testAddress, testPort), Serve);
   made->Greet(purpose);
   return made;
 }
@@ -60,6 +72,9 @@ void ZELK_CALL OnPlay(uint32_t channel, uint8_t* data, uint32_t length) {
 }
 
 void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
+  if (!recordPassed[channel]) {
+    return;
+  }
   CMessage request(EAsk::OnRecord);
   request.Put(channel);
   request.PutMemory(data, length);
@@ -115,6 +130,9 @@ CMessage Serve(CMessage& request) {
     case EAsk::CpuSeconds:
       reply.Put(ProcessCpuSeconds());
       break;
+    case EAsk::PassRecord:
+      PassRecord(request.Get<int32_t>());
+      break;
     default:
       break;
   }
@@ -132,6 +150,7 @@ int main(int count, char** arguments) {
     testAddress = arguments[1];
     testPort = std::atoi(arguments[2]);
     module = OpenModule(arguments[3]);
+    PassRecord(remote::kPassAll);
     connection = Connect(EAsk::Init);
     connection->ServeUntilClosed();
   } catch (const std::exception& error) {

@@ -21,7 +21,11 @@ enum class EAsk : uint8_t {
   NewThread,   // of the host: connect once more, for another thread of the test
   Unload,      // of the host: let go of the library
   CpuSeconds,  // of the host: what its process has used so far
+  PassRecord,  // of the host: a channel whose record callbacks are passed on, or kPassAll (at first), or kPassNone
 };
+
+constexpr int32_t kPassAll = -1;
+constexpr int32_t kPassNone = -2;
 
 // A request or its reply: values one behind the other, taken out in the order they were put in.
 // Integers and doubles are eight bytes; a piece of memory is its length and its bytes with a zero behind them.

@@ -232,4 +232,10 @@ double CRemoteLibrary::CpuSeconds() {
   return control->Ask(CMessage(EAsk::CpuSeconds)).Get<double>();
 }
 
+void CRemoteLibrary::PassRecord(int32_t channel) {
+  CMessage request(EAsk::PassRecord);
+  request.Put(channel);
+  AskHost(request);
+}
+
 }  // namespace remote

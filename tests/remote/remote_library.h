@@ -38,6 +38,8 @@ class CRemoteLibrary {
 
   void Unload();
   double CpuSeconds();
+  // Of a channel, or kPassAll, or kPassNone.
+  void PassRecord(int32_t channel);
 
 #define ZELK_REMOTE(name) static decltype(&::ZELK_##name) name();
   ZELK_LIBRARY_FUNCTIONS(ZELK_REMOTE)

@@ -9,8 +9,8 @@ CApplication* CApplication::current = nullptr;
 CApplication::CApplication(const std::string& ini) : zelk(ini) {
   current = this;
   zelk.SetEventCallback(OnEvent);
+  zelk.PassRecord(remote::kPassNone);
   zelk.SetRecordCallback(OnRecord);
-  zelk.SetPlayCallback(OnPlay);
 }
 
 CApplication::~CApplication() {
@@ -51,9 +51,17 @@ void ZELK_CALL CApplication::OnRecord(uint32_t channel, const uint8_t* data, uin
 }
 
 void ZELK_CALL CApplication::OnPlay(uint32_t channel, uint8_t* data, uint32_t length) {
-  if (current->onPlay) {
-    current->onPlay(channel, data, length);
-  }
+  current->onPlay(channel, data, length);
+}
+
+void CApplication::SetOnPlay(std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> function) {
+  onPlay = std::move(function);
+  zelk.SetPlayCallback(OnPlay);
+}
+
+void CApplication::SetOnRecord(std::function<void(uint32_t channel, const uint8_t* data, uint32_t length)> function) {
+  onRecord = std::move(function);
+  zelk.PassRecord(remote::kPassAll);
 }
 
 bool CApplication::WaitAllReady(std::chrono::milliseconds timeout) {
@@ -126,6 +134,7 @@ void CApplication::Forget() {
 }
 
 void CApplication::Record(int32_t channel) {
+  zelk.PassRecord(channel);
   const std::lock_guard<std::mutex> guard(lock);
   recordings[channel].clear();
 }

@@ -36,9 +36,9 @@ class CApplication {
   // Runs on the library's thread for each event, before the event is kept. Set before ZELK_Init.
   std::function<void(const SAppEvent&)> onEvent;
   // Runs on the pacer thread for each block about to be played. Set before ZELK_Init.
-  std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> onPlay;
+  void SetOnPlay(std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> function);
   // Runs on the pacer thread for each received block, before it is kept. Set before ZELK_Init.
-  std::function<void(uint32_t channel, const uint8_t* data, uint32_t length)> onRecord;
+  void SetOnRecord(std::function<void(uint32_t channel, const uint8_t* data, uint32_t length)> function);
 
   // Waits until every channel is READY.
   bool WaitAllReady(std::chrono::milliseconds timeout);
@@ -65,6 +65,8 @@ class CApplication {
   static void ZELK_CALL OnPlay(uint32_t channel, uint8_t* data, uint32_t length);
 
   static CApplication* current;
+  std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> onPlay;
+  std::function<void(uint32_t channel, const uint8_t* data, uint32_t length)> onRecord;
   std::mutex lock;
   std::condition_variable changed;
   std::vector<SAppEvent> events;                       // guarded by lock

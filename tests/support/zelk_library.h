@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "native_cpu_time.h"
 #include "native_module.h"
 #include "remote/remote_library.h"
 #include "support/library_functions.h"
@@ -30,6 +31,18 @@ class CZelkLibrary {
   void WriteIni(const std::string& text) const;
   // Shuts down and unloads; none of the functions may be called any more.
   void Unload();
+  // Record callbacks of a library in another process are dear: from now on only those of this channel and of others
+  // that were asked for like this come here; remote::kPassNone, then kPassAll or channels. In this process all come,
+  // always.
+  void PassRecord(int32_t channel) const {
+    if (remote != nullptr) {
+      remote->PassRecord(channel);
+    }
+  }
+  // Processor time of the process that has the library.
+  double CpuSeconds() const { return remote != nullptr ? remote->CpuSeconds() : ProcessCpuSeconds(); }
+  // Wine takes the socket's error for itself while it polls, so that a reset reads as the end of the connection.
+  bool SeesResets() const { return remote == nullptr; }
   bool IsLoaded() const { return Init != nullptr; }
 
 #define ZELK_FUNCTION(name) decltype(&::ZELK_##name) name = nullptr;
@@ -41,7 +54,7 @@ class CZelkLibrary {
   void LoadRemote(const std::string& path);
 
   std::string folder;
-  std::string stem;  // of the paths of its files: its own without the last six characters
+  std::string stem;                                // of the paths of its files: its own without the last six characters
   Module module = nullptr;                         // in this process
   std::unique_ptr<remote::CRemoteLibrary> remote;  // or in another
 };

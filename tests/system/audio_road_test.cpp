@@ -211,11 +211,11 @@ TEST_F(CAudioRoad, a_play_callback_overwrites_queued_sound_block_by_block_and_th
   sim->Start();
   app = std::make_unique<support::CApplication>();
   // Turns every byte over: silence and queued sound alike.
-  app->onPlay = [](uint32_t channel, uint8_t* data, uint32_t length) {
+  app->SetOnPlay([](uint32_t channel, uint8_t* data, uint32_t length) {
     if (channel == 0) {
       std::transform(data, data + length, data, [](uint8_t byte) { return static_cast<uint8_t>(~byte); });
     }
-  };
+  });
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   OpenAll();
   line = Card().RecordTimeslot(0, 1);
@@ -231,11 +231,11 @@ TEST_F(CAudioRoad, a_stall_of_the_application_of_300_ms_loses_no_received_sound)
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
-  app->onRecord = [this](uint32_t channel, const uint8_t*, uint32_t) {
+  app->SetOnRecord([this](uint32_t channel, const uint8_t*, uint32_t) {
     if (channel == 0 && stall.exchange(false)) {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));
     }
-  };
+  });
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   app->Record(0);
   ASSERT_TRUE(app->WaitRecorded(0, 160, kSoon));

@@ -108,13 +108,17 @@ TEST_F(CConfigEffect, each_card_has_sections_of_its_own) {
 }
 
 TEST_F(CConfigEffect, malformed_and_unusual_values_follow_the_readers_rules) {
-  ASSERT_NO_FATAL_FAILURE(
-      Start({8},
-            "\r\n; Crc4 of eight trunks\r\n[general]\r\ncrc4 = 7\r\nCrc4=8\r\n"
-            "[100001-1]\r\nCrc4=abc\r\n[100001-2]\r\nCrc4=  12x3\r\n[100001-3]\r\nCrc4=\r\n"
-            "[100001-4]\r\n  CRC4\t=\t\"5\"  \r\n[100001-5]\r\nCrc4=0x10\r\n[100001-5]\r\nCrc4=9\r\n"
-            "[100001-6]\r\nCrc4=-2\r\n[100001-7]\r\nno equals sign\r\n[100001-8]\nCrc4=6"));
-  EXPECT_EQ(Crc4Bytes(), (std::vector<int>{0, 12, 7, 5, 0, 254, 7, 6}));
+  ASSERT_NO_FATAL_FAILURE(Start({8},
+                                "\r\n; Crc4 of eight trunks\r\n[general]\r\ncrc4 = 7\r\nCrc4=8\r\n"
+                                "[100001-1]\r\nCrc4=abc\r\n[100001-2]\r\nCrc4=  12x3\r\n[100001-3]\r\nCrc4=\r\n"
+                                "[100001-4]\r\n  CRC4\t=\t\"5\"  \r\n[100001-5]\r\nCrc4=\t\r\n[100001-5]\r\nCrc4=9\r\n"
+                                "[100001-6]\r\nCrc4=-2\r\n[100001-7]\r\nno equals sign\r\n[100001-8]\nCrc4=6"));
+  EXPECT_EQ(Crc4Bytes(), (std::vector<int>{0, 12, 7, 5, 7, 254, 7, 6}));
+}
+
+TEST_F(CConfigEffect, a_number_is_decimal_whatever_its_prefix) {
+  ASSERT_NO_FATAL_FAILURE(Start({2}, "[100001-1]\nCrc4=0x10\n[100001-2]\nCrc4=010\n"));
+  EXPECT_EQ(Crc4Bytes(), (std::vector<int>{0, 10}));
 }
 
 TEST_F(CConfigEffect, client_type_1_makes_a_trunk_the_network_side) {

@@ -134,10 +134,10 @@ class CFullCard : public CSystemTest {
     sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({kTrunks}));
     sim->Start();
     app = std::make_unique<support::CApplication>();
-    app->onRecord = [this](uint32_t channel, const uint8_t* data, uint32_t length) {
+    app->SetOnRecord([this](uint32_t channel, const uint8_t* data, uint32_t length) {
       SChannel& own = *channels[channel];
       own.recorded.Take(own.fromFarEnd, data, length);
-    };
+    });
     app->onEvent = [this](const support::SAppEvent& event) {
       if (event.code == ZELK_EVENT_DTMF) {
         SChannel& own = *channels[static_cast<size_t>(event.channel)];

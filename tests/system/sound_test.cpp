@@ -127,11 +127,11 @@ TEST_F(CSound, the_play_callback_sees_and_may_change_every_block) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
-  app->onPlay = [](uint32_t channel, uint8_t* data, uint32_t length) {
+  app->SetOnPlay([](uint32_t channel, uint8_t* data, uint32_t length) {
     if (channel == 4) {
       std::fill_n(data, length, uint8_t{0x33});
     }
-  };
+  });
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   EXPECT_TRUE(Card().RecordTimeslot(0, 5)->WaitContains(Bytes(8000, 0x33), kSoon));
   EXPECT_TRUE(Card().RecordTimeslot(0, 6)->WaitContains(Bytes(1600, 0xD5), kSoon));
