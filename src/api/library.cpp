@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "platform/module.h"
 #include "platform/socket.h"
@@ -88,22 +89,27 @@ void CLibrary::OpenCards(const std::vector<SDiscoveredCard>& found, uint32_t car
     const std::string cardAddress = FormatIpv4(found[cardIndex].cardAddress);
     const std::string localAddress = FormatIpv4(found[cardIndex].localAddress);
     if (card.Open(cardAddress.c_str(), kCardPort, localAddress.c_str())) {
-      AddCard(cardIndex, trunkTotal);
-      trunkTotal += card.TrunkCount();
+      // Looked up once: a card may say something else at any moment.
+      const uint32_t trunkCount = std::min(card.TrunkCount(), kMaxTrunks);
+      AddCard(cardIndex, trunkTotal, trunkCount);
+      trunkTotal += trunkCount;
     }
   }
 }
 
-void CLibrary::AddCard(uint32_t cardIndex, uint32_t firstTrunk) {
+void CLibrary::AddCard(uint32_t cardIndex, uint32_t firstTrunk, uint32_t trunkCount) {
   SCardSlot& slot = *slots[cardIndex];
   const auto firstChannel = static_cast<uint32_t>(channels.Count());
-  const uint32_t trunkCount = slot.card.TrunkCount();
-  const uint32_t trunksWithChannels = AddTrunks(slot.card, cardIndex);
+  const uint32_t trunksWithChannels = AddTrunks(slot.card, cardIndex, trunkCount);
   if (trunksWithChannels < trunkCount) {
     LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: %u of %u Trunks have no channels, the channel table is full",
               cardIndex, trunkCount - trunksWithChannels, trunkCount);
   }
   slot.handlers.Place(firstTrunk, firstChannel);
+  if (std::exchange(slot.hasReported, true)) {
+    // Handlers hear of every opening but the first; this one happened while they had no channels to report to.
+    slot.handlers.OnCardState(slot.card, kCardState, nullptr, 1);
+  }
   slot.card.SetHandlers(&slot.handlers);
   for (uint32_t trunk = 0; trunk < trunkCount; ++trunk) {
     slot.card.SendRegisterRead(trunk, kStartUpRegister);
@@ -111,8 +117,7 @@ void CLibrary::AddCard(uint32_t cardIndex, uint32_t firstTrunk) {
 }
 
 // A trunk gets all its channels or none. Returns the number of trunks that got theirs.
-uint32_t CLibrary::AddTrunks(CCard& card, uint32_t cardIndex) {
-  const uint32_t trunkCount = std::min(card.TrunkCount(), kMaxTrunks);
+uint32_t CLibrary::AddTrunks(CCard& card, uint32_t cardIndex, uint32_t trunkCount) {
   for (uint32_t trunk = 0; trunk < trunkCount; ++trunk) {
     if (static_cast<uint32_t>(channels.Count()) + kChannelsPerTrunk > kMaxChannels) {
       return trunk;

@@ -39,13 +39,14 @@ class CLibrary {
     SCardSlot(const CChannelTable& channels, uint32_t cardIndex);
     CCard card;
     CChannelHandlers handlers;
+    bool hasReported = false;  // the card was given its handlers by an earlier start-up
   };
 
   bool StartUp() ZELK_REQUIRES(lock);
   void TearDown() ZELK_REQUIRES(lock);
   void OpenCards(const std::vector<SDiscoveredCard>& found, uint32_t cardCount) ZELK_REQUIRES(lock);
-  void AddCard(uint32_t cardIndex, uint32_t firstTrunk) ZELK_REQUIRES(lock);
-  uint32_t AddTrunks(CCard& card, uint32_t cardIndex) ZELK_REQUIRES(lock);
+  void AddCard(uint32_t cardIndex, uint32_t firstTrunk, uint32_t trunkCount) ZELK_REQUIRES(lock);
+  uint32_t AddTrunks(CCard& card, uint32_t cardIndex, uint32_t trunkCount) ZELK_REQUIRES(lock);
   bool StartListener(const std::vector<SDiscoveredCard>& found, uint32_t cardCount) ZELK_REQUIRES(lock);
 
   CMutex lock;

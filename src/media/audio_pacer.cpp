@@ -1,6 +1,5 @@
 #include "media/audio_pacer.h"
 
-#include "media/pacer_schedule.h"
 #include "platform/clock.h"
 
 namespace zelk {
@@ -18,12 +17,16 @@ uint16_t Timeslot(size_t position) {
 void CAudioPacer::Run(CStopFlag& stop) {
   CPacerSchedule schedule(TickMs());
   while (!stop.IsSet()) {
-    uint32_t waitMs = 0;
-    if (schedule.PassDue(TickMs(), waitMs))
-      Pass(stop);
-    else
+    if (const uint32_t waitMs = Turn(schedule, TickMs(), stop))
       stop.SleepFor(waitMs);
   }
+}
+
+uint32_t CAudioPacer::Turn(CPacerSchedule& schedule, uint32_t now, const CStopFlag& stop) {
+  uint32_t waitMs = 0;
+  if (schedule.PassDue(now, waitMs))
+    Pass(stop);
+  return waitMs;
 }
 
 void CAudioPacer::Pass(const CStopFlag& stop) {

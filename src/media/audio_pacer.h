@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "media/audio_controls.h"
 #include "media/card_rings.h"
+#include "media/pacer_schedule.h"
 #include "media/stop_flag.h"
 
 namespace zelk {
@@ -16,6 +18,8 @@ class CAudioPacer {
 
   // The thread: until the flag is set.
   void Run(CStopFlag& stop);
+  // One turn of it at this time of the millisecond counter: a pass if one is due, else the milliseconds until then.
+  uint32_t Turn(CPacerSchedule& schedule, uint32_t now, const CStopFlag& stop);
   // Every position once; nothing without a hook. Ends early when the flag is set.
   void Pass(const CStopFlag& stop);
 

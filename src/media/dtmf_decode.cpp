@@ -35,7 +35,9 @@ FilterBank MakeCoefficients() {
   constexpr float kPi = 3.14159265358979323846F;
   FilterBank coefficients{};
   for (size_t i = 0; i < kFilters; ++i) {
-    coefficients[i] = 2.0F * std::cos(2.0F * kPi * kFrequencies[i] / kSampleRate);
+    // The cosine is rounded once, from double: the single-precision functions of systems differ in the last bit.
+    const double angle = 2.0F * kPi * kFrequencies[i] / kSampleRate;
+    coefficients[i] = 2.0F * static_cast<float>(std::cos(angle));
   }
   return coefficients;
 }

@@ -52,7 +52,6 @@ constexpr int32_t kMaxTailMs = 1024;
 static_assert(kMinTailMs * kTapsPerMs == 256 && kMaxTailMs * kTapsPerMs == CAdaptionGate::kMaxTaps);
 
 constexpr int kDwell = 2;  // one of them is counted down before it is looked at
-constexpr int kMostToneScore = 200;
 constexpr int32_t kLoudest = 1 << 30;
 
 constexpr int kStepShift = 30;   // of the tail's energy: a whole step is 2^30, this makes it a half to a whole one
@@ -116,10 +115,10 @@ int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
   state->tx_power[1] = kLoudest;
   state->nonupdate_dwell = gate.Open(sent, received) ? 0 : kDwell;
   state->dtd_onset = 1;
-  // After a long tone the canceller goes back to older taps too, and then indexes its sets with -1 if the first is in
-  // use: the score above which it does so is not reached there.
-  if (state->tap_set == 0)
-    state->narrowband_score = std::min(state->narrowband_score, kMostToneScore);
+  // Its test for tones takes vowels for them, and it learns nothing while the score stands: voices would take twice as
+  // long. What it learns from a tone does no harm to the rest. Behind a long one it would also go back to older taps,
+  // and index its sets with -1 if the first is in use.
+  state->narrowband_score = 0;
   SetStep(sent);
   const int16_t wrapped = kBuild.update(state, sent, received);
   // It returns the difference in 16 bits and lets it wrap. The echo it took away fits 16 bits, so it can be had back

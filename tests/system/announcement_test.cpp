@@ -167,6 +167,37 @@ TEST_F(CAnnouncements, with_bad_information_fail_and_the_serial_number_is_kept) 
   ASSERT_TRUE(app->zelk.WaitLog("Card reopen has Succeeded", 20000)) << app->zelk.LogText();
 }
 
+TEST_F(CAnnouncements, of_a_card_that_could_not_be_opened_at_the_start_are_ignored) {
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1, 1}));
+  sim->Start();
+  Card(1).SetListening(false);
+  app = std::make_unique<support::CApplication>();
+  ASSERT_NO_FATAL_FAILURE(StartLibrary());
+  ASSERT_EQ(app->zelk.GetChannelCount(), 30);
+  Card(1).SetListening(true);
+  Card(1).Announce();
+  ASSERT_NO_FATAL_FAILURE(ReopenByAnnouncement());
+  ASSERT_TRUE(app->zelk.WaitLog("Card reopen has Succeeded"));
+  EXPECT_EQ(Card(1).Seen().Connections(), 0);
+  EXPECT_EQ(CountInLog("Broadcast from Card"), 1U) << app->zelk.LogText();
+}
+
+TEST_F(CAnnouncements, reopen_every_card_of_the_serial_number) {
+  cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks({1, 1, 1});
+  config.cards[1].identity.serial = config.cards[0].identity.serial;
+  ASSERT_NO_FATAL_FAILURE(Start(config));
+  Card(0).Announce();
+  // Both are looked for where the announcement came from.
+  ASSERT_TRUE(Card(0).Seen().WaitConnections(3, kSoon)) << app->zelk.LogText();
+  ASSERT_TRUE(Card(1).Seen().WaitConnected(false, kSoon));
+  EXPECT_EQ(Card(1).Seen().Connections(), 1);
+  EXPECT_EQ(Card(2).Seen().Connections(), 1);
+  app->zelk.Shutdown();
+  ASSERT_TRUE(app->zelk.Init());  // takes the listener's last lines to the file
+  ASSERT_TRUE(app->zelk.WaitLog("is up"));
+  EXPECT_EQ(CountInLog("Broadcast from Card serial no 100001\r\n"), 2U) << app->zelk.LogText();
+}
+
 TEST_F(CAnnouncements, may_come_in_a_burst) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   constexpr int kBurst = 5;

@@ -234,6 +234,58 @@ TEST_F(CIncomingCalls, every_cause_of_the_far_end_reaches_the_application_with_i
   }
 }
 
+TEST_F(CIncomingCalls, every_number_from_1_to_127_is_taken_as_the_cause_of_a_disconnect) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  for (uint8_t cause = 1; cause < 128; ++cause) {
+    app->Forget();
+    Call call = Offer(1);
+    call->SendMessage(0x45, {0x08, 0x02, 0x82, static_cast<uint8_t>(0x80 | cause)});  // past libpri, which knows a few
+    ASSERT_EQ(WaitCause(0), cause);
+    ASSERT_TRUE(call->WaitEnded(kSoon)) << int{cause};
+  }
+}
+
+TEST_F(CIncomingCalls, a_release_without_a_disconnect_ends_the_call_with_its_cause) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  ForgetAll();
+  call->SendMessage(0x4D, {0x08, 0x02, 0x82, 0x80 | 41});
+  EXPECT_EQ(WaitCause(0), 41);
+  ASSERT_TRUE(WaitFromLibrary("RELEASE COMPLETE"));
+  EXPECT_EQ(FromLibrary("RELEASE COMPLETE")[0].Cause(), 16);
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_DISCONNECTED}));
+  EXPECT_EQ(State(0), 3U);
+  EXPECT_TRUE(NetworkIsIdle());
+}
+
+TEST_F(CIncomingCalls, a_connect_acknowledge_that_names_parties_corrects_the_numbers_of_the_call) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), "5551000");
+  // Another one of the same call: calling number 42; redirecting number 555, no reply.
+  call->SendMessage(0x0F, {0x6C, 0x04, 0x21, 0x81, '4', '2', 0x74, 0x06, 0x21, 0x01, 0x82, '5', '5', '5'});
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon, 2));
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), "42");
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "100");
+  EXPECT_EQ(app->Text(0, ZELK_INFO_RLI), "555");
+  EXPECT_EQ(app->Text(0, ZELK_INFO_CALLTYPE), "Voice RedirectNoReply");
+  EXPECT_EQ(app->zelk.GetChannelInfo(0, ZELK_INFO_CALLTYPE), 2U);
+  call->Hangup();
+  EXPECT_EQ(WaitCause(0), 16);
+  EXPECT_EQ(app->Text(0, ZELK_INFO_RLI), "");
+}
+
+TEST_F(CIncomingCalls, digits_that_come_after_the_offer_change_nothing) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = Offer(1);
+  ForgetAll();
+  call->SendMessage(0x7B, {0x70, 0x03, 0x81, '7', '7'});  // INFORMATION
+  EXPECT_EQ(SentBeforeNow(), Names{});
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "100");
+  EXPECT_EQ(State(0), 4U);
+}
+
 TEST_F(CIncomingCalls, reject_of_an_offered_call_sends_cause_21_and_brings_no_event_of_its_own) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Offer(1);
@@ -324,9 +376,14 @@ TEST_F(CUnnamedChannel, the_first_trunk_offers_the_first_channel_that_is_open_id
 
 TEST_F(CUnnamedChannel, numbers_from_16_up_count_the_signalling_timeslot) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  for (int32_t channel = 0; channel < 15; ++channel) {
+  for (int32_t channel = 0; channel < 14; ++channel) {
     app->zelk.CloseChannel(channel);
   }
+  Call last = Card().PlaceCall({.timeslot = SCallRequest::kAnyChannel});
+  ASSERT_TRUE(app->WaitEvent(14, ZELK_EVENT_INCOMING_CALL, kSoon));
+  ASSERT_TRUE(last->WaitState(ESimCallState::kAlerting, kSoon));
+  EXPECT_EQ(FromLibrary("SETUP ACKNOWLEDGE")[0].Timeslot(), 15);
+  ForgetAll();
   Call call = Card().PlaceCall({.timeslot = SCallRequest::kAnyChannel});
   ASSERT_TRUE(app->WaitEvent(15, ZELK_EVENT_INCOMING_CALL, kSoon));
   ASSERT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));

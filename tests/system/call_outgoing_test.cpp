@@ -132,14 +132,18 @@ TEST_F(COutgoingCalls, an_answered_call_gives_one_connect_acknowledge_and_its_ev
                    "> DISCONNECT", "< RELEASE", "> RELEASE COMPLETE"}));
 }
 
-TEST_F(COutgoingCalls, progress_carries_the_cause_of_its_message) {
+TEST_F(COutgoingCalls, progress_carries_the_cause_of_its_message_or_else_of_an_earlier_one) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = DialRinging(0);
-  size_t count = 0;
+  size_t count = 1;
+  call->Progress();
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_PROGRESS), -1);
   for (const int cause : {17, 1, 127, 31}) {
     call->Progress(cause);
     EXPECT_EQ(WaitParam(0, ZELK_EVENT_PROGRESS, ++count), cause);
   }
+  call->Progress();
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_PROGRESS, ++count), 31);
   EXPECT_EQ(State(0), 4U);
   HangUpAndWait(0);
 }
@@ -267,6 +271,12 @@ TEST_F(COutgoingCalls, every_clearing_of_the_library_tells_coding_location_and_c
   app->zelk.Reject(1);
   ASSERT_TRUE(WaitFromLibrary("DISCONNECT", 2));
   EXPECT_EQ(Content(FromLibrary("DISCONNECT").at(1), kCause), (Bytes{kHead, 0x80 | 21}));
+  // What the far end clears is released with cause 16, whatever the cause was.
+  Call call = ConnectIncoming(4);
+  call->Hangup(31);
+  EXPECT_EQ(WaitCause(3), 31);
+  ASSERT_TRUE(WaitFromLibrary("RELEASE"));
+  EXPECT_EQ(Content(FromLibrary("RELEASE").at(0), kCause), (Bytes{kHead, 0x80 | 16}));
   app->zelk.SetChannelInfo(2, ZELK_SET_ALLOWINCOMING, 0);
   Card().PlaceCall({.timeslot = 3});
   ASSERT_TRUE(Eventually([&] {

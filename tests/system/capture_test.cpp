@@ -158,6 +158,20 @@ TEST_F(CCapture, is_appended_to_when_the_card_is_opened_again) {
   EXPECT_FALSE(Frames(Lines(after.substr(before.size())), 'O').empty());
 }
 
+TEST_F(CCapture, ends_with_the_opening_that_no_longer_asks_for_it) {
+  ASSERT_NO_FATAL_FAILURE(Start({1}, "[100001-1]\nHdlcLog=1\n"));
+  app->zelk.WriteIni("[100001-1]\nHdlcLog=0\n");
+  Card().Restart();
+  ASSERT_TRUE(Card().Seen().WaitConnections(2, kSoon));
+  const std::string before = Text(Path());
+  EXPECT_FALSE(before.empty());
+  ASSERT_TRUE(Card().WaitUp(kSlow));
+  ASSERT_TRUE(app->WaitAllReady(kSlow));
+  ASSERT_NO_FATAL_FAILURE(MakeCall("2"));
+  app->zelk.Shutdown();
+  EXPECT_EQ(Text(Path()), before);
+}
+
 TEST_F(CCapture, that_cannot_be_written_does_not_disturb_the_calls) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();

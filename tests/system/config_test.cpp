@@ -194,6 +194,27 @@ TEST_F(CConfigEffect, a_second_init_reads_the_general_values_for_the_next_openin
   EXPECT_EQ(NumberTypeOn(0), 65);
 }
 
+TEST_F(CConfigEffect, values_that_nobody_can_mean_leave_their_trunk_down_and_the_others_working) {
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({3}));
+  sim->Start();
+  app = std::make_unique<support::CApplication>(
+      "[General]\nAudioBuffers=-5\nEchoCanceller=-1\n[100001-1]\nEchoTail=-1\nNumberType=-2147483648\n"
+      "[100001-2]\nSwitchType=99\nClientType=-7\n[100001-3]\nEchoTail=2147483647\nNumberType=99999999999\n");
+  ASSERT_TRUE(app->zelk.Init());
+  ASSERT_EQ(app->zelk.GetChannelCount(), 90);
+  for (const int trunk : {0, 2}) {
+    const int32_t channel = trunk * 30;
+    ASSERT_TRUE(app->WaitEvent(channel + 29, ZELK_EVENT_CHANNEL_STATE, kSlow)) << app->zelk.LogText();
+    ASSERT_TRUE(app->zelk.OpenChannel(channel));
+    ASSERT_TRUE(app->zelk.Dial(channel, "123", nullptr));
+    ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CONNECTED, kSoon)) << app->zelk.LogText();
+  }
+  ASSERT_TRUE(app->zelk.OpenChannel(30));
+  EXPECT_FALSE(app->zelk.Dial(30, "123", nullptr));
+  EXPECT_TRUE(app->zelk.WaitLog("  30 :Dial() -> new call failed\r\n")) << app->zelk.LogText();
+  EXPECT_EQ(app->Text(30, ZELK_INFO_CHANNELSTATE), "DOWN");
+}
+
 // Sends back what the far end hears, at a quarter of its level and 50 ms later, as a line does.
 class CEcho : public cardsim::IAudioSource {
  public:

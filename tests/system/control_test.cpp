@@ -237,6 +237,29 @@ TEST_F(CControl, a_line_that_changes_its_status_keeps_its_channels) {
 
 // ---- information ----
 
+TEST_F(CControl, information_that_comes_unasked_is_taken_and_disturbs_nothing) {
+  ASSERT_NO_FATAL_FAILURE(Start({1, 1}, "[Debug]\nLevel=0\n"));
+  cardsim::SCardIdentity identity;
+  identity.serial = Card().Serial();
+  identity.trunks = 8;
+  Bytes burst = cardsim::BuildInformation(identity);
+  burst.insert(burst.end(), {0xFF, 0x07, 0, 0, 0, 0, 0, 0, 0, 0});
+  // Errors and a register of a trunk that has neither controller nor channels.
+  for (int i = 0; i < 12; ++i) {
+    burst.insert(burst.end(), {0xFF, 0x11, 7, 3});
+  }
+  burst.insert(burst.end(), {0xFF, 0x10, 8, 5, 0, 0x00, 0x01, 0x7F, 0, 0});
+  identity.trunks = 1;
+  const Bytes own = cardsim::BuildInformation(identity);
+  burst.insert(burst.end(), own.begin(), own.end());
+  Card().SendControl(burst);
+  ASSERT_NO_FATAL_FAILURE(WaitUntilHeard(0x2000));
+  EXPECT_EQ(CountInLog("   G :Card 0: Trunk 7 - HDLC ABORT Error\r\n"), 9U);
+  EXPECT_EQ(app->zelk.GetChannelCount(), 60);
+  EXPECT_EQ(app->Text(30, ZELK_INFO_CHANNELSTATE), "READY") << "the channels behind are another card's";
+  ASSERT_NO_FATAL_FAILURE(MakeCall());
+}
+
 TEST_F(CControl, a_card_that_gives_no_information_is_asked_three_times_and_left_out_in_bounded_time) {
   MakeSimulator({1, 1});
   Card(0).SetAnswerInformation(false);

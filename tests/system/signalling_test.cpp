@@ -92,6 +92,67 @@ TEST_F(CSignalling, a_disconnect_answered_by_release_complete_is_acknowledged_un
   ExpectInUseUntilTheTrunkIsLost();
 }
 
+// Until then Reject frees a channel whose call was not connected ...
+TEST_F(CSignalling, reject_frees_a_channel_whose_unconnected_call_was_cleared_unheard) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = DialRinging(0);
+  app->Forget();
+  Card().HoldFromLibrary(0, true);
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+  call->SendMessage(0x5A, {0x08, 0x02, 0x81, 0xE5});
+  // A frame behind it has been read: so has this one.
+  Card().PlaceCall({.timeslot = 2});
+  ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
+  EXPECT_EQ(State(0), 4U);
+  EXPECT_FALSE(app->zelk.Reject(0));
+  EXPECT_EQ(State(0), 3U);
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  Card().HoldFromLibrary(0, false);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  Card().SetAnswerPlan(SAnswerPlan());
+  ConnectOutgoing(0);
+}
+
+// ... and the end of the next call that the network puts on it frees the one whose call was; that call cannot be
+// answered.
+TEST_F(CSignalling, a_call_offered_on_a_channel_that_was_left_connected_frees_it_by_its_end) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = ConnectIncoming(1);
+  Card().HoldFromLibrary(0, true);
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+  call->SendMessage(0x5A, {0x08, 0x02, 0x81, 0xE5});
+  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kToLibrary, "RELEASE COMPLETE", kSoon));
+  Card().HoldFromLibrary(0, false);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  ForgetAll();
+  call = Offer(1);
+  EXPECT_TRUE(app->zelk.Answer(0));
+  EXPECT_EQ(SentBeforeNow(), (Names{"CALL PROCEEDING", "ALERTING"}));
+  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL}));
+  call->Hangup();
+  EXPECT_EQ(WaitCause(0), 16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  ExpectWorking();
+}
+
+TEST_F(CSignalling, a_reject_that_crosses_the_callers_clearing_leaves_both_sides_idle) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  Call call = Offer(1);
+  ForgetAll();
+  Card().HoldFromLibrary(0, true);
+  EXPECT_FALSE(app->zelk.Reject(0));
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+  call->Hangup(31);
+  EXPECT_EQ(WaitCause(0), 31);  // of the clearing that the caller asked for, on an idle channel
+  Card().HoldFromLibrary(0, false);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_TRUE(NetworkIsIdle(0, kSoon));
+  EXPECT_EQ(State(0), 3U);
+  ExpectWorking();
+}
+
 TEST_F(CSignalling, the_confirmation_of_a_clearing_brings_no_second_event) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);

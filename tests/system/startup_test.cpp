@@ -90,6 +90,33 @@ TEST_F(CStartup, shut_down_and_init_again_work_ten_times_in_one_process) {
   }
 }
 
+TEST_F(CStartup, a_card_that_does_not_open_keeps_its_number_and_counts_no_trunks) {
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1, 2, 1}));
+  sim->Start();
+  Card(0).SetListening(false);
+  app = std::make_unique<support::CApplication>();
+  ASSERT_NO_FATAL_FAILURE(StartLibrary());
+  ASSERT_EQ(app->zelk.GetChannelCount(), 90);
+  EXPECT_EQ(app->zelk.GetChannelInfo(0, ZELK_INFO_SERIALNO), Card(1).Serial());
+  // Lines about trunks count the trunks of opened cards, lines about cards the cards that answered.
+  EXPECT_TRUE(app->zelk.WaitLog("  G :Card 0: Trunk 1 - DCHANNEL UP\r\n")) << app->zelk.LogText();
+  EXPECT_TRUE(app->zelk.WaitLog("  G :Card 2: Trunk 0 - DCHANNEL UP\r\n")) << app->zelk.LogText();
+  Card(1).SetControlSilent(true);
+  ASSERT_TRUE(app->WaitEvent(59, ZELK_EVENT_CHANNEL_STATE, kSlow, 2));
+  EXPECT_TRUE(app->zelk.WaitLog("  G :Card 1 is down\r\n")) << app->zelk.LogText();
+  EXPECT_EQ(app->Text(60, ZELK_INFO_CHANNELSTATE), "READY");
+}
+
+TEST_F(CStartup, every_start_but_the_first_reports_its_cards_up) {
+  Start({1, 1});
+  ASSERT_TRUE(app->zelk.WaitLog("  G :Card 1: Trunk 0 - DCHANNEL UP\r\n"));
+  EXPECT_EQ(app->zelk.LogText().find("is up"), std::string::npos) << "the first opening has nobody to report to";
+  app->zelk.Shutdown();
+  ASSERT_NO_FATAL_FAILURE(StartLibrary());
+  ASSERT_TRUE(app->zelk.WaitLog("  G :Card 0 is up\r\n")) << app->zelk.LogText();
+  ASSERT_TRUE(app->zelk.WaitLog("  G :Card 1 is up\r\n")) << app->zelk.LogText();
+}
+
 TEST_F(CStartup, shut_down_without_init_and_twice_does_nothing) {
   app = std::make_unique<support::CApplication>();
   app->zelk.Shutdown();

@@ -42,6 +42,37 @@ class CallEvents : public CCallFixture {
     firstHandlers.OnCallEvent(firstCard, 0, bchannel, code, event);
   }
 
+  int32_t LastCause(int32_t channel) {
+    const CScopedLock<CMutex> held(Channel(channel).infoLock);
+    return Channel(channel).lastCause;
+  }
+  void SetTexts(int32_t channel, const char* text) {
+    const CScopedLock<CMutex> held(Channel(channel).infoLock);
+    Channel(channel).cli = Channel(channel).dli = Channel(channel).rli = text;
+  }
+  std::string Texts(int32_t channel) {
+    return Info(channel, "CLI") + "|" + Info(channel, "DLI") + "|" + Info(channel, "RLI") + "|" +
+           Info(channel, "CALLTYPE");
+  }
+  // A call of our controller that nobody else knows of: it has no party yet.
+  PriCall OwnCall() {
+    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+    return firstCard.Trunk(0).controller->NewCall();
+  }
+  bool IsValid(PriCall call) {
+    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+    return firstCard.Trunk(0).controller->IsCallValid(call);
+  }
+  // Frames to us that carry this message get an element behind their last one.
+  void AddToMessage(uint8_t type, std::vector<uint8_t> element) {
+    trunk.alter = [type, element = std::move(element)](std::vector<uint8_t>& frame) {
+      constexpr size_t kMessageType = 8;  // 4 bytes of layer 2, protocol, reference length, two bytes of reference
+      if (frame.size() > kMessageType && frame[kMessageType] == type) {
+        frame.insert(frame.end() - 2, element.begin(), element.end());
+      }
+    };
+  }
+
   CMemoryTrunk trunk;
 };
 
@@ -105,13 +136,7 @@ TEST_F(CallEvents, EventsBeyondTheCardOrTheTableAreIgnored) {
 
 TEST_F(CallEvents, RedirectedCallKeepsTheReasonWhenTheNumberIsValid) {
   // The peer sends no redirecting number by itself: one is put behind the last element of its SETUP.
-  trunk.alter = [](std::vector<uint8_t>& frame) {
-    constexpr size_t kMessageType = 8;  // 4 bytes of layer 2, protocol, reference length, two bytes of reference
-    if (frame.size() > kMessageType && frame[kMessageType] == 0x05) {
-      const uint8_t element[] = {0x74, 6, 0x21, 0x01, 0x81, '5', '5', '5'};
-      frame.insert(frame.end() - 2, std::begin(element), std::end(element));
-    }
-  };
+  AddToMessage(0x05, {0x74, 6, 0x21, 0x01, 0x81, '5', '5', '5'});
   Offer(3);
   EXPECT_EQ(application.Take(), (Posted{{2, EVENT_INCOMING_CALL, 0}}));
   EXPECT_EQ(Info(2, "RLI"), "555");
@@ -145,6 +170,13 @@ TEST_F(CallEvents, RingWithoutChannelCountsTheSignallingTimeslot) {
   trunk.channelSeen = kNoBchannel;
   Offer(1);
   EXPECT_EQ(application.Take(), (Posted{{15, EVENT_INCOMING_CALL, 0}}));
+}
+
+TEST_F(CallEvents, RingWithoutChannelOnTimeslot15IsTheLastBelowTheSignallingOne) {
+  Channel(14).Open();
+  trunk.channelSeen = kNoBchannel;
+  Offer(1);
+  EXPECT_EQ(application.Take(), (Posted{{14, EVENT_INCOMING_CALL, 0}}));
 }
 
 TEST_F(CallEvents, RingWithoutChannelAndNoFreeOneIsClearedWithCause44AndALine) {
@@ -191,6 +223,7 @@ TEST_F(CallEvents, HangupOfTheNetworkResetsTheChannelAndBringsItsCause) {
   Channel(4).connected = true;
   firstCard.Audio().SetEchoSwitch(0, true);
   Channel(4).endQueue.Push(7);
+  Channel(4).direction = 1;
   trunk.peer->Hangup(call, 17);
   trunk.Run();
   EXPECT_EQ(application.Take(), (Posted{{4, EVENT_DISCONNECTED, 17}}));
@@ -203,6 +236,8 @@ TEST_F(CallEvents, HangupOfTheNetworkResetsTheChannelAndBringsItsCause) {
   EXPECT_FALSE(Channel(4).connected);
   EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
   EXPECT_EQ(Info(4, "CHANNELSTATE"), "READY");
+  EXPECT_EQ(Channel(4).direction, 0);
+  EXPECT_EQ(LastCause(4), 17);
 }
 
 TEST_F(CallEvents, HangupRequestClearsTheChannelsOwnCall) {
@@ -224,14 +259,19 @@ TEST_F(CallEvents, HangupOnAChannelWithoutCallStillBringsDisconnected) {
   EXPECT_EQ(application.Take(), (Posted{{8, EVENT_DISCONNECTED, 18}, {8, EVENT_DISCONNECTED, 18}}));
 }
 
+TEST_F(CallEvents, HangupReleasesTheEventsCallAndHangupRequestOnlyTheChannelsOwn) {
+  SPriEvent event;
+  event.call = OwnCall();
+  Raise(9, CALLEV_HANGUP_REQ, event);  // the channel has none
+  EXPECT_TRUE(IsValid(event.call));
+  Raise(9, CALLEV_HANGUP, event);
+  EXPECT_FALSE(IsValid(event.call));
+}
+
 TEST_F(CallEvents, HangupOfAnotherCallLeavesTheChannelsCallAlone) {
   Connect(6);
   PriCall current = Channel(6).callHandle;
-  PriCall other = nullptr;
-  {
-    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
-    other = firstCard.Trunk(0).controller->NewCall();
-  }
+  PriCall other = OwnCall();
   SPriEvent event;
   event.call = other;
   event.cause = 16;
@@ -241,8 +281,7 @@ TEST_F(CallEvents, HangupOfAnotherCallLeavesTheChannelsCallAlone) {
     EXPECT_EQ(Channel(6).callHandle, current);
     EXPECT_TRUE(Channel(6).connected);
   }
-  const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
-  EXPECT_FALSE(firstCard.Trunk(0).controller->IsCallValid(other));
+  EXPECT_FALSE(IsValid(other));
 }
 
 TEST_F(CallEvents, CallLostWithItsTrunkEndsSilentlyAndLeavesANewerCallAlone) {
@@ -308,6 +347,7 @@ TEST_F(CallEvents, RestartClearsTheCallAndResetsNothing) {
   EXPECT_NE(Channel(6).callHandle, nullptr);
   EXPECT_TRUE(Channel(6).connected);
   EXPECT_NE(trunk.PeerEvent(kPriHangupRequest).call, nullptr);
+  EXPECT_EQ(trunk.PeerEvent(kPriHangupRequest).cause, kCauseNormalClearing);
 }
 
 TEST_F(CallEvents, ConnectAcknowledgeTakesOverPartiesAndEchoSetting) {
@@ -332,6 +372,27 @@ TEST_F(CallEvents, ConnectAcknowledgeTakesOverPartiesAndEchoSetting) {
   EXPECT_EQ(Info(4, "DLI"), "4711");
 }
 
+TEST_F(CallEvents, ConnectAcknowledgeTakesOverARedirectingNumberAndItsReason) {
+  Offer(5);
+  ASSERT_EQ(Texts(4), "030123456|4711||Voice");
+  ASSERT_TRUE(Answer(Channel(4)));
+  trunk.ToPeer();
+  AddToMessage(0x0F, {0x74, 6, 0x21, 0x01, 0x82, '5', '5', '5'});
+  const SPriEvent answer = trunk.PeerEvent(kPriAnswer);
+  trunk.peer->ConnectAck(answer.call, answer.channel);
+  trunk.Run();
+  EXPECT_EQ(Texts(4), "030123456|4711|555|Voice RedirectNoReply");
+}
+
+TEST_F(CallEvents, ConnectAcknowledgeKeepsTheTextsOfPartiesThatAreNotValid) {
+  SPriEvent event;
+  event.call = OwnCall();
+  SetTexts(4, "kept");
+  Raise(5, CALLEV_CONNECT_ACK, event);
+  EXPECT_EQ(Texts(4), "kept|kept|kept|");
+  EXPECT_TRUE(Channel(4).connected);
+}
+
 TEST_F(CallEvents, ConnectAcknowledgeSwitchesEchoOffOnATrunkWithoutIt) {
   firstCard.Audio().SetEchoSwitch(0, true);
   Raise(5, CALLEV_CONNECT_ACK);
@@ -344,6 +405,20 @@ TEST_F(CallEvents, AnswerConnectsAndLeavesEchoAndTextsAlone) {
   EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
   EXPECT_EQ(Info(6, "CLI"), "111");
   EXPECT_EQ(Info(6, "DLI"), "999");
+}
+
+TEST_F(CallEvents, AnswerTakesOverPartiesOnlyOfAnIncomingCall) {
+  Offer(5);
+  application.Take();
+  SPriEvent event;
+  event.call = Channel(4).callHandle;
+  for (const int32_t direction : {-1, 0, 1}) {  // nothing in the library makes it 1
+    SetTexts(4, "kept");
+    Channel(4).direction = direction;
+    Raise(5, CALLEV_ANSWER, event);
+    EXPECT_EQ(Texts(4), direction < 1 ? "kept|kept|kept|Voice" : "030123456|4711|kept|Voice") << direction;
+  }
+  EXPECT_EQ(application.Take(), (Posted{{4, EVENT_CONNECTED, 0}, {4, EVENT_CONNECTED, 0}, {4, EVENT_CONNECTED, 0}}));
 }
 
 TEST_F(CallEvents, OneAnswerBringsOneConnectedAndOneConnectAcknowledge) {
@@ -387,8 +462,10 @@ TEST_F(CallEvents, AlertingHangsUpAConnectedCallWhenTheTrunkSaysSo) {
   SPriEvent event;
   event.call = Channel(6).callHandle;
   event.hangupCall = Channel(6).callHandle;
+  event.cause = 31;
   Raise(7, CALLEV_RINGING, event);
   EXPECT_EQ(application.Take(), (Posted{{6, EVENT_DISCONNECTED, 16}}));
+  EXPECT_EQ(LastCause(6), 16);
   EXPECT_EQ(Channel(6).callHandle, nullptr);
   trunk.ToPeer();
   EXPECT_NE(trunk.PeerEvent(kPriHangupRequest).call, nullptr);

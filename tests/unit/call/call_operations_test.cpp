@@ -69,6 +69,10 @@ class CallOperations : public CCallFixture {
 TEST_F(CallOperations, DialSendsASetupWithNumbersAndOwnTimeslot) {
   JoinTrunk(kUser);
   Channel(20).startQueue.Push(1);
+  {
+    const CScopedLock<CMutex> held(Channel(20).infoLock);
+    Channel(20).rli = "999";
+  }
   ASSERT_TRUE(Dial(Channel(20), "0891234", "030999"));
   trunk->Run();
   const SPriEvent ring = trunk->PeerEvent(kPriRing);
@@ -169,6 +173,11 @@ TEST_F(CallOperations, RefusedSetupKeepsTheDestroyedCallUntilAReset) {
   EXPECT_FALSE(Dial(Channel(0), "1", "2"));
   EXPECT_EQ(callocUntilFailure, 0);
   EXPECT_TRUE(trunk->fromUs.frames.empty());
+  {
+    CTrunk& own = firstCard.Trunk(0);
+    const CScopedLock<CRecursiveMutex> held(own.lock);
+    EXPECT_FALSE(own.controller->IsCallValid(Channel(0).callHandle));
+  }
   EXPECT_EQ(log.Lines(), (Lines{"  0 :Dial() -> new call setup failed"}));
   EXPECT_EQ(Info(0, "CHANNELSTATE"), "INUSE");
   EXPECT_FALSE(Dial(Channel(0), "1", "2"));
@@ -205,7 +214,9 @@ TEST_F(CallOperations, AnswerOnTheNetworkSideConnectsAtOnce) {
 TEST_F(CallOperations, AnswerWithoutCallSucceedsResetsAndLogs) {
   CLogCapture log(2);
   Channel(35).endQueue.Push(9);
+  Channel(35).direction = 1;
   EXPECT_TRUE(Answer(Channel(35)));
+  EXPECT_EQ(Channel(35).direction, 0);
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_FALSE(Channel(35).connected);
   EXPECT_EQ(LastCause(35), 16);
@@ -282,11 +293,16 @@ TEST_F(CallOperations, OperationsClearTheMessageOfTheLastFailure) {
   Answer(Channel(35));
   Dial(Channel(35), "1", nullptr);
   EXPECT_EQ(Message(35), "");
+  Answer(Channel(35));
+  Channel(35).connected = true;
+  Answer(Channel(35));  // nothing to do
+  EXPECT_EQ(Message(35), "");
 }
 
 TEST_F(CallOperations, HangupClearsWithCause16AndLeavesTheResetToTheNetwork) {
   JoinTrunk(kUser);
   Offer(5);
+  CLogCapture log(9);
   Channel(4).direction = 1;
   EXPECT_TRUE(Hangup(Channel(4)));
   EXPECT_EQ(Channel(4).direction, 0);
@@ -298,6 +314,7 @@ TEST_F(CallOperations, HangupClearsWithCause16AndLeavesTheResetToTheNetwork) {
   trunk->Run();
   EXPECT_EQ(application.Take(), (Posted{{4, EVENT_DISCONNECTED, 16}}));
   EXPECT_EQ(Channel(4).callHandle, nullptr);
+  EXPECT_EQ(log.Lines(), Lines{});
 }
 
 TEST_F(CallOperations, HangupOfAnIdleChannelSendsAndLogsNothing) {

@@ -54,7 +54,9 @@ TEST_F(Device, ClosingReadsDownDropsAudioAndKeepsTheCall) {
   device.linkState = 1;
   device.callHandle = Call(0x10);
   device.wave.Enqueue(device.wave.NewBlock(800));
+  device.SetMessage("of the last failure");
   device.Close();
+  EXPECT_EQ(Message(device), "");
   EXPECT_EQ(Info(0, "CHANNELSTATE"), "DOWN");
   EXPECT_FALSE(device.isOpen);
   EXPECT_FALSE(device.wave.IsOpen());

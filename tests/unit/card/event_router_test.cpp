@@ -5,6 +5,7 @@
 #include <map>
 
 #include "card/card.h"
+#include "pri_pair.h"
 #include "recording_handlers.h"
 
 namespace zelk {
@@ -65,6 +66,90 @@ TEST_F(EventRouter, AnAnswerWithoutAControllerIsOnlyReported) {
   core.handlers = &handlers;
   Route(0, kPriAnswer, 4);
   EXPECT_EQ(handlers.Lines(), Lines{"call 0 4 779"});
+}
+
+// A trunk of the card joined in memory to a network that answers the call placed on it.
+class AnswerRouter : public EventRouter {
+ protected:
+  AnswerRouter() {
+    core.handlers = &handlers;
+    const CScopedLock<CRecursiveMutex> held(core.trunks[0].lock);
+    core.trunks[0].controller = std::move(user.controller);
+    Carry();
+    call = core.trunks[0].controller->NewCall();
+    core.trunks[0].controller->Setup(call, 9, "4711", "030", 33);
+    Carry();
+  }
+
+  // Hands over frames until both sides are quiet.
+  void Carry() {
+    while (!user.written.empty() || !network.written.empty()) {
+      for (; !user.written.empty(); user.written.pop_front()) {
+        sent.push_back(MessageOf(user.written.front()));
+        SPriEvent event;
+        if (network.controller->Receive(user.written.front().data(), user.written.front().size(), event)) {
+          network.Note(event);
+        }
+      }
+      for (; !network.written.empty(); network.written.pop_front()) {
+        const CScopedLock<CRecursiveMutex> held(core.trunks[0].lock);
+        SPriEvent event;
+        if (core.trunks[0].controller->Receive(network.written.front().data(), network.written.front().size(), event)) {
+          RouteEvent(core, 0, event);
+        }
+      }
+    }
+  }
+  void AnswerOfTheNetwork() {
+    const SPriEvent* ring = network.Find(kPriRing);
+    ASSERT_NE(ring, nullptr);
+    network.controller->Answer(ring->call, ring->channel);
+    Carry();
+  }
+  // The Q.931 message type of a frame, 0 for one of layer 2 alone.
+  static int MessageOf(const PriFrame& frame) {
+    constexpr size_t kMessageType = 8;  // 4 bytes of layer 2, protocol, reference length, two bytes of reference
+    return frame.size() > kMessageType ? frame[kMessageType] : 0;
+  }
+  ptrdiff_t Acknowledges() const { return std::count(sent.begin(), sent.end(), 0x0F); }
+
+  CPriSide user{2};
+  CPriSide network{1};
+  PriCall call = nullptr;
+  std::vector<int> sent;
+};
+
+TEST_F(AnswerRouter, AcknowledgesOnceOnlyAfterTheCallLogicHasSeenTheAnswer) {
+  bool seen = false;
+  handlers.onCall = [&](CCard&, uint16_t, ECallEvent code, const SPriEvent&) {
+    if (code == CALLEV_ANSWER) {
+      seen = true;
+      EXPECT_TRUE(std::none_of(user.written.begin(), user.written.end(),
+                               [](const PriFrame& frame) { return MessageOf(frame) == 0x0F; }));
+      EXPECT_EQ(Acknowledges(), 0);
+    }
+  };
+  AnswerOfTheNetwork();
+  EXPECT_TRUE(seen);
+  EXPECT_EQ(Acknowledges(), 1);
+}
+
+TEST_F(AnswerRouter, AcknowledgesNothingOnceTheCallLogicHasDoneAwayWithTheCall) {
+  handlers.onCall = [&](CCard&, uint16_t, ECallEvent code, const SPriEvent& event) {
+    if (code == CALLEV_ANSWER) {
+      const CScopedLock<CRecursiveMutex> held(core.trunks[0].lock);
+      core.trunks[0].controller->DestroyCall(event.call);
+    }
+  };
+  AnswerOfTheNetwork();
+  EXPECT_EQ(handlers.Count("call 0 9 779"), 1U);
+  EXPECT_EQ(Acknowledges(), 0);
+}
+
+TEST_F(AnswerRouter, AcknowledgesWithoutHandlersToo) {
+  core.handlers = nullptr;
+  AnswerOfTheNetwork();
+  EXPECT_EQ(Acknowledges(), 1);
 }
 
 TEST_F(EventRouter, AnEarlyDchannelUpIsReportedOnceThereAreHandlers) {

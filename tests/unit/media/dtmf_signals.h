@@ -25,12 +25,7 @@ using Signal = std::vector<int16_t>;
 // The detector written down sample by sample, with nothing left out or put off: what the product is compared with.
 class CLiteralDetector {
  public:
-  explicit CLiteralDetector(const SDtmfSettings& s) : settings(s) {
-    for (size_t i = 0; i < 4; ++i) {
-      coefficient[i] = 2.0F * std::cos(2.0F * 3.14159265358979323846F * static_cast<float>(kRows[i]) / 8000.0F);
-      coefficient[4 + i] = 2.0F * std::cos(2.0F * 3.14159265358979323846F * static_cast<float>(kColumns[i]) / 8000.0F);
-    }
-  }
+  explicit CLiteralDetector(const SDtmfSettings& s) : settings(s) {}
 
   void Process(int16_t sample) {
     float x = sample;
@@ -108,7 +103,10 @@ class CLiteralDetector {
   }
 
   SDtmfSettings settings;
-  std::array<float, 8> coefficient{};
+  // 2 cos(2 pi f / 8000), each step rounded to single precision; worked out elsewhere, so that a system whose cosine
+  // ends in another bit is found out.
+  static constexpr std::array<float, 8> coefficient = {0x1.b52e4ep+0F, 0x1.a53124p+0F, 0x1.919578p+0F, 0x1.7a6b9cp+0F,
+                                                       0x1.2a02b8p+0F, 0x1.fe243cp-1F, 0x1.98e482p-1F, 0x1.2316b6p-1F};
   std::array<float, 8> s1{};
   std::array<float, 8> s2{};
   std::array<float, 2> w350{};

@@ -200,6 +200,62 @@ TEST_F(LogWriter, TheDestructorWritesWhatWasPending) {
   EXPECT_TRUE(Contains(path, "pending"));
 }
 
+// Writes of a file that takes everything, each with its time.
+struct SWrites {
+  struct SWrite {
+    uint32_t atMs;
+    std::string text;
+  };
+  CMutex lock;
+  std::vector<SWrite> list ZELK_GUARDED_BY(lock);
+
+  std::vector<SWrite> List() {
+    const CScopedLock hold(lock);
+    return list;
+  }
+};
+
+class CTimedFile : public ILogFile {
+ public:
+  explicit CTimedFile(SWrites& theWrites) : writes(theWrites) {}
+  bool Open(const std::string& /*path*/) override { return isOpen = true; }
+  bool IsOpen() const override { return isOpen; }
+  int64_t Write(const void* data, size_t length) override {
+    const CScopedLock hold(writes.lock);
+    writes.list.push_back({TickMs(), std::string(static_cast<const char*>(data), length)});
+    return static_cast<int64_t>(length);
+  }
+  void Close() override { isOpen = false; }
+
+ private:
+  SWrites& writes;
+  bool isOpen = false;
+};
+
+TEST(LogWriterPace, ALineWaitsATenthOfASecondForOthersThatGoOutWithIt) {
+  constexpr uint32_t kCloseTogetherMs = 50;
+  SWrites writes;
+  CLogWriter writer([&writes] { return std::make_unique<CTimedFile>(writes); });
+  ASSERT_TRUE(writer.Start("p"));
+  // Again when the machine did not let this thread log two lines close together.
+  for (bool areCloseTogether = false; !areCloseTogether;) {
+    const size_t before = writes.List().size();
+    const uint32_t start = TickMs();
+    writer.Line("one", kGeneralLine);
+    writer.Line("two", kGeneralLine);
+    areCloseTogether = TickMs() - start < kCloseTogetherMs;
+    ASSERT_TRUE(Eventually([&] { return writes.List().size() > before; }));
+    if (areCloseTogether) {
+      const SWrites::SWrite first = writes.List()[before];
+      EXPECT_GE(first.atMs - start, 99U);
+      EXPECT_NE(first.text.find(":one\r\n"), std::string::npos);
+      EXPECT_NE(first.text.find(":two\r\n"), std::string::npos);
+    } else {
+      ASSERT_TRUE(Eventually([&] { return writes.List().back().text.find(":two\r\n") != std::string::npos; }));
+    }
+  }
+}
+
 // A disk that hangs in the first write until it is let go, then fails it; the files after it write to memory.
 struct SHangingDisk {
   CEvent entered;
