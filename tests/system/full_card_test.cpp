@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include "cardsim/signals.h"
 #include "cardsim/wire.h"
@@ -125,6 +126,33 @@ int Seconds() {
   return wanted == nullptr ? 20 : std::max(std::atoi(wanted), 1);
 }
 
+// The longest time for which a thread that only wants to wake every millisecond did not run: the machine's own stalls,
+// to tell them from the library's when a reply was late.
+class CStallWatch {
+ public:
+  CStallWatch() : watcher([this] { Watch(); }) {}
+  ~CStallWatch() {
+    stop = true;
+    watcher.join();
+  }
+  double LongestMs() const { return longestMs; }
+
+ private:
+  void Watch() {
+    auto last = std::chrono::steady_clock::now();
+    while (!stop) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      const auto now = std::chrono::steady_clock::now();
+      longestMs = std::max(longestMs.load(), std::chrono::duration<double, std::milli>(now - last).count());
+      last = now;
+    }
+  }
+
+  std::atomic<bool> stop{false};
+  std::atomic<double> longestMs{0};
+  std::thread watcher;
+};
+
 class CFullCard : public CSystemTest {
  protected:
   void StartCalls() {
@@ -195,6 +223,7 @@ TEST_F(CFullCard, carries_every_sample_and_digit_and_answers_in_time) {
   ASSERT_NO_FATAL_FAILURE(StartCalls());
   ASSERT_NO_FATAL_FAILURE(StartSound());
   const auto seconds = static_cast<uint64_t>(Seconds());
+  const CStallWatch stalls;
   const cardsim::Recorder clock = std::make_shared<cardsim::CRecorder>();
   for (uint64_t second = 0; second <= seconds; ++second) {
     ASSERT_NO_FATAL_FAILURE(Refill());
@@ -231,9 +260,11 @@ TEST_F(CFullCard, carries_every_sample_and_digit_and_answers_in_time) {
   EXPECT_EQ(seen.sequenceGaps + seen.wrongSize + seen.surplus + seen.badMagic, 0U);
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);
   std::printf(
-      "%llu s, %llu packets, %.2f ms mean and %.2f ms worst reply, at least %llu samples each way, %llu digits\n",
+      "%llu s, %llu packets, %.2f ms mean and %.2f ms worst reply (the machine's own longest stall: %.0f ms), at least "
+      "%llu samples each way, %llu digits\n",
       static_cast<unsigned long long>(seconds), static_cast<unsigned long long>(seen.packetsSent), seen.meanRoundTripMs,
-      seen.worstRoundTripMs, static_cast<unsigned long long>(least), static_cast<unsigned long long>(digits));
+      seen.worstRoundTripMs, stalls.LongestMs(), static_cast<unsigned long long>(least),
+      static_cast<unsigned long long>(digits));
   // The library goes first: its callbacks use the channels.
   app.reset();
   sim.reset();
