@@ -238,6 +238,8 @@ TEST_F(CallEvents, HangupOfTheNetworkResetsTheChannelAndBringsItsCause) {
   EXPECT_EQ(Info(4, "CHANNELSTATE"), "READY");
   EXPECT_EQ(Channel(4).direction, 0);
   EXPECT_EQ(LastCause(4), 17);
+  // The release that answers the network's clearing.
+  EXPECT_EQ(trunk.PeerEvent(kPriHangup).cause, kCauseNormalClearing);
 }
 
 TEST_F(CallEvents, HangupRequestClearsTheChannelsOwnCall) {
