@@ -70,12 +70,20 @@ echo_can_state_t* State(void* canceller) {
   return static_cast<echo_can_state_t*>(canceller);
 }
 
+constexpr int kEchoFraction = 8;  // bits that the echo with its low sounds back has behind the point
+
 int16_t Saturate(int32_t value) {
   return static_cast<int16_t>(
       std::clamp<int32_t>(value, std::numeric_limits<int16_t>::min(), std::numeric_limits<int16_t>::max()));
 }
 
 }  // namespace
+
+int16_t CEchoStage::STilt::Apply(int16_t sample) {
+  const int16_t tilted = Saturate(sample - before / 2);
+  before = sample;
+  return tilted;
+}
 
 std::unique_ptr<CEchoStage> CEchoStage::Create(int32_t tailMs) {
   const int32_t taps = std::clamp(tailMs, kMinTailMs, kMaxTailMs) * kTapsPerMs;
@@ -107,7 +115,17 @@ int16_t CEchoStage::Update(int16_t sent, int16_t received) {
   return static_cast<int16_t>(std::clamp(residual, -limit, limit));
 }
 
+// Most of a voice's power lies in its low sounds, and of the others the filter would learn little for long. So both
+// sides go through the filter with the low ones weakened, and the echo that it finds gets them back.
 int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
+  const int16_t echo = EstimateEcho(sentTilt.Apply(sent), receivedTilt.Apply(received));
+  constexpr int32_t kOne = 1 << kEchoFraction;
+  echoNow = echo * kOne + echoNow / 2;
+  return Saturate(received - ((echoNow + kOne / 2) >> kEchoFraction));
+}
+
+// What the filter takes for the echo, as weakened as its input.
+int16_t CEchoStage::EstimateEcho(int16_t sent, int16_t received) {
   echo_can_state_t* state = State(canceller);
   // The gate's word in place of the canceller's: that takes the sound sent just now for the loudest there is, does not
   // learn while its dwell count runs, and goes back to older taps only where an onset begins.
@@ -121,12 +139,11 @@ int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
   state->narrowband_score = 0;
   SetStep(sent);
   const int16_t wrapped = kBuild.update(state, sent, received);
-  // It returns the difference in 16 bits and lets it wrap. The echo it took away fits 16 bits, so it can be had back
-  // exactly, and the difference saturates where it would have wrapped into a click.
+  // It returns the difference in 16 bits and lets it wrap into a click. The echo it took away fits 16 bits, so it can
+  // be had back exactly.
   const auto echo = static_cast<int16_t>(static_cast<uint16_t>(received) - static_cast<uint16_t>(wrapped));
-  const int32_t residual = Saturate(int32_t{received} - echo);
-  gate.Note(echo, residual);
-  return residual;
+  gate.Note(echo, Saturate(int32_t{received} - echo));
+  return echo;
 }
 
 // The canceller divides its step by the mean size of the last 32 samples, but the step acts on the whole tail. Behind a

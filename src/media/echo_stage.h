@@ -31,16 +31,26 @@ class CEchoStage {
   int32_t Taps() const { return taps; }
 
  private:
+  // Takes half of the sample before from each sample.
+  struct STilt {
+    int16_t Apply(int16_t sample);
+    int16_t before = 0;
+  };
+
   CEchoStage(void* cancellerState, int32_t tapCount);
 
   int32_t CancelLinear(int16_t sent, int16_t received);
+  int16_t EstimateEcho(int16_t sent, int16_t received);
   void SetStep(int16_t sent);
   void TrackLevels(int16_t sent, int32_t residual);
 
   void* canceller;  // spandsp's state, owned
   int32_t taps;
   CAdaptionGate gate;
-  int64_t tailEnergy = 0;  // sum of the squares of what was sent within the tail
+  STilt sentTilt;
+  STilt receivedTilt;
+  int32_t echoNow = 0;     // the last sample of the echo, in 256ths of a unit
+  int64_t tailEnergy = 0;  // sum of the squares of what the filter was fed within the tail
   float tailDecay;         // a sample's, so that a level falls to a third within the tail
   // Mean magnitudes of 16-bit samples.
   float sentNow = 0;      // over the last few milliseconds
