@@ -1,4 +1,6 @@
 #include <cstring>
+#include <random>
+#include <utility>
 
 #include "cardsim/wire.h"
 #include "system_fixture.h"
@@ -152,6 +154,117 @@ TEST_F(CAudioOrder, packets_of_583_and_1449_bytes_of_wrong_magic_or_from_elsewhe
   EXPECT_EQ(RepliesUpTo(3, 1), UpTo(2));
   EXPECT_TRUE(Card(1).Audio().Replies().empty());
   ExpectNoLine();
+}
+
+// The order rules as a list of what happens, by this test's own reckoning.
+class COrderRules {
+ public:
+  void Arrive(uint32_t number, uint8_t hint) {
+    const uint32_t kept = std::exchange(early, 0);
+    const uint8_t keptHint = earlyHint;
+    const bool isMissing = number == last + 1;
+    Judge(number, hint);
+    if (kept != 0 && isMissing) {
+      Judge(kept, keptHint);
+    }
+  }
+
+  uint32_t last = 0;
+  size_t replies = 0;
+  std::string lines;  // without their dates
+
+ private:
+  void Judge(uint32_t number, uint8_t hint) {
+    const std::string text = std::to_string(number);
+    if (number == last + 1 && !first) {
+      ++replies;
+      Process(number);
+    } else if (number == last + 1) {
+      Begin(number, hint);
+    } else if (number == last + 2) {
+      early = number;
+      earlyHint = hint;
+    } else if (number > last + 2) {
+      Line("Packet loss?, so sequence reset, expected " + std::to_string(last + 1) + " got " + text + ", processed.");
+      Begin(number, hint);
+    } else {
+      Line("Old/Duplicate Packet -> " + text + ", ignored.");
+      if (++old == 10) {
+        Line("Too many Old/Duplicate Packets, so sequence reset to " + text + ", processed.");
+        Begin(number, hint);
+      }
+    }
+  }
+  void Begin(uint32_t number, uint8_t hint) {
+    replies += hint > 4 ? hint - 4U : 0;
+    Process(number);
+  }
+  void Process(uint32_t number) {
+    first = false;
+    last = number;
+    old = 0;
+  }
+  void Line(const std::string& text) { lines += "Card 0: " + text + "\r\n"; }
+
+  bool first = true;
+  int old = 0;
+  uint32_t early = 0;  // 0: none is kept
+  uint8_t earlyHint = 0;
+};
+
+TEST_F(CAudioOrder, three_hundred_orders_of_packets_are_answered_and_logged_as_the_rules_say) {
+  constexpr int kOrders = 300;
+  constexpr int kPacketsPerOrder = 8;
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  std::mt19937 random(5);
+  COrderRules rules;
+  const auto send = [&](uint32_t number, uint8_t hint) {
+    rules.Arrive(number, hint);
+    Send({number}, hint);
+  };
+  for (int order = 0; order < kOrders; ++order) {
+    uint32_t next = rules.last + 1;
+    for (int i = 0; i < kPacketsPerOrder; ++i) {
+      const auto kind = static_cast<uint32_t>(random() % 8);
+      const auto hint = static_cast<uint8_t>(random() % 9);
+      if (kind == 0) {  // swapped with the one behind it
+        send(next + 1, hint);
+        send(next, hint);
+        next += 2;
+      } else if (kind == 1 && next > 20) {
+        send(next - 1 - static_cast<uint32_t>(random() % 15), hint);
+      } else {
+        next += kind == 2 ? static_cast<uint32_t>(1 + random() % 4) : 0;
+        send(next++, hint);
+      }
+    }
+    if (order % 10 == 9) {  // old ones only, until they are the new start
+      for (int i = 0; i < 10; ++i) {
+        send(rules.last - 5, 6);
+      }
+    }
+    send(rules.last + 1, 0);
+    ASSERT_TRUE(Card().Audio().WaitReplies(rules.replies, kSoon)) << order;
+    ASSERT_EQ(Card().Audio().Replies().size(), rules.replies) << order;
+  }
+  send(4000000000U, 0);
+  ASSERT_TRUE(app->zelk.WaitLog("got 4000000000, processed.\r\n"));
+  // Each line's own text, from the card's number on.
+  const std::string log = app->zelk.LogText();
+  std::string lines;
+  for (size_t at = 0; at < log.size();) {
+    const size_t end = std::min(log.find('\n', at), log.size() - 1) + 1;
+    const std::string line = log.substr(at, end - at);
+    const size_t text = line.find("Card 0: ");
+    if (text != std::string::npos && line.find("acket", text) != std::string::npos) {
+      lines += line.substr(text);
+    }
+    at = end;
+  }
+  EXPECT_EQ(lines, rules.lines);
+  EXPECT_GT(CountOf(lines, "Packet loss?"), 100U);
+  EXPECT_GT(CountOf(lines, "Old/Duplicate"), 200U);
+  EXPECT_GE(CountOf(lines, "Too many"), 30U);
 }
 
 TEST_F(CAudioOrder, on_a_bad_network_every_packet_gets_the_reply_and_the_line_it_must) {
