@@ -2,15 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "audio_fakes.h"
 #include "literal_audio.h"
 #include "media/audio_pacer.h"
+#include "native_cpu_time.h"
+#include "platform/clock.h"
 
 namespace zelk {
 namespace {
@@ -195,6 +199,21 @@ TEST_F(AudioReceiver, ABadPacketBetweenDoesNotForgetTheHeldOne) {
   Arrive(Packet());
   Arrive(literal::MakePacket(2, 0, 700));
   EXPECT_EQ(link.sent.size(), 2U);
+}
+
+// A turn without a socket costs 100 ms of waiting, not of the processor, and sees the stop flag at once.
+TEST_F(AudioReceiver, WithoutASocketTheThreadWaitsAndEndsWhenItIsAsked) {
+  CSocket never;
+  CStopFlag stop;
+  const double cpuBefore = ProcessCpuSeconds();
+  std::thread thread([&] { receiver.Run(never, 0, stop); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(350));
+  const double used = ProcessCpuSeconds() - cpuBefore;
+  const uint32_t before = TickMs();
+  stop.Set();
+  thread.join();
+  EXPECT_LT(used, 0.05);
+  EXPECT_LT(TickMs() - before, 90U);
 }
 
 TEST_F(AudioReceiver, TenOldPacketsGiveElevenLines) {

@@ -60,6 +60,27 @@ TEST_F(ReceiveStaging, APositionWithoutAFreeBlockLosesThose20MsOnly) {
   EXPECT_EQ(block.data[0], static_cast<uint8_t>(480 + 5));
 }
 
+TEST_F(ReceiveStaging, With32BlocksA640MsBacklogIsKeptAndWhatComesBeyondIsLost) {
+  Create(32);
+  Add(160 + 40 * 160 + 1);  // nobody takes anything
+  CBlockPool& pool = rings.At(9).receive;
+  ASSERT_EQ(pool.ReadyCount(), 32U);
+  EXPECT_EQ(pool.FreeCount(), 0U);
+  for (size_t i = 0; i < 32; ++i) {
+    const SReadyBlock block = pool.PopReady();
+    ASSERT_NE(block.data, nullptr);
+    for (size_t byte = 0; byte < 160; ++byte)
+      ASSERT_EQ(block.data[byte], static_cast<uint8_t>(160 + 160 * i + byte + 9)) << i;
+    pool.PushFree(block.data);
+  }
+  Add(160);  // the 20 ms under way have no block yet
+  EXPECT_EQ(pool.PopReady().data, nullptr);
+  Add(160);
+  const SReadyBlock next = pool.PopReady();
+  ASSERT_NE(next.data, nullptr);
+  EXPECT_EQ(next.data[0], static_cast<uint8_t>(42 * 160 + 9));
+}
+
 TEST_F(ReceiveStaging, WithoutBlocksEverythingIsLost) {
   Create(0);
   Add(1000);
