@@ -8,7 +8,9 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "native_system.h"
@@ -109,6 +111,7 @@ class CTestHook : public IMediaHook {
       *static_cast<uint32_t*>(data) = 1;
     if (code == MEDIA_PLAY_MARK && data == nullptr)
       ++marksSent;
+    (code == MEDIA_PLAY_MARK && data == nullptr ? markThreads : otherThreads).insert(std::this_thread::get_id());
     if (code == MEDIA_RECORD && trunk == 0 && timeslot == 1)
       recorded.emplace_back(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + length);
     ++calls;
@@ -128,6 +131,8 @@ class CTestHook : public IMediaHook {
   int marksSent = 0;
   int calls = 0;
   std::vector<Packet> recorded;
+  std::set<std::thread::id> markThreads;   // on which a mark was reported as sent
+  std::set<std::thread::id> otherThreads;  // of all other calls
 
  private:
   std::mutex mutex;
@@ -289,6 +294,22 @@ TEST_F(AudioStream, TheMarkIsReportedWhenItsBlockIsTakenForSending) {
   Exchange(MakePacket(9, 0, LengthOf(1, 40)));
   EXPECT_TRUE(hook.Await([](CTestHook& h) { return h.marksSent == 1; }));
   Close();
+}
+
+TEST_F(AudioStream, AllCallsOfTheHookComeOnOneThreadButForMarksThatWereSentWhichComeOnAnother) {
+  hook.markedBlock = 1;
+  stream.SetHook(&hook);
+  Open(2, 4);
+  ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.queries[1][31] >= 4; }));
+  for (uint32_t packet = 0; packet < 60; ++packet)  // 6 blocks each way
+    Exchange(MakePacket(packet + 1, packet == 0 ? 5 : 0, LengthOf(2, 16)));
+  ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.marksSent == 2 && !h.recorded.empty(); }));
+  Close();
+  EXPECT_EQ(hook.markThreads.size(), 1U);
+  EXPECT_EQ(hook.otherThreads.size(), 1U);
+  EXPECT_NE(hook.markThreads, hook.otherThreads);
+  EXPECT_FALSE(hook.markThreads.contains(std::this_thread::get_id()));
+  EXPECT_FALSE(hook.otherThreads.contains(std::this_thread::get_id()));
 }
 
 TEST_F(AudioStream, AFlushSilencesItsTimeslotFromTheVeryNextPacketUntilTheWaitingBlocksAreThrough) {
