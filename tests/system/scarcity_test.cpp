@@ -122,12 +122,28 @@ TEST_F(CScarcity, without_a_thread_the_log_waits_in_memory_for_the_next_one) {
   EXPECT_LT(second, log.find("Reg[0x2003] = EE "));
 }
 
+TEST_F(CScarcity, without_a_thread_the_log_is_written_when_the_library_is_unloaded) {
+  ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\n"));
+  {
+    const CNoThreads none;
+    EXPECT_TRUE(app->zelk.Init());
+  }
+  Card().SendRegisterValue(0, 0x2001, 0xEE);
+  Card().TakeLinkDown(0);
+  ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSoon, 2));
+  EXPECT_EQ(app->zelk.LogText().find("Reg[0x2001]"), std::string::npos);
+  app->zelk.Unload();
+  EXPECT_NE(app->zelk.LogText().find("Reg[0x2001] = EE "), std::string::npos) << app->zelk.LogText();
+}
+
 TEST_F(CScarcity, a_card_without_its_control_thread_is_not_opened_and_the_next_announcement_opens_it) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   {
     const CNoThreads none;
+    const auto begin = std::chrono::steady_clock::now();
     Card().Announce();
     ASSERT_TRUE(app->zelk.WaitLog("Card reopen has failed\r\n")) << app->zelk.LogText();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s) << "nobody waits for information that nobody would read";
     EXPECT_TRUE(Card().Seen().WaitConnected(false, kSoon));
   }
   Card().Announce();

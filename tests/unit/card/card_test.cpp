@@ -216,24 +216,6 @@ TEST_F(Card, ASilentCardIsDownAfterASecondAndOnce) {
   EXPECT_FALSE(handlers.WaitFor("card 3 0", 2, 300));
 }
 
-TEST_F(Card, TimersRunWhileTheCardNeverStopsSending) {
-  CFakeCard::SOptions options;
-  options.keepsTalking = false;
-  CFakeCard& peer = Fake(options);
-  std::atomic<bool> stop{false};
-  ASSERT_TRUE(Open());
-  std::thread chatter([&] {
-    while (!stop) {
-      peer.Send({0x00});
-      SleepMs(1);
-    }
-  });
-  // Nobody answers layer 2: its establishment is repeated by a timer.
-  EXPECT_TRUE(peer.WaitFor({0xFF, 0x10, 1, 3, 0, 0x00, 0x01, 0x7F}, 3));
-  stop = true;
-  chatter.join();
-}
-
 TEST_F(Card, AResetConnectionIsDownAfterASecond) {
   Fake();
   ASSERT_TRUE(OpenWithHandlers());
