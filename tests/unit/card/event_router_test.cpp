@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 #include "card/card.h"
@@ -103,6 +104,11 @@ class AnswerRouter : public EventRouter {
   void AnswerOfTheNetwork() {
     const SPriEvent* ring = network.Find(kPriRing);
     ASSERT_NE(ring, nullptr);
+    network.controller->Proceeding(ring->call, ring->channel);
+    Carry();
+    network.controller->Alerting(ring->call, ring->channel);
+    Carry();
+    EXPECT_EQ(Acknowledges(), 0);
     network.controller->Answer(ring->call, ring->channel);
     Carry();
   }
@@ -154,6 +160,7 @@ TEST_F(AnswerRouter, AcknowledgesWithoutHandlersToo) {
 
 TEST_F(EventRouter, AnEarlyDchannelUpIsReportedOnceThereAreHandlers) {
   Route(1, kPriDchannelUp);
+  Route(1, kPriConfigError);
   Route(2, kPriDchannelUp);
   Route(2, kPriDchannelDown);
   Route(3, kPriRing);
