@@ -79,7 +79,7 @@ enum ZelkEvent {
   ZELK_EVENT_DISCONNECTED = 0x303,  /* ITU-T Q.850 cause; the channel is free again; control thread */
   ZELK_EVENT_ALERTING = 0x401,      /* 0; the far end rings; control thread */
   ZELK_EVENT_PROCEEDING = 0x402,    /* without a meaning, any value; control thread */
-  ZELK_EVENT_PROGRESS = 0x403,      /* cause of this or else an earlier message of the call, or -1; control thread */
+  ZELK_EVENT_PROGRESS = 0x403,      /* cause of the progress message, -1 without one; control thread */
   ZELK_EVENT_CHANNEL_STATE = 0x501  /* 1 usable (trunk up), 0 down; a call on it is lost without DISCONNECTED */
 };
 

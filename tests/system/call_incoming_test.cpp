@@ -236,12 +236,21 @@ TEST_F(CIncomingCalls, every_cause_of_the_far_end_reaches_the_application_with_i
 
 TEST_F(CIncomingCalls, every_number_from_1_to_127_is_taken_as_the_cause_of_a_disconnect) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  for (uint8_t cause = 1; cause < 128; ++cause) {
+  for (int first = 1; first < 128; first += kChannelsPerTrunk) {
     app->Forget();
-    Call call = Offer(1);
-    call->SendMessage(0x45, {0x08, 0x02, 0x82, static_cast<uint8_t>(0x80 | cause)});  // past libpri, which knows a few
-    ASSERT_EQ(WaitCause(0), cause);
-    ASSERT_TRUE(call->WaitEnded(kSoon)) << int{cause};
+    std::map<int32_t, Call> calls;
+    for (int32_t channel = 0; channel < kChannelsPerTrunk && first + channel < 128; ++channel) {
+      calls[channel] = Card().PlaceCall({.timeslot = channel < 15 ? channel + 1 : channel + 2});
+    }
+    for (const auto& [channel, call] : calls) {
+      ASSERT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));
+      // Past libpri, as it stands.
+      call->SendMessage(0x45, {0x08, 0x02, 0x82, static_cast<uint8_t>(0x80 | (first + channel))});
+    }
+    for (const auto& [channel, call] : calls) {
+      ASSERT_EQ(WaitCause(channel), first + channel);
+      ASSERT_TRUE(call->WaitEnded(kSoon)) << first + channel;
+    }
   }
 }
 
@@ -368,7 +377,12 @@ TEST_F(CUnnamedChannel, the_first_trunk_offers_the_first_channel_that_is_open_id
   ASSERT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));
   EXPECT_EQ(call->Timeslot(), 4);
   EXPECT_EQ(Card().Seen().Q931Names(0), (Names{"> SETUP", "< SETUP ACKNOWLEDGE", "< CALL PROCEEDING", "< ALERTING"}));
-  EXPECT_EQ(FromLibrary("SETUP ACKNOWLEDGE")[0].Timeslot(), 4);
+  const cardsim::SQ931Message acknowledge = FromLibrary("SETUP ACKNOWLEDGE")[0];
+  EXPECT_EQ(acknowledge.Timeslot(), 4);
+  // The far end is no ISDN.
+  const cardsim::SInformationElement* progress = acknowledge.Find(0x1E);
+  ASSERT_NE(progress, nullptr);
+  EXPECT_EQ(progress->content, (cardsim::Bytes{0x81, 0x80 | 2}));
   app->zelk.Answer(3);
   ASSERT_TRUE(app->WaitEvent(3, ZELK_EVENT_CONNECTED, kSoon));
   EXPECT_EQ(FromLibrary("CONNECT")[0].Timeslot(), 4);

@@ -108,6 +108,10 @@ TEST_F(CSignalling, reject_frees_a_channel_whose_unconnected_call_was_cleared_un
   EXPECT_FALSE(app->zelk.Reject(0));
   EXPECT_EQ(State(0), 3U);
   EXPECT_TRUE(app->CallEvents(0).empty());
+  // libpri was not asked to clear what it has no longer.
+  app->zelk.Answer(0);
+  ASSERT_TRUE(app->zelk.WaitLog("Answer() -> Answer() failed")) << app->zelk.LogText();
+  EXPECT_EQ(app->zelk.LogText().find("Debug Message"), std::string::npos) << app->zelk.LogText();
   Card().HoldFromLibrary(0, false);
   ASSERT_TRUE(call->WaitEnded(kSoon));
   Card().SetAnswerPlan(SAnswerPlan());
@@ -144,8 +148,8 @@ TEST_F(CSignalling, a_reject_that_crosses_the_callers_clearing_leaves_both_sides
   Card().HoldFromLibrary(0, true);
   EXPECT_FALSE(app->zelk.Reject(0));
   ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
-  call->Hangup(31);
-  EXPECT_EQ(WaitCause(0), 31);  // of the clearing that the caller asked for, on an idle channel
+  call->Hangup(31);  // the exchange has not seen the library's DISCONNECT
+  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kToLibrary, "DISCONNECT", kSoon));
   Card().HoldFromLibrary(0, false);
   ASSERT_TRUE(call->WaitEnded(kSoon));
   EXPECT_TRUE(NetworkIsIdle(0, kSoon));
