@@ -538,6 +538,74 @@ TEST_F(CallEvents, EventsWithoutAControllerChangeTheRecordAllTheSame) {
   EXPECT_EQ(application.Take(), (Posted{{90, EVENT_INCOMING_CALL, 0}, {90, EVENT_DISCONNECTED, 16}}));
 }
 
+// Both sides call, answer and clear at random while bytes of layer 3 are damaged on their way to us.
+TEST_F(CallEvents, DamagedMessagesReachNoOtherChannelsAndLeaveTheTrunkWorking) {
+  constexpr int kTurns = 6000;
+  constexpr size_t kLayer3 = 4;
+  std::mt19937 random(1);
+  testing::internal::CaptureStdout();  // libpri names what it finds
+  testing::internal::CaptureStderr();
+  trunk.alter = [&random](std::vector<uint8_t>& frame) {
+    for (auto changes = random() % 3; changes > 0 && frame.size() > kLayer3; --changes) {
+      frame[kLayer3 + random() % (frame.size() - kLayer3)] = static_cast<uint8_t>(random());
+    }
+  };
+  std::vector<PriCall> calls;
+  for (int turn = 0; turn < kTurns; ++turn) {
+    const auto channel = static_cast<int32_t>(random() % 30);
+    PriCall call = calls.empty() ? nullptr : calls[random() % calls.size()];
+    switch (random() % 8) {
+      case 0:
+      case 1:
+        calls.push_back(trunk.peer->NewCall());
+        trunk.peer->Setup(calls.back(), static_cast<int>(Channel(channel).timeslot), "4711", "030123456", 33);
+        break;
+      case 2:
+        trunk.peer->Hangup(call, 16);
+        break;
+      case 3:
+        trunk.peer->Answer(trunk.PeerEvent(kPriRing).call, trunk.PeerEvent(kPriRing).channel);
+        break;
+      case 4:
+        Dial(Channel(channel), "999", "111");
+        break;
+      case 5:
+        Answer(Channel(channel));
+        break;
+      case 6:
+        Hangup(Channel(channel));
+        break;
+      default:
+        Reject(Channel(channel));
+    }
+    trunk.Run();
+    if (trunk.peerEvents.size() > 50) {
+      trunk.peerEvents.erase(trunk.peerEvents.begin(), trunk.peerEvents.end() - 50);
+    }
+  }
+  trunk.alter = nullptr;
+  testing::internal::GetCapturedStdout();
+  testing::internal::GetCapturedStderr();
+  const Posted events = application.Take();
+  EXPECT_GT(events.size(), size_t{kTurns} / 10) << "too few messages got as far as call control";
+  for (const SPosted& posted : events) {
+    EXPECT_LT(posted.channel, 120) << "of the other card";
+  }
+  for (int32_t channel = 120; channel < 150; ++channel) {
+    EXPECT_EQ(Channel(channel).callHandle, nullptr);
+  }
+  // A trunk that is lost and comes back has every channel free again.
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0);
+  application.Take();
+  for (int32_t channel = 0; channel < 30; ++channel) {
+    EXPECT_EQ(Info(channel, "CHANNELSTATE"), "READY") << channel;
+    Offer(static_cast<int>(Channel(channel).timeslot));
+    EXPECT_EQ(application.Take(), (Posted{{channel, EVENT_INCOMING_CALL, 0}}));
+  }
+}
+
 TEST_F(CallEvents, CallbackMayCallForItsOwnChannel) {
   application.reaction = [this](const SPosted& posted) {
     if (posted.event == EVENT_INCOMING_CALL) {
