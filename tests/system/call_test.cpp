@@ -160,4 +160,54 @@ TEST_F(CCalls, a_call_on_a_trunk_that_goes_down_ends_with_channel_state_0_and_no
   EXPECT_TRUE(app->CallEvents(0).empty());
 }
 
+// Channel 105: timeslot 17 of the second trunk of the second card.
+TEST_F(CCalls, calls_of_a_second_card_are_on_its_own_channels_trunks_and_timeslots) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({2, 2}));
+  ASSERT_TRUE(sim->Card(1).WaitUp(kSlow));
+  sim->Card(1).ClearSeen();
+  Call call = Card(1).PlaceCall({.trunk = 1, .timeslot = 17});
+  ASSERT_TRUE(app->WaitEvent(105, ZELK_EVENT_INCOMING_CALL, kSoon));
+  EXPECT_TRUE(app->zelk.Answer(105));
+  ASSERT_TRUE(app->WaitEvent(105, ZELK_EVENT_CONNECTED, kSoon));
+  ASSERT_TRUE(call->WaitState(ESimCallState::kConnected, kSoon));
+  Card(1).RestartTimeslot(1, 17);
+  ASSERT_TRUE(app->WaitEvent(105, ZELK_EVENT_DISCONNECTED, kSoon));
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+
+  EXPECT_TRUE(app->zelk.Dial(105, "0405556789", nullptr));
+  ASSERT_TRUE(app->WaitEvent(105, ZELK_EVENT_CONNECTED, kSoon, 2));
+  call = Card(1).WaitCall(kSoon);
+  ASSERT_NE(call, nullptr);
+  EXPECT_EQ(call->trunk, 1);
+  EXPECT_EQ(call->Timeslot(), 17);
+  EXPECT_TRUE(app->zelk.Hangup(105));
+  ASSERT_TRUE(app->WaitEvent(105, ZELK_EVENT_DISCONNECTED, kSoon, 2));
+  EXPECT_TRUE(Card(0).Seen().Q931Names(0).empty());
+  EXPECT_TRUE(Card(0).Seen().Q931Names(1).empty());
+  EXPECT_TRUE(Card(1).Seen().Q931Names(0).empty());
+}
+
+TEST_F(CCalls, a_second_cards_call_without_a_channel_is_given_a_number_of_the_whole_table_and_no_channel) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({2, 2}));
+  ASSERT_TRUE(sim->Card(1).WaitUp(kSlow));
+  Card(1).PlaceCall({.trunk = 0, .timeslot = cardsim::SCallRequest::kAnyChannel});
+  ASSERT_TRUE(Card(1).Seen().WaitQ931(0, cardsim::EDirection::kFromLibrary, "SETUP ACKNOWLEDGE", kSoon));
+  for (const cardsim::SFrameRecord& frame : Card(1).Seen().Frames()) {
+    const cardsim::SQ931Message message = frame.Decode().message;
+    if (message.valid && message.name == "SETUP ACKNOWLEDGE") {
+      EXPECT_EQ(message.Timeslot(), 62);  // channel 60 is free
+    }
+  }
+  // With none free it is refused like on any card; the line names the card's index.
+  for (int32_t channel = 90; channel < 120; ++channel) {
+    app->zelk.CloseChannel(channel);
+  }
+  Call refused = Card(1).PlaceCall({.trunk = 1, .timeslot = cardsim::SCallRequest::kAnyChannel});
+  ASSERT_TRUE(refused->WaitEnded(kSoon));
+  EXPECT_EQ(refused->Cause(), 44);
+  EXPECT_TRUE(app->zelk.WaitLog("   G :Card 1: Trunk 1 - New Call aborted due to BCHANNEL unavailable\r\n"))
+      << app->zelk.LogText();
+  EXPECT_EQ(app->Count(ZELK_EVENT_INCOMING_CALL), 0U);
+}
+
 }  // namespace
