@@ -239,6 +239,35 @@ TEST_F(COutgoingCalls, a_second_dial_is_refused_in_every_state_of_a_call) {
   EXPECT_EQ(FromLibrary("SETUP")[0].Number(kCallingNumber), "444");
 }
 
+// Without its card a trunk has no controller.
+TEST_F(COutgoingCalls, a_dial_on_a_card_that_could_not_be_opened_again_fails_with_a_line_and_works_when_it_could) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  ConnectIncoming(1);
+  Card().SetListening(false);
+  Card().Announce();
+  ASSERT_TRUE(app->zelk.WaitLog("Card reopen has failed")) << app->zelk.LogText();
+  for (const int32_t channel : {0, 5}) {
+    EXPECT_FALSE(app->zelk.Dial(channel, "0405556789", "8001000"));
+    EXPECT_EQ(app->zelk.GetLastError(channel), 0U);
+    EXPECT_EQ(app->Text(channel, ZELK_INFO_DLI), "0405556789");
+    EXPECT_TRUE(app->zelk.Hangup(channel));
+    EXPECT_TRUE(app->zelk.Answer(channel));
+    EXPECT_EQ(app->Text(channel, ZELK_INFO_DLI), "");
+    EXPECT_FALSE(app->zelk.Reject(channel));
+  }
+  EXPECT_TRUE(app->zelk.WaitLog("   0 :Dial() -> new call failed\r\n")) << app->zelk.LogText();
+  EXPECT_TRUE(app->zelk.WaitLog("   5 :Dial() -> new call failed\r\n")) << app->zelk.LogText();
+  EXPECT_EQ(State(0), 2U);  // its call was lost with the card
+  EXPECT_EQ(State(5), 3U);
+  Card().SetListening(true);
+  Card().Announce();
+  ASSERT_TRUE(app->zelk.WaitLog("Card reopen has Succeeded")) << app->zelk.LogText();
+  ASSERT_TRUE(Card().WaitUp(kSlow));
+  ASSERT_TRUE(app->WaitAllReady(kSlow));
+  app->Forget();
+  ConnectOutgoing(5);
+}
+
 TEST_F(COutgoingCalls, the_reply_to_a_call_names_its_channel_and_the_answer_says_that_the_far_end_is_no_isdn) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(17);
