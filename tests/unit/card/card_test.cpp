@@ -202,6 +202,36 @@ TEST_F(Card, ReportsWhatTheControlStreamSays) {
   EXPECT_TRUE(handlers.WaitFor("trunk 0 262 0 3"));
 }
 
+TEST_F(Card, TimersRunWhileTheCardIsSilent) {
+  CFakeCard::SOptions options;
+  options.keepsTalking = false;
+  CFakeCard& peer = Fake(options);
+  ASSERT_TRUE(Open());
+  // One byte, so that the card counts as lost only some time after layer 2 repeats its unanswered establishment (1 s).
+  SleepMs(500);
+  peer.Send({0x00});
+  EXPECT_TRUE(peer.WaitFor({0xFF, 0x10, 1, 3, 0, 0x00, 0x01, 0x7F}, 2));
+  EXPECT_TRUE(peer.WaitFor({0xFF, 0x10, 2, 3, 0, 0x00, 0x01, 0x7F}, 2));
+}
+
+TEST_F(Card, AnOpeningKnowsNothingOfTheLinesBeforeTheFirstStatus) {
+  CFakeCard::SOptions options;
+  options.keepsTalking = false;
+  CFakeCard& peer = Fake(options);
+  ASSERT_TRUE(OpenWithHandlers());
+  peer.Send({0xFF, 0x07, 0, 1});
+  ASSERT_TRUE(handlers.WaitFor("trunk 0 260 0 0"));
+  ASSERT_TRUE(handlers.WaitFor("trunk 1 260 0 1"));
+  const std::atomic<bool> cancel{false};
+  ASSERT_TRUE(card.Reopen(peer.Address(), kLocal, cancel));
+  EXPECT_EQ(card.Trunk(0).lineStatus, 3);
+  EXPECT_EQ(card.Trunk(1).lineStatus, 3);
+  // An error of a line that may be out of service is not reported, one behind its status is.
+  peer.Send({0xFF, 0x11, 0, 4, 0xFF, 0x07, 0, 0, 0xFF, 0x11, 0, 3});
+  EXPECT_TRUE(handlers.WaitFor("trunk 0 262 0 3"));
+  EXPECT_EQ(handlers.Count("trunk 0 262 0 4"), 0U);
+}
+
 TEST_F(Card, ASilentCardIsDownAfterASecondAndOnce) {
   CFakeCard::SOptions options;
   options.keepsTalking = false;
@@ -440,6 +470,16 @@ TEST_F(Card, DefaultsAreTakenForAllTrunks) {
     EXPECT_EQ(card.Trunk(trunk).switchType, 6);
     EXPECT_EQ(card.Trunk(trunk).nodeType, 10);
     EXPECT_EQ(card.Trunk(trunk).numberType, 40);
+  }
+}
+
+TEST_F(Card, AnOpeningStartsEveryTrunkAsAUserOfEuroIsdn) {
+  Fake();
+  card.SetTrunkDefaults(6, 1001, 40);
+  ASSERT_TRUE(Open());
+  for (uint32_t trunk = 2; trunk < kMaxTrunks; ++trunk) {
+    EXPECT_EQ(card.Trunk(trunk).switchType, 5) << "no section is read for a position without a trunk";
+    EXPECT_EQ(card.Trunk(trunk).nodeType, 2);
   }
 }
 

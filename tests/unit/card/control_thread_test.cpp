@@ -87,6 +87,19 @@ TEST_F(ControlThread, AFrameForATrunkWithoutAControllerIsDropped) {
   EXPECT_TRUE(handlers.Lines().empty());
 }
 
+TEST_F(ControlThread, FramesReachAControllerOnlyWhileTheControllersRun) {
+  {
+    const CScopedLock<CRecursiveMutex> held(core->trunks[0].lock);
+    core->trunks[0].controller = CPriController::Create(*core, 0, 2, 5);
+  }
+  const uint8_t ua[] = {0x00, 0x01, 0x73, 0, 0};  // answers the SABME that every controller begins with
+  thread.OnFrame(0, ua, sizeof ua);
+  EXPECT_TRUE(handlers.Lines().empty());
+  core->controllersRunning = true;
+  thread.OnFrame(0, ua, sizeof ua);
+  EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
+}
+
 TEST_F(ControlThread, NothingIsReportedAfterAStop) {
   core->trunks[0].lineStatus = 0;
   thread.RequestStop();
