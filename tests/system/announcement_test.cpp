@@ -21,15 +21,6 @@ class CAnnouncements : public CSystemTest {
     return datagram;
   }
 
-  size_t CountInLog(const std::string& text) {
-    const std::string log = app->zelk.LogText();
-    size_t count = 0;
-    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
-      ++count;
-    }
-    return count;
-  }
-
   // Announces the card and waits until it has been opened again.
   void ReopenByAnnouncement(size_t card = 0) {
     const int connections = Card(card).Seen().Connections();

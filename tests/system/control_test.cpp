@@ -16,15 +16,6 @@ constexpr std::chrono::seconds kNoInformation{6};  // three waits of a second, t
 
 class CControl : public CSystemTest {
  protected:
-  size_t CountInLog(const std::string& text) {
-    const std::string log = app->zelk.LogText();
-    size_t count = 0;
-    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
-      ++count;
-    }
-    return count;
-  }
-
   // The line of a register value stands in the log behind everything that the card said before it.
   void WaitUntilHeard(uint16_t mark) {
     Card().SendRegisterValue(0, mark, 0xEE);

@@ -39,6 +39,15 @@ class CSystemTest : public testing::Test {
     }
   }
 
+  size_t CountInLog(const std::string& text) {
+    const std::string log = app->zelk.LogText();
+    size_t count = 0;
+    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
+      ++count;
+    }
+    return count;
+  }
+
   cardsim::CCard& Card(size_t index = 0) { return sim->Card(index); }
 
   // The library goes first: its threads must not meet cards that are being taken down.
