@@ -110,6 +110,12 @@ TEST_F(TrunkSetup, TheCaptureHoldsSentFramesAndReceivedOnesWithAnEvent) {
   EXPECT_NE(text.find(" 0000 00 01 7F \r\n"), std::string::npos) << text;
   EXPECT_EQ(Lines(text, 'I'), 1U) << text;
   EXPECT_EQ(Lines(text, 'O'), fake.Count({0xFF, 0x10, 1}));
+  {
+    const CScopedLock<CRecursiveMutex> held(card.Trunk(0).lock);
+    const uint8_t late[] = {0xAB};
+    card.Trunk(0).capture.Write('O', late, sizeof late);
+  }
+  EXPECT_EQ(Capture(), text) << "a closed card's capture is closed";
 
   ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
   card.Close();
