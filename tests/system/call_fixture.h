@@ -19,7 +19,7 @@ class CCallTest : public CSystemTest {
     ASSERT_NO_FATAL_FAILURE(Start(config, ini));
     // The exchange's end of a D-channel may come up a moment after the library's.
     for (size_t card = 0; card < sim->CardCount(); ++card) {
-      ASSERT_TRUE(sim->Card(card).WaitUp(kSlow)) << "card " << card;
+      ASSERT_TRUE(sim->Card(card).WaitUp(kSlow)) << "card " << card << "\n" << app->zelk.LogText();
     }
     OpenAll();
     ForgetAll();
@@ -84,7 +84,9 @@ class CCallTest : public CSystemTest {
   // The parameter of the count-th event of a code, -9999 when it does not come.
   int32_t WaitParam(int32_t channel, uint32_t code, size_t count = 1) {
     int32_t param = -9999;
-    EXPECT_TRUE(app->WaitEvent(channel, code, kSlow, count, &param)) << "channel " << channel << " event " << code;
+    EXPECT_TRUE(app->WaitEvent(channel, code, kSlow, count, &param))
+        << "channel " << channel << " event " << code << "\n"
+        << app->zelk.LogText();
     return param;
   }
   int32_t WaitCause(int32_t channel, size_t count = 1) { return WaitParam(channel, ZELK_EVENT_DISCONNECTED, count); }
