@@ -59,13 +59,20 @@ function(zelk_wine_test test)
     FAIL_REGULAR_EXPRESSION "FAILED  ." ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wine;${ARGN}")
 endfunction()
 
+# What a test costs is its compilation: little optimisation, and of the sanitizers those that the linked code needs; what
+# is undefined is looked for in the code under test.
+set(ZELK_TEST_OPTIONS -O1 -g1)
+if(ZELK_SANITIZE MATCHES "undefined")
+  list(APPEND ZELK_TEST_OPTIONS -fno-sanitize=undefined)
+endif()
+
 # zelk_add_test_headers(): the target test_headers, whose precompiled headers every test program uses.
 function(zelk_add_test_headers)
   # A program too, so that it is compiled as the others are.
   file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/test_headers.cpp CONTENT "int main() {}\n")
   add_executable(test_headers ${CMAKE_BINARY_DIR}/test_headers.cpp)
   target_link_libraries(test_headers PRIVATE zelk_options GTest::gmock GTest::gtest_main Threads::Threads)
-  target_compile_options(test_headers PRIVATE -O1 -g1)
+  target_compile_options(test_headers PRIVATE ${ZELK_TEST_OPTIONS})
   if(WIN32)
     target_link_libraries(test_headers PRIVATE zelk_posix_sockets)
   endif()
@@ -85,8 +92,8 @@ function(zelk_add_tests target directory)
   target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${directory}
     ${CMAKE_SOURCE_DIR}/tests/support/${system})
   target_link_libraries(${target} PRIVATE zelk_options ${ARGN} GTest::gmock GTest::gtest_main)
-  # What a test costs is its compilation: little optimisation, and the test framework's headers read once for all.
-  target_compile_options(${target} PRIVATE -O1 -g1)
+  # The test framework's headers are read once for all.
+  target_compile_options(${target} PRIVATE ${ZELK_TEST_OPTIONS})
   target_precompile_headers(${target} REUSE_FROM test_headers)
   file(GLOB c_sources ${directory}/*_test.c)
   set_source_files_properties(${c_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
