@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
-#include <tuple>
 
 #include "native_sockets.h"
 
