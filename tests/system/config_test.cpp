@@ -219,41 +219,12 @@ TEST_F(CConfigEffect, values_that_nobody_can_mean_leave_their_trunk_down_and_the
   EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 60U);
 }
 
-// Sends back what the far end hears, at a quarter of its level and 50 ms later, as a line does.
-class CEcho : public cardsim::IAudioSource {
- public:
-  explicit CEcho(cardsim::Recorder heardSound) : heard(std::move(heardSound)) {}
-
-  size_t Read(std::span<uint8_t> out) override {
-    if (position + out.size() > kDelay + known.size()) {
-      known = heard->Samples();
-    }
-    for (uint8_t& sample : out) {
-      const size_t at = position++;
-      sample = at < kDelay || at - kDelay >= known.size() ? cardsim::kSilence : Quarter(known[at - kDelay]);
-    }
-    return out.size();
-  }
-
- private:
-  static constexpr size_t kDelay = 400;
-
-  // Two segments of 16 codes each lie between a level and its quarter.
-  static uint8_t Quarter(uint8_t code) {
-    const int magnitude = (code ^ 0x55) & 0x7F;
-    return static_cast<uint8_t>(((code & 0x80) | (magnitude > 32 ? magnitude - 32 : 0)) ^ 0x55);
-  }
-
-  const cardsim::Recorder heard;
-  Bytes known;  // what was heard up to the last look
-  size_t position = 0;
-};
-
 TEST_F(CConfigEffect, echo_canceller_takes_away_an_echo_within_echo_tail_on_its_trunks) {
   constexpr size_t kSecond = 8000;
   constexpr size_t kSeconds = 5;
   ASSERT_NO_FATAL_FAILURE(
       Start({3}, "[General]\nEchoCanceller=1\n[100001-1]\nEchoCanceller=0\n[100001-3]\nEchoTail=64\n"));
+  Card().Audio().SetWaitForReplies(true);
   const Bytes noise = cardsim::RenderTestPattern(kSeconds * kSecond, 1);
   std::vector<Call> calls;
   for (int trunk = 0; trunk < 3; ++trunk) {
@@ -264,7 +235,7 @@ TEST_F(CConfigEffect, echo_canceller_takes_away_an_echo_within_echo_tail_on_its_
     ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_INCOMING_CALL, kSoon));
     ASSERT_TRUE(app->zelk.Answer(channel));
     ASSERT_TRUE(calls.back()->WaitState(cardsim::ESimCallState::kConnected, kSoon));
-    calls.back()->Play(std::make_shared<CEcho>(calls.back()->Heard()));
+    Card().Audio().SetEcho(trunk, 1, cardsim::SEchoPath{.delayFrames = 400, .lossDb = 12});
     ASSERT_TRUE(app->zelk.PlayBuffer(channel, noise.data(), static_cast<uint32_t>(noise.size())));
   }
   std::vector<double> levels;
@@ -276,6 +247,7 @@ TEST_F(CConfigEffect, echo_canceller_takes_away_an_echo_within_echo_tail_on_its_
   EXPECT_GT(levels[0], -30);
   EXPECT_GT(levels[1], levels[0] - 3) << "an echo behind the default tail of 32 ms stays";
   EXPECT_LT(levels[2], levels[0] - 20) << "one within 64 ms goes";
+  EXPECT_EQ(Card().Audio().EchoesTooLate(), 0U);
 }
 
 }  // namespace

@@ -32,8 +32,10 @@ class CEcho : public CSystemTest {
     Card().Audio().SetEcho(channel / 30, TimeslotOf(channel),
                            cardsim::SEchoPath{.delayFrames = delayMs * kFramesPerMs, .lossDb = 6});
   }
-  void Speak(int32_t channel, const Bytes& sound) {
-    Card().Audio().Play(channel / 30, TimeslotOf(channel), cardsim::MakeBytesSource(sound));
+  cardsim::AudioSource Speak(int32_t channel, const Bytes& sound) {
+    cardsim::AudioSource source = cardsim::MakeBytesSource(sound);
+    Card().Audio().Play(channel / 30, TimeslotOf(channel), source);
+    return source;
   }
   bool PlayOn(int32_t channel, const Bytes& sound) {
     return app->zelk.PlayBuffer(channel, sound.data(), static_cast<uint32_t>(sound.size()));
@@ -66,27 +68,32 @@ TEST_F(CEcho,
   const Call call = Connect(29);
   // The same on both trunks: echo of 8, 16 and 30 ms of noise and of speech.
   const std::vector<int> delaysMs{8, 16, 30};
-  const auto farEnd = [&](int32_t place) {
-    return place < 3 ? cardsim::RenderNoise(-13, kMs, 77) : cardsim::RenderSpeech(-16, kMs, 3);
-  };
+  // All sound is made before any begins: making it takes its time.
+  const Bytes farNoise = cardsim::RenderNoise(-13, kMs, 77);
+  const Bytes farSpeech = cardsim::RenderSpeech(-16, kMs, 3);
+  const std::vector<double> levels{-10, -20, -30};
+  std::vector<Bytes> nearSpeech;
+  for (const double level : levels) {
+    nearSpeech.push_back(cardsim::RenderSpeech(level, kMs, static_cast<uint32_t>(20 + nearSpeech.size())));
+  }
+  const Bytes talkFar = cardsim::RenderSpeech(-16, kMs, 31);
+  const Bytes talkNear = cardsim::RenderSpeech(-16, kMs, 32);
   for (int32_t place = 0; place < 6; ++place) {
     for (const int32_t channel : {place, place + 30}) {
       SetEcho(channel, delaysMs[static_cast<size_t>(place % 3)]);
       app->Record(channel);
-      ASSERT_TRUE(PlayOn(channel, farEnd(place)));
+      ASSERT_TRUE(PlayOn(channel, place < 3 ? farNoise : farSpeech));
     }
   }
   // The near end alone at three levels, with an echo path of which there is nothing to hear.
-  const std::vector<double> levels{-10, -20, -30};
+  cardsim::AudioSource lastNearEnd;
   for (int32_t i = 0; i < 3; ++i) {
     SetEcho(6 + i, 16);
     app->Record(6 + i);
-    Speak(6 + i, cardsim::RenderSpeech(levels[static_cast<size_t>(i)], kMs, static_cast<uint32_t>(20 + i)));
+    lastNearEnd = Speak(6 + i, nearSpeech[static_cast<size_t>(i)]);
   }
   // Both ends at once.
   const cardsim::Recorder talkLine = Card().RecordTimeslot(0, TimeslotOf(9));
-  const Bytes talkFar = cardsim::RenderSpeech(-16, kMs, 31);
-  const Bytes talkNear = cardsim::RenderSpeech(-16, kMs, 32);
   SetEcho(9, 16);
   app->Record(9);
   ASSERT_TRUE(PlayOn(9, talkFar));
@@ -105,9 +112,11 @@ TEST_F(CEcho,
     EXPECT_GT(uncancelled, -26) << place;
     EXPECT_LE(cancelled, uncancelled - 30) << place << ": uncancelled " << uncancelled;
   }
+  ASSERT_TRUE(Card().Audio().WaitPlayed(lastNearEnd, kSlow));
+  ASSERT_TRUE(app->WaitRecorded(8, app->Recorded(8).size() + kSecond, kSlow));  // what is under way in the rings
   for (int32_t i = 0; i < 3; ++i) {
     const Bytes heard = app->Recorded(6 + i);
-    const Bytes sent = cardsim::RenderSpeech(levels[static_cast<size_t>(i)], kMs, static_cast<uint32_t>(20 + i));
+    const Bytes& sent = nearSpeech[static_cast<size_t>(i)];
     // Nothing but silence lies before and behind it, so the power of the whole is that of the speech.
     const double share = 10 * std::log10(static_cast<double>(heard.size()) / static_cast<double>(sent.size()));
     EXPECT_NEAR(cardsim::LevelOf(heard) + share, cardsim::LevelOf(sent), 0.5) << i;

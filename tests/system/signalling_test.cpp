@@ -153,6 +153,7 @@ TEST_F(CSignalling, a_reject_that_crosses_the_callers_clearing_leaves_both_sides
   Card().HoldFromLibrary(0, false);
   ASSERT_TRUE(call->WaitEnded(kSoon));
   EXPECT_TRUE(NetworkIsIdle(0, kSoon));
+  EXPECT_EQ(WaitCause(0), 21);
   EXPECT_EQ(State(0), 3U);
   ExpectWorking();
 }

@@ -96,6 +96,9 @@ std::optional<CAudioPort::Time> CAudioPort::SendDue(Time now) {
 CAudioPort::Time CAudioPort::SendStream(Time now) {
   Time next = now + kReplyPatience;
   if (pacing) {
+    if (waitForReplies) {
+      due = std::max(due, now - kMostMadeUp);
+    }
     const auto mayGo = [&] {
       return due <= now && (!waitForReplies || checker.Outstanding() == 0 || now - lastSent >= kReplyPatience);
     };

@@ -60,9 +60,11 @@ class CAudioPort {
   // Until no packet is under way any more.
   bool WaitArrived(std::chrono::milliseconds timeout) const;
   // On: no packet goes before the one before it was answered (or kReplyPatience has passed), so that sound does not
-  // depend on how busy the machine is. The pace is made up for later.
+  // depend on how busy the machine is. Of the time that this takes, kMostMadeUp at most is made up for, so that no
+  // burst overruns what takes the sound on.
   void SetWaitForReplies(bool on);
   static constexpr std::chrono::milliseconds kReplyPatience{500};
+  static constexpr std::chrono::milliseconds kMostMadeUp{40};
   // A packet exactly as given, outside all counting, to the library's audio port.
   void SendRaw(Bytes packet);
 
