@@ -70,6 +70,7 @@ TEST_F(CSound, thirty_calls_on_one_trunk_carry_their_own_sound_both_ways_bit_for
 
 TEST_F(CSound, every_trunk_of_the_largest_card_has_its_own_sound_on_its_own_timeslot) {
   ASSERT_NO_FATAL_FAILURE(Start({8}));
+  Card().Audio().SetWaitForReplies(true);  // where sound goes is asked here, not how fast
   OpenAll();
   std::vector<int32_t> channels;
   for (int32_t trunk = 0; trunk < 8; ++trunk) {
