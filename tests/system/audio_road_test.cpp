@@ -254,6 +254,7 @@ TEST_F(CAudioRoad, without_callbacks_for_sound_blocks_go_round_digits_are_heard_
   app->zelk.SetRecordCallback(nullptr);
   app->zelk.SetPlayCallback(nullptr);
   line = Card().RecordTimeslot(0, 17);
+  Card().Audio().SetWaitForReplies(true);
   Flow();
   const Bytes sound = cardsim::RenderTestPattern(16000, 9);
   ASSERT_TRUE(Play(15, sound));  // timeslot 17: timeslots 0 and 16 have no channel

@@ -10,6 +10,12 @@ constexpr size_t kBytesPerSecond = 8000;
 
 class CSound : public CSystemTest {
  protected:
+  // For tests that ask where sound goes, not how fast.
+  void StartInStep(int trunks) {
+    ASSERT_NO_FATAL_FAILURE(Start({trunks}));
+    Card().Audio().SetWaitForReplies(true);
+  }
+
   void ExpectCleanAudio(size_t card) {
     const cardsim::SAudioStatistics seen = Card(card).Audio().Statistics();
     EXPECT_GT(seen.replies, 0U);
@@ -25,7 +31,7 @@ class CSound : public CSystemTest {
 TEST_F(CSound, thirty_calls_on_one_trunk_carry_their_own_sound_both_ways_bit_for_bit) {
   constexpr size_t kSeconds = 10;
   constexpr int kCalls = 30;
-  ASSERT_NO_FATAL_FAILURE(Start({1}));
+  ASSERT_NO_FATAL_FAILURE(StartInStep(1));
   OpenAll();
   std::vector<Call> calls;
   std::vector<Bytes> fromFarEnd;
@@ -69,8 +75,7 @@ TEST_F(CSound, thirty_calls_on_one_trunk_carry_their_own_sound_both_ways_bit_for
 }
 
 TEST_F(CSound, every_trunk_of_the_largest_card_has_its_own_sound_on_its_own_timeslot) {
-  ASSERT_NO_FATAL_FAILURE(Start({8}));
-  Card().Audio().SetWaitForReplies(true);  // where sound goes is asked here, not how fast
+  ASSERT_NO_FATAL_FAILURE(StartInStep(8));
   OpenAll();
   std::vector<int32_t> channels;
   for (int32_t trunk = 0; trunk < 8; ++trunk) {

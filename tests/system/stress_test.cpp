@@ -270,7 +270,7 @@ class CManyCalls : public CCallTest {
     }
     while (ended < calls) {
       const int before = ended;
-      if (!Eventually([&] { return ended >= std::min(before + 500, calls); })) {
+      if (!Eventually([&] { return ended >= std::min(before + 500, calls); }, kSlow)) {
         return false;
       }
       app->Forget();

@@ -50,8 +50,12 @@ class CSystemTest : public testing::Test {
 
   cardsim::CCard& Card(size_t index = 0) { return sim->Card(index); }
 
-  // The library goes first: its threads must not meet cards that are being taken down.
+  // The library goes first: its threads must not meet cards that are being taken down, and its callbacks may use the
+  // application to the last.
   void TearDown() override {
+    if (app != nullptr && app->zelk.IsLoaded()) {
+      app->zelk.Shutdown();
+    }
     app.reset();
     sim.reset();
   }
