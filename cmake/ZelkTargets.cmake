@@ -20,6 +20,10 @@ if(ZELK_SANITIZE)
     -fsanitize=${ZELK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1 -g1 -UNDEBUG)
   target_link_options(zelk_options INTERFACE -fsanitize=${ZELK_SANITIZE})
 endif()
+if(ZELK_FUZZ)
+  # Every branch taken is reported to the fuzzer, which the programs link.
+  target_compile_options(zelk_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 add_library(zelk_posix_sockets INTERFACE)
 target_compile_options(zelk_posix_sockets INTERFACE -Wno-conversion -Wno-narrowing -Wno-sign-compare)
