@@ -16,6 +16,7 @@ class CAudioRoad : public CSystemTest {
     sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
     sim->Start();
     Card().Audio().SetPacing(false);
+    Card().Audio().SetWaitForReplies(true);
     app = std::make_unique<support::CApplication>(ini);
     app->onEvent = [this](const support::SAppEvent& event) { OnEvent(event); };
     ASSERT_NO_FATAL_FAILURE(StartLibrary());
@@ -254,7 +255,6 @@ TEST_F(CAudioRoad, without_callbacks_for_sound_blocks_go_round_digits_are_heard_
   app->zelk.SetRecordCallback(nullptr);
   app->zelk.SetPlayCallback(nullptr);
   line = Card().RecordTimeslot(0, 17);
-  Card().Audio().SetWaitForReplies(true);
   Flow();
   const Bytes sound = cardsim::RenderTestPattern(16000, 9);
   ASSERT_TRUE(Play(15, sound));  // timeslot 17: timeslots 0 and 16 have no channel

@@ -41,6 +41,14 @@ class CCallTest : public CSystemTest {
     }
   }
 
+  // After LoseLink: layer 2 comes up again on both sides. A call that is dialled between the two would be lost, as the
+  // exchange may have a SABME under way.
+  void MendLine(int trunk) {
+    Card().CutLine(trunk, false);
+    EXPECT_TRUE(Eventually([&] { return State(trunk * kChannelsPerTrunk) == 3U; }, kSlow)) << app->zelk.LogText();
+    EXPECT_TRUE(Card().WaitUp(kSlow)) << app->zelk.LogText();
+  }
+
   static int32_t ChannelOf(int trunk, int timeslot) {
     return trunk * kChannelsPerTrunk + (timeslot < 16 ? timeslot - 1 : timeslot - 2);
   }
