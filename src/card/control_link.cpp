@@ -46,6 +46,7 @@ bool CControlLink::Connect(uint32_t cardAddress, uint16_t port, uint32_t localAd
   }
   opened->SetReceiveBuffer(kBufferBytes);
   opened->SetSendBuffer(kBufferBytes);
+  opened->SetNoDelay(true);  // a D-channel frame must not wait for the acknowledgement of the one before
   const CScopedLock<CMutex> held(lock);
   socket = std::move(opened);
   return true;

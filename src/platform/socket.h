@@ -50,6 +50,8 @@ class CSocket {
   bool SetNonBlocking(bool on);
   bool SetReceiveBuffer(int bytes);
   bool SetSendBuffer(int bytes);
+  // A stream's small messages go at once, instead of waiting until those before are acknowledged (RFC 896).
+  bool SetNoDelay(bool on);
   bool SetBroadcast(bool on);
   // Lets a wildcard and a specific bind of one port stand side by side, as they do on Windows without an option.
   bool SetSharedPort();

@@ -330,4 +330,28 @@ TEST_F(CSignalling, a_line_that_dies_is_noticed_by_layer_2_and_its_calls_are_los
   EXPECT_EQ(State(0), 2U);
 }
 
+// A D-channel frame must not wait until the card's network acknowledges the frame before it, which may take it 40 to
+// 200 ms: here the acknowledgement of the DISCONNECT and the RELEASE that answers it.
+TEST_F(CSignalling, an_answer_on_the_d_channel_does_not_wait_for_the_cards_network) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  auto quickest = std::chrono::steady_clock::duration::max();
+  for (size_t i = 0; i < 5; ++i) {
+    ForgetAll();
+    Call call = ConnectIncoming(1);
+    call->Hangup();
+    EXPECT_EQ(WaitCause(0), 16);
+    ASSERT_TRUE(call->WaitEnded(kSoon));
+    std::chrono::steady_clock::time_point disconnect;
+    for (const cardsim::SFrameRecord& frame : Card().Seen().Frames()) {
+      const std::string name = frame.Decode().message.name;
+      if (name == "DISCONNECT") {
+        disconnect = frame.time;
+      } else if (name == "RELEASE") {
+        quickest = std::min(quickest, frame.time - disconnect);
+      }
+    }
+  }
+  EXPECT_LT(quickest, std::chrono::milliseconds(20));
+}
+
 }  // namespace

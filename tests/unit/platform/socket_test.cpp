@@ -67,6 +67,7 @@ TEST(ClosedSocket, EveryCallFails) {
   EXPECT_FALSE(socket.SetNonBlocking(true));
   EXPECT_FALSE(socket.SetReceiveBuffer(1000));
   EXPECT_FALSE(socket.SetSendBuffer(1000));
+  EXPECT_FALSE(socket.SetNoDelay(true));
   EXPECT_FALSE(socket.SetBroadcast(true));
   EXPECT_FALSE(socket.SetSharedPort());
   EXPECT_FALSE(socket.Bind({kLoopback, 0}));
@@ -180,6 +181,16 @@ TEST(UdpSocket, BufferSizesAreAccepted) {
   ASSERT_TRUE(OpenBound(socket));
   EXPECT_TRUE(socket.SetReceiveBuffer(4'194'304));
   EXPECT_TRUE(socket.SetSendBuffer(4'194'304));
+}
+
+TEST(NoDelay, IsForStreamsOnly) {
+  CSocket stream;
+  ASSERT_TRUE(stream.OpenTcp());
+  EXPECT_TRUE(stream.SetNoDelay(true));
+  EXPECT_TRUE(stream.SetNoDelay(false));
+  CSocket datagrams;
+  ASSERT_TRUE(datagrams.OpenUdp());
+  EXPECT_FALSE(datagrams.SetNoDelay(true));
 }
 
 enum class EBlockedIn { kWaitReadable, kReceiveFrom };
