@@ -355,8 +355,8 @@ int CSocket::ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote) {
     return -1;
   }
   sockaddr_in system{};
-  const int moved = impl->Retry(
-      EInterest::kRead, [&] { return impl->native.ReceiveFrom(data, ClampLength(capacity), system); });
+  const int moved =
+      impl->Retry(EInterest::kRead, [&] { return impl->native.ReceiveFrom(data, ClampLength(capacity), system); });
   if (moved >= 0) {
     remote = {system.sin_addr.s_addr, ntohs(system.sin_port)};
   }
