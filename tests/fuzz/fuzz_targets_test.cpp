@@ -3,11 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 #include <random>
 
 #include "fuzz/target.h"
 
 namespace zelk::fuzz {
+
+static void PrintTo(const STarget& target, std::ostream* out) {
+  *out << target.name;
+}
+
 namespace {
 
 constexpr int kMutations = 300;
