@@ -65,9 +65,11 @@ endfunction()
 
 # What a test costs is its compilation: little optimisation, and of the sanitizers those that the linked code needs; what
 # is undefined is looked for in the code under test.
-set(ZELK_TEST_OPTIONS -O1 -g1)
+# Linked behind zelk_options, so that its options stand behind those and overrule them.
+add_library(zelk_test_options INTERFACE)
+target_compile_options(zelk_test_options INTERFACE -O1 -g1)
 if(ZELK_SANITIZE MATCHES "undefined")
-  list(APPEND ZELK_TEST_OPTIONS -fno-sanitize=undefined)
+  target_compile_options(zelk_test_options INTERFACE -fno-sanitize=undefined)
 endif()
 
 # zelk_add_test_headers(): the target test_headers, whose precompiled headers every test program uses.
@@ -75,8 +77,8 @@ function(zelk_add_test_headers)
   # A program too, so that it is compiled as the others are.
   file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/test_headers.cpp CONTENT "int main() {}\n")
   add_executable(test_headers ${CMAKE_BINARY_DIR}/test_headers.cpp)
-  target_link_libraries(test_headers PRIVATE zelk_options GTest::gmock GTest::gtest_main Threads::Threads)
-  target_compile_options(test_headers PRIVATE ${ZELK_TEST_OPTIONS})
+  target_link_libraries(test_headers PRIVATE zelk_options zelk_test_options GTest::gmock GTest::gtest_main
+    Threads::Threads)
   if(WIN32)
     target_link_libraries(test_headers PRIVATE zelk_posix_sockets)
   endif()
@@ -95,9 +97,8 @@ function(zelk_add_tests target directory)
   string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
   target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${directory}
     ${CMAKE_SOURCE_DIR}/tests/support/${system})
-  target_link_libraries(${target} PRIVATE zelk_options ${ARGN} GTest::gmock GTest::gtest_main)
+  target_link_libraries(${target} PRIVATE zelk_options zelk_test_options ${ARGN} GTest::gmock GTest::gtest_main)
   # The test framework's headers are read once for all.
-  target_compile_options(${target} PRIVATE ${ZELK_TEST_OPTIONS})
   target_precompile_headers(${target} REUSE_FROM test_headers)
   file(GLOB c_sources ${directory}/*_test.c)
   set_source_files_properties(${c_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <climits>
 
-#include "native/socket.h"
+#include "platform/native_socket.h"
 #include "platform/socket_gate.h"
 
 namespace zelk {

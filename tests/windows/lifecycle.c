@@ -154,7 +154,8 @@ static bool Exists(const char* path) {
  * go there, deleted or moved; half a second after its opening the library closes it with the next lines.
  */
 static bool LogComesWithCalls(void) {
-  for (int call = 0; call < 20 && !Exists(logPath); ++call) {
+  const DWORD begun = GetTickCount();
+  while (!Exists(logPath) && GetTickCount() - begun < 10000) {
     ResetEvent(connected);
     ResetEvent(disconnected);
     if (!Connect() || !zelk.hangup(0) || WaitForSingleObject(disconnected, 15000) != WAIT_OBJECT_0) {

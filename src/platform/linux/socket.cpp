@@ -1,5 +1,3 @@
-#include "native/socket.h"
-
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -9,6 +7,8 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+
+#include "platform/native_socket.h"
 
 namespace zelk {
 

@@ -1,9 +1,9 @@
-#include "native/socket.h"
-
 #include <mswsock.h>
 
 #include <algorithm>
 #include <array>
+
+#include "platform/native_socket.h"
 
 namespace zelk {
 
@@ -14,6 +14,7 @@ bool SetNonBlocking(SOCKET handle) {
   return ioctlsocket(handle, static_cast<long>(FIONBIO), &on) == 0;
 }
 
+// Connected to itself: one byte in it keeps it readable.
 SOCKET MakeWakeSocket() {
   SOCKET made = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   sockaddr_in own{};
@@ -21,10 +22,10 @@ SOCKET MakeWakeSocket() {
   own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   int size = sizeof own;
   auto* const address = reinterpret_cast<sockaddr*>(&own);
-  if (made != INVALID_SOCKET && (bind(made, address, size) != 0 || getsockname(made, address, &size) != 0 ||
-                                 connect(made, address, size) != 0 || !SetNonBlocking(made))) {
+  if (made != kNoSocket && (bind(made, address, size) != 0 || getsockname(made, address, &size) != 0 ||
+                            connect(made, address, size) != 0 || !SetNonBlocking(made))) {
     closesocket(made);
-    made = INVALID_SOCKET;
+    made = kNoSocket;
   }
   return made;
 }
@@ -38,13 +39,13 @@ void StartSockets() {
 
 bool SNativeSocket::Open(int type) {
   handle = socket(AF_INET, type, 0);
-  if (handle == INVALID_SOCKET) {
+  if (handle == kNoSocket) {
     return false;
   }
   wake = MakeWakeSocket();
-  if (wake == INVALID_SOCKET || !SetNonBlocking(handle)) {
+  if (wake == kNoSocket || !SetNonBlocking(handle)) {
     closesocket(handle);
-    if (wake != INVALID_SOCKET) {
+    if (wake != kNoSocket) {
       closesocket(wake);
     }
     return false;

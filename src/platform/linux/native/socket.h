@@ -6,43 +6,15 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "platform/socket.h"
+#include <cstddef>
 
 namespace zelk {
 
-// What a socket is made of here, under the names that platform/socket.cpp is written on. Failures leave their reason in
-// LastSocketError.
+// What the system's socket calls take here.
 using NativeSocket = int;
 using NativeSize = socklen_t;
 using NativeLength = size_t;
+constexpr NativeSocket kNoSocket = -1;
 constexpr int kSendFlags = MSG_NOSIGNAL;
-
-enum class EInterest { kRead, kWrite };
-
-struct SNativeSocket {
-  NativeSocket handle = -1;  // always non-blocking
-  int wake = -1;             // readable, once woken, for ever
-
-  // type is SOCK_STREAM or SOCK_DGRAM; false leaves nothing open.
-  bool Open(int type);
-  void Close();
-  // Lets every wait that has begun or will begin return at once.
-  void Wake();
-  // kError when woken. A connect that failed gives kReady or kError; the pending error tells.
-  EWait Wait(EInterest interest, int32_t timeoutMs) const;
-
-  bool SetBuffer(int name, int bytes);
-  bool SetSharedPort();
-  // A datagram longer than the capacity is cut to it.
-  int ReceiveFrom(void* data, int capacity, sockaddr_in& from);
-};
-
-int LastSocketError();
-bool IsInterrupted(int error);
-bool WouldBlock(int error);
-bool IsConnectPending(int error);
-// Errors after which a connection is gone for good. A full buffer, a missing connection or a write behind an orderly
-// end are not among them.
-bool IsConnectionLost(int error);
 
 }  // namespace zelk

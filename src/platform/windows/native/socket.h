@@ -3,43 +3,13 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
-#include "platform/socket.h"
-
 namespace zelk {
 
-// What a socket is made of here, under the names that platform/socket.cpp is written on. Failures leave their reason in
-// LastSocketError.
+// What the system's socket calls take here.
 using NativeSocket = SOCKET;
 using NativeSize = int;
 using NativeLength = int;
+constexpr NativeSocket kNoSocket = INVALID_SOCKET;
 constexpr int kSendFlags = 0;
-
-enum class EInterest { kRead, kWrite };
-
-struct SNativeSocket {
-  NativeSocket handle = INVALID_SOCKET;  // always non-blocking
-  NativeSocket wake = INVALID_SOCKET;    // connected to itself: one byte in it keeps it readable for ever
-
-  // type is SOCK_STREAM or SOCK_DGRAM; false leaves nothing open.
-  bool Open(int type);
-  void Close();
-  // Lets every wait that has begun or will begin return at once.
-  void Wake();
-  // kError when woken. A connect that failed gives kReady or kError; the pending error tells.
-  EWait Wait(EInterest interest, int32_t timeoutMs) const;
-
-  bool SetBuffer(int name, int bytes);
-  bool SetSharedPort();
-  // A datagram longer than the capacity is cut to it.
-  int ReceiveFrom(void* data, int capacity, sockaddr_in& from);
-};
-
-int LastSocketError();
-bool IsInterrupted(int error);
-bool WouldBlock(int error);
-bool IsConnectPending(int error);
-// Errors after which a connection is gone for good. A full buffer, a missing connection or a write behind an orderly
-// end are not among them.
-bool IsConnectionLost(int error);
 
 }  // namespace zelk

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+
+#include "native/socket.h"
+#include "platform/socket.h"
+
+namespace zelk {
+
+// What the systems do each in its own way; platform/socket.cpp is the rest. Failures leave their reason in
+// LastSocketError.
+enum class EInterest { kRead, kWrite };
+
+// Thread: as CSocket's gate lets it; only Wait blocks.
+struct SNativeSocket {
+  NativeSocket handle = kNoSocket;  // always non-blocking
+  NativeSocket wake = kNoSocket;    // readable, once woken, for ever
+
+  // type is SOCK_STREAM or SOCK_DGRAM; false leaves nothing open.
+  bool Open(int type);
+  void Close();
+  // Lets every wait that has begun or will begin return at once.
+  void Wake();
+  // kError when woken. A connect that failed gives kReady or kError; the pending error tells.
+  EWait Wait(EInterest interest, int32_t timeoutMs) const;
+
+  bool SetBuffer(int name, int bytes);
+  bool SetSharedPort();
+  // A datagram longer than the capacity is cut to it.
+  int ReceiveFrom(void* data, int capacity, sockaddr_in& from);
+};
+
+int LastSocketError();
+bool IsInterrupted(int error);
+bool WouldBlock(int error);
+bool IsConnectPending(int error);
+// Errors after which a connection is gone for good. A full buffer, a missing connection or a write behind an orderly
+// end are not among them.
+bool IsConnectionLost(int error);
+
+}  // namespace zelk
