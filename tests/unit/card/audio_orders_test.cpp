@@ -17,6 +17,7 @@ constexpr int kOrdersOfAnOpening = 16;
 constexpr size_t kHeader = 8;
 constexpr size_t kFrameBytes = 64;  // two trunks
 constexpr int32_t kPatienceMs = 5000;
+constexpr char kPacketLine[] = "acket";  // in every line about packets, and in no other
 
 using EAction = SSequenceDecision::EAction;
 
@@ -147,6 +148,8 @@ class AudioOrders : public testing::Test {
   }
 
   void Close() {
+    // A packet that is only reported may be on its way still.
+    ASSERT_TRUE(handlers.WaitForPart(kPacketLine, expectedLines.size()));
     card.Close();
     const Message heard = handlers.TakeHeard();
     ASSERT_LE(heard.size() + 160, expectedSound.size());
@@ -157,7 +160,7 @@ class AudioOrders : public testing::Test {
   std::vector<std::string> LinesOfTheCard() const {
     std::vector<std::string> texts;
     for (const std::string& text : handlers.Lines()) {
-      if (text.find("acket") != std::string::npos) {
+      if (text.find(kPacketLine) != std::string::npos) {
         texts.push_back(text);
       }
     }

@@ -48,6 +48,14 @@ class CRecordingHandlers : public ICardHandlers {
     return changed.wait_for(held, std::chrono::milliseconds(timeoutMs),
                             [&] { return static_cast<size_t>(std::count(lines.begin(), lines.end(), line)) >= times; });
   }
+  // Until so many lines have the part in them.
+  bool WaitForPart(const std::string& part, size_t times) const {
+    const auto hasPart = [&](const std::string& line) { return line.find(part) != std::string::npos; };
+    std::unique_lock<std::mutex> held(lock);
+    return changed.wait_for(held, std::chrono::seconds(10), [&] {
+      return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), hasPart)) >= times;
+    });
+  }
 
   // Set before the handlers are given to a card.
   std::function<void(uint32_t, ETrunkStatus)> onStatus;
