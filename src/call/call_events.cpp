@@ -64,7 +64,8 @@ void ReleaseStray(CTrunk& trunk, ECallEvent code, const SPriEvent& event) {
 
 }  // namespace
 
-CCallEvents::CCallEvents(const CCardChannels& cardChannels) : channels(cardChannels) {}
+CCallEvents::CCallEvents(const CCardChannels& cardChannels, CLateReleases& releases)
+    : channels(cardChannels), lateReleases(releases) {}
 
 void CCallEvents::Handle(CCard& card, uint16_t trunkIndex, uint16_t bchannel, ECallEvent code,
                          const SPriEvent& event) const {
@@ -126,10 +127,6 @@ bool CCallEvents::ChooseChannel(CCard& card, uint16_t trunkIndex, const SPriEven
 
 // True when the event is about a call that was lost with its trunk, and nothing is left to do.
 bool CCallEvents::TakeLostCall(const SCall& call, ECallEvent code) {
-  if (code == CALLEV_RING) {
-    call.device.ForgetLostCall(call.event.call);
-    return false;
-  }
   if (!call.device.IsLostCall(call.event.call)) {
     return false;
   }
@@ -140,7 +137,7 @@ bool CCallEvents::TakeLostCall(const SCall& call, ECallEvent code) {
   return true;
 }
 
-void CCallEvents::Dispatch(const SCall& call, ECallEvent code) {
+void CCallEvents::Dispatch(const SCall& call, ECallEvent code) const {
   const CDevice& device = call.device;
   switch (code) {
     case CALLEV_RING:
@@ -148,6 +145,8 @@ void CCallEvents::Dispatch(const SCall& call, ECallEvent code) {
     case CALLEV_HANGUP:
     case CALLEV_HANGUP_REQ:
       return OnHangup(call, code);
+    case CALLEV_HANGUP_ACK:
+      return OnHangupAck(call);
     case CALLEV_RESTART:
       return HangUp(call.trunk, device.callHandle, kCauseNormalClearing);
     case CALLEV_CONNECT_ACK:
@@ -174,7 +173,7 @@ void CCallEvents::OnRing(const SCall& call) {
     HangUp(call.trunk, ring.call, kCauseChannelUnavailable);
     return;
   }
-  device.callHandle = ring.call;
+  device.TakeOffer(ring.call);
   SPriParties parties;
   const bool redirected = ReadParties(call.trunk, ring.call, parties) && parties.redirecting.valid;
   {
@@ -204,6 +203,13 @@ void CCallEvents::OnHangup(const SCall& call, ECallEvent code) {
   }
   EndCall(call.trunk, device, code == CALLEV_HANGUP ? call.event.call : current, call.event.cause);
   ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, call.event.cause);
+}
+
+// libpri has no call any more and will say nothing else of it.
+void CCallEvents::OnHangupAck(const SCall& call) const {
+  if (call.event.call != nullptr && call.event.call == call.device.callHandle) {
+    lateReleases.Await(call.device.channelNumber, call.event.call, call.event.cause);
+  }
 }
 
 void CCallEvents::OnConnectAck(const SCall& call) {

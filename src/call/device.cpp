@@ -99,6 +99,12 @@ void CDevice::ForgetCall() {
   SwitchEcho(false);
 }
 
+void CDevice::TakeOffer(PriCall call) {
+  CScopedLock held(callLock);
+  callHandle = call;
+  connected = false;
+}
+
 void CDevice::RememberLostCall() {
   CScopedLock held(callLock);
   PriCall call = callHandle;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <exception>
 
 #include "platform/mutex.h"
 #include "runtime/log.h"
@@ -40,7 +41,7 @@ CMutex& CreationLock() {
 }
 
 // The call member of the event's own kind.
-PriCall EventCall(const pri_event& event) {
+q931_call* EventCall(const pri_event& event) {
   switch (event.e) {
     case PRI_EVENT_RING:
     case PRI_EVENT_INFO_RECEIVED:
@@ -88,13 +89,12 @@ std::string TextOf(const char (&field)[Size]) {
   return std::string(field, std::find(field, field + Size, '\0'));
 }
 
+// All but the calls.
 void CopyEvent(const pri_event& from, SPriEvent& to) {
   to = SPriEvent();
   to.code = from.e;
   // Every event that has a channel has it in the same place.
   to.channel = HasChannel(from.e) ? from.hangup.channel : 0;
-  to.call = EventCall(from);
-  to.hangupCall = from.hangup.call;
   to.cause = EventCause(from);
   if (from.e == PRI_EVENT_RING) {
     to.callingNumber = TextOf(from.ring.callingnum);
@@ -178,21 +178,64 @@ struct CPriController::SImpl {
   // libpri may keep pointers into the last frame until the next one comes, so the buffer lives as long as it does.
   alignas(8) std::array<uint8_t, kLongestFrame + kGuardBytes> frameBuffer;
 
-  bool IsValid(PriCall call) const { return q931_is_call_valid(controller, call) != 0; }
-  static int Write(pri* controller, void* frame, int length);
-  static void Message(pri* controller, char* text);
+  CCallRegistry calls;
+
+  void UpdateCalls();
+  bool TakeEvent(const pri_event* from, SPriEvent& to);
+  // Does something to one of our calls; -1 for any other. libpri may free the call, or others, meanwhile.
+  template <class Operation>
+  int OnCall(PriCall call, Operation operation);
+  static int Write(pri* controller, void* frame, int length) noexcept;
+  static void Message(pri* controller, char* text) noexcept;
 };
 
-int CPriController::SImpl::Write(pri* controller, void* frame, int length) {
+void CPriController::SImpl::UpdateCalls() {
+  calls.Update(*controller->callpool, [](const q931_call* call) { return call->next; });
+}
+
+// A call that went with the event is still known when the event is looked at, a new one only after the update.
+bool CPriController::SImpl::TakeEvent(const pri_event* from, SPriEvent& to) {
+  if (from == nullptr) {
+    UpdateCalls();
+    return false;
+  }
+  const q931_call* call = EventCall(*from);
+  const PriCall known = calls.HandleOf(call);
+  const PriCall knownHangup = calls.HandleOf(from->hangup.call);
+  UpdateCalls();
+  CopyEvent(*from, to);
+  to.call = known != nullptr ? known : calls.HandleOf(call);
+  to.hangupCall = knownHangup != nullptr ? knownHangup : calls.HandleOf(from->hangup.call);
+  return true;
+}
+
+template <class Operation>
+int CPriController::SImpl::OnCall(PriCall call, Operation operation) {
+  q931_call* record = call == nullptr ? nullptr : calls.RecordOf(call);
+  if (record == nullptr) {
+    return -1;
+  }
+  const int result = operation(record);
+  UpdateCalls();
+  return result;
+}
+
+// Called by libpri, whose frames know no exceptions: a frame for which there is no memory counts as sent and is lost,
+// which layer 2 makes up for.
+int CPriController::SImpl::Write(pri* controller, void* frame, int length) noexcept {
   const auto* self = static_cast<SImpl*>(pri_get_userdata(controller));
   if (self == nullptr || length < 2) {
     return 0;
   }
-  return self->writer.OnPriFrame(self->trunk, static_cast<const uint8_t*>(frame), static_cast<size_t>(length));
+  try {
+    return self->writer.OnPriFrame(self->trunk, static_cast<const uint8_t*>(frame), static_cast<size_t>(length));
+  } catch (const std::exception&) {
+    return length;
+  }
 }
 
 // Also runs while a controller is being created, when its creator does not know it yet.
-void CPriController::SImpl::Message(pri* controller, char* text) {
+void CPriController::SImpl::Message(pri* controller, char* text) noexcept {
   const auto* self = controller == nullptr ? nullptr : static_cast<SImpl*>(pri_get_userdata(controller));
   const uint32_t card = self == nullptr ? 0 : self->writer.MessageCard();
   const uint32_t trunk = self == nullptr ? 0 : self->trunk;
@@ -224,6 +267,7 @@ std::unique_ptr<CPriController> CPriController::Create(IPriWriter& writer, uint3
   pri_hangup_fix_enable(impl->controller, 1);
   pri_aoc_events_enable(impl->controller, 1);
   pri_connect_ack_enable(impl->controller, 1);
+  impl->UpdateCalls();
   return std::unique_ptr<CPriController>(new CPriController(std::move(impl)));
 }
 
@@ -231,15 +275,12 @@ bool CPriController::Receive(const uint8_t* frame, size_t length, SPriEvent& eve
   if (length < kShortestFrame || length > kLongestFrame) {
     return false;
   }
+  impl->calls.Reserve();
   std::copy_n(frame, length, impl->frameBuffer.begin());
   std::fill_n(impl->frameBuffer.begin() + static_cast<ptrdiff_t>(length), kGuardBytes, kGuardByte);
-  const pri_event* result =
-      q921_receive(impl->controller, reinterpret_cast<q921_h*>(impl->frameBuffer.data()), static_cast<int>(length));
-  if (result == nullptr) {
-    return false;
-  }
-  CopyEvent(*result, event);
-  return true;
+  return impl->TakeEvent(
+      q921_receive(impl->controller, reinterpret_cast<q921_h*>(impl->frameBuffer.data()), static_cast<int>(length)),
+      event);
 }
 
 bool CPriController::NextTimer(SUnixTime& due) const {
@@ -252,83 +293,89 @@ bool CPriController::NextTimer(SUnixTime& due) const {
 }
 
 bool CPriController::RunTimers(SPriEvent& event) {
-  const pri_event* result = pri_schedule_run(impl->controller);
-  if (result == nullptr) {
-    return false;
-  }
-  CopyEvent(*result, event);
-  return true;
+  impl->calls.Reserve();
+  return impl->TakeEvent(pri_schedule_run(impl->controller), event);
 }
 
 bool CPriController::IsCallValid(PriCall call) const {
-  return impl->IsValid(call);
+  return call != nullptr && impl->calls.RecordOf(call) != nullptr;
 }
 
 bool CPriController::Parties(PriCall call, SPriParties& parties) const {
-  if (!impl->IsValid(call)) {
+  const q931_call* record = call == nullptr ? nullptr : impl->calls.RecordOf(call);
+  if (record == nullptr) {
     return false;
   }
-  parties.remote = NumberOf(call->remote_id.number);
-  parties.called = NumberOf(call->called.number);
-  parties.redirecting = NumberOf(call->redirecting.from.number);
-  parties.redirectingReason = call->redirecting.reason;
+  parties.remote = NumberOf(record->remote_id.number);
+  parties.called = NumberOf(record->called.number);
+  parties.redirecting = NumberOf(record->redirecting.from.number);
+  parties.redirectingReason = record->redirecting.reason;
   return true;
 }
 
 PriCall CPriController::NewCall() {
-  return pri_new_call(impl->controller);
+  impl->calls.Reserve();
+  const q931_call* record = pri_new_call(impl->controller);
+  impl->UpdateCalls();
+  return impl->calls.HandleOf(record);
 }
 
 int CPriController::Setup(PriCall call, int timeslot, const char* calledNumber, const char* callingNumber,
                           int numberType) {
-  if (!impl->IsValid(call)) {
-    return -1;
-  }
-  pri_sr* request = pri_sr_new();
-  if (request == nullptr) {
-    return -1;
-  }
-  pri_sr_set_channel(request, timeslot, 1, 0);
-  pri_sr_set_bearer(request, PRI_TRANS_CAP_SPEECH, PRI_LAYER_1_ALAW);
-  // libpri copies both texts and changes neither.
-  pri_sr_set_called(request, const_cast<char*>(calledNumber), numberType, 1);
-  pri_sr_set_caller(request, const_cast<char*>(callingNumber), nullptr, numberType,
-                    PRES_ALLOWED_USER_NUMBER_PASSED_SCREEN);
-  const int result = pri_setup(impl->controller, call, request);
-  pri_sr_free(request);
-  return result;
+  return impl->OnCall(call, [&](q931_call* record) {
+    pri_sr* request = pri_sr_new();
+    if (request == nullptr) {
+      return -1;
+    }
+    pri_sr_set_channel(request, timeslot, 1, 0);
+    pri_sr_set_bearer(request, PRI_TRANS_CAP_SPEECH, PRI_LAYER_1_ALAW);
+    // libpri copies both texts and changes neither.
+    pri_sr_set_called(request, const_cast<char*>(calledNumber), numberType, 1);
+    pri_sr_set_caller(request, const_cast<char*>(callingNumber), nullptr, numberType,
+                      PRES_ALLOWED_USER_NUMBER_PASSED_SCREEN);
+    const int result = pri_setup(impl->controller, record, request);
+    pri_sr_free(request);
+    return result;
+  });
 }
 
 int CPriController::DestroyCall(PriCall call) {
-  if (!impl->IsValid(call)) {
-    return -1;
-  }
-  pri_destroycall(impl->controller, call);
-  return 0;
+  return impl->OnCall(call, [this](q931_call* record) {
+    pri_destroycall(impl->controller, record);
+    return 0;
+  });
 }
 
 int CPriController::NeedMoreInfo(PriCall call, int channel) {
-  return impl->IsValid(call) ? pri_need_more_info(impl->controller, call, channel, 1) : -1;
+  return impl->OnCall(
+      call, [=, this](q931_call* record) { return pri_need_more_info(impl->controller, record, channel, 1); });
 }
 
 int CPriController::Proceeding(PriCall call, int channel) {
-  return impl->IsValid(call) ? pri_proceeding(impl->controller, call, channel, 0) : -1;
+  return impl->OnCall(call,
+                      [=, this](q931_call* record) { return pri_proceeding(impl->controller, record, channel, 0); });
 }
 
 int CPriController::Alerting(PriCall call, int channel) {
-  return impl->IsValid(call) ? pri_acknowledge(impl->controller, call, channel, 0) : -1;
+  return impl->OnCall(call,
+                      [=, this](q931_call* record) { return pri_acknowledge(impl->controller, record, channel, 0); });
 }
 
 int CPriController::Answer(PriCall call, int channel) {
-  return impl->IsValid(call) ? pri_answer(impl->controller, call, channel, 1) : -1;
+  return impl->OnCall(call, [=, this](q931_call* record) { return pri_answer(impl->controller, record, channel, 1); });
 }
 
 int CPriController::ConnectAck(PriCall call, int channel) {
-  return impl->IsValid(call) ? pri_connect_ack(impl->controller, call, channel) : -1;
+  return impl->OnCall(call,
+                      [=, this](q931_call* record) { return pri_connect_ack(impl->controller, record, channel); });
 }
 
 int CPriController::Hangup(PriCall call, int cause) {
-  return impl->IsValid(call) ? pri_hangup(impl->controller, call, cause) : -1;
+  return impl->OnCall(call, [=, this](q931_call* record) {
+    const bool isClearing = record->ourcallstate == Q931_CALL_STATE_DISCONNECT_REQUEST ||
+                            record->ourcallstate == Q931_CALL_STATE_RELEASE_REQUEST;
+    return isClearing ? 0 : pri_hangup(impl->controller, record, cause);
+  });
 }
 
 }  // namespace zelk

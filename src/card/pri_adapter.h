@@ -5,13 +5,10 @@
 #include <memory>
 #include <string>
 
+#include "card/call_registry.h"
 #include "platform/clock.h"
 
-struct q931_call;  // libpri's call, opaque outside pri_adapter.cpp
-
 namespace zelk {
-
-using PriCall = ::q931_call*;
 
 // The event codes of libpri that the library routes; the adapter checks them against libpri's own.
 enum EPriEventCode : int {
@@ -45,7 +42,8 @@ struct SPriParties {
   int redirectingReason = 0;
 };
 
-// One libpri event with the fields that call control reads, copied out of libpri's union.
+// One libpri event with the fields that call control reads, copied out of libpri's union. A call that libpri has freed
+// with the event still has the handle that it had.
 struct SPriEvent {
   int code = 0;                   // PRI_EVENT_...
   int channel = 0;                // the event's channel field; -1 when the network named none
@@ -73,7 +71,8 @@ void InstallPriMessageHook();
 
 // One libpri controller. Every call is made under the trunk's lock by the caller; only this class sees libpri.
 // Call operations are guarded: they do nothing and return -1 unless the call is one of this controller's.
-// Thread: control and application, under the trunk lock.
+// Thread: control and application, under the trunk lock. Memory that runs out is thrown before libpri is touched
+// (Receive, RunTimers, NewCall) or once it has done its part (the texts of an event); never through libpri.
 class CPriController {
  public:
   // Null when libpri cannot create it. The writer must outlive the controller and is called during creation already.
@@ -100,6 +99,8 @@ class CPriController {
   int Alerting(PriCall call, int channel);  // pri_acknowledge
   int Answer(PriCall call, int channel);
   int ConnectAck(PriCall call, int channel);
+  // 0 and nothing done for a call that we are clearing already: libpri would take a second hang-up for the end of its
+  // part and swallow the RELEASE COMPLETE that the other side waits for.
   int Hangup(PriCall call, int cause);
 
  private:

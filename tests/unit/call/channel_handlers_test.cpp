@@ -19,7 +19,7 @@ TEST_F(ChannelHandlers, EachReportReachesItsPart) {
   secondHandlers.OnMedia(0, 2, MEDIA_DTMF, nullptr, '1');
   secondHandlers.OnCallEvent(secondCard, 0, 2, CALLEV_RINGING, SPriEvent());
   EXPECT_EQ(application.Take(), (Posted{{121, EVENT_DTMF, '1'}, {121, EVENT_ALERTING, 0}}));
-  Channel(121).callHandle = reinterpret_cast<PriCall>(uintptr_t{0x10});
+  Channel(121).callHandle = PriCall(0x10);
   secondHandlers.OnCardReopening(secondCard);
   EXPECT_EQ(application.Take(), (Posted{{121, EVENT_CHANNEL_STATE, 0}}));
   secondHandlers.OnCardState(secondCard, kCardState, nullptr, 0);

@@ -82,7 +82,7 @@ TEST_F(ChannelInfo, ChannelStateFollowsLinkAndCall) {
   device.linkState = 1;
   EXPECT_EQ(Text(0, 6), "READY");
   EXPECT_EQ(Number(0, 6), 3U);
-  device.callHandle = reinterpret_cast<PriCall>(uintptr_t{0x10});
+  device.callHandle = PriCall(0x10);
   EXPECT_EQ(Text(0, 6), "INUSE");
   EXPECT_EQ(Number(0, 6), 4U);
   device.linkState = -1;

@@ -11,7 +11,7 @@ class Device : public CCallFixture {
     const CScopedLock<CMutex> held(device.infoLock);
     return device.message.data();
   }
-  PriCall Call(uintptr_t address) { return reinterpret_cast<PriCall>(address); }
+  PriCall Call(uint64_t number) { return PriCall(number); }
 };
 
 TEST_F(Device, NameShowsCardTrunkAndTimeslot) {

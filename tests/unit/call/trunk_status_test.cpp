@@ -25,7 +25,7 @@ class TrunkStatus : public CCallFixture {
   // A channel with everything that a call leaves on it.
   void GiveCall(int32_t channel) {
     CDevice& device = Channel(channel);
-    device.callHandle = reinterpret_cast<PriCall>(uintptr_t{0x10});
+    device.callHandle = PriCall(0x10);
     device.connected = true;
     device.direction = 5;
     device.endQueue.Push(1);

@@ -1,0 +1,127 @@
+#include "call/late_releases.h"
+
+#include "call_fixture.h"
+
+namespace zelk::test {
+namespace {
+
+using Posted = std::vector<SPosted>;
+
+// Without a controller: what the wait itself does. Calls and libpri: call_clearing_test.cpp.
+class LateReleases : public CCallFixture {
+ protected:
+  LateReleases() : place(table, 0), releases(place) {}
+  ~LateReleases() override { Config().clearedCallTimeoutS = 5; }
+
+  void Hold(int32_t channel, PriCall call) { Channel(channel).TakeOffer(call); }
+
+  CCardChannels place;
+  CLateReleases releases;
+};
+
+TEST_F(LateReleases, TimeBeginsWithTheNextLook) {
+  Hold(3, PriCall(7));
+  releases.Await(3, PriCall(7), 81);
+  releases.OnTime(firstCard, 100000);
+  releases.OnTime(firstCard, 104999);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_TRUE(releases.IsAwaited());
+  releases.OnTime(firstCard, 105000);
+  EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 81}}));
+  EXPECT_EQ(Channel(3).callHandle, nullptr);
+  EXPECT_FALSE(releases.IsAwaited());
+}
+
+TEST_F(LateReleases, CounterMayWrap) {
+  Hold(3, PriCall(7));
+  releases.Await(3, PriCall(7), 16);
+  releases.OnTime(firstCard, 0xFFFFFF00);
+  releases.OnTime(firstCard, 5000 - 0x101);
+  EXPECT_EQ(application.Take(), Posted{});
+  releases.OnTime(firstCard, 5000 - 0x100);
+  EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 16}}));
+}
+
+TEST_F(LateReleases, NoCauseReads16) {
+  for (const int32_t cause : {0, -1}) {
+    Hold(3, PriCall(7));
+    releases.Await(3, PriCall(7), cause);
+    releases.OnTime(firstCard, 0);
+    releases.OnTime(firstCard, 5000);
+    EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 16}}));
+  }
+}
+
+TEST_F(LateReleases, ResetsAllThatACallLeaves) {
+  Hold(3, PriCall(7));
+  Channel(3).connected = true;
+  Channel(3).direction = 1;
+  firstCard.Audio().SetEchoSwitch(0, true);
+  Channel(3).endQueue.Push(1);
+  releases.Await(3, PriCall(7), 31);
+  releases.OnTime(firstCard, 0);
+  releases.OnTime(firstCard, 5000);
+  EXPECT_FALSE(Channel(3).connected);
+  EXPECT_EQ(Channel(3).direction, 0);
+  EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
+  uint32_t value = 0;
+  EXPECT_FALSE(Channel(3).endQueue.Pop(value));
+  const CScopedLock<CMutex> held(Channel(3).infoLock);
+  EXPECT_EQ(Channel(3).lastCause, 31);
+}
+
+TEST_F(LateReleases, AnotherCallOnTheChannelIsLeftAlone) {
+  Hold(3, PriCall(7));
+  releases.Await(3, PriCall(7), 16);
+  releases.OnTime(firstCard, 0);
+  Hold(3, PriCall(8));
+  releases.OnTime(firstCard, 5000);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(Channel(3).callHandle, PriCall(8));
+  EXPECT_FALSE(releases.IsAwaited());
+}
+
+TEST_F(LateReleases, ALaterCallOfTheChannelWaitsItsOwnTime) {
+  Hold(3, PriCall(7));
+  releases.Await(3, PriCall(7), 16);
+  releases.OnTime(firstCard, 0);
+  Hold(3, PriCall(8));
+  releases.Await(3, PriCall(8), 17);
+  releases.OnTime(firstCard, 4000);
+  releases.OnTime(firstCard, 8999);
+  EXPECT_EQ(application.Take(), Posted{});
+  releases.OnTime(firstCard, 9000);
+  EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 17}}));
+}
+
+TEST_F(LateReleases, EachChannelHasItsOwnTime) {
+  for (int32_t channel = 0; channel < 120; ++channel) {
+    Hold(channel, PriCall(static_cast<uint64_t>(channel) + 1));
+    releases.Await(static_cast<uint32_t>(channel), PriCall(static_cast<uint64_t>(channel) + 1), 16);
+    releases.OnTime(firstCard, static_cast<uint32_t>(channel));
+  }
+  releases.OnTime(firstCard, 5059);
+  EXPECT_EQ(application.Take().size(), 60U);
+  releases.OnTime(firstCard, 6000);
+  EXPECT_EQ(application.Take().size(), 60U);
+}
+
+TEST_F(LateReleases, NeverMeansNever) {
+  for (const int32_t seconds : {0, -5}) {
+    Config().clearedCallTimeoutS = seconds;
+    Hold(3, PriCall(7));
+    releases.Await(3, PriCall(7), 16);
+    EXPECT_FALSE(releases.IsAwaited());
+  }
+}
+
+TEST_F(LateReleases, AChannelThatIsGoneIsForgotten) {
+  releases.Await(999, PriCall(7), 16);
+  releases.OnTime(firstCard, 0);
+  releases.OnTime(firstCard, 5000);
+  EXPECT_FALSE(releases.IsAwaited());
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+}  // namespace
+}  // namespace zelk::test
