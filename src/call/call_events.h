@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "call/card_channels.h"
+#include "call/late_releases.h"
 #include "card/card_handlers.h"
 
 namespace zelk {
@@ -18,9 +19,11 @@ constexpr uint16_t kNoBchannel = 0xFFFF;  // the network named no channel
 //   Idle ------------------> Offered ------------------------> Connected
 //     ^                         |                                  |
 //     +-- HANGUP, HANGUP_REQ ---+---- the same, or RINGING with "HangupOnAlerting"
+//
+// A HANGUP_ACK for the channel's own call changes nothing by itself: see CLateReleases.
 class CCallEvents {
  public:
-  explicit CCallEvents(const CCardChannels& channels);
+  CCallEvents(const CCardChannels& channels, CLateReleases& releases);
 
   void Handle(CCard& card, uint16_t trunkIndex, uint16_t bchannel, ECallEvent code, const SPriEvent& event) const;
 
@@ -30,8 +33,10 @@ class CCallEvents {
   bool ChooseChannel(CCard& card, uint16_t trunkIndex, const SPriEvent& event, uint16_t& bchannel) const;
   uint32_t CardOfTrunk(uint16_t trunkIndex) const;
 
+  void OnHangupAck(const SCall& call) const;
+
   static bool TakeLostCall(const SCall& call, ECallEvent code);
-  static void Dispatch(const SCall& call, ECallEvent code);
+  void Dispatch(const SCall& call, ECallEvent code) const;
   static void OnRing(const SCall& call);
   static void OnHangup(const SCall& call, ECallEvent code);
   static void OnConnectAck(const SCall& call);
@@ -39,6 +44,7 @@ class CCallEvents {
   static void OnRinging(const SCall& call);
 
   const CCardChannels& channels;
+  CLateReleases& lateReleases;
 };
 
 }  // namespace zelk

@@ -44,7 +44,6 @@ EDialResult PlaceCall(CDevice& device, CTrunk& trunk, const char* number) ZELK_R
   if (call == nullptr) {
     return EDialResult::kNoCall;
   }
-  device.ForgetLostCall(call);
   if (trunk.controller->Setup(call, static_cast<int>(device.timeslot), number, callingNumber.c_str(),
                               trunk.numberType) >= 0) {
     return EDialResult::kDone;
@@ -94,6 +93,8 @@ bool Answer(CDevice& device) {
     return true;
   }
   CTrunk& trunk = device.Trunk();
+  // The network side has nobody to wait for. That holds for an answer that failed, too.
+  const bool connectsAtOnce = trunk.nodeType == kNetworkSide;
   {
     CScopedLock held(trunk.lock);
     if (device.connected) {
@@ -103,11 +104,13 @@ bool Answer(CDevice& device) {
     if (!SendAnswer(device, trunk)) {
       FailAnswer(device);
     }
+    if (connectsAtOnce) {
+      // Before the network can end the call: its end must not be overtaken.
+      device.connected = true;
+      device.SwitchEcho(trunk.echoEnabled);
+    }
   }
-  // The network side has nobody to wait for. That holds for an answer that failed, too.
-  if (trunk.nodeType == kNetworkSide) {
-    device.connected = true;
-    device.SwitchEcho(trunk.echoEnabled);
+  if (connectsAtOnce) {
     ApplicationEvents().Post(device.channelNumber, EVENT_CONNECTED, 0);
   }
   return true;

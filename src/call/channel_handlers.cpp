@@ -3,7 +3,11 @@
 namespace zelk {
 
 CChannelHandlers::CChannelHandlers(const CChannelTable& table, uint32_t cardIndex)
-    : channels(table, cardIndex), callEvents(channels), trunkStatus(channels), media(channels) {}
+    : channels(table, cardIndex),
+      lateReleases(channels),
+      callEvents(channels, lateReleases),
+      trunkStatus(channels),
+      media(channels) {}
 
 void CChannelHandlers::Place(uint32_t firstTrunk, uint32_t firstChannel) {
   channels.Place(firstTrunk, firstChannel);
@@ -21,6 +25,14 @@ void CChannelHandlers::OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus c
 void CChannelHandlers::OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code,
                                    const SPriEvent& event) {
   callEvents.Handle(card, trunk, channel, code, event);
+}
+
+bool CChannelHandlers::AwaitsTime() const {
+  return lateReleases.IsAwaited();
+}
+
+void CChannelHandlers::OnTime(CCard& card, uint32_t nowMs) {
+  lateReleases.OnTime(card, nowMs);
 }
 
 void CChannelHandlers::OnCardReopening(CCard&) {

@@ -5,6 +5,7 @@
 #include "call/call_events.h"
 #include "call/card_channels.h"
 #include "call/channel_media.h"
+#include "call/late_releases.h"
 #include "call/trunk_status.h"
 #include "card/card_handlers.h"
 
@@ -21,12 +22,15 @@ class CChannelHandlers : public ICardHandlers {
   void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value) override;
   void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) override;
   void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) override;
+  bool AwaitsTime() const override;
+  void OnTime(CCard& card, uint32_t nowMs) override;
   void OnCardReopening(CCard& card) override;
   void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override;
   uint32_t FirstGlobalTrunk() const override;
 
  private:
   CCardChannels channels;
+  CLateReleases lateReleases;
   CCallEvents callEvents;
   CTrunkStatus trunkStatus;
   CChannelMedia media;

@@ -51,12 +51,14 @@ class CDevice : public IWaveOwner {
   void ClearCallInfo(int32_t cause);
   // Second half: no call, not connected, echo cancelling off.
   void ForgetCall();
+  // A call that the network offers. Whatever the channel was left with, it is not connected.
+  void TakeOffer(PriCall call);
 
   // A call lost with its trunk or card lives on in libpri until it is cleared there; what libpri still says of it must
   // not reach a newer call on this channel. RememberLost keeps the current call as one of these.
   void RememberLostCall();
   bool IsLostCall(PriCall call);
-  // libpri made the call anew at the same place, or has cleared it.
+  // libpri has cleared it.
   void ForgetLostCall(PriCall call);
   void ForgetLostCalls();
 
@@ -82,7 +84,7 @@ class CDevice : public IWaveOwner {
   std::atomic<uint32_t> lastError{0};
   std::atomic<bool> connected{false};
   std::atomic<bool> allowIncoming{true};
-  // Written under callLock, except when a call is offered (under the trunk lock, which Dial holds too).
+  // Written under callLock.
   std::atomic<PriCall> callHandle{nullptr};
   CMutex callLock;
 

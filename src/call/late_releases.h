@@ -13,8 +13,8 @@ namespace zelk {
 
 // Calls of one card that libpri has released without a word for the application: it confirms a clearing that the
 // library began when the other side ends it by RELEASE COMPLETE, by a STATUS that knows no call, or not at all. The
-// channel keeps the dead call for "ClearedCallTimeout" seconds; if nothing else has freed it by then it is reset and the
-// application told, as the release itself would have done.
+// channel keeps the dead call for "ClearedCallTimeout" seconds; if nothing else has freed it by then it is reset and
+// the application told, as the release itself would have done.
 //
 //   Hangup -> DISCONNECT -> ... -> HANGUP_ACK: Await --- timeout ---> reset, EVENT_DISCONNECTED
 //

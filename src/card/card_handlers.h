@@ -55,6 +55,10 @@ class ICardHandlers : public IMediaHook {
   virtual void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) = 0;
   // channel: the low 16 bits of the event's channel field, 0xFFFF when the network named none.
   virtual void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) = 0;
+  // What the passing of time brings for the calls; nowMs is a millisecond counter. Thread: control, no lock held.
+  // AwaitsTime: whether the next call of OnTime is waited for at all.
+  virtual bool AwaitsTime() const { return false; }
+  virtual void OnTime(CCard&, uint32_t /*nowMs*/) {}
   // A card that is about to be closed for a re-open: its calls are about to lose their controllers.
   virtual void OnCardReopening(CCard& card) = 0;
   // The trunk number that libpri's message lines show as the card: the number of trunks of all earlier cards.

@@ -56,6 +56,13 @@ int32_t CControlThread::WaitMs() {
   if (!IsRunning()) {
     return kWaitForever;
   }
+  const int32_t priWaitMs = PriWaitMs();
+  const ICardHandlers* handlers = core->handlers;
+  const bool awaitsTime = handlers != nullptr && handlers->AwaitsTime();
+  return awaitsTime && priWaitMs == kWaitForever ? kTimerWaitMs : priWaitMs;  // no timer's wait is longer
+}
+
+int32_t CControlThread::PriWaitMs() {
   SUnixTime earliest{};
   bool isPending = false;
   for (CTrunk& trunk : core->trunks) {
@@ -102,6 +109,10 @@ void CControlThread::RunTimers() {
   lastTimersMs = TickMs();
   for (uint32_t trunk = 0; trunk < kMaxTrunks; ++trunk) {
     RunTrunkTimers(trunk);
+  }
+  ICardHandlers* handlers = core->handlers;
+  if (handlers != nullptr && !stopping) {
+    handlers->OnTime(core->owner, lastTimersMs);
   }
 }
 

@@ -41,6 +41,7 @@ class CControlThread : public IControlSink {
  private:
   void Turn();
   int32_t WaitMs();
+  int32_t PriWaitMs();
   void OnWaitError();
   void OnTimeout();
   void OnReadable();

@@ -58,6 +58,7 @@ void CConfig::Read(const std::string& path) {
   echoTailMs = ReadProfileInt(path, kGeneral, "EchoTail", 32);
   hdlcLog = ReadProfileInt(path, kGeneral, "HdlcLog", 0) != 0;
   crc4 = ReadProfileInt(path, kGeneral, "Crc4", 0);
+  clearedCallTimeoutS = ReadProfileInt(path, kGeneral, "ClearedCallTimeout", 5);
   ReadDtmf(path);
 }
 

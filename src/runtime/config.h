@@ -50,6 +50,7 @@ class CConfig {
   std::atomic<int32_t> echoTailMs{32};
   std::atomic<bool> hdlcLog{false};
   std::atomic<int32_t> crc4{0};
+  std::atomic<int32_t> clearedCallTimeoutS{5};  // 0 and below: never
 
   SDtmfSettings Dtmf() const;
   // "AudioBuffers" within what a card can hold: below 0 counts as 0, above 4096 as 4096 (logged once).

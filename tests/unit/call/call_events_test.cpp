@@ -9,39 +9,8 @@ namespace {
 
 using Posted = std::vector<SPosted>;
 
-// The first trunk of the first card, up, with a real peer on the network side.
-class CallEvents : public CCallFixture {
+class CallEvents : public CTrunkFixture {
  protected:
-  CallEvents() : trunk(firstCard, firstHandlers, 0) {
-    trunk.Run();
-    application.Take();
-  }
-
-  // A call from the network on this timeslot.
-  PriCall Offer(int timeslot) {
-    PriCall call = trunk.peer->NewCall();
-    EXPECT_GE(trunk.peer->Setup(call, timeslot, "4711", "030123456", 33), 0);
-    trunk.Run();
-    return call;
-  }
-
-  // A call to the network that the peer has answered.
-  void Connect(int32_t channel) {
-    ASSERT_TRUE(Dial(Channel(channel), "999", "111"));
-    trunk.Run();
-    const SPriEvent ring = trunk.PeerEvent(kPriRing);
-    trunk.peer->Proceeding(ring.call, ring.channel);
-    trunk.peer->Answer(ring.call, ring.channel);
-    trunk.Run();
-    ASSERT_TRUE(Channel(channel).connected);
-    application.Take();
-  }
-
-  // Hands an event to the handlers as if libpri had made it.
-  void Raise(uint16_t bchannel, ECallEvent code, const SPriEvent& event = {}) {
-    firstHandlers.OnCallEvent(firstCard, 0, bchannel, code, event);
-  }
-
   int32_t LastCause(int32_t channel) {
     const CScopedLock<CMutex> held(Channel(channel).infoLock);
     return Channel(channel).lastCause;
@@ -59,10 +28,6 @@ class CallEvents : public CCallFixture {
     const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
     return firstCard.Trunk(0).controller->NewCall();
   }
-  bool IsValid(PriCall call) {
-    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
-    return firstCard.Trunk(0).controller->IsCallValid(call);
-  }
   // Frames to us that carry this message get an element behind their last one.
   void AddToMessage(uint8_t type, std::vector<uint8_t> element) {
     trunk.alter = [type, element = std::move(element)](std::vector<uint8_t>& frame) {
@@ -72,8 +37,6 @@ class CallEvents : public CCallFixture {
       }
     };
   }
-
-  CMemoryTrunk trunk;
 };
 
 TEST_F(CallEvents, RingIsOfferedAndAnsweredWithProceedingAndAlerting) {
@@ -326,21 +289,6 @@ TEST_F(CallEvents, CallLostWithItsTrunkEndsSilentlyOnAnIdleChannel) {
   EXPECT_EQ(application.Take(), (Posted{{6, EVENT_DISCONNECTED, 0}}));
 }
 
-TEST_F(CallEvents, NewRingAtThePlaceOfALostCallIsOffered) {
-  Connect(6);
-  PriCall lost = Channel(6).callHandle;
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
-  application.Take();
-  SPriEvent ring;
-  ring.call = lost;
-  Raise(7, CALLEV_RING, ring);
-  SPriEvent hangup;
-  hangup.call = lost;
-  hangup.cause = 16;
-  Raise(7, CALLEV_HANGUP, hangup);
-  EXPECT_EQ(application.Take(), (Posted{{6, EVENT_INCOMING_CALL, 0}, {6, EVENT_DISCONNECTED, 16}}));
-}
-
 TEST_F(CallEvents, RestartClearsTheCallAndResetsNothing) {
   Connect(6);
   Raise(7, CALLEV_RESTART);
@@ -478,7 +426,7 @@ TEST_F(CallEvents, AlertingHangsUpWhatTheHangupMemberOfTheEventHolds) {
   firstCard.Trunk(0).hangupOnAlerting = true;
   SPriEvent event;
   event.call = Channel(6).callHandle;
-  event.hangupCall = reinterpret_cast<PriCall>(uintptr_t{0x10});  // no call of libpri's: nothing is sent
+  event.hangupCall = PriCall(0x10);  // no call of libpri's: nothing is sent
   trunk.peerEvents.clear();
   Raise(7, CALLEV_RINGING, event);
   trunk.ToPeer();
@@ -530,7 +478,7 @@ TEST_F(CallEvents, ProgressLinesAreLeftOutAtTheDefaultLevel) {
 TEST_F(CallEvents, EventsWithoutAControllerChangeTheRecordAllTheSame) {
   SPriEvent event;
   event.callingNumber = "1";
-  event.call = reinterpret_cast<PriCall>(uintptr_t{0x10});
+  event.call = PriCall(0x10);
   event.cause = 16;
   firstHandlers.OnCallEvent(firstCard, 3, 1, CALLEV_RING, event);
   EXPECT_EQ(Info(90, "CLI"), "1");

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "call/application_events.h"
+#include "call/call_operations.h"
 #include "call/channel_handlers.h"
 #include "call/channel_info.h"
 #include "call/channel_table.h"
@@ -127,10 +128,14 @@ class CFrameQueue : public IPriWriter {
  public:
   int OnPriFrame(uint32_t, const uint8_t* frame, size_t length) override {
     frames.emplace_back(frame, frame + length);
+    if (const auto once = std::exchange(onFrame, nullptr)) {
+      once();
+    }
     return static_cast<int>(length);
   }
 
   std::deque<std::vector<uint8_t>> frames;
+  std::function<void()> onFrame;  // at the next frame: inside libpri, the trunk's lock held
 };
 
 // A trunk whose controller is joined in memory to a controller that plays the other side.
@@ -184,6 +189,25 @@ class CMemoryTrunk {
         Deliver(event);
       }
     }
+  }
+  // What is due on both sides, and what follows from it. nowMs: of the handlers' counter.
+  void RunTimers(uint32_t nowMs) {
+    SPriEvent event;
+    bool isDue = true;
+    while (isDue) {
+      isDue = peer->RunTimers(event);
+      if (isDue) {
+        peerEvents.push_back(event);
+      }
+      CTrunk& trunk = card.Trunk(index);
+      const CScopedLock<CRecursiveMutex> held(trunk.lock);
+      if (trunk.controller && trunk.controller->RunTimers(event)) {
+        isDue = true;
+        Deliver(event);
+      }
+    }
+    Run();
+    handlers.OnTime(card, nowMs);
   }
   void Deliver(const SPriEvent& event) {
     const SEventRoute route = RouteOf(event.code);
@@ -251,6 +275,47 @@ class CCallFixture : public ::testing::Test {
   CChannelHandlers firstHandlers;
   CChannelHandlers secondHandlers;
   CEventRecorder application;
+};
+
+// The first trunk of the first card, up, with a real peer on the network side.
+class CTrunkFixture : public CCallFixture {
+ protected:
+  CTrunkFixture() : trunk(firstCard, firstHandlers, 0) {
+    trunk.Run();
+    application.Take();
+  }
+
+  // A call from the network on this timeslot.
+  PriCall Offer(int timeslot) {
+    PriCall call = trunk.peer->NewCall();
+    EXPECT_GE(trunk.peer->Setup(call, timeslot, "4711", "030123456", 33), 0);
+    trunk.Run();
+    return call;
+  }
+
+  // A call to the network that the peer has answered.
+  void Connect(int32_t channel) {
+    ASSERT_TRUE(Dial(Channel(channel), "999", "111"));
+    trunk.Run();
+    const SPriEvent ring = trunk.PeerEvent(kPriRing);
+    trunk.peer->Proceeding(ring.call, ring.channel);
+    trunk.peer->Answer(ring.call, ring.channel);
+    trunk.Run();
+    ASSERT_TRUE(Channel(channel).connected);
+    application.Take();
+  }
+
+  // Hands an event to the handlers as if libpri had made it.
+  void Raise(uint16_t bchannel, ECallEvent code, const SPriEvent& event = {}) {
+    firstHandlers.OnCallEvent(firstCard, 0, bchannel, code, event);
+  }
+
+  bool IsValid(PriCall call) {
+    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+    return firstCard.Trunk(0).controller->IsCallValid(call);
+  }
+
+  CMemoryTrunk trunk;
 };
 
 }  // namespace zelk::test

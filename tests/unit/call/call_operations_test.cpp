@@ -5,30 +5,7 @@
 
 #include "call/disconnect_cause.h"
 #include "call_fixture.h"
-
-// libpri allocates with calloc; the n-th one from now on this thread can be made to fail.
-#if defined(__has_feature)
-#define ZELK_TEST_FEATURE(x) __has_feature(x)
-#else
-#define ZELK_TEST_FEATURE(x) 0
-#endif
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && \
-    !ZELK_TEST_FEATURE(address_sanitizer) && !ZELK_TEST_FEATURE(thread_sanitizer)
-constexpr bool kCanFailCalloc = true;
-thread_local int callocUntilFailure = 0;
-
-extern "C" void* __libc_calloc(size_t count, size_t size);
-
-extern "C" void* calloc(size_t count, size_t size) {
-  if (callocUntilFailure > 0 && --callocUntilFailure == 0) {
-    return nullptr;
-  }
-  return __libc_calloc(count, size);
-}
-#else
-constexpr bool kCanFailCalloc = false;
-int callocUntilFailure = 0;
-#endif
+#include "support/libpri_surroundings.h"
 
 namespace zelk::test {
 namespace {
@@ -151,27 +128,27 @@ TEST_F(CallOperations, NumbersOfAnyLengthAreTaken) {
 }
 
 TEST_F(CallOperations, CallThatLibpriCannotMakeFailsWithALine) {
-  if (!kCanFailCalloc) {
+  if (!support::CanReplaceCalloc()) {
     GTEST_SKIP() << "this build's calloc belongs to its sanitizer";
   }
   JoinTrunk(kUser);
   CLogCapture log(9);
-  callocUntilFailure = 1;
+  support::FailCalloc(1);
   EXPECT_FALSE(Dial(Channel(0), "1", "2"));
-  EXPECT_EQ(callocUntilFailure, 0);
+  EXPECT_FALSE(support::IsCallocFailureDue());
   EXPECT_EQ(Channel(0).callHandle, nullptr);
   EXPECT_EQ(log.Lines(), (Lines{"  0 :Dial() -> new call failed"}));
 }
 
 TEST_F(CallOperations, RefusedSetupKeepsTheDestroyedCallUntilAReset) {
-  if (!kCanFailCalloc) {
+  if (!support::CanReplaceCalloc()) {
     GTEST_SKIP() << "this build's calloc belongs to its sanitizer";
   }
   JoinTrunk(kUser);
   CLogCapture log(9);
-  callocUntilFailure = 2;  // the call can be made, the request cannot
+  support::FailCalloc(2);  // the call can be made, the request cannot
   EXPECT_FALSE(Dial(Channel(0), "1", "2"));
-  EXPECT_EQ(callocUntilFailure, 0);
+  EXPECT_FALSE(support::IsCallocFailureDue());
   EXPECT_TRUE(trunk->fromUs.frames.empty());
   {
     CTrunk& own = firstCard.Trunk(0);
@@ -230,6 +207,37 @@ TEST_F(CallOperations, FailedAnswerIsNotLoggedAboveLevel2) {
   CLogCapture log(3);
   EXPECT_TRUE(Answer(Channel(35)));
   EXPECT_EQ(log.Lines(), Lines{});
+}
+
+// The end of the call waits at the trunk's lock while the application answers.
+TEST_F(CallOperations, AnswerOnTheNetworkSideNeverConnectsACallThatHasEnded) {
+  constexpr int kRounds = 500;
+  JoinTrunk(kNetwork);
+  for (int round = 0; round < kRounds; ++round) {
+    Offer(5);
+    SPriEvent end;
+    end.call = Channel(4).callHandle;
+    end.cause = 16;
+    std::atomic<bool> isAtTheLock{false};
+    std::thread control;
+    trunk->fromUs.onFrame = [&] {
+      control = std::thread([&] {
+        isAtTheLock = true;
+        const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+        firstHandlers.OnCallEvent(firstCard, 0, 5, CALLEV_HANGUP, end);
+      });
+      while (!isAtTheLock) {
+        std::this_thread::yield();
+      }
+    };
+    Answer(Channel(4));
+    control.join();
+    ASSERT_EQ(Channel(4).callHandle, nullptr) << round;
+    ASSERT_FALSE(Channel(4).connected) << round;
+    trunk->Run();
+    trunk->peerEvents.clear();
+    application.Take();
+  }
 }
 
 TEST_F(CallOperations, FailedAnswerOnTheNetworkSideStillConnects) {
@@ -327,7 +335,7 @@ TEST_F(CallOperations, HangupOfAnIdleChannelSendsAndLogsNothing) {
 
 TEST_F(CallOperations, HangupOfACallThatLibpriDoesNotKnowLogs) {
   CLogCapture log(9);
-  Channel(35).callHandle = reinterpret_cast<PriCall>(uintptr_t{0x10});
+  Channel(35).callHandle = PriCall(0x10);
   EXPECT_TRUE(Hangup(Channel(35)));
   EXPECT_EQ(log.Lines(), (Lines{" 35 :Hangup()-> Failed in Q931 release()"}));
 }
