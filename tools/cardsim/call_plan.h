@@ -17,14 +17,23 @@ constexpr int kNoCause = -1;  // a message without a cause element
 // When the far end's sound starts and when what it hears is recorded.
 enum class EAudioFrom { kSetup, kConnect };
 
+// How the exchange answers a DISCONNECT from the library; ITU-T Q.931 allows all of them.
+enum class EClearing {
+  kRelease,          // RELEASE, the rule
+  kReleaseComplete,  // RELEASE COMPLETE
+  kUnknownCall,      // RELEASE COMPLETE with cause 81: it has lost the call
+  kStatusNull,       // STATUS of the null state, which means the same (5.8.11)
+};
+
 // What the far end sends and keeps during a call, whoever placed it.
 struct SFarEnd {
-  AudioSource play;  // may be null: silence. Used up by one call
+  AudioSource play{};  // may be null: silence. Used up by one call
   EAudioFrom playFrom = EAudioFrom::kConnect;
   EAudioFrom recordFrom = EAudioFrom::kConnect;
   // The far end hangs up this long after the call was connected; never when empty.
-  std::optional<std::chrono::milliseconds> hangupAfter;
+  std::optional<std::chrono::milliseconds> hangupAfter{};
   int hangupCause = 16;
+  EClearing clearing = EClearing::kRelease;
 };
 
 // A call offered to the library.

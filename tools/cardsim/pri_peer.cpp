@@ -294,6 +294,15 @@ bool CPriPeer::Hangup(q931_call* call, int cause) {
   return pri_hangup(controller, call, cause) == 0;
 }
 
+bool CPriPeer::Forget(q931_call* call) {
+  const std::lock_guard guard(LibpriLock());
+  if (!Owns(call)) {
+    return false;
+  }
+  pri_destroycall(controller, call);
+  return true;
+}
+
 bool CPriPeer::Knows(q931_call* call) const {
   const std::lock_guard guard(LibpriLock());
   return Owns(call);

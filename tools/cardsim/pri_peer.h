@@ -65,6 +65,8 @@ class CPriPeer {
   bool Connect(q931_call* call, int timeslot);
   bool ConnectAcknowledge(q931_call* call);
   bool Hangup(q931_call* call, int cause);
+  // Frees the call; nothing is sent, and what still comes for it is for a call that nobody knows.
+  bool Forget(q931_call* call);
   // Whether libpri still has the call; a hang-up may free it at once.
   bool Knows(q931_call* call) const;
   // Sends one digit of the number after a SETUP ACKNOWLEDGE.

@@ -174,7 +174,11 @@ void CTrunkCalls::OnCleared(const Call& call, const SPriEvent& event) {
   CloseAudio(call);
   if (event.code == PRI_EVENT_HANGUP_REQ) {
     call->Step(ESimCallState::kDisconnecting);
-    peer.Hangup(call->handle, event.cause);
+    if (ReleasesAtOnce(call)) {
+      End(call);
+    } else {
+      peer.Hangup(call->handle, event.cause);
+    }
     return;
   }
   // After a HANGUP the call is libpri's until it is hung up here; a HANGUP_ACK comes when it has been freed.
@@ -182,6 +186,26 @@ void CTrunkCalls::OnCleared(const Call& call, const SPriEvent& event) {
     peer.Hangup(call->handle, event.cause);
   }
   End(call);
+}
+
+// The answers to a DISCONNECT that leave nothing to be cleared; libpri would send a RELEASE.
+bool CTrunkCalls::ReleasesAtOnce(const Call& call) {
+  constexpr std::uint8_t kReleaseComplete = 0x5A;
+  constexpr std::uint8_t kStatus = 0x7D;
+  switch (call->farEnd.clearing) {
+    case EClearing::kRelease:
+      return false;
+    case EClearing::kReleaseComplete:
+      peer.SendMessage(call->handle, kReleaseComplete, Bytes{0x08, 0x02, 0x81, 0x90});  // cause 16
+      break;
+    case EClearing::kUnknownCall:
+      peer.SendMessage(call->handle, kReleaseComplete, Bytes{0x08, 0x02, 0x81, 0xD1});  // cause 81
+      break;
+    case EClearing::kStatusNull:
+      peer.SendMessage(call->handle, kStatus, Bytes{0x08, 0x02, 0x81, 0xE5, 0x14, 0x01, 0x00});  // cause 101, state 0
+      break;
+  }
+  return peer.Forget(call->handle);
 }
 
 void CTrunkCalls::Disconnect(const Call& call, int cause) {

@@ -55,6 +55,7 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   void Later(const Call& call, std::chrono::milliseconds delay, Action action);
   void PostFor(Call call, Action action);
   void Disconnect(const Call& call, int cause);
+  bool ReleasesAtOnce(const Call& call);
   void End(const Call& call);
 
   bool TakeTimeslot(const Call& call, int timeslot);
