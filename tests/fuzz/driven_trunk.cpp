@@ -136,6 +136,7 @@ void CDrivenTrunk::Elapse(int64_t ms) {
       Route(event);
     }
   }
+  handlers.OnTime(card, static_cast<uint32_t>(nowMs));
   AnswerLayer2();
 }
 

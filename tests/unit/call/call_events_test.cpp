@@ -165,6 +165,21 @@ TEST_F(CallEvents, RingWithoutChannelOnTheSecondTrunkLandsOneTrunkFurtherOn) {
   EXPECT_EQ(Channel(30).callHandle, nullptr);
 }
 
+// Something has been sent already: the refusal is a DISCONNECT then (ITU-T Q.931, 5.3.2), not a RELEASE COMPLETE.
+TEST_F(CallEvents, RingRefusedAfterItsSetupAcknowledgeIsClearedByDisconnect) {
+  CMemoryTrunk second(firstCard, firstHandlers, 1);
+  second.Run();
+  application.Take();
+  Channel(30).Open();
+  SetInfo(Channel(60), "ALLOWINCOMING", "0");  // where the number that is formed for channel 30 leads
+  second.channelSeen = kNoBchannel;
+  second.peer->Setup(second.peer->NewCall(), 1, "1", "2", 33);
+  second.Run();
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_EQ(second.PeerEvent(kPriHangup).call, nullptr);
+  EXPECT_EQ(second.PeerEvent(kPriHangupRequest).cause, kCauseChannelUnavailable);
+}
+
 TEST_F(CallEvents, RingWithoutChannelNeverReachesAnotherCard) {
   // On the second card (channels 120-149) the number formed from the flat index is far outside of it.
   CMemoryTrunk second(secondCard, secondHandlers, 0);

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <random>
 #include <thread>
 
@@ -183,6 +184,65 @@ TEST(PriController, EveryOperationRefusesACallThatIsNotItsOwn) {
   }
 }
 
+TEST(PriController, AnEventOfACallThatIsFreedWithItStillHasItsHandle) {
+  CPriPair pair;
+  pair.Run();
+  const PriCall call = Dial(pair, pair.user);
+  pair.network.controller->Hangup(RingOf(pair.network), 44);  // RELEASE COMPLETE
+  pair.Run();
+  const SPriEvent* hangup = pair.user.Find(kPriHangup);
+  ASSERT_NE(hangup, nullptr);
+  EXPECT_EQ(hangup->call, call);
+  EXPECT_TRUE(pair.user.controller->IsCallValid(call));
+  pair.user.controller->Hangup(call, 16);
+  EXPECT_FALSE(pair.user.controller->IsCallValid(call));
+  const PriCall second = Dial(pair, pair.user);
+  EXPECT_NE(second, call);
+  pair.user.controller->Hangup(second, 16);
+  pair.network.controller->Hangup(pair.network.events.back().call, 44);
+  pair.Run();
+  const SPriEvent& acknowledge = pair.user.events.back();
+  EXPECT_EQ(acknowledge.code, kPriHangupAck);
+  EXPECT_EQ(acknowledge.call, second);
+  EXPECT_FALSE(pair.user.controller->IsCallValid(second));
+}
+
+TEST(PriController, ASecondHangupOfACallThatIsBeingClearedWritesNothingAndSucceeds) {
+  CPriPair pair;
+  pair.Run();
+  const PriCall call = Dial(pair, pair.user);
+  pair.network.controller->Proceeding(RingOf(pair.network), 3);
+  pair.Run();
+  EXPECT_EQ(pair.user.controller->Hangup(call, 16), 0);
+  const size_t written = pair.user.written.size();
+  EXPECT_EQ(pair.user.controller->Hangup(call, 16), 0);
+  EXPECT_EQ(pair.user.written.size(), written);
+  EXPECT_TRUE(pair.user.controller->IsCallValid(call));
+}
+
+// A writer without memory: nothing of that passes through libpri.
+class CPoorSide : public CPriSide {
+ public:
+  using CPriSide::CPriSide;
+  int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override {
+    return isPoor ? throw std::bad_alloc() : CPriSide::OnPriFrame(trunk, frame, length);
+  }
+  bool isPoor = false;
+};
+
+TEST(PriController, AFrameThatMemoryCannotHoldIsLostAndSentAgain) {
+  CPoorSide side(2);
+  SPriEvent event;
+  const uint8_t sabme[] = {0x02, 0x01, 0x7F, 0, 0};
+  side.written.clear();
+  side.isPoor = true;
+  side.controller->Receive(sabme, sizeof sabme, event);
+  EXPECT_TRUE(side.written.empty());
+  side.isPoor = false;
+  side.controller->Receive(sabme, sizeof sabme, event);
+  EXPECT_FALSE(side.written.empty());
+}
+
 TEST(PriController, LongNumbersAreCutTo31Characters) {
   CPriPair pair;
   pair.Run();
@@ -212,13 +272,42 @@ TEST(PriController, ATimerIsPendingFromTheStart) {
   EXPECT_LT(due.seconds, now.seconds + 60);
 }
 
-TEST(PriController, UnusualNodeTypesAreHandedOn) {
+// What is logged from its construction to Text().
+class CLogText {
+ public:
+  CLogText() : path((std::filesystem::temp_directory_path() / "zelk-pri-adapter-test.log").string()) {
+    Log().Start(path);  // what was pending goes to the file, and the file goes
+    Log().Stop();
+    std::filesystem::remove(path);
+    InstallPriMessageHook();
+  }
+  ~CLogText() { std::filesystem::remove(path); }
+  CLogText(const CLogText&) = delete;
+  CLogText& operator=(const CLogText&) = delete;
+
+  std::string Text() const {
+    Log().Start(path);
+    Log().Stop();
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+ private:
+  const std::string path;
+};
+
+// libpri takes them, says of each frame that it does not know how to send it, and never brings layer 2 up.
+TEST(PriController, UnusualNodeTypesAreHandedOnAndStayDown) {
   for (const int node : {0, 3, 5, 10}) {
+    const CLogText log;
     CPriSide side(node);
     ASSERT_NE(side.controller, nullptr) << node;
     SPriEvent event;
     const uint8_t sabme[] = {0x00, 0x01, 0x7F, 0, 0};
-    side.controller->Receive(sabme, sizeof sabme, event);
+    EXPECT_FALSE(side.controller->Receive(sabme, sizeof sabme, event)) << node;
+    EXPECT_TRUE(side.written.empty()) << node;
+    const std::string text = log.Text();
+    EXPECT_NE(text.find("SABME on a type " + std::to_string(node) + " node"), std::string::npos) << text;
   }
 }
 
@@ -396,21 +485,15 @@ class CLabelledSide : public CPriSide {
 };
 
 TEST(PriMessageHook, WritesLibprisMessagesToTheLog) {
-  const std::string path = (std::filesystem::temp_directory_path() / "zelk-pri-hook-test.log").string();
-  std::filesystem::remove(path);
-  InstallPriMessageHook();
+  const CLogText log;
   {
     CLabelledSide side;
     SPriEvent event;
     const uint8_t xid[] = {0x02, 0x01, 0xAF, 0, 0};
     side.controller->Receive(xid, sizeof xid, event);
   }
-  ASSERT_TRUE(Log().Start(path));
-  Log().Stop();
-  std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const std::string text = log.Text();
   EXPECT_NE(text.find("  G :Debug Message: Card[4] Link[1]: !! XID frames not supported"), std::string::npos) << text;
-  std::filesystem::remove(path);
 }
 
 }  // namespace

@@ -26,6 +26,7 @@ void ExpectDefaults(const CConfig& config) {
   EXPECT_EQ(config.echoTailMs, 32);
   EXPECT_FALSE(config.hdlcLog);
   EXPECT_EQ(config.crc4, 0);
+  EXPECT_EQ(config.clearedCallTimeoutS, 5);
   const SDtmfSettings dtmf = config.Dtmf();
   EXPECT_FLOAT_EQ(dtmf.normalTwist, 7.0F);
   EXPECT_FLOAT_EQ(dtmf.reverseTwist, 7.0F);
@@ -55,7 +56,7 @@ TEST_F(ConfigFile, EveryGeneralKeyIsRead) {
   Read(
       "[Debug]\nLevel=1\nFlushImmediate=1\n"
       "[General]\nAudioBuffers=40\nHangupOnAlerting=1\nNumberType=65\nClientType=1\nSwitchType=1\n"
-      "EchoCanceller=1\nEchoTail=64\nHdlcLog=1\nCrc4=1\n"
+      "EchoCanceller=1\nEchoTail=64\nHdlcLog=1\nCrc4=1\nClearedCallTimeout=60\n"
       "[Dtmf]\nNormalTwist=1.5\nReverseTwist=2.5\nRowPeak=3.5\nColPeak=4.5\nTotalEnergy=5.5\n");
   EXPECT_EQ(config.level, 1);
   EXPECT_TRUE(config.flushImmediate);
@@ -68,6 +69,7 @@ TEST_F(ConfigFile, EveryGeneralKeyIsRead) {
   EXPECT_EQ(config.echoTailMs, 64);
   EXPECT_TRUE(config.hdlcLog);
   EXPECT_EQ(config.crc4, 1);
+  EXPECT_EQ(config.clearedCallTimeoutS, 60);
   const SDtmfSettings dtmf = config.Dtmf();
   EXPECT_FLOAT_EQ(dtmf.normalTwist, 1.5F);
   EXPECT_FLOAT_EQ(dtmf.reverseTwist, 2.5F);
