@@ -349,11 +349,12 @@ TEST_F(CallOperations, DialHangupAndLossesAtTheSameTimeNeitherRaceNorLock) {
     }
   };
   std::atomic<bool> stop{false};
+  std::atomic<uint32_t> dialled{0};
   std::vector<std::thread> threads;
   for (int32_t channel = 0; channel < 4; ++channel) {
-    threads.emplace_back([this, channel, &stop] {
+    threads.emplace_back([this, channel, &stop, &dialled] {
       while (!stop) {
-        Dial(Channel(channel), "1", "2");
+        dialled += Dial(Channel(channel), "1", "2") ? 1 : 0;
         Info(channel, "CHANNELSTATE");
         Answer(Channel(channel));
         Hangup(Channel(channel));
@@ -366,7 +367,7 @@ TEST_F(CallOperations, DialHangupAndLossesAtTheSameTimeNeitherRaceNorLock) {
       firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
     }
   });
-  for (int turn = 0; turn < 200; ++turn) {
+  for (int turn = 0; turn < 200 || dialled < 200; ++turn) {
     CTrunk& own = firstCard.Trunk(0);
     const CScopedLock<CRecursiveMutex> held(own.lock);
     firstHandlers.OnTrunkStatus(firstCard, 0, turn % 2 == 0 ? kDchannelUp : kDchannelDown, 0, 0);
@@ -382,6 +383,18 @@ TEST_F(CallOperations, DialHangupAndLossesAtTheSameTimeNeitherRaceNorLock) {
     thread.join();
   }
   application.reaction = nullptr;
+  // Whatever was under way, the loss of the trunk ends it, and the channels and their neighbours are as new.
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0);
+  for (int32_t channel = 0; channel < 30; ++channel) {
+    EXPECT_EQ(Info(channel, "CHANNELSTATE"), "READY") << channel;
+    EXPECT_FALSE(Channel(channel).connected) << channel;
+    EXPECT_EQ(Info(channel, "DLI"), "") << channel;
+  }
+  application.Take();
+  trunk->fromUs.frames.clear();
+  EXPECT_TRUE(Dial(Channel(0), "1", "2"));
 }
 
 }  // namespace
