@@ -108,7 +108,7 @@ void CLibrary::AddCard(uint32_t cardIndex, uint32_t firstTrunk, uint32_t trunkCo
   slot.handlers.Place(firstTrunk, firstChannel);
   if (std::exchange(slot.hasReported, true)) {
     // Handlers hear of every opening but the first; this one happened while they had no channels to report to.
-    slot.handlers.OnCardState(slot.card, kCardState, nullptr, 1);
+    slot.handlers.OnCardState(slot.card, kCardState, nullptr, 1, CStopFlag{});
   }
   slot.card.SetHandlers(&slot.handlers);
   for (uint32_t trunk = 0; trunk < trunkCount; ++trunk) {
@@ -148,7 +148,8 @@ void CLibrary::Shutdown() {
   }
 }
 
-// The listener goes first, so that it cannot open a card again; the channels last, when no card thread can reach them.
+// The listener goes first, so that it cannot open a card again; the channels last, when no card thread can reach them:
+// one that is held in a callback for longer than all the waits here touches none when it comes back.
 void CLibrary::TearDown() {
   listener.Stop();
   for (const std::unique_ptr<SCardSlot>& slot : slots) {

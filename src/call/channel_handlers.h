@@ -19,12 +19,13 @@ class CChannelHandlers : public ICardHandlers {
 
   void Place(uint32_t firstTrunk, uint32_t firstChannel);
 
-  void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value) override;
-  void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) override;
+  void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value, const CStopFlag& caller) override;
+  void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
+                     const CStopFlag& caller) override;
   void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) override;
   bool AwaitsTime() const override;
-  void OnTime(CCard& card, uint32_t nowMs) override;
-  void OnCardReopening(CCard& card) override;
+  void OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller) override;
+  void OnCardReopening(CCard& card, const CStopFlag& caller) override;
   void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override;
   uint32_t FirstGlobalTrunk() const override;
 

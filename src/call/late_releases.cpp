@@ -28,8 +28,8 @@ void CLateReleases::Await(uint32_t channel, PriCall call, int32_t cause) {
   count = awaited.size();
 }
 
-void CLateReleases::OnTime(CCard& card, uint32_t nowMs) {
-  while (IsAwaited()) {
+void CLateReleases::OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller) {
+  while (!caller.IsSet() && IsAwaited()) {
     const std::optional<SAwaited> due = TakeDue(nowMs);
     if (!due) {
       return;

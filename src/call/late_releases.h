@@ -19,7 +19,7 @@ namespace zelk {
 //   Hangup -> DISCONNECT -> ... -> HANGUP_ACK: Await --- timeout ---> reset, EVENT_DISCONNECTED
 //
 // Thread: Await and OnTime control; IsAwaited any. No lock but the trunk's is held while the application's callback
-// runs. Nothing allocates after construction.
+// runs; once the caller has been given up meanwhile, nothing is touched any more. Nothing allocates after construction.
 class CLateReleases {
  public:
   explicit CLateReleases(const CCardChannels& channels);
@@ -27,7 +27,7 @@ class CLateReleases {
   // The time begins with the next OnTime. A cause of 0 or below is none: the reset then says 16.
   void Await(uint32_t channel, PriCall call, int32_t cause);
   bool IsAwaited() const { return count != 0; }
-  void OnTime(CCard& card, uint32_t nowMs);
+  void OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller);
 
  private:
   struct SAwaited {

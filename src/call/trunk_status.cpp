@@ -2,6 +2,7 @@
 
 #include "call/application_events.h"
 #include "call/disconnect_cause.h"
+#include "card/trunk_lock.h"
 #include "runtime/log.h"
 
 namespace zelk {
@@ -10,16 +11,30 @@ namespace {
 
 constexpr uint8_t kLineUnknown = 3;
 
-// The channel goes down with whatever call it has; no disconnected event, and the direction stays.
-void TakeDown(CDevice& device) {
+// The controllers are gone by then: only a callback that hangs holds a trunk's lock for longer.
+constexpr uint32_t kReopenLockMs = 100;
+
+// False when the caller has been given up.
+bool PostState(const CDevice& device, int32_t state, const CStopFlag& caller) {
+  ApplicationEvents().Post(device.channelNumber, EVENT_CHANNEL_STATE, state);
+  return !caller.IsSet();
+}
+
+// The channel goes down with whatever call it has; no disconnected event, and the direction stays. The trunk's lock
+// keeps new calls away meanwhile; where it is not to be had, whoever has it is in a callback and begins none.
+// False when the caller has been given up.
+bool TakeDown(CDevice& device, const SLockPatience& patience) {
   {
-    CScopedLock held(device.Trunk().lock);
+    const CTrunkLock held(device.Trunk().lock, patience);
+    if (patience.caller.IsSet()) {
+      return false;
+    }
     device.linkState = -1;
     device.RememberLostCall();
     device.ClearCallInfo(kCauseNormalClearing);
     device.ForgetCall();
   }
-  ApplicationEvents().Post(device.channelNumber, EVENT_CHANNEL_STATE, 0);
+  return PostState(device, 0, patience.caller);
 }
 
 const char* QueueOverflowText(uint32_t direction) {
@@ -52,7 +67,8 @@ const char* HdlcErrorText(uint32_t error) {
 
 CTrunkStatus::CTrunkStatus(const CCardChannels& cardChannels) : channels(cardChannels) {}
 
-void CTrunkStatus::OnStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) const {
+void CTrunkStatus::OnStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
+                            const CStopFlag& caller) const {
   // The card number of these lines is the number of trunks of all earlier cards.
   const uint32_t number = channels.FirstTrunk();
   const auto logLine = [&](const char* text) {
@@ -61,10 +77,10 @@ void CTrunkStatus::OnStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint
   switch (code) {
     case kDchannelUp:
       logLine("DCHANNEL UP");
-      return SetTrunkUp(trunk);
+      return SetTrunkUp(trunk, caller);
     case kDchannelDown:
       logLine("DCHANNEL DOWN");
-      return SetTrunkDown(trunk);
+      return SetTrunkDown(trunk, caller);
     case kQueueOverflow:
       return logLine(QueueOverflowText(value32));
     case kHdlcError:
@@ -82,14 +98,15 @@ void CTrunkStatus::OnStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint
   }
 }
 
-void CTrunkStatus::OnCardState(CCard&, ECardCode code, const char* text, uint32_t value) const {
+void CTrunkStatus::OnCardState(CCard&, ECardCode code, const char* text, uint32_t value,
+                               const CStopFlag& caller) const {
   if (code != kCardState) {
     LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: %s", channels.CardIndex(), text != nullptr ? text : "");
     return;
   }
   LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u is %s", channels.CardIndex(), value != 0 ? "up" : "down");
   if (value == 0) {
-    LoseCard();
+    LoseCard(caller);
   }
 }
 
@@ -98,54 +115,63 @@ size_t CTrunkStatus::FirstSlot(uint32_t trunk) const {
 }
 
 // Slots are looked up afresh each time: the application may shut the library down while its callback runs.
-void CTrunkStatus::SetTrunkUp(uint32_t trunk) const {
+void CTrunkStatus::SetTrunkUp(uint32_t trunk, const CStopFlag& caller) const {
   const size_t first = FirstSlot(trunk);
   for (size_t slot = first; slot < first + kChannelsPerTrunk; ++slot) {
     CDevice* device = channels.At(slot);
-    if (device != nullptr && device->linkState.exchange(1) != 1) {
-      ApplicationEvents().Post(device->channelNumber, EVENT_CHANNEL_STATE, 1);
+    if (device != nullptr && device->linkState.exchange(1) != 1 && !PostState(*device, 1, caller)) {
+      return;
     }
   }
 }
 
-void CTrunkStatus::SetTrunkDown(uint32_t trunk) const {
+void CTrunkStatus::SetTrunkDown(uint32_t trunk, const CStopFlag& caller) const {
+  const SLockPatience patience(kNoLimitMs, caller);
   const size_t first = FirstSlot(trunk);
   for (size_t slot = first; slot < first + kChannelsPerTrunk; ++slot) {
     CDevice* device = channels.At(slot);
-    if (device != nullptr && device->linkState != -1) {
-      TakeDown(*device);
+    if (device != nullptr && device->linkState != -1 && !TakeDown(*device, patience)) {
+      return;
     }
   }
 }
 
-void CTrunkStatus::LoseCard() const {
+void CTrunkStatus::LoseCard(const CStopFlag& caller) const {
+  const SLockPatience patience(kNoLimitMs, caller);
   const size_t first = channels.FirstChannel();
   for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
     if (CDevice* device = channels.At(slot)) {
       device->Trunk().lineStatus = kLineUnknown;
-      TakeDown(*device);
+      if (!TakeDown(*device, patience)) {
+        return;
+      }
     }
   }
 }
 
-void CTrunkStatus::OnCardReopening() const {
-  const size_t first = channels.FirstChannel();
-  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
-    CDevice* device = channels.At(slot);
-    if (device == nullptr) {
-      continue;
-    }
-    const bool hasCall = device->callHandle != nullptr;
-    if (hasCall) {
-      TakeDown(*device);
-    }
+void CTrunkStatus::OnCardReopening(const CStopFlag& caller) const {
+  if (!TakeCallsDown(caller)) {
+    return;
   }
   // The controllers take their calls with them: nothing will be said of a lost call again.
+  const size_t first = channels.FirstChannel();
   for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
     if (CDevice* device = channels.At(slot)) {
       device->ForgetLostCalls();
     }
   }
+}
+
+bool CTrunkStatus::TakeCallsDown(const CStopFlag& caller) const {
+  const SLockPatience patience(kReopenLockMs, caller);
+  const size_t first = channels.FirstChannel();
+  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
+    CDevice* device = channels.At(slot);
+    if (device != nullptr && device->callHandle != nullptr && !TakeDown(*device, patience)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 void CTrunkStatus::ResetLink(CCard& card, uint32_t trunk) const {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 
+#include "media/stop_flag.h"
 #include "platform/socket.h"
 #include "runtime/log.h"
 
@@ -27,14 +29,14 @@ class CAnnouncementListener::CWorker {
     if (!OpenSocket(socket)) {
       return;
     }
-    while (!stopRequested) {
+    while (!stop.IsSet()) {
       if (socket.WaitReadable(kWaitMs) == EWait::kReady) {
         TakeDatagram(socket);
       }
     }
   }
 
-  void RequestStop() { stopRequested = true; }
+  void RequestStop() { stop.Set(); }
 
  private:
   static bool OpenSocket(CSocket& socket) {
@@ -58,22 +60,30 @@ class CAnnouncementListener::CWorker {
   // A card that was never opened has the serial number 0 and cannot be announced.
   void ReopenCards(uint32_t serialNumber, uint32_t address) {
     const size_t count = std::min(cards.size(), discovered.size());
-    for (size_t i = 0; i < count && !stopRequested; ++i) {
+    for (size_t i = 0; i < count && !stop.IsSet(); ++i) {
       if (serialNumber != 0 && cards[i]->SerialNumber() == serialNumber) {
-        Reopen(*cards[i], discovered[i], serialNumber, address);
+        TryReopen(*cards[i], discovered[i], serialNumber, address);
       }
+    }
+  }
+
+  void TryReopen(CCard& card, const SDiscoveredCard& found, uint32_t serialNumber, uint32_t address) {
+    try {
+      Reopen(card, found, serialNumber, address);
+    } catch (const std::exception&) {
+      return;  // no memory, not even for its addresses: the next announcement may have more luck
     }
   }
 
   void Reopen(CCard& card, const SDiscoveredCard& found, uint32_t serialNumber, uint32_t address) {
     LogFormat(ELogClass::kStatus, kGeneralLine, "Broadcast from Card serial no %u", serialNumber);
-    const bool isOpen = card.Reopen(FormatIpv4(address).c_str(), FormatIpv4(found.localAddress).c_str(), stopRequested);
+    const bool isOpen = card.Reopen(FormatIpv4(address).c_str(), FormatIpv4(found.localAddress).c_str(), stop);
     LogFormat(ELogClass::kStatus, kGeneralLine, "Card reopen has %s", isOpen ? "Succeeded" : "failed");
   }
 
   const std::vector<CCard*> cards;
   const std::vector<SDiscoveredCard> discovered;
-  std::atomic<bool> stopRequested{false};
+  CStopFlag stop;
   std::array<uint8_t, kDatagramBytes> buffer{};  // zeroed once: see ParseAnnouncement
 };
 

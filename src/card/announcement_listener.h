@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -13,7 +12,9 @@ namespace zelk {
 
 // Hears the announcement of a card that has restarted and re-opens that card.
 // Thread: Start and Stop the initialising thread; the work is done on a thread of its own, which Start fails without.
-// A re-open under way is cut short by Stop. Without its port the thread ends and nothing is ever re-opened.
+// A re-open under way is cut short by Stop. A thread that is held in a callback for longer than Stop waits touches no
+// card when it comes back. Without its port the thread ends and nothing is ever re-opened. Memory that runs out costs
+// the re-open at hand.
 class CAnnouncementListener {
  public:
   ~CAnnouncementListener();  // Stops.

@@ -1,5 +1,7 @@
 #include "card/capture_file.h"
 
+#include <exception>
+
 #include "platform/module.h"
 #include "runtime/format.h"
 #include "runtime/paths.h"
@@ -38,9 +40,14 @@ void CCaptureFile::Open(uint32_t serialNumber, uint32_t trunkNumber) {
 }
 
 void CCaptureFile::Write(char direction, const uint8_t* bytes, size_t count) {
-  if (file.IsOpen()) {
+  if (!file.IsOpen()) {
+    return;
+  }
+  try {
     const std::string line = FormatCaptureLine(direction, LocalNow(), bytes, count);
     file.Write(line.data(), line.size());
+  } catch (const std::exception&) {
+    return;  // libpri calls this: nothing may be thrown through it
   }
 }
 

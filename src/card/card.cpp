@@ -1,6 +1,7 @@
 #include "card/card.h"
 
-#include <vector>
+#include <exception>
+#include <utility>
 
 #include "card/card_core.h"
 #include "card/control_messages.h"
@@ -24,14 +25,6 @@ constexpr uint32_t kConfigurePauseMs = 1;
 constexpr uint8_t kLineUnknown = 3;
 constexpr int32_t kUserSide = 2;
 constexpr int32_t kEuroIsdn = 5;
-
-// A thread that did not end in time may still report to the core, so the core stays for good.
-void KeepForever(std::shared_ptr<CCardCore> core) {
-  static CMutex lock;
-  static std::vector<std::shared_ptr<CCardCore>>& kept = *new std::vector<std::shared_ptr<CCardCore>>();
-  const CScopedLock<CMutex> held(lock);
-  kept.push_back(std::move(core));
-}
 
 template <class Message>
 void SendMessage(CCardCore& core, const Message& message) {
@@ -57,52 +50,87 @@ void CCard::SetTrunkDefaults(int32_t switchType, int32_t clientType, int32_t num
 }
 
 bool CCard::Open(const char* cardAddress, uint16_t, const char* localAddress) {
+  const CStopFlag never{};
   const CScopedLock<CMutex> held(lifecycle);
-  return OpenLocked(cardAddress, localAddress, nullptr);
+  const bool isOpen = OpenLocked(cardAddress, localAddress, never);
+  if (!isOpen) {
+    core->facts.serialNumber = 0;
+  }
+  return isOpen;
 }
 
 void CCard::Close() {
+  const CStopFlag never{};
   const CScopedLock<CMutex> held(lifecycle);
-  CloseLocked();
+  CloseLocked(never);
 }
 
-bool CCard::Reopen(const char* cardAddress, const char* localAddress, const std::atomic<bool>& cancel) {
+bool CCard::Reopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller) {
+  uint32_t serialNumber = 0;
+  if (!BeginReopen(caller, serialNumber)) {
+    return false;
+  }
+  TellReopening(caller);
+  return !caller.IsSet() && FinishReopen(cardAddress, localAddress, caller, serialNumber);
+}
+
+void CCard::TellReopening(const CStopFlag& caller) {
+  try {
+    if (ICardHandlers* handlers = core->handlers) {
+      handlers->OnCardReopening(*this, caller);
+    }
+  } catch (const std::exception&) {
+    return;  // no memory: what they had to do is lost, the card is not
+  }
+}
+
+// Without controllers no new call can begin behind the handlers' back.
+bool CCard::BeginReopen(const CStopFlag& caller, uint32_t& serialNumber) {
   const CScopedLock<CMutex> held(lifecycle);
-  if (cancel) {
+  if (caller.IsSet()) {
     return false;  // the library has been shut down meanwhile
   }
-  const uint32_t serialNumber = core->facts.serialNumber;
-  if (core->controllersRunning) {
-    // Without controllers no new call can begin behind the handlers' back.
-    StopControllers();
-    if (ICardHandlers* handlers = core->handlers) {
-      handlers->OnCardReopening(*this);
-    }
+  serialNumber = core->facts.serialNumber;
+  StopControllers(caller);
+  return true;
+}
+
+bool CCard::FinishReopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller,
+                         uint32_t serialNumber) {
+  const CScopedLock<CMutex> held(lifecycle);
+  if (caller.IsSet()) {
+    return false;
   }
-  const bool isOpen = OpenLocked(cardAddress, localAddress, &cancel);
+  const bool isOpen = OpenLocked(cardAddress, localAddress, caller);
   if (!isOpen) {
     core->facts.serialNumber = serialNumber;
   }
   return isOpen;
 }
 
-bool CCard::OpenLocked(const char* cardAddress, const char* localAddress, const std::atomic<bool>* cancel) {
-  CloseLocked();
-  const bool isOpen = TryOpen(cardAddress, localAddress, cancel);
+bool CCard::OpenLocked(const char* cardAddress, const char* localAddress, const CStopFlag& caller) {
+  CloseLocked(caller);
+  bool isOpen = false;
+  try {
+    isOpen = TryOpen(cardAddress, localAddress, caller);
+  } catch (const std::exception&) {
+    isOpen = false;  // no memory: a card that cannot be opened, as any other
+  }
   if (!isOpen) {
-    CloseLocked();
+    CloseLocked(caller);
   }
   return isOpen;
 }
 
-bool CCard::TryOpen(const char* cardAddress, const char* localAddress, const std::atomic<bool>* cancel) {
+bool CCard::TryOpen(const char* cardAddress, const char* localAddress, const CStopFlag& caller) {
   uint32_t remote = 0;
   uint32_t local = 0;
-  if (!ResetForOpen() || !ResolveIpv4(cardAddress, remote) || !ParseIpv4(localAddress, local)) {
+  if (!ResetForOpen(caller) || !ResolveIpv4(cardAddress, remote) || !ParseIpv4(localAddress, local)) {
     return false;
   }
   ++opening;
-  if (!core->link.Connect(remote, kCardPort, local, cancel) || !StartControl() || !AwaitInformation(cancel) ||
+  isBegun = true;
+  if (!core->link.Connect(remote, kCardPort, local, &caller) || !StartControl() || !AwaitInformation(caller) ||
       !StartAudio(local, remote)) {
     return false;
   }
@@ -110,15 +138,16 @@ bool CCard::TryOpen(const char* cardAddress, const char* localAddress, const std
   SleepMs(kStartPauseMs);
   ConfigureTrunks(*core);
   SleepMs(kConfigurePauseMs);
+  hasControllers = true;
   SetUpTrunks(*core, opening);
   SendMessage(*core, AudioPort(core->audio.LocalPort()));
-  core->ReportCardState(1);
+  core->ReportCardState(1, caller);
   core->controllersRunning = true;
   return true;
 }
 
-bool CCard::ResetForOpen() {
-  if (!core->ReleaseControllers(kLockMs)) {
+bool CCard::ResetForOpen(const CStopFlag& caller) {
+  if (!core->ReleaseControllers({kLockMs, caller})) {
     return false;
   }
   for (CTrunk& trunk : core->trunks) {
@@ -137,12 +166,12 @@ bool CCard::StartControl() {
 }
 
 // The control thread has sent the first request. A bad answer ends the wait too, and leaves no serial number.
-bool CCard::AwaitInformation(const std::atomic<bool>* cancel) {
-  bool isAnswered = core->facts.WaitForAnswer(kAnswerMs, cancel);
-  for (int i = 0; i < kFurtherRequests && !isAnswered && (cancel == nullptr || !*cancel); ++i) {
+bool CCard::AwaitInformation(const CStopFlag& caller) {
+  bool isAnswered = core->facts.WaitForAnswer(kAnswerMs, &caller);
+  for (int i = 0; i < kFurtherRequests && !isAnswered && !caller.IsSet(); ++i) {
     core->facts.Forget();
     SendMessage(*core, InformationRequest());
-    isAnswered = core->facts.WaitForAnswer(kAnswerMs, cancel);
+    isAnswered = core->facts.WaitForAnswer(kAnswerMs, &caller);
   }
   return core->facts.serialNumber != 0;
 }
@@ -153,17 +182,22 @@ bool CCard::StartAudio(uint32_t localAddress, uint32_t cardAddress) {
          audio.StartPacer() && audio.StartReceiver();
 }
 
-void CCard::StopControllers() {
+void CCard::StopControllers(const CStopFlag& caller) {
   core->controllersRunning = false;
-  core->ReleaseControllers(kLockMs);
+  if (std::exchange(hasControllers, false)) {
+    core->ReleaseControllers({kLockMs, caller});
+  }
 }
 
-void CCard::CloseLocked() {
-  StopControllers();
+void CCard::CloseLocked(const CStopFlag& caller) {
+  StopControllers(caller);
+  if (!std::exchange(isBegun, false)) {
+    return;
+  }
   SleepMs(0);
   StopThreads();
   core->audio.FreeBuffers();
-  core->CloseCaptures(kCaptureLockMs);
+  core->CloseCaptures({kCaptureLockMs, caller});
 }
 
 void CCard::StopThreads() {
@@ -178,14 +212,13 @@ void CCard::StopThreads() {
   control.reset();
   isEnded = core->audio.JoinPacer(kJoinMs) && isEnded;
   if (!isEnded) {
-    KeepForever(core);
+    CCardCore::KeepForever(core);
   }
 }
 
 void CCard::SetHandlers(ICardHandlers* handlers) {
   core->handlers = handlers;
   core->audio.SetHook(handlers);
-  core->ReportEarlyDchannels();
 }
 
 uint32_t CCard::Number() const {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -8,6 +7,7 @@
 #include "card/card_handlers.h"
 #include "card/trunk.h"
 #include "media/audio_stream.h"
+#include "media/stop_flag.h"
 #include "platform/mutex.h"
 #include "platform/thread.h"
 
@@ -22,7 +22,8 @@ constexpr uint16_t kCardPort = 5854;  // control (TCP), discovery and audio (UDP
 // One card: opens and closes the control connection, the trunks' controllers, the audio and the three threads.
 // Thread: opener (start-up, shut-down or the announcement listener, one at a time: the lifecycle lock sees to it) for
 // Open, Close and Reopen, which block for seconds in the worst case; any for the rest, which do not block. A failed
-// Open returns false and leaves the card closed. Application threads find a closed card's controllers null.
+// Open, also for want of memory, returns false and leaves the card closed. Application threads find a closed card's
+// controllers null. No callback of the application runs while the lifecycle lock is held.
 class CCard {
  public:
   explicit CCard(uint32_t cardNumber);
@@ -33,14 +34,17 @@ class CCard {
   // Defaults of all 8 trunk positions, before the first open.
   void SetTrunkDefaults(int32_t switchType, int32_t clientType, int32_t numberType);
   // Dotted texts (the card may be a host name). The port is accepted and not used: a card listens on kCardPort.
+  // The serial number of a card that could not be opened is 0: no announcement is its own.
   bool Open(const char* cardAddress, uint16_t port, const char* localAddress);
-  // Safe on a card that is partly open or closed. Waits up to 3 s for the trunks' locks and for each of the card's
-  // three threads.
+  // Safe on a card that is partly open or closed. Waits up to 3 s for all the trunks' locks and for each of the card's
+  // three threads; on a closed card for nothing.
   void Close();
   // A restarted card: closes it if it is open, opens it again, keeps its serial number when that fails. The handlers
-  // hear of it after the controllers are gone and before anything else is closed. cancel ends an open early.
-  bool Reopen(const char* cardAddress, const char* localAddress, const std::atomic<bool>& cancel);
-  // Also takes the media hook. A D-channel that came up since the open is reported before this returns.
+  // hear of it after the controllers are gone and before anything else is closed; the card may be closed and opened
+  // meanwhile. A caller that is given up ends the open early, and after a callback that it comes back from too late it
+  // touches nothing: this object may be gone.
+  bool Reopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller);
+  // Also takes the media hook. A D-channel that came up since the open is reported by the card's control thread soon.
   void SetHandlers(ICardHandlers* handlers);
 
   uint32_t Number() const;
@@ -64,21 +68,25 @@ class CCard {
   bool SendDchannelFrame(uint32_t trunk, const uint8_t* frame, size_t length);
 
  private:
-  bool OpenLocked(const char* cardAddress, const char* localAddress, const std::atomic<bool>* cancel)
-      ZELK_REQUIRES(lifecycle);
-  void CloseLocked() ZELK_REQUIRES(lifecycle);
-  bool TryOpen(const char* cardAddress, const char* localAddress, const std::atomic<bool>* cancel)
-      ZELK_REQUIRES(lifecycle);
-  bool ResetForOpen();
+  bool BeginReopen(const CStopFlag& caller, uint32_t& serialNumber);
+  void TellReopening(const CStopFlag& caller);
+  bool FinishReopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller, uint32_t serialNumber);
+  bool OpenLocked(const char* cardAddress, const char* localAddress, const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
+  void CloseLocked(const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
+  bool TryOpen(const char* cardAddress, const char* localAddress, const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
+  bool ResetForOpen(const CStopFlag& caller);
   bool StartControl() ZELK_REQUIRES(lifecycle);
-  bool AwaitInformation(const std::atomic<bool>* cancel);
+  bool AwaitInformation(const CStopFlag& caller);
   bool StartAudio(uint32_t localAddress, uint32_t cardAddress);
-  void StopControllers();
+  void StopControllers(const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
   void StopThreads() ZELK_REQUIRES(lifecycle);
 
   const std::shared_ptr<CCardCore> core;
   CMutex lifecycle;  // held through an open or a close; above every other lock
   uint32_t opening ZELK_GUARDED_BY(lifecycle) = 0;
+  // What a close has left to do.
+  bool hasControllers ZELK_GUARDED_BY(lifecycle) = false;
+  bool isBegun ZELK_GUARDED_BY(lifecycle) = false;
   std::shared_ptr<CControlThread> control ZELK_GUARDED_BY(lifecycle);
   CThread controlThread ZELK_GUARDED_BY(lifecycle);
 };

@@ -1,24 +1,15 @@
 #include "card/card_core.h"
 
+#include <utility>
+
 #include "card/card.h"
 #include "card/control_messages.h"
-#include "platform/clock.h"
 
 namespace zelk {
 
 namespace {
 
 constexpr size_t kFcsBytes = 2;
-
-bool LockWithin(CRecursiveMutex& lock, uint32_t startMs, uint32_t timeoutMs) ZELK_NO_THREAD_SAFETY_ANALYSIS {
-  while (!lock.TryLock()) {
-    if (TickMs() - startMs >= timeoutMs) {
-      return false;
-    }
-    SleepMs(1);
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -41,58 +32,72 @@ bool CCardCore::SendDchannelFrame(uint32_t trunk, const uint8_t* frame, size_t l
   return size != 0;
 }
 
-void CCardCore::ReportCardState(uint32_t value) {
+void CCardCore::ReportCardState(uint32_t value, const CStopFlag& caller) {
   if (ICardHandlers* current = handlers) {
-    current->OnCardState(owner, kCardState, nullptr, value);
+    current->OnCardState(owner, kCardState, nullptr, value, caller);
   }
 }
 
-void CCardCore::ReportEarlyDchannels() {
-  for (uint32_t trunk = 0; trunk < kMaxTrunks; ++trunk) {
+void CCardCore::ReportEarlyDchannels(const CStopFlag& caller) {
+  for (uint32_t trunk = 0; trunk < kMaxTrunks && !caller.IsSet(); ++trunk) {
     CTrunk& entry = trunks[trunk];
     const CScopedLock<CRecursiveMutex> held(entry.lock);
     ICardHandlers* current = handlers;
     if (entry.isDchannelUp && !entry.isUpReported && current != nullptr) {
       entry.isUpReported = true;
-      current->OnTrunkStatus(owner, trunk, kDchannelUp, 0, 0);
+      current->OnTrunkStatus(owner, trunk, kDchannelUp, 0, 0, caller);
     }
   }
 }
 
 template <class Action>
-bool CCardCore::ForEachTrunkWithin(uint32_t timeoutMs, Action action) ZELK_NO_THREAD_SAFETY_ANALYSIS {
-  const uint32_t start = TickMs();
+bool CCardCore::ForEachTrunkWithin(const SLockPatience& patience, Action action) {
   bool isComplete = true;
   for (CTrunk& trunk : trunks) {
-    if (!LockWithin(trunk.lock, start, timeoutMs)) {
+    const CTrunkLock held(trunk.lock, patience);
+    if (held.IsHeld()) {
+      action(trunk);
+    } else {
       isComplete = false;
-      continue;
     }
-    action(trunk);
-    trunk.lock.Unlock();
   }
   return isComplete;
 }
 
-bool CCardCore::ReleaseControllers(uint32_t timeoutMs) {
-  return ForEachTrunkWithin(timeoutMs, [](CTrunk& trunk) ZELK_NO_THREAD_SAFETY_ANALYSIS {
+bool CCardCore::ReleaseControllers(const SLockPatience& patience) {
+  return ForEachTrunkWithin(patience, [](CTrunk& trunk) ZELK_NO_THREAD_SAFETY_ANALYSIS {
     trunk.controller.reset();
     trunk.isDchannelUp = false;
     trunk.isUpReported = false;
   });
 }
 
-bool CCardCore::CloseCaptures(uint32_t timeoutMs) {
-  return ForEachTrunkWithin(timeoutMs, [](CTrunk& trunk) ZELK_NO_THREAD_SAFETY_ANALYSIS { trunk.capture.Close(); });
+bool CCardCore::CloseCaptures(const SLockPatience& patience) {
+  return ForEachTrunkWithin(patience, [](CTrunk& trunk) ZELK_NO_THREAD_SAFETY_ANALYSIS { trunk.capture.Close(); });
+}
+
+void CCardCore::ReleaseLeftover(CTrunk& trunk, uint32_t opening) {
+  if (trunk.opening == opening) {
+    trunk.controller.reset();
+    trunk.capture.Close();
+  }
 }
 
 void CCardCore::ReleaseLeftovers(uint32_t opening) {
   for (CTrunk& trunk : trunks) {
     const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    if (trunk.opening == opening) {
-      trunk.controller.reset();
-      trunk.capture.Close();
-    }
+    ReleaseLeftover(trunk, opening);
+  }
+}
+
+void CCardCore::KeepForever(const std::shared_ptr<CCardCore>& core) {
+  // A list that needs no memory: there may be none left.
+  static CMutex lock;
+  static CCardCore* first = nullptr;
+  const CScopedLock<CMutex> held(lock);
+  if (core->kept == nullptr) {
+    core->kept = core;
+    core->nextKept = std::exchange(first, core.get());
   }
 }
 
@@ -114,7 +119,7 @@ uint32_t CCardCore::MessageCard() const {
 
 void CCardCore::OnAudioNotice(const char* text) {
   if (ICardHandlers* current = handlers) {
-    current->OnCardState(owner, kCardNotice, text, 0);
+    current->OnCardState(owner, kCardNotice, text, 0, neverGivenUp);
   }
 }
 

@@ -4,11 +4,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "card/card_facts.h"
 #include "card/card_handlers.h"
 #include "card/control_link.h"
 #include "card/trunk.h"
+#include "card/trunk_lock.h"
 #include "media/audio_stream.h"
 
 namespace zelk {
@@ -23,16 +25,21 @@ class CCardCore : public IPriWriter, public IAudioNotice {
   void SendTrunkConfiguration(uint32_t trunk);
   void SendRegisterRead(uint32_t trunk, uint16_t registerNumber);
   bool SendDchannelFrame(uint32_t trunk, const uint8_t* frame, size_t length);
-  void ReportCardState(uint32_t value);
+  void ReportCardState(uint32_t value, const CStopFlag& caller);
 
-  // Reports that a trunk's D-channel came up before there were handlers to tell.
-  void ReportEarlyDchannels();
+  // Reports that a trunk's D-channel came up before there were handlers to tell. Thread: control.
+  void ReportEarlyDchannels(const CStopFlag& caller);
   // Both work under the trunks' locks. A trunk whose lock stays taken for the whole time, by a callback that does not
   // return, is left to its control thread; the result is then false.
-  bool ReleaseControllers(uint32_t timeoutMs);
-  bool CloseCaptures(uint32_t timeoutMs);
-  // What the two above had to leave of an opening. Thread: control, as its last act.
+  bool ReleaseControllers(const SLockPatience& patience);
+  bool CloseCaptures(const SLockPatience& patience);
+  // What the two above had to leave of an opening: of one trunk, as soon as a control thread that has been given up is
+  // back from its callback and before it lets the trunk's lock go; of all, as its last act.
+  static void ReleaseLeftover(CTrunk& trunk, uint32_t opening) ZELK_REQUIRES(trunk.lock);
   void ReleaseLeftovers(uint32_t opening);
+
+  // A thread that did not end in time may still report to the core: from here on it stays for good.
+  static void KeepForever(const std::shared_ptr<CCardCore>& core);
 
   // A frame goes to the capture and to the card without its FCS, which the card makes itself.
   int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
@@ -51,7 +58,11 @@ class CCardCore : public IPriWriter, public IAudioNotice {
 
  private:
   template <class Action>
-  bool ForEachTrunkWithin(uint32_t timeoutMs, Action action);
+  bool ForEachTrunkWithin(const SLockPatience& patience, Action action);
+
+  const CStopFlag neverGivenUp{};  // for those whose reports end with one line in the log
+  std::shared_ptr<CCardCore> kept;
+  CCardCore* nextKept = nullptr;
 };
 
 }  // namespace zelk

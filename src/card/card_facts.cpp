@@ -41,10 +41,10 @@ void CCardFacts::Forget() {
   badCount = 0;
 }
 
-bool CCardFacts::WaitForAnswer(uint32_t timeoutMs, const std::atomic<bool>* cancel) {
+bool CCardFacts::WaitForAnswer(uint32_t timeoutMs, const CStopFlag* cancel) {
   const uint32_t start = TickMs();
   while (goodCount == 0 && badCount == 0) {
-    if (TickMs() - start >= timeoutMs || (cancel != nullptr && *cancel)) {
+    if (TickMs() - start >= timeoutMs || (cancel != nullptr && cancel->IsSet())) {
       return false;
     }
     answered.WaitFor(kCancelSliceMs);

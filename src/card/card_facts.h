@@ -5,6 +5,7 @@
 #include <string>
 
 #include "card/card_information.h"
+#include "media/stop_flag.h"
 #include "platform/event.h"
 #include "platform/mutex.h"
 
@@ -20,7 +21,7 @@ class CCardFacts {
   void Take(const uint8_t (&body)[kCardInformationBytes]);
   void Forget();  // both counters to 0
   // True when a message, good or bad, has come within the time; ends early when cancel (may be null) is set.
-  bool WaitForAnswer(uint32_t timeoutMs, const std::atomic<bool>* cancel);
+  bool WaitForAnswer(uint32_t timeoutMs, const CStopFlag* cancel);
 
   std::string FirmwareDate() const;
   std::string BurnDate() const;

@@ -4,6 +4,7 @@
 
 #include "card/pri_adapter.h"
 #include "media/media_hook.h"
+#include "media/stop_flag.h"
 
 namespace zelk {
 
@@ -47,20 +48,23 @@ enum ECallEvent : uint32_t {
 
 // The four handlers that a card calls up through; one object a card, holding the contexts (card index, first global
 // trunk, first channel). Set after the first successful open, kept over re-opens, never cleared while threads run.
-// Thread: OnCardState and OnTrunkStatus control (also the opener); OnCallEvent control, trunk lock held; OnMedia see
-// IMediaHook.
+// Thread: OnCardState control (also the opener, and receive with a notice); OnTrunkStatus control; OnCallEvent control,
+// trunk lock held; OnCardReopening the announcement listener, no lock held; OnMedia see IMediaHook.
+// caller: set when the calling thread has been given up. It is looked at behind every callback of the application,
+// which may take any time: a caller that was given up meanwhile touches no channel and reports nothing more.
 class ICardHandlers : public IMediaHook {
  public:
-  virtual void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value) = 0;
-  virtual void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) = 0;
+  virtual void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value, const CStopFlag& caller) = 0;
+  virtual void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
+                             const CStopFlag& caller) = 0;
   // channel: the low 16 bits of the event's channel field, 0xFFFF when the network named none.
   virtual void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) = 0;
   // What the passing of time brings for the calls; nowMs is a millisecond counter. Thread: control, no lock held.
   // AwaitsTime: whether the next call of OnTime is waited for at all.
   virtual bool AwaitsTime() const { return false; }
-  virtual void OnTime(CCard&, uint32_t /*nowMs*/) {}
-  // A card that is about to be closed for a re-open: its calls are about to lose their controllers.
-  virtual void OnCardReopening(CCard& card) = 0;
+  virtual void OnTime(CCard&, uint32_t /*nowMs*/, const CStopFlag& /*caller*/) {}
+  // A card that is about to be opened again: its calls have lost their controllers, or are about to.
+  virtual void OnCardReopening(CCard& card, const CStopFlag& caller) = 0;
   // The trunk number that libpri's message lines show as the card: the number of trunks of all earlier cards.
   virtual uint32_t FirstGlobalTrunk() const = 0;
 };

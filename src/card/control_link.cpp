@@ -11,21 +11,21 @@ constexpr uint32_t kConnectWaitMs = 2000;
 constexpr int32_t kConnectSliceMs = 50;
 
 // A wait that runs out is no failure: the card may still be starting, and the wait for its information decides.
-bool AwaitConnection(CSocket& socket, const std::atomic<bool>* cancel) {
+bool AwaitConnection(CSocket& socket, const CStopFlag* cancel) {
   const uint32_t start = TickMs();
   while (TickMs() - start < kConnectWaitMs) {
     const EWait result = socket.WaitWritable(kConnectSliceMs);
     if (result != EWait::kTimeout) {
       return result == EWait::kReady;
     }
-    if (cancel != nullptr && *cancel) {
+    if (cancel != nullptr && cancel->IsSet()) {
       return false;
     }
   }
   return true;
 }
 
-bool ConnectSocket(CSocket& socket, const SIpv4Endpoint& card, uint32_t localAddress, const std::atomic<bool>* cancel) {
+bool ConnectSocket(CSocket& socket, const SIpv4Endpoint& card, uint32_t localAddress, const CStopFlag* cancel) {
   if (!socket.OpenTcp() || !socket.SetNonBlocking(true) || !socket.Bind({localAddress, 0})) {
     return false;
   }
@@ -38,8 +38,7 @@ bool ConnectSocket(CSocket& socket, const SIpv4Endpoint& card, uint32_t localAdd
 
 }  // namespace
 
-bool CControlLink::Connect(uint32_t cardAddress, uint16_t port, uint32_t localAddress,
-                           const std::atomic<bool>* cancel) {
+bool CControlLink::Connect(uint32_t cardAddress, uint16_t port, uint32_t localAddress, const CStopFlag* cancel) {
   auto opened = std::make_shared<CSocket>();
   if (!ConnectSocket(*opened, {cardAddress, port}, localAddress, cancel)) {
     return false;

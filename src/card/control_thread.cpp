@@ -1,5 +1,8 @@
 #include "card/control_thread.h"
 
+#include <algorithm>
+#include <exception>
+
 #include "card/card.h"
 #include "card/control_messages.h"
 #include "card/event_router.h"
@@ -13,7 +16,18 @@ namespace {
 constexpr uint32_t kSilenceMs = 1000;
 constexpr uint32_t kClosedPauseMs = 100;
 constexpr uint32_t kErrorPauseMs = 10;
+constexpr int32_t kLookMs = 20;
 constexpr size_t kFcsBytes = 2;
+
+// Memory that runs out ends the act, not the thread.
+template <class Act>
+void Guarded(Act act) {
+  try {
+    act();
+  } catch (const std::exception&) {
+    return;
+  }
+}
 
 }  // namespace
 
@@ -22,8 +36,7 @@ CControlThread::CControlThread(std::shared_ptr<CCardCore> sharedCore, std::share
     : core(std::move(sharedCore)), socket(std::move(openSocket)), opening(openingNumber), parser(*this) {}
 
 void CControlThread::RequestStop() {
-  stopping = true;
-  stopEvent.Set();
+  stop.Set();
 }
 
 void CControlThread::Run() {
@@ -31,7 +44,8 @@ void CControlThread::Run() {
   socket->Send(request.data(), request.size());
   lastDataMs = TickMs();
   lastTimersMs = lastDataMs;
-  while (!stopping) {
+  while (!stop.IsSet()) {
+    LookForHandlers();
     Turn();
   }
   core->ReleaseLeftovers(opening);
@@ -39,16 +53,39 @@ void CControlThread::Run() {
 
 void CControlThread::Turn() {
   if (!socket->IsOpen()) {
-    stopEvent.WaitFor(kClosedPauseMs);
+    stop.SleepFor(kClosedPauseMs);
     return;
   }
-  switch (socket->WaitReadable(WaitMs())) {
+  switch (Wait(WaitMs())) {
     case EWait::kError:
       return OnWaitError();
     case EWait::kTimeout:
       return OnTimeout();
     case EWait::kReady:
       return OnReadable();
+  }
+}
+
+// Handlers are set without a word to this thread: it looks for them. That changes no wait for bytes or timers.
+EWait CControlThread::Wait(int32_t waitMs) {
+  const uint32_t start = TickMs();
+  while (!hasSeenHandlers) {
+    const auto waited = static_cast<int64_t>(TickMs() - start);
+    const bool isLast = waitMs != kWaitForever && waitMs - waited <= kLookMs;
+    const EWait result =
+        socket->WaitReadable(isLast ? static_cast<int32_t>(std::max<int64_t>(waitMs - waited, 0)) : kLookMs);
+    if (isLast || result != EWait::kTimeout || stop.IsSet()) {
+      return result;
+    }
+    LookForHandlers();
+  }
+  return socket->WaitReadable(waitMs);
+}
+
+void CControlThread::LookForHandlers() {
+  if (!hasSeenHandlers && core->handlers != nullptr) {
+    hasSeenHandlers = true;
+    Guarded([this] { core->ReportEarlyDchannels(stop); });
   }
 }
 
@@ -78,7 +115,7 @@ int32_t CControlThread::PriWaitMs() {
 
 void CControlThread::OnWaitError() {
   OnTimeout();
-  stopEvent.WaitFor(kErrorPauseMs);
+  stop.SleepFor(kErrorPauseMs);
 }
 
 void CControlThread::OnTimeout() {
@@ -94,7 +131,7 @@ void CControlThread::OnReadable() {
     CheckSilence();
   }
   if (received <= 0) {
-    stopEvent.WaitFor(kErrorPauseMs);
+    stop.SleepFor(kErrorPauseMs);
     return;
   }
   lastDataMs = TickMs();
@@ -111,36 +148,49 @@ void CControlThread::RunTimers() {
     RunTrunkTimers(trunk);
   }
   ICardHandlers* handlers = core->handlers;
-  if (handlers != nullptr && !stopping) {
-    handlers->OnTime(core->owner, lastTimersMs);
+  if (handlers != nullptr && !stop.IsSet()) {
+    Guarded([&] { handlers->OnTime(core->owner, lastTimersMs, stop); });
   }
 }
 
 void CControlThread::RunTrunkTimers(uint32_t trunk) {
   CTrunk& entry = core->trunks[trunk];
   const CScopedLock<CRecursiveMutex> held(entry.lock);
-  SPriEvent event;
-  if (!stopping && entry.controller != nullptr && entry.controller->RunTimers(event)) {
-    RouteEvent(*core, trunk, event);
+  Guarded([&]() ZELK_NO_THREAD_SAFETY_ANALYSIS {
+    SPriEvent event;
+    if (!stop.IsSet() && entry.controller != nullptr && entry.controller->RunTimers(event)) {
+      RouteEvent(*core, trunk, event, stop);
+    }
+  });
+  AfterCallback(entry);
+}
+
+// Held in a callback for too long, the thread finds its opening being closed: the controller that was left to it goes
+// before an application thread can take the trunk and place a call there.
+void CControlThread::AfterCallback(CTrunk& trunk) {
+  if (!IsRunning()) {
+    CCardCore::ReleaseLeftover(trunk, opening);
   }
 }
 
 void CControlThread::CheckSilence() {
-  if (!stopping && socket->IsOpen() && TickMs() - lastDataMs >= kSilenceMs) {
-    core->ReportCardState(0);
+  if (!stop.IsSet() && socket->IsOpen() && TickMs() - lastDataMs >= kSilenceMs) {
+    Guarded([this] { core->ReportCardState(0, stop); });
     socket->Close();
   }
 }
 
 void CControlThread::ReportStatus(uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) {
   ICardHandlers* handlers = core->handlers;
-  if (handlers != nullptr && !stopping) {
-    handlers->OnTrunkStatus(core->owner, trunk, code, value16, value32);
+  if (handlers != nullptr && !stop.IsSet()) {
+    Guarded([&] { handlers->OnTrunkStatus(core->owner, trunk, code, value16, value32, stop); });
   }
 }
 
 void CControlThread::OnInformation(const uint8_t (&body)[kCardInformationBytes]) {
-  core->facts.Take(body);
+  if (!stop.IsSet()) {
+    Guarded([&] { core->facts.Take(body); });
+  }
 }
 
 uint32_t CControlThread::StatusTrunkCount() const {
@@ -148,7 +198,7 @@ uint32_t CControlThread::StatusTrunkCount() const {
 }
 
 void CControlThread::OnLineStatus(uint32_t trunk, uint8_t status) {
-  if (core->trunks[trunk].lineStatus.exchange(status) != status) {
+  if (!stop.IsSet() && core->trunks[trunk].lineStatus.exchange(status) != status) {
     ReportStatus(trunk, kLineStatus, 0, status);
   }
 }
@@ -164,16 +214,19 @@ void CControlThread::OnFrame(uint32_t trunk, const uint8_t* frame, size_t length
   }
   CTrunk& entry = core->trunks[trunk];
   const CScopedLock<CRecursiveMutex> held(entry.lock);
-  SPriEvent event;
-  if (stopping || entry.controller == nullptr || !entry.controller->Receive(frame, length, event)) {
-    return;
-  }
-  entry.capture.Write('I', frame, length - kFcsBytes);
-  RouteEvent(*core, trunk, event);
+  Guarded([&]() ZELK_NO_THREAD_SAFETY_ANALYSIS {
+    SPriEvent event;
+    if (stop.IsSet() || entry.controller == nullptr || !entry.controller->Receive(frame, length, event)) {
+      return;
+    }
+    entry.capture.Write('I', frame, length - kFcsBytes);
+    RouteEvent(*core, trunk, event, stop);
+  });
+  AfterCallback(entry);
 }
 
 void CControlThread::OnHdlcError(uint8_t trunk, uint8_t code) {
-  if (trunk >= kMaxTrunks) {
+  if (trunk >= kMaxTrunks || stop.IsSet()) {
     return;
   }
   switch (hdlcRules[trunk].OnError(core->trunks[trunk].lineStatus, TickMs())) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -9,7 +8,7 @@
 #include "card/card_core.h"
 #include "card/control_parser.h"
 #include "card/hdlc_error_rule.h"
-#include "platform/event.h"
+#include "media/stop_flag.h"
 
 namespace zelk {
 
@@ -22,8 +21,11 @@ namespace zelk {
 //     error    -> the same, then a pause of 10 ms
 //
 // A connection that the peer closed reads nothing for ever: it pauses 10 ms a turn and reports nothing.
+// Until the card has its handlers it looks for them every 20 ms, and reports the D-channels that came up before.
+//
 // Thread: Run is the thread; RequestStop any. After RequestStop no handler is called any more, but for one that is
-// running. What it touches is shared, so a thread that is stopped late harms nothing.
+// running, and of the card only its own socket and controllers are touched: a thread that is stopped late, because it
+// was held in a callback, acts for no later opening. Memory that runs out costs the frame or report at hand.
 class CControlThread : public IControlSink {
  public:
   CControlThread(std::shared_ptr<CCardCore> sharedCore, std::shared_ptr<CSocket> openSocket, uint32_t openingNumber);
@@ -40,23 +42,26 @@ class CControlThread : public IControlSink {
 
  private:
   void Turn();
+  EWait Wait(int32_t waitMs);
   int32_t WaitMs();
   int32_t PriWaitMs();
+  void LookForHandlers();
   void OnWaitError();
   void OnTimeout();
   void OnReadable();
   void RunTimers();
   void RunTrunkTimers(uint32_t trunk);
   void CheckSilence();
-  bool IsRunning() const { return core->controllersRunning && !stopping; }
+  void AfterCallback(CTrunk& trunk) ZELK_REQUIRES(trunk.lock);
+  bool IsRunning() const { return core->controllersRunning && !stop.IsSet(); }
   void ReportStatus(uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32);
 
   const std::shared_ptr<CCardCore> core;
   const std::shared_ptr<CSocket> socket;
   const uint32_t opening;
-  std::atomic<bool> stopping{false};
-  CEvent stopEvent;
+  CStopFlag stop;
   // The rest belongs to the control thread alone.
+  bool hasSeenHandlers = false;
   CControlParser parser;
   std::array<CHdlcErrorRule, kMaxTrunks> hdlcRules;
   uint32_t lastDataMs = 0;

@@ -13,7 +13,7 @@ SEventRoute CallRoute(ECallEvent call) {
   return {SEventRoute::EKind::kCall, kStatusReserved, call};
 }
 
-void RouteStatus(CCardCore& core, uint32_t trunk, ETrunkStatus status) {
+void RouteStatus(CCardCore& core, uint32_t trunk, ETrunkStatus status, const CStopFlag& caller) {
   CTrunk& entry = core.trunks[trunk];
   const CScopedLock<CRecursiveMutex> held(entry.lock);
   ICardHandlers* handlers = core.handlers;
@@ -22,17 +22,17 @@ void RouteStatus(CCardCore& core, uint32_t trunk, ETrunkStatus status) {
     entry.isUpReported = entry.isDchannelUp && handlers != nullptr;
   }
   if (handlers != nullptr) {
-    handlers->OnTrunkStatus(core.owner, trunk, status, 0, 0);
+    handlers->OnTrunkStatus(core.owner, trunk, status, 0, 0, caller);
   }
 }
 
-void RouteCall(CCardCore& core, uint32_t trunk, ECallEvent code, const SPriEvent& event) {
+void RouteCall(CCardCore& core, uint32_t trunk, ECallEvent code, const SPriEvent& event, const CStopFlag& caller) {
   if (ICardHandlers* handlers = core.handlers) {
     handlers->OnCallEvent(core.owner, static_cast<uint16_t>(trunk), static_cast<uint16_t>(event.channel), code, event);
   }
   CTrunk& entry = core.trunks[trunk];
   const CScopedLock<CRecursiveMutex> held(entry.lock);
-  if (code == CALLEV_ANSWER && entry.controller != nullptr) {
+  if (code == CALLEV_ANSWER && !caller.IsSet() && entry.controller != nullptr) {
     entry.controller->ConnectAck(event.call, event.channel);
   }
 }
@@ -74,12 +74,12 @@ SEventRoute RouteOf(int priEventCode) {
   }
 }
 
-void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event) {
+void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event, const CStopFlag& caller) {
   const SEventRoute route = RouteOf(event.code);
   if (route.kind == SEventRoute::EKind::kStatus) {
-    RouteStatus(core, trunk, route.status);
+    RouteStatus(core, trunk, route.status, caller);
   } else if (route.kind == SEventRoute::EKind::kCall) {
-    RouteCall(core, trunk, route.call, event);
+    RouteCall(core, trunk, route.call, event, caller);
   }
 }
 

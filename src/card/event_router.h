@@ -15,8 +15,9 @@ struct SEventRoute {
 
 SEventRoute RouteOf(int priEventCode);
 
-// Hands an event to the card's handlers; an answer is acknowledged to the network once the call logic has seen it.
+// Hands an event to the card's handlers; an answer is acknowledged to the network once the call logic has seen it,
+// unless the caller has been given up meanwhile.
 // Thread: control, the trunk's lock held.
-void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event);
+void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event, const CStopFlag& caller);
 
 }  // namespace zelk

@@ -49,15 +49,15 @@ class CRecorder : public IControlSink {
 // A card's handlers that look at what they are told.
 class CHandlers : public ICardHandlers {
  public:
-  void OnCardState(CCard&, ECardCode, const char*, uint32_t) override {}
-  void OnTrunkStatus(CCard&, uint32_t trunk, ETrunkStatus code, uint16_t, uint32_t value) override {
+  void OnCardState(CCard&, ECardCode, const char*, uint32_t, const CStopFlag&) override {}
+  void OnTrunkStatus(CCard&, uint32_t trunk, ETrunkStatus code, uint16_t, uint32_t value, const CStopFlag&) override {
     Require(trunk < kMaxTrunks || code == kRegisterRead, "a status is one of eight trunks");
     Require(value <= 0xFF, "what a card reports is a byte");
   }
   void OnCallEvent(CCard&, uint16_t, uint16_t, ECallEvent, const SPriEvent&) override {
     Require(false, "no call without a controller");
   }
-  void OnCardReopening(CCard&) override {}
+  void OnCardReopening(CCard&, const CStopFlag&) override {}
   uint32_t FirstGlobalTrunk() const override { return 0; }
   void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {}
 };

@@ -136,14 +136,14 @@ void CDrivenTrunk::Elapse(int64_t ms) {
       Route(event);
     }
   }
-  handlers.OnTime(card, static_cast<uint32_t>(nowMs));
+  handlers.OnTime(card, static_cast<uint32_t>(nowMs), caller);
   AnswerLayer2();
 }
 
 void CDrivenTrunk::Route(const SPriEvent& event) {
   const SEventRoute route = RouteOf(event.code);
   if (route.kind == SEventRoute::EKind::kStatus) {
-    handlers.OnTrunkStatus(card, 0, route.status, 0, 0);
+    handlers.OnTrunkStatus(card, 0, route.status, 0, 0, caller);
   } else if (route.kind == SEventRoute::EKind::kCall) {
     handlers.OnCallEvent(card, 0, static_cast<uint16_t>(event.channel), route.call, event);
     CTrunk& trunk = card.Trunk(0);
@@ -190,15 +190,15 @@ void CDrivenTrunk::ReadInformation(CDevice& device) const {
 }
 
 void CDrivenTrunk::LoseCard(bool comesBack) {
-  handlers.OnCardState(card, kCardState, nullptr, 0);
+  handlers.OnCardState(card, kCardState, nullptr, 0, caller);
   if (comesBack) {
-    handlers.OnCardState(card, kCardState, nullptr, 1);
+    handlers.OnCardState(card, kCardState, nullptr, 1, caller);
   }
 }
 
 void CDrivenTrunk::ReopenCard() {
   ReleaseController();
-  handlers.OnCardReopening(card);
+  handlers.OnCardReopening(card, caller);
   MakeController();
 }
 

@@ -68,6 +68,7 @@ class CDrivenTrunk : public IPriWriter {
   std::deque<Bytes> written;
   CCard card{0};
   CChannelTable table;
+  CStopFlag caller;
   CChannelHandlers handlers;
 };
 

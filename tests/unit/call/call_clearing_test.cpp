@@ -264,8 +264,8 @@ TEST_F(CallClearing, TimeoutOf0KeepsTheChannelUntilItsTrunkIsLost) {
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_EQ(Info(3, "CHANNELSTATE"), "INUSE");
   EXPECT_FALSE(Dial(Channel(3), "1", "2"));
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
   EXPECT_EQ(Info(3, "CHANNELSTATE"), "READY");
 }
 
@@ -410,8 +410,8 @@ TEST_F(CallRecords, ARingAtThePlaceOfALostCallIsOfferedAndItsEndReported) {
   const support::CReusingAllocator allocator;
   Connect(6);
   const PriCall lost = Channel(6).callHandle;
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
+  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
   {
     const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
     firstCard.Trunk(0).controller->DestroyCall(lost);

@@ -207,12 +207,12 @@ class CMemoryTrunk {
       }
     }
     Run();
-    handlers.OnTime(card, nowMs);
+    handlers.OnTime(card, nowMs, caller);
   }
   void Deliver(const SPriEvent& event) {
     const SEventRoute route = RouteOf(event.code);
     if (route.kind == SEventRoute::EKind::kStatus) {
-      handlers.OnTrunkStatus(card, index, route.status, 0, 0);
+      handlers.OnTrunkStatus(card, index, route.status, 0, 0, caller);
     } else if (route.kind == SEventRoute::EKind::kCall) {
       handlers.OnCallEvent(card, static_cast<uint16_t>(index),
                            channelSeen.value_or(static_cast<uint16_t>(event.channel)), route.call, event);
@@ -236,6 +236,7 @@ class CMemoryTrunk {
 
   CCard& card;
   ICardHandlers& handlers;
+  CStopFlag caller;
   const uint32_t index;
   CFrameQueue fromUs;
   CFrameQueue fromPeer;
@@ -269,6 +270,7 @@ class CCallFixture : public ::testing::Test {
   CDevice& Channel(int32_t number) { return *table.Find(number); }
   std::string Info(int32_t channel, const char* key) { return GetInfo(Channel(channel), key, table.Count()); }
 
+  CStopFlag caller;
   CCard firstCard;
   CCard secondCard;
   CChannelTable table;

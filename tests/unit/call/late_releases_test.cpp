@@ -22,11 +22,11 @@ class LateReleases : public CCallFixture {
 TEST_F(LateReleases, TimeBeginsWithTheNextLook) {
   Hold(3, PriCall(7));
   releases.Await(3, PriCall(7), 81);
-  releases.OnTime(firstCard, 100000);
-  releases.OnTime(firstCard, 104999);
+  releases.OnTime(firstCard, 100000, caller);
+  releases.OnTime(firstCard, 104999, caller);
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_TRUE(releases.IsAwaited());
-  releases.OnTime(firstCard, 105000);
+  releases.OnTime(firstCard, 105000, caller);
   EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 81}}));
   EXPECT_EQ(Channel(3).callHandle, nullptr);
   EXPECT_FALSE(releases.IsAwaited());
@@ -35,10 +35,10 @@ TEST_F(LateReleases, TimeBeginsWithTheNextLook) {
 TEST_F(LateReleases, CounterMayWrap) {
   Hold(3, PriCall(7));
   releases.Await(3, PriCall(7), 16);
-  releases.OnTime(firstCard, 0xFFFFFF00);
-  releases.OnTime(firstCard, 5000 - 0x101);
+  releases.OnTime(firstCard, 0xFFFFFF00, caller);
+  releases.OnTime(firstCard, 5000 - 0x101, caller);
   EXPECT_EQ(application.Take(), Posted{});
-  releases.OnTime(firstCard, 5000 - 0x100);
+  releases.OnTime(firstCard, 5000 - 0x100, caller);
   EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 16}}));
 }
 
@@ -46,8 +46,8 @@ TEST_F(LateReleases, NoCauseReads16) {
   for (const int32_t cause : {0, -1}) {
     Hold(3, PriCall(7));
     releases.Await(3, PriCall(7), cause);
-    releases.OnTime(firstCard, 0);
-    releases.OnTime(firstCard, 5000);
+    releases.OnTime(firstCard, 0, caller);
+    releases.OnTime(firstCard, 5000, caller);
     EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 16}}));
   }
 }
@@ -59,8 +59,8 @@ TEST_F(LateReleases, ResetsAllThatACallLeaves) {
   firstCard.Audio().SetEchoSwitch(0, true);
   Channel(3).endQueue.Push(1);
   releases.Await(3, PriCall(7), 31);
-  releases.OnTime(firstCard, 0);
-  releases.OnTime(firstCard, 5000);
+  releases.OnTime(firstCard, 0, caller);
+  releases.OnTime(firstCard, 5000, caller);
   EXPECT_FALSE(Channel(3).connected);
   EXPECT_EQ(Channel(3).direction, 0);
   EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
@@ -73,9 +73,9 @@ TEST_F(LateReleases, ResetsAllThatACallLeaves) {
 TEST_F(LateReleases, AnotherCallOnTheChannelIsLeftAlone) {
   Hold(3, PriCall(7));
   releases.Await(3, PriCall(7), 16);
-  releases.OnTime(firstCard, 0);
+  releases.OnTime(firstCard, 0, caller);
   Hold(3, PriCall(8));
-  releases.OnTime(firstCard, 5000);
+  releases.OnTime(firstCard, 5000, caller);
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_EQ(Channel(3).callHandle, PriCall(8));
   EXPECT_FALSE(releases.IsAwaited());
@@ -84,13 +84,13 @@ TEST_F(LateReleases, AnotherCallOnTheChannelIsLeftAlone) {
 TEST_F(LateReleases, ALaterCallOfTheChannelWaitsItsOwnTime) {
   Hold(3, PriCall(7));
   releases.Await(3, PriCall(7), 16);
-  releases.OnTime(firstCard, 0);
+  releases.OnTime(firstCard, 0, caller);
   Hold(3, PriCall(8));
   releases.Await(3, PriCall(8), 17);
-  releases.OnTime(firstCard, 4000);
-  releases.OnTime(firstCard, 8999);
+  releases.OnTime(firstCard, 4000, caller);
+  releases.OnTime(firstCard, 8999, caller);
   EXPECT_EQ(application.Take(), Posted{});
-  releases.OnTime(firstCard, 9000);
+  releases.OnTime(firstCard, 9000, caller);
   EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 17}}));
 }
 
@@ -98,12 +98,24 @@ TEST_F(LateReleases, EachChannelHasItsOwnTime) {
   for (int32_t channel = 0; channel < 120; ++channel) {
     Hold(channel, PriCall(static_cast<uint64_t>(channel) + 1));
     releases.Await(static_cast<uint32_t>(channel), PriCall(static_cast<uint64_t>(channel) + 1), 16);
-    releases.OnTime(firstCard, static_cast<uint32_t>(channel));
+    releases.OnTime(firstCard, static_cast<uint32_t>(channel), caller);
   }
-  releases.OnTime(firstCard, 5059);
+  releases.OnTime(firstCard, 5059, caller);
   EXPECT_EQ(application.Take().size(), 60U);
-  releases.OnTime(firstCard, 6000);
+  releases.OnTime(firstCard, 6000, caller);
   EXPECT_EQ(application.Take().size(), 60U);
+}
+
+TEST_F(LateReleases, ACallerThatWasGivenUpInTheCallbackReleasesNothingMore) {
+  for (const int32_t channel : {3, 4}) {
+    Hold(channel, PriCall(7));
+    releases.Await(static_cast<uint32_t>(channel), PriCall(7), 16);
+  }
+  releases.OnTime(firstCard, 0, caller);
+  application.reaction = [this](const SPosted&) { caller.Set(); };
+  releases.OnTime(firstCard, 5000, caller);
+  EXPECT_EQ(application.Take().size(), 1U);
+  EXPECT_TRUE(releases.IsAwaited());
 }
 
 TEST_F(LateReleases, NeverMeansNever) {
@@ -117,8 +129,8 @@ TEST_F(LateReleases, NeverMeansNever) {
 
 TEST_F(LateReleases, AChannelThatIsGoneIsForgotten) {
   releases.Await(999, PriCall(7), 16);
-  releases.OnTime(firstCard, 0);
-  releases.OnTime(firstCard, 5000);
+  releases.OnTime(firstCard, 0, caller);
+  releases.OnTime(firstCard, 5000, caller);
   EXPECT_FALSE(releases.IsAwaited());
   EXPECT_EQ(application.Take(), Posted{});
 }

@@ -1,7 +1,10 @@
 #include "call/trunk_status.h"
 
+#include <thread>
+
 #include "call/call_operations.h"
 #include "call_fixture.h"
+#include "platform/event.h"
 
 namespace zelk::test {
 namespace {
@@ -12,7 +15,7 @@ using Lines = std::vector<std::string>;
 class TrunkStatus : public CCallFixture {
  protected:
   void Status(uint32_t trunk, ETrunkStatus code, uint16_t value16 = 0, uint32_t value32 = 0) {
-    firstHandlers.OnTrunkStatus(firstCard, trunk, code, value16, value32);
+    firstHandlers.OnTrunkStatus(firstCard, trunk, code, value16, value32, caller);
   }
   // The channel-state events of these channels, in order.
   static Posted States(int32_t first, int32_t count, int32_t param) {
@@ -60,7 +63,7 @@ TEST_F(TrunkStatus, TrunkUpSetsItsThirtyChannelsUpOnce) {
 }
 
 TEST_F(TrunkStatus, SecondCardsTrunksStandBehindTheFirstOnes) {
-  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0);
+  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0, caller);
   EXPECT_EQ(application.Take(), States(120, 30, 1));
 }
 
@@ -102,13 +105,13 @@ TEST_F(TrunkStatus, TrunksWithoutChannelsTouchNoOtherCards) {
 
 TEST_F(TrunkStatus, LostCardTakesEveryChannelOfItDown) {
   Status(2, kDchannelUp);
-  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0);
+  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0, caller);
   application.Take();
   GiveCall(65);
   for (uint32_t trunk = 0; trunk < 5; ++trunk) {
     firstCard.Trunk(trunk).lineStatus = 0;
   }
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
   EXPECT_EQ(application.Take(), States(0, 120, 0));
   ExpectReset(65);
   for (uint32_t trunk = 0; trunk < 4; ++trunk) {
@@ -119,7 +122,7 @@ TEST_F(TrunkStatus, LostCardTakesEveryChannelOfItDown) {
 }
 
 TEST_F(TrunkStatus, CardThatComesUpPostsNothing) {
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 1);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 1, caller);
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_EQ(Channel(0).linkState, -1);
 }
@@ -129,7 +132,7 @@ TEST_F(TrunkStatus, ReopeningLosesCallsAndLeavesIdleChannels) {
   application.Take();
   GiveCall(7);
   PriCall lost = Channel(7).callHandle;
-  firstHandlers.OnCardReopening(firstCard);
+  firstHandlers.OnCardReopening(firstCard, caller);
   EXPECT_EQ(application.Take(), States(7, 1, 0));
   ExpectReset(7);
   EXPECT_EQ(Info(6, "CHANNELSTATE"), "READY");
@@ -144,7 +147,7 @@ TEST_F(TrunkStatus, ReopeningForgetsCallsThatWereLostBefore) {
   PriCall lost = Channel(7).callHandle;
   Status(0, kDchannelDown);
   ASSERT_TRUE(Channel(7).IsLostCall(lost));
-  firstHandlers.OnCardReopening(firstCard);
+  firstHandlers.OnCardReopening(firstCard, caller);
   EXPECT_FALSE(Channel(7).IsLostCall(lost));
 }
 
@@ -158,20 +161,101 @@ TEST_F(TrunkStatus, NoChannelLockIsHeldInTheCallback) {
   };
   Status(0, kDchannelUp);
   Status(0, kDchannelDown);
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
   EXPECT_EQ(application.Take().size(), 30U + 30U + 120U);
+}
+
+// A caller that was held in the callback for longer than its card's close waits: what it finds when it comes back is
+// another opening's.
+TEST_F(TrunkStatus, ACallerThatWasGivenUpInTheCallbackTouchesNothingMore) {
+  application.reaction = [this](const SPosted&) { caller.Set(); };
+  Status(0, kDchannelUp);
+  EXPECT_EQ(application.Take(), States(0, 1, 1));
+  EXPECT_EQ(Channel(1).linkState, -1);
+}
+
+TEST_F(TrunkStatus, ACallerThatWasGivenUpInTheCallbackTakesNoFurtherChannelDown) {
+  Status(0, kDchannelUp);
+  application.Take();
+  application.reaction = [this](const SPosted&) { caller.Set(); };
+  Status(0, kDchannelDown);
+  EXPECT_EQ(application.Take(), States(0, 1, 0));
+  EXPECT_EQ(Channel(1).linkState, 1);
+}
+
+TEST_F(TrunkStatus, ACallerThatWasGivenUpWhenACardWasLostTakesNoFurtherChannelDown) {
+  Status(0, kDchannelUp);
+  application.Take();
+  application.reaction = [this](const SPosted&) { caller.Set(); };
+  GiveCall(7);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  EXPECT_EQ(application.Take(), States(0, 1, 0));
+  EXPECT_EQ(Channel(7).linkState, 1);
+  EXPECT_NE(Channel(7).callHandle, nullptr);
+}
+
+TEST_F(TrunkStatus, ACallerThatWasGivenUpInAReopeningTakesNoFurtherCall) {
+  Status(0, kDchannelUp);
+  application.Take();
+  GiveCall(7);
+  GiveCall(9);
+  application.reaction = [this](const SPosted&) { caller.Set(); };
+  firstHandlers.OnCardReopening(firstCard, caller);
+  EXPECT_EQ(application.Take(), States(7, 1, 0));
+  EXPECT_NE(Channel(9).callHandle, nullptr);
+}
+
+// The trunk's lock is with a callback that does not return.
+class TrunkStatusOfAHeldTrunk : public TrunkStatus {
+ protected:
+  TrunkStatusOfAHeldTrunk() {
+    Status(0, kDchannelUp);
+    GiveCall(7);
+    GiveCall(9);
+    application.Take();
+    holder = std::thread([this] {
+      const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+      isHeld.Set();
+      mayGo.Wait();
+    });
+    isHeld.Wait();
+  }
+  ~TrunkStatusOfAHeldTrunk() override {
+    mayGo.Set();
+    holder.join();
+  }
+
+ private:
+  CEvent isHeld;
+  CEvent mayGo;
+  std::thread holder;
+};
+
+TEST_F(TrunkStatusOfAHeldTrunk, AReopeningTakesItsCallsAllTheSame) {
+  firstHandlers.OnCardReopening(firstCard, caller);
+  EXPECT_EQ(application.Take(), (Posted{{7, EVENT_CHANNEL_STATE, 0}, {9, EVENT_CHANNEL_STATE, 0}}));
+  ExpectReset(7);
+  ExpectReset(9);
+}
+
+TEST_F(TrunkStatusOfAHeldTrunk, ALostCardsThreadEndsItsWaitWhenItIsGivenUp) {
+  std::thread stopper([this] { caller.Set(); });
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  stopper.join();
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_NE(Channel(7).callHandle, nullptr);
 }
 
 TEST_F(TrunkStatus, ChannelsMayGoInsideTheCallback) {
   application.reaction = [this](const SPosted&) { table.Clear(); };
   Status(0, kDchannelUp);
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
   EXPECT_EQ(application.Take(), States(0, 1, 1));
 }
 
 TEST_F(TrunkStatus, StatusLines) {
   CLogCapture log(1);
-  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0);
+  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0, caller);
   Status(3, kDchannelDown);
   Status(0, kStatusReserved);
   Status(0, kLineStatus, 0, 1);
@@ -183,7 +267,7 @@ TEST_F(TrunkStatus, StatusLines) {
   }
   Status(0, kConfigError);
   Status(0, kLinkReset, 0, 2);
-  secondHandlers.OnTrunkStatus(secondCard, 0, kRegisterRead, 0x1006, 0xA);
+  secondHandlers.OnTrunkStatus(secondCard, 0, kRegisterRead, 0x1006, 0xA, caller);
   Status(0, static_cast<ETrunkStatus>(266));
   EXPECT_EQ(log.Lines(), (Lines{
                              "  G :Card 4: Trunk 0 - DCHANNEL UP",
@@ -215,19 +299,19 @@ TEST_F(TrunkStatus, NoStatusLineAboveLevel2) {
   for (int code = 257; code < 266; ++code) {
     Status(0, static_cast<ETrunkStatus>(code));
   }
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0);
-  firstHandlers.OnCardState(firstCard, kCardNotice, "x", 0);
+  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  firstHandlers.OnCardState(firstCard, kCardNotice, "x", 0, caller);
   EXPECT_EQ(log.Lines(), Lines{});
   EXPECT_EQ(application.Take().size(), 30U + 30U + 120U);
 }
 
 TEST_F(TrunkStatus, CardLinesShowTheCardsIndex) {
   CLogCapture log(2);
-  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 1);
-  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 0);
-  secondHandlers.OnCardState(secondCard, kCardNotice, "Old/Duplicate Packet -> 5, ignored.", 0);
-  secondHandlers.OnCardState(secondCard, kCardWarning, "%s%n", 0);
-  secondHandlers.OnCardState(secondCard, kCardWarning, nullptr, 0);
+  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 1, caller);
+  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 0, caller);
+  secondHandlers.OnCardState(secondCard, kCardNotice, "Old/Duplicate Packet -> 5, ignored.", 0, caller);
+  secondHandlers.OnCardState(secondCard, kCardWarning, "%s%n", 0, caller);
+  secondHandlers.OnCardState(secondCard, kCardWarning, nullptr, 0, caller);
   EXPECT_EQ(log.Lines(),
             (Lines{"  G :Card 1 is up", "  G :Card 1 is down", "  G :Card 1: Old/Duplicate Packet -> 5, ignored.",
                    "  G :Card 1: %s%n", "  G :Card 1: "}));

@@ -18,6 +18,7 @@ class CardCore : public testing::Test {
   CCard card{0};
   CCardCore core{card, 0};
   CRecordingHandlers handlers;
+  CStopFlag caller;
 };
 
 TEST_F(CardCore, FramesOfLibpriAreTakenWithTheirFcs) {
@@ -50,9 +51,9 @@ TEST_F(CardCore, MessageLinesShowTheTrunksOfEarlierCards) {
 }
 
 TEST_F(CardCore, CardStatesNeedHandlers) {
-  core.ReportCardState(1);
+  core.ReportCardState(1, caller);
   core.handlers = &handlers;
-  core.ReportCardState(0);
+  core.ReportCardState(0, caller);
   EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 3 0"});
 }
 
@@ -70,7 +71,7 @@ TEST_F(CardCore, ControllersAreReleasedWithoutTheOneInUse) {
     mayGo.Wait();
   });
   isHeld.Wait();
-  EXPECT_FALSE(core.ReleaseControllers(20));
+  EXPECT_FALSE(core.ReleaseControllers({20, caller}));
   for (size_t trunk = 0; trunk < kMaxTrunks; ++trunk) {
     EXPECT_EQ(core.trunks[trunk].controller != nullptr, trunk == 3) << trunk;
   }
@@ -80,7 +81,7 @@ TEST_F(CardCore, ControllersAreReleasedWithoutTheOneInUse) {
   EXPECT_NE(core.trunks[3].controller, nullptr);
   core.ReleaseLeftovers(7);
   EXPECT_EQ(core.trunks[3].controller, nullptr);
-  EXPECT_TRUE(core.ReleaseControllers(0));
+  EXPECT_TRUE(core.ReleaseControllers({0, caller}));
 }
 
 }  // namespace

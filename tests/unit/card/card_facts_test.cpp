@@ -59,7 +59,8 @@ TEST(CardFacts, TheWaitEndsWithoutOne) {
 
 TEST(CardFacts, TheWaitCanBeCancelled) {
   CCardFacts facts;
-  const std::atomic<bool> cancel{true};
+  CStopFlag cancel;
+  cancel.Set();
   const uint32_t start = TickMs();
   EXPECT_FALSE(facts.WaitForAnswer(60000, &cancel));
   EXPECT_LT(TickMs() - start, 30000U);

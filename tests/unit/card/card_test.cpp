@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
 #include "fake_card.h"
@@ -9,6 +10,7 @@
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "recording_handlers.h"
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -222,7 +224,7 @@ TEST_F(Card, AnOpeningKnowsNothingOfTheLinesBeforeTheFirstStatus) {
   peer.Send({0xFF, 0x07, 0, 1});
   ASSERT_TRUE(handlers.WaitFor("trunk 0 260 0 0"));
   ASSERT_TRUE(handlers.WaitFor("trunk 1 260 0 1"));
-  const std::atomic<bool> cancel{false};
+  const CStopFlag cancel;
   ASSERT_TRUE(card.Reopen(peer.Address(), kLocal, cancel));
   EXPECT_EQ(card.Trunk(0).lineStatus, 3);
   EXPECT_EQ(card.Trunk(1).lineStatus, 3);
@@ -275,8 +277,12 @@ TEST_F(Card, TheDchannelComesUpBothWays) {
   AwaitDchannels();
 }
 
-TEST_F(Card, ADchannelThatCameUpBeforeTheHandlersIsReportedOnce) {
+TEST_F(Card, ADchannelThatCameUpBeforeTheHandlersIsReportedOnceByTheControlThread) {
   FakeNetwork();
+  std::atomic<int> onOurThread{0};
+  handlers.onStatus = [&, us = std::this_thread::get_id()](uint32_t, ETrunkStatus) {
+    onOurThread += std::this_thread::get_id() == us ? 1 : 0;
+  };
   ASSERT_TRUE(Open());
   const auto isUp = [&](uint32_t trunk) {
     const CScopedLock<CRecursiveMutex> held(card.Trunk(trunk).lock);
@@ -287,8 +293,89 @@ TEST_F(Card, ADchannelThatCameUpBeforeTheHandlersIsReportedOnce) {
     SleepMs(1);
   }
   card.SetHandlers(&handlers);
+  EXPECT_TRUE(handlers.WaitFor("trunk 0 257 0 0"));
+  EXPECT_TRUE(handlers.WaitFor("trunk 1 257 0 0"));
+  card.Close();
   EXPECT_EQ(handlers.Count("trunk 0 257 0 0"), 1U);
   EXPECT_EQ(handlers.Count("trunk 1 257 0 0"), 1U);
+  EXPECT_EQ(onOurThread, 0);
+}
+
+// False when it takes longer than anything here may; the action is let finish all the same.
+bool ComesBack(const std::function<void()>& action, const std::function<void()>& release) {
+  std::future<void> isDone = std::async(std::launch::async, action);
+  const bool comesBack = isDone.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  release();
+  return comesBack;
+}
+
+TEST_F(Card, HandlersAreTakenAwayAndGivenWhileATrunkIsHeld) {
+  FakeNetwork();
+  ASSERT_TRUE(Open());
+  CRecursiveMutex& lock = card.Trunk(0).lock;
+  lock.Lock();
+  EXPECT_TRUE(ComesBack(
+      [&] {
+        card.SetHandlers(&handlers);
+        card.SetHandlers(nullptr);
+      },
+      [&] { lock.Unlock(); }));
+}
+
+// In a re-open nothing is held while the application is told: the card can be closed meanwhile, and the re-open does
+// not touch it any more.
+TEST_F(Card, CanBeClosedWhileAReopenTellsTheHandlers) {
+  FakeNetwork();
+  CStopFlag caller;
+  handlers.onReopening = [&](const CStopFlag& told) {
+    EXPECT_EQ(&told, &caller);
+    CEvent mayReturn;
+    EXPECT_TRUE(ComesBack([&] { card.Close(); }, [] {}));
+    caller.Set();
+  };
+  ASSERT_TRUE(OpenWithHandlers());
+  EXPECT_FALSE(card.Reopen(fake->Address(), kLocal, caller));
+  EXPECT_FALSE(card.ControllersRunning());
+  EXPECT_EQ(fake->Connections(), 1);
+  handlers.onReopening = nullptr;
+  EXPECT_TRUE(Open());
+}
+
+// Every step of an opening in turn finds no memory: the card is open and works, or it is closed as after any failure.
+TEST_F(Card, AnOpeningWithoutMemoryFailsAndLeavesNoSerialNumber) {
+  CFakeCard::SOptions options;
+  options.trunkCount = 1;
+  Fake(options);
+  bool isOpen = false;
+  size_t failedLate = 0;
+  size_t answers = 0;
+  support::ForEachFailingAllocation([&] { isOpen = Open(); },
+                                    [&](bool failed) {
+                                      EXPECT_TRUE(isOpen || failed);
+                                      EXPECT_EQ(card.ControllersRunning(), isOpen);
+                                      EXPECT_EQ(card.SerialNumber(), isOpen ? 4711U : 0U);
+                                      const size_t now = fake->Count({0xFF, 0x04});
+                                      failedLate += !isOpen && now > answers ? 1 : 0;
+                                      answers = now;
+                                      card.Close();
+                                    });
+  EXPECT_GT(failedLate, 0U) << "none failed behind the card's answer";
+}
+
+TEST_F(Card, AReopeningWithoutMemoryFailsAndKeepsTheSerialNumber) {
+  CFakeCard::SOptions options;
+  options.trunkCount = 1;
+  Fake(options);
+  ASSERT_TRUE(OpenWithHandlers());
+  const CStopFlag caller;
+  bool isOpen = false;
+  support::ForEachFailingAllocation([&] { isOpen = card.Reopen(fake->Address(), kLocal, caller); },
+                                    [&](bool failed) {
+                                      EXPECT_TRUE(isOpen || failed);
+                                      EXPECT_EQ(card.ControllersRunning(), isOpen);
+                                      EXPECT_EQ(card.SerialNumber(), 4711U);
+                                    });
+  EXPECT_TRUE(card.ControllersRunning());
 }
 
 TEST_F(Card, AnIncomingCallIsRungAnsweredAndCleared) {
@@ -385,7 +472,7 @@ TEST_F(Card, ApplicationThreadsMayUseTheTrunkWhileItIsReopened) {
       card.SendTrunkConfiguration(0);
     }
   });
-  const std::atomic<bool> cancel{false};
+  const CStopFlag cancel;
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(card.Reopen(peer.Address(), kLocal, cancel));
   }
@@ -398,7 +485,7 @@ TEST_F(Card, AReopenTellsTheHandlersAndTheControllersAreGoneByThen) {
   ASSERT_TRUE(OpenWithHandlers());
   ASSERT_TRUE(handlers.WaitFor("trunk 0 257 0 0"));
   ASSERT_TRUE(handlers.WaitFor("trunk 1 257 0 0"));
-  const std::atomic<bool> cancel{false};
+  const CStopFlag cancel;
   ASSERT_TRUE(card.Reopen(peer.Address(), kLocal, cancel));
   EXPECT_EQ(handlers.Count("reopening"), 1U);
   EXPECT_EQ(handlers.Count("card 3 1"), 1U);
@@ -409,22 +496,22 @@ TEST_F(Card, AReopenTellsTheHandlersAndTheControllersAreGoneByThen) {
 TEST_F(Card, AFailedReopenKeepsTheSerialNumber) {
   Fake();
   ASSERT_TRUE(OpenWithHandlers());
-  const std::atomic<bool> cancel{false};
+  const CStopFlag cancel;
   EXPECT_FALSE(card.Reopen("127.0.0.77", kLocal, cancel));
   EXPECT_EQ(card.SerialNumber(), 4711U);
   EXPECT_FALSE(card.ControllersRunning());
   EXPECT_TRUE(card.Reopen(fake->Address(), kLocal, cancel));
-  EXPECT_EQ(handlers.Count("reopening"), 1U) << "a closed card has no calls to lose";
+  EXPECT_EQ(handlers.Count("reopening"), 2U) << "a channel may have a call of before still";
 }
 
 TEST_F(Card, ACancelledReopenEndsEarly) {
   CFakeCard::SOptions options;
   options.answersInformation = false;
   Fake(options);
-  std::atomic<bool> cancel{false};
+  CStopFlag cancel;
   std::thread canceller([&] {
     EXPECT_TRUE(fake->WaitFor({0xFF, 0x01}));
-    cancel = true;
+    cancel.Set();
   });
   const uint32_t start = TickMs();
   EXPECT_FALSE(card.Reopen(fake->Address(), kLocal, cancel));
@@ -451,6 +538,9 @@ TEST_F(Card, ACallbackThatHangsDoesNotHangTheClose) {
   const uint32_t start = TickMs();
   card.Close();
   EXPECT_LT(TickMs() - start, 15000U);
+  const uint32_t again = TickMs();
+  card.Close();
+  EXPECT_LT(TickMs() - again, 2000U) << "a closed card has nothing to wait for";
   mayReturn.Set();
   const auto isReleased = [&] {
     const CScopedLock<CRecursiveMutex> held(card.Trunk(0).lock);

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "card/card.h"
+#include "pri_pair.h"
 #include "recording_handlers.h"
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -14,6 +16,21 @@ using Lines = std::vector<std::string>;
 class ControlThread : public testing::Test {
  protected:
   ControlThread() { core->handlers = &handlers; }
+
+  // A new one, which has not spoken with the exchange.
+  void GiveController(uint32_t opening = 1) {
+    const CScopedLock<CRecursiveMutex> held(core->trunks[0].lock);
+    core->trunks[0].controller = CPriController::Create(*core, 0, 2, 5);
+    core->trunks[0].opening = opening;
+  }
+
+  // Of the exchange: the answer to the SABME that every controller begins with, and two calls on timeslot 1.
+  static constexpr uint8_t kUa[] = {0x00, 0x01, 0x73, 0, 0};
+  static constexpr uint8_t kSetup[] = {0x02, 0x01, 0x00, 0x00, 0x08, 0x02, 0x00, 0x01, 0x05, 0x04, 0x03, 0x80, 0x90,
+                                       0xA3, 0x18, 0x03, 0xA9, 0x83, 0x81, 0x70, 0x02, 0x81, 0x31, 0,    0};
+  static constexpr uint8_t kSetupAgain[] = {0x02, 0x01, 0x02, 0x00, 0x08, 0x02, 0x00, 0x02, 0x05,
+                                            0x04, 0x03, 0x80, 0x90, 0xA3, 0x18, 0x03, 0xA9, 0x83,
+                                            0x81, 0x70, 0x02, 0x81, 0x31, 0,    0};
 
   CCard card{0};
   std::shared_ptr<CCardCore> core = std::make_shared<CCardCore>(card, 0);
@@ -98,6 +115,62 @@ TEST_F(ControlThread, FramesReachAControllerOnlyWhileTheControllersRun) {
   core->controllersRunning = true;
   thread.OnFrame(0, ua, sizeof ua);
   EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
+}
+
+TEST_F(ControlThread, AStoppedThreadLeavesWhatTheCardSaysAlone) {
+  thread.RequestStop();
+  const uint8_t body[kCardInformationBytes] = {'Z', 'E', 'L', 'K', ' ', 2, 3, 1, 0, 0, 0, 5, 0, 0, 0, 24, 1, 15, 9};
+  thread.OnInformation(body);
+  EXPECT_EQ(core->facts.serialNumber, 0U) << "the next opening would take it for its own card's";
+  thread.OnLineStatus(1, 0);
+  EXPECT_EQ(core->trunks[1].lineStatus, 3);
+}
+
+// The trunk is held from the callback on: nobody can use the controller in between.
+TEST_F(ControlThread, AControllerLeftToAThreadInACallbackGoesBeforeTheTrunkIsFree) {
+  GiveController();
+  core->controllersRunning = true;
+  handlers.onStatus = [&](uint32_t, ETrunkStatus) {
+    core->controllersRunning = false;
+    thread.RequestStop();
+  };
+  const CScopedLock<CRecursiveMutex> held(core->trunks[0].lock);
+  thread.OnFrame(0, kUa, sizeof kUa);
+  EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
+  EXPECT_EQ(core->trunks[0].controller, nullptr);
+}
+
+TEST_F(ControlThread, AStoppedThreadLeavesTheControllerOfALaterOpeningAlone) {
+  GiveController(2);
+  thread.RequestStop();
+  thread.OnFrame(0, kUa, sizeof kUa);
+  EXPECT_TRUE(handlers.Lines().empty());
+  const CScopedLock<CRecursiveMutex> held(core->trunks[0].lock);
+  EXPECT_NE(core->trunks[0].controller, nullptr);
+}
+
+// Memory that runs out costs the report or the frame at hand; the next one is taken as if nothing had been.
+TEST_F(ControlThread, WithoutMemoryAReportOrAFrameIsLostAndNoMore) {
+  core->controllersRunning = true;
+  const uint8_t body[kCardInformationBytes] = {'Z', 'E', 'L', 'K', ' ', 2, 3, 1, 0, 0, 0, 5, 0, 0, 0, 24, 1, 15, 9};
+  CPriSide network(1);
+  uint32_t failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    GiveController();
+    support::FailAllocation(failures + 1);
+    thread.OnLineStatus(1, static_cast<uint8_t>(failures % 2));
+    thread.OnRegister(0, 0x1006, 1);
+    thread.OnInformation(body);
+    thread.OnFrame(0, kUa, sizeof kUa);
+    thread.OnFrame(0, kSetup, sizeof kSetup);
+    failed = support::AllocationFailed();
+    support::FailAllocation(0);
+    const size_t rings = handlers.Count("call 0 1 770");
+    thread.OnFrame(0, kSetupAgain, sizeof kSetupAgain);
+    EXPECT_EQ(handlers.Count("call 0 1 770"), rings + 1) << failures;
+  }
+  EXPECT_GT(failures, 2U);
+  EXPECT_EQ(core->facts.serialNumber, 5U);
 }
 
 TEST_F(ControlThread, NothingIsReportedAfterAStop) {

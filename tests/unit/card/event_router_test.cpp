@@ -38,12 +38,13 @@ class EventRouter : public testing::Test {
     SPriEvent event;
     event.code = code;
     event.channel = channel;
-    RouteEvent(core, trunk, event);
+    RouteEvent(core, trunk, event, caller);
   }
 
   CCard card{0};
   CCardCore core{card, 0};
   CRecordingHandlers handlers;
+  CStopFlag caller;
 };
 
 using Lines = std::vector<std::string>;
@@ -96,7 +97,7 @@ class AnswerRouter : public EventRouter {
         const CScopedLock<CRecursiveMutex> held(core.trunks[0].lock);
         SPriEvent event;
         if (core.trunks[0].controller->Receive(network.written.front().data(), network.written.front().size(), event)) {
-          RouteEvent(core, 0, event);
+          RouteEvent(core, 0, event, caller);
         }
       }
     }
@@ -152,6 +153,18 @@ TEST_F(AnswerRouter, AcknowledgesNothingOnceTheCallLogicHasDoneAwayWithTheCall) 
   EXPECT_EQ(Acknowledges(), 0);
 }
 
+// Too late for this opening of the card: another one may have the connection by now.
+TEST_F(AnswerRouter, AcknowledgesNothingWhenTheCallerWasGivenUpInTheCallback) {
+  handlers.onCall = [&](CCard&, uint16_t, ECallEvent code, const SPriEvent&) {
+    if (code == CALLEV_ANSWER) {
+      caller.Set();
+    }
+  };
+  AnswerOfTheNetwork();
+  EXPECT_EQ(handlers.Count("call 0 9 779"), 1U);
+  EXPECT_EQ(Acknowledges(), 0);
+}
+
 TEST_F(AnswerRouter, AcknowledgesWithoutHandlersToo) {
   core.handlers = nullptr;
   AnswerOfTheNetwork();
@@ -165,16 +178,26 @@ TEST_F(EventRouter, AnEarlyDchannelUpIsReportedOnceThereAreHandlers) {
   Route(2, kPriDchannelDown);
   Route(3, kPriRing);
   core.handlers = &handlers;
-  core.ReportEarlyDchannels();
-  core.ReportEarlyDchannels();
+  core.ReportEarlyDchannels(caller);
+  core.ReportEarlyDchannels(caller);
   EXPECT_EQ(handlers.Lines(), Lines{"trunk 1 257 0 0"});
+}
+
+TEST_F(EventRouter, EarlyDchannelsAreNotReportedByACallerThatWasGivenUp) {
+  for (uint32_t trunk = 0; trunk < 3; ++trunk) {
+    Route(trunk, kPriDchannelUp);
+  }
+  core.handlers = &handlers;
+  handlers.onStatus = [&](uint32_t, ETrunkStatus) { caller.Set(); };
+  core.ReportEarlyDchannels(caller);
+  EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
 }
 
 TEST_F(EventRouter, ADchannelUpThatWasReportedIsNotReportedAgain) {
   core.handlers = &handlers;
   Route(1, kPriDchannelUp);
   Route(1, kPriConfigError);
-  core.ReportEarlyDchannels();
+  core.ReportEarlyDchannels(caller);
   EXPECT_EQ(handlers.Count("trunk 1 257 0 0"), 1U);
 }
 

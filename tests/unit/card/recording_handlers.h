@@ -15,10 +15,11 @@ namespace zelk {
 // Writes down what a card reports, each as a line.
 class CRecordingHandlers : public ICardHandlers {
  public:
-  void OnCardState(CCard&, ECardCode code, const char* text, uint32_t value) override {
+  void OnCardState(CCard&, ECardCode code, const char* text, uint32_t value, const CStopFlag&) override {
     Note("card " + std::to_string(code) + " " + (text == nullptr ? "" : text) + std::to_string(value));
   }
-  void OnTrunkStatus(CCard&, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) override {
+  void OnTrunkStatus(CCard&, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
+                     const CStopFlag&) override {
     Note("trunk " + std::to_string(trunk) + " " + std::to_string(code) + " " + std::to_string(value16) + " " +
          std::to_string(value32));
     if (onStatus) {
@@ -31,7 +32,12 @@ class CRecordingHandlers : public ICardHandlers {
       onCall(card, trunk, code, event);
     }
   }
-  void OnCardReopening(CCard&) override { Note("reopening"); }
+  void OnCardReopening(CCard&, const CStopFlag& caller) override {
+    Note("reopening");
+    if (onReopening) {
+      onReopening(caller);
+    }
+  }
   uint32_t FirstGlobalTrunk() const override { return firstGlobalTrunk; }
   void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {}
 
@@ -60,6 +66,7 @@ class CRecordingHandlers : public ICardHandlers {
   // Set before the handlers are given to a card.
   std::function<void(uint32_t, ETrunkStatus)> onStatus;
   std::function<void(CCard&, uint16_t, ECallEvent, const SPriEvent&)> onCall;
+  std::function<void(const CStopFlag&)> onReopening;
   uint32_t firstGlobalTrunk = 0;
 
  private:
