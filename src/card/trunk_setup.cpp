@@ -1,6 +1,8 @@
 #include "card/trunk_setup.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 
 #include "runtime/config.h"
 
@@ -19,6 +21,15 @@ void ApplySettings(CTrunk& trunk, const STrunkSettings& settings) {
   trunk.switchType = settings.switchType;
 }
 
+// Null too when memory runs out: the other trunks are set up all the same.
+std::unique_ptr<CPriController> TryCreate(CCardCore& core, uint32_t index, const CTrunk& trunk) {
+  try {
+    return CPriController::Create(core, index, trunk.nodeType, trunk.switchType);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t opening) {
   CTrunk& trunk = core.trunks[index];
   const uint32_t serialNumber = core.facts.serialNumber;
@@ -33,7 +44,7 @@ void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t opening) {
   if (settings.hdlcLog) {
     trunk.capture.Open(serialNumber, index + 1);
   }
-  trunk.controller = CPriController::Create(core, index, trunk.nodeType, trunk.switchType);
+  trunk.controller = TryCreate(core, index, trunk);
 }
 
 }  // namespace

@@ -104,6 +104,23 @@ class CCapture : public CSystemTest {
   }
 };
 
+TEST_F(CCapture, whose_writes_fail_costs_no_frame_and_the_other_trunks_captures_go_on) {
+  if (remote::CRemoteLibrary::Place() != nullptr || !fs::exists("/dev/full")) {
+    GTEST_SKIP() << "no file here that opens and cannot be written to";
+  }
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({2}));
+  sim->Start();
+  app = std::make_unique<support::CApplication>("[General]\nHdlcLog=1\n");
+  fs::create_symlink("/dev/full", Path(1));
+  ASSERT_NO_FATAL_FAILURE(StartLibrary());
+  ASSERT_TRUE(Card().WaitUp(kSlow));
+  ASSERT_NO_FATAL_FAILURE(MakeCall("8001000"));
+  EXPECT_TRUE(Card().Seen().WaitQ931(0, EDirection::kFromLibrary, "RELEASE", kSoon));
+  app->zelk.Shutdown();
+  EXPECT_TRUE(fs::is_symlink(Path(1)));
+  EXPECT_FALSE(Lines(Text(Path(2))).empty());
+}
+
 TEST_F(CCapture, holds_every_frame_sent_and_those_received_that_mean_something_in_order) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nHdlcLog=1\n"));
   ASSERT_NO_FATAL_FAILURE(MakeCall("8001000"));

@@ -79,6 +79,31 @@ class CConfigEffect : public CSystemTest {
     return number == nullptr || number->content.empty() ? -1 : number->content[0] & 0x7F;
   }
 
+  // What is heard of these digits, in a call of its own.
+  std::string HeardOf(const std::string& digits) {
+    EXPECT_TRUE(app->zelk.OpenChannel(0));
+    app->Forget();
+    const cardsim::Call call = Card().PlaceCall({.timeslot = 1});
+    EXPECT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
+    app->zelk.Answer(0);
+    EXPECT_TRUE(call->WaitState(cardsim::ESimCallState::kConnected, kSoon));
+    app->Record(0);
+    call->SendDigits(digits);
+    EXPECT_TRUE(call->WaitPlayed(kSlow));
+    // Digits of a block are reported before its sound is recorded.
+    EXPECT_TRUE(app->WaitRecorded(0, app->Recorded(0).size() + 8 * ZELK_BLOCK_BYTES, kSoon));
+    std::string heard;
+    for (const support::SAppEvent& event : app->Events(0)) {
+      if (event.code == ZELK_EVENT_DTMF) {
+        heard += static_cast<char>(event.param);
+      }
+    }
+    call->Hangup();
+    EXPECT_TRUE(app->WaitEvent(0, ZELK_EVENT_DISCONNECTED, kSoon));
+    EXPECT_TRUE(call->WaitEnded(kSoon));
+    return heard;
+  }
+
   bool HasCapture(int trunk) {
     return std::filesystem::exists(app->zelk.Folder() + "/zelk-" + std::to_string(Card().Serial()) + "-" +
                                    std::to_string(trunk) + ".hdlc");
@@ -94,6 +119,42 @@ TEST_F(CConfigEffect, without_a_file_every_key_has_its_default_effect) {
   ASSERT_NE(setup.Find(kCalledNumber), nullptr);
   EXPECT_EQ(setup.Find(kCalledNumber)->content[0], 0xA1) << "national, ISDN";
   EXPECT_NE(setup.Find(kSendingComplete), nullptr) << "Euro ISDN";
+}
+
+// The signalling stack has neither side to play then: it says so, sends nothing, and the trunk stays down.
+TEST_F(CConfigEffect, client_types_1000_and_1001_are_node_types_5_and_10_which_the_signalling_stack_does_not_play) {
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({3}));
+  sim->Start();
+  app = std::make_unique<support::CApplication>("[100001-2]\nClientType=1000\n[100001-3]\nClientType=1001\n");
+  ASSERT_TRUE(app->zelk.Init());
+  EXPECT_TRUE(app->zelk.WaitLog("Debug Message: Card[0] Link[1]: Don't know how to SABME on a type 5 node"))
+      << app->zelk.LogText();
+  EXPECT_TRUE(app->zelk.WaitLog("Debug Message: Card[0] Link[2]: Don't know how to SABME on a type 10 node"))
+      << app->zelk.LogText();
+  ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSlow)) << "the first trunk has its side";
+  EXPECT_NE(SetupOn(0).Find(kCalledNumber), nullptr);
+  for (const int trunk : {1, 2}) {
+    EXPECT_TRUE(FirstFrame(EFrameKind::kSabme, trunk).empty());
+    EXPECT_TRUE(app->Events(trunk * 30).empty());
+    EXPECT_EQ(app->Text(trunk * 30, ZELK_INFO_CHANNELSTATE), "DOWN");
+  }
+}
+
+// No two tones reach 60 times the sum of squares, so with that threshold no digit is heard.
+TEST_F(CConfigEffect, dtmf_values_reach_a_cards_detectors_at_its_next_opening_and_not_before) {
+  ASSERT_NO_FATAL_FAILURE(Start({1}));
+  Card().Audio().SetWaitForReplies(true);
+  EXPECT_EQ(HeardOf("5"), "5");
+  app->zelk.WriteIni("[Dtmf]\nTotalEnergy=60\n");
+  ASSERT_TRUE(app->zelk.Init());
+  EXPECT_EQ(HeardOf("6"), "6") << "the card is open";
+  ASSERT_NO_FATAL_FAILURE(Reopen());
+  EXPECT_EQ(HeardOf("7"), "");
+  app->zelk.WriteIni("");
+  ASSERT_TRUE(app->zelk.Init());
+  EXPECT_EQ(HeardOf("8"), "") << "the card is open";
+  ASSERT_NO_FATAL_FAILURE(Reopen());
+  EXPECT_EQ(HeardOf("9"), "9");
 }
 
 TEST_F(CConfigEffect, crc4_reaches_the_card_as_its_low_byte_from_the_trunks_section_or_from_general) {

@@ -1,3 +1,6 @@
+#include <future>
+#include <mutex>
+
 #include "system_fixture.h"
 
 namespace {
@@ -55,6 +58,40 @@ TEST_F(CStartup, speaks_on_the_control_connection_in_the_order_of_a_cards_set_up
                                               EControlType::kAudioPort,          EControlType::kRegisterRead,
                                               EControlType::kRegisterRead};
   EXPECT_EQ(order, expected);
+}
+
+// D-channels come up while the cards are still being opened: that is said on the cards' threads.
+TEST_F(CStartup, reports_nothing_on_the_thread_that_starts_the_library) {
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({8, 8}));
+  sim->Start();
+  app = std::make_unique<support::CApplication>();
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_NO_FATAL_FAILURE(StartLibrary());
+    for (int32_t channel = 0; channel < 480; ++channel) {
+      ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CHANNEL_STATE, kSlow));
+      for (const support::SAppEvent& event : app->Events(channel)) {
+        ASSERT_NE(event.thread, std::this_thread::get_id()) << channel;
+      }
+    }
+    app->zelk.Shutdown();
+    app->Forget();
+  }
+}
+
+// An application whose callbacks wait for the thread that starts the library, as with a mutex of its own.
+TEST_F(CStartup, waits_for_no_callback) {
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({8, 8}));
+  sim->Start();
+  app = std::make_unique<support::CApplication>();
+  std::mutex isStarting;
+  app->onEvent = [&](const support::SAppEvent&) { const std::lock_guard<std::mutex> held(isStarting); };
+  isStarting.lock();
+  std::future<bool> init = std::async(std::launch::async, [this] { return app->zelk.Init(); });
+  const bool isBack = init.wait_for(kSlow) == std::future_status::ready;
+  isStarting.unlock();
+  EXPECT_TRUE(isBack);
+  EXPECT_TRUE(init.get());
+  EXPECT_TRUE(app->WaitAllReady(kSlow)) << app->zelk.LogText();
 }
 
 TEST_F(CStartup, without_a_card_starts_with_no_channels) {

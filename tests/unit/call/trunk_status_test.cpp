@@ -5,6 +5,7 @@
 #include "call/call_operations.h"
 #include "call_fixture.h"
 #include "platform/event.h"
+#include "support/allocation_probe.h"
 
 namespace zelk::test {
 namespace {
@@ -251,6 +252,38 @@ TEST_F(TrunkStatus, ChannelsMayGoInsideTheCallback) {
   Status(0, kDchannelUp);
   firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
   EXPECT_EQ(application.Take(), States(0, 1, 1));
+}
+
+std::atomic<int> statesPosted{0};
+void ZELK_CALL CountStates(int32_t, uint32_t event, int32_t) {
+  statesPosted += event == EVENT_CHANNEL_STATE ? 1 : 0;
+}
+
+// What is lost without memory is a line of the log: every channel follows its trunk.
+TEST_F(TrunkStatus, StatesNeedNoMemory) {
+  ApplicationEvents().SetEventCallback(&CountStates);
+  const auto expectStates = [&](int expected, const std::function<void()>& report) {
+    for (uint32_t n = 1; n <= 6; ++n) {
+      Status(0, kDchannelUp);
+      GiveCall(7);
+      statesPosted = 0;
+      support::FailAllocation(n);
+      report();
+      support::FailAllocation(0);
+      EXPECT_EQ(statesPosted, expected) << n;
+      EXPECT_EQ(Channel(7).callHandle, nullptr) << n;
+      Status(0, kDchannelDown);
+    }
+  };
+  expectStates(30, [this] { Status(0, kDchannelDown); });
+  expectStates(120, [this] { firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller); });
+  expectStates(1, [this] { firstHandlers.OnCardReopening(firstCard, caller); });
+  statesPosted = 0;
+  support::FailAllocation(1);
+  Status(0, kDchannelUp);
+  EXPECT_TRUE(support::AllocationFailed()) << "the line had to be formatted";
+  support::FailAllocation(0);
+  EXPECT_EQ(statesPosted, 30);
 }
 
 TEST_F(TrunkStatus, StatusLines) {

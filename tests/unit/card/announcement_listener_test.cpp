@@ -12,6 +12,7 @@
 #include "recording_handlers.h"
 #include "runtime/config.h"
 #include "runtime/log.h"
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -137,6 +138,50 @@ TEST_F(AnnouncementListener, LogsNothingAtLevelThree) {
   const std::string text = LogText();
   EXPECT_EQ(text.find("Broadcast from"), std::string::npos) << text;
   EXPECT_EQ(text.find("Card reopen"), std::string::npos) << text;
+}
+
+// The memory that fails is the listener's own, from what follows the handlers' call to the next announcement's lines
+// and addresses. Each failure costs one re-open at the most; the listener goes on.
+TEST_F(AnnouncementListener, WithoutMemoryAReopenIsLostAndTheNextOneIsDone) {
+  uint32_t n = 0;
+  handlers.onReopening = [&](const CStopFlag&) { support::FailAllocation(++n); };
+  constexpr uint32_t kFailures = 8;
+  // With the n-th allocation behind the handlers' call failing, the card is closed; the failure may also stand behind
+  // the opening, in the next announcement.
+  ASSERT_TRUE(AnnounceUntil([&] { return n >= kFailures; }, "127.0.0.2", 4711));
+  handlers.onReopening = [](const CStopFlag&) { support::FailAllocation(0); };
+  const size_t opened = handlers.Count("card 3 1");
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > opened; }, "127.0.0.2", 4711));
+  listener.Stop();
+  EXPECT_TRUE(card.ControllersRunning());
+}
+
+// Held in the application's callback for longer than the stop waits, the listener touches no card when it comes back.
+TEST_F(AnnouncementListener, AThreadThatComesBackAfterItsStopReopensNothing) {
+  CEvent isInside;
+  CEvent mayReturn;
+  CEvent isBack;
+  handlers.onReopening = [&](const CStopFlag& caller) {
+    isInside.Set();
+    mayReturn.Wait();
+    EXPECT_TRUE(caller.IsSet());
+    isBack.Set();
+  };
+  ASSERT_TRUE(AnnounceUntil([&] { return isInside.WaitFor(0); }, "127.0.0.2", 4711));
+  listener.Stop();
+  card.Close();
+  ASSERT_TRUE(card.Open(fake->Address(), 5854, "127.0.0.1"));
+  const int connections = fake->Connections();
+  mayReturn.Set();
+  isBack.Wait();
+  // Its last act.
+  const uint32_t start = TickMs();
+  while (LogText().find("Card reopen has failed\r\n") == std::string::npos && TickMs() - start < 10000) {
+    SleepMs(1);
+  }
+  EXPECT_NE(LogText().find("Card reopen has failed\r\n"), std::string::npos);
+  EXPECT_EQ(fake->Connections(), connections);
+  EXPECT_TRUE(card.ControllersRunning());
 }
 
 TEST_F(AnnouncementListener, StopCutsAReopenShort) {

@@ -109,6 +109,9 @@ class CFakeCard : public IPriWriter {
     return networkEvents;
   }
   int Connections() const { return connections; }
+  bool WaitDisconnected(int timeoutMs = 10000) const {
+    return WaitUntil([this] { return !isConnected; }, timeoutMs);
+  }
 
   int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override {
     Message message{0xFF, 0x10, static_cast<uint8_t>(trunk + 1), static_cast<uint8_t>(length),
@@ -155,6 +158,7 @@ class CFakeCard : public IPriWriter {
     connection = accept(listener, nullptr, nullptr);
     stream.clear();
     isStarted = false;
+    isConnected = true;
     ++connections;
   }
 
@@ -163,6 +167,7 @@ class CFakeCard : public IPriWriter {
     if (connection >= 0) {
       CloseSocket(connection);
       connection = -1;
+      isConnected = false;
     }
   }
 
@@ -319,6 +324,7 @@ class CFakeCard : public IPriWriter {
   std::atomic<bool> closeRequested{false};
   std::atomic<bool> resetRequested{false};
   std::atomic<int> connections{0};
+  std::atomic<bool> isConnected{false};
   // The worker's own.
   int connection = -1;
   bool isStarted = false;

@@ -9,11 +9,14 @@
 #include <string>
 
 #include "card/card.h"
+#include "card/control_thread.h"
 #include "fake_card.h"
 #include "platform/clock.h"
 #include "platform/module.h"
+#include "recording_handlers.h"
 #include "runtime/config.h"
 #include "runtime/paths.h"
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -84,6 +87,39 @@ TEST_F(TrunkSetup, TheConfigurationCarriesEachTrunksCrc4AndTheLastOneStays) {
   EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 2, 1, 7, 0, 0, 0, 0}));
   card.SendTrunkConfiguration(0);
   EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 1, 1, 7, 0, 0, 0, 0}));
+}
+
+// A trunk that got no controller hears nothing; the others work.
+TEST_F(TrunkSetup, ATrunkWhoseControllerCannotBeMadeIsDeafAndTheOthersWork) {
+  CCard card(0);
+  CRecordingHandlers handlers;
+  const auto core = std::make_shared<CCardCore>(card, 0);
+  core->handlers = &handlers;
+  core->facts.trunkCount = 2;
+  core->controllersRunning = true;
+  const uint8_t ua[] = {0x00, 0x01, 0x73, 0, 0};  // answers the SABME that every controller begins with
+  std::array<size_t, 2> deaf{};
+  const auto setUp = [&] {
+    try {
+      SetUpTrunks(*core, 1);
+    } catch (const std::bad_alloc&) {
+      return;  // its settings could not be read: the opening ends
+    }
+  };
+  support::ForEachFailingAllocation(setUp, [&](bool) {
+    CControlThread thread(core, std::make_shared<CSocket>(), 1);
+    for (uint32_t trunk = 0; trunk < 2; ++trunk) {
+      const std::string up = "trunk " + std::to_string(trunk) + " 257 0 0";
+      const size_t before = handlers.Count(up);
+      thread.OnFrame(trunk, ua, sizeof ua);
+      const CScopedLock<CRecursiveMutex> held(core->trunks[trunk].lock);
+      const bool hasController = core->trunks[trunk].controller != nullptr;
+      EXPECT_EQ(handlers.Count(up), before + (hasController ? 1 : 0));
+      deaf[trunk] += !hasController && core->trunks[1 - trunk].controller != nullptr ? 1 : 0;
+      core->trunks[trunk].controller.reset();
+    }
+  });
+  EXPECT_GT(deaf[0], 0U) << "the second trunk works without the first";
 }
 
 size_t Lines(const std::string& text, char direction) {
