@@ -1,6 +1,6 @@
 #include "card/card_core.h"
 
-#include <utility>
+#include <atomic>
 
 #include "card/card.h"
 #include "card/control_messages.h"
@@ -91,13 +91,11 @@ void CCardCore::ReleaseLeftovers(uint32_t opening) {
 }
 
 void CCardCore::KeepForever(const std::shared_ptr<CCardCore>& core) {
-  // A list that needs no memory: there may be none left.
-  static CMutex lock;
-  static CCardCore* first = nullptr;
-  const CScopedLock<CMutex> held(lock);
+  // A list that needs no memory, as there may be none left, and no lock, which would be gone at the process's end.
+  static std::atomic<CCardCore*> first{nullptr};
   if (core->kept == nullptr) {
     core->kept = core;
-    core->nextKept = std::exchange(first, core.get());
+    core->nextKept = first.exchange(core.get());
   }
 }
 

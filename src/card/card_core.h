@@ -38,7 +38,7 @@ class CCardCore : public IPriWriter, public IAudioNotice {
   static void ReleaseLeftover(CTrunk& trunk, uint32_t opening) ZELK_REQUIRES(trunk.lock);
   void ReleaseLeftovers(uint32_t opening);
 
-  // A thread that did not end in time may still report to the core: from here on it stays for good.
+  // A thread that did not end in time may still report to the core: from here on it stays for good. Thread: opener.
   static void KeepForever(const std::shared_ptr<CCardCore>& core);
 
   // A frame goes to the capture and to the card without its FCS, which the card makes itself.
