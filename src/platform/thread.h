@@ -13,9 +13,9 @@ enum class EThreadPriority {
 
 // One worker thread with a bounded wait for its end.
 // Thread: owner only (start, join); the body runs on the new thread.
-// Start returns false when the system gives no thread. JoinFor blocks up to its limit; when the limit passes, the
-// thread is left to end by itself, so the body must own (or outlive) what it touches after its stop flag is set.
-// What the body has captured is destroyed on the new thread, before a join reports its end.
+// Start returns false when the system gives no thread or no memory. JoinFor blocks up to its limit; when the limit
+// passes, the thread is left to end by itself, so the body must own (or outlive) what it touches after its stop flag is
+// set. What the body has captured is destroyed on the new thread, before a join reports its end.
 class CThread {
  public:
   CThread();

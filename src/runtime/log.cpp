@@ -1,7 +1,6 @@
 #include "runtime/log.h"
 
 #include <cstdarg>
-#include <exception>
 #include <new>
 #include <string>
 
@@ -59,8 +58,8 @@ void LogFormat(ELogClass logClass, int32_t channel, const char* format, ...) {
     std::string text;
     FormatStringV(text, format, arguments);
     LogLine(text.c_str(), channel);
-  } catch (const std::exception&) {
-    // No memory for the text: logging never fails visibly.
+  } catch (const std::bad_alloc&) {
+    Log().LineLost();
   }
   va_end(arguments);
 }

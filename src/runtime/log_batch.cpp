@@ -1,5 +1,7 @@
 #include "runtime/log_batch.h"
 
+#include <iterator>
+#include <new>
 #include <utility>
 
 namespace zelk {
@@ -8,28 +10,34 @@ namespace {
 
 // Long enough to gather bursts, short enough that a log that was moved away is followed by a new one at once.
 constexpr uint32_t kKeptOpenMs = 500;
+// Text is copied into the last piece. Pieces of this size keep that short, however much is waiting.
+constexpr size_t kPieceBytes = 64U << 10;
 
 }  // namespace
 
-void CLogBatch::Take(std::string& text) {
-  if (batch.empty()) {
-    batch.swap(text);
+void AddText(LogPieces& pieces, const std::string& text) {
+  if (pieces.empty() || pieces.back().size() + text.size() > kPieceBytes) {
+    pieces.push_back(text);
   } else {
-    batch += text;
+    pieces.back() += text;
   }
-  text.clear();
 }
 
-void CLogBatch::WriteOut(const std::string& path, bool closeAtOnce, uint32_t nowMs) {
+void CLogBatch::Take(LogPieces& text) noexcept {
+  batch.splice(batch.end(), text);
+}
+
+size_t CLogBatch::WriteOut(const std::string& path, bool closeAtOnce, uint32_t nowMs) {
+  size_t written = 0;
   if (batch.empty()) {
-    return;
+    return written;
   }
   if (!file.IsOpen()) {
     file.Open(path);
     openedAtMs = nowMs;  // also when it failed
   }
-  if (!file.IsOpen() || !WriteText()) {
-    return;
+  if (!file.IsOpen() || !WriteText(written)) {
+    return written;
   }
   if (closeAtOnce) {
     file.Close();
@@ -37,19 +45,47 @@ void CLogBatch::WriteOut(const std::string& path, bool closeAtOnce, uint32_t now
     file.Close();
     openedAtMs = nowMs;
   }
+  return written;
 }
 
-bool CLogBatch::WriteText() {
-  const int64_t written = file.Write(batch.data(), batch.size());
-  if (written < 0) {
-    return false;
+// One piece of all, so that it goes out with one call. Without the memory for it the pieces go out one by one.
+void CLogBatch::Join() {
+  size_t bytes = 0;
+  for (const std::string& piece : batch) {
+    bytes += piece.size();
   }
-  batch.erase(0, static_cast<size_t>(written));
+  std::string& first = batch.front();
+  try {
+    first.reserve(bytes);
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+  for (auto piece = std::next(batch.begin()); piece != batch.end(); piece = batch.erase(piece)) {
+    first += *piece;
+  }
+}
+
+// False when a write failed. One that wrote a part ends the pass like one that wrote all.
+bool CLogBatch::WriteText(size_t& written) {
+  Join();
+  while (!batch.empty()) {
+    std::string& piece = batch.front();
+    const int64_t result = file.Write(piece.data(), piece.size());
+    if (result < 0) {
+      return false;
+    }
+    written += static_cast<size_t>(result);
+    if (static_cast<size_t>(result) < piece.size()) {
+      piece.erase(0, static_cast<size_t>(result));
+      return true;
+    }
+    batch.pop_front();
+  }
   return true;
 }
 
-std::string CLogBatch::TakeBack() {
-  return std::exchange(batch, std::string());
+LogPieces CLogBatch::TakeBack() noexcept {
+  return std::exchange(batch, LogPieces());
 }
 
 }  // namespace zelk

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <string>
 
 namespace zelk {
@@ -16,28 +17,37 @@ class ILogFile {
   virtual void Close() = 0;
 };
 
+// Text on its way to the file, in order, in pieces of whole lines: moving it from one place to the next needs no
+// memory.
+using LogPieces = std::list<std::string>;
+
+// Adds whole lines behind the others. Throws std::bad_alloc when there is no memory; nothing has changed then.
+void AddText(LogPieces& pieces, const std::string& text);
+
 // The text a log writer has taken and not yet written, with the rules for opening, writing and closing the file. What
-// could not be written stays in front of what is taken next, so nothing is dropped and the order is kept.
+// could not be written stays in front of what is taken next, so nothing is dropped and the order is kept. Nothing here
+// fails for want of memory.
 // Thread: the writer's only. WriteOut blocks on the file. Time is passed in; no clock is read here.
 class CLogBatch {
  public:
   // openedAt: the tick that counts as the last opening until there is one. The file is not owned.
   CLogBatch(ILogFile& target, uint32_t openedAt) : file(target), openedAtMs(openedAt) {}
 
-  // Moves the whole text to the batch's end; the text is empty afterwards.
-  void Take(std::string& text);
+  // Moves the whole text to the batch's end; it is empty afterwards.
+  void Take(LogPieces& text) noexcept;
   // Writes with one call, opening the file before where needed, and closes it when asked to or half a second after the
-  // opening. A failure leaves the text for the next time.
-  void WriteOut(const std::string& path, bool closeAtOnce, uint32_t nowMs);
+  // opening. A failure leaves the text for the next time. The bytes that were written.
+  size_t WriteOut(const std::string& path, bool closeAtOnce, uint32_t nowMs);
   // What is still unwritten, moved out.
-  std::string TakeBack();
+  LogPieces TakeBack() noexcept;
 
  private:
-  bool WriteText();
+  void Join();
+  bool WriteText(size_t& written);
 
   ILogFile& file;
   uint32_t openedAtMs;
-  std::string batch;
+  LogPieces batch;
 };
 
 }  // namespace zelk

@@ -9,11 +9,13 @@
 
 #include <atomic>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "runtime/config.h"
+#include "runtime/format.h"
 
 namespace zelk {
 
@@ -21,6 +23,8 @@ namespace {
 
 constexpr uint32_t kGatherMs = 100;
 constexpr uint32_t kStopLimitMs = 1000;
+// About a million lines: a log that cannot be written for hours loses nothing, one that never can takes no more.
+constexpr size_t kMostWaitingBytes = 64U << 20;
 
 class CLogFile : public ILogFile {
  public:
@@ -65,8 +69,22 @@ CLogWriter::~CLogWriter() {
 
 bool CLogWriter::Start(const std::string& logPath) {
   Stop();
+  bool started = false;
+  try {
+    started = StartThread(logPath);
+  } catch (const std::bad_alloc&) {
+    // A thread that gets no memory is none.
+  }
+  if (!started) {
+    run = nullptr;
+  }
+  return started;
+}
+
+bool CLogWriter::StartThread(const std::string& logPath) {
   path = logPath;
   run = std::make_shared<SRun>(logPath, makeFile());
+  std::function<void()> body = [this, mine = run] { WriteUntilStopped(*mine); };
   {
     const CScopedLock hold(lock);
     ++threadsInside;
@@ -76,11 +94,10 @@ bool CLogWriter::Start(const std::string& logPath) {
       wake.Set();
     }
   }
-  if (thread.Start("zelk-log", [this, mine = run] { WriteUntilStopped(*mine); })) {
+  if (thread.Start("zelk-log", std::move(body))) {
     return true;
   }
   Leave(*run);
-  Stop();
   return false;
 }
 
@@ -96,7 +113,7 @@ void CLogWriter::Stop() {
 void CLogWriter::Finish() {
   const std::shared_ptr<SRun> stopped = run;
   Stop();
-  std::string rest;
+  LogPieces rest;
   {
     const CScopedLock hold(lock);
     if (threadsInside > 0) {
@@ -104,35 +121,89 @@ void CLogWriter::Finish() {
         return;  // a hanging thread has the file: nobody else should hang with it
       }
       // The end of the process took the thread wherever it was: what it had not written is ours to write.
-      rest = stopped == nullptr ? std::string() : stopped->batch.TakeBack();
+      if (stopped != nullptr) {
+        rest = stopped->batch.TakeBack();
+      }
     }
-    rest += pending;
-    std::string().swap(pending);
+    AddLastNotice();
+    rest.splice(rest.end(), pending);
+    waitingBytes = 0;
   }
   if (!path.empty()) {
-    SRun last(path, makeFile());
-    last.batch.Take(rest);
-    last.batch.WriteOut(path, true, TickMs());
+    WriteLast(rest);
   }
   std::string().swap(path);
 }
 
-void CLogWriter::Line(const char* text, int32_t channel) {
+// For lines that were lost and that no line follows any more.
+void CLogWriter::AddLastNotice() {
   try {
-    std::string line;
-    BuildLogLine(line, LocalNow(), text, channel);
-    Append(line);
+    if (lostLines > 0) {
+      AddToPending(LossNotice(LocalNow()));
+      lostLines = 0;
+    }
   } catch (const std::exception&) {
-    // No memory for the line: logging never fails visibly.
+    // There is no later time to say it.
   }
 }
 
-void CLogWriter::Append(const std::string& line) {
+void CLogWriter::WriteLast(LogPieces& rest) {
+  try {
+    const std::unique_ptr<ILogFile> file = makeFile();
+    CLogBatch last(*file, TickMs());
+    last.Take(rest);
+    last.WriteOut(path, true, TickMs());
+  } catch (const std::exception&) {
+    // There is no later time to write it.
+  }
+}
+
+void CLogWriter::Line(const char* text, int32_t channel) {
+  try {
+    const SLocalTime now = LocalNow();
+    std::string line;
+    BuildLogLine(line, now, text, channel);
+    Append(line, now);
+  } catch (const std::exception&) {
+    LineLost();
+  }
+}
+
+void CLogWriter::LineLost() {
   {
     const CScopedLock hold(lock);
-    pending += line;
+    ++lostLines;
   }
   wake.Set();
+}
+
+// A line that is lost wakes the thread too: what waits may then be written, which makes room.
+void CLogWriter::Append(const std::string& line, const SLocalTime& now) {
+  {
+    const CScopedLock hold(lock);
+    if (waitingBytes + line.size() > kMostWaitingBytes) {
+      ++lostLines;
+    } else if (lostLines > 0) {
+      AddToPending(LossNotice(now) + line);
+      lostLines = 0;
+    } else {
+      AddToPending(line);
+    }
+  }
+  wake.Set();
+}
+
+void CLogWriter::AddToPending(const std::string& text) {
+  AddText(pending, text);
+  waitingBytes += text.size();
+}
+
+std::string CLogWriter::LossNotice(const SLocalTime& now) const {
+  std::string text;
+  FormatString(text, "Log: lines lost for want of memory: %llu", static_cast<unsigned long long>(lostLines));
+  std::string line;
+  BuildLogLine(line, now, text.c_str(), kGeneralLine);
+  return line;
 }
 
 void CLogWriter::WriteUntilStopped(SRun& mine) {
@@ -153,13 +224,15 @@ void CLogWriter::WritePass(SRun& mine) {
     const CScopedLock hold(lock);
     mine.batch.Take(pending);
   }
-  mine.batch.WriteOut(mine.path, Config().flushImmediate, TickMs());
+  const size_t written = mine.batch.WriteOut(mine.path, Config().flushImmediate, TickMs());
+  const CScopedLock hold(lock);
+  waitingBytes -= written;
 }
 
 // Puts what could not be written in front of what came since: the next thread tries again.
 void CLogWriter::Leave(SRun& mine) {
   const CScopedLock hold(lock);
-  pending.insert(0, mine.batch.TakeBack());
+  pending.splice(pending.begin(), mine.batch.TakeBack());
   if (--threadsInside == 0) {
     nobodyInside.Set();
   }

@@ -16,9 +16,11 @@ namespace zelk {
 // The log: lines of any thread are collected in memory, a thread of its own writes them to the file in batches.
 // Thread: Line by any, and it never blocks on the file; Start, Stop and Finish by one thread at a time (the
 // initialising or unloading one).
-// Start returns false when the system gives no thread; lines are then collected all the same. File errors are not
-// reported: the text waits for the next batch. A thread that hangs in the file when it is stopped is left to itself and
-// gives back what it could not write; the destructor waits for it.
+// Start returns false when the system gives no thread or no memory; lines are then collected all the same. File errors
+// are not reported: the text waits for the next batch. A line for which there is no memory, or no room in front of the
+// limit for what may wait, is lost; the next line that is taken comes behind one that says how many were. A thread that
+// hangs in the file when it is stopped is left to itself and gives back what it could not write; the destructor waits
+// for it.
 class CLogWriter {
  public:
   using MakeFile = std::function<std::unique_ptr<ILogFile>()>;
@@ -36,20 +38,29 @@ class CLogWriter {
   // For the unloading of the library: stops, writes whatever is still pending and gives the memory back.
   void Finish();
 
-  // Adds a line, stamped with the local time; kGeneralLine or a channel number. Dropped only when memory is short.
+  // Adds a line, stamped with the local time; kGeneralLine or a channel number.
   void Line(const char* text, int32_t channel);
+  // Counts a line as lost whose text its caller could not make for want of memory.
+  void LineLost();
 
  private:
   struct SRun;
 
-  void Append(const std::string& line);
+  bool StartThread(const std::string& logPath);
+  void Append(const std::string& line, const SLocalTime& now);
+  void AddToPending(const std::string& text) ZELK_REQUIRES(lock);
+  std::string LossNotice(const SLocalTime& now) const ZELK_REQUIRES(lock);
+  void AddLastNotice() ZELK_REQUIRES(lock);
+  void WriteLast(LogPieces& rest);
   void WriteUntilStopped(SRun& run);
   void WritePass(SRun& run);
   void Leave(SRun& run);
 
   const MakeFile makeFile;
   CMutex lock;
-  std::string pending ZELK_GUARDED_BY(lock);  // lines that no thread has taken yet
+  LogPieces pending ZELK_GUARDED_BY(lock);        // lines that no thread has taken yet
+  size_t waitingBytes ZELK_GUARDED_BY(lock) = 0;  // of these and of what threads have taken and not written
+  uint64_t lostLines ZELK_GUARDED_BY(lock) = 0;   // and not yet told
   uint32_t threadsInside ZELK_GUARDED_BY(lock) = 0;
   CEvent wake;  // set by every line and by stop
   CEvent nobodyInside;

@@ -7,8 +7,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <new>
-#include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/event.h"
@@ -57,14 +58,14 @@ class CSignalsBlocked {
 struct CThread::SState {
   std::function<void()> body;
   EThreadPriority priority = EThreadPriority::kNormal;
-  std::string name;
+  std::array<char, kMaxNameChars + 1> name{};
   pthread_t handle{};
   CEvent ended;
 
   static void* Run(void* argument) {
     const std::unique_ptr<std::shared_ptr<SState>> holder(static_cast<std::shared_ptr<SState>*>(argument));
     SState& state = **holder;
-    pthread_setname_np(pthread_self(), state.name.c_str());
+    pthread_setname_np(pthread_self(), state.name.data());
     if (state.priority == EThreadPriority::kProAudio) {
       RaiseOwnPriority();
     }
@@ -92,11 +93,17 @@ bool CThread::Start(const char* name, std::function<void()> body, EThreadPriorit
   if (state != nullptr || !body) {
     return false;
   }
-  auto started = std::make_shared<SState>();
+  std::shared_ptr<SState> started;
+  std::unique_ptr<std::shared_ptr<SState>> argument;
+  try {
+    started = std::make_shared<SState>();
+    argument = std::make_unique<std::shared_ptr<SState>>(started);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   started->body = std::move(body);
   started->priority = priority;
-  started->name = std::string(name).substr(0, kMaxNameChars);
-  auto argument = std::make_unique<std::shared_ptr<SState>>(started);
+  std::string_view(name).copy(started->name.data(), kMaxNameChars);
   const CSignalsBlocked blocked;
   if (pthread_create(&started->handle, nullptr, &SState::Run, argument.get()) != 0) {
     return false;

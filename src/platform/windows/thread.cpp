@@ -15,9 +15,11 @@
 #include <avrt.h>
 #include <process.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
-#include <string>
+#include <new>
+#include <string_view>
 #include <utility>
 
 #include "native/event.h"
@@ -44,13 +46,13 @@ void RaiseOwnPriority() {
 }
 
 // For debuggers; systems before Windows 10 do not have the function.
-void NameOwnThread(const std::string& name) {
+void NameOwnThread(const wchar_t* name) {
   using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
   HMODULE kernel = GetModuleHandleA("kernel32.dll");
   const auto function = reinterpret_cast<SetDescription>(
       reinterpret_cast<void (*)()>(kernel == nullptr ? nullptr : GetProcAddress(kernel, "SetThreadDescription")));
   if (function != nullptr) {
-    function(GetCurrentThread(), std::wstring(name.begin(), name.end()).c_str());
+    function(GetCurrentThread(), name);
   }
 }
 
@@ -93,7 +95,7 @@ enum class ELife { kRunning, kEnded, kAbandoned };
 struct CThread::SState {
   std::function<void()> body;
   EThreadPriority priority = EThreadPriority::kNormal;
-  std::string name;
+  std::array<wchar_t, kMaxNameChars + 1> name{};
   HANDLE handle = nullptr;
   SNativeEvent began;
   SNativeEvent ended;
@@ -118,7 +120,7 @@ struct CThread::SState {
 unsigned __stdcall CThread::SState::Run(void* argument) {
   auto* const state = static_cast<SState*>(argument);
   SetEvent(state->began.handle);
-  NameOwnThread(state->name);
+  NameOwnThread(state->name.data());
   if (state->priority == EThreadPriority::kProAudio) {
     RaiseOwnPriority();
   }
@@ -159,10 +161,16 @@ bool CThread::Start(const char* name, std::function<void()> body, EThreadPriorit
   if (state != nullptr || !body) {
     return false;
   }
-  auto started = std::make_unique<SState>();
+  std::unique_ptr<SState> started;
+  try {
+    started = std::make_unique<SState>();
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   started->body = std::move(body);
   started->priority = priority;
-  started->name = std::string(name).substr(0, kMaxNameChars);
+  const std::string_view kept = std::string_view(name).substr(0, kMaxNameChars);
+  std::copy(kept.begin(), kept.end(), started->name.begin());
   // Suspended, so that the handle is known before the thread can end; the deleter is made before it can run, so that
   // memory that runs out finds no thread.
   const auto handle =

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <deque>
+#include <new>
 #include <vector>
+
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -13,6 +16,7 @@ namespace {
 class CScriptedFile : public ILogFile {
  public:
   bool Open(const std::string& path) override {
+    support::FailAllocation(0);
     calls.push_back("open " + path);
     if (openFailures > 0) {
       --openFailures;
@@ -21,8 +25,15 @@ class CScriptedFile : public ILogFile {
     }
     return isOpen;
   }
-  bool IsOpen() const override { return isOpen; }
+  bool IsOpen() const override {
+    if (deniesMemory) {
+      support::FailAllocation(1);  // of what the batch does next
+    }
+    return isOpen;
+  }
   int64_t Write(const void* data, size_t length) override {
+    sawFailure = sawFailure || support::AllocationFailed();
+    support::FailAllocation(0);
     int64_t result = static_cast<int64_t>(length);
     if (!answers.empty()) {
       result = std::min(result, answers.front());
@@ -40,6 +51,8 @@ class CScriptedFile : public ILogFile {
   std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
 
   bool isOpen = false;
+  bool deniesMemory = false;
+  bool sawFailure = false;
   int openFailures = 0;
   std::deque<int64_t> answers;
   std::vector<std::string> calls;
@@ -51,10 +64,15 @@ using Calls = std::vector<std::string>;
 class LogBatch : public testing::Test {
  protected:
   void Pass(const std::string& text, uint32_t nowMs, bool closeAtOnce = false) {
-    std::string taken = text;
+    LogPieces taken;
+    if (!text.empty()) {
+      AddText(taken, text);
+    }
     batch.Take(taken);
     EXPECT_TRUE(taken.empty());
-    batch.WriteOut("p", closeAtOnce, nowMs);
+    const size_t before = file.content.size();
+    const size_t written = batch.WriteOut("p", closeAtOnce, nowMs);
+    EXPECT_EQ(written, file.content.size() - before);
   }
 
   CScriptedFile file;
@@ -150,10 +168,82 @@ TEST_F(LogBatch, AShortWriteStillClosesTheFile) {
 TEST_F(LogBatch, WhatIsUnwrittenCanBeTakenBackOnce) {
   file.openFailures = 1;
   Pass("a", 1000);
-  EXPECT_EQ(batch.TakeBack(), "a");
-  EXPECT_EQ(batch.TakeBack(), "");
+  EXPECT_EQ(batch.TakeBack(), LogPieces{"a"});
+  EXPECT_EQ(batch.TakeBack(), LogPieces{});
   Pass("b", 1000);
   EXPECT_EQ(file.content, "b");
+}
+
+TEST_F(LogBatch, WithoutTheMemoryForOneCallThePiecesAreWrittenOneByOne) {
+  file.openFailures = 2;
+  const std::string longText(100, 'x');
+  Pass("a", 1000);
+  Pass("b", 1100);
+  file.TakeCalls();
+  file.deniesMemory = true;
+  Pass(longText, 1200);
+  EXPECT_TRUE(file.sawFailure);
+  EXPECT_EQ(file.TakeCalls(), (Calls{"open p", "write a", "write b", "write " + longText}));
+}
+
+TEST_F(LogBatch, ThenAShortOrFailedWriteKeepsThePiecesFromThereOn) {
+  const std::string longText(100, 'x');
+  file.openFailures = 2;
+  Pass("aa", 1000);
+  Pass("bb", 1100);
+  file.answers = {2, 1, -1};
+  file.deniesMemory = true;
+  Pass(longText, 1200);
+  EXPECT_EQ(file.content, "aab");
+  Pass("", 1300);
+  EXPECT_EQ(file.content, "aab");
+  Pass("", 1400);
+  EXPECT_EQ(file.content, "aabb" + longText);
+  EXPECT_TRUE(file.sawFailure);
+}
+
+TEST(LogPieces, TextIsAddedBehindTheLastInPiecesOfLimitedSize) {
+  constexpr size_t kLineBytes = 1000;
+  constexpr size_t kLines = 1000;
+  LogPieces pieces;
+  std::string all;
+  for (size_t i = 0; i < kLines; ++i) {
+    const std::string line(kLineBytes, static_cast<char>('a' + i % 26));
+    AddText(pieces, line);
+    all += line;
+  }
+  std::string joined;
+  for (const std::string& piece : pieces) {
+    EXPECT_LE(piece.size(), 65'536U);
+    joined += piece;
+  }
+  EXPECT_EQ(joined, all);
+  EXPECT_LE(pieces.size(), 20U);
+}
+
+TEST(LogPieces, WithoutMemoryTheyStayAsTheyAre) {
+  const std::string line(1000, 'x');
+  for (const size_t before : {size_t{0}, size_t{1}, size_t{65}}) {
+    LogPieces pieces;
+    for (size_t i = 0; i < before; ++i) {
+      AddText(pieces, line);
+    }
+    const LogPieces was = pieces;
+    uint32_t failures = 0;
+    bool added = false;
+    while (!added) {
+      support::FailAllocation(failures + 1);
+      try {
+        AddText(pieces, line);
+        added = true;
+      } catch (const std::bad_alloc&) {
+        ++failures;
+      }
+      support::FailAllocation(0);
+      EXPECT_TRUE(added || pieces == was);
+    }
+    EXPECT_GE(failures, 1U) << before;
+  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "runtime/config.h"
+#include "support/allocation_probe.h"
 #include "unit/platform/temp_dir.h"
 
 namespace zelk {
@@ -69,6 +70,14 @@ TEST_F(ProcessLog, FormattedLinesOfADisabledClassAreLeftOut) {
   LogFormat(ELogClass::kStatus, 2, "status %s", "two");
   LogFormat(ELogClass::kAlways, kGeneralLine, "always 0x%04X", 0x1006U);
   EXPECT_EQ(Written(), "  2 :status two|  G :always 0x1006|");
+}
+
+TEST_F(ProcessLog, LinesWhoseTextFindsNoMemoryAreCountedAsLost) {
+  const std::string text(3000, 'x');  // more than formatting has on the stack
+  const uint32_t lost =
+      support::ForEachFailingAllocation([&text] { LogFormat(ELogClass::kAlways, 7, "%s", text.c_str()); }, [](bool) {});
+  ASSERT_GE(lost, 3U);
+  EXPECT_EQ(Written(), "  G :Log: lines lost for want of memory: " + std::to_string(lost) + "|  7 :" + text + "|");
 }
 
 TEST_F(ProcessLog, ALongTextIsCutWithItsLine) {

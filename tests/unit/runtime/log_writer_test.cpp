@@ -10,6 +10,8 @@
 
 #include "platform/clock.h"
 #include "runtime/config.h"
+#include "runtime/format.h"
+#include "support/allocation_probe.h"
 #include "unit/platform/temp_dir.h"
 
 namespace zelk {
@@ -138,16 +140,6 @@ TEST_F(LogWriter, ADeletedFileIsMadeAnew) {
     writer.Line("after", kGeneralLine);
     return Contains(path, "after");
   }));
-}
-
-TEST_F(LogWriter, WithImmediateFlushTheFileIsClosedAfterEveryBatch) {
-  Config().flushImmediate = true;
-  ASSERT_TRUE(writer.Start(path));
-  writer.Line("one", kGeneralLine);
-  ASSERT_TRUE(Written("one"));
-  writer.Stop();  // the close follows the write
-  Config().flushImmediate = false;
-  EXPECT_TRUE(std::filesystem::remove(path));
 }
 
 TEST_F(LogWriter, LinesOfManyThreadsAllArriveWhole) {
@@ -327,6 +319,219 @@ TEST(LogWriterOnAHangingDisk, TheDestructorWaitsForTheThreadThatStopGaveUp) {
     ASSERT_TRUE(helper.Start("let-go", [&disk] { disk.letGo.Set(); }));
   }
   EXPECT_TRUE(helper.JoinFor(kGenerousMs));
+}
+
+// Notes what is done with the file; the lines' texts alone.
+class CNotedFile : public ILogFile {
+ public:
+  CNotedFile(CMutex& theLock, std::string& theCalls) : lock(theLock), calls(theCalls) {}
+  bool Open(const std::string& /*path*/) override {
+    Note("open ");
+    return isOpen = true;
+  }
+  bool IsOpen() const override { return isOpen; }
+  int64_t Write(const void* data, size_t length) override {
+    const std::string text(static_cast<const char*>(data), length);
+    const size_t tag = text.find(" :") + 2;
+    Note("write " + text.substr(tag, text.find('\r') - tag) + " ");
+    return static_cast<int64_t>(length);
+  }
+  void Close() override {
+    Note("close ");
+    isOpen = false;
+  }
+
+ private:
+  void Note(const std::string& call) {
+    const CScopedLock hold(lock);
+    calls += call;
+  }
+
+  CMutex& lock;
+  std::string& calls;
+  bool isOpen = false;
+};
+
+class LogWriterFlush : public testing::Test {
+ protected:
+  void TearDown() override { Config().flushImmediate = false; }
+
+  std::string Calls() {
+    const CScopedLock hold(lock);
+    return calls;
+  }
+
+  CMutex lock;
+  std::string calls;
+  CLogWriter writer{[this] { return std::make_unique<CNotedFile>(lock, calls); }};
+};
+
+TEST_F(LogWriterFlush, WithImmediateFlushTheFileIsClosedAfterEveryBatch) {
+  Config().flushImmediate = true;
+  ASSERT_TRUE(writer.Start("p"));
+  writer.Line("one", kGeneralLine);
+  ASSERT_TRUE(Eventually([&] { return Calls() == "open write one close "; })) << Calls();
+  writer.Line("two", kGeneralLine);
+  EXPECT_TRUE(Eventually([&] { return Calls() == "open write one close open write two close "; })) << Calls();
+}
+
+TEST_F(LogWriterFlush, WithoutItTheFileIsNotClosedBehindABatchThatIsWrittenAtOnce) {
+  ASSERT_TRUE(writer.Start("p"));
+  writer.Line("one", kGeneralLine);
+  writer.Stop();  // the thread's last pass is over
+  EXPECT_EQ(Calls(), "open write one ");
+}
+
+// The texts of lines, without date, tag and end.
+std::vector<std::string> TextsOf(const std::string& content) {
+  std::vector<std::string> texts;
+  for (size_t at = 0; at < content.size(); at = content.find('\n', at) + 1) {
+    const size_t tag = content.find(" :", at) + 2;
+    texts.push_back(content.substr(tag, content.find('\r', at) - tag));
+  }
+  return texts;
+}
+
+// A disk that can be away, and a log thread that gets no memory once the disk was seen to be away.
+struct SScarceDisk {
+  std::atomic<bool> isThere{false};
+  std::atomic<bool> deniesMemory{true};
+  std::atomic<int> opens{0};
+  CMutex lock;
+  std::string content ZELK_GUARDED_BY(lock);
+
+  std::string Content() {
+    const CScopedLock hold(lock);
+    return content;
+  }
+};
+
+class CFileOnScarceDisk : public ILogFile {
+ public:
+  explicit CFileOnScarceDisk(SScarceDisk& theDisk) : disk(theDisk) {}
+  bool Open(const std::string& /*path*/) override {
+    isOpen = disk.isThere;
+    if (disk.deniesMemory) {
+      support::FailAllocation(1);  // the log thread's next one
+    }
+    ++disk.opens;
+    return isOpen;
+  }
+  bool IsOpen() const override { return isOpen; }
+  int64_t Write(const void* data, size_t length) override {
+    support::FailAllocation(0);
+    const CScopedLock hold(disk.lock);
+    disk.content.append(static_cast<const char*>(data), length);
+    return static_cast<int64_t>(length);
+  }
+  void Close() override { isOpen = false; }
+
+ private:
+  SScarceDisk& disk;
+  bool isOpen = false;
+};
+
+class LogWriterWithoutMemory : public testing::Test {
+ protected:
+  bool WaitOpens(int count) {
+    return Eventually([&] { return disk.opens >= count; });
+  }
+  // What is in the file when this text has come there.
+  std::vector<std::string> WrittenUpTo(const std::string& last) {
+    EXPECT_TRUE(Eventually([&] { return disk.Content().find(":" + last + "\r\n") != std::string::npos; })) << last;
+    return TextsOf(disk.Content());
+  }
+
+  SScarceDisk disk;
+  CLogWriter writer{[this] { return std::make_unique<CFileOnScarceDisk>(disk); }};
+};
+
+TEST_F(LogWriterWithoutMemory, WhatWaitsForTheDiskIsKeptInOrder) {
+  ASSERT_TRUE(writer.Start("p"));
+  writer.Line("one", kGeneralLine);
+  ASSERT_TRUE(WaitOpens(1));
+  writer.Line("two", kGeneralLine);
+  ASSERT_TRUE(WaitOpens(2));
+  disk.isThere = true;
+  writer.Line("three", kGeneralLine);
+  EXPECT_EQ(WrittenUpTo("three"), (std::vector<std::string>{"one", "two", "three"}));
+}
+
+TEST_F(LogWriterWithoutMemory, AThreadThatIsStoppedGivesBackWhatItCouldNotWrite) {
+  ASSERT_TRUE(writer.Start("p"));
+  writer.Line("one", kGeneralLine);
+  ASSERT_TRUE(WaitOpens(1));
+  writer.Line("two", kGeneralLine);
+  writer.Stop();
+  writer.Line("three", kGeneralLine);
+  disk.isThere = true;
+  ASSERT_TRUE(writer.Start("p"));
+  EXPECT_EQ(WrittenUpTo("three"), (std::vector<std::string>{"one", "two", "three"}));
+}
+
+TEST_F(LogWriterWithoutMemory, LinesThatMemoryDoesNotHoldAreLostAndOneLineSaysHowMany) {
+  disk.isThere = true;
+  disk.deniesMemory = false;
+  writer.Line("before", kGeneralLine);
+  const uint32_t lost =
+      support::ForEachFailingAllocation([this] { writer.Line("long enough for memory of its own", 7); }, [](bool) {});
+  ASSERT_GE(lost, 2U);
+  writer.Line("after", kGeneralLine);
+  ASSERT_TRUE(writer.Start("p"));
+  EXPECT_EQ(WrittenUpTo("after"),
+            (std::vector<std::string>{"before", "Log: lines lost for want of memory: " + std::to_string(lost),
+                                      "long enough for memory of its own", "after"}));
+}
+
+TEST_F(LogWriterWithoutMemory, LossesThatNoLineFollowsAreSaidAtTheEnd) {
+  disk.isThere = true;
+  disk.deniesMemory = false;
+  ASSERT_TRUE(writer.Start("p"));
+  support::FailAllocation(1);
+  writer.Line("long enough for memory of its own", 7);
+  ASSERT_TRUE(support::AllocationFailed());
+  writer.Finish();
+  EXPECT_EQ(TextsOf(disk.Content()), (std::vector<std::string>{"Log: lines lost for want of memory: 1"}));
+}
+
+TEST_F(LogWriterWithoutMemory, AStartThatGetsNoMemoryIsRefusedAndLosesNothing) {
+  disk.isThere = true;
+  disk.deniesMemory = false;
+  writer.Line("early", kGeneralLine);
+  const std::string path(100, 'p');
+  bool started = false;
+  const uint32_t failures = support::ForEachFailingAllocation([&] { started = writer.Start(path); },
+                                                              [&](bool failed) { EXPECT_EQ(started, !failed); });
+  EXPECT_GE(failures, 3U);
+  EXPECT_EQ(WrittenUpTo("early"), (std::vector<std::string>{"early"}));
+}
+
+// The first 64 megabytes wait, whatever is logged behind them.
+TEST_F(LogWriterWithoutMemory, ALogThatIsNeverWrittenTakesALimitedPartOfTheMemory) {
+  constexpr size_t kMost = 64U << 20;
+  disk.deniesMemory = false;
+  ASSERT_TRUE(writer.Start("p"));
+  const std::string filling(kMaxFormattedChars - 100, 'x');
+  const size_t lineBytes = 19 + std::string("   7 :\r\n").size() + 8 + filling.size();
+  const size_t fitting = kMost / lineBytes;
+  constexpr size_t kTooMany = 50;
+  for (size_t i = 0; i < fitting + kTooMany; ++i) {
+    char number[9];
+    std::snprintf(number, sizeof number, "%08zu", i);
+    writer.Line((number + filling).c_str(), 7);
+  }
+  disk.isThere = true;
+  writer.Line(("one too many " + filling).c_str(), 7);  // lost like the others, and wakes the thread all the same
+  ASSERT_TRUE(Eventually([&] { return !disk.Content().empty(); }));
+  writer.Line("after", kGeneralLine);
+  const std::vector<std::string> texts = WrittenUpTo("after");
+  ASSERT_EQ(texts.size(), fitting + 2);
+  for (size_t i = 0; i < fitting; ++i) {
+    ASSERT_EQ(texts[i].size(), 8 + filling.size());
+    ASSERT_EQ(std::stoul(texts[i].substr(0, 8)), i);
+  }
+  EXPECT_EQ(texts[fitting], "Log: lines lost for want of memory: " + std::to_string(kTooMany + 1));
+  EXPECT_EQ(texts.back(), "after");
 }
 
 }  // namespace
