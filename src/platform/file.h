@@ -42,6 +42,9 @@ class CReadFile {
   uint64_t Size() const;  // at this moment; 0 when closed
   // Bytes read from this offset, fewer than asked at the end of the file or on a read error.
   size_t ReadAt(uint64_t offset, void* data, size_t length);
+  // Behind the stretch of the file from this offset on that was never written, which reads as zeros; the offset itself
+  // where there is none or the system does not tell.
+  uint64_t BehindHole(uint64_t offset) const;
   bool Close();  // true also when nothing was open
 
  private:
@@ -50,7 +53,8 @@ class CReadFile {
 };
 
 // An existing regular file opened for reading and writing, shared with nobody. Linux has no mandatory sharing modes:
-// there an advisory lock (flock) is taken, and the open fails while another holder of such a lock has the file.
+// there an advisory lock (flock) is taken, and the open fails while another holder of such a lock has the file. A file
+// system without such locks is done without.
 // Thread: one at a time.
 class CUpdateFile {
  public:

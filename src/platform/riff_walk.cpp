@@ -8,7 +8,7 @@
 #include "platform/riff_walk.h"
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 
 namespace zelk {
 
@@ -16,12 +16,19 @@ namespace {
 
 constexpr uint32_t kRiff = FourCc("RIFF");
 constexpr uint32_t kList = FourCc("LIST");
-constexpr uint64_t kHeaderBytes = 8;
-constexpr uint64_t kFormTypeBytes = 4;
+constexpr size_t kHeaderBytes = 8;
+constexpr size_t kFormTypeBytes = 4;
 
 uint32_t LittleEndian32(const uint8_t* bytes) {
   return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
          static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+}
+
+bool IsZero(const uint8_t* header) {
+  uint64_t value = 0;
+  static_assert(sizeof value == kHeaderBytes);
+  std::memcpy(&value, header, sizeof value);
+  return value == 0;
 }
 
 // Chunks begin at even offsets: an odd size is followed by one byte that it does not count.
@@ -31,10 +38,21 @@ uint64_t EndOf(const SRiffChunk& chunk) {
 
 }  // namespace
 
+// What the buffer holds from the position on, filled up first when that is fewer than wanted. Fewer at the file's end.
+size_t CRiffWalk::Peek(const uint8_t*& bytes, size_t wanted) {
+  if (position < bufferAt || position + wanted > bufferAt + buffered) {
+    bufferAt = position;
+    buffered = file.ReadAt(position, buffer.data(), buffer.size());
+  }
+  const auto offset = static_cast<size_t>(position - bufferAt);
+  bytes = buffer.data() + offset;
+  return buffered - offset;
+}
+
 // Reads the header at the position and moves behind it; false at the end of the file.
 bool CRiffWalk::ReadHeader(SRiffChunk& chunk) {
-  std::array<uint8_t, kHeaderBytes + kFormTypeBytes> bytes{};
-  const size_t got = file.ReadAt(position, bytes.data(), bytes.size());
+  const uint8_t* bytes = nullptr;
+  const size_t got = Peek(bytes, kHeaderBytes + kFormTypeBytes);
   if (got < kHeaderBytes || position + kHeaderBytes > UINT32_MAX) {
     return false;
   }
@@ -44,13 +62,32 @@ bool CRiffWalk::ReadHeader(SRiffChunk& chunk) {
   chunk.dataOffset = static_cast<uint32_t>(position + kHeaderBytes);
   position += kHeaderBytes;
   if (chunk.id == kRiff || chunk.id == kList) {
-    if (got < bytes.size()) {
+    if (got < kHeaderBytes + kFormTypeBytes) {
       return false;
     }
     chunk.formType = LittleEndian32(&bytes[8]);
     position += kFormTypeBytes;
   }
   return true;
+}
+
+// Moves behind the headers of nothing but zeros at the position, which files that were cut or never filled have by the
+// million. Each is a chunk without a name and without content.
+void CRiffWalk::PassZeros(uint64_t limit) {
+  const uint64_t end = std::min<uint64_t>(limit, UINT32_MAX);
+  while (position < end) {
+    const uint8_t* bytes = nullptr;
+    const size_t headers = Peek(bytes, kHeaderBytes) / kHeaderBytes;
+    size_t zeros = 0;
+    while (zeros < headers && IsZero(bytes + zeros * kHeaderBytes)) {
+      ++zeros;
+    }
+    position += zeros * kHeaderBytes;
+    if (headers == 0 || zeros < headers) {
+      return;
+    }
+    position += (file.BehindHole(position) - position) / kHeaderBytes * kHeaderBytes;
+  }
 }
 
 // Every turn moves on by a header at least, so the walk ends with the file.
@@ -66,12 +103,16 @@ bool CRiffWalk::Search(uint64_t limit, SRiffChunk& chunk, Match match) {
       return true;
     }
     position = EndOf(found);
+    if (found.id == 0 && found.size == 0) {
+      PassZeros(limit);
+    }
   }
   return false;
 }
 
 bool CRiffWalk::Open(const char* path) {
   position = 0;
+  buffered = 0;
   return file.Open(path);
 }
 

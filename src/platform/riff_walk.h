@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -22,12 +23,20 @@ class CRiffWalk {
   bool Close();
 
  private:
+  static constexpr size_t kBufferBytes = 16U << 10;
+
+  size_t Peek(const uint8_t*& bytes, size_t wanted);
   bool ReadHeader(SRiffChunk& chunk);
+  void PassZeros(uint64_t limit);
   template <class Match>
   bool Search(uint64_t limit, SRiffChunk& chunk, Match match);
 
   CReadFile file;
   uint64_t position = 0;
+  // Headers come from here: a file of nothing but small chunks is not read with one system call each.
+  std::array<uint8_t, kBufferBytes> buffer{};
+  uint64_t bufferAt = 0;
+  size_t buffered = 0;
 };
 
 }  // namespace zelk

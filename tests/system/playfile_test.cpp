@@ -5,6 +5,7 @@
 
 #include "cardsim/g711.h"
 #include "cardsim/signals.h"
+#include "native_pipe.h"
 #include "system_fixture.h"
 
 namespace {
@@ -180,6 +181,14 @@ TEST_F(CPlayFile, files_of_all_four_formats_arrive_as_their_a_law) {
     EXPECT_TRUE(heard->WaitContains(plays[i].second, kSoon)) << plays[i].first;
     EXPECT_TRUE(app->WaitEvent(channel, ZELK_EVENT_PLAY_DONE, kSoon));
   }
+}
+
+TEST_F(CPlayFile, a_pipe_that_nobody_writes_to_is_refused_at_once) {
+  ASSERT_NO_FATAL_FAILURE(Start());
+  const CNamedPipe pipe(app->zelk.Folder());
+  EXPECT_FALSE(app->zelk.PlayFile(0, pipe.Path()));
+  EXPECT_EQ(app->zelk.GetLastError(0), 3U);
+  EXPECT_EQ(app->zelk.ConvertRawToWaveFile(pipe.Path(), 1), 3U);
 }
 
 TEST_F(CPlayFile, files_that_cannot_be_played_have_their_codes_and_play_nothing) {

@@ -53,6 +53,11 @@ int64_t WriteOnce(int descriptor, const void* data, size_t length) {
   return written;
 }
 
+// Takes the lock where the file system has such locks.
+bool IsHeldByAnother(int descriptor) {
+  return flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
 uint64_t SizeOf(int descriptor) {
   struct stat status {};
   return fstat(descriptor, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
@@ -127,6 +132,19 @@ size_t CReadFile::ReadAt(uint64_t offset, void* data, size_t length) {
   return done;
 }
 
+uint64_t CReadFile::BehindHole(uint64_t offset) const {
+  const uint64_t size = Size();
+  if (offset >= size) {
+    return offset;
+  }
+  // ENXIO: there is no data up to the end. What this does to the descriptor's own position is of no matter here.
+  const off_t data = lseek(state->descriptor, static_cast<off_t>(offset), SEEK_DATA);
+  if (data < 0) {
+    return errno == ENXIO ? size : offset;
+  }
+  return static_cast<uint64_t>(data);
+}
+
 bool CReadFile::Close() {
   return CloseDescriptor(state->descriptor);
 }
@@ -144,7 +162,7 @@ CUpdateFile::~CUpdateFile() {
 bool CUpdateFile::OpenExisting(const char* path) {
   Close();
   state->descriptor = path == nullptr ? kClosed : OpenRegular(path, O_RDWR);
-  if (state->descriptor >= 0 && flock(state->descriptor, LOCK_EX | LOCK_NB) != 0) {
+  if (state->descriptor >= 0 && IsHeldByAnother(state->descriptor)) {
     Close();
   }
   return state->descriptor >= 0;

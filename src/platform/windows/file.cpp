@@ -123,6 +123,11 @@ size_t CReadFile::ReadAt(uint64_t offset, void* data, size_t length) {
   return done;
 }
 
+// Asked for on a file that the multimedia functions do not walk: not worth a system call of its own here.
+uint64_t CReadFile::BehindHole(uint64_t offset) const {
+  return offset;
+}
+
 bool CReadFile::Close() {
   return CloseFile(state->handle);
 }

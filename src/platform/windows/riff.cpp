@@ -21,6 +21,18 @@ MMCKINFO ToSystem(const SRiffChunk& chunk) {
   return system;
 }
 
+// Pipes, consoles and other devices, which the system's functions would open: a pipe holds up whoever reads from it.
+bool IsDevice(const char* path) {
+  HANDLE handle = CreateFileA(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    return false;
+  }
+  const bool isDevice = GetFileType(handle) != FILE_TYPE_DISK;
+  CloseHandle(handle);
+  return isDevice;
+}
+
 SRiffChunk FromSystem(const MMCKINFO& system) {
   return {system.ckid, system.cksize, system.fccType, system.dwDataOffset};
 }
@@ -48,7 +60,7 @@ CRiffFile::~CRiffFile() {
 // The system takes a text it may write to, and does not with these flags.
 bool CRiffFile::Open(const char* path) {
   Close();
-  if (path != nullptr) {
+  if (path != nullptr && !IsDevice(path)) {
     state->file = mmioOpenA(const_cast<char*>(path), nullptr, MMIO_READ | MMIO_ALLOCBUF | MMIO_DENYNONE);
   }
   return IsOpen();

@@ -4,7 +4,9 @@
 
 #include <array>
 #include <filesystem>
+#include <fstream>
 
+#include "native_pipe.h"
 #include "temp_dir.h"
 
 namespace zelk {
@@ -91,6 +93,42 @@ TEST(ReadFile, RefusesWhatIsNotARegularFile) {
   char byte = 0;
   EXPECT_EQ(file.ReadAt(0, &byte, 1), 0U);
   EXPECT_TRUE(file.Close());
+}
+
+TEST(ReadFile, APipeOrDeviceIsNotOpened) {
+  const CTempDir dir;
+  const CNamedPipe pipe(dir.Path());
+  CReadFile file;
+  EXPECT_FALSE(file.Open(pipe.Path()));
+  EXPECT_FALSE(file.Open(kDevicePath));
+}
+
+TEST(ReadFile, BehindAHoleIsNeverBehindData) {
+  constexpr uint64_t kHole = 1U << 20;
+  const CTempDir dir;
+  const std::string path = dir.Write("f", "front");
+  std::ofstream(path, std::ios::binary | std::ios::in).seekp(kHole) << "back";
+  CReadFile file;
+  EXPECT_EQ(file.BehindHole(7), 7U) << "not open";
+  ASSERT_TRUE(file.Open(path.c_str()));
+  EXPECT_EQ(file.BehindHole(0), 0U);
+  EXPECT_EQ(file.BehindHole(4), 4U);
+  for (const uint64_t offset : {uint64_t{5}, kHole / 2, kHole - 1}) {
+    EXPECT_GE(file.BehindHole(offset), offset);
+    EXPECT_LE(file.BehindHole(offset), kHole);
+  }
+  EXPECT_EQ(file.BehindHole(kHole + 2), kHole + 2);
+  for (const uint64_t offset : {kHole + 4, kHole + 5, UINT64_MAX}) {
+    EXPECT_EQ(file.BehindHole(offset), offset) << "the end and what is behind it";
+  }
+}
+
+TEST(UpdateFile, APipeOrDeviceIsNotOpened) {
+  const CTempDir dir;
+  const CNamedPipe pipe(dir.Path());
+  CUpdateFile file;
+  EXPECT_FALSE(file.OpenExisting(pipe.Path()));
+  EXPECT_FALSE(file.OpenExisting(kDevicePath));
 }
 
 TEST(UpdateFile, OverwritesFromTheBeginningAndMovesOn) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <random>
 
+#include "native_pipe.h"
 #include "temp_dir.h"
 
 namespace zelk {
@@ -200,6 +201,13 @@ TEST_F(Riff, AMissingFileIsNotOpenedAndEveryCallFails) {
   EXPECT_EQ(file.BytesLeft(), 0U);
   EXPECT_EQ(ReadSome(1), "");
   EXPECT_TRUE(file.Close());
+}
+
+TEST_F(Riff, APipeOrDeviceIsNotOpened) {
+  const CNamedPipe pipe(dir.Path());
+  EXPECT_FALSE(file.Open(pipe.Path()));
+  EXPECT_FALSE(file.Open(kDevicePath));
+  EXPECT_FALSE(file.IsOpen());
 }
 
 TEST_F(Riff, OpeningAgainBeginsAtTheFront) {
