@@ -25,16 +25,20 @@ std::string MakeFolder() {
 
 }  // namespace
 
-CZelkLibrary::CZelkLibrary(const std::string& ini) : folder(MakeFolder()) {
+std::string CZelkLibrary::File() {
   const auto* place = remote::CRemoteLibrary::Place();
-  const fs::path library(place == nullptr ? ZELK_LIBRARY_PATH : place->library);
+  return place == nullptr ? ZELK_LIBRARY_PATH : place->library;
+}
+
+CZelkLibrary::CZelkLibrary(const std::string& ini) : folder(MakeFolder()) {
+  const fs::path library(File());
   const fs::path copy = fs::path(folder) / library.filename();
   fs::copy_file(library, copy);
   stem = copy.string().substr(0, copy.string().size() - std::string("64.dll").size());
   if (!ini.empty()) {
     WriteIni(ini);
   }
-  if (place == nullptr) {
+  if (remote::CRemoteLibrary::Place() == nullptr) {
     LoadHere(copy.string());
   } else {
     LoadRemote(copy.string());

@@ -22,6 +22,9 @@ class CZelkLibrary {
   CZelkLibrary(const CZelkLibrary&) = delete;
   CZelkLibrary& operator=(const CZelkLibrary&) = delete;
 
+  // The built library, of which the copies are made.
+  static std::string File();
+
   const std::string& Folder() const { return folder; }
   std::string LogPath() const { return stem + ".log"; }
   std::string IniPath() const { return stem + ".ini"; }

@@ -3,9 +3,12 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <climits>
+#include <new>
+#include <string_view>
+
+#include "platform/module_name.h"
 
 namespace zelk {
 
@@ -13,60 +16,58 @@ const char kPathSeparator = '/';
 
 namespace {
 
-constexpr size_t kMaxModulePath = 259;
+using PathBuffer = std::array<char, PATH_MAX>;
 
-bool CurrentDirectory(std::string& directory) {
-  std::array<char, PATH_MAX> buffer{};
-  if (getcwd(buffer.data(), buffer.size()) == nullptr) {
-    return false;
-  }
-  directory = buffer.data();
-  return true;
+std::string_view CurrentDirectory(PathBuffer& buffer) {
+  return getcwd(buffer.data(), buffer.size()) == nullptr ? std::string_view() : buffer.data();
 }
 
-bool ProgramPath(std::string& path) {
-  std::array<char, PATH_MAX> buffer{};
+std::string_view ProgramPath(PathBuffer& buffer) {
   const ssize_t length = readlink("/proc/self/exe", buffer.data(), buffer.size());
-  if (length <= 0) {
-    return false;
-  }
-  path.assign(buffer.data(), static_cast<size_t>(length));
-  return true;
+  return {buffer.data(), length < 0 ? 0 : static_cast<size_t>(length)};
 }
 
-// Symbolic links stay as they are: the name under which the library was loaded names its log and ini files.
-bool MakeAbsolute(const std::string& name, std::string& path) {
-  if (name.front() == kPathSeparator) {
-    path = name;
-    return true;
+// Plain memory, which stays as it is while static objects are destroyed. Empty when the system does not say.
+struct SModulePath {
+  std::array<char, kMaxModulePath + 1> text{};
+
+  SModulePath() noexcept;
+};
+
+SModulePath::SModulePath() noexcept {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<const void*>(&ModulePath), &info) == 0 || info.dli_fname == nullptr) {
+    return;
   }
-  if (name.find(kPathSeparator) == std::string::npos) {
-    return ProgramPath(path);  // a program that was found by the search path; libraries always carry a separator
+  const std::string_view name = info.dli_fname;
+  PathBuffer directoryBuffer;
+  PathBuffer programBuffer;
+  const std::string_view directory = CurrentDirectory(directoryBuffer);
+  const std::string_view program = ProgramPath(programBuffer);
+  const bool isRelative = name.find(kPathSeparator) != std::string_view::npos && name.front() != kPathSeparator;
+  if (name.empty() || (isRelative && directory.empty())) {
+    return;
   }
-  std::string directory;
-  if (!CurrentDirectory(directory)) {
-    return false;
+  try {
+    ModulePathOf(name, directory, program).copy(text.data(), kMaxModulePath);
+  } catch (const std::bad_alloc&) {
+    text.front() = '\0';
   }
-  if (directory.back() != kPathSeparator) {
-    directory += kPathSeparator;
-  }
-  path = directory + (name.rfind("./", 0) == 0 ? name.substr(2) : name);
-  return true;
 }
+
+const SModulePath& LoadedPath() {
+  static const SModulePath path;
+  return path;
+}
+
+// Asked for when the library is loaded, or by an object that is made even earlier.
+[[maybe_unused]] const SModulePath& loadedPath = LoadedPath();
 
 }  // namespace
 
 bool ModulePath(std::string& path) {
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<const void*>(&ModulePath), &info) == 0 || info.dli_fname == nullptr ||
-      info.dli_fname[0] == '\0') {
-    return false;
-  }
-  if (!MakeAbsolute(info.dli_fname, path)) {
-    return false;
-  }
-  path.resize(std::min(path.size(), kMaxModulePath));
-  return true;
+  path = LoadedPath().text.data();
+  return !path.empty();
 }
 
 }  // namespace zelk
