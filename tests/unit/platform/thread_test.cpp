@@ -3,10 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <thread>
+#include <utility>
 
+#include "native_thread.h"
 #include "platform/event.h"
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -114,12 +120,48 @@ TEST(Thread, AJoinFromTheThreadItselfDoesNotWait) {
   EXPECT_FALSE(shared.result);
 }
 
-TEST(Thread, ALongNameIsCutAndProAudioNeverFailsTheStart) {
-  CThread thread;
+TEST(Thread, ItsNameIsShownByTheSystemCutTo15Characters) {
+  for (const auto& [given, shown] : {std::pair{"a name longer than fifteen characters", "a name longer t"},
+                                     {"fifteen letters", "fifteen letters"},
+                                     {"short", "short"}}) {
+    std::optional<std::string> name;
+    CThread thread;
+    ASSERT_TRUE(thread.Start(given, [&name] { name = OwnThreadName(); }));
+    ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+    if (!name.has_value()) {
+      GTEST_SKIP() << "this system keeps no names of threads";
+    }
+    EXPECT_EQ(*name, shown);
+  }
+}
+
+TEST(Thread, ProAudioIsRaisedAndNormalIsNot) {
+  if (!ThreadsMayBeRaised()) {
+    GTEST_SKIP() << "the system lets no thread of this process be raised";
+  }
+  for (const EThreadPriority priority : {EThreadPriority::kProAudio, EThreadPriority::kNormal}) {
+    bool raised = false;
+    CThread thread;
+    ASSERT_TRUE(thread.Start(
+        "test", [&raised] { raised = OwnThreadIsRaised(); }, priority));
+    ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+    EXPECT_EQ(raised, priority == EThreadPriority::kProAudio);
+  }
+}
+
+TEST(Thread, AStartWithoutMemoryIsRefused) {
   bool ran = false;
-  ASSERT_TRUE(thread.Start(
-      "a name longer than fifteen characters", [&ran] { ran = true; }, EThreadPriority::kProAudio));
-  ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+  const std::function<void()> body = [&ran] { ran = true; };
+  CThread thread;
+  bool started = false;
+  const uint32_t failures =
+      support::ForEachFailingAllocation([&] { started = thread.Start("a name longer than fifteen characters", body); },
+                                        [&](bool failed) {
+                                          EXPECT_EQ(started, !failed);
+                                          EXPECT_EQ(thread.IsStarted(), !failed);
+                                        });
+  EXPECT_GE(failures, 2U);
+  EXPECT_TRUE(thread.JoinFor(kGenerousMs));
   EXPECT_TRUE(ran);
 }
 
