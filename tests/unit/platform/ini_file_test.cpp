@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <new>
 #include <vector>
 
 #include "platform/ini.h"
+#include "support/allocation_probe.h"
 #include "temp_dir.h"
 
 namespace zelk {
@@ -93,6 +95,29 @@ TEST(IniFileDefaults, AMissingFileGivesThem) {
   const CTempDir dir;
   EXPECT_EQ(ReadIniFileInt(dir.Path("none.ini"), "General", "Level", 2), 2);
   EXPECT_EQ(ReadIniFileString(dir.Path("none.ini"), "General", "Level", "7.0", 100), "7.0");
+}
+
+// No value is made of a file that memory did not hold: the caller gets to know.
+TEST(IniFileWithoutMemory, AReadGivesTheValueOrThrows) {
+  const CTempDir dir;
+  const std::string path = dir.Write("z.ini", "[General]\nLevel=7\nName=" + std::string(100, 'x') + "\n");
+  uint32_t failures = 0;
+  for (bool threw = true; threw;) {
+    int32_t number = 0;
+    std::string text;
+    support::FailAllocation(failures + 1);
+    try {
+      number = ReadIniFileInt(path, "General", "Level", 2);
+      text = ReadIniFileString(path, "General", "Name", "default", 1000);
+      threw = false;
+    } catch (const std::bad_alloc&) {
+      ++failures;
+    }
+    support::FailAllocation(0);
+    EXPECT_TRUE(number == 7 || (threw && number == 0)) << number;
+    EXPECT_TRUE(text == std::string(100, 'x') || (threw && text.empty())) << text;
+    EXPECT_TRUE(threw || failures >= 4);
+  }
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+
+#include "support/allocation_probe.h"
 #include "unit/platform/temp_dir.h"
 
 namespace zelk {
@@ -198,6 +201,25 @@ TEST_F(ConfigFile, APathTooLongForAnySystemReadsAsAMissingFile) {
 
 TEST(Config, IsOneForTheProcess) {
   EXPECT_EQ(&Config(), &Config());
+}
+
+TEST_F(ConfigFile, AReadThatFindsNoMemoryThrowsAndTheNextOneReadsAll) {
+  const std::string path = dir.Write("z.ini", "[Debug]\nLevel=1\n[General]\nCrc4=4\n[Dtmf]\nTotalEnergy=20.5\n");
+  uint32_t failures = 0;
+  for (bool done = false; !done;) {
+    support::FailAllocation(failures + 1);
+    try {
+      config.Read(path);
+      done = true;
+    } catch (const std::bad_alloc&) {
+      ++failures;
+    }
+    support::FailAllocation(0);
+  }
+  EXPECT_GE(failures, 16U) << "sixteen keys, each read of the file by itself";
+  EXPECT_EQ(config.level, 1);
+  EXPECT_EQ(config.crc4, 4);
+  EXPECT_FLOAT_EQ(config.Dtmf().totalEnergy, 20.5F);
 }
 
 }  // namespace

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+
+#include "support/allocation_probe.h"
+
 namespace zelk {
 namespace {
 
@@ -47,6 +51,24 @@ TEST(FormatString, AnArgumentMayBeTheTargetItself) {
     FormatString(text, "<%s>", text.c_str());
     EXPECT_EQ(text, "<" + std::string(length, 'x') + ">");
   }
+}
+
+TEST(FormatString, WithoutMemoryTheTargetStaysAsItWas) {
+  const std::string argument(3000, 'x');
+  std::string text = "before";
+  bool formatted = false;
+  for (uint32_t n = 1; !formatted; ++n) {
+    support::FailAllocation(n);
+    try {
+      FormatString(text, "%s", argument.c_str());
+      formatted = true;
+    } catch (const std::bad_alloc&) {
+      EXPECT_EQ(text, "before");
+    }
+    support::FailAllocation(0);
+    EXPECT_TRUE(formatted || n < 10);
+  }
+  EXPECT_EQ(text, argument);
 }
 
 }  // namespace
