@@ -22,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kTurn{10};
 constexpr std::chrono::milliseconds kStatusInterval{500};
 constexpr std::chrono::milliseconds kLastWait{2000};
+constexpr int kNoCallConnected = 2;  // exit code
 
 volatile std::sig_atomic_t stopAsked = 0;
 
@@ -73,7 +74,7 @@ void RunUntilEnd(const SOptions& options, CSimulator& sim, CTraffic& traffic) {
   line.End();
 }
 
-void Run(const SOptions& options) {
+int Run(const SOptions& options) {
   CSimulator sim(cardsim::ConfigOf(options));
   CTraffic traffic(sim, options);
   if (options.verbose) {
@@ -98,6 +99,11 @@ void Run(const SOptions& options) {
   if (!options.report.empty()) {
     cardsim::WriteReport(options.report, cardsim::ReportJson(sim, traffic, seconds));
   }
+  if (traffic.IsInVain()) {
+    std::fprintf(stderr, "zelk-cardsim: none of the calls offered to the library was connected\n");
+    return kNoCallConnected;
+  }
+  return 0;
 }
 
 }  // namespace
@@ -110,10 +116,9 @@ int main(int argc, char** argv) {
   std::signal(SIGINT, OnSignal);
   std::signal(SIGTERM, OnSignal);
   try {
-    Run(*parsed.options);
+    return Run(*parsed.options);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zelk-cardsim: %s\n", error.what());
     return 1;
   }
-  return 0;
 }

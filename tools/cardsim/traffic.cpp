@@ -309,6 +309,12 @@ void CTraffic::Finish(std::chrono::milliseconds timeout) {
   TakeEnded();
 }
 
+bool CTraffic::IsInVain() const {
+  const bool asked = options.calls > 0 || options.callsPerSecond > 0;
+  return asked && std::none_of(records.begin(), records.end(),
+                               [](const SCallRecord& call) { return !call.fromLibrary && call.connected; });
+}
+
 SCallTotals CTraffic::Sum() const {
   SCallTotals sum;
   for (const SCallTotals& card : totals) {

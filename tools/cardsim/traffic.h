@@ -68,6 +68,8 @@ class CTraffic {
   std::size_t Active() const;
   const SCallTotals& Totals(int card) const { return totals[static_cast<std::size_t>(card)]; }
   SCallTotals Sum() const;
+  // Calls to the library were asked for, and none of them was connected.
+  bool IsInVain() const;
   const std::vector<SCallRecord>& Records() const { return records; }
 
  private:

@@ -51,8 +51,10 @@ TEST_F(TrafficTest, OffersItsCallsTakesTheirEndsInAndIsDone) {
   CMiniLibrary library(sim.Card(0).Address());
   library.SetUp();
   EXPECT_FALSE(traffic.IsDone());
+  EXPECT_TRUE(traffic.IsInVain());
   ASSERT_TRUE(TurnUntil(traffic, [&] { return traffic.IsDone(); }));
   const SCallTotals sum = traffic.Sum();
+  EXPECT_FALSE(traffic.IsInVain());
   EXPECT_EQ(sum.offered, 3U);
   EXPECT_EQ(sum.connected, 3U);
   EXPECT_EQ(sum.ended, 3U);
@@ -86,6 +88,35 @@ TEST_F(TrafficTest, NeverMoreCallsThanAllowedAndFinishClearsWhatIsLeft) {
   traffic.TakeEnded();
   EXPECT_EQ(traffic.Active(), 0U);
   EXPECT_EQ(traffic.Sum().ended, 2U);
+}
+
+TEST_F(TrafficTest, CallsThatNobodyAnswersAreInVainAndACallOfTheLibraryIsNoneOfThem) {
+  CSimulator sim(SSimulatorConfig::WithTrunks({1}));
+  SOptions options;
+  options.callsPerSecond = 100;
+  options.calls = 1;
+  CTraffic traffic(sim, options);
+  sim.Start();
+  CMiniLibrary library(sim.Card(0).Address());
+  library.refuseCause = 21;
+  library.SetUp();
+  ASSERT_TRUE(TurnUntil(traffic, [&] { return traffic.IsDone(); }));
+  EXPECT_EQ(traffic.Sum().connected, 0U);
+  EXPECT_TRUE(traffic.IsInVain());
+  library.Dial(4, "5555");
+  const Call call = sim.Card(0).WaitCall(5s);
+  ASSERT_NE(call, nullptr);
+  ASSERT_TRUE(call->WaitState(ESimCallState::kConnected, 5s));
+  traffic.Finish(5s);
+  sim.Stop();
+  traffic.TakeEnded();
+  EXPECT_EQ(traffic.Sum().connected, 1U);
+  EXPECT_TRUE(traffic.IsInVain());
+}
+
+TEST_F(TrafficTest, WithoutCallsAskedForNothingIsInVain) {
+  CSimulator sim(SSimulatorConfig::WithTrunks({1}));
+  EXPECT_FALSE(CTraffic(sim, SOptions{}).IsInVain());
 }
 
 TEST_F(TrafficTest, RefusesCallsOfTheLibraryWithTheCauseAskedFor) {
