@@ -1,7 +1,13 @@
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "cardsim/signals.h"
 #include "cardsim/wav_file.h"
@@ -13,6 +19,74 @@ namespace fs = std::filesystem;
 using cardsim::Bytes;
 
 constexpr int kTimeslot = 4;  // of channel 3
+
+// A telephone that runs beside the test. Reads block: it ends by itself whatever happens.
+class CRunningPhone {
+ public:
+  explicit CRunningPhone(const std::string& command) {
+    output = popen(("echo $$; " + command + " 2>&1").c_str(), "r");
+    EXPECT_NE(output, nullptr);
+    EXPECT_TRUE(ReadLine());
+    pid = std::stoi(lines.back());
+    lines.clear();
+  }
+  ~CRunningPhone() { Finish(); }
+  CRunningPhone(const CRunningPhone&) = delete;
+  CRunningPhone& operator=(const CRunningPhone&) = delete;
+
+  // Reads up to the next line that begins like this; false when none came until the end.
+  bool ReadUntil(const std::string& begin) {
+    while (ReadLine()) {
+      if (lines.back().rfind(begin, 0) == 0) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  // The exit code; -1 when it did not end by itself.
+  int Finish() {
+    if (output != nullptr) {
+      ReadUntil("no line begins like this");
+      const int status = pclose(output);
+      exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      output = nullptr;
+    }
+    return exitCode;
+  }
+
+  void Signal(int number) const { kill(pid, number); }
+
+  std::vector<std::string> lines;
+
+ private:
+  bool ReadLine() {
+    char line[1000];
+    if (std::fgets(line, sizeof line, output) == nullptr) {
+      return false;
+    }
+    lines.emplace_back(line);
+    lines.back().resize(lines.back().find_last_not_of('\n') + 1);
+    return true;
+  }
+
+  FILE* output = nullptr;
+  pid_t pid = -1;
+  int exitCode = -1;
+};
+
+struct SRun {
+  int exitCode = -1;
+  std::vector<std::string> lines;
+
+  std::string Text() const {
+    std::string text;
+    for (const std::string& line : lines) {
+      text += line + "\n";
+    }
+    return text;
+  }
+};
 
 // The telephone as a user runs it, with a library of its own, against a simulated card in this process.
 class CPhone : public CSystemTest {
@@ -33,19 +107,22 @@ class CPhone : public CSystemTest {
 
   std::string Folder() const { return app->zelk.Folder(); }
 
+  // Runs the telephone to its end; the library's own variables stand before the words.
+  SRun Run(const std::string& words) {
+    CRunningPhone running(Command(words));
+    running.ReadUntil("no line begins like this");
+    return {running.Finish(), running.lines};
+  }
+
+  std::string Command(const std::string& words) const {
+    return "LD_LIBRARY_PATH='" + Folder() + "' exec '" + phone.string() + "' " + words;
+  }
+
   // Dials on channel 3 with these options; what the phone prints, line by line. Fails unless it ends well.
   std::vector<std::string> Dial(const std::string& options) {
-    const std::string command = "LD_LIBRARY_PATH='" + Folder() + "' '" + phone.string() + "' dial 3 0405556789 " +
-                                options + " --hangup-after-play 2>&1";
-    std::vector<std::string> lines;
-    FILE* output = popen(command.c_str(), "r");
-    EXPECT_NE(output, nullptr);
-    char line[1000];
-    while (output != nullptr && std::fgets(line, sizeof line, output) != nullptr) {
-      lines.emplace_back(line, std::string(line).find_last_not_of('\n') + 1);
-    }
-    EXPECT_EQ(output == nullptr ? -1 : pclose(output), 0) << (lines.empty() ? "" : lines.back());
-    return lines;
+    const SRun run = Run("dial 3 0405556789 " + options + " --hangup-after-play");
+    EXPECT_EQ(run.exitCode, 0) << run.Text();
+    return run.lines;
   }
 
   static size_t CountOf(const std::vector<std::string>& lines, const std::string& text) {
@@ -103,6 +180,157 @@ TEST_F(CPhone, plays_a_file_records_the_far_end_into_a_wav_file_and_says_when_it
   EXPECT_EQ(number(20, 2), 6U);  // A-law
   EXPECT_EQ(number(40, 4), file.size() - 44);
   EXPECT_GE(support::FindSound(Bytes(file.begin() + 44, file.end()), farEnd), 0);
+}
+
+// A datagram socket of this process on the port of the cards' announcements.
+class CHeldPort {
+ public:
+  explicit CHeldPort(const char* address) : descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    const int on = 1;
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_port = htons(5854);
+    inet_pton(AF_INET, address, &place.sin_addr);
+    EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
+    EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&place), sizeof place), 0);
+  }
+  ~CHeldPort() { close(descriptor); }
+  CHeldPort(const CHeldPort&) = delete;
+  CHeldPort& operator=(const CHeldPort&) = delete;
+
+ private:
+  const int descriptor;
+};
+
+std::string Holder() {
+  return "zelk-phone: UDP port 5854 is held by process " + std::to_string(getpid()) + " (system_tests): ";
+}
+
+TEST_F(CPhone, no_command_starts_beside_an_application_whose_call_goes_on) {
+  ASSERT_NO_FATAL_FAILURE(StartLibrary());
+  ASSERT_TRUE(app->zelk.OpenChannel(0));
+  const cardsim::Call call = Card().PlaceCall({.timeslot = 1});
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
+  ASSERT_TRUE(app->zelk.Answer(0));
+  ASSERT_TRUE(call->WaitState(cardsim::ESimCallState::kConnected, kSoon));
+  // The listener of announcements starts on a thread of its own.
+  const auto deadline = std::chrono::steady_clock::now() + kSoon;
+  const auto isHeld = [&] {
+    const Bytes table = Read("/proc/net/udp");
+    return std::string(table.begin(), table.end()).find(" 00000000:16DE ") != std::string::npos;
+  };
+  while (!isHeld() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
+  for (const char* words : {"channels", "dial 3 0405556789 --answer-within 1", "answer --wait 1"}) {
+    const SRun run = Run(words);
+    EXPECT_EQ(run.exitCode, 1) << words;
+    ASSERT_EQ(run.lines.size(), 1U) << run.Text();
+    EXPECT_EQ(run.lines[0].rfind(Holder(), 0), 0U) << run.Text();
+  }
+  EXPECT_EQ(app->zelk.GetChannelInfo(0, ZELK_INFO_CHANNELSTATE), static_cast<uint32_t>(ZELK_CHANNEL_INUSE));
+  EXPECT_FALSE(call->Reached(cardsim::ESimCallState::kDisconnecting));
+  EXPECT_EQ(Card().Seen().Connections(), 1);
+}
+
+TEST_F(CPhone, force_starts_it_beside_whoever_holds_the_port) {
+  const CHeldPort held("0.0.0.0");
+  const SRun refused = Run("channels");
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_EQ(refused.Text().rfind(Holder(), 0), 0U) << refused.Text();
+  for (const char* words : {"channels --force", "--force channels"}) {
+    const SRun forced = Run(words);
+    EXPECT_EQ(forced.exitCode, 0) << forced.Text();
+    EXPECT_EQ(CountOf(forced.lines, "30 of 30 channels usable"), 1U) << forced.Text();
+  }
+}
+
+TEST_F(CPhone, the_port_held_on_an_address_of_its_own_does_not_matter) {
+  const CHeldPort held("127.0.1.77");
+  const SRun run = Run("channels");
+  EXPECT_EQ(run.exitCode, 0) << run.Text();
+}
+
+TEST_F(CPhone, channels_fails_when_none_is_usable) {
+  Card().CutLine(0, true);
+  const SRun none = Run("--wait-trunks 1 channels");
+  EXPECT_EQ(CountOf(none.lines, "0 of 30 channels usable"), 1U) << none.Text();
+  EXPECT_EQ(none.exitCode, 1);
+  Card().CutLine(0, false);
+  const SRun all = Run("--wait-trunks 30 channels");
+  EXPECT_EQ(CountOf(all.lines, "30 of 30 channels usable"), 1U) << all.Text();
+  EXPECT_EQ(all.exitCode, 0);
+}
+
+// The telephone answers one call, of a caller who stays.
+class CAnsweringPhone : public CPhone {
+ protected:
+  void StartAnswering(const std::string& options) {
+    running = std::make_unique<CRunningPhone>(Command("answer --calls 1 --wait 60 --hold 1 " + options));
+    ASSERT_TRUE(running->ReadUntil("30 of 30 channels usable"));
+    ASSERT_TRUE(Card().WaitUp(kSlow));
+  }
+
+  void ExpectTheNextIsServed() {
+    const cardsim::Call next = Card().PlaceCall({.timeslot = kTimeslot, .calling = "0302222222"});
+    EXPECT_TRUE(running->ReadUntil("incoming call on channel 3 from 0302222222"));
+    EXPECT_TRUE(running->ReadUntil("connected"));
+    EXPECT_TRUE(running->ReadUntil("disconnected: 16"));
+    EXPECT_EQ(running->Finish(), 0) << SRun{0, running->lines}.Text();
+    EXPECT_TRUE(next->Reached(cardsim::ESimCallState::kConnected));
+  }
+
+  std::unique_ptr<CRunningPhone> running;
+};
+
+TEST_F(CAnsweringPhone, serves_the_next_caller_when_one_gives_up_while_it_answers) {
+  ASSERT_NO_FATAL_FAILURE(StartAnswering(""));
+  Card().HoldFromLibrary(0, true);  // its CONNECT and the caller's DISCONNECT cross
+  const cardsim::Call call = Card().PlaceCall({.timeslot = kTimeslot, .calling = "0301111111"});
+  ASSERT_TRUE(running->ReadUntil("incoming call on channel 3 from 0301111111"));
+  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kFromLibrary, "CONNECT", kSoon));
+  call->Hangup();
+  ASSERT_TRUE(running->ReadUntil("disconnected: 16"));
+  Card().HoldFromLibrary(0, false);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  ExpectTheNextIsServed();
+}
+
+TEST_F(CAnsweringPhone, serves_the_next_caller_when_one_gave_up_before_it_looked) {
+  ASSERT_NO_FATAL_FAILURE(StartAnswering(""));
+  running->Signal(SIGSTOP);
+  const cardsim::Call call = Card().PlaceCall({.timeslot = kTimeslot, .calling = "0301111111"});
+  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kToLibrary, "SETUP", kSoon));
+  call->Hangup();
+  ASSERT_TRUE(call->WaitState(cardsim::ESimCallState::kDisconnecting, kSoon));
+  running->Signal(SIGCONT);
+  ASSERT_TRUE(running->ReadUntil("incoming call on channel 3"));
+  ASSERT_TRUE(call->WaitEnded(kSlow));
+  ExpectTheNextIsServed();
+}
+
+// What was left to play of a call is not heard in the next one.
+TEST_F(CAnsweringPhone, plays_to_the_next_caller_from_the_beginning) {
+  const Bytes prompt = cardsim::RenderTestPattern(4 * 8000, 8);
+  const std::string path = Folder() + "/prompt.wav";
+  cardsim::WriteWav(path, prompt);
+  running =
+      std::make_unique<CRunningPhone>(Command("answer --calls 2 --wait 60 --hangup-after-play --play '" + path + "'"));
+  ASSERT_TRUE(running->ReadUntil("30 of 30 channels usable"));
+  ASSERT_TRUE(Card().WaitUp(kSlow));
+  const cardsim::Call first = Card().PlaceCall({.timeslot = kTimeslot});
+  ASSERT_TRUE(first->WaitState(cardsim::ESimCallState::kConnected, kSoon));
+  ASSERT_TRUE(first->Heard()->WaitContains(Bytes(prompt.begin(), prompt.begin() + 8000), kSoon));
+  first->Hangup();
+  ASSERT_TRUE(first->WaitEnded(kSoon));
+  const cardsim::Call second = Card().PlaceCall({.timeslot = kTimeslot});
+  ASSERT_TRUE(second->WaitEnded(kSlow));
+  EXPECT_EQ(running->Finish(), 0) << SRun{0, running->lines}.Text();
+  const Bytes heard = second->Recorded();
+  const auto sound =
+      std::find_if(heard.begin(), heard.end(), [](uint8_t code) { return code != 0xD5 && code != 0x54; });
+  ASSERT_GE(heard.end() - sound, 2000);
+  EXPECT_EQ(Bytes(sound, sound + 2000), Bytes(prompt.begin(), prompt.begin() + 2000));
 }
 
 }  // namespace

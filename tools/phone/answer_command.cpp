@@ -44,6 +44,53 @@ int32_t AwaitCall(CSession& session, CProgress& progress, int waitSeconds) {
   return kAnyChannel;
 }
 
+// A caller may give up before the call is answered, or while it is: then there is no call, and the next one is waited
+// for.
+SCallEnd Serve(CSession& session, CRecorder& recorder, CProgress& progress, int32_t channel,
+               const SCallScript& script) {
+  progress.Line("incoming call on channel " + std::to_string(channel) + " from " + InfoText(channel, ZELK_INFO_CLI) +
+                " to " + InfoText(channel, ZELK_INFO_DLI) + " (" + InfoText(channel, ZELK_INFO_CALLTYPE) + ")");
+  if (session.TakeEnd(channel)) {
+    return {};
+  }
+  CCallRun run(session, recorder, progress, channel, script);
+  ZELK_Answer(channel);
+  constexpr int kConnectSeconds = 10;
+  return run.Run(kConnectSeconds);
+}
+
+void RequireChannel(const CSession& session, int channel) {
+  if (channel >= session.ChannelCount()) {
+    throw CPhoneError("there is no channel " + std::to_string(channel) + "; the last is " +
+                      std::to_string(session.ChannelCount() - 1));
+  }
+}
+
+// Serves calls one by one until there have been enough; returns how many did not run to their end.
+int ServeCalls(CSession& session, CRecorder& recorder, CProgress& progress, const SAnswerOptions& options) {
+  int cut = 0;
+  int served = 0;
+  while (options.calls == 0 || served < options.calls) {
+    const int32_t channel = AwaitCall(session, progress, options.waitSeconds);
+    if (channel == kAnyChannel) {
+      if (CSession::StopRequested()) {
+        return cut;
+      }
+      throw CPhoneError("no call came in " + std::to_string(options.waitSeconds) + " s");
+    }
+    SCallScript script = options.script;
+    script.recordFile = NumberedPath(options.script.recordFile, served + 1);
+    const SCallEnd end = Serve(session, recorder, progress, channel, script);
+    if (end.connected) {
+      ++served;
+      cut += end.lost ? 1 : 0;
+    } else {
+      progress.Line("no call came about, waiting for the next");
+    }
+  }
+  return cut;
+}
+
 }  // namespace
 
 int RunAnswer(const SAnswerOptions& options, int trunkSeconds) {
@@ -51,10 +98,7 @@ int RunAnswer(const SAnswerOptions& options, int trunkSeconds) {
   CRecorder recorder;
   CProgress progress;
   CSession session(recorder);
-  if (options.channel >= session.ChannelCount()) {
-    throw CPhoneError("there is no channel " + std::to_string(options.channel) + "; the last is " +
-                      std::to_string(session.ChannelCount() - 1));
-  }
+  RequireChannel(session, options.channel);
   OpenChannels(options.channel);
   const int32_t usable = session.WaitForTrunks(seconds(trunkSeconds));
   if (usable == 0) {
@@ -62,25 +106,9 @@ int RunAnswer(const SAnswerOptions& options, int trunkSeconds) {
   }
   progress.Line(std::to_string(usable) + " of " + std::to_string(session.ChannelCount()) +
                 " channels usable, waiting for a call");
-  for (int call = 1; options.calls == 0 || call <= options.calls; ++call) {
-    const int32_t channel = AwaitCall(session, progress, options.waitSeconds);
-    if (channel == kAnyChannel) {
-      if (CSession::StopRequested()) {
-        return 0;
-      }
-      throw CPhoneError("no call came in " + std::to_string(options.waitSeconds) + " s");
-    }
-    progress.Line("incoming call on channel " + std::to_string(channel) + " from " + InfoText(channel, ZELK_INFO_CLI) +
-                  " to " + InfoText(channel, ZELK_INFO_DLI) + " (" + InfoText(channel, ZELK_INFO_CALLTYPE) + ")");
-    SCallScript script = options.script;
-    script.recordFile = NumberedPath(options.script.recordFile, call);
-    CCallRun run(session, recorder, progress, channel, script);
-    ZELK_Answer(channel);
-    constexpr int kConnectSeconds = 10;
-    const SCallEnd end = run.Run(kConnectSeconds);
-    if (!end.connected || end.lost) {
-      throw CPhoneError("the call on channel " + std::to_string(channel) + " did not run to its end");
-    }
+  const int cut = ServeCalls(session, recorder, progress, options);
+  if (cut > 0) {
+    throw CPhoneError(std::to_string(cut) + " of the calls did not run to their end");
   }
   return 0;
 }

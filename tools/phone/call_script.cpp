@@ -57,19 +57,25 @@ SCallEnd CCallRun::Run(int connectSeconds) {
   while (!over) {
     SPhoneEvent event;
     if (session.NextEvent(event, milliseconds(100))) {
-      if (event.channel == channel) {
-        Handle(event);
-      } else if (event.code == ZELK_EVENT_INCOMING_CALL) {
-        progress.Line("channel " + std::to_string(event.channel) + ": another call refused, this telephone is busy");
-        ZELK_Reject(event.channel);
-      }
+      Take(event);
     }
     recorder.Flush();
     ShowStatus();
     HangUpWhenDue(connectSeconds);
   }
+  // What is left to play would be heard in the channel's next call.
+  ZELK_StopPlay(channel);
   recorder.Finish();
   return end;
+}
+
+void CCallRun::Take(const SPhoneEvent& event) {
+  if (event.channel == channel) {
+    Handle(event);
+  } else if (event.code == ZELK_EVENT_INCOMING_CALL) {
+    progress.Line("channel " + std::to_string(event.channel) + ": another call refused, this telephone is busy");
+    ZELK_Reject(event.channel);
+  }
 }
 
 void CCallRun::Handle(const SPhoneEvent& event) {
@@ -151,9 +157,7 @@ void CCallRun::HangUpWhenDue(int connectSeconds) {
       // The release may have been handled between two looks; its event is then the next one in the queue.
       SPhoneEvent event;
       while (!over && session.NextEvent(event, milliseconds(0))) {
-        if (event.channel == channel) {
-          Handle(event);
-        }
+        Take(event);
       }
       end.lost = !over;
       over = true;

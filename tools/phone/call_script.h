@@ -42,6 +42,7 @@ class CCallRun {
  private:
   using Clock = std::chrono::steady_clock;
 
+  void Take(const SPhoneEvent& event);
   void Handle(const SPhoneEvent& event);
   void OnConnected();
   void Fail(const std::string& what, const std::string& why);

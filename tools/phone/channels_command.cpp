@@ -35,7 +35,7 @@ int RunChannels(int trunkSeconds) {
   PrintTable(session.ChannelCount());
   PrintCards(session.ChannelCount());
   std::printf("%d of %d channels usable\n", usable, session.ChannelCount());
-  return 0;
+  return usable > 0 ? 0 : 1;
 }
 
 }  // namespace phone

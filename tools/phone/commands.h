@@ -10,7 +10,7 @@ constexpr int kAnyChannel = -1;
 
 struct SAnswerOptions {
   int channel = kAnyChannel;
-  int calls = 1;        // 0: until the user stops the program
+  int calls = 1;        // connected ones; 0: until the user stops the program
   int waitSeconds = 0;  // for each call; 0: without a limit
   SCallScript script;
 };
@@ -24,6 +24,7 @@ struct SDialOptions {
 };
 
 // Each runs one command and returns the program's exit code. trunkSeconds: how long trunks may take to come up.
+// Channels fails when none is usable; answer goes on with the next call when one does not come about.
 // Failures throw CPhoneError. Thread: main.
 int RunChannels(int trunkSeconds);
 int RunAnswer(const SAnswerOptions& options, int trunkSeconds);

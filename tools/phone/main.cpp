@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "phone/commands.h"
+#include "phone/port_check.h"
 
 namespace {
 
@@ -21,18 +22,22 @@ void AddScriptOptions(CLI::App& command, phone::SCallScript& script) {
 int Run(int argc, char** argv) {
   CLI::App app("A command-line telephone on ISDN primary-rate trunks");
   app.require_subcommand(1);
+  app.fallthrough();  // what stands here may also be given behind the command
   int trunkSeconds = 10;
   app.add_option("--wait-trunks", trunkSeconds, "seconds that the trunks may take to come up")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
 
-  app.add_subcommand("channels", "list the channels with card, trunk, timeslot and state");
+  bool isForced = false;
+  app.add_flag("--force", isForced, "start also when another program uses the cards, and end its calls");
+
+  app.add_subcommand("channels", "list the channels with card, trunk, timeslot and state; fails when none is usable");
 
   phone::SAnswerOptions answer;
   CLI::App* answerCommand = app.add_subcommand("answer", "wait for calls, answer, play, record");
   answerCommand->add_option("--channel", answer.channel, "take calls on this channel only")
       ->check(CLI::NonNegativeNumber);
-  answerCommand->add_option("--calls", answer.calls, "end after so many calls (0: run until stopped)")
+  answerCommand->add_option("--calls", answer.calls, "end after so many connected calls (0: run until stopped)")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
   answerCommand->add_option("--wait", answer.waitSeconds, "give up when no call comes for so many seconds (0: never)")
@@ -50,6 +55,9 @@ int Run(int argc, char** argv) {
   AddScriptOptions(*dialCommand, dial.script);
 
   CLI11_PARSE(app, argc, argv);
+  if (!isForced) {
+    phone::RequireCardsFree();
+  }
   if (answerCommand->parsed()) {
     return phone::RunAnswer(answer, trunkSeconds);
   }

@@ -82,15 +82,18 @@ bool CSession::WaitUntil(std::chrono::milliseconds limit, const std::function<bo
 bool CSession::NextEvent(SPhoneEvent& event, std::chrono::milliseconds limit) {
   const auto hasEvent = [this] {
     const std::lock_guard<std::mutex> guard(lock);
-    return !events.empty();
+    return !events.IsEmpty();
   };
   if (!WaitUntil(limit, hasEvent)) {
     return false;
   }
   const std::lock_guard<std::mutex> guard(lock);
-  event = events.front();
-  events.pop_front();
-  return true;
+  return events.Take(event);
+}
+
+bool CSession::TakeEnd(int32_t channel) {
+  const std::lock_guard<std::mutex> guard(lock);
+  return events.TakeEnd(channel);
 }
 
 void ZELK_CALL CSession::OnEvent(int32_t channel, uint32_t event, int32_t param) {
@@ -100,7 +103,7 @@ void ZELK_CALL CSession::OnEvent(int32_t channel, uint32_t event, int32_t param)
   }
   {
     const std::lock_guard<std::mutex> guard(session->lock);
-    session->events.push_back({channel, event, param});
+    session->events.Push({channel, event, param});
   }
   session->arrived.notify_one();
 }

@@ -4,28 +4,16 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 
+#include "phone/event_queue.h"
+#include "phone/phone_error.h"
 #include "phone/recorder.h"
 #include "zelk/ZelkApi.h"
 
 namespace phone {
-
-// Something the user has to be told, after which the program ends with a failure.
-class CPhoneError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-struct SPhoneEvent {
-  int32_t channel = 0;
-  uint32_t code = 0;
-  int32_t param = 0;
-};
 
 // The library for the life of the program: started by the constructor, shut down by the destructor. Events arrive on
 // the library's threads and are queued for the one thread that runs the command.
@@ -46,6 +34,8 @@ class CSession {
   bool WaitForChannel(int32_t channel, std::chrono::milliseconds limit);
   // Waits for the next event; false when the limit passed or the user asked to stop.
   bool NextEvent(SPhoneEvent& event, std::chrono::milliseconds limit);
+  // True when the call that was last spoken of on this channel is over already: what is left of it has been dropped.
+  bool TakeEnd(int32_t channel);
   // The user pressed Ctrl-C, or the system asks the program to end.
   static bool StopRequested();
 
@@ -60,7 +50,7 @@ class CSession {
   CRecorder& recorder;
   std::mutex lock;
   std::condition_variable arrived;
-  std::deque<SPhoneEvent> events;  // guarded by lock
+  CEventQueue events;  // guarded by lock
 };
 
 // The text of an information key, copied; empty when there is none.

@@ -1,0 +1,39 @@
+#include "phone/event_queue.h"
+
+#include <algorithm>
+
+#include "zelk/ZelkApi.h"
+
+namespace phone {
+
+namespace {
+
+bool EndsCall(const SPhoneEvent& event) {
+  return event.code == ZELK_EVENT_DISCONNECTED || (event.code == ZELK_EVENT_CHANNEL_STATE && event.param == 0);
+}
+
+}  // namespace
+
+bool CEventQueue::Take(SPhoneEvent& event) {
+  if (events.empty()) {
+    return false;
+  }
+  event = events.front();
+  events.pop_front();
+  return true;
+}
+
+bool CEventQueue::TakeEnd(int32_t channel) {
+  const auto end = std::find_if(events.begin(), events.end(), [channel](const SPhoneEvent& event) {
+    return event.channel == channel && EndsCall(event);
+  });
+  if (end == events.end()) {
+    return false;
+  }
+  const auto behind = std::remove_if(events.begin(), end + 1,
+                                     [channel](const SPhoneEvent& event) { return event.channel == channel; });
+  events.erase(behind, end + 1);
+  return true;
+}
+
+}  // namespace phone
