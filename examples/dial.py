@@ -7,7 +7,7 @@ import ctypes
 import sys
 import threading
 
-EVENT_CONNECTED, EVENT_DISCONNECTED, EVENT_CHANNEL_STATE = 0x302, 0x303, 0x501
+EVENT_PLAY_DONE, EVENT_CONNECTED, EVENT_DISCONNECTED, EVENT_CHANNEL_STATE = 0x201, 0x302, 0x303, 0x501
 INFO_CHANNELSTATE = 6
 BLOCK = bytes([0xD5]) * 8000  # one second of A-law silence
 
@@ -35,10 +35,11 @@ def load(path):
 
 def main():
     zelk = load(sys.argv[1])
-    usable, connected, ended = threading.Event(), threading.Event(), threading.Event()
+    usable, connected, played, ended = (threading.Event() for _ in range(4))
     cause = [0]
 
-    # Runs on the library's threads. The object must live as long as the library may call it.
+    # Runs on the library's threads, so it only notes what happened; the work is done below. The object must live as
+    # long as the library may call it.
     @EventCallback
     def on_event(channel, event, param):
         if channel != 0:
@@ -47,6 +48,8 @@ def main():
             usable.set()
         elif event == EVENT_CONNECTED:
             connected.set()
+        elif event == EVENT_PLAY_DONE:
+            played.set()
         elif event == EVENT_DISCONNECTED:
             cause[0] = param
             ended.set()
@@ -64,7 +67,8 @@ def main():
         if connected.wait(30):
             print("connected")
             zelk.ZELK_PlayBuffer(0, BLOCK, len(BLOCK))
-            zelk.ZELK_Hangup(0)
+            played.wait(10)
+        zelk.ZELK_Hangup(0)
         if not ended.wait(30):
             sys.exit("the call was not cleared")
         print("disconnected:", zelk.ZELK_DisconnectReasonToString(cause[0]).decode())
