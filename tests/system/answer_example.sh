@@ -5,6 +5,7 @@ example=$(realpath "$1")
 simulator=$(realpath "$2")
 folder=$(mktemp -d)
 cd "$folder"
+: > simulator.txt
 "$simulator" --cards 1 --trunks 1 --seconds 60 --calls 2 --calls-per-second 1 --concurrent 1 --calling 0305551234 \
   --record heard > simulator.txt 2>&1 &
 card=$!

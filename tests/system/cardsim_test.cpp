@@ -41,9 +41,9 @@ TEST_F(CCardsimProgram, ends_well_when_the_calls_it_was_asked_for_were_answered)
     GTEST_SKIP() << "the library under test is another system's";
   }
   // One call that the far end clears, then the end of both.
-  EXPECT_EQ(Run("LD_LIBRARY_PATH='" + library.Folder() + "'; export LD_LIBRARY_PATH; '" + (bin / "zelk-cardsim").string() +
-                "' --calls 1 --calls-per-second 10 --hold 200 --seconds 60 > '" + library.Folder() +
-                "/card.txt' & card=$!; while ! grep -q '^card 1:' '" + library.Folder() +
+  EXPECT_EQ(Run("LD_LIBRARY_PATH='" + library.Folder() + "'; export LD_LIBRARY_PATH; '" +
+                (bin / "zelk-cardsim").string() + "' --calls 1 --calls-per-second 10 --hold 200 --seconds 60 > '" +
+                library.Folder() + "/card.txt' & card=$!; while ! grep -q '^card 1:' '" + library.Folder() +
                 "/card.txt'; do kill -0 $card || exit 90; done; '" + (bin / "zelk-phone").string() +
                 "' answer --wait 30 > /dev/null || exit 91; wait $card"),
             0);

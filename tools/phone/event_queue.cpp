@@ -30,8 +30,8 @@ bool CEventQueue::TakeEnd(int32_t channel) {
   if (end == events.end()) {
     return false;
   }
-  const auto behind = std::remove_if(events.begin(), end + 1,
-                                     [channel](const SPhoneEvent& event) { return event.channel == channel; });
+  const auto behind =
+      std::remove_if(events.begin(), end + 1, [channel](const SPhoneEvent& event) { return event.channel == channel; });
   events.erase(behind, end + 1);
   return true;
 }

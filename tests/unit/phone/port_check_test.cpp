@@ -8,9 +8,10 @@ namespace {
 constexpr uint32_t kOwnPid = 77;
 
 TEST(PortCheck, AnotherProcessOnThePortIsNamed) {
-  EXPECT_EQ(RefusalText({{4242, "announcer"}}, kOwnPid),
-            "UDP port 5854 is held by process 4242 (announcer): another program uses the cards, and its calls would end "
-            "(--force starts all the same)");
+  EXPECT_EQ(
+      RefusalText({{4242, "announcer"}}, kOwnPid),
+      "UDP port 5854 is held by process 4242 (announcer): another program uses the cards, and its calls would end "
+      "(--force starts all the same)");
 }
 
 TEST(PortCheck, SeveralAreAllNamedAndOneOfAnotherUserCountsWithoutAName) {

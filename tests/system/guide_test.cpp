@@ -1,0 +1,181 @@
+#include <atomic>
+
+#include "call_fixture.h"
+#include "cardsim/signals.h"
+
+namespace {
+
+using cardsim::Call;
+using cardsim::ESimCallState;
+
+// What docs/api-guide.md warns of: sentences about corners that an application meets unasked.
+class CGuide : public CCallTest {
+ protected:
+  static constexpr uint8_t kRelease = 0x4D;
+
+  std::vector<uint8_t> Sound(size_t bytes) const { return std::vector<uint8_t>(bytes, 0x2A); }
+
+  void Play(int32_t channel, size_t bytes) {
+    const std::vector<uint8_t> sound = Sound(bytes);
+    EXPECT_TRUE(app->zelk.PlayBuffer(channel, sound.data(), static_cast<uint32_t>(bytes)));
+  }
+
+  void LoseCard() {
+    Card().SetControlSilent(true);
+    ASSERT_EQ(WaitParam(29, ZELK_EVENT_CHANNEL_STATE), 0);
+    ASSERT_TRUE(Card().Seen().WaitConnected(false, kSoon));
+  }
+
+  void ReopenCard() {
+    Card().SetControlSilent(false);
+    Card().Announce();
+    ASSERT_TRUE(app->zelk.WaitLog("Card reopen has Succeeded")) << app->zelk.LogText();
+    ASSERT_TRUE(Card().WaitUp(kSlow)) << app->zelk.LogText();
+    ASSERT_TRUE(Eventually([&] { return State(0) == 3U; }, kSlow));
+  }
+};
+
+TEST_F(CGuide, a_call_dialled_on_a_lost_card_brings_nothing_until_a_reject_or_the_reopening) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  ASSERT_NO_FATAL_FAILURE(LoseCard());
+  ForgetAll();
+  EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
+  EXPECT_TRUE(app->zelk.Dial(1, "1", "2"));
+  EXPECT_EQ(State(0), 2U);
+  EXPECT_FALSE(app->zelk.Dial(1, "3", "4"));
+  EXPECT_FALSE(app->zelk.Reject(1));
+  EXPECT_TRUE(app->zelk.Dial(1, "3", "4"));
+  EXPECT_FALSE(app->zelk.Reject(1));
+  ASSERT_NO_FATAL_FAILURE(ReopenCard());
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE, 2), 1);
+  const std::vector<support::SAppEvent> events = app->Events(0);
+  ASSERT_EQ(events.size(), 2U);
+  EXPECT_EQ(events[0].code, static_cast<uint32_t>(ZELK_EVENT_CHANNEL_STATE));
+  EXPECT_EQ(events[0].param, 0);
+  EXPECT_TRUE(app->CallEvents(0).empty());
+  EXPECT_EQ(app->Events(1).size(), 1U);  // up again, and free: nothing was lost
+  EXPECT_TRUE(FromLibrary("SETUP").empty());
+}
+
+TEST_F(CGuide, a_reopening_loses_the_play_done_that_is_under_way_and_a_further_play_brings_one) {
+  // A ring of ten seconds: what is played is still in it when the card is opened again.
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nAudioBuffers=500\n"));
+  Play(0, 800);
+  ASSERT_TRUE(Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
+  ASSERT_NO_FATAL_FAILURE(LoseCard());
+  ASSERT_NO_FATAL_FAILURE(ReopenCard());
+  EXPECT_EQ(app->zelk.PlayTimeLeft(0), 1U);
+  Play(0, 800);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_PLAY_DONE), 0);
+  EXPECT_EQ(app->zelk.PlayTimeLeft(0), 0U);
+  EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
+}
+
+TEST_F(CGuide, stop_play_ends_the_play_time_that_a_reopening_has_left) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nAudioBuffers=500\n"));
+  Play(0, 800);
+  ASSERT_TRUE(Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
+  ASSERT_NO_FATAL_FAILURE(LoseCard());
+  app->zelk.StopPlay(0);
+  EXPECT_EQ(app->zelk.PlayTimeLeft(0), 0U);
+}
+
+TEST_F(CGuide, sound_queued_on_a_closed_channel_is_heard_after_its_opening_without_an_event_and_is_not_counted) {
+  ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nAudioBuffers=4\n"));
+  const cardsim::Recorder line = Card().RecordTimeslot(0, 1);
+  Play(0, 8000);
+  EXPECT_EQ(app->zelk.PlayTimeLeft(0), 1000U);
+  app->zelk.StopPlay(0);
+  EXPECT_EQ(app->zelk.PlayTimeLeft(0), 1000U);
+  ASSERT_TRUE(app->zelk.OpenChannel(0));
+  EXPECT_EQ(app->zelk.PlayTimeLeft(0), 0U);
+  EXPECT_TRUE(line->WaitContains(Sound(1600), kSoon));
+  // A play of an open channel behind it has its event, and it alone.
+  Play(0, 160);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_PLAY_DONE), 0);
+  EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
+}
+
+TEST_F(CGuide, a_release_that_names_no_cause_is_reported_as_minus_1) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
+  const Call call = ConnectIncoming(1);
+  Card().HoldFromLibrary(0, true);  // the exchange's own answer must not come first
+  EXPECT_TRUE(app->zelk.Hangup(0));
+  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
+  call->SendMessage(kRelease, {});
+  EXPECT_EQ(WaitCause(0), -1);
+  EXPECT_STREQ(app->zelk.DisconnectReasonToString(-1), "REASON_UNKNOWN");
+  Card().HoldFromLibrary(0, false);
+  EXPECT_EQ(State(0), 3U);
+}
+
+// A play that is queued while the end of the one before is on its way to the line.
+TEST_F(CGuide, a_mark_on_its_way_ends_the_next_play_too_when_that_has_been_taken_from_the_queue) {
+  const std::vector<uint8_t> first(800, 0x2A);
+  const std::vector<uint8_t> second(800, 0x3C);
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
+  const cardsim::Recorder line = Card().RecordTimeslot(0, 1);
+  sim->Start();
+  app = std::make_unique<support::CApplication>("[General]\nAudioBuffers=150\n");
+  // No packet leaves while its receive thread is in here.
+  std::atomic<bool> firstHeard{false};
+  std::atomic<bool> secondHeard{true};
+  app->onEvent = [&](const support::SAppEvent& event) {
+    if (event.code == ZELK_EVENT_PLAY_DONE) {
+      firstHeard = line->WaitContains(first, kSoon);
+      secondHeard = support::FindSound(line->Samples(), second) >= 0;
+    }
+  };
+  std::atomic<int> fills{0};
+  app->SetOnPlay([&](uint32_t channel, uint8_t*, uint32_t) { fills += channel == 0 ? 1 : 0; });
+  ASSERT_NO_FATAL_FAILURE(StartLibrary());
+  OpenAll();
+  EXPECT_TRUE(app->zelk.PlayBuffer(0, first.data(), 800));
+  ASSERT_TRUE(Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
+  // One fill finds the queue empty and its block is marked; the ones behind show that this is done.
+  ASSERT_TRUE(Eventually([&, from = fills.load()] { return fills >= from + 3; }));
+  EXPECT_TRUE(app->zelk.PlayBuffer(0, second.data(), 800));
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_PLAY_DONE), 0);
+  EXPECT_TRUE(firstHeard);
+  EXPECT_FALSE(secondHeard);
+  // It was the event of both: a play behind them has the second one.
+  EXPECT_TRUE(line->WaitContains(second, kSoon));
+  Play(0, 160);
+  EXPECT_EQ(WaitParam(0, ZELK_EVENT_PLAY_DONE, 2), 0);
+  EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 2U);
+}
+
+// The event comes when the silent block behind the sound is taken. What precedes it in the same packet, 44 samples at
+// most of a play that ends near the end of a block, goes when the callback returns.
+TEST_F(CGuide, the_last_samples_of_a_play_may_leave_after_its_play_done) {
+  constexpr size_t kPacketFrames = 45;
+  constexpr size_t kSound = 159;
+  const std::vector<uint8_t> sound = cardsim::RenderTestPattern(kSound, 9);
+  const std::vector<uint8_t> sure(sound.begin(), sound.end() - (kPacketFrames - 2));
+  sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
+  const cardsim::Recorder line = Card().RecordTimeslot(0, 1);
+  sim->Start();
+  app = std::make_unique<support::CApplication>("[General]\nAudioBuffers=4\n");
+  std::atomic<bool> isSureHeard{true};
+  std::atomic<bool> isAllHeard{true};
+  app->onEvent = [&](const support::SAppEvent& event) {
+    if (event.code == ZELK_EVENT_PLAY_DONE) {
+      isSureHeard = line->WaitContains(sure, kSoon);
+      isAllHeard = support::FindSound(line->Samples(), sound) >= 0;
+    }
+  };
+  ASSERT_NO_FATAL_FAILURE(StartLibrary());
+  OpenAll();
+  // Whether the block begins in the middle of a packet changes from play to play: at one of nine it does not.
+  constexpr size_t kRounds = 50;
+  for (size_t round = 1; round <= kRounds && isAllHeard; ++round) {
+    line->Clear();
+    EXPECT_TRUE(app->zelk.PlayBuffer(0, sound.data(), kSound));
+    ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_PLAY_DONE, kSoon, round));
+    ASSERT_TRUE(isSureHeard);
+    ASSERT_TRUE(line->WaitContains(sound, kSoon));
+  }
+  EXPECT_FALSE(isAllHeard);
+}
+
+}  // namespace
