@@ -14,10 +14,13 @@
  * Threads: every function may be called from any thread. ZELK_Init and ZELK_Shutdown must not run while another thread
  * is inside a function that takes a channel.
  *
- * Callbacks run on the library's own threads. Inside one, every function may be called for the callback's own channel,
- * but never ZELK_Init or ZELK_Shutdown. Return quickly: the card's other channels wait. Call events come with their
- * trunk locked against other threads' ZELK_Dial, ZELK_Answer, ZELK_Reject and ZELK_Hangup: take no lock there that
- * another thread holds around one of these, and leave calls on other trunks to a thread of your own.
+ * Callbacks run on the library's own threads, each of which serves a whole card. The best of them note what happened
+ * and leave the work to a thread of the application. Inside one, every function may be called for the callback's own
+ * channel, but never ZELK_Init or ZELK_Shutdown, and nothing that takes long: ZELK_PlayFile reads a disk.
+ * Call events, and channel-state events of a trunk, come with that trunk locked: ZELK_Dial, ZELK_Answer, ZELK_Reject
+ * and ZELK_Hangup of other threads for its channels wait until the callback returns. So take no lock in an event
+ * callback that another thread holds around one of these four, wait there for no such thread, and leave calls on other
+ * trunks to a thread of your own.
  *
  * Texts are 8-bit and zero-terminated. A text that the library returns belongs to the library.
  */
@@ -73,10 +76,10 @@ enum ZelkError {
 /* Event codes, with what their parameter means and the thread that brings them. */
 enum ZelkEvent {
   ZELK_EVENT_DTMF = 0x101,      /* the digit's character code ('0'-'9', 'A'-'D', '*', '#'); the card's pacer thread */
-  ZELK_EVENT_PLAY_DONE = 0x201, /* 0; all queued audio has gone out; the card's audio receive thread */
+  ZELK_EVENT_PLAY_DONE = 0x201, /* 0; what was queued is played, see ZELK_PlayBuffer; the card's audio receive thread */
   ZELK_EVENT_INCOMING_CALL = 0x301, /* 0; answer or reject it; control thread */
   ZELK_EVENT_CONNECTED = 0x302,     /* 0; control thread, or inside ZELK_Answer on a network-side trunk */
-  ZELK_EVENT_DISCONNECTED = 0x303,  /* ITU-T Q.850 cause; the channel is free again; control thread */
+  ZELK_EVENT_DISCONNECTED = 0x303,  /* ITU-T Q.850 cause, -1 when the network gave none; channel free; control thread */
   ZELK_EVENT_ALERTING = 0x401,      /* 0; the far end rings; control thread */
   ZELK_EVENT_PROCEEDING = 0x402,    /* without a meaning, any value; control thread */
   ZELK_EVENT_PROGRESS = 0x403,      /* cause of the progress message, -1 without one; control thread */
@@ -130,17 +133,18 @@ enum ZelkSetInfo { ZELK_SET_ALLOWINCOMING = 1 /* 0: calls to the channel are ref
 /*
  * Something happened on a channel. event: a ZelkEvent; param: see there.
  * Thread: call and state events the card's control thread, digits its pacer thread, play-done its audio receive thread.
- * ZELK_EVENT_CONNECTED also comes inside ZELK_Answer, ZELK_EVENT_CHANNEL_STATE also inside ZELK_Init and on the thread
- * that opens a restarted card again. Events are not queued and may come on several threads at once; those of one thread
- * come in order. The channel's record is up to date when the callback runs.
+ * ZELK_EVENT_CONNECTED also comes inside ZELK_Answer, ZELK_EVENT_CHANNEL_STATE also on the thread that opens a
+ * restarted card again. Events may come before ZELK_Init has returned, but never on its thread. They are not queued and
+ * may come on several threads at once; those of one thread come in order. The channel's record is up to date when the
+ * callback runs.
  */
 typedef void(ZELK_CALL* ZelkEventCallback)(int32_t channel, uint32_t event, int32_t param);
 
 /*
  * A block is about to be queued for the line: length (160) A-law bytes, which may be changed in place until the
  * callback returns. Called for every channel of an open card each 20 ms, about "AudioBuffers" blocks before the block
- * is heard, whether or not the channel is open, plays or has a call; silence where nothing is queued. Thread: the
- * card's pacer thread. Must not block.
+ * is heard, whether or not the channel is open, plays or has a call; silence where nothing is queued. What it writes
+ * after a ZELK_StopPlay goes out. Thread: the card's pacer thread. Must not block.
  */
 typedef void(ZELK_CALL* ZelkPlayCallback)(uint32_t channel, uint8_t* data, uint32_t length);
 
@@ -163,7 +167,9 @@ ZELK_API void ZELK_CALL ZELK_SetRecordCallback(ZelkRecordCallback callback);
 /* ---- Library ---------------------------------------------------------------------------------------------------- */
 
 /*
- * Starts the log, reads the ini file beside the library, finds and opens the cards and builds the channel table.
+ * Starts the log, reads the ini file beside the library, finds and opens the cards and builds the channel table. The
+ * library's folder is that from which it was loaded, whatever becomes of the current directory. A card serves one
+ * process: a second one that starts the library takes the cards from the first, whose calls end.
  * Blocks: about 150 ms a network adapter and some seconds for a card that does not answer. Called again without a
  * shut-down between, it only restarts the log and rereads the ini file. True also when there is no card (then there are
  * no channels); false when the library's own file or a thread for the announcements of restarted cards could not be
@@ -219,9 +225,11 @@ ZELK_API uint32_t ZELK_CALL ZELK_SetChannelInfoString(int32_t channel, int32_t k
 /*
  * Places a call. number: the called number; callingNumber: the own number shown to it, or null for the one given last
  * on this channel. At most 31 characters of each are sent; both are copied. Returns at once: true when the call request
- * was handed to the network; ZELK_EVENT_PROCEEDING, _ALERTING, _CONNECTED or _DISCONNECTED follow. False when the
- * channel has a call, number is null, or the trunk cannot place calls. After a refused request the channel may read
- * "INUSE" until ZELK_Reject or the loss of its trunk frees it.
+ * was handed to the signalling stack; ZELK_EVENT_PROCEEDING, _ALERTING, _CONNECTED or _DISCONNECTED follow. False when
+ * the channel has a call, number is null, or the trunk cannot place calls. After a refused request the channel may read
+ * "INUSE" until ZELK_Reject or the loss of its trunk frees it. Dial channels that read "READY": on a trunk that is down
+ * the request waits for the trunk or the protocol's timers, and on a card that is lost nothing follows before the card
+ * is opened again.
  */
 ZELK_API bool ZELK_CALL ZELK_Dial(int32_t channel, const char* number, const char* callingNumber);
 
@@ -234,12 +242,15 @@ ZELK_API bool ZELK_CALL ZELK_Answer(int32_t channel);
 
 /*
  * Refuses the offered call (cause 21) and frees the channel without a disconnected event of its own. False then; true,
- * with nothing done, when the call is connected already (use ZELK_Hangup).
+ * with nothing done, when the call is connected already (use ZELK_Hangup). Of a call that is being cleared already it
+ * frees the channel, and says nothing more to the network.
  */
 ZELK_API bool ZELK_CALL ZELK_Reject(int32_t channel);
 
 /*
- * Ends the call (cause 16). True for every valid channel. The channel is free when ZELK_EVENT_DISCONNECTED arrives.
+ * Ends the call (cause 16). True for every valid channel. The channel is free when ZELK_EVENT_DISCONNECTED arrives:
+ * with the network's release, or "ClearedCallTimeout" seconds (5) after the network ended the call in another way. Does
+ * nothing to a call that is being cleared already. Queued audio stays: ZELK_StopPlay drops it.
  */
 ZELK_API bool ZELK_CALL ZELK_Hangup(int32_t channel);
 
@@ -255,26 +266,34 @@ ZELK_API const char* ZELK_CALL ZELK_DisconnectReasonToString(int32_t cause);
 /* ---- Audio ------------------------------------------------------------------------------------------------------ */
 
 /*
- * Queues a copy of length bytes of A-law behind what is queued already. The channel must be open for them to be heard.
- * ZELK_EVENT_PLAY_DONE comes when the queue has run out on the line, once for all that was queued back to back.
- * False with ZELK_ERROR_NO_MEMORY when there is no memory; false with no error for null data and a length above 0.
+ * Queues a copy of length bytes of A-law behind what is queued already. Open the channel before: what is queued on a
+ * closed one is heard when it is opened, without an event and without counting in ZELK_PlayTimeLeft.
+ * ZELK_EVENT_PLAY_DONE comes once for all that was queued back to back, when the silence behind it is taken for the
+ * next packet: that packet, with up to 44 of the last samples, leaves when the callback returns. A play queued when the
+ * end of the one before was on its way to the line already may share its event. No event comes for what is stopped,
+ * closed, or lost over the re-opening of a card. False with ZELK_ERROR_NO_MEMORY when there is no memory; false with no
+ * error for null data and a length above 0.
  */
 ZELK_API bool ZELK_CALL ZELK_PlayBuffer(int32_t channel, const void* data, uint32_t length);
 
 /*
  * Queues the sound of a WAV file (8000 Hz, mono; 16-bit or 8-bit linear, A-law or mu-law) as ZELK_PlayBuffer does.
- * Reads the whole file before it returns. False with ZELK_ERROR_FILE_OPEN, _FILE_READ, _NO_MEMORY, _BAD_FORMAT or
- * _CONVERSION.
+ * Reads the whole file before it returns, so leave it out of callbacks. False with ZELK_ERROR_FILE_OPEN (also for a
+ * pipe, a device or a null path), _FILE_READ, _NO_MEMORY, _BAD_FORMAT or _CONVERSION.
  */
 ZELK_API bool ZELK_CALL ZELK_PlayFile(int32_t channel, const char* path);
 
 /*
  * Milliseconds of audio still queued, without what already waits for transmission ("AudioBuffers" blocks at most). At
- * least 1 until ZELK_EVENT_PLAY_DONE. 0 for a bad channel.
+ * least 1 until ZELK_EVENT_PLAY_DONE; where a card's re-opening has lost that event, until ZELK_StopPlay or the end of
+ * the next play. 0 for a bad channel.
  */
 ZELK_API uint32_t ZELK_CALL ZELK_PlayTimeLeft(int32_t channel);
 
-/* Drops queued audio and silences what already waits for transmission. No play-done event follows. */
+/*
+ * Drops queued audio and silences what already waits for transmission; what is queued or written by the play callback
+ * afterwards goes out whole. No play-done event follows. Nothing on a channel that is not open.
+ */
 ZELK_API void ZELK_CALL ZELK_StopPlay(int32_t channel);
 
 /*
