@@ -180,8 +180,8 @@ ZELK_API bool ZELK_CALL ZELK_Init(void);
 /*
  * Closes every card and channel and empties the table; calls in progress are dropped without an event. Nothing when the
  * library is not initialised. Waits for the library's threads, so never call it inside a callback; a callback that does
- * not return is waited for some seconds (3 s for each thread, and 3 s for the trunks of each card) and then left behind:
- * its thread does nothing more once it returns. ZELK_Init may follow.
+ * not return is waited for some seconds (3 s for each thread, and 3 s for the trunks of each card) and then left
+ * behind: its thread does nothing more once it returns. ZELK_Init may follow.
  */
 ZELK_API void ZELK_CALL ZELK_Shutdown(void);
 

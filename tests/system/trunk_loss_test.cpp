@@ -166,6 +166,7 @@ TEST_F(CTrunkLoss, a_call_dialled_on_a_trunk_that_is_down_waits_for_layer_2_and_
   // The trunk comes back: calls are possible again.
   MendLine(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 1);
+  EXPECT_TRUE(Eventually([this] { return State(1) == 3U; }, kSlow)) << State(1) << "\n" << app->zelk.LogText();
   // A SETUP that still waited goes out now: the exchange takes the call and learns that it is none any more.
   SentBeforeNow();
   EXPECT_TRUE(NetworkIsIdle());
@@ -173,6 +174,7 @@ TEST_F(CTrunkLoss, a_call_dialled_on_a_trunk_that_is_down_waits_for_layer_2_and_
   }
   app->Forget();
   ConnectOutgoing(0);
+  ConnectOutgoing(1);
 }
 
 }  // namespace
