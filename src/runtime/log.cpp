@@ -1,6 +1,7 @@
 #include "runtime/log.h"
 
 #include <cstdarg>
+#include <exception>
 #include <new>
 #include <string>
 
@@ -58,7 +59,7 @@ void LogFormat(ELogClass logClass, int32_t channel, const char* format, ...) {
     std::string text;
     FormatStringV(text, format, arguments);
     LogLine(text.c_str(), channel);
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     Log().LineLost();
   }
   va_end(arguments);

@@ -23,8 +23,6 @@ namespace {
 
 constexpr uint32_t kGatherMs = 100;
 constexpr uint32_t kStopLimitMs = 1000;
-// About a million lines: a log that cannot be written for hours loses nothing, one that never can takes no more.
-constexpr size_t kMostWaitingBytes = 64U << 20;
 
 class CLogFile : public ILogFile {
  public:
@@ -52,7 +50,8 @@ struct CLogWriter::SRun {
 
 CLogWriter::CLogWriter() : CLogWriter([] { return std::make_unique<CLogFile>(); }) {}
 
-CLogWriter::CLogWriter(MakeFile fileMaker) : makeFile(std::move(fileMaker)) {}
+CLogWriter::CLogWriter(MakeFile fileMaker, size_t mostBytes)
+    : makeFile(std::move(fileMaker)), mostWaitingBytes(mostBytes) {}
 
 CLogWriter::~CLogWriter() {
   Stop();
@@ -181,7 +180,7 @@ void CLogWriter::LineLost() {
 void CLogWriter::Append(const std::string& line, const SLocalTime& now) {
   {
     const CScopedLock hold(lock);
-    if (waitingBytes + line.size() > kMostWaitingBytes) {
+    if (waitingBytes + line.size() > mostWaitingBytes) {
       ++lostLines;
     } else if (lostLines > 0) {
       AddToPending(LossNotice(now) + line);

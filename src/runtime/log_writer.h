@@ -24,10 +24,13 @@ namespace zelk {
 class CLogWriter {
  public:
   using MakeFile = std::function<std::unique_ptr<ILogFile>()>;
+  // About a million lines: a log that cannot be written for hours loses nothing, one that never can takes no more.
+  static constexpr size_t kMostWaitingBytes = 64U << 20;
 
   CLogWriter();
-  explicit CLogWriter(MakeFile fileMaker);  // the file that each Start writes to
-  ~CLogWriter();                            // Stops.
+  // fileMaker: for the file that each Start writes to. mostBytes: what may wait to be written.
+  explicit CLogWriter(MakeFile fileMaker, size_t mostBytes = kMostWaitingBytes);
+  ~CLogWriter();  // Stops.
   CLogWriter(const CLogWriter&) = delete;
   CLogWriter& operator=(const CLogWriter&) = delete;
 
@@ -57,6 +60,7 @@ class CLogWriter {
   void Leave(SRun& run);
 
   const MakeFile makeFile;
+  const size_t mostWaitingBytes;
   CMutex lock;
   LogPieces pending ZELK_GUARDED_BY(lock);        // lines that no thread has taken yet
   size_t waitingBytes ZELK_GUARDED_BY(lock) = 0;  // of these and of what threads have taken and not written
