@@ -15,7 +15,7 @@ bool IsSimulatedCard(const tool::SPortHolder& holder) {
 
 std::string NameOf(const tool::SPortHolder& holder) {
   if (holder.pid == 0) {
-    return "a process of another user";
+    return "a process that the system does not name";
   }
   return "process " + std::to_string(holder.pid) + (holder.name.empty() ? "" : " (" + holder.name + ")");
 }

@@ -14,9 +14,10 @@ TEST(PortCheck, AnotherProcessOnThePortIsNamed) {
       "(--force starts all the same)");
 }
 
-TEST(PortCheck, SeveralAreAllNamedAndOneOfAnotherUserCountsWithoutAName) {
+TEST(PortCheck, SeveralAreAllNamedAndOneThatIsNotToldCountsToo) {
   const std::string text = RefusalText({{4242, "announcer"}, {5, ""}, {0, ""}}, kOwnPid);
-  EXPECT_NE(text.find("held by process 4242 (announcer), process 5, a process of another user: "), std::string::npos)
+  EXPECT_NE(text.find("held by process 4242 (announcer), process 5, a process that the system does not name: "),
+            std::string::npos)
       << text;
 }
 
