@@ -261,6 +261,7 @@ void ZELK_CALL CountStates(int32_t, uint32_t event, int32_t) {
 
 // What is lost without memory is a line of the log: every channel follows its trunk.
 TEST_F(TrunkStatus, StatesNeedNoMemory) {
+  CLogCapture log(2);
   ApplicationEvents().SetEventCallback(&CountStates);
   const auto expectStates = [&](int expected, const std::function<void()>& report) {
     for (uint32_t n = 1; n <= 6; ++n) {
@@ -284,6 +285,11 @@ TEST_F(TrunkStatus, StatesNeedNoMemory) {
   EXPECT_TRUE(support::AllocationFailed()) << "the line had to be formatted";
   support::FailAllocation(0);
   EXPECT_EQ(statesPosted, 30);
+  Status(0, kDchannelDown);
+  const Lines lines = log.Lines();
+  EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+    return line.find("lost for want of memory") != line.npos;
+  })) << "what is lost is counted, and told with the next line";
 }
 
 TEST_F(TrunkStatus, StatusLines) {
