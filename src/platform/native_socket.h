@@ -25,6 +25,7 @@ struct SNativeSocket {
   EWait Wait(EInterest interest, int32_t timeoutMs) const;
 
   bool SetBuffer(int name, int bytes);
+  int Buffer(int name) const;  // the size as it was asked for, or less; 0 when it cannot be told
   bool SetSharedPort();
   // A datagram longer than the capacity is cut to it.
   int ReceiveFrom(void* data, int capacity, sockaddr_in& from);

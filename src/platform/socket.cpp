@@ -233,6 +233,16 @@ bool CSocket::SetSendBuffer(int bytes) {
   return inside && impl->native.SetBuffer(SO_SNDBUF, bytes);
 }
 
+int CSocket::ReceiveBuffer() const {
+  const CInside inside(*impl);
+  return inside ? impl->native.Buffer(SO_RCVBUF) : 0;
+}
+
+int CSocket::SendBuffer() const {
+  const CInside inside(*impl);
+  return inside ? impl->native.Buffer(SO_SNDBUF) : 0;
+}
+
 bool CSocket::SetNoDelay(bool on) {
   const CInside inside(*impl);
   return inside && impl->SetOption(IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0);

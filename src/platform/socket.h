@@ -25,6 +25,10 @@ std::string FormatIpv4(uint32_t address);
 // Makes the socket library ready (Winsock 2.2 on Windows, nothing elsewhere). Its result is not needed.
 void StartSockets();
 
+// The system's setting that limits receive or send buffers, as its administrator knows it; empty where there is none.
+const char* ReceiveBufferLimit();
+const char* SendBufferLimit();
+
 enum class EWait { kReady, kTimeout, kError };
 constexpr int32_t kWaitForever = -1;
 
@@ -48,8 +52,11 @@ class CSocket {
   bool IsOpen() const;
 
   bool SetNonBlocking(bool on);
+  // What the system grants may be less, and is no failure; the second pair tells it (0 when it cannot be told).
   bool SetReceiveBuffer(int bytes);
   bool SetSendBuffer(int bytes);
+  int ReceiveBuffer() const;
+  int SendBuffer() const;
   // A stream's small messages go at once, instead of waiting until those before are acknowledged (RFC 896).
   bool SetNoDelay(bool on);
   bool SetBroadcast(bool on);

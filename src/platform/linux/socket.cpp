@@ -29,6 +29,14 @@ bool SetInt(int descriptor, int name, int value) {
 
 void StartSockets() {}
 
+const char* ReceiveBufferLimit() {
+  return "net.core.rmem_max";
+}
+
+const char* SendBufferLimit() {
+  return "net.core.wmem_max";
+}
+
 bool SNativeSocket::Open(int type) {
   handle = socket(AF_INET, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (handle < 0) {
@@ -68,9 +76,17 @@ EWait SNativeSocket::Wait(EInterest interest, int32_t timeoutMs) const {
   return usable ? EWait::kReady : EWait::kError;
 }
 
-// The forced options go past the system-wide limit where the process may; a burst from a card then fits.
+// The forced options go past the system-wide limit where the process may (CAP_NET_ADMIN); a burst from a card then
+// fits. The others never fail: they cut the size to the limit without a word.
 bool SNativeSocket::SetBuffer(int name, int bytes) {
   return SetInt(handle, name == SO_RCVBUF ? SO_RCVBUFFORCE : SO_SNDBUFFORCE, bytes) || SetInt(handle, name, bytes);
+}
+
+// The system doubles what it is asked for, for its own records, and tells the double.
+int SNativeSocket::Buffer(int name) const {
+  int bytes = 0;
+  socklen_t size = sizeof bytes;
+  return getsockopt(handle, SOL_SOCKET, name, &bytes, &size) == 0 ? bytes / 2 : 0;
 }
 
 bool SNativeSocket::SetSharedPort() {

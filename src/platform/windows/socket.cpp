@@ -37,6 +37,14 @@ void StartSockets() {
   (void)WSAStartup(MAKEWORD(2, 2), &ignored);
 }
 
+const char* ReceiveBufferLimit() {
+  return "";
+}
+
+const char* SendBufferLimit() {
+  return "";
+}
+
 bool SNativeSocket::Open(int type) {
   handle = socket(AF_INET, type, 0);
   if (handle == kNoSocket) {
@@ -91,6 +99,12 @@ EWait SNativeSocket::Wait(EInterest interest, int32_t timeoutMs) const {
 
 bool SNativeSocket::SetBuffer(int name, int bytes) {
   return setsockopt(handle, SOL_SOCKET, name, reinterpret_cast<const char*>(&bytes), sizeof bytes) == 0;
+}
+
+int SNativeSocket::Buffer(int name) const {
+  int bytes = 0;
+  int size = sizeof bytes;
+  return getsockopt(handle, SOL_SOCKET, name, reinterpret_cast<char*>(&bytes), &size) == 0 ? bytes : 0;
 }
 
 // Here a wildcard and a specific bind stand side by side anyway; SO_REUSEADDR would let a stranger take the port over.

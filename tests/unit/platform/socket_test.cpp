@@ -183,6 +183,24 @@ TEST(UdpSocket, BufferSizesAreAccepted) {
   EXPECT_TRUE(socket.SetSendBuffer(4'194'304));
 }
 
+// Every system grants 100 kB and 50 kB; of 4 MB it may grant less, and says so.
+TEST(UdpSocket, TellsTheBufferSizesThatTheSystemGranted) {
+  CSocket socket;
+  EXPECT_EQ(socket.ReceiveBuffer(), 0);
+  EXPECT_EQ(socket.SendBuffer(), 0);
+  ASSERT_TRUE(OpenBound(socket));
+  EXPECT_TRUE(socket.SetReceiveBuffer(100'000));
+  EXPECT_TRUE(socket.SetSendBuffer(50'000));
+  EXPECT_EQ(socket.ReceiveBuffer(), 100'000);
+  EXPECT_EQ(socket.SendBuffer(), 50'000);
+  EXPECT_TRUE(socket.SetReceiveBuffer(4'194'304));
+  EXPECT_TRUE(socket.SetSendBuffer(4'194'304));
+  EXPECT_GE(socket.ReceiveBuffer(), 100'000);
+  EXPECT_LE(socket.ReceiveBuffer(), 4'194'304);
+  EXPECT_GE(socket.SendBuffer(), 100'000);
+  EXPECT_LE(socket.SendBuffer(), 4'194'304);
+}
+
 TEST(NoDelay, IsForStreamsOnly) {
   CSocket stream;
   ASSERT_TRUE(stream.OpenTcp());
