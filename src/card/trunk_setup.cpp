@@ -35,7 +35,7 @@ void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t opening) {
   const uint32_t serialNumber = core.facts.serialNumber;
   const STrunkSettings settings = Config().ReadTrunk(serialNumber, index + 1);
   ApplySettings(trunk, settings);
-  core.audio.ConfigureEcho(index, settings.echoTailMs);
+  core.audio.ConfigureEcho(index, Config().EchoTail(settings.echoTailMs));
   trunk.echoEnabled = settings.echoCanceller;
 
   const CScopedLock<CRecursiveMutex> held(trunk.lock);

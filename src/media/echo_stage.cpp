@@ -8,6 +8,7 @@
 #include <new>
 
 #include "media/g711.h"
+#include "runtime/config.h"
 
 // Each of these headers needs what those before it define, and <cstring>.
 // clang-format off
@@ -47,9 +48,7 @@ SCancellerBuild ChooseBuild() {
 const SCancellerBuild kBuild = ChooseBuild();
 
 constexpr int32_t kTapsPerMs = 8;
-constexpr int32_t kMinTailMs = 32;
-constexpr int32_t kMaxTailMs = 1024;
-static_assert(kMinTailMs * kTapsPerMs == 256 && kMaxTailMs * kTapsPerMs == CAdaptionGate::kMaxTaps);
+static_assert(kMinEchoTailMs * kTapsPerMs == 256 && kMaxEchoTailMs * kTapsPerMs == CAdaptionGate::kMaxTaps);
 
 constexpr int kDwell = 2;  // one of them is counted down before it is looked at
 constexpr int32_t kLoudest = 1 << 30;
@@ -86,7 +85,7 @@ int16_t CEchoStage::STilt::Apply(int16_t sample) {
 }
 
 std::unique_ptr<CEchoStage> CEchoStage::Create(int32_t tailMs) {
-  const int32_t taps = std::clamp(tailMs, kMinTailMs, kMaxTailMs) * kTapsPerMs;
+  const int32_t taps = std::clamp(tailMs, kMinEchoTailMs, kMaxEchoTailMs) * kTapsPerMs;
   echo_can_state_t* state = kBuild.init(taps, ECHO_CAN_USE_ADAPTION);
   if (state == nullptr)
     return nullptr;

@@ -47,6 +47,7 @@ void CConfig::Read(const std::string& path) {
     path.copy(iniPath.data(), path.size() < kMaxPath ? path.size() : 0);
   }
   clampReported = false;
+  tailReported = false;
   level = ReadProfileInt(path, kDebug, "Level", 2);
   flushImmediate = ReadProfileInt(path, kDebug, "FlushImmediate", 0) != 0;
   audioBuffers = ReadProfileInt(path, kGeneral, "AudioBuffers", 32);
@@ -83,6 +84,14 @@ uint32_t CConfig::AudioBlocks() {
     LogFormat(ELogClass::kStatus, kGeneralLine, "AudioBuffers %d is out of range, %d is used", wanted, used);
   }
   return static_cast<uint32_t>(used);
+}
+
+int32_t CConfig::EchoTail(int32_t wantedMs) {
+  const int32_t used = std::clamp(wantedMs, kMinEchoTailMs, kMaxEchoTailMs);
+  if (used != wantedMs && !tailReported.exchange(true)) {
+    LogFormat(ELogClass::kStatus, kGeneralLine, "EchoTail %d is out of range, %d is used", wantedMs, used);
+  }
+  return used;
 }
 
 int32_t CConfig::ReadTrunkCrc4(uint32_t serialNumber, uint32_t trunkNumber) const {

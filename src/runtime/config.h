@@ -29,6 +29,9 @@ struct STrunkSettings {
   bool echoCanceller = false;
 };
 
+constexpr int32_t kMinEchoTailMs = 32;
+constexpr int32_t kMaxEchoTailMs = 1024;
+
 // The values of the ini file beside the library: the general ones read at every ZELK_Init, the trunks' at every card
 // open. One instance a process (Config()).
 // Thread: Read by the initialising thread; everything else by any (values are single atomics: a reader during a second
@@ -55,6 +58,8 @@ class CConfig {
   SDtmfSettings Dtmf() const;
   // "AudioBuffers" within what a card can hold: below 0 counts as 0, above 4096 as 4096 (logged once).
   uint32_t AudioBlocks();
+  // A trunk's "EchoTail" within what a canceller can have: below 32 ms counts as 32, above 1024 as 1024 (logged once).
+  int32_t EchoTail(int32_t wantedMs);
 
   // Section "serial-trunk" (trunk counted from 1). Crc4 is read on its own, in a first pass over a card's trunks.
   int32_t ReadTrunkCrc4(uint32_t serialNumber, uint32_t trunkNumber) const;
@@ -75,6 +80,7 @@ class CConfig {
   std::atomic<float> columnPeak{SDtmfSettings().columnPeak};
   std::atomic<float> totalEnergy{SDtmfSettings().totalEnergy};
   std::atomic<bool> clampReported{false};
+  std::atomic<bool> tailReported{false};
 };
 
 // Usable from load to the end of the process: it is constructed without code and never destroyed.

@@ -270,6 +270,8 @@ TEST_F(CConfigEffect, values_that_nobody_can_mean_leave_their_trunk_down_and_the
     ASSERT_TRUE(app->zelk.Dial(channel, "123", nullptr));
     ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_CONNECTED, kSoon)) << app->zelk.LogText();
   }
+  EXPECT_TRUE(app->zelk.WaitLog("  G :EchoTail -1 is out of range, 32 is used\r\n")) << app->zelk.LogText();
+  EXPECT_EQ(app->zelk.LogText().find("EchoTail 2147483647"), std::string::npos);  // once is enough
   // The signalling stack gets the number as it is, and says so.
   EXPECT_TRUE(app->zelk.WaitLog("  G :Debug Message: Card[0] Link[1]: Don't know how to SABME on a type -7 node"))
       << app->zelk.LogText();

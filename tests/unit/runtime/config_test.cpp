@@ -144,6 +144,20 @@ TEST_F(ConfigFile, AudioBlocksStayWithinWhatACardHolds) {
   }
 }
 
+TEST_F(ConfigFile, AnEchoTailStaysWithinWhatACancellerCanHave) {
+  for (const auto& [wanted, used] : {std::pair<int32_t, int32_t>{-2147483647 - 1, 32},
+                                     {-1, 32},
+                                     {0, 32},
+                                     {31, 32},
+                                     {32, 32},
+                                     {33, 33},
+                                     {1024, 1024},
+                                     {1025, 1024},
+                                     {2147483647, 1024}}) {
+    EXPECT_EQ(config.EchoTail(wanted), used) << wanted;
+  }
+}
+
 TEST_F(ConfigFile, ATrunkWithoutASectionTakesTheGeneralValues) {
   Read(
       "[General]\nCrc4=3\nHdlcLog=1\nHangupOnAlerting=1\nNumberType=65\nClientType=1\nSwitchType=1\nEchoTail=64\n"

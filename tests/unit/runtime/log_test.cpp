@@ -94,6 +94,18 @@ TEST_F(ProcessLog, AnAudioBufferCountOutOfRangeIsLoggedOncePerRead) {
   EXPECT_EQ(Written(), "  G :AudioBuffers 5000 is out of range, 4096 is used|");
 }
 
+TEST_F(ProcessLog, AnEchoTailOutOfRangeIsLoggedOncePerRead) {
+  CConfig config;
+  EXPECT_EQ(config.EchoTail(32), 32);
+  EXPECT_EQ(config.EchoTail(1024), 1024);
+  EXPECT_EQ(config.EchoTail(2000), 1024);
+  EXPECT_EQ(config.EchoTail(8), 32);  // another trunk's
+  config.Read("");
+  EXPECT_EQ(config.EchoTail(31), 32);
+  EXPECT_EQ(Written(),
+            "  G :EchoTail 2000 is out of range, 1024 is used|  G :EchoTail 31 is out of range, 32 is used|");
+}
+
 // What happens when a process ends with the log running. The child is a copy of this process and leaves by exit, which
 // destroys the static objects, the youngest first.
 TEST(ProcessLogAtExit, WhatIsPendingIsWrittenAndSoIsWhatOtherStaticObjectsLogAtTheirEnd) {
