@@ -44,6 +44,10 @@ void CChannelHandlers::OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode cod
   media.Handle(trunk, timeslot, code, data, length);
 }
 
+void CChannelHandlers::OnFill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) {
+  media.Fill(trunk, timeslot, fill);
+}
+
 uint32_t CChannelHandlers::FirstGlobalTrunk() const {
   return channels.FirstTrunk();
 }

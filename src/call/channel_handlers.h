@@ -27,6 +27,7 @@ class CChannelHandlers : public ICardHandlers {
   void OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller) override;
   void OnCardReopening(CCard& card, const CStopFlag& caller) override;
   void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override;
+  void OnFill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) override;
   uint32_t FirstGlobalTrunk() const override;
 
  private:

@@ -16,8 +16,13 @@ class CChannelMedia {
   explicit CChannelMedia(const CCardChannels& channels);
 
   void Handle(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) const;
+  // MEDIA_PLAY, with what a stop meanwhile must know.
+  void Fill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) const;
 
  private:
+  // False when no channel can stand there.
+  bool FindSlot(uint16_t trunk, uint16_t timeslot, size_t& slot) const;
+
   const CCardChannels& channels;
 };
 

@@ -136,6 +136,10 @@ void CDevice::SilenceTransmit() {
   card.Audio().SilenceTransmit(static_cast<uint32_t>(trunkIndex), timeslot);
 }
 
+uint32_t CDevice::FlushCount() const {
+  return card.Audio().FlushCount(static_cast<uint32_t>(trunkIndex), timeslot);
+}
+
 int32_t CDevice::LogChannel() const {
   return static_cast<int32_t>(channelNumber);
 }

@@ -63,6 +63,7 @@ class CDevice : public IWaveOwner {
   void ForgetLostCalls();
 
   void SilenceTransmit() override;
+  uint32_t FlushCount() const override;
   int32_t LogChannel() const override;
 
   CCard& card;

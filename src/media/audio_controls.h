@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "media/backlog_watch.h"
+#include "media/fill_slots.h"
+#include "media/g711.h"
 #include "media/media_hook.h"
 
 namespace zelk {
@@ -25,10 +28,19 @@ struct SAudioControls {
   std::atomic<uint32_t> flushes{0};
   // Number of the next packet sent; never starts again, whatever the card does.
   std::atomic<uint32_t> sendSequence{0};
+  std::atomic<uint64_t> backlogLine{CBacklogWatch::kNoLine};  // when the last one was written
+  std::atomic<bool> buffersReported{false};                   // what the system granted for the socket
+  CFillSlots fills;
 
+  // A stop inside the play callback overwrites the block under fill on the spot: what is written into it later stays.
   void Flush(size_t position) {
     flushEpoch[position].fetch_add(1, std::memory_order_release);
     flushes.fetch_add(1, std::memory_order_release);
+    if (SBlockFill* own = fills.Own(position)) {
+      std::memset(own->data, kIdleByte, kBlockBytes);
+      own->taken.fill(kIdleByte);
+      ++own->flushCount;
+    }
   }
 };
 

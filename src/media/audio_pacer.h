@@ -11,7 +11,8 @@
 namespace zelk {
 
 // Moves blocks between a card's channels and its rings and looks for digits.
-// Thread: pacer. Blocks only in its sleep; calls the hook. Allocates nothing.
+// Thread: pacer. Blocks only in its sleep; calls the hook. Allocates nothing. A stop that comes while the hook is
+// inside its call ends the pass there: nothing more is asked of it, and the block at hand goes nowhere.
 class CAudioPacer {
  public:
   CAudioPacer(SAudioControls& cardControls, CCardRings& cardRings) : controls(cardControls), rings(cardRings) {}
@@ -24,8 +25,11 @@ class CAudioPacer {
   void Pass(const CStopFlag& stop);
 
  private:
-  void RefillTransmit(IMediaHook& hook, size_t position);
-  void DeliverReceived(IMediaHook& hook, size_t position);
+  // Each is false when the stop flag was set meanwhile.
+  bool RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillSlots::CHold& slot);
+  bool DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop);
+  bool ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop);
+  void Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillSlots::CHold& slot);
 
   SAudioControls& controls;
   CCardRings& rings;

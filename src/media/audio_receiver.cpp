@@ -1,5 +1,6 @@
 #include "media/audio_receiver.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace zelk {
@@ -17,19 +18,22 @@ bool CAudioReceiver::Create(CCardRings& rings) {
   return staging.Create(rings);
 }
 
-void CAudioReceiver::Run(CSocket& socket, uint32_t cardAddress, CStopFlag& stop) {
+void CAudioReceiver::Run(CSocket& socket, uint32_t cardAddress) {
   while (!stop.IsSet()) {
     size_t length = 0;
-    if (ReadPacket(socket, cardAddress, stop, length))
+    if (ReadPacket(socket, cardAddress, length))
       TakePacket(buffer.data(), length);
   }
 }
 
 // Reads first and waits only when nothing is there: at full load packets wait more often than the thread does.
-bool CAudioReceiver::ReadPacket(CSocket& socket, uint32_t cardAddress, CStopFlag& stop, size_t& length) {
+bool CAudioReceiver::ReadPacket(CSocket& socket, uint32_t cardAddress, size_t& length) {
   SIpv4Endpoint source;
   int received = socket.ReceiveFrom(buffer.data(), buffer.size(), source);
-  if (received <= 0) {
+  if (received > 0) {
+    WatchBacklog();
+  } else {
+    backlog.CaughtUp();
     if (!socket.IsOpen() || socket.WaitReadable(kWaitForever) == EWait::kError) {
       stop.SleepFor(kFailurePauseMs);
       return false;
@@ -42,12 +46,22 @@ bool CAudioReceiver::ReadPacket(CSocket& socket, uint32_t cardAddress, CStopFlag
   return true;
 }
 
+void CAudioReceiver::WatchBacklog() {
+  if (!backlog.IsLineDue(clock(), controls.backlogLine) || stop.IsSet())
+    return;
+  char line[kMaxNoticeChars];
+  std::snprintf(line, sizeof line,
+                "Audio packets have waited for %u ms without a break, receive thread cannot keep up.",
+                backlog.BehindMs());
+  notice.OnAudioNotice(line);
+}
+
 void CAudioReceiver::TakePacket(uint8_t* packet, size_t length) {
   SAudioHeader header;
   if (!ReadAudioHeader(packet, length, header))
     return;
   Carry(rules.Judge(header.sequence, header.backlogHint), packet, length);
-  if (rules.HeldDue() && ReadAudioHeader(heldPacket.data(), heldLength, header))
+  if (!stop.IsSet() && rules.HeldDue() && ReadAudioHeader(heldPacket.data(), heldLength, header))
     Carry(rules.TakeHeld(header.backlogHint), heldPacket.data(), heldLength);
 }
 
@@ -55,6 +69,8 @@ void CAudioReceiver::Carry(const SSequenceDecision& decision, uint8_t* packet, s
   Report(decision);
   for (uint32_t i = 0; i < decision.replies; ++i)
     sender.Send(length);
+  if (stop.IsSet())
+    return;
   if (decision.action == EAction::kHold) {
     std::memcpy(heldPacket.data(), packet, length);
     heldLength = length;
@@ -66,7 +82,7 @@ void CAudioReceiver::Carry(const SSequenceDecision& decision, uint8_t* packet, s
 void CAudioReceiver::Report(const SSequenceDecision& decision) {
   char lines[2][kMaxNoticeChars];
   const size_t count = NoticeLines(decision, lines);
-  for (size_t i = 0; i < count; ++i)
+  for (size_t i = 0; i < count && !stop.IsSet(); ++i)
     notice.OnAudioNotice(lines[i]);
 }
 

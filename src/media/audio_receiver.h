@@ -5,12 +5,14 @@
 #include <cstdint>
 
 #include "media/audio_packet.h"
+#include "media/backlog_watch.h"
 #include "media/echo_bank.h"
 #include "media/media_hook.h"
 #include "media/packet_sender.h"
 #include "media/receive_staging.h"
 #include "media/sequence_rules.h"
 #include "media/stop_flag.h"
+#include "platform/clock.h"
 #include "platform/socket.h"
 
 namespace zelk {
@@ -20,18 +22,28 @@ namespace zelk {
 // it is the way out. Nothing allocates after Create.
 class CAudioReceiver {
  public:
-  CAudioReceiver(SAudioControls& cardControls, IAudioNotice& cardNotice, CEchoBank& cardEcho, CPacketSender& cardSender)
-      : controls(cardControls), notice(cardNotice), echo(cardEcho), sender(cardSender) {}
+  using Clock = uint32_t (*)();
+
+  CAudioReceiver(SAudioControls& cardControls, IAudioNotice& cardNotice, CEchoBank& cardEcho, CPacketSender& cardSender,
+                 CStopFlag& openingStop, Clock millisecondClock = &TickMs)
+      : controls(cardControls),
+        notice(cardNotice),
+        echo(cardEcho),
+        sender(cardSender),
+        stop(openingStop),
+        clock(millisecondClock) {}
 
   bool Create(CCardRings& rings);
-  // The thread: until the flag is set. Packets count only from this IPv4 address.
-  void Run(CSocket& socket, uint32_t cardAddress, CStopFlag& stop);
+  // The thread: until the opening's stop flag is set; then it reports nothing more and sends nothing more, wherever it
+  // was. Packets count only from this IPv4 address.
+  void Run(CSocket& socket, uint32_t cardAddress);
   // One datagram from the card; the bytes are changed where the echo stage works. A held packet that its coming makes
   // due is taken up too.
   void TakePacket(uint8_t* packet, size_t length);
 
  private:
-  bool ReadPacket(CSocket& socket, uint32_t cardAddress, CStopFlag& stop, size_t& length);
+  bool ReadPacket(CSocket& socket, uint32_t cardAddress, size_t& length);
+  void WatchBacklog();
   void Carry(const SSequenceDecision& decision, uint8_t* packet, size_t length);
   void Report(const SSequenceDecision& decision);
   void Process(uint8_t* packet, size_t length);
@@ -40,6 +52,9 @@ class CAudioReceiver {
   IAudioNotice& notice;
   CEchoBank& echo;
   CPacketSender& sender;
+  CStopFlag& stop;
+  const Clock clock;
+  CBacklogWatch backlog;
   CReceiveStaging staging;
   CSequenceRules rules;
   uint32_t trunks = 0;

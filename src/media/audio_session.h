@@ -25,9 +25,11 @@ class CAudioSession : private IAudioLink {
   // Socket, rings and buffers; false when the socket cannot be had or there is no memory.
   bool Create(uint32_t localAddress, uint32_t card, uint32_t trunkCount, uint32_t blocks, const SDtmfSettings& dtmf);
   uint16_t LocalPort() const { return localPort; }
+  int ReceiveBuffer() const { return socket.ReceiveBuffer(); }
+  int SendBuffer() const { return socket.SendBuffer(); }
   CEchoBank& Echo() { return echo; }
 
-  void RunReceiver() { receiver.Run(socket, cardAddress, stop); }
+  void RunReceiver() { receiver.Run(socket, cardAddress); }
   void RunPacer() { pacer.Run(stop); }
 
   void Stop() { stop.Set(); }
@@ -35,6 +37,7 @@ class CAudioSession : private IAudioLink {
 
  private:
   bool OpenSocket(uint32_t localAddress);
+  void ReportBuffers() const;
   int SendPacket(const uint8_t* packet, size_t length) override;
   void WaitToSend(int32_t timeoutMs) override { socket.WaitWritable(timeoutMs); }
 

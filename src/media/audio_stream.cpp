@@ -121,4 +121,9 @@ void CAudioStream::SilenceTransmit(uint32_t trunk, uint32_t timeslot) {
     impl->controls->Flush(Position(trunk, timeslot));
 }
 
+uint32_t CAudioStream::FlushCount(uint32_t trunk, uint32_t timeslot) const {
+  const bool known = trunk < kMaxTrunks && timeslot < kTimeslotsPerTrunk;
+  return known ? impl->controls->flushEpoch[Position(trunk, timeslot)].load(std::memory_order_acquire) : 0;
+}
+
 }  // namespace zelk

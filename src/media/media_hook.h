@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace zelk {
 
@@ -16,12 +18,25 @@ enum EMediaCode : uint32_t {
       0x204,  // data: uint32_t to set to 1 if the block just filled ends a play; null: that block went out
 };
 
+// A block on its way to the transmit ring, and what is known of stops of its position while it is filled.
+struct SBlockFill {
+  uint8_t* data = nullptr;                   // kBlockBytes, to be filled
+  uint32_t flushCount = 0;                   // of the position, at the moment when the bytes were taken from its queue
+  std::array<uint8_t, kBlockBytes> taken{};  // those bytes, as the application found them
+};
+
 // How a card's audio reaches the channels. One object a card, which outlives the card's open audio.
 // Thread: pacer; the mark of a block that went out comes on the receive thread. Must not block.
 class IMediaHook {
  public:
   virtual ~IMediaHook() = default;
   virtual void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) = 0;
+  // MEDIA_PLAY for a hook whose positions can be stopped meanwhile: it says what it took, and under which flush count.
+  // For any other hook all that is in the block afterwards counts as taken before.
+  virtual void OnFill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) {
+    OnMedia(trunk, timeslot, MEDIA_PLAY, fill.data, kBlockBytes);
+    std::memcpy(fill.taken.data(), fill.data, kBlockBytes);
+  }
 };
 
 // Where the audio sequence rules report what they saw (a card's log lines of code 1).

@@ -18,10 +18,11 @@ bool CPacketSender::Create(CCardRings& rings) {
 }
 
 void CPacketSender::Send(size_t length) {
+  const size_t frames = FrameCount(length, trunks);
+  if (stop.IsSet() || !staging.CopyFrames(buffer.data() + kAudioHeaderBytes, frames))
+    return;
   WriteAudioHeader(buffer.data(), controls.sendSequence.fetch_add(1, std::memory_order_relaxed));
   bufferLength = length;
-  const size_t frames = FrameCount(length, trunks);
-  staging.CopyFrames(buffer.data() + kAudioHeaderBytes, frames);
   const size_t used = kAudioHeaderBytes + frames * FrameBytes(trunks);
   std::memset(buffer.data() + used, 0, length - used);  // behind the last whole frame: not the packet before
   Transmit();

@@ -7,6 +7,7 @@
 #include "media/audio_controls.h"
 #include "media/audio_packet.h"
 #include "media/block_pool.h"
+#include "media/stop_flag.h"
 #include "media/transmit_staging.h"
 
 namespace zelk {
@@ -31,11 +32,12 @@ struct SSentPacket {
 // Thread: receive, but Create the opener (false when there is no memory). Nothing is reported when a send fails.
 class CPacketSender {
  public:
-  CPacketSender(SAudioControls& cardControls, IAudioLink& cardLink)
-      : controls(cardControls), link(cardLink), staging(cardControls) {}
+  CPacketSender(SAudioControls& cardControls, IAudioLink& cardLink, const CStopFlag& openingStop)
+      : controls(cardControls), link(cardLink), stop(openingStop), staging(cardControls, openingStop) {}
 
   bool Create(CCardRings& rings);
-  // One packet of this length, an accepted received one's.
+  // One packet of this length, an accepted received one's. Nothing once the stop flag is set: not even a number is
+  // used.
   void Send(size_t length);
 
   // The oldest packet sent and not yet taken. Return it before taking the next.
@@ -48,6 +50,7 @@ class CPacketSender {
 
   SAudioControls& controls;
   IAudioLink& link;
+  const CStopFlag& stop;
   CTransmitStaging staging;
   CBlockPool sentPackets;  // the tag of a ready block is its packet's length
   std::array<uint8_t, kAudioBufferBytes> buffer{};

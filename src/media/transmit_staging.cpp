@@ -34,30 +34,35 @@ bool CTransmitStaging::Create(CCardRings& cardRings) {
   return true;
 }
 
-void CTransmitStaging::CopyFrames(uint8_t* target, size_t frames) {
+bool CTransmitStaging::CopyFrames(uint8_t* target, size_t frames) {
   SilenceFlushed();
   const size_t frameBytes = rings->PositionCount();
   while (frames > 0) {
-    if (next == kBlockBytes)
-      TurnBlocks();
+    if (next == kBlockBytes && !TurnBlocks())
+      return false;
     const size_t taken = std::min(frames, kBlockBytes - next);
     std::memcpy(target, rows.get() + next * frameBytes, taken * frameBytes);
     target += taken * frameBytes;
     frames -= taken;
     next += taken;
   }
+  return true;
 }
 
-void CTransmitStaging::TurnBlocks() {
+bool CTransmitStaging::TurnBlocks() {
   std::array<const uint8_t*, kMaxPositions> sources;
   const size_t positions = rings->PositionCount();
-  for (size_t i = 0; i < positions; ++i)
+  for (size_t i = 0; i < positions; ++i) {
     sources[i] = TakeBlock(i);
+    if (sources[i] == nullptr)
+      return false;
+  }
   BlocksToRows(sources.data(), positions, rows.get());
   next = 0;
+  return true;
 }
 
-// The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed.
+// The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed. Null after a stop.
 const uint8_t* CTransmitStaging::TakeBlock(size_t position) {
   CBlockPool& pool = rings->At(position).transmit;
   SColumn& column = columns[position];
@@ -65,13 +70,17 @@ const uint8_t* CTransmitStaging::TakeBlock(size_t position) {
     pool.PushFree(column.block);
   const SReadyBlock taken = pool.PopReady();
   column.block = taken.data;
-  if (taken.mark) {
-    if (IMediaHook* hook = controls.hook.load(std::memory_order_acquire))
-      hook->OnMedia(static_cast<uint16_t>(position / kTimeslotsPerTrunk),
-                    static_cast<uint16_t>(position % kTimeslotsPerTrunk), MEDIA_PLAY_MARK, nullptr, 0);
-  }
+  if (taken.mark && !ReportMark(position))
+    return nullptr;
   column.epoch = controls.flushEpoch[position].load(std::memory_order_acquire);
   return taken.data != nullptr && taken.tag == column.epoch ? taken.data : kIdleBlock.data();
+}
+
+bool CTransmitStaging::ReportMark(size_t position) {
+  if (IMediaHook* hook = controls.hook.load(std::memory_order_acquire))
+    hook->OnMedia(static_cast<uint16_t>(position / kTimeslotsPerTrunk),
+                  static_cast<uint16_t>(position % kTimeslotsPerTrunk), MEDIA_PLAY_MARK, nullptr, 0);
+  return !stop.IsSet();
 }
 
 // Flushes since the last look: what is left of those positions' blocks becomes idle bytes.

@@ -7,6 +7,7 @@
 
 #include "media/audio_controls.h"
 #include "media/card_rings.h"
+#include "media/stop_flag.h"
 
 namespace zelk {
 
@@ -19,10 +20,12 @@ namespace zelk {
 // Nothing blocks or allocates after Create.
 class CTransmitStaging {
  public:
-  explicit CTransmitStaging(SAudioControls& cardControls) : controls(cardControls) {}
+  CTransmitStaging(SAudioControls& cardControls, const CStopFlag& openingStop)
+      : controls(cardControls), stop(openingStop) {}
 
   bool Create(CCardRings& cardRings);
-  void CopyFrames(uint8_t* target, size_t frames);
+  // False when the stop flag was set while the hook was inside its call: the frames are not whole then.
+  bool CopyFrames(uint8_t* target, size_t frames);
 
  private:
   struct SColumn {
@@ -30,11 +33,13 @@ class CTransmitStaging {
     uint32_t epoch = 0;        // the position's flush count that its bytes in the rows obey
   };
 
-  void TurnBlocks();
+  bool TurnBlocks();
   const uint8_t* TakeBlock(size_t position);
+  bool ReportMark(size_t position);
   void SilenceFlushed();
 
   SAudioControls& controls;
+  const CStopFlag& stop;
   CCardRings* rings = nullptr;
   std::unique_ptr<uint8_t[]> rows;  // 160 frames
   std::array<SColumn, kMaxPositions> columns{};

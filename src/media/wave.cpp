@@ -129,9 +129,9 @@ void CWave::Flush() {
     tail = nullptr;
     playState = EPlayState::kIdle;
     queuedBytes = 0;
+    owner.SilenceTransmit();  // before anything can be queued or taken again
     stopFlag = 0;
   }
-  owner.SilenceTransmit();
   DropAll(std::move(dropped));
 }
 
@@ -151,18 +151,21 @@ uint32_t CWave::TimeLeftMs() const {
   return milliseconds == 0 && playState != EPlayState::kIdle ? 1 : milliseconds;
 }
 
-void CWave::FillBlock(uint8_t* data, uint32_t length) {
+uint32_t CWave::FillBlock(uint8_t* data, uint32_t length) {
   std::memset(data, silence, length);
   if (open && stopFlag != kStopping) {
     CScopedLock<CMutex> hold(lock);
     if (playState == EPlayState::kPlaying && !head) {
       playState = EPlayState::kDrained;
     }
+    const uint32_t count = owner.FlushCount();
     CopyQueued(data, length);
     CallDataCallback(1, data, length);
-  } else {
-    CallDataCallback(1, data, length);
+    return count;
   }
+  const uint32_t count = owner.FlushCount();
+  CallDataCallback(1, data, length);
+  return count;
 }
 
 void CWave::CopyQueued(uint8_t* data, uint32_t length) {

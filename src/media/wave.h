@@ -28,7 +28,10 @@ class IWaveOwner {
  public:
   virtual ~IWaveOwner() = default;
   // Silences what waits in the channel's transmit ring on its card. Thread: any.
+  // Called under the queue's lock, so that it is in step with what a fill takes.
   virtual void SilenceTransmit() = 0;
+  // How often that has been done; 0 for an owner without a ring.
+  virtual uint32_t FlushCount() const { return 0; }
   // The number that the channel's log lines carry.
   virtual int32_t LogChannel() const = 0;
 };
@@ -67,7 +70,8 @@ class CWave {
   bool IsStopping() const { return stopFlag != 0; }  // a flush is under way
   uint32_t TimeLeftMs() const;
 
-  void FillBlock(uint8_t* data, uint32_t length);
+  // The flush count at the moment when the bytes were taken: a later stop is meant for them, an earlier one is not.
+  uint32_t FillBlock(uint8_t* data, uint32_t length);
   // Asked after each fill: true exactly when this block ends a play (and the mark is then on its way).
   bool QueryPlayMark();
   // The marked block went out: true when the play-complete event is due.

@@ -35,6 +35,10 @@ class CThread {
   std::shared_ptr<SState> state;
 };
 
+// The calling thread's number: no two threads that live at the same time have the same one, and none has 0. Thread:
+// any.
+uint64_t OwnThreadNumber();
+
 // True while the process ends in a way that has ended every other thread first, wherever it was, with its locks held
 // (Windows does so before it tells a library that it goes). Nothing may be waited for then. Thread: any.
 bool OtherThreadsAreGone();

@@ -22,7 +22,10 @@ constexpr int kMaxCancellerSets = 2;
 class CCardAudio : private IMediaHook, private IAudioNotice, private IAudioLink {
  public:
   CCardAudio(uint32_t cardTrunks, uint32_t blocks)
-      : trunks(cardTrunks), sender(controls, *this), receiver(controls, *this, echo, sender), pacer(controls, rings) {
+      : trunks(cardTrunks),
+        sender(controls, *this, stop),
+        receiver(controls, *this, echo, sender, stop),
+        pacer(controls, rings) {
     Require(rings.Create(trunks, blocks) && sender.Create(rings) && receiver.Create(rings), "there is memory");
     rings.ResetDetectors(SDtmfSettings());
     controls.hook = this;
@@ -85,10 +88,10 @@ class CCardAudio : private IMediaHook, private IAudioNotice, private IAudioLink 
   SAudioControls controls;
   CCardRings rings;
   CEchoBank echo;
+  CStopFlag stop;
   CPacketSender sender;
   CAudioReceiver receiver;
   CAudioPacer pacer;
-  CStopFlag stop;
 };
 
 void Operate(CCardAudio& audio, CInput& input) {

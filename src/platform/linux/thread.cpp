@@ -132,6 +132,10 @@ bool CThread::JoinFor(uint32_t timeoutMs) {
   return true;
 }
 
+uint64_t OwnThreadNumber() {
+  return static_cast<uint64_t>(pthread_self());
+}
+
 // Threads run on while static objects are destroyed.
 bool OtherThreadsAreGone() {
   return false;

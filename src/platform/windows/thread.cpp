@@ -212,6 +212,10 @@ bool CThread::JoinFor(uint32_t timeoutMs) {
   return true;
 }
 
+uint64_t OwnThreadNumber() {
+  return GetCurrentThreadId();
+}
+
 bool OtherThreadsAreGone() {
   return RtlDllShutdownInProgress() != FALSE;
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -65,13 +66,21 @@ TEST_F(AdaptionGate, AFilterThatHasNotProvenItselfIsNotShutByItsResidual) {
   EXPECT_GE(Feed(8000, 8000, 3000, 1000, 3000), 7900);
 }
 
-TEST(AdaptionGateTail, AnyLengthUpToTheMostIsTaken) {
+// Sound is remembered for as long as its echo may come: the tail and up to two stretches of 32 samples more. A length
+// above the most counts as the most.
+TEST(AdaptionGateTail, SoundIsRememberedForTheTailWhateverItsLength) {
   for (const int32_t taps : {1, 31, 32, 256, 8191, 8192, 1000000}) {
     CAdaptionGate gate(taps);
-    for (int i = 0; i < 10000; ++i) {
-      gate.Open(-32768, 32767);
+    for (int i = 0; i < 320; ++i) {
+      gate.Open(i % 2 == 0 ? -32768 : 32767, i % 2 == 0 ? 8000 : -8000);
       gate.Note(65535, -65535);
     }
+    const int32_t tail = std::min(taps, CAdaptionGate::kMaxTaps);
+    int32_t open = 0;
+    for (int32_t i = 0; i < 2 * CAdaptionGate::kMaxTaps; ++i)
+      open += gate.Open(0, i % 2 == 0 ? 500 : -500) ? 1 : 0;
+    EXPECT_GE(open, tail) << taps;
+    EXPECT_LE(open, tail + 3 * 32 + 100) << taps;  // and what the power needs to die away
   }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,12 +18,14 @@ class CFakeLink : public IAudioLink {
  public:
   int SendPacket(const uint8_t* packet, size_t length) override {
     sent.emplace_back(packet, packet + length);
+    onSend();
     return result == kAsSent ? static_cast<int>(length) : result;
   }
   void WaitToSend(int32_t timeoutMs) override { waits.push_back(timeoutMs); }
 
   static constexpr int kAsSent = -2;
   int result = kAsSent;
+  std::function<void()> onSend = [] {};
   std::vector<Packet> sent;
   std::vector<int32_t> waits;
 };

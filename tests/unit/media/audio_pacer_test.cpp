@@ -5,14 +5,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <numbers>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "audio_fakes.h"
 #include "media/g711.h"
-#include "platform/clock.h"
+#include "platform/event.h"
 
 namespace zelk {
 namespace {
@@ -32,6 +34,17 @@ class AudioPacer : public testing::Test {
     ASSERT_NE(block, nullptr);
     std::memcpy(block, alaw, kBlockBytes);
     pool.PushReady(block, false, 0);
+  }
+
+  // The next 20 ms of the digit 5 (770 and 1336 Hz).
+  static std::vector<uint8_t> TwoTones(int block) {
+    std::vector<uint8_t> alaw(kBlockBytes);
+    for (int i = 0; i < 160; ++i) {
+      const double t = (block * 160 + i) / 8000.0 * 2.0 * std::numbers::pi;
+      alaw[static_cast<size_t>(i)] =
+          LinearToALaw(static_cast<int16_t>(5000 * std::sin(770 * t) + 5000 * std::sin(1336 * t)));
+    }
+    return alaw;
   }
 
   SAudioControls controls;
@@ -63,7 +76,7 @@ TEST_F(AudioPacer, APassFillsEveryFreeBlockThenDeliversPositionByPosition) {
   EXPECT_TRUE(hook.calls.empty());
 }
 
-TEST_F(AudioPacer, FilledBlocksCarryTheirMarkAndTheFlushCountOfBeforeTheFill) {
+TEST_F(AudioPacer, FilledBlocksCarryTheirMarkAndTheFlushCount) {
   controls.Flush(3);
   controls.Flush(3);
   hook.mark = 1;
@@ -94,13 +107,7 @@ TEST_F(AudioPacer, AStoppedPassCallsNothing) {
 TEST_F(AudioPacer, ADigitIsReportedBeforeTheAudioOfItsBlock) {
   hook.calls.clear();
   for (int block = 0; block < 10; ++block) {
-    std::vector<uint8_t> alaw(160, 0xD5);
-    for (int i = 0; block < 5 && i < 160; ++i) {
-      const double t = (block * 160 + i) / 8000.0 * 2.0 * std::numbers::pi;
-      alaw[static_cast<size_t>(i)] =
-          LinearToALaw(static_cast<int16_t>(5000 * std::sin(770 * t) + 5000 * std::sin(1336 * t)));
-    }
-    Receive(7, alaw.data());
+    Receive(7, block < 5 ? TwoTones(block).data() : std::vector<uint8_t>(160, 0xD5).data());
     pacer.Pass(stop);
   }
   std::vector<std::string> delivered;
@@ -117,13 +124,7 @@ TEST_F(AudioPacer, ADigitIsReportedBeforeTheAudioOfItsBlock) {
 TEST_F(AudioPacer, DigitsAreNotLookedForWhereDetectionIsOff) {
   rings.At(7).detectDigits = false;
   for (int block = 0; block < 5; ++block) {
-    std::vector<uint8_t> alaw(160);
-    for (int i = 0; i < 160; ++i) {
-      const double t = (block * 160 + i) / 8000.0 * 2.0 * std::numbers::pi;
-      alaw[static_cast<size_t>(i)] =
-          LinearToALaw(static_cast<int16_t>(5000 * std::sin(770 * t) + 5000 * std::sin(1336 * t)));
-    }
-    Receive(7, alaw.data());
+    Receive(7, TwoTones(block).data());
     pacer.Pass(stop);
   }
   for (const std::string& call : hook.calls)
@@ -221,12 +222,189 @@ TEST_F(AudioPacerStall, TheOtherFourPassesFollowAtOnceAndThenThePacerIsInStepAga
   EXPECT_EQ(waitMs, 0U);
 }
 
-TEST_F(AudioPacer, TheThreadEndsPromptly) {
+// Stops the pass from inside its first call of one kind, and counts what comes after it.
+class CStoppingHook : public IMediaHook {
+ public:
+  CStoppingHook(CStopFlag& flag, EMediaCode stoppingCode) : stop(flag), code(stoppingCode) {}
+  void OnMedia(uint16_t, uint16_t, EMediaCode called, void* data, uint32_t length) override {
+    callsAfter += stop.IsSet() ? 1 : 0;
+    if (called == MEDIA_PLAY)
+      std::memset(data, 0x2A, length);
+    if (called == code)
+      stop.Set();
+  }
+  int callsAfter = 0;
+
+ private:
+  CStopFlag& stop;
+  const EMediaCode code;
+};
+
+class AudioPacerStop : public AudioPacer {
+ protected:
+  // A digit's sound and what lies behind it, so that each kind of call is due, more than once, in this pass.
+  void StopIn(EMediaCode code) {
+    CStoppingHook stopping(stop, code);
+    controls.hook = &stopping;
+    for (size_t position = 0; position < 2; ++position) {
+      for (int block = 0; block < 2; ++block)
+        Receive(position, TwoTones(block).data());
+    }
+    pacer.Pass(stop);
+    EXPECT_TRUE(stop.IsSet());
+    EXPECT_EQ(stopping.callsAfter, 0);
+  }
+};
+
+TEST_F(AudioPacerStop, InsideAFillNeitherAsksForTheMarkNorPutsTheBlockIntoTheRing) {
+  StopIn(MEDIA_PLAY);
+  EXPECT_EQ(rings.At(0).transmit.ReadyCount(), 0U);
+}
+
+TEST_F(AudioPacerStop, InsideTheMarkQueryFillsNoFurtherBlock) {
+  StopIn(MEDIA_PLAY_MARK);
+  EXPECT_EQ(rings.At(0).transmit.ReadyCount(), 0U);
+}
+
+TEST_F(AudioPacerStop, InsideADigitDeliversNotEvenItsBlock) {
+  StopIn(MEDIA_DTMF);
+}
+
+TEST_F(AudioPacerStop, InsideARecordCallDeliversNoFurtherBlock) {
+  StopIn(MEDIA_RECORD);
+}
+
+// A position that is stopped while its block is filled. The hook takes 0x11 from its queue, as the call layer does.
+class AudioPacerFlush : public AudioPacer, protected IMediaHook {
+ protected:
+  static constexpr size_t kPosition = 3;
+
+  AudioPacerFlush() { controls.hook = this; }
+
+  void OnMedia(uint16_t, uint16_t timeslot, EMediaCode code, void*, uint32_t) override {
+    if (code == MEDIA_PLAY_MARK && timeslot == kPosition)
+      inQuery();
+  }
+  void OnFill(uint16_t, uint16_t timeslot, SBlockFill& fill) override {
+    if (timeslot != kPosition || std::exchange(filled, true))
+      return;
+    beforeTaking();
+    fill.flushCount = controls.flushEpoch[kPosition];
+    std::memset(fill.data, 0x11, kBlockBytes);
+    fill.taken.fill(0x11);
+    inCallback(fill.data);
+  }
+  void Stop() { controls.Flush(kPosition); }
+  void StopFromAnotherThread() {
+    std::thread([this] { Stop(); }).join();
+  }
+
+  // What the first block holds when it waits in the ring, and whether it would be sent so.
+  std::vector<uint8_t> Filled() {
+    pacer.Pass(stop);
+    const SReadyBlock block = rings.At(kPosition).transmit.PopReady();
+    isSent = block.tag == controls.flushEpoch[kPosition];
+    return {block.data, block.data + kBlockBytes};
+  }
+  // Idle bytes but for a run of 0x22.
+  static std::vector<uint8_t> Written(size_t from, size_t to) {
+    std::vector<uint8_t> block(kBlockBytes, 0x54);
+    std::fill(block.begin() + static_cast<ptrdiff_t>(from), block.begin() + static_cast<ptrdiff_t>(to), uint8_t{0x22});
+    return block;
+  }
+  static void Write(uint8_t* data, size_t from, size_t to) { std::memset(data + from, 0x22, to - from); }
+
+  std::function<void()> beforeTaking = [] {};
+  std::function<void(uint8_t*)> inCallback = [](uint8_t*) {};
+  std::function<void()> inQuery = [] {};
+  bool filled = false;
+  bool isSent = false;
+};
+
+TEST_F(AudioPacerFlush, BetweenTheFillsStartAndItsTakingLeavesWhatIsTakenThenWhole) {
+  beforeTaking = [this] { StopFromAnotherThread(); };
+  EXPECT_EQ(Filled(), std::vector<uint8_t>(kBlockBytes, 0x11));
+  EXPECT_TRUE(isSent);
+}
+
+TEST_F(AudioPacerFlush, InsideTheCallbackSilencesWhatWasTakenAndKeepsWhatIsWrittenAfterIt) {
+  inCallback = [this](uint8_t* data) {
+    Write(data, 0, 100);
+    Stop();
+    Write(data, 40, 80);
+  };
+  EXPECT_EQ(Filled(), Written(40, 80));
+  EXPECT_TRUE(isSent);
+}
+
+TEST_F(AudioPacerFlush, InsideTheCallbackBeforeTheWholeBlockIsWrittenLosesNothingOfIt) {
+  inCallback = [this](uint8_t* data) {
+    Stop();
+    Stop();
+    std::memset(data, 0x11, kBlockBytes);  // what the queue had given, byte for byte
+  };
+  EXPECT_EQ(Filled(), std::vector<uint8_t>(kBlockBytes, 0x11));
+  EXPECT_TRUE(isSent);
+}
+
+TEST_F(AudioPacerFlush, FromAnotherThreadWhileTheCallbackHasTheBlockSilencesWhatItDidNotWrite) {
+  inCallback = [this](uint8_t* data) {
+    StopFromAnotherThread();
+    Write(data, 20, 60);
+  };
+  EXPECT_EQ(Filled(), Written(20, 60));
+  EXPECT_TRUE(isSent);
+}
+
+TEST_F(AudioPacerFlush, FromAnotherThreadWhileTheCallbackOnlyLooksSilencesTheBlock) {
+  inCallback = [this](uint8_t*) { StopFromAnotherThread(); };
+  EXPECT_EQ(Filled(), Written(0, 0));
+}
+
+TEST_F(AudioPacerFlush, FromBothThreadsInTheCallbackKeepsWhatIsWrittenAfterItsOwn) {
+  inCallback = [this](uint8_t* data) {
+    StopFromAnotherThread();
+    Stop();
+    Write(data, 0, 10);
+  };
+  EXPECT_EQ(Filled(), Written(0, 10));
+  EXPECT_TRUE(isSent);
+}
+
+TEST_F(AudioPacerFlush, BehindTheCallbackIsLeftToTheSender) {
+  inCallback = [](uint8_t* data) { Write(data, 0, kBlockBytes); };
+  inQuery = [this] { Stop(); };
+  EXPECT_EQ(Filled(), std::vector<uint8_t>(kBlockBytes, 0x22));
+  EXPECT_FALSE(isSent);
+}
+
+// A stop of another position, from the callback of this one, is no stop of this one.
+TEST_F(AudioPacerFlush, OfAnotherPositionLeavesTheBlockAlone) {
+  inCallback = [this](uint8_t*) { controls.Flush(kPosition + 1); };
+  EXPECT_EQ(Filled(), std::vector<uint8_t>(kBlockBytes, 0x11));
+  EXPECT_TRUE(isSent);
+}
+
+// It is in the hook when it is stopped, or asleep: either way it comes to its end without another call.
+TEST_F(AudioPacer, TheThreadEndsWithoutAnotherCallOnceItIsStopped) {
+  class CGate : public IMediaHook {
+   public:
+    void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {
+      ++calls;
+      entered.Set();
+      leave.Wait();
+    }
+    int calls = 0;
+    CEvent entered;
+    CEvent leave;
+  } gate;
+  controls.hook = &gate;
   std::thread thread([this] { pacer.Run(stop); });
-  const uint32_t before = TickMs();
+  EXPECT_TRUE(gate.entered.WaitFor(5000));
   stop.Set();
+  gate.leave.Set();
   thread.join();
-  EXPECT_LE(TickMs() - before, 20U);
+  EXPECT_EQ(gate.calls, 1);
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -15,6 +18,7 @@
 #include "media/audio_pacer.h"
 #include "native_cpu_time.h"
 #include "platform/clock.h"
+#include "platform/event.h"
 
 namespace zelk {
 namespace {
@@ -25,14 +29,25 @@ std::string Text(const uint8_t* bytes, size_t count) {
   return {bytes, bytes + count};
 }
 
-// The application's side of both forms: what it plays depends only on how often the position was asked.
+// The application's side of both forms: what it plays depends only on how often the position was asked. Now and then it
+// stops a position while it has a block, mostly its own, and goes on writing.
 struct SApplication {
   void Play(unsigned position, uint8_t* block) {
-    std::mt19937 random(position * 1000 + fills[position]++);
-    for (size_t i = 0; i < 160; ++i)
+    const unsigned fill = fills[position]++;
+    std::mt19937 random(position * 1000 + fill);
+    const size_t goesOnAt = random() % 161;
+    Write(random, block, 0, 160);
+    if (fill % 4 == 1) {
+      stop(fill % 8 == 1 ? position : position ^ 1);
+      Write(random, block, goesOnAt, 160);
+    }
+  }
+  static void Write(std::mt19937& random, uint8_t* block, size_t from, size_t to) {
+    for (size_t i = from; i < to; ++i)
       block[i] = static_cast<uint8_t>(random());
   }
   bool Mark(unsigned position) { return (fills[position] + position) % 3 == 0; }
+  std::function<void(unsigned position)> stop;
   std::map<unsigned, unsigned> fills;
 };
 
@@ -40,10 +55,11 @@ struct SApplication {
 class CUnderTest : private IMediaHook, private IAudioNotice, private IAudioLink {
  public:
   CUnderTest(uint32_t trunks, uint32_t blocks)
-      : sender(controls, *this), receiver(controls, *this, echo, sender), pacer(controls, rings) {
+      : sender(controls, *this, stop), receiver(controls, *this, echo, sender, stop), pacer(controls, rings) {
     EXPECT_TRUE(rings.Create(trunks, blocks));
     EXPECT_TRUE(sender.Create(rings));
     EXPECT_TRUE(receiver.Create(rings));
+    application.stop = [this](unsigned position) { Flush(position); };
     controls.hook = this;
   }
 
@@ -79,15 +95,16 @@ class CUnderTest : private IMediaHook, private IAudioNotice, private IAudioLink 
   SAudioControls controls;
   CCardRings rings;
   CEchoBank echo;
+  CStopFlag stop;
   CPacketSender sender;
   CAudioReceiver receiver;
   CAudioPacer pacer;
-  CStopFlag stop;
 };
 
 class COracle {
  public:
   COracle(unsigned trunks, unsigned blocks) : card(trunks, blocks) {
+    application.stop = [this](unsigned position) { card.Flush(position); };
     card.play = [this](unsigned position, uint8_t* block) { application.Play(position, block); };
     card.queryMark = [this](unsigned position) { return application.Mark(position); };
     card.event = [this](const std::string& text) { events.push_back(text); };
@@ -177,8 +194,9 @@ class AudioReceiver : public testing::Test {
   CEchoBank echo;
   CFakeLink link;
   CFakeNotice notice;
-  CPacketSender sender{controls, link};
-  CAudioReceiver receiver{controls, notice, echo, sender};
+  CStopFlag stop;
+  CPacketSender sender{controls, link, stop};
+  CAudioReceiver receiver{controls, notice, echo, sender, stop};
 };
 
 TEST_F(AudioReceiver, TheReplyToAHeldPacketHasItsOwnLength) {
@@ -204,9 +222,8 @@ TEST_F(AudioReceiver, ABadPacketBetweenDoesNotForgetTheHeldOne) {
 // A turn without a socket costs 100 ms of waiting, not of the processor, and sees the stop flag at once.
 TEST_F(AudioReceiver, WithoutASocketTheThreadWaitsAndEndsWhenItIsAsked) {
   CSocket never;
-  CStopFlag stop;
   const double cpuBefore = ProcessCpuSeconds();
-  std::thread thread([&] { receiver.Run(never, 0, stop); });
+  std::thread thread([&] { receiver.Run(never, 0); });
   std::this_thread::sleep_for(std::chrono::milliseconds(350));
   const double used = ProcessCpuSeconds() - cpuBefore;
   const uint32_t before = TickMs();
@@ -214,6 +231,68 @@ TEST_F(AudioReceiver, WithoutASocketTheThreadWaitsAndEndsWhenItIsAsked) {
   thread.join();
   EXPECT_LT(used, 0.05);
   EXPECT_LT(TickMs() - before, 90U);
+}
+
+// A stop while the first of the replies to a loss goes out; the held packet is not taken up either.
+TEST_F(AudioReceiver, NothingIsSentReportedOrTakenUpOnceTheThreadIsStopped) {
+  Arrive(literal::MakePacket(1, 4, 700));
+  Arrive(literal::MakePacket(3, 0, 700));
+  link.onSend = [this] { stop.Set(); };
+  Arrive(literal::MakePacket(2, 0, 700));
+  EXPECT_EQ(link.sent.size(), 1U);
+  EXPECT_EQ(controls.sendSequence, 1U);
+  Arrive(literal::MakePacket(100, 99, 700));
+  EXPECT_EQ(link.sent.size(), 1U);
+  EXPECT_EQ(controls.sendSequence, 1U);
+  EXPECT_TRUE(notice.lines.empty());
+}
+
+TEST_F(AudioReceiver, AStopAmongManyRepliesEndsThem) {
+  link.onSend = [this] {
+    if (link.sent.size() == 3)
+      stop.Set();
+  };
+  Arrive(literal::MakePacket(1, 99, 700));
+  EXPECT_EQ(link.sent.size(), 3U);
+}
+
+// A clock that moves on by a second a look.
+std::atomic<uint32_t> laggingClock{0};
+uint32_t LaggingClock() {
+  return laggingClock += 1000;
+}
+
+// Packets stand in the socket before the thread comes: it looks at the clock before each, and for 40 seconds it finds
+// none that it had to wait for. When it does, the count begins again.
+TEST_F(AudioReceiver, AThreadThatCannotKeepUpSaysSoOnce) {
+  CSocket own;
+  CSocket card;
+  uint32_t address = 0;
+  ASSERT_TRUE(ParseIpv4("127.0.0.1", address));
+  ASSERT_TRUE(own.OpenUdp() && own.Bind({address, 0}) && own.SetNonBlocking(true));
+  ASSERT_TRUE(card.OpenUdp() && card.Bind({address, 0}));
+  uint32_t sequence = 0;
+  const auto send = [&] {
+    const Packet packet = literal::MakePacket(++sequence, 5, 600);
+    ASSERT_EQ(card.SendTo(packet.data(), packet.size(), {address, own.LocalPort()}), 600);
+  };
+  laggingClock = 0;
+  CAudioReceiver lagging(controls, notice, echo, sender, stop, &LaggingClock);
+  ASSERT_TRUE(lagging.Create(rings));
+  for (int i = 0; i < 40; ++i)
+    send();
+  CEvent answered;
+  link.onSend = [&] {
+    if (link.sent.size() == 40)
+      answered.Set();
+  };
+  std::thread thread([&] { lagging.Run(own, address); });
+  EXPECT_TRUE(answered.WaitFor(5000));
+  stop.Set();
+  own.Close();
+  thread.join();
+  EXPECT_EQ(notice.lines, std::vector<std::string>{
+                              "Audio packets have waited for 2000 ms without a break, receive thread cannot keep up."});
 }
 
 TEST_F(AudioReceiver, TenOldPacketsGiveElevenLines) {

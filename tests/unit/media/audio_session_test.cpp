@@ -2,11 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
+#include <random>
+#include <string>
+#include <utility>
 
 #include "audio_fakes.h"
 #include "literal_audio.h"
+#include "native_buffer_limit.h"
+#include "runtime/log.h"
 #include "support/allocation_probe.h"
 
 namespace zelk {
@@ -41,10 +50,10 @@ TEST(AudioSession, NothingIsAllocatedOnTheWayOfAPacketOrABlock) {
   CFakeNotice notice;
   CCardRings rings;
   CEchoBank echo;
-  CPacketSender sender(controls, link);
-  CAudioReceiver receiver(controls, notice, echo, sender);
-  CAudioPacer pacer(controls, rings);
   CStopFlag stop;
+  CPacketSender sender(controls, link, stop);
+  CAudioReceiver receiver(controls, notice, echo, sender, stop);
+  CAudioPacer pacer(controls, rings);
   ASSERT_TRUE(rings.Create(8, 4) && sender.Create(rings) && receiver.Create(rings));
   rings.ResetDetectors(SDtmfSettings());
   controls.hook = &hook;
@@ -71,6 +80,69 @@ TEST(AudioSession, NothingIsAllocatedOnTheWayOfAPacketOrABlock) {
   EXPECT_EQ(link.packets, 1800);
   EXPECT_GT(hook.records, 256 * 50);
   EXPECT_TRUE(notice.lines.empty());
+}
+
+// Opens the audio of a card some times with the process's log going to a file of its own, which it gives.
+class AudioSessionBuffers : public testing::Test {
+ protected:
+  ~AudioSessionBuffers() override { bufferLimit.limit = 0; }
+
+  void Open(uint32_t times) {
+    ASSERT_TRUE(ParseIpv4("127.0.0.1", local));
+    Log().Start(path);
+    for (uint32_t i = 0; i < times; ++i) {
+      CAudioSession session(controls, notice);
+      ASSERT_TRUE(session.Create(local, local, 1, 2, SDtmfSettings()));
+      receiveBuffer = session.ReceiveBuffer();
+      sendBuffer = session.SendBuffer();
+    }
+    Log().Stop();
+    std::ifstream file(path, std::ios::binary);
+    log.assign(std::istreambuf_iterator<char>(file), {});
+    file.close();
+    std::filesystem::remove(path);
+  }
+  // What the system grants of 4 MB.
+  static std::pair<int, int> Granted() {
+    CSocket socket;
+    EXPECT_TRUE(socket.OpenUdp() && socket.SetReceiveBuffer(4194304) && socket.SetSendBuffer(4194304));
+    return {socket.ReceiveBuffer(), socket.SendBuffer()};
+  }
+  static std::string Line(const char* which, int granted, const char* limit) {
+    return std::string("  G :Audio socket ") + which + " buffer of " + std::to_string(granted) +
+           " bytes, 4194304 wanted, see " + limit + "\r\n";
+  }
+
+  const std::string path = testing::TempDir() + "buffers_" + std::to_string(std::random_device{}()) + ".log";
+  std::shared_ptr<SAudioControls> controls = std::make_shared<SAudioControls>();
+  CFakeNotice notice;
+  uint32_t local = 0;
+  int receiveBuffer = 0;
+  int sendBuffer = 0;
+  std::string log;
+};
+
+TEST_F(AudioSessionBuffers, AreAskedForWith4Megabytes) {
+  Open(1);
+  if (kBufferLimitWorks) {
+    EXPECT_EQ(bufferLimit.receiveAsked, 4194304);
+    EXPECT_EQ(bufferLimit.sendAsked, 4194304);
+  }
+  EXPECT_EQ(std::pair(receiveBuffer, sendBuffer), Granted());
+  EXPECT_GT(receiveBuffer, 0);
+  EXPECT_EQ(log.empty(), receiveBuffer == 4194304 && sendBuffer == 4194304) << log;
+}
+
+TEST_F(AudioSessionBuffers, OfLessThanWasAskedForAreOneLineEachForACard) {
+  if (!kBufferLimitWorks)
+    GTEST_SKIP() << "this system has no limit of socket buffers";
+  bufferLimit.limit = 212992;
+  Open(3);
+  EXPECT_EQ(receiveBuffer, 212992);
+  EXPECT_EQ(sendBuffer, 212992);
+  EXPECT_NE(log.find(Line("receive", 212992, "net.core.rmem_max")), std::string::npos) << log;
+  EXPECT_NE(log.find(Line("send", 212992, "net.core.wmem_max")), std::string::npos) << log;
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2) << log;
 }
 
 TEST(AudioSession, WithoutASocketOrWithAWrongTrunkCountItIsNotCreated) {

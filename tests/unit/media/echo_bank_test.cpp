@@ -102,9 +102,13 @@ TEST_F(EchoBank, ConfiguringAgainStartsAfresh) {
   EXPECT_EQ(samples, first);
 }
 
-TEST_F(EchoBank, ATrunkOutOfRangeIsIgnored) {
+TEST_F(EchoBank, ATrunkOutOfRangeChangesNoOther) {
+  for (std::atomic<bool>& on : controls.echoSwitch)
+    on = true;
   bank.Configure(8, 32);
   bank.Configure(0xFFFFFFFF, 32);
+  Process(samples, reference);
+  EXPECT_EQ(samples, before);
 }
 
 TEST_F(EchoBank, SetsMayBeMadeAnewWhilePacketsAreProcessed) {
@@ -115,10 +119,21 @@ TEST_F(EchoBank, SetsMayBeMadeAnewWhilePacketsAreProcessed) {
       bank.Configure(0, 32);
     done = true;
   });
-  while (!done)
+  while (!done) {
+    samples = before;
     Process(samples, reference);
+  }
   opener.join();
+  // Whatever was in use before, the last set is taken now and begins anew.
+  bank.Configure(0, 32);
+  samples = before;
   Process(samples, reference);
+  CEchoBank fresh;
+  fresh.Configure(0, 32);
+  std::vector<uint8_t> expected = before;
+  fresh.Process(expected.data(), 20, 2, {nullptr, reference.data(), reference.size()}, controls);
+  EXPECT_NE(expected, before);
+  EXPECT_EQ(samples, expected);
 }
 
 }  // namespace

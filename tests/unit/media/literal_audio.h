@@ -142,7 +142,9 @@ class CCard {
       while (!channel.transmitFree.empty()) {
         CBlock* block = channel.transmitFree.front();
         channel.transmitFree.pop_front();
+        channel.underFill = block;
         play(c, block->bytes.data());
+        channel.underFill = nullptr;
         channel.transmitReady.push_back({block, queryMark(c)});
       }
       while (!channel.receiveReady.empty()) {
@@ -163,6 +165,8 @@ class CCard {
       ready.block->bytes.fill(0x54);
     if (channel.transmitBlock != &idle)
       channel.transmitBlock->bytes.fill(0x54);
+    if (channel.underFill != nullptr)
+      channel.underFill->bytes.fill(0x54);
   }
 
   void EchoOn(unsigned trunk, int tailMs) {
@@ -183,6 +187,7 @@ class CCard {
     std::deque<CBlock*> receiveFree;
     std::deque<CBlock*> receiveReady;
     CBlock scratch;
+    CBlock* underFill = nullptr;  // in the application's hands
     CBlock* transmitBlock = nullptr;
     unsigned transmitAt = 0;
     CBlock* receiveBlock = nullptr;

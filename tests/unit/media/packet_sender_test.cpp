@@ -19,7 +19,8 @@ class PacketSender : public testing::Test {
   SAudioControls controls;
   CCardRings rings;
   CFakeLink link;
-  CPacketSender sender{controls, link};
+  CStopFlag stop;
+  CPacketSender sender{controls, link, stop};
 };
 
 TEST_F(PacketSender, PacketsCarryTheCounterAndTheLengthAskedFor) {
@@ -79,6 +80,32 @@ TEST_F(PacketSender, WithNoneKeptTheTransmitBufferStandsIn) {
   EXPECT_EQ(after.bytes, 592U);
   EXPECT_TRUE(std::equal(link.sent[0].begin() + 8, link.sent[0].end(), after.samples));
   sender.ReturnSent(after);
+}
+
+// A thread that a callback kept comes back from reporting a mark; another opening counts on by now.
+TEST_F(PacketSender, AStopInsideTheHookEndsThePacketBeforeItGetsANumber) {
+  class CStoppingHook : public IMediaHook {
+   public:
+    explicit CStoppingHook(CStopFlag& flag) : stop(flag) {}
+    void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {
+      ++calls;
+      stop.Set();
+    }
+    CStopFlag& stop;
+    int calls = 0;
+  } hook(stop);
+  controls.hook = &hook;
+  for (const size_t position : {1U, 2U, 33U})
+    rings.At(position).transmit.PushReady(rings.At(position).transmit.PopFree(), true, 0);
+  sender.Send(8 + 16 * 64);
+  while (!stop.IsSet())
+    sender.Send(8 + 16 * 64);
+  EXPECT_EQ(hook.calls, 1);
+  EXPECT_EQ(link.sent.size(), 10U);  // the first 160 frames
+  EXPECT_EQ(controls.sendSequence, 10U);
+  sender.Send(600);
+  EXPECT_EQ(link.sent.size(), 10U);
+  EXPECT_EQ(controls.sendSequence, 10U);
 }
 
 TEST_F(PacketSender, TheLatestPacketsAreNotKeptOnce256Wait) {

@@ -44,7 +44,8 @@ class TransmitStaging : public testing::Test {
   SAudioControls controls;
   CFakeHook hook;
   CCardRings rings;
-  CTransmitStaging staging{controls};
+  CStopFlag stop;
+  CTransmitStaging staging{controls, stop};
 };
 
 TEST_F(TransmitStaging, IdleBytesComeFirstAndWheneverNothingIsReady) {

@@ -18,6 +18,7 @@ class COwner : public IWaveOwner {
  public:
   void SilenceTransmit() override { ++silenced; }
   int32_t LogChannel() const override { return 17; }
+  uint32_t FlushCount() const override { return static_cast<uint32_t>(silenced.load()); }
   std::atomic<int> silenced{0};
 };
 

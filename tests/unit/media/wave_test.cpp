@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -184,18 +186,27 @@ TEST_F(Wave, EnqueueAfterTheQueueDrainedTakesTheEndBack) {
   EXPECT_EQ(Fill(), Audio(10, 0x33));
 }
 
+// The mark that is in the ring already comes to the sender while the next play runs: it says nothing of that one.
 TEST_F(Wave, EnqueueAfterTheMarkWasGivenMovesTheEventToItsOwnEnd) {
   wave.Open();
   Queue(10);
   Fill();
   Fill();
   ASSERT_TRUE(wave.QueryPlayMark());
-  Queue(10);
+  Queue(170, 0x33);
   EXPECT_FALSE(wave.PlayMarkSent());
-  Fill();
-  Fill();
+  EXPECT_EQ(Fill(), Audio(160, 0x33));
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(Fill(), Audio(10, 0x33));
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+  EXPECT_EQ(Fill(), Silence());
   EXPECT_TRUE(wave.QueryPlayMark());
   EXPECT_TRUE(wave.PlayMarkSent());
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
 }
 
 TEST_F(Wave, FlushInAPlayDropsItSilencesTheLineAndGivesNoEvent) {
@@ -208,6 +219,32 @@ TEST_F(Wave, FlushInAPlayDropsItSilencesTheLineAndGivesNoEvent) {
   EXPECT_EQ(Fill(), Silence());
   EXPECT_FALSE(wave.QueryPlayMark());
   EXPECT_FALSE(wave.PlayMarkSent());
+}
+
+// Each play is queued behind a stop of its own, so its sound must come under exactly that stop's count, wherever a fill
+// on another thread happens to be.
+TEST_F(Wave, AFillGivesTheFlushCountUnderWhichItsSoundWasQueued) {
+  wave.Open();
+  std::atomic<bool> done{false};
+  std::atomic<uint32_t> seen{0};
+  std::atomic<uint32_t> wrong{0};
+  std::thread pacer([&] {
+    std::vector<uint8_t> block(kBlock);
+    while (!done) {
+      const uint32_t count = wave.FillBlock(block.data(), kBlock);
+      if (block[0] != 0xD5) {
+        ++seen;
+        wrong += block[0] == count % 128 ? 0 : 1;
+      }
+    }
+  });
+  for (uint32_t round = 0; round < 10000 || seen < 100; ++round) {
+    wave.Flush();
+    Queue(kBlock, static_cast<uint8_t>(owner.silenced % 128));
+  }
+  done = true;
+  pacer.join();
+  EXPECT_EQ(wrong, 0U);
 }
 
 TEST_F(Wave, FlushAfterTheMarkWasGivenTakesTheEventBack) {
