@@ -193,6 +193,33 @@ TEST_F(CAudioRoad, stop_play_in_the_middle_silences_the_very_next_packet_and_giv
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);
 }
 
+TEST_F(CAudioRoad, closing_a_channel_in_the_middle_of_a_play_silences_the_very_next_packet_and_gives_no_event) {
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  ASSERT_TRUE(Play(0, Bytes(80000, 0x2A)));
+  ASSERT_TRUE(Play(1, Bytes(80000, 0x2B)));
+  line = Card().RecordTimeslot(0, 1);
+  const Recorder other = Card().RecordTimeslot(0, 2);
+  ASSERT_TRUE(StepUntil([&] { return line->Size() > 0 && line->Samples().back() == 0x2A; }));
+  const size_t before = line->Size();
+  app->zelk.CloseChannel(0);
+  EXPECT_EQ(app->zelk.PlayTimeLeft(0), 0U);
+  Card().Audio().SendPacket();
+  ASSERT_TRUE(line->WaitSize(before + 45, kSoon));
+  EXPECT_EQ(Part(line->Samples(), before, 45), Bytes(45, 0x54));
+  Flow();
+  ASSERT_TRUE(line->WaitSize(before + 16000, kSoon));
+  const Bytes after = Part(line->Samples(), before, 16000);
+  EXPECT_TRUE(std::all_of(after.begin(), after.end(), [](uint8_t byte) { return byte == 0x54 || byte == 0xD5; }));
+  // The other channels play on, and this one plays when it is open again.
+  EXPECT_TRUE(other->WaitContains(Bytes(16000, 0x2B), kSoon));
+  EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);
+  ASSERT_TRUE(app->zelk.OpenChannel(0));
+  awaited = cardsim::RenderTestPattern(3000, 8);
+  ASSERT_TRUE(Play(0, awaited));
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_PLAY_DONE, kSoon));
+  EXPECT_TRUE(heardAtDone);
+}
+
 TEST_F(CAudioRoad, a_channel_plays_again_after_a_stop_with_its_own_event) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   line = Card().RecordTimeslot(0, 1);
