@@ -2,7 +2,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <asio.hpp>
 #include <thread>
 
 #include "system_fixture.h"
@@ -10,7 +9,6 @@
 // A system that gives the library no thread or no descriptor.
 namespace {
 
-using asio::ip::udp;
 using cardsim::EControlType;
 using namespace std::chrono_literals;
 
@@ -60,22 +58,6 @@ class CScarcity : public CSystemTest {
     if (remote::CRemoteLibrary::Place() != nullptr) {
       GTEST_SKIP() << "the limits are this process's, and the library is in another";
     }
-  }
-
-  // The listener for announcements shares its port with nobody who does not ask for it.
-  static bool HasListener() {
-    asio::io_context io;
-    udp::socket socket(io, udp::v4());
-    asio::error_code error;
-    socket.bind({udp::v4(), 5854}, error);
-    return error == asio::error::address_in_use;
-  }
-  static bool WaitListener() {
-    const auto deadline = std::chrono::steady_clock::now() + kSoon;
-    while (!HasListener() && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(5ms);
-    }
-    return HasListener();
   }
 };
 

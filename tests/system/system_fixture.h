@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "cardsim/simulator.h"
@@ -31,6 +34,23 @@ class CSystemTest : public testing::Test {
   void StartLibrary() {
     ASSERT_TRUE(app->zelk.Init());
     ASSERT_TRUE(app->WaitAllReady(kSlow)) << app->zelk.LogText();
+    ASSERT_TRUE(WaitListener());
+  }
+
+  // The library hears announcements: what a card sends before that is lost. One in another process has had its time.
+  static bool HasListener() {
+    constexpr const char* kAnyAddressPort5854 = " 00000000:16DE ";
+    std::ifstream sockets("/proc/self/net/udp");
+    const std::string text{std::istreambuf_iterator<char>(sockets), std::istreambuf_iterator<char>()};
+    return text.find(kAnyAddressPort5854) != std::string::npos;
+  }
+  static bool WaitListener() {
+    const auto deadline = std::chrono::steady_clock::now() + kSoon;
+    const bool isElsewhere = remote::CRemoteLibrary::Place() != nullptr;
+    while (!isElsewhere && !HasListener() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return isElsewhere || HasListener();
   }
 
   void OpenAll() {
