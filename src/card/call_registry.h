@@ -14,7 +14,7 @@ namespace zelk {
 class CCallHandle {
  public:
   constexpr CCallHandle() = default;
-  constexpr CCallHandle(std::nullptr_t) {}  // no call; NOLINT(google-explicit-constructor,hicpp-explicit-conversions)
+  constexpr CCallHandle(std::nullptr_t) {}  // no call; NOLINT(google-explicit-constructor)
   constexpr explicit CCallHandle(uint64_t callNumber) : number(callNumber) {}
   friend constexpr bool operator==(CCallHandle, CCallHandle) = default;
 
