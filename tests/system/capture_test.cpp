@@ -204,8 +204,7 @@ TEST_F(CCapture, decodes_as_lapd_and_q931_with_every_message_of_a_call_in_order_
   }
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nHdlcLog=1\n"));
   const std::string capture = CaptureCalls();
-  const std::string decode =
-      (fs::path(__FILE__).parent_path().parent_path().parent_path() / "scripts/decode-capture ").string() + capture;
+  const std::string decode = std::string(ZELK_SCRIPTS_PATH "/decode-capture ") + capture;
   const size_t frames = Lines(Text(capture)).size();
 
   const std::vector<std::string> summary = Run(decode);
