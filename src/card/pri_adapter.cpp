@@ -171,6 +171,13 @@ struct CPriController::SImpl {
   SImpl(IPriWriter& frameWriter, uint32_t trunkIndex) : writer(frameWriter), trunk(trunkIndex) {
     frameBuffer.fill(kGuardByte);
   }
+  ~SImpl() {
+    if (controller != nullptr) {
+      ReleaseController(controller);
+    }
+  }
+  SImpl(const SImpl&) = delete;
+  SImpl& operator=(const SImpl&) = delete;
 
   IPriWriter& writer;
   const uint32_t trunk;
@@ -249,13 +256,12 @@ void InstallPriMessageHook() {
 
 CPriController::CPriController(std::unique_ptr<SImpl> created) : impl(std::move(created)) {}
 
-CPriController::~CPriController() {
-  ReleaseController(impl->controller);
-}
+CPriController::~CPriController() = default;
 
 std::unique_ptr<CPriController> CPriController::Create(IPriWriter& writer, uint32_t trunk, int nodeType,
                                                        int switchType) {
   auto impl = std::make_unique<SImpl>(writer, trunk);
+  impl->calls.Reserve();
   {
     const CScopedLock<CMutex> lock(CreationLock());
     impl->controller =

@@ -60,6 +60,7 @@ TEST_F(CAudioCallback, a_stop_inside_the_play_callback_leaves_what_it_writes_the
       std::copy_n(written.begin(), length, data);
     }
   });
+  const CShutdownAtEnd end(*this);
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   OpenAll();
   const Recorder line = Card().RecordTimeslot(0, 1);
@@ -82,6 +83,7 @@ TEST_F(CAudioCallback, a_play_queued_behind_a_stop_inside_the_play_callback_goes
       Play(0, next);
     }
   });
+  const CShutdownAtEnd end(*this);
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   OpenAll();
   const Recorder line = Card().RecordTimeslot(0, 1);
@@ -104,6 +106,7 @@ TEST_F(CAudioCallback, a_play_callback_held_over_a_reopening_takes_nothing_from_
       leave.Wait(kSlow);
     }
   });
+  const CShutdownAtEnd end(*this);
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   OpenAll();
   hold = true;
@@ -150,6 +153,7 @@ TEST_F(CAudioCallback, of_two_cards_run_at_the_same_time) {
       meet(playInside, channel / kOther);
     }
   });
+  const CShutdownAtEnd end(*this);
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   EXPECT_TRUE(allMet.Wait(kSlow)) << met;
 }
@@ -176,6 +180,7 @@ TEST_F(CAudioCallback, a_stall_longer_than_the_ring_loses_whole_blocks_of_receiv
       leave.Wait(kSlow);
     }
   });
+  const CShutdownAtEnd end(*this);
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   OpenAll();
   app->Record(0);
@@ -188,7 +193,7 @@ TEST_F(CAudioCallback, a_stall_longer_than_the_ring_loses_whole_blocks_of_receiv
   leave.Open();
   EXPECT_TRUE(line->WaitContains(Bytes(1600, 0x54), kSoon));
   ASSERT_TRUE(Card().Audio().WaitPlayed(source, kSoon));
-  const Bytes end(sound.end() - 4000, sound.end());
+  const Bytes tail(sound.end() - 4000, sound.end());
   ASSERT_TRUE(app->WaitRecorded(0, before.size() + 8000, kSoon));
   const Recorder after = Card().RecordTimeslot(0, 1);
   EXPECT_TRUE(after->WaitContains(Bytes(1600, 0xD5), kSoon));
@@ -201,9 +206,9 @@ TEST_F(CAudioCallback, a_stall_longer_than_the_ring_loses_whole_blocks_of_receiv
   const size_t kept = before.size() + (kRing - 1) * ZELK_BLOCK_BYTES - static_cast<size_t>(start);
   const auto first = heard.begin() + start;
   EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + static_cast<ptrdiff_t>(kept), first));
-  const long goesOn = support::FindSound(heard, end);
+  const long goesOn = support::FindSound(heard, tail);
   ASSERT_GE(goesOn, 0);
-  const auto lost = static_cast<long>(sound.size() - end.size()) - (goesOn - start);
+  const auto lost = static_cast<long>(sound.size() - tail.size()) - (goesOn - start);
   EXPECT_GT(lost, 0);
   EXPECT_EQ(lost % ZELK_BLOCK_BYTES, 0);
   // And from there on in one piece again.
@@ -222,6 +227,7 @@ TEST_F(CAudioCallback, a_play_done_callback_that_takes_half_a_second_loses_no_pa
       wasPlayed = Card().Audio().WaitPlayed(during, kSoon);
     }
   };
+  const CShutdownAtEnd end(*this);
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   OpenAll();
   app->Record(0);

@@ -84,6 +84,7 @@ TEST_F(CStartup, waits_for_no_callback) {
   sim->Start();
   app = std::make_unique<support::CApplication>();
   std::mutex isStarting;
+  const CShutdownAtEnd end(*this);
   app->onEvent = [&](const support::SAppEvent&) { const std::lock_guard<std::mutex> held(isStarting); };
   isStarting.lock();
   std::future<bool> init = std::async(std::launch::async, [this] { return app->zelk.Init(); });

@@ -80,6 +80,18 @@ class CSystemTest : public testing::Test {
     sim.reset();
   }
 
+  // Shuts the library down where it goes out of scope: behind it stands what the test's callbacks use on its stack.
+  class CShutdownAtEnd {
+   public:
+    explicit CShutdownAtEnd(CSystemTest& systemTest) : test(systemTest) {}
+    ~CShutdownAtEnd() { test.app->zelk.Shutdown(); }
+    CShutdownAtEnd(const CShutdownAtEnd&) = delete;
+    CShutdownAtEnd& operator=(const CShutdownAtEnd&) = delete;
+
+   private:
+    CSystemTest& test;
+  };
+
   std::unique_ptr<cardsim::CSimulator> sim;
   std::unique_ptr<support::CApplication> app;
 };
