@@ -4,7 +4,26 @@
 
 namespace support {
 
-CApplication* CApplication::current = nullptr;
+std::atomic<CApplication*> CApplication::current{nullptr};
+std::atomic<int> CApplication::inside{0};
+
+// The application for the length of a callback, null when it is gone.
+class CApplication::CInside {
+ public:
+  CInside() {
+    ++inside;
+    application = current;
+  }
+  ~CInside() { --inside; }
+  CInside(const CInside&) = delete;
+  CInside& operator=(const CInside&) = delete;
+
+  explicit operator bool() const { return application != nullptr; }
+  CApplication* operator->() const { return application; }
+
+ private:
+  CApplication* application = nullptr;
+};
 
 CApplication::CApplication(const std::string& ini) : zelk(ini) {
   current = this;
@@ -21,37 +40,52 @@ CApplication::~CApplication() {
     zelk.SetPlayCallback(nullptr);
   }
   current = nullptr;
+  // A callback that a test held over the shut-down is on its last steps.
+  while (inside > 0) {
+    std::this_thread::yield();
+  }
 }
 
 void ZELK_CALL CApplication::OnEvent(int32_t channel, uint32_t event, int32_t param) {
   const SAppEvent appEvent{channel, event, param, std::this_thread::get_id()};
-  if (current->onEvent) {
-    current->onEvent(appEvent);
+  const CInside app;
+  if (!app) {
+    return;
+  }
+  if (app->onEvent) {
+    app->onEvent(appEvent);
   }
   {
-    const std::lock_guard<std::mutex> guard(current->lock);
-    current->events.push_back(appEvent);
+    const std::lock_guard<std::mutex> guard(app->lock);
+    app->events.push_back(appEvent);
   }
-  current->changed.notify_all();
+  app->changed.notify_all();
 }
 
 void ZELK_CALL CApplication::OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
-  if (current->onRecord) {
-    current->onRecord(channel, data, length);
+  const CInside app;
+  if (!app) {
+    return;
+  }
+  if (app->onRecord) {
+    app->onRecord(channel, data, length);
   }
   {
-    const std::lock_guard<std::mutex> guard(current->lock);
-    const auto found = current->recordings.find(static_cast<int32_t>(channel));
-    if (found == current->recordings.end()) {
+    const std::lock_guard<std::mutex> guard(app->lock);
+    const auto found = app->recordings.find(static_cast<int32_t>(channel));
+    if (found == app->recordings.end()) {
       return;
     }
     found->second.insert(found->second.end(), data, data + length);
   }
-  current->changed.notify_all();
+  app->changed.notify_all();
 }
 
 void ZELK_CALL CApplication::OnPlay(uint32_t channel, uint8_t* data, uint32_t length) {
-  current->onPlay(channel, data, length);
+  const CInside app;
+  if (app) {
+    app->onPlay(channel, data, length);
+  }
 }
 
 void CApplication::SetOnPlay(std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> function) {

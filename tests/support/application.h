@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -64,7 +65,9 @@ class CApplication {
   static void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length);
   static void ZELK_CALL OnPlay(uint32_t channel, uint8_t* data, uint32_t length);
 
-  static CApplication* current;
+  class CInside;
+  static std::atomic<CApplication*> current;
+  static std::atomic<int> inside;  // callbacks that use it
   std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> onPlay;
   std::function<void(uint32_t channel, const uint8_t* data, uint32_t length)> onRecord;
   std::mutex lock;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -152,6 +153,30 @@ class CStress : public CCallTest {
     return text;
   }
 
+  // The messages of every call on a trunk that no RELEASE COMPLETE has ended, for the report of a failure.
+  std::string OpenCalls(int trunk) {
+    std::map<std::pair<int, bool>, std::string> open;
+    for (const cardsim::SFrameRecord& frame : Card().Seen().Frames()) {
+      const cardsim::SQ931Message message = frame.Decode().message;
+      if (frame.trunk != trunk || !message.valid || message.callReference == 0) {
+        continue;
+      }
+      const bool fromLibrary = frame.direction == cardsim::EDirection::kFromLibrary;
+      const std::pair<int, bool> call{message.callReference, message.fromDestination != fromLibrary};
+      std::string& text = open[call];
+      text = (message.name == "SETUP" ? std::string() : text) + (fromLibrary ? " < " : " > ") + message.name + "(" +
+             std::to_string(message.Cause()) + ")";
+      if (message.name == "RELEASE COMPLETE") {
+        open.erase(call);
+      }
+    }
+    std::string all;
+    for (const auto& [call, text] : open) {
+      all += "\n" + std::to_string(call.first) + (call.second ? " of the library:" : " of the exchange:") + text;
+    }
+    return all;
+  }
+
   std::string LogEnd() {
     constexpr size_t kChars = 1500;
     const std::string text = app->zelk.LogText();
@@ -251,7 +276,7 @@ TEST_F(CStress, an_exchange_that_clears_in_every_permitted_way_leaves_every_chan
   }
   HangUpEverywhere();
   EXPECT_TRUE(Eventually([this] { return AllReady(); }, std::chrono::seconds(60))) << Busy();
-  EXPECT_TRUE(NetworkIsIdle(0, std::chrono::seconds(45))) << Card().CallCount(0);
+  EXPECT_TRUE(NetworkIsIdle(0, std::chrono::seconds(45))) << Card().CallCount(0) << OpenCalls(0);
   EXPECT_GT(app->Count(ZELK_EVENT_DISCONNECTED), 100U);
 }
 

@@ -143,13 +143,13 @@ TEST_F(AnnouncementListener, LogsNothingAtLevelThree) {
 // The memory that fails is the listener's own, from what follows the handlers' call to the next announcement's lines
 // and addresses. Each failure costs one re-open at the most; the listener goes on.
 TEST_F(AnnouncementListener, WithoutMemoryAReopenIsLostAndTheNextOneIsDone) {
-  uint32_t n = 0;
-  handlers.onReopening = [&](const CStopFlag&) { support::FailAllocation(++n); };
+  std::atomic<uint32_t> n{0};
+  handlers.SetOnReopening([&](const CStopFlag&) { support::FailAllocation(++n); });
   constexpr uint32_t kFailures = 8;
   // With the n-th allocation behind the handlers' call failing, the card is closed; the failure may also stand behind
   // the opening, in the next announcement.
   ASSERT_TRUE(AnnounceUntil([&] { return n >= kFailures; }, "127.0.0.2", 4711));
-  handlers.onReopening = [](const CStopFlag&) { support::FailAllocation(0); };
+  handlers.SetOnReopening([](const CStopFlag&) { support::FailAllocation(0); });
   const size_t opened = handlers.Count("card 3 1");
   ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > opened; }, "127.0.0.2", 4711));
   listener.Stop();
@@ -161,12 +161,12 @@ TEST_F(AnnouncementListener, AThreadThatComesBackAfterItsStopReopensNothing) {
   CEvent isInside;
   CEvent mayReturn;
   CEvent isBack;
-  handlers.onReopening = [&](const CStopFlag& caller) {
+  handlers.SetOnReopening([&](const CStopFlag& caller) {
     isInside.Set();
     mayReturn.Wait();
     EXPECT_TRUE(caller.IsSet());
     isBack.Set();
-  };
+  });
   ASSERT_TRUE(AnnounceUntil([&] { return isInside.WaitFor(0); }, "127.0.0.2", 4711));
   listener.Stop();
   card.Close();

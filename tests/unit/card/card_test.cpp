@@ -327,17 +327,17 @@ TEST_F(Card, HandlersAreTakenAwayAndGivenWhileATrunkIsHeld) {
 TEST_F(Card, CanBeClosedWhileAReopenTellsTheHandlers) {
   FakeNetwork();
   CStopFlag caller;
-  handlers.onReopening = [&](const CStopFlag& told) {
+  handlers.SetOnReopening([&](const CStopFlag& told) {
     EXPECT_EQ(&told, &caller);
     CEvent mayReturn;
     EXPECT_TRUE(ComesBack([&] { card.Close(); }, [] {}));
     caller.Set();
-  };
+  });
   ASSERT_TRUE(OpenWithHandlers());
   EXPECT_FALSE(card.Reopen(fake->Address(), kLocal, caller));
   EXPECT_FALSE(card.ControllersRunning());
   EXPECT_EQ(fake->Connections(), 1);
-  handlers.onReopening = nullptr;
+  handlers.SetOnReopening(nullptr);
   EXPECT_TRUE(Open());
 }
 

@@ -34,9 +34,19 @@ class CRecordingHandlers : public ICardHandlers {
   }
   void OnCardReopening(CCard&, const CStopFlag& caller) override {
     Note("reopening");
-    if (onReopening) {
-      onReopening(caller);
+    std::function<void(const CStopFlag&)> now;
+    {
+      const std::lock_guard<std::mutex> held(lock);
+      now = onReopening;
     }
+    if (now) {
+      now(caller);
+    }
+  }
+  // May be changed while a listener runs.
+  void SetOnReopening(std::function<void(const CStopFlag&)> function) {
+    const std::lock_guard<std::mutex> held(lock);
+    onReopening = std::move(function);
   }
   uint32_t FirstGlobalTrunk() const override { return firstGlobalTrunk; }
   void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {}

@@ -35,6 +35,7 @@ class CHoldingHook : public IMediaHook {
       end = std::make_unique<CThreadEnd>();
       entered.Set();
       leave.Wait();
+      hasLeft = true;
     }
   }
 
@@ -50,6 +51,7 @@ class CHoldingHook : public IMediaHook {
   int CallsOnTheWayOut() {
     LetGo();
     EXPECT_TRUE(end->WaitFor(kPatienceMs));
+    EXPECT_TRUE(hasLeft);
     return callsOfHeld;
   }
 
@@ -68,6 +70,7 @@ class CHoldingHook : public IMediaHook {
   std::atomic<std::thread::id> held{};
   std::unique_ptr<CThreadEnd> end;
   CEvent leave;
+  std::atomic<bool> hasLeft{false};  // and uses nothing of this any more
   std::atomic<int> callsOfHeld{0};
 };
 
