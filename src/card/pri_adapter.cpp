@@ -187,6 +187,7 @@ struct CPriController::SImpl {
 
   CCallRegistry calls;
 
+  void ReleaseAbandonedCalls();
   void UpdateCalls();
   bool TakeEvent(const pri_event* from, SPriEvent& to);
   // Does something to one of our calls; -1 for any other. libpri may free the call, or others, meanwhile.
@@ -196,7 +197,21 @@ struct CPriController::SImpl {
   static void Message(pri* controller, char* text) noexcept;
 };
 
+// A call that the other side clears before anything was sent for it is ended by libpri with RELEASE COMPLETE, without
+// an event, and libpri then waits for one from the other side, without a timer: the record would stay for good, and
+// swallow the next call with its reference.
+void CPriController::SImpl::ReleaseAbandonedCalls() {
+  for (q931_call* call = *controller->callpool; call != nullptr;) {
+    q931_call* const next = call->next;
+    if (call->ourcallstate == Q931_CALL_STATE_RELEASE_REQUEST && call->alive == 0 && call->retranstimer == 0) {
+      pri_destroycall(controller, call);
+    }
+    call = next;
+  }
+}
+
 void CPriController::SImpl::UpdateCalls() {
+  ReleaseAbandonedCalls();
   calls.Update(*controller->callpool, [](const q931_call* call) { return call->next; });
 }
 

@@ -291,7 +291,14 @@ bool CPriPeer::Hangup(q931_call* call, int cause) {
   if (unanswered && !IsClearedAtOnce(cause)) {
     pri_proceeding(controller, call, call->channelno, 0);
   }
-  return pri_hangup(controller, call, cause) == 0;
+  const bool isHungUp = pri_hangup(controller, call, cause) == 0;
+  // A call that is cleared before anything was sent for it ends with a RELEASE COMPLETE, after which libpri waits for
+  // one without a timer.
+  if (Owns(call) && call->ourcallstate == Q931_CALL_STATE_RELEASE_REQUEST && call->alive == 0 &&
+      call->retranstimer == 0) {
+    pri_destroycall(controller, call);
+  }
+  return isHungUp;
 }
 
 bool CPriPeer::Forget(q931_call* call) {

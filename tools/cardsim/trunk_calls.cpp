@@ -174,10 +174,11 @@ void CTrunkCalls::OnCleared(const Call& call, const SPriEvent& event) {
   CloseAudio(call);
   if (event.code == PRI_EVENT_HANGUP_REQ) {
     call->Step(ESimCallState::kDisconnecting);
-    if (ReleasesAtOnce(call)) {
-      End(call);
-    } else {
+    if (!ReleasesAtOnce(call)) {
       peer.Hangup(call->handle, event.cause);
+    }
+    if (!peer.Knows(call->handle)) {
+      End(call);
     }
     return;
   }

@@ -220,6 +220,19 @@ TEST(PriController, ASecondHangupOfACallThatIsBeingClearedWritesNothingAndSuccee
   EXPECT_TRUE(pair.user.controller->IsCallValid(call));
 }
 
+// Its reference is free for the next call then, whose SETUP would else be taken for one of the old call.
+TEST(PriController, ACallThatIsClearedBeforeAnythingWasSentForItLeavesNothingBehind) {
+  CPriPair pair;
+  pair.Run();
+  const PriCall caller = Dial(pair, pair.network);
+  const PriCall call = RingOf(pair.user);
+  ASSERT_TRUE(pair.user.controller->IsCallValid(call));
+  pair.network.controller->Hangup(caller, 16);
+  pair.Run();
+  EXPECT_FALSE(pair.user.controller->IsCallValid(call));
+  EXPECT_TRUE(pair.network.Has(kPriHangupAck));
+}
+
 // A writer without memory: nothing of that passes through libpri.
 class CPoorSide : public CPriSide {
  public:
