@@ -25,21 +25,23 @@ class CAnnouncementListener::CWorker {
       : cards(std::move(knownCards)), discovered(std::move(knownAddresses)) {}
 
   void Run() {
-    CSocket socket;
-    if (!OpenSocket(socket)) {
+    if (!OpenSocket()) {
       return;
     }
     while (!stop.IsSet()) {
       if (socket.WaitReadable(kWaitMs) == EWait::kReady) {
-        TakeDatagram(socket);
+        TakeDatagram();
       }
     }
+    socket.Close();
   }
 
   void RequestStop() { stop.Set(); }
+  // Of a thread that is late to end: the port is free for the next listener.
+  void CloseSocket() { socket.Close(); }
 
  private:
-  static bool OpenSocket(CSocket& socket) {
+  bool OpenSocket() {
     if (!socket.OpenUdp()) {
       return false;
     }
@@ -48,7 +50,7 @@ class CAnnouncementListener::CWorker {
     return socket.Bind({kAnyAddress, kCardPort});
   }
 
-  void TakeDatagram(CSocket& socket) {
+  void TakeDatagram() {
     SIpv4Endpoint from;
     const int length = socket.ReceiveFrom(buffer.data(), buffer.size(), from);
     uint32_t serialNumber = 0;
@@ -84,6 +86,7 @@ class CAnnouncementListener::CWorker {
   const std::vector<CCard*> cards;
   const std::vector<SDiscoveredCard> discovered;
   CStopFlag stop;
+  CSocket socket;
   std::array<uint8_t, kDatagramBytes> buffer{};  // zeroed once: see ParseAnnouncement
 };
 
@@ -100,7 +103,9 @@ bool CAnnouncementListener::Start(std::vector<CCard*> cards, std::vector<SDiscov
 void CAnnouncementListener::Stop() {
   if (worker != nullptr) {
     worker->RequestStop();
-    thread.JoinFor(kJoinMs);
+    if (!thread.JoinFor(kJoinMs)) {
+      worker->CloseSocket();
+    }
     worker.reset();
   }
 }

@@ -169,6 +169,11 @@ TEST_F(AnnouncementListener, AThreadThatComesBackAfterItsStopReopensNothing) {
   });
   ASSERT_TRUE(AnnounceUntil([&] { return isInside.WaitFor(0); }, "127.0.0.2", 4711));
   listener.Stop();
+  {
+    CSocket next;
+    ASSERT_TRUE(next.OpenUdp());
+    EXPECT_TRUE(next.Bind({kAnyAddress, kCardPort})) << "the port is free for the next listener";
+  }
   card.Close();
   ASSERT_TRUE(card.Open(fake->Address(), 5854, "127.0.0.1"));
   const int connections = fake->Connections();

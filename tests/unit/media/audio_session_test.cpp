@@ -89,6 +89,10 @@ class AudioSessionBuffers : public testing::Test {
 
   void Open(uint32_t times) {
     ASSERT_TRUE(ParseIpv4("127.0.0.1", local));
+    // Lines of before go to the file, and the file goes.
+    Log().Start(path);
+    Log().Stop();
+    std::filesystem::remove(path);
     Log().Start(path);
     for (uint32_t i = 0; i < times; ++i) {
       CAudioSession session(controls, notice);
