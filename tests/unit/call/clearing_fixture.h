@@ -63,7 +63,8 @@ class CClearingFixture : public CTrunkFixture {
 
   // A message of the other side in an unnumbered frame, which layer 2 takes whatever the sequence.
   void SendToUs(const SMessage& about, uint8_t type, const std::vector<uint8_t>& elements) {
-    std::vector<uint8_t> frame{0x02, 0x01, 0x03, 0x08, 2, static_cast<uint8_t>(about.reference[0] ^ 0x80), about.reference[1], type};
+    std::vector<uint8_t> frame{
+        0x02, 0x01, 0x03, 0x08, 2, static_cast<uint8_t>(about.reference[0] ^ 0x80), about.reference[1], type};
     frame.insert(frame.end(), elements.begin(), elements.end());
     frame.insert(frame.end(), {0, 0});
     trunk.fromPeer.frames.push_back(std::move(frame));
