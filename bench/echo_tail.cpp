@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "media/echo_stage.h"
-#include "media/g711.h"
+#include "formats/g711.h"
+#include "stream/echo_stage.h"
 
 namespace {
 

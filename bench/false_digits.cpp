@@ -17,10 +17,10 @@
 #include <spandsp/dtmf.h>
 // clang-format on
 
-#include "cardsim/g711.h"
-#include "cardsim/signals.h"
-#include "cardsim/wav_file.h"
-#include "media/dtmf_decode.h"
+#include "cardsim/audio/signals.h"
+#include "cardsim/audio/wav_file.h"
+#include "cardsim/base/g711.h"
+#include "stream/dtmf_decode.h"
 
 namespace {
 

@@ -28,26 +28,38 @@ endif()
 add_library(zelk_posix_sockets INTERFACE)
 target_compile_options(zelk_posix_sockets INTERFACE -Wno-conversion -Wno-narrowing -Wno-sign-compare)
 
-# zelk_add_layer(NAME LOWER [LIBRARIES...]): the folder src/NAME as the static library zelk_NAME over the layer zelk_LOWER
-# (empty for the lowest), with the outside libraries that only this layer may use.
+# zelk_add_include_root(TARGET SCOPE NAME): lets TARGET include the headers of our folder NAME ("stream" for src/stream,
+# "cardsim/base" for tools/cardsim/base) and of no other: the root holds a link to that one folder. What a folder may see of
+# the others comes from the libraries it links, so that an include in the wrong direction does not compile.
+function(zelk_add_include_root target scope name)
+  foreach(place src tools)
+    if(IS_DIRECTORY ${CMAKE_SOURCE_DIR}/${place}/${name})
+      set(folder ${CMAKE_SOURCE_DIR}/${place}/${name})
+    endif()
+  endforeach()
+  string(REPLACE "/" "_" root ${name})
+  set(link ${CMAKE_BINARY_DIR}/include-roots/${root}/${name})
+  get_filename_component(parent ${link} DIRECTORY)
+  file(MAKE_DIRECTORY ${parent})
+  file(CREATE_LINK ${folder} ${link} SYMBOLIC)
+  target_include_directories(${target} ${scope} ${CMAKE_BINARY_DIR}/include-roots/${root})
+endfunction()
+
+# zelk_add_layer(NAME [LOWER layer...] [OUTSIDE library...]): the folder src/NAME as the static library zelk_NAME over the
+# layers it may include, with the outside libraries that only this layer may use.
 # Sources are found by their place; an operating system's own are in its folder (linux/, windows/).
-function(zelk_add_layer name lower)
+function(zelk_add_layer name)
+  cmake_parse_arguments(PARSE_ARGV 1 layer "" "" "LOWER;OUTSIDE")
   string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp
        ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system}/*.cpp)
   list(FILTER sources EXCLUDE REGEX "/api/exports\\.cpp$")
-  if(sources)
-    add_library(zelk_${name} STATIC ${sources})
-    target_link_libraries(zelk_${name} PRIVATE zelk_options ${ARGN})
-    set(scope PUBLIC)
-  else()
-    add_library(zelk_${name} INTERFACE)
-    set(scope INTERFACE)
-  endif()
-  target_include_directories(zelk_${name} ${scope} ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/src/platform/${system}
-    ${CMAKE_SOURCE_DIR}/include)
-  if(lower)
-    target_link_libraries(zelk_${name} ${scope} zelk_${lower})
+  add_library(zelk_${name} STATIC ${sources})
+  list(TRANSFORM layer_LOWER PREPEND zelk_)
+  target_link_libraries(zelk_${name} PRIVATE zelk_options ${layer_OUTSIDE} PUBLIC ${layer_LOWER})
+  zelk_add_include_root(zelk_${name} PUBLIC ${name})
+  if(IS_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system})
+    target_include_directories(zelk_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system})
   endif()
 endfunction()
 
@@ -86,10 +98,10 @@ function(zelk_add_test_headers)
     <gmock/gmock.h> <gtest/gtest.h>)
 endfunction()
 
-# zelk_add_tests(TARGET DIRECTORY LIBRARIES...): every *_test.cpp of a directory in one GoogleTest program. Each test
+# zelk_add_tests(TARGET DIRECTORY LIBRARIES...): every *_test.cpp at or below a directory in one GoogleTest program. Each test
 # case runs as a ctest of its own, inside a private network namespace of its own; Windows programs run whole under Wine.
 function(zelk_add_tests target directory)
-  file(GLOB sources CONFIGURE_DEPENDS ${directory}/*_test.cpp ${directory}/*_test.c)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${directory}/*_test.cpp ${directory}/*_test.c)
   if(NOT sources)
     return()
   endif()

@@ -7,7 +7,7 @@
 #include "call/call_operations.h"
 #include "call/channel_info.h"
 #include "call/disconnect_cause.h"
-#include "media/file_player.h"
+#include "playback/file_player.h"
 #include "zelk/ZelkApi.h"
 
 using zelk::ApplicationEvents;

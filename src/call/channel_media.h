@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "call/card_channels.h"
-#include "media/media_hook.h"
+#include "stream/media_hook.h"
 
 namespace zelk {
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "card/card.h"
-#include "media/dword_queue.h"
-#include "media/wave.h"
 #include "platform/mutex.h"
+#include "playback/dword_queue.h"
+#include "playback/wave.h"
 
 namespace zelk {
 

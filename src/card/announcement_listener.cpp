@@ -4,8 +4,8 @@
 #include <array>
 #include <exception>
 
-#include "media/stop_flag.h"
 #include "platform/socket.h"
+#include "platform/stop_flag.h"
 #include "runtime/log.h"
 
 namespace zelk {

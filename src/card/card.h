@@ -6,10 +6,10 @@
 
 #include "card/card_handlers.h"
 #include "card/trunk.h"
-#include "media/audio_stream.h"
-#include "media/stop_flag.h"
 #include "platform/mutex.h"
+#include "platform/stop_flag.h"
 #include "platform/thread.h"
+#include "stream/audio_stream.h"
 
 namespace zelk {
 

@@ -11,7 +11,7 @@
 #include "card/control_link.h"
 #include "card/trunk.h"
 #include "card/trunk_lock.h"
-#include "media/audio_stream.h"
+#include "stream/audio_stream.h"
 
 namespace zelk {
 

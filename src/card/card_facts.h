@@ -5,9 +5,9 @@
 #include <string>
 
 #include "card/card_information.h"
-#include "media/stop_flag.h"
 #include "platform/event.h"
 #include "platform/mutex.h"
+#include "platform/stop_flag.h"
 
 namespace zelk {
 

@@ -3,8 +3,8 @@
 #include <cstdint>
 
 #include "card/pri_adapter.h"
-#include "media/media_hook.h"
-#include "media/stop_flag.h"
+#include "platform/stop_flag.h"
+#include "stream/media_hook.h"
 
 namespace zelk {
 

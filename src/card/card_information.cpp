@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "media/media_hook.h"
 #include "runtime/format.h"
+#include "stream/media_hook.h"
 
 namespace zelk {
 

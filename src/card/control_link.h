@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "media/stop_flag.h"
 #include "platform/mutex.h"
 #include "platform/socket.h"
+#include "platform/stop_flag.h"
 
 namespace zelk {
 

@@ -1,6 +1,6 @@
 #include "card/control_parser.h"
 
-#include "media/media_hook.h"
+#include "stream/media_hook.h"
 
 namespace zelk {
 

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "media/stop_flag.h"
 #include "platform/mutex.h"
+#include "platform/stop_flag.h"
 
 namespace zelk {
 

@@ -9,8 +9,8 @@
 #include <array>
 
 #include "fuzz/target.h"
-#include "media/audio_pacer.h"
-#include "media/audio_receiver.h"
+#include "stream/audio_pacer.h"
+#include "stream/audio_receiver.h"
 
 namespace zelk::fuzz {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "card/card_facts.h"
 #include "fuzz/target.h"
-#include "media/media_hook.h"
+#include "stream/media_hook.h"
 
 namespace zelk::fuzz {
 namespace {

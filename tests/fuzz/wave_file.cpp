@@ -1,7 +1,7 @@
 // A WAV file: the walk over its chunks, its loading, and its playing into a queue of each format. An input is a byte
 // that chooses the queue's format and how chunks are searched, and the file.
 
-#include "media/wave_file.h"
+#include "formats/wave_file.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -10,10 +10,10 @@
 #include <random>
 
 #include "fuzz/target.h"
-#include "media/file_player.h"
-#include "media/media_hook.h"
 #include "platform/riff_walk.h"
-#include "unit/media/wav_bytes.h"
+#include "playback/file_player.h"
+#include "stream/media_hook.h"
+#include "unit/formats/wav_bytes.h"
 
 namespace zelk::fuzz {
 namespace {

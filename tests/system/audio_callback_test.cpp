@@ -3,7 +3,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "cardsim/wire.h"
+#include "cardsim/base/wire.h"
 #include "system_fixture.h"
 
 // What becomes of the sound while an application's callback takes its time or stops a play itself.

@@ -2,7 +2,7 @@
 #include <random>
 #include <utility>
 
-#include "cardsim/wire.h"
+#include "cardsim/base/wire.h"
 #include "system_fixture.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <atomic>
 
-#include "cardsim/wire.h"
+#include "cardsim/base/wire.h"
 #include "system_fixture.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include <filesystem>
 
-#include "cardsim/g711.h"
+#include "cardsim/base/g711.h"
 #include "system_fixture.h"
 
 // What the keys of the ini file do, seen from the card.

@@ -1,4 +1,4 @@
-#include "cardsim/signals.h"
+#include "cardsim/audio/signals.h"
 #include "system_fixture.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "cardsim/signals.h"
+#include "cardsim/audio/signals.h"
 #include "system_fixture.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <thread>
 
-#include "cardsim/signals.h"
-#include "cardsim/wire.h"
+#include "cardsim/audio/signals.h"
+#include "cardsim/base/wire.h"
 #include "system_fixture.h"
 
 namespace {

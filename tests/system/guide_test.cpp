@@ -1,7 +1,7 @@
 #include <atomic>
 
 #include "call_fixture.h"
-#include "cardsim/signals.h"
+#include "cardsim/audio/signals.h"
 
 namespace {
 

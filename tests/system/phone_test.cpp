@@ -9,8 +9,8 @@
 #include <fstream>
 #include <thread>
 
-#include "cardsim/signals.h"
-#include "cardsim/wav_file.h"
+#include "cardsim/audio/signals.h"
+#include "cardsim/audio/wav_file.h"
 #include "system_fixture.h"
 
 namespace {

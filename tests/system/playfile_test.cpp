@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <fstream>
 
-#include "cardsim/g711.h"
-#include "cardsim/signals.h"
+#include "cardsim/audio/signals.h"
+#include "cardsim/base/g711.h"
 #include "native_pipe.h"
 #include "system_fixture.h"
 

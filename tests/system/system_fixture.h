@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "cardsim/simulator.h"
+#include "cardsim/card/simulator.h"
 #include "support/application.h"
 
 // An application with simulated cards, started in the order of real life: cards first.

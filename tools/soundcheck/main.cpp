@@ -5,8 +5,8 @@
 #include <functional>
 #include <iostream>
 
-#include "cardsim/bytes.h"
-#include "cardsim/wav_file.h"
+#include "cardsim/audio/wav_file.h"
+#include "cardsim/base/bytes.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 
 #include "card/card.h"
 #include "fake_card.h"
-#include "media/sequence_rules.h"
 #include "platform/socket.h"
 #include "recording_handlers.h"
+#include "stream/sequence_rules.h"
 
 namespace zelk {
 namespace {

@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "cardsim/bytes.h"
-#include "cardsim/pri_peer.h"
-#include "cardsim/wire.h"
+#include "cardsim/base/bytes.h"
+#include "cardsim/base/wire.h"
+#include "cardsim/exchange/pri_peer.h"
 
 namespace cardsim::test {
 

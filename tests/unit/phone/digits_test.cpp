@@ -6,7 +6,7 @@
 #include <numbers>
 #include <stdexcept>
 
-#include "cardsim/g711.h"
+#include "cardsim/base/g711.h"
 
 namespace phone {
 namespace {

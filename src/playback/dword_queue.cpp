@@ -1,0 +1,45 @@
+#include "playback/dword_queue.h"
+
+#include <algorithm>
+#include <new>
+
+namespace zelk {
+
+bool CDwordQueue::Create(uint32_t capacity) {
+  std::unique_ptr<uint32_t[]> fresh(new (std::nothrow) uint32_t[capacity]());
+  CScopedLock<CMutex> hold(lock);
+  head = tail = count = 0;
+  slots = fresh ? capacity : 0;
+  storage = std::move(fresh);
+  return storage != nullptr;
+}
+
+void CDwordQueue::Clear() {
+  CScopedLock<CMutex> hold(lock);
+  head = tail = count = 0;
+  std::fill_n(storage.get(), slots, 0U);
+}
+
+bool CDwordQueue::Push(uint32_t value) {
+  CScopedLock<CMutex> hold(lock);
+  if (count == slots) {
+    return false;
+  }
+  storage[tail] = value;
+  tail = (tail + 1) % slots;
+  ++count;
+  return true;
+}
+
+bool CDwordQueue::Pop(uint32_t& value) {
+  CScopedLock<CMutex> hold(lock);
+  if (count == 0) {
+    return false;
+  }
+  value = storage[head];
+  head = (head + 1) % slots;
+  --count;
+  return true;
+}
+
+}  // namespace zelk

@@ -1,0 +1,262 @@
+#include "playback/wave.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "runtime/log.h"
+
+namespace zelk {
+namespace {
+
+constexpr uint16_t kTagPcm = 1;
+constexpr uint16_t kTagALaw = 6;
+constexpr uint16_t kTagMuLaw = 7;
+constexpr uint32_t kQueueCapacity = 40;
+constexpr int32_t kStopping = -1;
+constexpr int32_t kTapOff = 0;
+constexpr int32_t kTapRecording = 1;
+constexpr int32_t kTapUnarmed = -1;
+constexpr int64_t kMaxQueuedBytes = std::numeric_limits<int32_t>::max();
+
+uint8_t SilenceByte(const SWaveFormat& format) {
+  switch (format.formatTag) {
+    case kTagPcm:
+      return format.bitsPerSample == 8 ? 0x80 : 0x00;
+    case kTagALaw:
+      return 0xD5;
+    case kTagMuLaw:
+      return 0x7F;
+    default:
+      return 0x00;
+  }
+}
+
+}  // namespace
+
+CWave::CWave(IWaveOwner& waveOwner) : silence(SilenceByte(SWaveFormat{})), owner(waveOwner) {
+  queue.Create(kQueueCapacity);
+}
+
+CWave::~CWave() {
+  Close();
+  DropAll(std::move(head));  // what was queued on a channel that was never opened
+}
+
+void CWave::Open() {
+  if (open) {
+    return;
+  }
+  {
+    CScopedLock<CMutex> hold(lock);
+    openSettings = kOpenSettings;
+  }
+  Reset();
+  recordState = kTapOff;
+  open = true;
+}
+
+void CWave::Close() {
+  if (!open) {
+    return;
+  }
+  recordState = kTapUnarmed;
+  Flush();
+  open = false;
+}
+
+bool CWave::IsOpen() const {
+  return open;
+}
+
+// The counters start over, the list does not: audio queued before the opening is played after it, without time left and
+// without a play-complete event, and takes the count of queued bytes below zero. Applications know it so.
+void CWave::Reset() {
+  {
+    CScopedLock<CMutex> hold(lock);
+    queuedBytes = 0;
+    stopFlag = 0;
+    playState = EPlayState::kIdle;
+    StoreFormat(SWaveFormat{});
+  }
+  Flush();
+}
+
+std::unique_ptr<CWaveBlock> CWave::NewBlock(uint32_t size) {
+  std::unique_ptr<CWaveBlock> block;
+  if (size <= kMaxQueuedBytes) {
+    block = CWaveBlock::Create(size, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(this)));
+  }
+  if (!block) {
+    // The log's writer takes a line up at once, so there is nothing more to flush here.
+    LogFormat(ELogClass::kStatus, owner.LogChannel(), "NewBlock() -> malloc() returned error when allocating %d bytes",
+              static_cast<int>(size));
+  }
+  return block;
+}
+
+bool CWave::Enqueue(std::unique_ptr<CWaveBlock> block) {
+  if (!block) {
+    return false;
+  }
+  if (playState != EPlayState::kPlaying) {
+    // At the start of a play a fill that waits for the lock goes first.
+    lock.Lock();
+    lock.Unlock();
+  }
+  CScopedLock<CMutex> hold(lock);
+  if (int64_t{queuedBytes} + block->size > kMaxQueuedBytes) {
+    return false;
+  }
+  CWaveBlock* const added = block.get();
+  (tail ? tail->next : head) = std::move(block);
+  tail = added;
+  queuedBytes += static_cast<int32_t>(added->size);
+  playState = EPlayState::kPlaying;
+  return true;
+}
+
+void CWave::Flush() {
+  if (!open) {
+    return;
+  }
+  stopFlag = kStopping;  // before the lock: a fill skips the list instead of waiting
+  std::unique_ptr<CWaveBlock> dropped;
+  {
+    CScopedLock<CMutex> hold(lock);
+    dropped = std::move(head);
+    tail = nullptr;
+    playState = EPlayState::kIdle;
+    queuedBytes = 0;
+    owner.SilenceTransmit();  // before anything can be queued or taken again
+    stopFlag = 0;
+  }
+  DropAll(std::move(dropped));
+}
+
+// Link by link: a long list would overflow the stack if each block released the next.
+void CWave::DropAll(std::unique_ptr<CWaveBlock> list) {
+  while (list) {
+    list = std::move(list->next);
+  }
+}
+
+uint32_t CWave::TimeLeftMs() const {
+  const int32_t queued = queuedBytes;
+  if (queued < 0) {
+    return 0;
+  }
+  const uint32_t milliseconds = static_cast<uint32_t>(queued) / 8;
+  return milliseconds == 0 && playState != EPlayState::kIdle ? 1 : milliseconds;
+}
+
+uint32_t CWave::FillBlock(uint8_t* data, uint32_t length) {
+  std::memset(data, silence, length);
+  if (open && stopFlag != kStopping) {
+    CScopedLock<CMutex> hold(lock);
+    if (playState == EPlayState::kPlaying && !head) {
+      playState = EPlayState::kDrained;
+    }
+    const uint32_t count = owner.FlushCount();
+    CopyQueued(data, length);
+    CallDataCallback(1, data, length);
+    return count;
+  }
+  const uint32_t count = owner.FlushCount();
+  CallDataCallback(1, data, length);
+  return count;
+}
+
+void CWave::CopyQueued(uint8_t* data, uint32_t length) {
+  uint32_t filled = 0;
+  while (filled < length && head) {
+    const uint32_t wanted = length - filled;
+    const bool staysQueued = head->Unread() >= wanted;
+    const uint32_t copied = head->Read(data + filled, wanted);
+    filled += copied;
+    queuedBytes -= static_cast<int32_t>(copied);
+    if (staysQueued) {
+      return;  // a block read to its last byte goes with the next fill, so a play ends one silent block later
+    }
+    head = std::move(head->next);
+    tail = head ? tail : nullptr;
+  }
+}
+
+bool CWave::QueryPlayMark() {
+  EPlayState expected = EPlayState::kDrained;
+  return playState.compare_exchange_strong(expected, EPlayState::kMarked);
+}
+
+bool CWave::PlayMarkSent() {
+  EPlayState expected = EPlayState::kMarked;
+  return playState.compare_exchange_strong(expected, EPlayState::kIdle);
+}
+
+void CWave::RecordTap(uint8_t* data, uint32_t length) {
+  int32_t state = recordState;
+  if (open && state == kTapRecording) {
+    const uint32_t limit = recordLimit;
+    const uint64_t recorded = recordBuffer.Length();
+    if (limit != kNoRecordLimit && recorded + length > limit) {
+      recordBuffer.Append(data, limit > recorded ? static_cast<uint32_t>(limit - recorded) : 0);
+      recordState.compare_exchange_strong(state, kTapOff);  // a Close meanwhile keeps its -1
+    } else {
+      recordBuffer.Append(data, length);  // without memory this block is lost, recording goes on
+    }
+  }
+  CallDataCallback(0, data, length);
+}
+
+void CWave::CallDataCallback(uint32_t direction, uint8_t* data, uint32_t length) {
+  if (const WaveDataCallback callback = dataCallback) {
+    callback(direction, dataCookie, data, length);
+  }
+}
+
+const char* CWave::FormatName() const {
+  CScopedLock<CMutex> hold(lock);
+  switch (format.formatTag) {
+    case kTagPcm:
+      return format.bitsPerSample == 8 ? "PCM8" : format.bitsPerSample == 16 ? "PCM16" : "";
+    case kTagALaw:
+      return "ALAW";
+    case kTagMuLaw:
+      return "MULAW";
+    default:
+      return "";
+  }
+}
+
+void CWave::SetFormat(const SWaveFormat& value) {
+  CScopedLock<CMutex> hold(lock);
+  StoreFormat(value);
+}
+
+void CWave::StoreFormat(const SWaveFormat& value) {
+  format = value;
+  silence = SilenceByte(value);
+}
+
+void CWave::SetDataCallback(WaveDataCallback callback, uint64_t cookie) {
+  dataCookie = cookie;
+  dataCallback = callback;
+}
+
+void CWave::StartRecord(uint32_t limit) {
+  recordLimit = limit;
+  int32_t expected = kTapOff;
+  recordState.compare_exchange_strong(expected, kTapRecording);
+}
+
+int32_t CWave::RecordState() const {
+  return recordState;
+}
+
+std::array<uint32_t, 2> CWave::OpenSettings() const {
+  CScopedLock<CMutex> hold(lock);
+  return openSettings;
+}
+
+}  // namespace zelk

@@ -1,0 +1,117 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "formats/wave_format.h"
+#include "platform/mutex.h"
+#include "playback/buffer.h"
+#include "playback/dword_queue.h"
+#include "playback/wave_block.h"
+
+namespace zelk {
+
+// What a play queue needs of the channel that owns it.
+class IWaveOwner {
+ public:
+  virtual ~IWaveOwner() = default;
+  // Silences what waits in the channel's transmit ring on its card. Thread: any.
+  // Called under the queue's lock, so that it is in step with what a fill takes.
+  virtual void SilenceTransmit() = 0;
+  // How often that has been done; 0 for an owner without a ring.
+  virtual uint32_t FlushCount() const { return 0; }
+  // The number that the channel's log lines carry.
+  virtual int32_t LogChannel() const = 0;
+};
+
+// Sees every block of a channel in both directions. direction: 1 play, 0 record.
+using WaveDataCallback = void (*)(uint32_t direction, uint64_t cookie, uint8_t* data, uint32_t length);
+
+// One channel's play queue, format record and record tap.
+// Thread: application (Open, Close, Enqueue, Flush, TimeLeftMs, formats), pacer (FillBlock, QueryPlayMark, RecordTap),
+// receive (PlayMarkSent). TimeLeftMs and the mark exchange take no lock; the others hold it for a few instructions (a
+// fill for the copy of one block), and nothing waits under it. Owns the queued blocks. Failures: null, false.
+class CWave {
+ public:
+  static constexpr uint32_t kNoRecordLimit = 0xFFFFFFFF;
+  // The two settings that an opening stores beside the format record. Nothing reads them but whoever looks.
+  static constexpr std::array<uint32_t, 2> kOpenSettings = {800, 3};
+
+  explicit CWave(IWaveOwner& owner);
+  virtual ~CWave();
+  CWave(const CWave&) = delete;
+  CWave& operator=(const CWave&) = delete;
+
+  // First opening since construction or Close: resets the queue, arms the tap state 0 and marks the queue open. Nothing
+  // when it is open already.
+  void Open();
+  // Tap state -1, queue flushed, open flag cleared. Nothing when it is not open.
+  void Close();
+  bool IsOpen() const;
+
+  // A block for `size` bytes, or null (logged) when there is no memory.
+  std::unique_ptr<CWaveBlock> NewBlock(uint32_t size);
+  // False, and the block is released, when more than 2^31 - 1 bytes would be queued.
+  bool Enqueue(std::unique_ptr<CWaveBlock> block);
+  // Drops what is queued and silences what waits for transmission; no play-complete event. Nothing when not open.
+  void Flush();
+  bool IsStopping() const { return stopFlag != 0; }  // a flush is under way
+  uint32_t TimeLeftMs() const;
+
+  // The flush count at the moment when the bytes were taken: a later stop is meant for them, an earlier one is not.
+  uint32_t FillBlock(uint8_t* data, uint32_t length);
+  // Asked after each fill: true exactly when this block ends a play (and the mark is then on its way).
+  bool QueryPlayMark();
+  // The marked block went out: true when the play-complete event is due.
+  bool PlayMarkSent();
+  void RecordTap(uint8_t* data, uint32_t length);
+
+  // "PCM8", "PCM16", "ALAW", "MULAW", or the empty text for any other format record. Constant texts.
+  const char* FormatName() const;
+  // For tests and file playback into other formats; the library itself leaves the default.
+  void SetFormat(const SWaveFormat& format);
+
+  // What the library's own interface leaves alone. The callback is set before audio flows; null removes it.
+  void SetDataCallback(WaveDataCallback callback, uint64_t cookie);
+  // Starts recording into the buffer, up to limit bytes in all. Nothing when the queue is not open.
+  void StartRecord(uint32_t limit);
+  int32_t RecordState() const;                                  // -1 never armed, 0 off, 1 recording
+  const CBuffer& RecordBuffer() const { return recordBuffer; }  // Thread: pacer, or any when no audio flows.
+  std::array<uint32_t, 2> OpenSettings() const;
+  CDwordQueue& Queue() { return queue; }  // takes no part in playback
+
+ private:
+  // The road of one play; a new enqueue leads to kPlaying from everywhere, a flush to kIdle. One value instead of a
+  // "has data" and an "ended" flag, so that readers without the lock never see half a change.
+  //   kIdle -> kPlaying -> kDrained (a fill found nothing left) -> kMarked (end mark given to the ring) -> kIdle
+  //   (event)
+  enum class EPlayState : uint8_t { kIdle, kPlaying, kDrained, kMarked };
+
+  void Reset();
+  void DropAll(std::unique_ptr<CWaveBlock> list);
+  void CopyQueued(uint8_t* data, uint32_t length) ZELK_REQUIRES(lock);
+  void StoreFormat(const SWaveFormat& value) ZELK_REQUIRES(lock);
+  void CallDataCallback(uint32_t direction, uint8_t* data, uint32_t length);
+
+  mutable CMutex lock;
+  SWaveFormat format ZELK_GUARDED_BY(lock);
+  std::array<uint32_t, 2> openSettings ZELK_GUARDED_BY(lock) = {};
+  std::atomic<uint8_t> silence;  // of the format; the fill must not wait for the lock to know it
+  std::atomic<int32_t> recordState{-1};
+  std::atomic<uint32_t> recordLimit{kNoRecordLimit};
+  CDwordQueue queue;
+  std::atomic<int32_t> stopFlag{0};     // -1 while a stop is in progress
+  std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an opening was played
+  std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
+  CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
+  std::atomic<WaveDataCallback> dataCallback{nullptr};
+  std::atomic<uint64_t> dataCookie{0};
+  IWaveOwner& owner;
+  CBuffer recordBuffer;  // pacer only
+  std::atomic<bool> open{false};
+  std::atomic<EPlayState> playState{EPlayState::kIdle};
+};
+
+}  // namespace zelk

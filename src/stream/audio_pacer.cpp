@@ -1,0 +1,113 @@
+#include "stream/audio_pacer.h"
+
+#include <algorithm>
+
+#include "formats/g711.h"
+#include "platform/clock.h"
+
+namespace zelk {
+namespace {
+
+uint16_t Trunk(size_t position) {
+  return static_cast<uint16_t>(position / kTimeslotsPerTrunk);
+}
+uint16_t Timeslot(size_t position) {
+  return static_cast<uint16_t>(position % kTimeslotsPerTrunk);
+}
+
+// A stop from another thread while the application had the block. When it wrote what cannot be known, and no other
+// thread may write into the block meanwhile: what it changed, from the first changed byte to the last, counts as
+// written after the stop and stays, the rest was taken before it.
+void SilenceTaken(SBlockFill& fill) {
+  uint8_t* const end = fill.data + kBlockBytes;
+  uint8_t* const first = std::mismatch(fill.data, end, fill.taken.begin()).first;
+  uint8_t* behind = end;
+  while (behind != first && behind[-1] == fill.taken[static_cast<size_t>(behind - fill.data) - 1])
+    --behind;
+  std::fill(fill.data, first, kIdleByte);
+  std::fill(behind, end, kIdleByte);
+}
+
+}  // namespace
+
+void CAudioPacer::Run(CStopFlag& stop) {
+  CPacerSchedule schedule(TickMs());
+  while (!stop.IsSet()) {
+    if (const uint32_t waitMs = Turn(schedule, TickMs(), stop))
+      stop.SleepFor(waitMs);
+  }
+}
+
+uint32_t CAudioPacer::Turn(CPacerSchedule& schedule, uint32_t now, const CStopFlag& stop) {
+  uint32_t waitMs = 0;
+  if (schedule.PassDue(now, waitMs))
+    Pass(stop);
+  return waitMs;
+}
+
+void CAudioPacer::Pass(const CStopFlag& stop) {
+  // Once a pass: a hook that is removed meanwhile still gets the blocks of this one, so none is lost.
+  IMediaHook* hook = controls.hook.load(std::memory_order_acquire);
+  if (hook == nullptr)
+    return;
+  CFillSlots::CHold slot(controls.fills);
+  for (size_t position = 0; position < rings.PositionCount() && !stop.IsSet(); ++position) {
+    if (!RefillTransmit(*hook, position, stop, slot) || !DeliverReceived(*hook, position, stop))
+      return;
+  }
+}
+
+bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillSlots::CHold& slot) {
+  CBlockPool& pool = rings.At(position).transmit;
+  while (uint8_t* block = pool.PopFree()) {
+    SBlockFill fill{block, controls.flushEpoch[position].load(std::memory_order_acquire)};
+    Fill(hook, position, fill, slot);
+    if (stop.IsSet())
+      return false;
+    uint32_t mark = 0;
+    hook.OnMedia(Trunk(position), Timeslot(position), MEDIA_PLAY_MARK, &mark, 0);
+    if (stop.IsSet())
+      return false;
+    pool.PushReady(block, mark != 0, fill.flushCount);
+  }
+  return true;
+}
+
+// A stop from now on finds the block in the ring with an older count, and silences it there.
+void CAudioPacer::Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillSlots::CHold& slot) {
+  slot.Begin(position, fill);
+  hook.OnFill(Trunk(position), Timeslot(position), fill);
+  slot.End();
+  const uint32_t now = controls.flushEpoch[position].load(std::memory_order_acquire);
+  if (now == fill.flushCount)
+    return;
+  SilenceTaken(fill);
+  fill.flushCount = now;
+}
+
+bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop) {
+  SChannelRings& channel = rings.At(position);
+  for (SReadyBlock block = channel.receive.PopReady(); block.data != nullptr; block = channel.receive.PopReady()) {
+    if (channel.detectDigits) {
+      channel.dtmf.ProcessBlock(block.data, kBlockBytes);
+      if (!ReportDigits(hook, position, stop))
+        return false;
+    }
+    hook.OnMedia(Trunk(position), Timeslot(position), MEDIA_RECORD, block.data, kBlockBytes);
+    if (stop.IsSet())
+      return false;
+    channel.receive.PushFree(block.data);
+  }
+  return true;
+}
+
+bool CAudioPacer::ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop) {
+  while (const char digit = rings.At(position).dtmf.TakeDigit()) {
+    hook.OnMedia(Trunk(position), Timeslot(position), MEDIA_DTMF, nullptr, static_cast<uint8_t>(digit));
+    if (stop.IsSet())
+      return false;
+  }
+  return true;
+}
+
+}  // namespace zelk

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/stop_flag.h"
+#include "stream/audio_controls.h"
+#include "stream/card_rings.h"
+#include "stream/pacer_schedule.h"
+
+namespace zelk {
+
+// Moves blocks between a card's channels and its rings and looks for digits.
+// Thread: pacer. Blocks only in its sleep; calls the hook. Allocates nothing. A stop that comes while the hook is
+// inside its call ends the pass there: nothing more is asked of it, and the block at hand goes nowhere.
+class CAudioPacer {
+ public:
+  CAudioPacer(SAudioControls& cardControls, CCardRings& cardRings) : controls(cardControls), rings(cardRings) {}
+
+  // The thread: until the flag is set.
+  void Run(CStopFlag& stop);
+  // One turn of it at this time of the millisecond counter: a pass if one is due, else the milliseconds until then.
+  uint32_t Turn(CPacerSchedule& schedule, uint32_t now, const CStopFlag& stop);
+  // Every position once; nothing without a hook. Ends early when the flag is set.
+  void Pass(const CStopFlag& stop);
+
+ private:
+  // Each is false when the stop flag was set meanwhile.
+  bool RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillSlots::CHold& slot);
+  bool DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop);
+  bool ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop);
+  void Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillSlots::CHold& slot);
+
+  SAudioControls& controls;
+  CCardRings& rings;
+};
+
+}  // namespace zelk

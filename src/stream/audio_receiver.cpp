@@ -1,0 +1,97 @@
+#include "stream/audio_receiver.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace zelk {
+namespace {
+
+constexpr uint32_t kFailurePauseMs = 100;
+
+using EAction = SSequenceDecision::EAction;
+
+}  // namespace
+
+bool CAudioReceiver::Create(CCardRings& rings) {
+  trunks = static_cast<uint32_t>(rings.PositionCount() / kTimeslotsPerTrunk);
+  rules = CSequenceRules();
+  return staging.Create(rings);
+}
+
+void CAudioReceiver::Run(CSocket& socket, uint32_t cardAddress) {
+  while (!stop.IsSet()) {
+    size_t length = 0;
+    if (ReadPacket(socket, cardAddress, length))
+      TakePacket(buffer.data(), length);
+  }
+}
+
+// Reads first and waits only when nothing is there: at full load packets wait more often than the thread does.
+bool CAudioReceiver::ReadPacket(CSocket& socket, uint32_t cardAddress, size_t& length) {
+  SIpv4Endpoint source;
+  int received = socket.ReceiveFrom(buffer.data(), buffer.size(), source);
+  if (received > 0) {
+    WatchBacklog();
+  } else {
+    backlog.CaughtUp();
+    if (!socket.IsOpen() || socket.WaitReadable(kWaitForever) == EWait::kError) {
+      stop.SleepFor(kFailurePauseMs);
+      return false;
+    }
+    received = socket.ReceiveFrom(buffer.data(), buffer.size(), source);
+  }
+  if (received <= 0 || source.address != cardAddress)
+    return false;
+  length = static_cast<size_t>(received);
+  return true;
+}
+
+void CAudioReceiver::WatchBacklog() {
+  if (!backlog.IsLineDue(clock(), controls.backlogLine) || stop.IsSet())
+    return;
+  char line[kMaxNoticeChars];
+  std::snprintf(line, sizeof line,
+                "Audio packets have waited for %u ms without a break, receive thread cannot keep up.",
+                backlog.BehindMs());
+  notice.OnAudioNotice(line);
+}
+
+void CAudioReceiver::TakePacket(uint8_t* packet, size_t length) {
+  SAudioHeader header;
+  if (!ReadAudioHeader(packet, length, header))
+    return;
+  Carry(rules.Judge(header.sequence, header.backlogHint), packet, length);
+  if (!stop.IsSet() && rules.HeldDue() && ReadAudioHeader(heldPacket.data(), heldLength, header))
+    Carry(rules.TakeHeld(header.backlogHint), heldPacket.data(), heldLength);
+}
+
+void CAudioReceiver::Carry(const SSequenceDecision& decision, uint8_t* packet, size_t length) {
+  Report(decision);
+  for (uint32_t i = 0; i < decision.replies; ++i)
+    sender.Send(length);
+  if (stop.IsSet())
+    return;
+  if (decision.action == EAction::kHold) {
+    std::memcpy(heldPacket.data(), packet, length);
+    heldLength = length;
+  } else if (decision.action == EAction::kProcess) {
+    Process(packet, length);
+  }
+}
+
+void CAudioReceiver::Report(const SSequenceDecision& decision) {
+  char lines[2][kMaxNoticeChars];
+  const size_t count = NoticeLines(decision, lines);
+  for (size_t i = 0; i < count && !stop.IsSet(); ++i)
+    notice.OnAudioNotice(lines[i]);
+}
+
+void CAudioReceiver::Process(uint8_t* packet, size_t length) {
+  const size_t frames = FrameCount(length, trunks);
+  const SSentPacket sent = sender.TakeSent();
+  echo.Process(packet + kAudioHeaderBytes, frames, trunks, sent, controls);
+  staging.Add(packet + kAudioHeaderBytes, frames);
+  sender.ReturnSent(sent);
+}
+
+}  // namespace zelk

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/socket.h"
+#include "platform/stop_flag.h"
+#include "runtime/config.h"
+#include "stream/audio_controls.h"
+#include "stream/audio_pacer.h"
+#include "stream/audio_receiver.h"
+#include "stream/card_rings.h"
+#include "stream/echo_bank.h"
+#include "stream/packet_sender.h"
+
+namespace zelk {
+
+// Everything the two audio threads of one opening touch. Both threads and the stream share it, so that a thread that
+// outlives its join has only its own to touch.
+// Thread: Create and Echo().Configure the opener; RunReceiver receive; RunPacer pacer; Stop and CloseSocket any.
+class CAudioSession : private IAudioLink {
+ public:
+  CAudioSession(std::shared_ptr<SAudioControls> cardControls, IAudioNotice& cardNotice);
+
+  // Socket, rings and buffers; false when the socket cannot be had or there is no memory.
+  bool Create(uint32_t localAddress, uint32_t card, uint32_t trunkCount, uint32_t blocks, const SDtmfSettings& dtmf);
+  uint16_t LocalPort() const { return localPort; }
+  int ReceiveBuffer() const { return socket.ReceiveBuffer(); }
+  int SendBuffer() const { return socket.SendBuffer(); }
+  CEchoBank& Echo() { return echo; }
+
+  void RunReceiver() { receiver.Run(socket, cardAddress); }
+  void RunPacer() { pacer.Run(stop); }
+
+  void Stop() { stop.Set(); }
+  void CloseSocket() { socket.Close(); }
+
+ private:
+  bool OpenSocket(uint32_t localAddress);
+  void ReportBuffers() const;
+  int SendPacket(const uint8_t* packet, size_t length) override;
+  void WaitToSend(int32_t timeoutMs) override { socket.WaitWritable(timeoutMs); }
+
+  std::shared_ptr<SAudioControls> controls;
+  CStopFlag stop;
+  CSocket socket;
+  uint32_t cardAddress = 0;
+  uint16_t localPort = 0;
+  CCardRings rings;
+  CEchoBank echo;
+  CPacketSender sender;
+  CAudioReceiver receiver;
+  CAudioPacer pacer;
+};
+
+}  // namespace zelk

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "stream/audio_controls.h"
+#include "stream/block_pool.h"
+#include "stream/dtmf_decode.h"
+
+namespace zelk {
+
+// One channel position's two rings and its digit detector.
+//
+//   received: receive staging -> ready -> pacer -> free -> receive staging
+//   sent:     pacer -> ready -> transmit staging -> free -> pacer
+struct SChannelRings {
+  CBlockPool transmit;
+  CBlockPool receive;
+  CDtmfDecode dtmf;
+  bool detectDigits = true;
+};
+
+// All positions of a card; timeslots 0 and 16 circulate like the others.
+// Thread: Create and ResetDetectors the opener, before the audio threads start; the positions as their rings say.
+class CCardRings {
+ public:
+  // False when there is no memory.
+  bool Create(uint32_t trunkCount, uint32_t blocks);
+  void ResetDetectors(const SDtmfSettings& settings);
+
+  size_t PositionCount() const { return positions; }
+  SChannelRings& At(size_t position) { return channels[position]; }
+
+ private:
+  std::array<SChannelRings, kMaxPositions> channels;
+  size_t positions = 0;
+};
+
+}  // namespace zelk

@@ -1,0 +1,179 @@
+#include "stream/echo_stage.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "formats/g711.h"
+#include "runtime/config.h"
+
+// Each of these headers needs what those before it define, and <cstring>.
+// clang-format off
+#include <spandsp/telephony.h>
+#include <spandsp/echo.h>
+#include <spandsp/private/echo.h>
+// clang-format on
+
+// The build compiles the canceller once for every instruction set and ends its public names with the set's.
+extern "C" {
+echo_can_state_t* echo_can_init_base(int taps, int mode);
+int echo_can_free_base(echo_can_state_t* state);
+int16_t echo_can_update_base(echo_can_state_t* state, int16_t sent, int16_t received);
+echo_can_state_t* echo_can_init_avx2(int taps, int mode);
+int echo_can_free_avx2(echo_can_state_t* state);
+int16_t echo_can_update_avx2(echo_can_state_t* state, int16_t sent, int16_t received);
+}
+
+namespace zelk {
+namespace {
+
+struct SCancellerBuild {
+  echo_can_state_t* (*init)(int, int);
+  int (*free)(echo_can_state_t*);
+  int16_t (*update)(echo_can_state_t*, int16_t, int16_t);
+};
+
+SCancellerBuild ChooseBuild() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_cpu_init();
+  if (__builtin_cpu_supports("avx2"))
+    return {echo_can_init_avx2, echo_can_free_avx2, echo_can_update_avx2};
+#endif
+  return {echo_can_init_base, echo_can_free_base, echo_can_update_base};
+}
+
+const SCancellerBuild kBuild = ChooseBuild();
+
+constexpr int32_t kTapsPerMs = 8;
+static_assert(kMinEchoTailMs * kTapsPerMs == 256 && kMaxEchoTailMs * kTapsPerMs == CAdaptionGate::kMaxTaps);
+
+constexpr int kDwell = 2;  // one of them is counted down before it is looked at
+constexpr int32_t kLoudest = 1 << 30;
+
+constexpr int kStepShift = 30;   // of the tail's energy: a whole step is 2^30, this makes it a half to a whole one
+constexpr int kDivisorBits = 8;  // what the canceller takes off the divisor's top bit
+
+constexpr float kLevelPace = 1.0F / 64;  // levels follow within 8 ms
+constexpr float kSuppressedRatio = 16;   // 24 dB
+constexpr float kQuietSent = 64;         // about -48 dBm0: below it nothing worth an echo is sent
+// Speech has pauses, so the lowest levels are the noise: down within 32 ms, up by about 3 dB a second.
+constexpr float kNoiseFallPace = 1.0F / 256;
+constexpr float kNoiseRisePace = 1.0F / 20000;
+constexpr float kLeastNoise = 8;
+constexpr float kMostNoise = 160;  // about -40 dBm0: louder is not background
+
+echo_can_state_t* State(void* canceller) {
+  return static_cast<echo_can_state_t*>(canceller);
+}
+
+constexpr int kEchoFraction = 8;  // bits that the echo with its low sounds back has behind the point
+
+int16_t Saturate(int32_t value) {
+  return static_cast<int16_t>(
+      std::clamp<int32_t>(value, std::numeric_limits<int16_t>::min(), std::numeric_limits<int16_t>::max()));
+}
+
+}  // namespace
+
+int16_t CEchoStage::STilt::Apply(int16_t sample) {
+  const int16_t tilted = Saturate(sample - before / 2);
+  before = sample;
+  return tilted;
+}
+
+std::unique_ptr<CEchoStage> CEchoStage::Create(int32_t tailMs) {
+  const int32_t taps = std::clamp(tailMs, kMinEchoTailMs, kMaxEchoTailMs) * kTapsPerMs;
+  echo_can_state_t* state = kBuild.init(taps, ECHO_CAN_USE_ADAPTION);
+  if (state == nullptr)
+    return nullptr;
+  std::unique_ptr<CEchoStage> stage(new (std::nothrow) CEchoStage(state, taps));
+  if (stage == nullptr)
+    kBuild.free(state);
+  return stage;
+}
+
+CEchoStage::CEchoStage(void* cancellerState, int32_t tapCount)
+    : canceller(cancellerState),
+      taps(tapCount),
+      gate(tapCount),
+      tailDecay(1.0F - 1.0F / static_cast<float>(tapCount)) {}
+
+CEchoStage::~CEchoStage() {
+  kBuild.free(State(canceller));
+}
+
+int16_t CEchoStage::Update(int16_t sent, int16_t received) {
+  const int32_t residual = CancelLinear(sent, received);
+  TrackLevels(sent, residual);
+  if (residualNow * kSuppressedRatio > sentInTail)
+    return static_cast<int16_t>(residual);
+  const auto limit = static_cast<int32_t>(noise);
+  return static_cast<int16_t>(std::clamp(residual, -limit, limit));
+}
+
+// Most of a voice's power lies in its low sounds, and of the others the filter would learn little for long. So both
+// sides go through the filter with the low ones weakened, and the echo that it finds gets them back.
+int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
+  const int16_t echo = EstimateEcho(sentTilt.Apply(sent), receivedTilt.Apply(received));
+  constexpr int32_t kOne = 1 << kEchoFraction;
+  echoNow = echo * kOne + echoNow / 2;
+  return Saturate(received - ((echoNow + kOne / 2) >> kEchoFraction));
+}
+
+// What the filter takes for the echo, as weakened as its input.
+int16_t CEchoStage::EstimateEcho(int16_t sent, int16_t received) {
+  echo_can_state_t* state = State(canceller);
+  // The gate's word in place of the canceller's: that takes the sound sent just now for the loudest there is, does not
+  // learn while its dwell count runs, and goes back to older taps only where an onset begins.
+  state->tx_power[0] = kLoudest;
+  state->tx_power[1] = kLoudest;
+  state->nonupdate_dwell = gate.Open(sent, received) ? 0 : kDwell;
+  state->dtd_onset = 1;
+  // Its test for tones takes vowels for them, and it learns nothing while the score stands: voices would take twice as
+  // long. What it learns from a tone does no harm to the rest. Behind a long one it would also go back to older taps,
+  // and index its sets with -1 if the first is in use.
+  state->narrowband_score = 0;
+  SetStep(sent);
+  const int16_t wrapped = kBuild.update(state, sent, received);
+  // It returns the difference in 16 bits and lets it wrap into a click. The echo it took away fits 16 bits, so it can
+  // be had back exactly.
+  const auto echo = static_cast<int16_t>(static_cast<uint16_t>(received) - static_cast<uint16_t>(wrapped));
+  gate.Note(echo, Saturate(int32_t{received} - echo));
+  return echo;
+}
+
+// The canceller divides its step by the mean size of the last 32 samples, but the step acts on the whole tail. Behind a
+// loud syllable it would be many times what is stable, and the filter louder than the echo. The divisor, whose top bit
+// alone counts, is set to what the tail's energy allows.
+void CEchoStage::SetStep(int16_t sent) {
+  echo_can_state_t* state = State(canceller);
+  const int32_t leaving = state->fir_state.history[state->fir_state.curr_pos];
+  tailEnergy += int64_t{sent} * sent - int64_t{leaving} * leaving;
+  const int shift = std::max(static_cast<int>(std::bit_width(static_cast<uint64_t>(tailEnergy))) - kStepShift, 0);
+  // Halfway up its octave, so that the canceller's own smoothing leaves the top bit as it is.
+  state->tx_power[3] = 3 << (shift + kDivisorBits - 1);
+}
+
+void CEchoStage::TrackLevels(int16_t sent, int32_t residual) {
+  sentNow += (static_cast<float>(std::abs(int32_t{sent})) - sentNow) * kLevelPace;
+  residualNow += (static_cast<float>(std::abs(residual)) - residualNow) * kLevelPace;
+  sentInTail = std::max(sentNow, sentInTail * tailDecay);
+  // While something is sent the residual holds its echo, which must not pass for noise.
+  if (sentInTail > kQuietSent)
+    return;
+  noise += residualNow < noise ? (residualNow - noise) * kNoiseFallPace : noise * kNoiseRisePace;
+  noise = std::clamp(noise, kLeastNoise, kMostNoise);
+}
+
+void CEchoStage::Process(uint8_t* received, const uint8_t* sent, size_t count, size_t sentCount, size_t stride) {
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t reference = i < sentCount ? sent[i * stride] : kIdleByte;
+    uint8_t& sample = received[i * stride];
+    sample = LinearToALaw(Update(ALawToLinear(reference), ALawToLinear(sample)));
+  }
+}
+
+}  // namespace zelk

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "stream/adaption_gate.h"
+
+namespace zelk {
+
+// One channel position's line echo canceller: takes out of the received sound what comes back of the sent one.
+// The linear part is spandsp's adaptive filter, which learns when the gate lets it. What it leaves is clipped to the
+// tracked background noise, but only while the echo stands at least 24 dB below what was sent: near-end speech, alone
+// or over the far end, passes as it is. Thread: Create any; the rest one thread at a time (receive). Nothing blocks;
+// nothing allocates after Create.
+class CEchoStage {
+ public:
+  // tailMs is brought into 32..1024: the canceller looks at 256 samples of history whatever its length is, and a longer
+  // tail than a second only costs. Null when there is no memory.
+  static std::unique_ptr<CEchoStage> Create(int32_t tailMs);
+  ~CEchoStage();
+  CEchoStage(const CEchoStage&) = delete;
+  CEchoStage& operator=(const CEchoStage&) = delete;
+
+  // One pair of 16-bit linear samples: the one sent to the line and the one received. Returns the cleaned sample.
+  int16_t Update(int16_t sent, int16_t received);
+  // The same for count A-law bytes that stand stride bytes apart; received is replaced. The reference ends after
+  // sentCount bytes; idle bytes stand for the rest.
+  void Process(uint8_t* received, const uint8_t* sent, size_t count, size_t sentCount, size_t stride);
+
+  int32_t Taps() const { return taps; }
+
+ private:
+  // Takes half of the sample before from each sample.
+  struct STilt {
+    int16_t Apply(int16_t sample);
+    int16_t before = 0;
+  };
+
+  CEchoStage(void* cancellerState, int32_t tapCount);
+
+  int32_t CancelLinear(int16_t sent, int16_t received);
+  int16_t EstimateEcho(int16_t sent, int16_t received);
+  void SetStep(int16_t sent);
+  void TrackLevels(int16_t sent, int32_t residual);
+
+  void* canceller;  // spandsp's state, owned
+  int32_t taps;
+  CAdaptionGate gate;
+  STilt sentTilt;
+  STilt receivedTilt;
+  int32_t echoNow = 0;     // the last sample of the echo, in 256ths of a unit
+  int64_t tailEnergy = 0;  // sum of the squares of what the filter was fed within the tail
+  float tailDecay;         // a sample's, so that a level falls to a third within the tail
+  // Mean magnitudes of 16-bit samples.
+  float sentNow = 0;      // over the last few milliseconds
+  float sentInTail = 0;   // the same, falling no faster than echoes of it die away
+  float residualNow = 0;  // of the canceller's output
+  float noise = 8;        // of the output while nothing is sent and nobody speaks; starts at A-law's smallest value
+};
+
+}  // namespace zelk

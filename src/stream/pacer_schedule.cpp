@@ -1,0 +1,16 @@
+#include "stream/pacer_schedule.h"
+
+namespace zelk {
+
+bool CPacerSchedule::PassDue(uint32_t now, uint32_t& waitMs) {
+  const uint32_t passed = now - due;
+  if (passed >= kPeriodMs) {
+    due += kPeriodMs;
+    waitMs = 0;
+    return true;
+  }
+  waitMs = kPeriodMs - passed;
+  return false;
+}
+
+}  // namespace zelk

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/stop_flag.h"
+#include "stream/audio_controls.h"
+#include "stream/audio_packet.h"
+#include "stream/block_pool.h"
+#include "stream/transmit_staging.h"
+
+namespace zelk {
+
+// Where packets go: the card's audio address.
+// Thread: receive.
+class IAudioLink {
+ public:
+  virtual ~IAudioLink() = default;
+  virtual int SendPacket(const uint8_t* packet, size_t length) = 0;  // bytes sent, or -1
+  virtual void WaitToSend(int32_t timeoutMs) = 0;
+};
+
+// A packet that was sent when the received one at hand was due, or the transmit buffer in its place.
+struct SSentPacket {
+  uint8_t* block = nullptr;  // to be returned; null for the transmit buffer
+  const uint8_t* samples = nullptr;
+  size_t bytes = 0;
+};
+
+// Builds and sends packets, and keeps a copy of each so that the echo stage can pair it with what came back.
+// Thread: receive, but Create the opener (false when there is no memory). Nothing is reported when a send fails.
+class CPacketSender {
+ public:
+  CPacketSender(SAudioControls& cardControls, IAudioLink& cardLink, const CStopFlag& openingStop)
+      : controls(cardControls), link(cardLink), stop(openingStop), staging(cardControls, openingStop) {}
+
+  bool Create(CCardRings& rings);
+  // One packet of this length, an accepted received one's. Nothing once the stop flag is set: not even a number is
+  // used.
+  void Send(size_t length);
+
+  // The oldest packet sent and not yet taken. Return it before taking the next.
+  SSentPacket TakeSent();
+  void ReturnSent(const SSentPacket& sent);
+
+ private:
+  void Transmit();
+  void Keep();
+
+  SAudioControls& controls;
+  IAudioLink& link;
+  const CStopFlag& stop;
+  CTransmitStaging staging;
+  CBlockPool sentPackets;  // the tag of a ready block is its packet's length
+  std::array<uint8_t, kAudioBufferBytes> buffer{};
+  size_t bufferLength = 0;  // of the packet last built
+  uint32_t trunks = 0;
+};
+
+}  // namespace zelk

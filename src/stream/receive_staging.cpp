@@ -1,0 +1,44 @@
+#include "stream/receive_staging.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "stream/transpose.h"
+
+namespace zelk {
+
+bool CReceiveStaging::Create(CCardRings& cardRings) {
+  rings = &cardRings;
+  rows.reset(new (std::nothrow) uint8_t[kBlockBytes * rings->PositionCount()]());
+  blocks.fill(nullptr);
+  fill = 0;
+  return rows != nullptr;
+}
+
+void CReceiveStaging::Add(const uint8_t* samples, size_t frames) {
+  const size_t frameBytes = rings->PositionCount();
+  while (frames > 0) {
+    if (fill == kBlockBytes)
+      TurnBlocks();
+    const size_t taken = std::min(frames, kBlockBytes - fill);
+    std::memcpy(rows.get() + fill * frameBytes, samples, taken * frameBytes);
+    samples += taken * frameBytes;
+    frames -= taken;
+    fill += taken;
+  }
+}
+
+void CReceiveStaging::TurnBlocks() {
+  const size_t positions = rings->PositionCount();
+  RowsToBlocks(rows.get(), positions, blocks.data());
+  for (size_t i = 0; i < positions; ++i) {
+    CBlockPool& pool = rings->At(i).receive;
+    if (blocks[i] != nullptr)
+      pool.PushReady(blocks[i], false, 0);
+    blocks[i] = pool.PopFree();
+  }
+  fill = 0;
+}
+
+}  // namespace zelk

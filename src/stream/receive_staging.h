@@ -1,0 +1,31 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "stream/card_rings.h"
+
+namespace zelk {
+
+// Collects received sample frames until 160 stand together, then turns them into the positions' blocks.
+// All positions share one fill position. A full block is pushed only when the next frame arrives, and the block for the
+// following 20 ms is taken at that moment; a position without one loses those 20 ms. The first 160 frames are lost.
+// Thread: receive, but Create (false when there is no memory) the opener. Nothing blocks or allocates after Create.
+class CReceiveStaging {
+ public:
+  bool Create(CCardRings& cardRings);
+  // Whole frames, position by position in each.
+  void Add(const uint8_t* samples, size_t frames);
+
+ private:
+  void TurnBlocks();
+
+  CCardRings* rings = nullptr;
+  std::unique_ptr<uint8_t[]> rows;               // 160 frames
+  std::array<uint8_t*, kMaxPositions> blocks{};  // where this 20 ms will go; null: nowhere
+  size_t fill = 0;
+};
+
+}  // namespace zelk

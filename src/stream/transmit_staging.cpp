@@ -1,0 +1,103 @@
+#include "stream/transmit_staging.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "formats/g711.h"
+#include "stream/transpose.h"
+
+namespace zelk {
+namespace {
+
+constexpr std::array<uint8_t, kBlockBytes> MakeIdleBlock() {
+  std::array<uint8_t, kBlockBytes> block{};
+  block.fill(kIdleByte);
+  return block;
+}
+
+constexpr std::array<uint8_t, kBlockBytes> kIdleBlock = MakeIdleBlock();
+
+}  // namespace
+
+bool CTransmitStaging::Create(CCardRings& cardRings) {
+  rings = &cardRings;
+  const size_t bytes = kBlockBytes * rings->PositionCount();
+  rows.reset(new (std::nothrow) uint8_t[bytes]);
+  if (rows == nullptr)
+    return false;
+  std::memset(rows.get(), kIdleByte, bytes);
+  columns.fill({});
+  next = 0;
+  // Nothing but idle bytes stands in the rows, so flushes up to the next block need no look.
+  flushesSeen = controls.flushes.load(std::memory_order_acquire);
+  return true;
+}
+
+bool CTransmitStaging::CopyFrames(uint8_t* target, size_t frames) {
+  SilenceFlushed();
+  const size_t frameBytes = rings->PositionCount();
+  while (frames > 0) {
+    if (next == kBlockBytes && !TurnBlocks())
+      return false;
+    const size_t taken = std::min(frames, kBlockBytes - next);
+    std::memcpy(target, rows.get() + next * frameBytes, taken * frameBytes);
+    target += taken * frameBytes;
+    frames -= taken;
+    next += taken;
+  }
+  return true;
+}
+
+bool CTransmitStaging::TurnBlocks() {
+  std::array<const uint8_t*, kMaxPositions> sources;
+  const size_t positions = rings->PositionCount();
+  for (size_t i = 0; i < positions; ++i) {
+    sources[i] = TakeBlock(i);
+    if (sources[i] == nullptr)
+      return false;
+  }
+  BlocksToRows(sources.data(), positions, rows.get());
+  next = 0;
+  return true;
+}
+
+// The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed. Null after a stop.
+const uint8_t* CTransmitStaging::TakeBlock(size_t position) {
+  CBlockPool& pool = rings->At(position).transmit;
+  SColumn& column = columns[position];
+  if (column.block != nullptr)
+    pool.PushFree(column.block);
+  const SReadyBlock taken = pool.PopReady();
+  column.block = taken.data;
+  if (taken.mark && !ReportMark(position))
+    return nullptr;
+  column.epoch = controls.flushEpoch[position].load(std::memory_order_acquire);
+  return taken.data != nullptr && taken.tag == column.epoch ? taken.data : kIdleBlock.data();
+}
+
+bool CTransmitStaging::ReportMark(size_t position) {
+  if (IMediaHook* hook = controls.hook.load(std::memory_order_acquire))
+    hook->OnMedia(static_cast<uint16_t>(position / kTimeslotsPerTrunk),
+                  static_cast<uint16_t>(position % kTimeslotsPerTrunk), MEDIA_PLAY_MARK, nullptr, 0);
+  return !stop.IsSet();
+}
+
+// Flushes since the last look: what is left of those positions' blocks becomes idle bytes.
+void CTransmitStaging::SilenceFlushed() {
+  const uint32_t flushes = controls.flushes.load(std::memory_order_acquire);
+  if (flushes == flushesSeen)
+    return;
+  flushesSeen = flushes;
+  const size_t frameBytes = rings->PositionCount();
+  for (size_t i = 0; i < frameBytes; ++i) {
+    const uint32_t epoch = controls.flushEpoch[i].load(std::memory_order_acquire);
+    if (epoch == columns[i].epoch)
+      continue;
+    columns[i].epoch = epoch;
+    for (size_t row = next; row < kBlockBytes; ++row)
+      rows[row * frameBytes + i] = kIdleByte;
+  }
+}
+
+}  // namespace zelk

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "platform/stop_flag.h"
+#include "stream/audio_controls.h"
+#include "stream/card_rings.h"
+
+namespace zelk {
+
+// Holds the 160 sample frames that go out next, made of every position's block at each block's start; packets are
+// copied from it.
+// All positions share one read position. A block goes back to the free ring only when the next one is taken, and a
+// position with none ready sends the idle byte for 20 ms, as all do for the first 160 frames. A block that was filled
+// before a flush of its position goes out as idle bytes, its mark still honoured.
+// Thread: receive, but Create (false when there is no memory) the opener. Calls the hook (MEDIA_PLAY_MARK, null) there.
+// Nothing blocks or allocates after Create.
+class CTransmitStaging {
+ public:
+  CTransmitStaging(SAudioControls& cardControls, const CStopFlag& openingStop)
+      : controls(cardControls), stop(openingStop) {}
+
+  bool Create(CCardRings& cardRings);
+  // False when the stop flag was set while the hook was inside its call: the frames are not whole then.
+  bool CopyFrames(uint8_t* target, size_t frames);
+
+ private:
+  struct SColumn {
+    uint8_t* block = nullptr;  // null: the idle block
+    uint32_t epoch = 0;        // the position's flush count that its bytes in the rows obey
+  };
+
+  bool TurnBlocks();
+  const uint8_t* TakeBlock(size_t position);
+  bool ReportMark(size_t position);
+  void SilenceFlushed();
+
+  SAudioControls& controls;
+  const CStopFlag& stop;
+  CCardRings* rings = nullptr;
+  std::unique_ptr<uint8_t[]> rows;  // 160 frames
+  std::array<SColumn, kMaxPositions> columns{};
+  size_t next = 0;
+  uint32_t flushesSeen = 0;
+};
+
+}  // namespace zelk

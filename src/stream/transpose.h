@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "stream/media_hook.h"
+
+namespace zelk {
+
+// A card's audio stands in two shapes: rows, as packets carry it (one byte of every position per sample time), and
+// columns, as channels take it (160 bytes of one position). These turn 160 rows into blocks and back, 16 x 16 bytes at
+// a time: a byte costs a twentieth of what it costs one by one.
+// positions is a multiple of 16 (a trunk has 32). Thread: any; no state.
+
+// Writes each position's 160 bytes to its block; a null block is left out.
+void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks);
+// Fills the 160 rows from each position's block. No block may be null.
+void BlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* rows);
+
+}  // namespace zelk

@@ -1,0 +1,48 @@
+#include "playback/wave_block.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+
+#include "support/allocation_probe.h"
+
+namespace zelk {
+namespace {
+
+TEST(WaveBlock, DataAreaIsTheSizeCutTo256PlusAnother256) {
+  EXPECT_EQ(CWaveBlock::AreaBytes(0), 256U);
+  EXPECT_EQ(CWaveBlock::AreaBytes(255), 256U);
+  EXPECT_EQ(CWaveBlock::AreaBytes(256), 512U);
+  EXPECT_EQ(CWaveBlock::AreaBytes(0xFFFFFFFF), 0x100000000ULL);
+  support::ForgetLargestAllocation();
+  const auto block = CWaveBlock::Create(256, 5);
+  EXPECT_EQ(support::LargestAllocation(), 512U);
+  ASSERT_TRUE(block);
+  EXPECT_EQ(block->size, 256U);
+  EXPECT_EQ(block->readPosition, 0U);
+  EXPECT_EQ(block->owner, 5U);
+  EXPECT_EQ(block->reserved, (std::array<uint32_t, 2>{}));
+  EXPECT_FALSE(block->next);
+}
+
+TEST(WaveBlock, ReadsItsBytesOnceInOrder) {
+  const auto block = CWaveBlock::Create(5, 0);
+  std::memcpy(block->data.get(), "abcde", 5);
+  std::array<uint8_t, 8> target{};
+  EXPECT_EQ(block->Read(target.data(), 3), 3U);
+  EXPECT_EQ(block->Unread(), 2U);
+  EXPECT_EQ(block->Read(target.data() + 3, 5), 2U);
+  EXPECT_EQ(block->Read(target.data(), 5), 0U);
+  EXPECT_EQ(std::memcmp(target.data(), "abcde\0\0\0", 8), 0);
+}
+
+TEST(WaveBlock, IsNullAndLeaksNothingWhenEitherAllocationFails) {
+  std::unique_ptr<CWaveBlock> block;
+  const uint32_t failures = support::ForEachFailingAllocation([&block] { block = CWaveBlock::Create(1000, 0); },
+                                                              [&block](bool failed) { EXPECT_EQ(!block, failed); });
+  EXPECT_EQ(failures, 2U);
+}
+
+}  // namespace
+}  // namespace zelk

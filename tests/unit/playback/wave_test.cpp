@@ -1,0 +1,377 @@
+#include "playback/wave.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "runtime/config.h"
+#include "runtime/log.h"
+#include "support/allocation_probe.h"
+#include "wave_fixture.h"
+
+namespace zelk {
+namespace {
+
+using namespace wavetest;
+
+class Wave : public CWaveTest {};
+
+TEST_F(Wave, IsClosedWithAnUnarmedTapUntilOpened) {
+  EXPECT_FALSE(wave.IsOpen());
+  EXPECT_EQ(wave.RecordState(), -1);
+  EXPECT_EQ(wave.OpenSettings(), (std::array<uint32_t, 2>{0, 0}));
+  wave.Open();
+  EXPECT_TRUE(wave.IsOpen());
+  EXPECT_EQ(wave.RecordState(), 0);
+  EXPECT_EQ(wave.OpenSettings(), (std::array<uint32_t, 2>{800, 3}));
+}
+
+TEST_F(Wave, OpeningAgainResetsNothing) {
+  wave.Open();
+  Queue(100);
+  wave.SetFormat({7, 1, 8000, 8000, 1, 8, 0});
+  wave.Open();
+  EXPECT_EQ(wave.TimeLeftMs(), 12U);
+  EXPECT_STREQ(wave.FormatName(), "MULAW");
+}
+
+TEST_F(Wave, OpeningAfterACloseResetsTheFormat) {
+  wave.Open();
+  wave.SetFormat({7, 1, 8000, 8000, 1, 8, 0});
+  wave.Close();
+  EXPECT_STREQ(wave.FormatName(), "MULAW");
+  wave.Open();
+  EXPECT_STREQ(wave.FormatName(), "ALAW");
+}
+
+TEST_F(Wave, CloseDropsTheQueueSilencesTheLineAndUnarmsTheTap) {
+  wave.Open();
+  Queue(1000);
+  wave.Close();
+  EXPECT_FALSE(wave.IsOpen());
+  EXPECT_EQ(wave.RecordState(), -1);
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+  EXPECT_EQ(owner.silenced, 1);
+  wave.Close();
+  EXPECT_EQ(owner.silenced, 1);
+  wave.Open();
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_FALSE(wave.QueryPlayMark());
+}
+
+TEST_F(Wave, NothingQueuedSendsSilenceAndNoMark) {
+  wave.Open();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(Fill(), Silence());
+    EXPECT_FALSE(wave.QueryPlayMark());
+  }
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+}
+
+TEST_F(Wave, SilenceByteFollowsTheFormat) {
+  wave.Open();
+  const std::vector<std::pair<SWaveFormat, uint8_t>> formats = {
+      {{1, 1, 8000, 8000, 1, 8, 0}, 0x80}, {{1, 1, 8000, 16000, 2, 16, 0}, 0x00}, {{6, 1, 8000, 8000, 1, 8, 0}, 0xD5},
+      {{7, 1, 8000, 8000, 1, 8, 0}, 0x7F}, {{49, 1, 8000, 1625, 65, 0, 0}, 0x00},
+  };
+  for (const auto& [format, silence] : formats) {
+    wave.SetFormat(format);
+    EXPECT_EQ(Fill(), Silence(kBlock, silence)) << format.formatTag << "/" << format.bitsPerSample;
+  }
+}
+
+TEST_F(Wave, FormatNamesAreThoseOfTheKnownFormatsOnly) {
+  const std::vector<std::pair<SWaveFormat, const char*>> formats = {
+      {{1, 1, 8000, 8000, 1, 8, 0}, "PCM8"},  {{1, 1, 8000, 16000, 2, 16, 0}, "PCM16"},
+      {{1, 1, 8000, 24000, 3, 24, 0}, ""},    {{6, 1, 8000, 8000, 1, 8, 0}, "ALAW"},
+      {{7, 1, 8000, 8000, 1, 8, 0}, "MULAW"}, {{49, 1, 8000, 1625, 65, 0, 0}, ""},
+  };
+  EXPECT_STREQ(wave.FormatName(), "ALAW");
+  for (const auto& [format, name] : formats) {
+    wave.SetFormat(format);
+    EXPECT_STREQ(wave.FormatName(), name);
+  }
+}
+
+TEST_F(Wave, HundredBytesArePaddedThenASilentBlockIsMarkedThenTheEventIsDue) {
+  wave.Open();
+  ASSERT_TRUE(Queue(100));
+  EXPECT_EQ(wave.TimeLeftMs(), 12U);
+  EXPECT_EQ(Fill(), Audio(100));
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+  EXPECT_TRUE(wave.QueryPlayMark());
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_TRUE(wave.PlayMarkSent());
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+  EXPECT_FALSE(wave.PlayMarkSent());
+}
+
+TEST_F(Wave, AudioThatEndsOnABlockIsFollowedByAnUnmarkedSilentBlockFirst) {
+  wave.Open();
+  Queue(160);
+  EXPECT_EQ(Fill(), Audio(160));
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_TRUE(wave.QueryPlayMark());
+}
+
+TEST_F(Wave, EmptyBlockLeadsToAnUnmarkedAndAMarkedSilentBlock) {
+  wave.Open();
+  support::ForgetLargestAllocation();
+  ASSERT_TRUE(Queue(0));
+  EXPECT_EQ(support::LargestAllocation(), 256U);
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_TRUE(wave.QueryPlayMark());
+  EXPECT_TRUE(wave.PlayMarkSent());
+}
+
+TEST_F(Wave, SevenBytesCountAsOneMillisecond) {
+  wave.Open();
+  Queue(7);
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+}
+
+TEST_F(Wave, TwoBuffersPlayWithoutAGap) {
+  wave.Open();
+  Queue(100, 0x21);
+  Queue(200, 0x22);
+  std::vector<uint8_t> expected(100, 0x21);
+  expected.resize(160, 0x22);
+  EXPECT_EQ(Fill(), expected);
+  EXPECT_EQ(Fill(), Audio(140, 0x22));
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_TRUE(wave.QueryPlayMark());
+}
+
+TEST_F(Wave, ManySmallBuffersFillOneBlock) {
+  wave.Open();
+  for (int i = 0; i < 5; ++i) {
+    Queue(32, static_cast<uint8_t>(i));
+  }
+  std::vector<uint8_t> expected;
+  for (int i = 0; i < 5; ++i) {
+    expected.insert(expected.end(), 32, static_cast<uint8_t>(i));
+  }
+  EXPECT_EQ(Fill(), expected);
+}
+
+TEST_F(Wave, EnqueueAfterTheQueueDrainedTakesTheEndBack) {
+  wave.Open();
+  Queue(10);
+  Fill();
+  Fill();  // drained, not yet asked
+  Queue(10, 0x33);
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_EQ(Fill(), Audio(10, 0x33));
+}
+
+// The mark that is in the ring already comes to the sender while the next play runs: it says nothing of that one.
+TEST_F(Wave, EnqueueAfterTheMarkWasGivenMovesTheEventToItsOwnEnd) {
+  wave.Open();
+  Queue(10);
+  Fill();
+  Fill();
+  ASSERT_TRUE(wave.QueryPlayMark());
+  Queue(170, 0x33);
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(Fill(), Audio(160, 0x33));
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(Fill(), Audio(10, 0x33));
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_TRUE(wave.QueryPlayMark());
+  EXPECT_TRUE(wave.PlayMarkSent());
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+}
+
+TEST_F(Wave, FlushInAPlayDropsItSilencesTheLineAndGivesNoEvent) {
+  wave.Open();
+  Queue(1000);
+  Fill();
+  wave.Flush();
+  EXPECT_EQ(owner.silenced, 1);
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_FALSE(wave.QueryPlayMark());
+  EXPECT_FALSE(wave.PlayMarkSent());
+}
+
+// Each play is queued behind a stop of its own, so its sound must come under exactly that stop's count, wherever a fill
+// on another thread happens to be.
+TEST_F(Wave, AFillGivesTheFlushCountUnderWhichItsSoundWasQueued) {
+  wave.Open();
+  std::atomic<bool> done{false};
+  std::atomic<uint32_t> seen{0};
+  std::atomic<uint32_t> wrong{0};
+  std::thread pacer([&] {
+    std::vector<uint8_t> block(kBlock);
+    while (!done) {
+      const uint32_t count = wave.FillBlock(block.data(), kBlock);
+      if (block[0] != 0xD5) {
+        ++seen;
+        wrong += block[0] == count % 128 ? 0 : 1;
+      }
+    }
+  });
+  for (uint32_t round = 0; round < 10000 || seen < 100; ++round) {
+    wave.Flush();
+    Queue(kBlock, static_cast<uint8_t>(owner.silenced % 128));
+  }
+  done = true;
+  pacer.join();
+  EXPECT_EQ(wrong, 0U);
+}
+
+TEST_F(Wave, FlushAfterTheMarkWasGivenTakesTheEventBack) {
+  wave.Open();
+  Queue(10);
+  Fill();
+  Fill();
+  ASSERT_TRUE(wave.QueryPlayMark());
+  wave.Flush();
+  EXPECT_FALSE(wave.PlayMarkSent());
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+}
+
+TEST_F(Wave, FlushOfAClosedQueueDoesNothing) {
+  Queue(1000);
+  wave.Flush();
+  EXPECT_EQ(owner.silenced, 0);
+  EXPECT_EQ(wave.TimeLeftMs(), 125U);
+}
+
+TEST_F(Wave, QueueThatIsNotOpenKeepsItsAudioAndSendsSilence) {
+  Queue(160);
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_EQ(wave.TimeLeftMs(), 20U);
+}
+
+TEST_F(Wave, AudioQueuedBeforeTheOpeningPlaysWithoutTimeLeftAndWithoutAnEvent) {
+  Queue(100);
+  wave.Open();
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+  EXPECT_EQ(Fill(), Audio(100));
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);  // the count stands at -100
+  EXPECT_EQ(Fill(), Silence());
+  EXPECT_FALSE(wave.QueryPlayMark());
+  Queue(260);
+  EXPECT_EQ(wave.TimeLeftMs(), 20U);
+  wave.Flush();
+  Queue(260);
+  EXPECT_EQ(wave.TimeLeftMs(), 32U);
+}
+
+TEST_F(Wave, LongListIsDroppedWithoutDeepRecursion) {
+  wave.Open();
+  for (int i = 0; i < 200000; ++i) {
+    Queue(1);
+  }
+  EXPECT_EQ(wave.TimeLeftMs(), 25000U);
+  wave.Flush();
+  EXPECT_EQ(wave.TimeLeftMs(), 0U);
+}
+
+TEST_F(Wave, FillAllocatesNothing) {
+  wave.Open();
+  for (uint32_t length : {100U, 60U, 1U, 320U, 0U}) {
+    Queue(length);
+  }
+  std::array<uint8_t, kBlock> block;
+  const uint64_t before = support::AllocationCount();
+  for (int i = 0; i < 6; ++i) {
+    wave.FillBlock(block.data(), kBlock);
+    wave.QueryPlayMark();
+    wave.RecordTap(block.data(), kBlock);
+  }
+  EXPECT_EQ(support::AllocationCount(), before);
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+}
+
+TEST_F(Wave, OneQueuedBufferTakesTwoAllocations) {
+  wave.Open();
+  const uint64_t before = support::AllocationCount();
+  Queue(100000);
+  EXPECT_EQ(support::AllocationCount(), before + 2);  // the record and its data area
+}
+
+TEST_F(Wave, RefusesABlockThatWouldOverflowTheCountOfQueuedBytes) {
+  wave.Open();
+  Queue(100);
+  auto block = wave.NewBlock(1);
+  block->size = 0x7FFFFFFF - 99;  // never read: it is refused
+  EXPECT_FALSE(wave.Enqueue(std::move(block)));
+  EXPECT_FALSE(wave.Enqueue(nullptr));
+  EXPECT_EQ(wave.TimeLeftMs(), 12U);
+  EXPECT_EQ(Fill(), Audio(100));
+}
+
+// Runs the body with the process's log going to a file of its own and gives what it wrote.
+template <class Body>
+std::string Logged(int32_t level, Body body) {
+  const std::string path = testing::TempDir() + "wave_test_" + std::to_string(std::random_device{}()) + ".log";
+  Config().level = level;
+  Log().Start(path);
+  body();
+  Log().Stop();
+  Config().level = 2;
+  std::ifstream file(path, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  file.close();
+  std::filesystem::remove(path);
+  return text;
+}
+
+TEST_F(Wave, NewBlockWithoutMemoryIsNullAndLoggedForTheChannel) {
+  for (uint32_t n : {1U, 2U}) {
+    const std::string text = Logged(2, [&] {
+      support::FailAllocation(n);
+      EXPECT_FALSE(wave.NewBlock(300));
+      EXPECT_TRUE(support::AllocationFailed());
+    });
+    EXPECT_TRUE(text.ends_with("  17 :NewBlock() -> malloc() returned error when allocating 300 bytes\r\n")) << text;
+  }
+}
+
+TEST_F(Wave, NewBlockFailureIsNotLoggedAboveLevel2) {
+  const std::string text = Logged(3, [&] {
+    support::FailAllocation(1);
+    EXPECT_FALSE(wave.NewBlock(300));
+  });
+  EXPECT_EQ(text, "");
+}
+
+TEST_F(Wave, NewBlockNear4GigabytesIsRefusedWithoutAskingForIt) {
+  for (uint32_t size : {0x80000000U, 0xFFFFFF00U, 0xFFFFFFFFU}) {
+    support::ForgetLargestAllocation();
+    EXPECT_FALSE(wave.NewBlock(size));
+    EXPECT_LT(support::LargestAllocation(), 100000U);
+  }
+}
+
+}  // namespace
+}  // namespace zelk

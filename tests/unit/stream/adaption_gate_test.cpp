@@ -1,0 +1,88 @@
+#include "stream/adaption_gate.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+namespace zelk {
+namespace {
+
+class AdaptionGate : public testing::Test {
+ protected:
+  // Noise of this strength both ways; what the filter made of it. Returns how many of the samples let it learn.
+  int Feed(int samples, double sent, double received, double estimate, double residual) {
+    int open = 0;
+    for (int i = 0; i < samples; ++i) {
+      open += gate.Open(Draw(sent), Draw(received)) ? 1 : 0;
+      gate.Note(Draw(estimate), Draw(residual));
+    }
+    return open;
+  }
+  int16_t Draw(double strength) { return static_cast<int16_t>(std::lround(strength * uniform(random))); }
+
+  std::mt19937 random{5};
+  std::uniform_real_distribution<double> uniform{-1, 1};
+  CAdaptionGate gate{256};
+};
+
+TEST_F(AdaptionGate, IsOpenWhileTheEchoIsWeakerThanTheSound) {
+  EXPECT_GE(Feed(8000, 8000, 3000, 0, 3000), 7900);
+}
+
+TEST_F(AdaptionGate, IsShutWhileNothingIsSent) {
+  EXPECT_EQ(Feed(8000, 0, 500, 0, 500), 0);
+}
+
+// The sound falls by 20 dB; its echo follows 24 ms later and may be learnt from all the time.
+TEST_F(AdaptionGate, ALateEchoOfFallingSoundIsNotTakenForSomebodySpeaking) {
+  Feed(4000, 8000, 3000, 0, 3000);
+  EXPECT_GE(Feed(192, 800, 3000, 0, 3000), 190);
+  EXPECT_GE(Feed(200, 800, 300, 0, 300), 195);
+}
+
+TEST_F(AdaptionGate, ANearEndLouderThanTheFarEndShutsItForAWhile) {
+  Feed(4000, 4000, 1500, 0, 1500);
+  Feed(400, 4000, 12000, 0, 12000);
+  EXPECT_LE(Feed(550, 4000, 1500, 0, 1500), 30);
+  Feed(100, 4000, 1500, 0, 1500);
+  EXPECT_GE(Feed(500, 4000, 1500, 0, 1500), 490);
+}
+
+TEST_F(AdaptionGate, OnceTheFilterHasProvenItselfAResidualAboveTheEstimateShutsIt) {
+  Feed(4000, 8000, 2000, 2000, 100);
+  EXPECT_LE(Feed(4000, 8000, 2800, 2000, 2500), 150);
+  EXPECT_GE(Feed(2000, 8000, 2000, 2000, 100), 1400);
+}
+
+TEST_F(AdaptionGate, ASecondOfThatIsAChangedLineAndOpensIt) {
+  Feed(4000, 8000, 2000, 2000, 100);
+  Feed(8200, 8000, 2800, 2000, 2800);
+  EXPECT_GE(Feed(2000, 8000, 2800, 2000, 2800), 1950);
+}
+
+TEST_F(AdaptionGate, AFilterThatHasNotProvenItselfIsNotShutByItsResidual) {
+  EXPECT_GE(Feed(8000, 8000, 3000, 1000, 3000), 7900);
+}
+
+// Sound is remembered for as long as its echo may come: the tail and up to two stretches of 32 samples more. A length
+// above the most counts as the most.
+TEST(AdaptionGateTail, SoundIsRememberedForTheTailWhateverItsLength) {
+  for (const int32_t taps : {1, 31, 32, 256, 8191, 8192, 1000000}) {
+    CAdaptionGate gate(taps);
+    for (int i = 0; i < 320; ++i) {
+      gate.Open(i % 2 == 0 ? -32768 : 32767, i % 2 == 0 ? 8000 : -8000);
+      gate.Note(65535, -65535);
+    }
+    const int32_t tail = std::min(taps, CAdaptionGate::kMaxTaps);
+    int32_t open = 0;
+    for (int32_t i = 0; i < 2 * CAdaptionGate::kMaxTaps; ++i)
+      open += gate.Open(0, i % 2 == 0 ? 500 : -500) ? 1 : 0;
+    EXPECT_GE(open, tail) << taps;
+    EXPECT_LE(open, tail + 3 * 32 + 100) << taps;  // and what the power needs to die away
+  }
+}
+
+}  // namespace
+}  // namespace zelk

@@ -1,0 +1,35 @@
+#include "stream/card_rings.h"
+
+#include <gtest/gtest.h>
+
+namespace zelk {
+namespace {
+
+TEST(CardRings, EveryPositionOfEveryTrunkHasTheBlocksAskedForBothWays) {
+  CCardRings rings;
+  ASSERT_TRUE(rings.Create(3, 7));
+  EXPECT_EQ(rings.PositionCount(), 96U);
+  for (size_t i = 0; i < 96; ++i) {
+    EXPECT_EQ(rings.At(i).transmit.FreeCount(), 7U);
+    EXPECT_EQ(rings.At(i).receive.FreeCount(), 7U);
+    EXPECT_EQ(rings.At(i).transmit.BlockBytes(), 160U);
+  }
+}
+
+TEST(CardRings, TheLargestCardFits) {
+  CCardRings rings;
+  ASSERT_TRUE(rings.Create(8, 32));
+  EXPECT_EQ(rings.PositionCount(), 256U);
+  EXPECT_EQ(rings.At(255).receive.FreeCount(), 32U);
+}
+
+TEST(CardRings, DetectionIsOnAfterAReset) {
+  CCardRings rings;
+  ASSERT_TRUE(rings.Create(1, 1));
+  rings.At(3).detectDigits = false;
+  rings.ResetDetectors(SDtmfSettings());
+  EXPECT_TRUE(rings.At(3).detectDigits);
+}
+
+}  // namespace
+}  // namespace zelk

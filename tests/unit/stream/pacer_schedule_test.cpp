@@ -1,0 +1,40 @@
+#include "stream/pacer_schedule.h"
+
+#include <gtest/gtest.h>
+
+namespace zelk {
+namespace {
+
+TEST(PacerSchedule, APassIsDueEvery20Ms) {
+  CPacerSchedule schedule(1000);
+  uint32_t wait = 0;
+  EXPECT_FALSE(schedule.PassDue(1000, wait));
+  EXPECT_EQ(wait, 20U);
+  EXPECT_FALSE(schedule.PassDue(1019, wait));
+  EXPECT_EQ(wait, 1U);
+  EXPECT_TRUE(schedule.PassDue(1020, wait));
+  EXPECT_FALSE(schedule.PassDue(1023, wait));
+  EXPECT_EQ(wait, 17U);
+}
+
+TEST(PacerSchedule, LatePassesAreMadeUpForOneByOneOnTheOldGrid) {
+  CPacerSchedule schedule(0);
+  uint32_t wait = 0;
+  for (int i = 0; i < 5; ++i)
+    EXPECT_TRUE(schedule.PassDue(107, wait));
+  EXPECT_FALSE(schedule.PassDue(107, wait));
+  EXPECT_EQ(wait, 13U);
+}
+
+TEST(PacerSchedule, TheCounterMayWrap) {
+  CPacerSchedule schedule(0xFFFFFFF0);
+  uint32_t wait = 0;
+  EXPECT_FALSE(schedule.PassDue(0xFFFFFFFF, wait));
+  EXPECT_EQ(wait, 5U);
+  EXPECT_TRUE(schedule.PassDue(4, wait));
+  EXPECT_FALSE(schedule.PassDue(4, wait));
+  EXPECT_EQ(wait, 20U);
+}
+
+}  // namespace
+}  // namespace zelk

@@ -1,0 +1,125 @@
+#include "stream/packet_sender.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "audio_fakes.h"
+
+namespace zelk {
+namespace {
+
+class PacketSender : public testing::Test {
+ protected:
+  PacketSender() {
+    EXPECT_TRUE(rings.Create(2, 4));
+    EXPECT_TRUE(sender.Create(rings));
+  }
+
+  SAudioControls controls;
+  CCardRings rings;
+  CFakeLink link;
+  CStopFlag stop;
+  CPacketSender sender{controls, link, stop};
+};
+
+TEST_F(PacketSender, PacketsCarryTheCounterAndTheLengthAskedFor) {
+  controls.sendSequence = 0xFFFFFFFF;
+  sender.Send(1448);
+  sender.Send(600);
+  ASSERT_EQ(link.sent.size(), 2U);
+  EXPECT_EQ(link.sent[0].size(), 1448U);
+  EXPECT_EQ(Packet(link.sent[0].begin(), link.sent[0].begin() + 8), (Packet{0xFF, 0x55, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0}));
+  EXPECT_EQ(link.sent[1].size(), 600U);
+  EXPECT_EQ(Packet(link.sent[1].begin(), link.sent[1].begin() + 8), (Packet{0xFF, 0x55, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(PacketSender, BytesBehindTheLastWholeFrameAreZero) {
+  sender.Send(1448);
+  sender.Send(8 + 10 * 64 + 5);
+  EXPECT_TRUE(std::all_of(link.sent[1].begin() + 8, link.sent[1].end() - 5, [](uint8_t b) { return b == 0x54; }));
+  EXPECT_TRUE(std::all_of(link.sent[1].end() - 5, link.sent[1].end(), [](uint8_t b) { return b == 0; }));
+}
+
+TEST_F(PacketSender, AFailedSendIsNeitherRepeatedNorReported) {
+  link.result = -1;
+  sender.Send(600);
+  EXPECT_EQ(link.sent.size(), 1U);
+  EXPECT_TRUE(link.waits.empty());
+  EXPECT_NE(sender.TakeSent().block, nullptr);  // it still counts as sent
+}
+
+TEST_F(PacketSender, OnlyAResultOf10035IsWaitedForAndSentOnceMore) {
+  link.result = 10035;
+  sender.Send(600);
+  EXPECT_EQ(link.sent.size(), 2U);
+  EXPECT_EQ(link.sent[0], link.sent[1]);
+  EXPECT_EQ(link.waits, std::vector<int32_t>{10});
+}
+
+TEST_F(PacketSender, SentPacketsAreTakenOldestFirst) {
+  sender.Send(600);
+  sender.Send(700);
+  const SSentPacket first = sender.TakeSent();
+  EXPECT_EQ(first.bytes, 592U);
+  EXPECT_TRUE(std::equal(link.sent[0].begin() + 8, link.sent[0].end(), first.samples));
+  sender.ReturnSent(first);
+  const SSentPacket second = sender.TakeSent();
+  EXPECT_EQ(second.bytes, 692U);
+  sender.ReturnSent(second);
+}
+
+TEST_F(PacketSender, WithNoneKeptTheTransmitBufferStandsIn) {
+  const SSentPacket before = sender.TakeSent();
+  EXPECT_EQ(before.block, nullptr);
+  EXPECT_EQ(before.bytes, 0U);
+  sender.Send(600);
+  sender.ReturnSent(sender.TakeSent());
+  const SSentPacket after = sender.TakeSent();
+  EXPECT_EQ(after.block, nullptr);
+  EXPECT_EQ(after.bytes, 592U);
+  EXPECT_TRUE(std::equal(link.sent[0].begin() + 8, link.sent[0].end(), after.samples));
+  sender.ReturnSent(after);
+}
+
+// A thread that a callback kept comes back from reporting a mark; another opening counts on by now.
+TEST_F(PacketSender, AStopInsideTheHookEndsThePacketBeforeItGetsANumber) {
+  class CStoppingHook : public IMediaHook {
+   public:
+    explicit CStoppingHook(CStopFlag& flag) : stop(flag) {}
+    void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {
+      ++calls;
+      stop.Set();
+    }
+    CStopFlag& stop;
+    int calls = 0;
+  } hook(stop);
+  controls.hook = &hook;
+  for (const size_t position : {1U, 2U, 33U})
+    rings.At(position).transmit.PushReady(rings.At(position).transmit.PopFree(), true, 0);
+  sender.Send(8 + 16 * 64);
+  while (!stop.IsSet())
+    sender.Send(8 + 16 * 64);
+  EXPECT_EQ(hook.calls, 1);
+  EXPECT_EQ(link.sent.size(), 10U);  // the first 160 frames
+  EXPECT_EQ(controls.sendSequence, 10U);
+  sender.Send(600);
+  EXPECT_EQ(link.sent.size(), 10U);
+  EXPECT_EQ(controls.sendSequence, 10U);
+}
+
+TEST_F(PacketSender, TheLatestPacketsAreNotKeptOnce256Wait) {
+  for (size_t i = 0; i < 300; ++i)
+    sender.Send(600 + i);
+  EXPECT_EQ(link.sent.size(), 300U);
+  for (size_t i = 0; i < 256; ++i) {
+    const SSentPacket sent = sender.TakeSent();
+    ASSERT_NE(sent.block, nullptr);
+    ASSERT_EQ(sent.bytes, 592 + i);
+    sender.ReturnSent(sent);
+  }
+  EXPECT_EQ(sender.TakeSent().block, nullptr);
+}
+
+}  // namespace
+}  // namespace zelk

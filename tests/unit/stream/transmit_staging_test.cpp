@@ -1,0 +1,115 @@
+#include "stream/transmit_staging.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "audio_fakes.h"
+
+namespace zelk {
+namespace {
+
+constexpr size_t kPosition = 5;
+
+class TransmitStaging : public testing::Test {
+ protected:
+  TransmitStaging() {
+    EXPECT_TRUE(rings.Create(1, 3));
+    EXPECT_TRUE(staging.Create(rings));
+    controls.hook = &hook;
+  }
+
+  void Push(uint8_t fill, bool mark = false, uint32_t epoch = 0) {
+    uint8_t* block = Pool().PopFree();
+    ASSERT_NE(block, nullptr);
+    std::memset(block, fill, kBlockBytes);
+    Pool().PushReady(block, mark, epoch);
+  }
+
+  // The next bytes of the position.
+  std::vector<uint8_t> Copy(size_t frames) {
+    std::vector<uint8_t> rows(frames * 32);
+    staging.CopyFrames(rows.data(), frames);
+    std::vector<uint8_t> column;
+    for (size_t frame = 0; frame < frames; ++frame)
+      column.push_back(rows[frame * 32 + kPosition]);
+    return column;
+  }
+
+  static std::vector<uint8_t> All(size_t frames, uint8_t byte) { return std::vector<uint8_t>(frames, byte); }
+  CBlockPool& Pool() { return rings.At(kPosition).transmit; }
+
+  SAudioControls controls;
+  CFakeHook hook;
+  CCardRings rings;
+  CStopFlag stop;
+  CTransmitStaging staging{controls, stop};
+};
+
+TEST_F(TransmitStaging, IdleBytesComeFirstAndWheneverNothingIsReady) {
+  Push(7);
+  EXPECT_EQ(Copy(160), All(160, 0x54));
+  EXPECT_EQ(Copy(160), All(160, 7));
+  EXPECT_EQ(Copy(160), All(160, 0x54));
+}
+
+TEST_F(TransmitStaging, ABlockGoesBackOnlyWhenTheNextByteIsNeeded) {
+  Push(7);
+  Copy(161);
+  EXPECT_EQ(Pool().FreeCount(), 2U);
+  Copy(159);
+  EXPECT_EQ(Pool().FreeCount(), 2U);
+  Copy(1);
+  EXPECT_EQ(Pool().FreeCount(), 3U);
+}
+
+TEST_F(TransmitStaging, TheMarkIsReportedWhenItsBlockIsTaken) {
+  Push(7);
+  Push(8, true);
+  Copy(320);
+  EXPECT_TRUE(hook.calls.empty());
+  EXPECT_EQ(Copy(1), All(1, 8));
+  EXPECT_EQ(hook.calls, std::vector<std::string>{"sent 0.5 0"});
+  Copy(400);
+  EXPECT_EQ(hook.calls.size(), 1U);
+}
+
+TEST_F(TransmitStaging, WithoutAHookAMarkIsForgotten) {
+  controls.hook = nullptr;
+  Push(8, true);
+  EXPECT_EQ(Copy(161).back(), 8);
+}
+
+TEST_F(TransmitStaging, AFlushSilencesTheRestOfTheBlockOnTheLineAndWhatWaits) {
+  Push(7);
+  Push(8, true);
+  Copy(200);
+  controls.Flush(kPosition);
+  Push(9, false, 1);  // filled after the flush
+  EXPECT_EQ(Copy(120), All(120, 0x54));
+  EXPECT_EQ(Copy(160), All(160, 0x54));
+  EXPECT_EQ(hook.calls, std::vector<std::string>{"sent 0.5 0"});  // a flushed block's mark is still honoured
+  EXPECT_EQ(Copy(160), All(160, 9));
+}
+
+TEST_F(TransmitStaging, AFlushOfOnePositionLeavesTheOthersAlone) {
+  Push(7);
+  Copy(200);
+  controls.Flush(kPosition + 1);
+  controls.Flush(kPosition - 1);
+  EXPECT_EQ(Copy(120), All(120, 7));
+}
+
+TEST_F(TransmitStaging, FlushesBeforeTheStartDoNotSilenceWhatWasFilledAfterThem) {
+  controls.Flush(kPosition);
+  ASSERT_TRUE(staging.Create(rings));
+  Push(7, false, 1);
+  EXPECT_EQ(Copy(161).back(), 7);
+  controls.Flush(0);
+  EXPECT_EQ(Copy(159), All(159, 7));
+}
+
+}  // namespace
+}  // namespace zelk

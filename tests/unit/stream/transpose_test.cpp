@@ -1,0 +1,48 @@
+#include "stream/transpose.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+namespace zelk {
+namespace {
+
+std::vector<uint8_t> RandomBytes(size_t count) {
+  std::mt19937 random(7);
+  std::vector<uint8_t> bytes(count);
+  for (uint8_t& byte : bytes)
+    byte = static_cast<uint8_t>(random());
+  return bytes;
+}
+
+TEST(Transpose, RowsBecomeBlocksAndBlocksRowsForEveryTrunkCount) {
+  for (size_t positions = 32; positions <= 256; positions += 32) {
+    const std::vector<uint8_t> rows = RandomBytes(160 * positions);
+    std::vector<uint8_t> storage(160 * positions);
+    std::vector<uint8_t*> blocks;
+    for (size_t i = 0; i < positions; ++i)
+      blocks.push_back(&storage[160 * i]);
+    RowsToBlocks(rows.data(), positions, blocks.data());
+    for (size_t i = 0; i < positions; ++i)
+      for (size_t frame = 0; frame < 160; ++frame)
+        ASSERT_EQ(blocks[i][frame], rows[frame * positions + i]) << positions << " " << i << " " << frame;
+
+    std::vector<uint8_t> back(160 * positions);
+    BlocksToRows(blocks.data(), positions, back.data());
+    EXPECT_EQ(back, rows);
+  }
+}
+
+TEST(Transpose, ANullBlockIsLeftOut) {
+  const std::vector<uint8_t> rows = RandomBytes(160 * 32);
+  std::vector<uint8_t> only(160);
+  std::vector<uint8_t*> blocks(32, nullptr);
+  blocks[17] = only.data();
+  RowsToBlocks(rows.data(), 32, blocks.data());
+  for (size_t frame = 0; frame < 160; ++frame)
+    ASSERT_EQ(only[frame], rows[frame * 32 + 17]);
+}
+
+}  // namespace
+}  // namespace zelk

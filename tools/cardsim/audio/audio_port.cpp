@@ -1,0 +1,345 @@
+#include "cardsim/audio/audio_port.h"
+
+#include <algorithm>
+#include <asio.hpp>
+
+namespace cardsim {
+namespace {
+
+using asio::ip::udp;
+
+constexpr std::size_t kReceiveBytes = 2048;
+constexpr int kSocketBuffer = 4 * 1024 * 1024;
+constexpr std::chrono::microseconds kFrameTime{125};
+
+int FramesOf(const SCardConfig& config) {
+  const int largest = LargestFrameCount(config.identity.trunks);
+  return config.framesPerPacket > 0 ? std::min(config.framesPerPacket, largest) : largest;
+}
+
+}  // namespace
+
+struct CAudioPort::SSocket {
+  explicit SSocket(asio::io_context& io) : udpSocket(io) {}
+  udp::socket udpSocket;
+  udp::endpoint library;
+  std::array<std::uint8_t, kReceiveBytes> buffer{};
+};
+
+CAudioPort::CAudioPort(CReactor& audioReactor, const SCardConfig& config, ProbeHandler probeHandler)
+    : reactor(audioReactor),
+      trunks(config.identity.trunks),
+      frames(FramesOf(config)),
+      onProbe(std::move(probeHandler)),
+      socket(std::make_unique<SSocket>(audioReactor.Io())),
+      slots(config.identity.trunks),
+      checker(config.lateAfter),
+      hint(config.backlogHint) {}
+
+CAudioPort::~CAudioPort() = default;
+
+void CAudioPort::Open(const std::string& address) {
+  reactor.Call([&] {
+    udp::socket fresh(reactor.Io(), udp::v4());
+    asio::error_code ignored;  // small buffers are no failure
+    fresh.set_option(asio::socket_base::receive_buffer_size(kSocketBuffer), ignored);
+    fresh.set_option(asio::socket_base::send_buffer_size(kSocketBuffer), ignored);
+    fresh.set_option(asio::socket_base::broadcast(true));
+    // The library's own listener for announcements has the wildcard address of the same port.
+    fresh.set_option(asio::socket_base::reuse_address(true));
+    fresh.bind({asio::ip::make_address_v4(address), kCardPort});
+    fresh.non_blocking(true);
+    socket->udpSocket = std::move(fresh);
+    BeginReceive();
+  });
+}
+
+void CAudioPort::Close() {
+  Stop();
+  reactor.Call([&] {
+    asio::error_code ignored;
+    socket->udpSocket.close(ignored);
+  });
+}
+
+void CAudioPort::Start(const std::string& address, std::uint16_t port) {
+  reactor.Call([&] { socket->library = {asio::ip::make_address_v4(address), port}; });
+  const std::lock_guard guard(lock);
+  checker.Restart(std::chrono::steady_clock::now());
+  network.Clear();
+  streaming = true;
+  due = std::chrono::steady_clock::now();
+  lastSent = due;
+  nextSequence = 1;
+  framesSent = 0;
+  framesHeard = 0;
+}
+
+void CAudioPort::Stop() {
+  {
+    const std::lock_guard guard(lock);
+    streaming = false;
+    network.Clear();
+    checker.Finish(std::chrono::steady_clock::now());
+  }
+  changed.notify_all();
+}
+
+std::optional<CAudioPort::Time> CAudioPort::SendDue(Time now) {
+  const std::lock_guard guard(lock);
+  if (!streaming) {
+    return std::nullopt;
+  }
+  return SendStream(now);
+}
+
+CAudioPort::Time CAudioPort::SendStream(Time now) {
+  Time next = now + kReplyPatience;
+  if (pacing) {
+    if (waitForReplies) {
+      due = std::max(due, now - kMostMadeUp);
+    }
+    const auto mayGo = [&] {
+      return due <= now && (!waitForReplies || checker.Outstanding() == 0 || now - lastSent >= kReplyPatience);
+    };
+    while (mayGo()) {
+      SendNext(now);
+      due += frames * kFrameTime;
+    }
+    // A reply that is waited for makes its own turn.
+    next = due <= now ? next : due;
+  }
+  return SendUnderWay(now, next);
+}
+
+CAudioPort::Time CAudioPort::SendUnderWay(Time now, Time next) {
+  while (const std::optional<SAudioPacket> arrived = network.Pop(now)) {
+    Launch(*arrived, now);
+    if (network.IsIdle(now)) {
+      changed.notify_all();
+    }
+  }
+  return std::min(next, network.NextDue().value_or(next));
+}
+
+void CAudioPort::SendNext(Time now) {
+  const std::size_t bytes = AudioPacketBytes(trunks, frames);
+  packet.bytes.resize(bytes);
+  packet.sequence = nextSequence++;
+  packet.hint = hint;
+  packet.frame = framesSent;
+  WriteAudioHeader(packet.bytes.data(), packet.sequence, hint);
+  const bool ended = slots.Fill(std::span(packet.bytes).subspan(kAudioHeaderBytes), frames, framesSent);
+  framesSent += static_cast<std::uint64_t>(frames);
+  lastSent = now;
+  if (network.IsIdle(now)) {
+    Launch(packet, now);
+  } else {
+    network.Push(packet, now);
+  }
+  if (ended) {
+    changed.notify_all();
+  }
+}
+
+void CAudioPort::Launch(const SAudioPacket& datagram, Time now) {
+  // Counted before it is sent: the reply may be there first.
+  checker.OnSent({datagram.sequence, datagram.hint, datagram.bytes.size(), datagram.frame}, now);
+  asio::error_code ignored;  // a packet that the system does not take is one the library misses
+  socket->udpSocket.send_to(asio::buffer(datagram.bytes), socket->library, 0, ignored);
+}
+
+void CAudioPort::Write(ByteView datagram, const std::string& address, std::uint16_t port) {
+  asio::error_code ignored;
+  const auto to = asio::ip::make_address_v4(address, ignored);
+  if (!ignored) {
+    socket->udpSocket.send_to(asio::buffer(datagram.data(), datagram.size()), {to, port}, 0, ignored);
+  }
+}
+
+void CAudioPort::SendTo(Bytes datagram, const std::string& address, std::uint16_t port) {
+  reactor.Post([this, datagram = std::move(datagram), address, port] { Write(datagram, address, port); });
+}
+
+void CAudioPort::SendRaw(Bytes raw) {
+  reactor.Post([this, raw = std::move(raw)] {
+    asio::error_code ignored;
+    socket->udpSocket.send_to(asio::buffer(raw), socket->library, 0, ignored);
+  });
+}
+
+void CAudioPort::SendPacket(std::optional<std::uint32_t> sequence) {
+  reactor.Call([&] {
+    const std::lock_guard guard(lock);
+    if (streaming) {
+      const auto now = std::chrono::steady_clock::now();
+      nextSequence = sequence.value_or(nextSequence);
+      SendNext(now);
+      SendUnderWay(now, now);
+    }
+  });
+}
+
+void CAudioPort::SetPacing(bool on) {
+  const std::lock_guard guard(lock);
+  if (on && !pacing) {
+    due = std::chrono::steady_clock::now();
+  }
+  pacing = on;
+}
+
+void CAudioPort::SetFaults(const SAudioFaults& faults) {
+  const std::lock_guard guard(lock);
+  network.Set(faults);
+}
+
+void CAudioPort::PauseFor(std::chrono::milliseconds time) {
+  const std::lock_guard guard(lock);
+  network.PauseUntil(std::chrono::steady_clock::now() + time);
+}
+
+SAudioFaultCounts CAudioPort::FaultCounts() const {
+  const std::lock_guard guard(lock);
+  return network.Counts();
+}
+
+bool CAudioPort::WaitArrived(std::chrono::milliseconds timeout) const {
+  std::unique_lock guard(lock);
+  return changed.wait_for(guard, timeout, [&] { return network.IsIdle(std::chrono::steady_clock::now()); });
+}
+
+void CAudioPort::SetWaitForReplies(bool on) {
+  const std::lock_guard guard(lock);
+  waitForReplies = on;
+}
+
+void CAudioPort::SetEcho(int trunk, int timeslot, const std::optional<SEchoPath>& path) {
+  const std::lock_guard guard(lock);
+  slots.SetEcho(trunk, timeslot, path);
+}
+
+std::uint64_t CAudioPort::EchoesTooLate() const {
+  const std::lock_guard guard(lock);
+  return slots.EchoesTooLate();
+}
+
+void CAudioPort::SetBacklogHint(std::uint8_t value) {
+  const std::lock_guard guard(lock);
+  hint = value;
+}
+
+void CAudioPort::SetNextSequence(std::uint32_t sequence) {
+  const std::lock_guard guard(lock);
+  nextSequence = sequence;
+}
+
+void CAudioPort::BeginReceive() {
+  socket->udpSocket.async_wait(udp::socket::wait_read, [this](const asio::error_code& error) {
+    if (error) {
+      return;  // closed, or replaced by another socket
+    }
+    TakeDatagrams();
+    BeginReceive();
+  });
+}
+
+void CAudioPort::TakeDatagrams() {
+  for (;;) {
+    udp::endpoint from;
+    asio::error_code error;
+    const std::size_t bytes = socket->udpSocket.receive_from(asio::buffer(socket->buffer), from, 0, error);
+    // The answer of a library port that has closed concerns an earlier packet of ours.
+    if (error == asio::error::connection_refused || error == asio::error::connection_reset) {
+      continue;
+    }
+    if (error) {
+      return;
+    }
+    const ByteView datagram(socket->buffer.data(), bytes);
+    if (IsProbe(datagram)) {
+      onProbe(from.address().to_string());
+    } else if (from.address() == socket->library.address()) {
+      OnReply(datagram, std::chrono::steady_clock::now());
+    }
+  }
+}
+
+void CAudioPort::OnReply(ByteView reply, Time now) {
+  {
+    const std::lock_guard guard(lock);
+    if (!streaming) {
+      return;
+    }
+    const std::uint64_t first = checker.OnReply(reply, now).value_or(framesHeard);
+    const std::size_t area = reply.size() < kAudioHeaderBytes ? 0 : reply.size() - kAudioHeaderBytes;
+    const int heard = static_cast<int>(area / static_cast<std::size_t>(trunks * kTimeslots));
+    slots.Record(reply.last(area), heard, first);
+    framesHeard = first + static_cast<std::uint64_t>(heard);
+    if (waitForReplies) {
+      SendStream(now);
+    }
+    if (!keepReplies) {
+      return;
+    }
+    replies.push_back({Bytes(reply.begin(), reply.end()), now});
+  }
+  changed.notify_all();
+}
+
+void CAudioPort::KeepReplies(bool on) {
+  const std::lock_guard guard(lock);
+  keepReplies = on;
+  if (on) {
+    replies.clear();
+  }
+}
+
+std::vector<SReply> CAudioPort::Replies() const {
+  const std::lock_guard guard(lock);
+  return replies;
+}
+
+bool CAudioPort::WaitReplies(std::size_t count, std::chrono::milliseconds timeout) const {
+  std::unique_lock guard(lock);
+  return changed.wait_for(guard, timeout, [&] { return replies.size() >= count; });
+}
+
+void CAudioPort::Play(int trunk, int timeslot, AudioSource source) {
+  const std::lock_guard guard(lock);
+  slots.SetSource(trunk, timeslot, std::move(source));
+}
+
+void CAudioPort::StopPlaying(int trunk, int timeslot, const AudioSource& source) {
+  {
+    const std::lock_guard guard(lock);
+    slots.ClearSource(trunk, timeslot, source);
+  }
+  changed.notify_all();
+}
+
+bool CAudioPort::WaitPlayed(const AudioSource& source, std::chrono::milliseconds timeout) const {
+  std::unique_lock guard(lock);
+  return changed.wait_for(guard, timeout, [&] { return !slots.IsPlaying(source); });
+}
+
+void CAudioPort::AddRecorder(int trunk, int timeslot, Recorder recorder) {
+  const std::lock_guard guard(lock);
+  slots.AddRecorder(trunk, timeslot, std::move(recorder));
+}
+
+void CAudioPort::RemoveRecorder(int trunk, int timeslot, const Recorder& recorder) {
+  const std::lock_guard guard(lock);
+  slots.RemoveRecorder(trunk, timeslot, recorder);
+}
+
+SAudioStatistics CAudioPort::Statistics() const {
+  const std::lock_guard guard(lock);
+  return checker.Statistics();
+}
+
+std::uint64_t CAudioPort::FramesSent() const {
+  const std::lock_guard guard(lock);
+  return framesSent;
+}
+
+}  // namespace cardsim

@@ -1,0 +1,15 @@
+#include "cardsim/base/bytes.h"
+
+#include <algorithm>
+
+namespace cardsim {
+
+std::ptrdiff_t FindBytes(ByteView data, ByteView pattern) {
+  if (pattern.empty()) {
+    return -1;
+  }
+  const auto found = std::search(data.begin(), data.end(), pattern.begin(), pattern.end());
+  return found == data.end() ? -1 : found - data.begin();
+}
+
+}  // namespace cardsim

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdint>
+
+#include "cardsim/base/bytes.h"
+
+namespace cardsim {
+
+// The HDLC frame check sequence of ITU-T Q.921 (CRC-16/X.25). Sent low byte first behind the frame.
+std::uint16_t FrameCheckSequence(ByteView frame);
+
+}  // namespace cardsim

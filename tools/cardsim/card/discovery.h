@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "cardsim/base/reactor.h"
+
+namespace cardsim {
+
+// Job: hears the library's broadcast probes on UDP port 5854. Thread: signalling; the handler is called there. Open
+// throws std::system_error when no address for broadcasts can be bound.
+class CDiscovery {
+ public:
+  using ProbeHandler = std::function<void(const std::string& fromAddress)>;
+
+  CDiscovery(CReactor& signallingReactor, ProbeHandler handler);
+  ~CDiscovery();
+
+  void Open(const std::string& broadcastAddress);
+  void Close();
+
+ private:
+  struct SSocket;
+  void BeginReceive();
+
+  CReactor& reactor;
+  const ProbeHandler onProbe;
+  std::unique_ptr<SSocket> socket;
+};
+
+}  // namespace cardsim

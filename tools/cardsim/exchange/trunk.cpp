@@ -1,0 +1,88 @@
+#include "cardsim/exchange/trunk.h"
+
+#include <utility>
+
+extern "C" {
+#include <libpri.h>
+}
+
+namespace cardsim {
+namespace {
+
+constexpr std::size_t kMostEarlyFrames = 16;
+
+}  // namespace
+
+CTrunk::CTrunk(int cardIndex, int trunkIndex, SPeerRole role, CReactor& reactor, CAudioPort& audio,
+               CHistory& cardHistory, SendFrame sendFrame, CTrunkCalls::SHandlers handlers)
+    : trunk(trunkIndex),
+      history(cardHistory),
+      send(std::move(sendFrame)),
+      peer(
+          role, [this](ByteView frame) { ToLibrary(frame); }, [this](const SPriEvent& event) { OnEvent(event); }),
+      calls(std::make_shared<CTrunkCalls>(cardIndex, trunkIndex, reactor, audio, peer, std::move(handlers))) {}
+
+void CTrunk::LineUp() {
+  if (peer.IsRunning()) {
+    return;
+  }
+  peer.Start();
+  const std::vector<Bytes> waiting = std::move(early);
+  early.clear();
+  for (const Bytes& frame : waiting) {
+    peer.Receive(frame);
+  }
+}
+
+void CTrunk::LineDown() {
+  calls->LoseAll();
+  peer.Stop();
+  early.clear();
+  held.clear();
+  history.SetTrunkUp(trunk, false);
+}
+
+void CTrunk::SetHold(bool value) {
+  hold = value;
+  const std::vector<Bytes> waiting = hold ? std::vector<Bytes>() : std::exchange(held, {});
+  for (const Bytes& frame : waiting) {
+    peer.Receive(frame);
+  }
+}
+
+void CTrunk::FromLibrary(ByteView frame) {
+  history.AddFrame(EDirection::kFromLibrary, trunk, frame);
+  if (cut) {
+    return;
+  }
+  if (hold) {
+    held.emplace_back(frame.begin(), frame.end());
+  } else if (peer.IsRunning()) {
+    peer.Receive(frame);
+  } else if (early.size() < kMostEarlyFrames) {
+    early.emplace_back(frame.begin(), frame.end());
+  }
+}
+
+void CTrunk::ToLibrary(ByteView frame) {
+  if (cut) {
+    return;
+  }
+  history.AddFrame(EDirection::kToLibrary, trunk, frame);
+  send(trunk, frame);
+}
+
+void CTrunk::OnEvent(const SPriEvent& event) {
+  switch (event.code) {
+    case PRI_EVENT_DCHAN_UP:
+      history.SetTrunkUp(trunk, true);
+      break;
+    case PRI_EVENT_DCHAN_DOWN:
+      history.SetTrunkUp(trunk, false);
+      break;
+    default:
+      calls->OnEvent(event);
+  }
+}
+
+}  // namespace cardsim
