@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "formats/g711.h"
-#include "stream/echo_stage.h"
+#include "stream/echo_canceller.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ constexpr double kSamplesPerSecond = 8000;
 
 // The best of many short stretches: what else runs on the machine only adds.
 double NanosecondsPerSample(int32_t tailMs, const std::vector<uint8_t>& sent, const std::vector<uint8_t>& received) {
-  const std::unique_ptr<zelk::CEchoStage> stage = zelk::CEchoStage::Create(tailMs);
+  const std::unique_ptr<zelk::CEchoCanceller> stage = zelk::CEchoCanceller::Create(tailMs);
   double best = 1e9;
   for (int round = 0; round < kRounds; ++round) {
     std::vector<uint8_t> cleaned = received;

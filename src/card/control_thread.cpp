@@ -6,7 +6,7 @@
 #include "card/card.h"
 #include "card/control_messages.h"
 #include "card/event_router.h"
-#include "card/select_timeout.h"
+#include "card/timer_wait.h"
 #include "platform/clock.h"
 
 namespace zelk {

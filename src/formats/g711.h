@@ -5,7 +5,7 @@
 
 namespace zelk {
 
-// ITU-T G.711 elementary steps, shared by the echo stage, the digit detector and the sample formats.
+// ITU-T G.711 elementary steps, shared by the echo canceller, the digit detector and the sample formats.
 // Thread: any; constant tables, no state.
 constexpr uint8_t kALawSilence = 0xD5;  // +8, the smallest positive value
 constexpr uint8_t kIdleByte = 0x54;     // what a channel with nothing to send carries

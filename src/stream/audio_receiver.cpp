@@ -15,7 +15,7 @@ using EAction = SSequenceDecision::EAction;
 bool CAudioReceiver::Create(CCardRings& rings) {
   trunks = static_cast<uint32_t>(rings.PositionCount() / kTimeslotsPerTrunk);
   rules = CSequenceRules();
-  return staging.Create(rings);
+  return demultiplexer.Create(rings);
 }
 
 void CAudioReceiver::Run(CSocket& socket, uint32_t cardAddress) {
@@ -90,7 +90,7 @@ void CAudioReceiver::Process(uint8_t* packet, size_t length) {
   const size_t frames = FrameCount(length, trunks);
   const SSentPacket sent = sender.TakeSent();
   echo.Process(packet + kAudioHeaderBytes, frames, trunks, sent, controls);
-  staging.Add(packet + kAudioHeaderBytes, frames);
+  demultiplexer.Add(packet + kAudioHeaderBytes, frames);
   sender.ReturnSent(sent);
 }
 

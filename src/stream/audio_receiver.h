@@ -9,10 +9,10 @@
 #include "platform/stop_flag.h"
 #include "stream/audio_packet.h"
 #include "stream/backlog_watch.h"
+#include "stream/demultiplexer.h"
 #include "stream/echo_bank.h"
 #include "stream/media_hook.h"
 #include "stream/packet_sender.h"
-#include "stream/receive_staging.h"
 #include "stream/sequence_rules.h"
 
 namespace zelk {
@@ -37,8 +37,8 @@ class CAudioReceiver {
   // The thread: until the opening's stop flag is set; then it reports nothing more and sends nothing more, wherever it
   // was. Packets count only from this IPv4 address.
   void Run(CSocket& socket, uint32_t cardAddress);
-  // One datagram from the card; the bytes are changed where the echo stage works. A held packet that its coming makes
-  // due is taken up too.
+  // One datagram from the card; the bytes are changed where the echo canceller works. A held packet that its coming
+  // makes due is taken up too.
   void TakePacket(uint8_t* packet, size_t length);
 
  private:
@@ -55,7 +55,7 @@ class CAudioReceiver {
   CStopFlag& stop;
   const Clock clock;
   CBacklogWatch backlog;
-  CReceiveStaging staging;
+  CDemultiplexer demultiplexer;
   CSequenceRules rules;
   uint32_t trunks = 0;
   std::array<uint8_t, kAudioBufferBytes> buffer{};

@@ -11,8 +11,8 @@ namespace zelk {
 
 // One channel position's two rings and its digit detector.
 //
-//   received: receive staging -> ready -> pacer -> free -> receive staging
-//   sent:     pacer -> ready -> transmit staging -> free -> pacer
+//   received: demultiplexer -> ready -> pacer -> free -> demultiplexer
+//   sent:     pacer -> ready -> multiplexer -> free -> pacer
 struct SChannelRings {
   CBlockPool transmit;
   CBlockPool receive;

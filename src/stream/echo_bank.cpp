@@ -18,8 +18,8 @@ void CEchoBank::Configure(uint32_t trunk, int32_t tailMs) {
   std::unique_ptr<SSet> set(new (std::nothrow) SSet);
   if (set == nullptr)
     return;
-  for (std::unique_ptr<CEchoStage>& stage : set->stages)
-    stage = CEchoStage::Create(tailMs);
+  for (std::unique_ptr<CEchoCanceller>& canceller : set->cancellers)
+    canceller = CEchoCanceller::Create(tailMs);
   STrunk& target = trunkSets[trunk];
   delete target.offered.exchange(set.release(), std::memory_order_acq_rel);  // one that was never taken
   FreeRetired(target);
@@ -36,11 +36,11 @@ void CEchoBank::Process(uint8_t* samples, size_t frames, size_t trunks, const SS
       continue;
     for (size_t s = 0; s < kTimeslotsPerTrunk; ++s) {
       const size_t column = t * kTimeslotsPerTrunk + s;
-      CEchoStage* stage = trunk.active->stages[s].get();
+      CEchoCanceller* canceller = trunk.active->cancellers[s].get();
       // Bytes of this column in the reference: one in each of its whole frames, and one more if it ends behind it.
       const size_t sentCount = sent.bytes / frameBytes + (sent.bytes % frameBytes > column ? 1 : 0);
-      if (stage != nullptr)
-        stage->Process(samples + column, sent.samples + column, frames, sentCount, frameBytes);
+      if (canceller != nullptr)
+        canceller->Process(samples + column, sent.samples + column, frames, sentCount, frameBytes);
     }
   }
 }

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "stream/audio_controls.h"
-#include "stream/echo_stage.h"
+#include "stream/echo_canceller.h"
 #include "stream/packet_sender.h"
 
 namespace zelk {
@@ -29,7 +29,7 @@ class CEchoBank {
 
  private:
   struct SSet {
-    std::array<std::unique_ptr<CEchoStage>, kTimeslotsPerTrunk> stages;
+    std::array<std::unique_ptr<CEchoCanceller>, kTimeslotsPerTrunk> cancellers;
     SSet* nextRetired = nullptr;
   };
   struct STrunk {

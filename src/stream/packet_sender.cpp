@@ -14,12 +14,12 @@ constexpr int32_t kSendWaitMs = 10;
 bool CPacketSender::Create(CCardRings& rings) {
   trunks = static_cast<uint32_t>(rings.PositionCount() / kTimeslotsPerTrunk);
   bufferLength = 0;
-  return staging.Create(rings) && sentPackets.Create(kSentPackets, kAudioBufferBytes);
+  return multiplexer.Create(rings) && sentPackets.Create(kSentPackets, kAudioBufferBytes);
 }
 
 void CPacketSender::Send(size_t length) {
   const size_t frames = FrameCount(length, trunks);
-  if (stop.IsSet() || !staging.CopyFrames(buffer.data() + kAudioHeaderBytes, frames))
+  if (stop.IsSet() || !multiplexer.CopyFrames(buffer.data() + kAudioHeaderBytes, frames))
     return;
   WriteAudioHeader(buffer.data(), controls.sendSequence.fetch_add(1, std::memory_order_relaxed));
   bufferLength = length;

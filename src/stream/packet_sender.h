@@ -8,7 +8,7 @@
 #include "stream/audio_controls.h"
 #include "stream/audio_packet.h"
 #include "stream/block_pool.h"
-#include "stream/transmit_staging.h"
+#include "stream/multiplexer.h"
 
 namespace zelk {
 
@@ -28,12 +28,12 @@ struct SSentPacket {
   size_t bytes = 0;
 };
 
-// Builds and sends packets, and keeps a copy of each so that the echo stage can pair it with what came back.
+// Builds and sends packets, and keeps a copy of each so that the echo canceller can pair it with what came back.
 // Thread: receive, but Create the opener (false when there is no memory). Nothing is reported when a send fails.
 class CPacketSender {
  public:
   CPacketSender(SAudioControls& cardControls, IAudioLink& cardLink, const CStopFlag& openingStop)
-      : controls(cardControls), link(cardLink), stop(openingStop), staging(cardControls, openingStop) {}
+      : controls(cardControls), link(cardLink), stop(openingStop), multiplexer(cardControls, openingStop) {}
 
   bool Create(CCardRings& rings);
   // One packet of this length, an accepted received one's. Nothing once the stop flag is set: not even a number is
@@ -51,7 +51,7 @@ class CPacketSender {
   SAudioControls& controls;
   IAudioLink& link;
   const CStopFlag& stop;
-  CTransmitStaging staging;
+  CMultiplexer multiplexer;
   CBlockPool sentPackets;  // the tag of a ready block is its packet's length
   std::array<uint8_t, kAudioBufferBytes> buffer{};
   size_t bufferLength = 0;  // of the packet last built

@@ -53,10 +53,10 @@ TEST_F(EchoBank, OnlyTheTrunkWhoseSwitchIsOnIsCleaned) {
   controls.echoSwitch[1] = true;
   std::vector<uint8_t> expected = before;
   for (size_t slot = 0; slot < 32; ++slot) {
-    const std::unique_ptr<CEchoStage> stage = CEchoStage::Create(32);
+    const std::unique_ptr<CEchoCanceller> canceller = CEchoCanceller::Create(32);
     for (size_t frame = 0; frame < 20; ++frame) {
       const size_t at = frame * 64 + 32 + slot;
-      expected[at] = LinearToALaw(stage->Update(ALawToLinear(reference[at]), ALawToLinear(before[at])));
+      expected[at] = LinearToALaw(canceller->Update(ALawToLinear(reference[at]), ALawToLinear(before[at])));
     }
   }
   Process(samples, reference);

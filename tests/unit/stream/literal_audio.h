@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "formats/g711.h"
-#include "stream/echo_stage.h"
+#include "stream/echo_canceller.h"
 
 // The audio road in its plainest form: one byte at a time, one channel after the other, every rule where the packet
-// meets it. Written apart from the library's and shares nothing with it but the echo stage and G.711; the tests compare
-// the two event by event.
+// meets it. Written apart from the library's and shares nothing with it but the echo canceller and G.711; the tests
+// compare the two event by event.
 namespace literal {
 
 using Packet = std::vector<uint8_t>;
@@ -171,7 +171,7 @@ class CCard {
 
   void EchoOn(unsigned trunk, int tailMs) {
     for (unsigned s = 0; s < 32; ++s)
-      channels[trunk * 32 + s].echo = zelk::CEchoStage::Create(tailMs);
+      channels[trunk * 32 + s].echo = zelk::CEchoCanceller::Create(tailMs);
   }
   void EchoSwitch(unsigned trunk, bool on) { echoSwitch[trunk] = on; }
 
@@ -192,7 +192,7 @@ class CCard {
     unsigned transmitAt = 0;
     CBlock* receiveBlock = nullptr;
     unsigned receiveAt = 0;
-    std::unique_ptr<zelk::CEchoStage> echo;
+    std::unique_ptr<zelk::CEchoCanceller> echo;
   };
 
   void Send(size_t length) {

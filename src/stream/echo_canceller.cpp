@@ -1,4 +1,4 @@
-#include "stream/echo_stage.h"
+#include "stream/echo_canceller.h"
 
 #include <algorithm>
 #include <bit>
@@ -48,7 +48,7 @@ SCancellerBuild ChooseBuild() {
 const SCancellerBuild kBuild = ChooseBuild();
 
 constexpr int32_t kTapsPerMs = 8;
-static_assert(kMinEchoTailMs * kTapsPerMs == 256 && kMaxEchoTailMs * kTapsPerMs == CAdaptionGate::kMaxTaps);
+static_assert(kMinEchoTailMs * kTapsPerMs == 256 && kMaxEchoTailMs * kTapsPerMs == CDoubleTalkDetector::kMaxTaps);
 
 constexpr int kDwell = 2;  // one of them is counted down before it is looked at
 constexpr int32_t kLoudest = 1 << 30;
@@ -78,34 +78,34 @@ int16_t Saturate(int32_t value) {
 
 }  // namespace
 
-int16_t CEchoStage::STilt::Apply(int16_t sample) {
+int16_t CEchoCanceller::STilt::Apply(int16_t sample) {
   const int16_t tilted = Saturate(sample - before / 2);
   before = sample;
   return tilted;
 }
 
-std::unique_ptr<CEchoStage> CEchoStage::Create(int32_t tailMs) {
+std::unique_ptr<CEchoCanceller> CEchoCanceller::Create(int32_t tailMs) {
   const int32_t taps = std::clamp(tailMs, kMinEchoTailMs, kMaxEchoTailMs) * kTapsPerMs;
   echo_can_state_t* state = kBuild.init(taps, ECHO_CAN_USE_ADAPTION);
   if (state == nullptr)
     return nullptr;
-  std::unique_ptr<CEchoStage> stage(new (std::nothrow) CEchoStage(state, taps));
-  if (stage == nullptr)
+  std::unique_ptr<CEchoCanceller> made(new (std::nothrow) CEchoCanceller(state, taps));
+  if (made == nullptr)
     kBuild.free(state);
-  return stage;
+  return made;
 }
 
-CEchoStage::CEchoStage(void* cancellerState, int32_t tapCount)
+CEchoCanceller::CEchoCanceller(void* cancellerState, int32_t tapCount)
     : canceller(cancellerState),
       taps(tapCount),
-      gate(tapCount),
+      doubleTalk(tapCount),
       tailDecay(1.0F - 1.0F / static_cast<float>(tapCount)) {}
 
-CEchoStage::~CEchoStage() {
+CEchoCanceller::~CEchoCanceller() {
   kBuild.free(State(canceller));
 }
 
-int16_t CEchoStage::Update(int16_t sent, int16_t received) {
+int16_t CEchoCanceller::Update(int16_t sent, int16_t received) {
   const int32_t residual = CancelLinear(sent, received);
   TrackLevels(sent, residual);
   if (residualNow * kSuppressedRatio > sentInTail)
@@ -116,7 +116,7 @@ int16_t CEchoStage::Update(int16_t sent, int16_t received) {
 
 // Most of a voice's power lies in its low sounds, and of the others the filter would learn little for long. So both
 // sides go through the filter with the low ones weakened, and the echo that it finds gets them back.
-int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
+int32_t CEchoCanceller::CancelLinear(int16_t sent, int16_t received) {
   const int16_t echo = EstimateEcho(sentTilt.Apply(sent), receivedTilt.Apply(received));
   constexpr int32_t kOne = 1 << kEchoFraction;
   echoNow = echo * kOne + echoNow / 2;
@@ -124,13 +124,13 @@ int32_t CEchoStage::CancelLinear(int16_t sent, int16_t received) {
 }
 
 // What the filter takes for the echo, as weakened as its input.
-int16_t CEchoStage::EstimateEcho(int16_t sent, int16_t received) {
+int16_t CEchoCanceller::EstimateEcho(int16_t sent, int16_t received) {
   echo_can_state_t* state = State(canceller);
-  // The gate's word in place of the canceller's: that takes the sound sent just now for the loudest there is, does not
-  // learn while its dwell count runs, and goes back to older taps only where an onset begins.
+  // The double-talk detector's word in place of the canceller's: that takes the sound sent just now for the loudest
+  // there is, does not learn while its dwell count runs, and goes back to older taps only where an onset begins.
   state->tx_power[0] = kLoudest;
   state->tx_power[1] = kLoudest;
-  state->nonupdate_dwell = gate.Open(sent, received) ? 0 : kDwell;
+  state->nonupdate_dwell = doubleTalk.MayLearn(sent, received) ? 0 : kDwell;
   state->dtd_onset = 1;
   // Its test for tones takes vowels for them, and it learns nothing while the score stands: voices would take twice as
   // long. What it learns from a tone does no harm to the rest. Behind a long one it would also go back to older taps,
@@ -141,14 +141,14 @@ int16_t CEchoStage::EstimateEcho(int16_t sent, int16_t received) {
   // It returns the difference in 16 bits and lets it wrap into a click. The echo it took away fits 16 bits, so it can
   // be had back exactly.
   const auto echo = static_cast<int16_t>(static_cast<uint16_t>(received) - static_cast<uint16_t>(wrapped));
-  gate.Note(echo, Saturate(int32_t{received} - echo));
+  doubleTalk.Note(echo, Saturate(int32_t{received} - echo));
   return echo;
 }
 
 // The canceller divides its step by the mean size of the last 32 samples, but the step acts on the whole tail. Behind a
 // loud syllable it would be many times what is stable, and the filter louder than the echo. The divisor, whose top bit
 // alone counts, is set to what the tail's energy allows.
-void CEchoStage::SetStep(int16_t sent) {
+void CEchoCanceller::SetStep(int16_t sent) {
   echo_can_state_t* state = State(canceller);
   const int32_t leaving = state->fir_state.history[state->fir_state.curr_pos];
   tailEnergy += int64_t{sent} * sent - int64_t{leaving} * leaving;
@@ -157,7 +157,7 @@ void CEchoStage::SetStep(int16_t sent) {
   state->tx_power[3] = 3 << (shift + kDivisorBits - 1);
 }
 
-void CEchoStage::TrackLevels(int16_t sent, int32_t residual) {
+void CEchoCanceller::TrackLevels(int16_t sent, int32_t residual) {
   sentNow += (static_cast<float>(std::abs(int32_t{sent})) - sentNow) * kLevelPace;
   residualNow += (static_cast<float>(std::abs(residual)) - residualNow) * kLevelPace;
   sentInTail = std::max(sentNow, sentInTail * tailDecay);
@@ -168,7 +168,7 @@ void CEchoStage::TrackLevels(int16_t sent, int32_t residual) {
   noise = std::clamp(noise, kLeastNoise, kMostNoise);
 }
 
-void CEchoStage::Process(uint8_t* received, const uint8_t* sent, size_t count, size_t sentCount, size_t stride) {
+void CEchoCanceller::Process(uint8_t* received, const uint8_t* sent, size_t count, size_t sentCount, size_t stride) {
   for (size_t i = 0; i < count; ++i) {
     const uint8_t reference = i < sentCount ? sent[i * stride] : kIdleByte;
     uint8_t& sample = received[i * stride];

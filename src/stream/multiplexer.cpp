@@ -1,4 +1,4 @@
-#include "stream/transmit_staging.h"
+#include "stream/multiplexer.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,7 +20,7 @@ constexpr std::array<uint8_t, kBlockBytes> kIdleBlock = MakeIdleBlock();
 
 }  // namespace
 
-bool CTransmitStaging::Create(CCardRings& cardRings) {
+bool CMultiplexer::Create(CCardRings& cardRings) {
   rings = &cardRings;
   const size_t bytes = kBlockBytes * rings->PositionCount();
   rows.reset(new (std::nothrow) uint8_t[bytes]);
@@ -34,7 +34,7 @@ bool CTransmitStaging::Create(CCardRings& cardRings) {
   return true;
 }
 
-bool CTransmitStaging::CopyFrames(uint8_t* target, size_t frames) {
+bool CMultiplexer::CopyFrames(uint8_t* target, size_t frames) {
   SilenceFlushed();
   const size_t frameBytes = rings->PositionCount();
   while (frames > 0) {
@@ -49,7 +49,7 @@ bool CTransmitStaging::CopyFrames(uint8_t* target, size_t frames) {
   return true;
 }
 
-bool CTransmitStaging::TurnBlocks() {
+bool CMultiplexer::TurnBlocks() {
   std::array<const uint8_t*, kMaxPositions> sources;
   const size_t positions = rings->PositionCount();
   for (size_t i = 0; i < positions; ++i) {
@@ -63,7 +63,7 @@ bool CTransmitStaging::TurnBlocks() {
 }
 
 // The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed. Null after a stop.
-const uint8_t* CTransmitStaging::TakeBlock(size_t position) {
+const uint8_t* CMultiplexer::TakeBlock(size_t position) {
   CBlockPool& pool = rings->At(position).transmit;
   SColumn& column = columns[position];
   if (column.block != nullptr)
@@ -76,7 +76,7 @@ const uint8_t* CTransmitStaging::TakeBlock(size_t position) {
   return taken.data != nullptr && taken.tag == column.epoch ? taken.data : kIdleBlock.data();
 }
 
-bool CTransmitStaging::ReportMark(size_t position) {
+bool CMultiplexer::ReportMark(size_t position) {
   if (IMediaHook* hook = controls.hook.load(std::memory_order_acquire))
     hook->OnMedia(static_cast<uint16_t>(position / kTimeslotsPerTrunk),
                   static_cast<uint16_t>(position % kTimeslotsPerTrunk), MEDIA_PLAY_MARK, nullptr, 0);
@@ -84,7 +84,7 @@ bool CTransmitStaging::ReportMark(size_t position) {
 }
 
 // Flushes since the last look: what is left of those positions' blocks becomes idle bytes.
-void CTransmitStaging::SilenceFlushed() {
+void CMultiplexer::SilenceFlushed() {
   const uint32_t flushes = controls.flushes.load(std::memory_order_acquire);
   if (flushes == flushesSeen)
     return;

@@ -11,14 +11,14 @@ namespace zelk {
 // learns an echo that is late. Here "somebody speaks" is decided against the loudest of the whole tail, and, once the
 // filter has proven itself, by the residual growing beyond the echo estimate. A second of that is a changed line.
 // Pure. Thread: one at a time. Allocates nothing.
-class CAdaptionGate {
+class CDoubleTalkDetector {
  public:
   static constexpr int32_t kMaxTaps = 8192;
 
   // taps at most kMaxTaps.
-  explicit CAdaptionGate(int32_t taps);
+  explicit CDoubleTalkDetector(int32_t taps);
   // Before a sample pair goes through the filter: may it learn from it?
-  bool Open(int16_t sent, int16_t received);
+  bool MayLearn(int16_t sent, int16_t received);
   // What came of it.
   void Note(int32_t echoEstimate, int32_t residual);
 
@@ -40,7 +40,7 @@ class CAdaptionGate {
   int32_t receivedPower = 0;  // over 8
   float estimatePower = 0;    // over 64
   float residualPower = 0;
-  int32_t loudNearEnd = 0;  // samples that the gate stays shut after a near end louder than the far end
+  int32_t loudNearEnd = 0;  // samples without learning after a near end louder than the far end
   int32_t nearEnd = 0;      // after one that the residual showed
   int32_t shutByNearEnd = 0;
   int32_t proven = 0;  // samples with the echo well cancelled

@@ -1,4 +1,4 @@
-#include "stream/receive_staging.h"
+#include "stream/demultiplexer.h"
 
 #include <gtest/gtest.h>
 
@@ -7,11 +7,11 @@
 namespace zelk {
 namespace {
 
-class ReceiveStaging : public testing::Test {
+class Demultiplexer : public testing::Test {
  protected:
   void Create(uint32_t blocks) {
     ASSERT_TRUE(rings.Create(1, blocks));
-    ASSERT_TRUE(staging.Create(rings));
+    ASSERT_TRUE(demultiplexer.Create(rings));
   }
 
   // Frames whose bytes are the frame's number (from the start of the test) plus the timeslot.
@@ -19,16 +19,16 @@ class ReceiveStaging : public testing::Test {
     std::vector<uint8_t> samples(count * 32);
     for (size_t i = 0; i < samples.size(); ++i)
       samples[i] = static_cast<uint8_t>(frame + i / 32 + i % 32);
-    staging.Add(samples.data(), count);
+    demultiplexer.Add(samples.data(), count);
     frame += count;
   }
 
   CCardRings rings;
-  CReceiveStaging staging;
+  CDemultiplexer demultiplexer;
   size_t frame = 0;
 };
 
-TEST_F(ReceiveStaging, TheFirst160FramesAreLostAndABlockLeavesOnlyWithTheNextFrame) {
+TEST_F(Demultiplexer, TheFirst160FramesAreLostAndABlockLeavesOnlyWithTheNextFrame) {
   Create(4);
   Add(320);
   EXPECT_EQ(rings.At(3).receive.ReadyCount(), 0U);
@@ -42,7 +42,7 @@ TEST_F(ReceiveStaging, TheFirst160FramesAreLostAndABlockLeavesOnlyWithTheNextFra
   }
 }
 
-TEST_F(ReceiveStaging, APositionWithoutAFreeBlockLosesThose20MsOnly) {
+TEST_F(Demultiplexer, APositionWithoutAFreeBlockLosesThose20MsOnly) {
   Create(1);
   Add(161);
   uint8_t* const none = rings.At(5).receive.PopFree();
@@ -60,7 +60,7 @@ TEST_F(ReceiveStaging, APositionWithoutAFreeBlockLosesThose20MsOnly) {
   EXPECT_EQ(block.data[0], static_cast<uint8_t>(480 + 5));
 }
 
-TEST_F(ReceiveStaging, With32BlocksA640MsBacklogIsKeptAndWhatComesBeyondIsLost) {
+TEST_F(Demultiplexer, With32BlocksA640MsBacklogIsKeptAndWhatComesBeyondIsLost) {
   Create(32);
   Add(160 + 40 * 160 + 1);  // nobody takes anything
   CBlockPool& pool = rings.At(9).receive;
@@ -81,7 +81,7 @@ TEST_F(ReceiveStaging, With32BlocksA640MsBacklogIsKeptAndWhatComesBeyondIsLost) 
   EXPECT_EQ(next.data[0], static_cast<uint8_t>(42 * 160 + 9));
 }
 
-TEST_F(ReceiveStaging, WithoutBlocksEverythingIsLost) {
+TEST_F(Demultiplexer, WithoutBlocksEverythingIsLost) {
   Create(0);
   Add(1000);
   EXPECT_EQ(rings.At(0).receive.ReadyCount(), 0U);

@@ -1,4 +1,4 @@
-#include "stream/echo_stage.h"
+#include "stream/echo_canceller.h"
 
 #include <gtest/gtest.h>
 
@@ -134,14 +134,14 @@ Signal Line(const Signal& signal) {
 }
 
 Signal Cancel(const Signal& sent, const Signal& received, int32_t tailMs = 32) {
-  const std::unique_ptr<CEchoStage> stage = CEchoStage::Create(tailMs);
+  const std::unique_ptr<CEchoCanceller> canceller = CEchoCanceller::Create(tailMs);
   Signal cleaned;
   for (size_t i = 0; i < received.size(); ++i)
-    cleaned.push_back(stage->Update(i < sent.size() ? sent[i] : int16_t{8}, received[i]));
+    cleaned.push_back(canceller->Update(i < sent.size() ? sent[i] : int16_t{8}, received[i]));
   return Line(cleaned);
 }
 
-TEST(EchoStage, NearEndSpeechAlonePassesUnchanged) {
+TEST(EchoCanceller, NearEndSpeechAlonePassesUnchanged) {
   const Signal near = Line(Speech(3, -18, 1));
   const Signal idle(near.size(), ALawToLinear(0x54));
   const Signal cleaned = Cancel(idle, near);
@@ -149,7 +149,7 @@ TEST(EchoStage, NearEndSpeechAlonePassesUnchanged) {
   EXPECT_NEAR(Dbm0(Add(cleaned, Line(Speech(3, -18, 1))), 0, 3) - 20 * std::log10(2), Dbm0(near, 0, 3), 0.1);
 }
 
-TEST(EchoStage, QuietAndLoudNearEndSpeechPassUnchanged) {
+TEST(EchoCanceller, QuietAndLoudNearEndSpeechPassUnchanged) {
   for (const double level : {-45.0, -30.0, -8.0}) {
     const Signal near = Line(Speech(2, level, 2));
     EXPECT_NEAR(Dbm0(Cancel(Signal(near.size(), 8), near), 0, 2), Dbm0(near, 0, 2), 0.5) << level;
@@ -162,9 +162,9 @@ struct SFarEnd {
   double delayMs;
 };
 
-class EchoStageFarEnd : public testing::TestWithParam<SFarEnd> {};
+class EchoCancellerFarEnd : public testing::TestWithParam<SFarEnd> {};
 
-TEST_P(EchoStageFarEnd, IsCancelledBy30DbAfter6Seconds) {
+TEST_P(EchoCancellerFarEnd, IsCancelledBy30DbAfter6Seconds) {
   const SFarEnd far = GetParam();
   const Signal sent = Line(far.speech ? Speech(8, -14, 3) : Noise(8, -14));
   const Signal echo = Line(Echo(sent, far.delayMs));
@@ -172,7 +172,7 @@ TEST_P(EchoStageFarEnd, IsCancelledBy30DbAfter6Seconds) {
   EXPECT_GE(Dbm0(echo, 6, 8) - Dbm0(cleaned, 6, 8), 30) << Dbm0(echo, 6, 8);
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, EchoStageFarEnd,
+INSTANTIATE_TEST_SUITE_P(Signals, EchoCancellerFarEnd,
                          testing::Values(SFarEnd{"Noise8", false, 8}, SFarEnd{"Noise16", false, 16},
                                          SFarEnd{"Noise30", false, 30}, SFarEnd{"Speech8", true, 8},
                                          SFarEnd{"Speech16", true, 16}, SFarEnd{"Speech30", true, 30}),
@@ -198,7 +198,7 @@ Signal HumanWords(double seconds, double dbm0) {
   return shape.empty() ? Signal{} : Scaled(shape, dbm0);
 }
 
-TEST(EchoStage, OfHumanVoicesAtOrdinaryLevelsWithPausesIsCancelledBy30DbAfter6Seconds) {
+TEST(EchoCanceller, OfHumanVoicesAtOrdinaryLevelsWithPausesIsCancelledBy30DbAfter6Seconds) {
   for (const double level : {-16.0, -18.0, -20.0}) {
     const Signal sent = Line(HumanWords(9, level));
     if (sent.empty())
@@ -211,7 +211,7 @@ TEST(EchoStage, OfHumanVoicesAtOrdinaryLevelsWithPausesIsCancelledBy30DbAfter6Se
   }
 }
 
-TEST(EchoStage, OfATonePromptIsCancelledTooAndLeavesTheFilterAsGoodForSpeech) {
+TEST(EchoCanceller, OfATonePromptIsCancelledTooAndLeavesTheFilterAsGoodForSpeech) {
   for (const double frequency : {425.0, 1000.0, 2100.0}) {
     Signal sent = Speech(8, -14, 3);
     for (int i = 0; i < 4 * kRate; ++i)
@@ -228,7 +228,7 @@ TEST(EchoStage, OfATonePromptIsCancelledTooAndLeavesTheFilterAsGoodForSpeech) {
 
 // Loud syllables behind which quiet ones follow: a step that suits the quiet ones makes the filter louder than the
 // echo.
-TEST(EchoStage, TheFilterIsNeverLouderThanTheEcho) {
+TEST(EchoCanceller, TheFilterIsNeverLouderThanTheEcho) {
   for (const unsigned seed : {1U, 2U, 3U, 4U, 5U, 6U}) {
     const Signal sent = Line(Speech(10, -8, seed));
     const Signal echo = Line(Echo(sent, seed % 2 == 0 ? 8 : 20));
@@ -239,7 +239,7 @@ TEST(EchoStage, TheFilterIsNeverLouderThanTheEcho) {
   }
 }
 
-TEST(EchoStage, InDoubleTalkTheNearEndIsHeard) {
+TEST(EchoCanceller, InDoubleTalkTheNearEndIsHeard) {
   const Signal sent = Line(Speech(8, -16, 3));
   Signal near(static_cast<size_t>(6 * kRate), 0);
   const Signal talk = Speech(2, -16, 4);
@@ -253,7 +253,7 @@ TEST(EchoStage, InDoubleTalkTheNearEndIsHeard) {
   EXPECT_LT(Dbm0(difference, 6, 8), Dbm0(near, 6, 8) - 10);
 }
 
-TEST(EchoStage, AfterDoubleTalkTheEchoIsCancelledAgain) {
+TEST(EchoCanceller, AfterDoubleTalkTheEchoIsCancelledAgain) {
   const Signal sent = Line(Noise(10, -14));
   Signal near(static_cast<size_t>(4 * kRate), 0);
   const Signal talk = Speech(1, -12, 5);
@@ -264,7 +264,7 @@ TEST(EchoStage, AfterDoubleTalkTheEchoIsCancelledAgain) {
   EXPECT_GE(Dbm0(echo, 9, 10) - Dbm0(cleaned, 9, 10), 30);
 }
 
-TEST(EchoStage, BackgroundNoiseStaysAudibleWhileTheFarEndTalks) {
+TEST(EchoCanceller, BackgroundNoiseStaysAudibleWhileTheFarEndTalks) {
   const Signal background = Noise(8, -50, 9);
   Signal sent(static_cast<size_t>(4 * kRate), 8);  // the noise is learnt while nothing is sent
   const Signal talk = Line(Noise(4, -14));
@@ -274,7 +274,7 @@ TEST(EchoStage, BackgroundNoiseStaysAudibleWhileTheFarEndTalks) {
   EXPECT_NEAR(Dbm0(cleaned, 7, 8), -50, 6);
 }
 
-TEST(EchoStage, AnyTailIsTaken) {
+TEST(EchoCanceller, AnyTailIsTaken) {
   const std::array<std::pair<int32_t, int32_t>, 9> tails{{{0, 256},
                                                           {1, 256},
                                                           {8, 256},
@@ -286,30 +286,30 @@ TEST(EchoStage, AnyTailIsTaken) {
                                                           {std::numeric_limits<int32_t>::max(), 8192}}};
   const Signal sent = Noise(0.05, -14);
   for (const auto& [tailMs, taps] : tails) {
-    const std::unique_ptr<CEchoStage> stage = CEchoStage::Create(tailMs);
-    ASSERT_NE(stage, nullptr) << tailMs;
-    EXPECT_EQ(stage->Taps(), taps) << tailMs;
+    const std::unique_ptr<CEchoCanceller> canceller = CEchoCanceller::Create(tailMs);
+    ASSERT_NE(canceller, nullptr) << tailMs;
+    EXPECT_EQ(canceller->Taps(), taps) << tailMs;
     for (const int16_t sample : sent)
-      stage->Update(sample, static_cast<int16_t>(sample / 2));
+      canceller->Update(sample, static_cast<int16_t>(sample / 2));
   }
 }
 
-TEST(EchoStage, EveryExtremeSampleIsTaken) {
-  const std::unique_ptr<CEchoStage> stage = CEchoStage::Create(32);
+TEST(EchoCanceller, EveryExtremeSampleIsTaken) {
+  const std::unique_ptr<CEchoCanceller> canceller = CEchoCanceller::Create(32);
   std::mt19937 random(4);
   constexpr std::array<int16_t, 6> kExtremes{-32768, 32767, 0, -1, 1, 32635};
   for (int i = 0; i < 8000; ++i)
-    stage->Update(kExtremes[random() % 6], kExtremes[random() % 6]);
+    canceller->Update(kExtremes[random() % 6], kExtremes[random() % 6]);
   // Silence afterwards comes to silence.
   int16_t last = 1;
   for (int i = 0; i < 2000; ++i)
-    last = stage->Update(8, 8);
+    last = canceller->Update(8, 8);
   EXPECT_LT(std::abs(int{last}), 100);
 }
 
-TEST(EchoStage, ProcessWorksOnStridedALawAndTakesIdleBytesBehindTheReference) {
-  const std::unique_ptr<CEchoStage> strided = CEchoStage::Create(32);
-  const std::unique_ptr<CEchoStage> single = CEchoStage::Create(32);
+TEST(EchoCanceller, ProcessWorksOnStridedALawAndTakesIdleBytesBehindTheReference) {
+  const std::unique_ptr<CEchoCanceller> strided = CEchoCanceller::Create(32);
+  const std::unique_ptr<CEchoCanceller> single = CEchoCanceller::Create(32);
   std::mt19937 random(4);
   std::vector<uint8_t> received(40 * 32);
   std::vector<uint8_t> sent(25 * 32);
@@ -327,7 +327,7 @@ TEST(EchoStage, ProcessWorksOnStridedALawAndTakesIdleBytesBehindTheReference) {
   EXPECT_EQ(received, expected);
 }
 
-TEST(EchoStage, TheCancellerIsTheSameOnEveryInstructionSet) {
+TEST(EchoCanceller, TheCancellerIsTheSameOnEveryInstructionSet) {
 #if defined(__x86_64__)
   if (!__builtin_cpu_supports("avx2"))
     GTEST_SKIP() << "this processor has no AVX2, so only one build can run here";
@@ -344,7 +344,7 @@ TEST(EchoStage, TheCancellerIsTheSameOnEveryInstructionSet) {
 #endif
 }
 
-TEST(EchoStage, ANearEndAsLoudAsTheFarEndDoesNotMakeTheFilterForget) {
+TEST(EchoCanceller, ANearEndAsLoudAsTheFarEndDoesNotMakeTheFilterForget) {
   const Signal sent = Line(Speech(10, -16, 3));
   Signal near(static_cast<size_t>(6 * kRate), 0);
   const Signal talk = Speech(3, -16, 4);
@@ -355,7 +355,7 @@ TEST(EchoStage, ANearEndAsLoudAsTheFarEndDoesNotMakeTheFilterForget) {
   EXPECT_GE(Dbm0(echo, 9.1, 10) - Dbm0(cleaned, 9.1, 10), 30);
 }
 
-TEST(EchoStage, AChangedLineIsLearntWithinSixSeconds) {
+TEST(EchoCanceller, AChangedLineIsLearntWithinSixSeconds) {
   const Signal sent = Line(Speech(13, -14, 3));
   Signal echo = Echo(sent, 8);
   const Signal later = Echo(sent, 20);
@@ -365,7 +365,7 @@ TEST(EchoStage, AChangedLineIsLearntWithinSixSeconds) {
   EXPECT_GE(Dbm0(echo, 12, 13) - Dbm0(cleaned, 12, 13), 30);
 }
 
-TEST(EchoStage, NothingIsPrinted) {
+TEST(EchoCanceller, NothingIsPrinted) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   Cancel(Noise(0.5, -10), Noise(0.5, -10, 2));

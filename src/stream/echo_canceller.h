@@ -4,23 +4,23 @@
 #include <cstdint>
 #include <memory>
 
-#include "stream/adaption_gate.h"
+#include "stream/double_talk_detector.h"
 
 namespace zelk {
 
 // One channel position's line echo canceller: takes out of the received sound what comes back of the sent one.
-// The linear part is spandsp's adaptive filter, which learns when the gate lets it. What it leaves is clipped to the
-// tracked background noise, but only while the echo stands at least 24 dB below what was sent: near-end speech, alone
-// or over the far end, passes as it is. Thread: Create any; the rest one thread at a time (receive). Nothing blocks;
-// nothing allocates after Create.
-class CEchoStage {
+// The linear part is spandsp's adaptive filter, which learns when the double-talk detector lets it. What it leaves is
+// clipped to the tracked background noise, but only while the echo stands at least 24 dB below what was sent: near-end
+// speech, alone or over the far end, passes as it is. Thread: Create any; the rest one thread at a time (receive).
+// Nothing blocks; nothing allocates after Create.
+class CEchoCanceller {
  public:
   // tailMs is brought into 32..1024: the canceller looks at 256 samples of history whatever its length is, and a longer
   // tail than a second only costs. Null when there is no memory.
-  static std::unique_ptr<CEchoStage> Create(int32_t tailMs);
-  ~CEchoStage();
-  CEchoStage(const CEchoStage&) = delete;
-  CEchoStage& operator=(const CEchoStage&) = delete;
+  static std::unique_ptr<CEchoCanceller> Create(int32_t tailMs);
+  ~CEchoCanceller();
+  CEchoCanceller(const CEchoCanceller&) = delete;
+  CEchoCanceller& operator=(const CEchoCanceller&) = delete;
 
   // One pair of 16-bit linear samples: the one sent to the line and the one received. Returns the cleaned sample.
   int16_t Update(int16_t sent, int16_t received);
@@ -37,7 +37,7 @@ class CEchoStage {
     int16_t before = 0;
   };
 
-  CEchoStage(void* cancellerState, int32_t tapCount);
+  CEchoCanceller(void* cancellerState, int32_t tapCount);
 
   int32_t CancelLinear(int16_t sent, int16_t received);
   int16_t EstimateEcho(int16_t sent, int16_t received);
@@ -46,7 +46,7 @@ class CEchoStage {
 
   void* canceller;  // spandsp's state, owned
   int32_t taps;
-  CAdaptionGate gate;
+  CDoubleTalkDetector doubleTalk;
   STilt sentTilt;
   STilt receivedTilt;
   int32_t echoNow = 0;     // the last sample of the echo, in 256ths of a unit

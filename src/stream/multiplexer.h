@@ -18,9 +18,9 @@ namespace zelk {
 // before a flush of its position goes out as idle bytes, its mark still honoured.
 // Thread: receive, but Create (false when there is no memory) the opener. Calls the hook (MEDIA_PLAY_MARK, null) there.
 // Nothing blocks or allocates after Create.
-class CTransmitStaging {
+class CMultiplexer {
  public:
-  CTransmitStaging(SAudioControls& cardControls, const CStopFlag& openingStop)
+  CMultiplexer(SAudioControls& cardControls, const CStopFlag& openingStop)
       : controls(cardControls), stop(openingStop) {}
 
   bool Create(CCardRings& cardRings);

@@ -13,7 +13,7 @@ namespace zelk {
 // All positions share one fill position. A full block is pushed only when the next frame arrives, and the block for the
 // following 20 ms is taken at that moment; a position without one loses those 20 ms. The first 160 frames are lost.
 // Thread: receive, but Create (false when there is no memory) the opener. Nothing blocks or allocates after Create.
-class CReceiveStaging {
+class CDemultiplexer {
  public:
   bool Create(CCardRings& cardRings);
   // Whole frames, position by position in each.

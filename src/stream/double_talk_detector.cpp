@@ -1,4 +1,4 @@
-#include "stream/adaption_gate.h"
+#include "stream/double_talk_detector.h"
 
 #include <algorithm>
 
@@ -20,9 +20,9 @@ constexpr int32_t kChangedLine = 8000;  // a second
 
 }  // namespace
 
-CAdaptionGate::CAdaptionGate(int32_t taps) : stretches(std::min(taps, kMaxTaps) / kStretch + 2) {}
+CDoubleTalkDetector::CDoubleTalkDetector(int32_t taps) : stretches(std::min(taps, kMaxTaps) / kStretch + 2) {}
 
-bool CAdaptionGate::Open(int16_t sent, int16_t received) {
+bool CDoubleTalkDetector::MayLearn(int16_t sent, int16_t received) {
   sentPower += (int32_t{sent} * sent - sentPower) >> kSentShift;
   sentPeakPower += (int32_t{sent} * sent - sentPeakPower) >> kPeakShift;
   receivedPower += (int32_t{received} * received - receivedPower) >> kPeakShift;
@@ -35,7 +35,7 @@ bool CAdaptionGate::Open(int16_t sent, int16_t received) {
   return std::max(tailMaximum, stretchMaximum) > kLearnableSent && loudNearEnd == 0 && !heard;
 }
 
-void CAdaptionGate::TrackTail() {
+void CDoubleTalkDetector::TrackTail() {
   stretchMaximum = std::max(stretchMaximum, sentPeakPower);
   if (++samplesInStretch < kStretch)
     return;
@@ -46,7 +46,7 @@ void CAdaptionGate::TrackTail() {
   tailMaximum = *std::max_element(stretchMaxima.begin(), stretchMaxima.begin() + stretches);
 }
 
-bool CAdaptionGate::NearEndHeard() {
+bool CDoubleTalkDetector::NearEndHeard() {
   const bool cancelled = residualPower * kProvenRatio < estimatePower;
   if (cancelled && estimatePower > kLeastEstimate)
     proven = std::min(proven + 1, kMostProven);
@@ -66,7 +66,7 @@ bool CAdaptionGate::NearEndHeard() {
   return true;
 }
 
-void CAdaptionGate::Note(int32_t echoEstimate, int32_t residual) {
+void CDoubleTalkDetector::Note(int32_t echoEstimate, int32_t residual) {
   const auto square = [](int32_t value) { return static_cast<float>(value) * static_cast<float>(value); };
   estimatePower += (square(echoEstimate) - estimatePower) * kEstimatePace;
   residualPower += (square(residual) - residualPower) * kEstimatePace;

@@ -1,4 +1,4 @@
-#include "card/select_timeout.h"
+#include "card/timer_wait.h"
 
 namespace zelk {
 

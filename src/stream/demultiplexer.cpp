@@ -1,4 +1,4 @@
-#include "stream/receive_staging.h"
+#include "stream/demultiplexer.h"
 
 #include <algorithm>
 #include <cstring>
@@ -8,7 +8,7 @@
 
 namespace zelk {
 
-bool CReceiveStaging::Create(CCardRings& cardRings) {
+bool CDemultiplexer::Create(CCardRings& cardRings) {
   rings = &cardRings;
   rows.reset(new (std::nothrow) uint8_t[kBlockBytes * rings->PositionCount()]());
   blocks.fill(nullptr);
@@ -16,7 +16,7 @@ bool CReceiveStaging::Create(CCardRings& cardRings) {
   return rows != nullptr;
 }
 
-void CReceiveStaging::Add(const uint8_t* samples, size_t frames) {
+void CDemultiplexer::Add(const uint8_t* samples, size_t frames) {
   const size_t frameBytes = rings->PositionCount();
   while (frames > 0) {
     if (fill == kBlockBytes)
@@ -29,7 +29,7 @@ void CReceiveStaging::Add(const uint8_t* samples, size_t frames) {
   }
 }
 
-void CReceiveStaging::TurnBlocks() {
+void CDemultiplexer::TurnBlocks() {
   const size_t positions = rings->PositionCount();
   RowsToBlocks(rows.get(), positions, blocks.data());
   for (size_t i = 0; i < positions; ++i) {

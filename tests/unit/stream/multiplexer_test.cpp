@@ -1,4 +1,4 @@
-#include "stream/transmit_staging.h"
+#include "stream/multiplexer.h"
 
 #include <gtest/gtest.h>
 
@@ -13,11 +13,11 @@ namespace {
 
 constexpr size_t kPosition = 5;
 
-class TransmitStaging : public testing::Test {
+class Multiplexer : public testing::Test {
  protected:
-  TransmitStaging() {
+  Multiplexer() {
     EXPECT_TRUE(rings.Create(1, 3));
-    EXPECT_TRUE(staging.Create(rings));
+    EXPECT_TRUE(multiplexer.Create(rings));
     controls.hook = &hook;
   }
 
@@ -31,7 +31,7 @@ class TransmitStaging : public testing::Test {
   // The next bytes of the position.
   std::vector<uint8_t> Copy(size_t frames) {
     std::vector<uint8_t> rows(frames * 32);
-    staging.CopyFrames(rows.data(), frames);
+    multiplexer.CopyFrames(rows.data(), frames);
     std::vector<uint8_t> column;
     for (size_t frame = 0; frame < frames; ++frame)
       column.push_back(rows[frame * 32 + kPosition]);
@@ -45,17 +45,17 @@ class TransmitStaging : public testing::Test {
   CFakeHook hook;
   CCardRings rings;
   CStopFlag stop;
-  CTransmitStaging staging{controls, stop};
+  CMultiplexer multiplexer{controls, stop};
 };
 
-TEST_F(TransmitStaging, IdleBytesComeFirstAndWheneverNothingIsReady) {
+TEST_F(Multiplexer, IdleBytesComeFirstAndWheneverNothingIsReady) {
   Push(7);
   EXPECT_EQ(Copy(160), All(160, 0x54));
   EXPECT_EQ(Copy(160), All(160, 7));
   EXPECT_EQ(Copy(160), All(160, 0x54));
 }
 
-TEST_F(TransmitStaging, ABlockGoesBackOnlyWhenTheNextByteIsNeeded) {
+TEST_F(Multiplexer, ABlockGoesBackOnlyWhenTheNextByteIsNeeded) {
   Push(7);
   Copy(161);
   EXPECT_EQ(Pool().FreeCount(), 2U);
@@ -65,7 +65,7 @@ TEST_F(TransmitStaging, ABlockGoesBackOnlyWhenTheNextByteIsNeeded) {
   EXPECT_EQ(Pool().FreeCount(), 3U);
 }
 
-TEST_F(TransmitStaging, TheMarkIsReportedWhenItsBlockIsTaken) {
+TEST_F(Multiplexer, TheMarkIsReportedWhenItsBlockIsTaken) {
   Push(7);
   Push(8, true);
   Copy(320);
@@ -76,13 +76,13 @@ TEST_F(TransmitStaging, TheMarkIsReportedWhenItsBlockIsTaken) {
   EXPECT_EQ(hook.calls.size(), 1U);
 }
 
-TEST_F(TransmitStaging, WithoutAHookAMarkIsForgotten) {
+TEST_F(Multiplexer, WithoutAHookAMarkIsForgotten) {
   controls.hook = nullptr;
   Push(8, true);
   EXPECT_EQ(Copy(161).back(), 8);
 }
 
-TEST_F(TransmitStaging, AFlushSilencesTheRestOfTheBlockOnTheLineAndWhatWaits) {
+TEST_F(Multiplexer, AFlushSilencesTheRestOfTheBlockOnTheLineAndWhatWaits) {
   Push(7);
   Push(8, true);
   Copy(200);
@@ -94,7 +94,7 @@ TEST_F(TransmitStaging, AFlushSilencesTheRestOfTheBlockOnTheLineAndWhatWaits) {
   EXPECT_EQ(Copy(160), All(160, 9));
 }
 
-TEST_F(TransmitStaging, AFlushOfOnePositionLeavesTheOthersAlone) {
+TEST_F(Multiplexer, AFlushOfOnePositionLeavesTheOthersAlone) {
   Push(7);
   Copy(200);
   controls.Flush(kPosition + 1);
@@ -102,9 +102,9 @@ TEST_F(TransmitStaging, AFlushOfOnePositionLeavesTheOthersAlone) {
   EXPECT_EQ(Copy(120), All(120, 7));
 }
 
-TEST_F(TransmitStaging, FlushesBeforeTheStartDoNotSilenceWhatWasFilledAfterThem) {
+TEST_F(Multiplexer, FlushesBeforeTheStartDoNotSilenceWhatWasFilledAfterThem) {
   controls.Flush(kPosition);
-  ASSERT_TRUE(staging.Create(rings));
+  ASSERT_TRUE(multiplexer.Create(rings));
   Push(7, false, 1);
   EXPECT_EQ(Copy(161).back(), 7);
   controls.Flush(0);
