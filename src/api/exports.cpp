@@ -7,6 +7,7 @@
 #include "call/call_operations.h"
 #include "call/channel_info.h"
 #include "call/disconnect_cause.h"
+#include "formats/wave_header.h"
 #include "playback/file_player.h"
 #include "zelk/ZelkApi.h"
 
@@ -25,6 +26,8 @@ static_assert(static_cast<int>(zelk::kErrorNone) == ZELK_ERROR_NONE &&
               static_cast<int>(zelk::kErrorFileClose) == ZELK_ERROR_FILE_CLOSE &&
               static_cast<int>(zelk::kErrorBadFormat) == ZELK_ERROR_BAD_FORMAT &&
               static_cast<int>(zelk::kErrorConversion) == ZELK_ERROR_CONVERSION);
+static_assert(zelk::kSampleFormats[static_cast<size_t>(zelk::ESampleFormat::kALaw)].publicNumber == ZELK_FORMAT_ALAW &&
+              zelk::kSampleFormats[static_cast<size_t>(zelk::ESampleFormat::kMuLaw)].publicNumber == ZELK_FORMAT_MULAW);
 static_assert(zelk::kMaxChannels == ZELK_MAX_CHANNELS && zelk::kChannelsPerTrunk == ZELK_CHANNELS_PER_TRUNK &&
               zelk::kBlockBytes == ZELK_BLOCK_BYTES);
 

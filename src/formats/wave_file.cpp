@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/bytes.h"
+
 // What Load walks through:
 //
 //   "RIFF" size "WAVE"            entered
@@ -17,14 +19,6 @@ namespace {
 
 constexpr size_t kRecordBytes = 18;
 constexpr size_t kAverageBytesTop = 11;
-
-uint32_t LittleEndian(const uint8_t* bytes, size_t count) {
-  uint32_t value = 0;
-  for (size_t i = count; i > 0; --i) {
-    value = value << 8 | bytes[i - 1];
-  }
-  return value;
-}
 
 }  // namespace
 
@@ -119,13 +113,13 @@ std::unique_ptr<uint8_t[]> CWaveFile::ReadSamples(bool& outOfMemory) {
 SWaveFormat CWaveFile::Format() const {
   SWaveFormat record{0, 0, 0, 0, 0, 0, 0};
   if (const uint8_t* const bytes = format.get()) {
-    record.formatTag = static_cast<uint16_t>(LittleEndian(bytes, 2));
-    record.channels = static_cast<uint16_t>(LittleEndian(bytes + 2, 2));
-    record.samplesPerSecond = LittleEndian(bytes + 4, 4);
-    record.averageBytesPerSecond = LittleEndian(bytes + 8, 4);
-    record.blockAlign = static_cast<uint16_t>(LittleEndian(bytes + 12, 2));
-    record.bitsPerSample = static_cast<uint16_t>(LittleEndian(bytes + 14, 2));
-    record.extraSize = static_cast<uint16_t>(LittleEndian(bytes + 16, 2));
+    record.formatTag = ReadLittle16(bytes);
+    record.channels = ReadLittle16(bytes + 2);
+    record.samplesPerSecond = ReadLittle32(bytes + 4);
+    record.averageBytesPerSecond = ReadLittle32(bytes + 8);
+    record.blockAlign = ReadLittle16(bytes + 12);
+    record.bitsPerSample = ReadLittle16(bytes + 14);
+    record.extraSize = ReadLittle16(bytes + 16);
   }
   return record;
 }

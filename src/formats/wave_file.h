@@ -10,7 +10,7 @@
 
 namespace zelk {
 
-// Reads a WAV file: finds the format record and the sample data behind it. Sizes in the file are claims: nothing is
+// Reads a WAV file: finds the format record and the sample data after it. Sizes in the file are claims: nothing is
 // allocated by one that the file does not hold.
 // Thread: one at a time; blocks on the disk. Owns the file and the copy of the format record. Failures return false and
 // leave an error text; the file may still be open then, until Release or the destructor.
@@ -23,7 +23,7 @@ class CWaveFile {
 
   // Opens the file and moves to the first sample byte.
   bool Load(const char* path);
-  // Reads all sample bytes, once, behind a Load. Null (and outOfMemory) when there is no memory, null (and an error
+  // Reads all sample bytes, once, after a Load. Null (and outOfMemory) when there is no memory, null (and an error
   // text) when the file holds fewer than it claims.
   std::unique_ptr<uint8_t[]> ReadSamples(bool& outOfMemory);
   // Frees the format record and closes the file; the result is the close's.

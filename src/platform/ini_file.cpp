@@ -11,7 +11,7 @@ namespace zelk {
 
 namespace {
 
-// Far above any settings file; what lies behind it is not read, so that a wrong file cannot fill the memory.
+// Far above any settings file; what lies beyond it is not read, so that a wrong file cannot fill the memory.
 constexpr uint64_t kMaxIniBytes = 16U << 20;
 
 // A file that cannot be read reads as an empty one: every key then gives its default.

@@ -64,7 +64,7 @@ std::optional<std::string_view> ValueOnLine(std::string_view line, std::string_v
   return CleanValue(line.substr(equals + 1));
 }
 
-// Moves the text behind the heading of the section; false when there is none.
+// Moves the text past the heading of the section; false when there is none.
 bool EnterSection(std::string_view& text, std::string_view section) {
   while (!text.empty()) {
     const std::optional<std::string_view> name = SectionName(TakeLine(text));

@@ -35,7 +35,7 @@ int LastSocketError();
 bool IsInterrupted(int error);
 bool WouldBlock(int error);
 bool IsConnectPending(int error);
-// Errors after which a connection is gone for good. A full buffer, a missing connection or a write behind an orderly
+// Errors after which a connection is gone for good. A full buffer, a missing connection or a write after an orderly
 // end are not among them.
 bool IsConnectionLost(int error);
 

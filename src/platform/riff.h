@@ -17,7 +17,7 @@ struct SRiffChunk {
   uint32_t id = 0;
   uint32_t size = 0;        // as the file claims it
   uint32_t formType = 0;    // of RIFF and LIST chunks
-  uint32_t dataOffset = 0;  // of the first byte behind the size field (the form type counts as data)
+  uint32_t dataOffset = 0;  // of the first byte after the size field (the form type counts as data)
 };
 
 // Walks the chunks of a RIFF file as the Windows multimedia file functions do (odd sizes padded, search inside the
@@ -36,7 +36,7 @@ class CRiffFile {
   bool DescendRiff(uint32_t formType, SRiffChunk& chunk);
   // Finds the next chunk of this id inside the parent from the current position and enters it.
   bool DescendChunk(uint32_t id, const SRiffChunk& parent, SRiffChunk& chunk);
-  // Moves behind a chunk that was entered.
+  // Moves past a chunk that was entered.
   bool Ascend(const SRiffChunk& chunk);
   // Bytes read at the current position, fewer than asked at the end of the file.
   size_t Read(void* data, size_t length);

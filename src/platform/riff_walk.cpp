@@ -1,14 +1,16 @@
 // A RIFF file, as the walk sees it (offsets grow downward, sizes little-endian):
 //
-//   "RIFF" size formType        <- DescendRiff enters: position behind the form type
-//     "fmt " size data [pad]    <- DescendChunk enters: position behind the size
+//   "RIFF" size formType        <- DescendRiff enters: position after the form type
+//     "fmt " size data [pad]    <- DescendChunk enters: position after the size
 //     "LIST" size listType ...  <- passed over whole when it is not what is searched
-//     "data" size data [pad]    <- Ascend leaves: position behind the padding
+//     "data" size data [pad]    <- Ascend leaves: position after the padding
 //
 #include "platform/riff_walk.h"
 
 #include <algorithm>
 #include <cstring>
+
+#include "platform/bytes.h"
 
 namespace zelk {
 
@@ -18,11 +20,6 @@ constexpr uint32_t kRiff = FourCc("RIFF");
 constexpr uint32_t kList = FourCc("LIST");
 constexpr size_t kHeaderBytes = 8;
 constexpr size_t kFormTypeBytes = 4;
-
-uint32_t LittleEndian32(const uint8_t* bytes) {
-  return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
-         static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-}
 
 bool IsZero(const uint8_t* header) {
   uint64_t value = 0;
@@ -49,15 +46,15 @@ size_t CRiffWalk::Peek(const uint8_t*& bytes, size_t wanted) {
   return buffered - offset;
 }
 
-// Reads the header at the position and moves behind it; false at the end of the file.
+// Reads the header at the position and moves past it; false at the end of the file.
 bool CRiffWalk::ReadHeader(SRiffChunk& chunk) {
   const uint8_t* bytes = nullptr;
   const size_t got = Peek(bytes, kHeaderBytes + kFormTypeBytes);
   if (got < kHeaderBytes || position + kHeaderBytes > UINT32_MAX) {
     return false;
   }
-  chunk.id = LittleEndian32(&bytes[0]);
-  chunk.size = LittleEndian32(&bytes[4]);
+  chunk.id = ReadLittle32(&bytes[0]);
+  chunk.size = ReadLittle32(&bytes[4]);
   chunk.formType = 0;
   chunk.dataOffset = static_cast<uint32_t>(position + kHeaderBytes);
   position += kHeaderBytes;
@@ -65,13 +62,13 @@ bool CRiffWalk::ReadHeader(SRiffChunk& chunk) {
     if (got < kHeaderBytes + kFormTypeBytes) {
       return false;
     }
-    chunk.formType = LittleEndian32(&bytes[8]);
+    chunk.formType = ReadLittle32(&bytes[8]);
     position += kFormTypeBytes;
   }
   return true;
 }
 
-// Moves behind the headers of nothing but zeros at the position, which files that were cut or never filled have by the
+// Moves past the headers of nothing but zeros at the position, which files that were cut or never filled have by the
 // million. Each is a chunk without a name and without content.
 void CRiffWalk::PassZeros(uint64_t limit) {
   const uint64_t end = std::min<uint64_t>(limit, UINT32_MAX);

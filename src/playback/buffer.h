@@ -5,7 +5,7 @@
 
 namespace zelk {
 
-// A byte buffer that grows by a fixed step, for the record tap. Made empty.
+// A byte buffer that grows by a fixed step, for the record tap. Made empty. Kept, never read by the library.
 // Thread: one at a time. Append may allocate; a failed growth returns false and keeps what is in it.
 class CBuffer {
  public:

@@ -9,7 +9,7 @@ bool CDwordQueue::Create(uint32_t capacity) {
   std::unique_ptr<uint32_t[]> fresh(new (std::nothrow) uint32_t[capacity]());
   CScopedLock<CMutex> hold(lock);
   head = tail = count = 0;
-  slots = fresh ? capacity : 0;
+  room = fresh ? capacity : 0;
   storage = std::move(fresh);
   return storage != nullptr;
 }
@@ -17,16 +17,16 @@ bool CDwordQueue::Create(uint32_t capacity) {
 void CDwordQueue::Clear() {
   CScopedLock<CMutex> hold(lock);
   head = tail = count = 0;
-  std::fill_n(storage.get(), slots, 0U);
+  std::fill_n(storage.get(), room, 0U);
 }
 
 bool CDwordQueue::Push(uint32_t value) {
   CScopedLock<CMutex> hold(lock);
-  if (count == slots) {
+  if (count == room) {
     return false;
   }
   storage[tail] = value;
-  tail = (tail + 1) % slots;
+  tail = (tail + 1) % room;
   ++count;
   return true;
 }
@@ -37,7 +37,7 @@ bool CDwordQueue::Pop(uint32_t& value) {
     return false;
   }
   value = storage[head];
-  head = (head + 1) % slots;
+  head = (head + 1) % room;
   --count;
   return true;
 }

@@ -7,12 +7,11 @@
 
 namespace zelk {
 
-// A bounded ring of 32-bit values under a lock of its own. Call control only ever empties it. Before Create it has no
-// room: every push and pop fails.
-// Thread: any.
+// A bounded ring of 32-bit values under a lock of its own. Kept, never read by the library: call control only ever
+// empties it. Before Create it has no room: every push and pop fails. Thread: any.
 class CDwordQueue {
  public:
-  bool Create(uint32_t capacity);  // empty again, with room for so many values; false without memory: no room
+  bool Create(uint32_t capacity);  // empty again, with room for this many values; false without memory: no room
   void Clear();                    // head and tail to 0, storage zeroed
   bool Push(uint32_t value);       // false when full
   bool Pop(uint32_t& value);       // false when empty
@@ -20,9 +19,9 @@ class CDwordQueue {
  private:
   CMutex lock;
   std::unique_ptr<uint32_t[]> storage ZELK_GUARDED_BY(lock);
-  uint32_t slots ZELK_GUARDED_BY(lock) = 0;
+  uint32_t room ZELK_GUARDED_BY(lock) = 0;
   uint32_t head ZELK_GUARDED_BY(lock) = 0;  // next value out
-  uint32_t tail ZELK_GUARDED_BY(lock) = 0;  // next free slot
+  uint32_t tail ZELK_GUARDED_BY(lock) = 0;  // next free place
   uint32_t count ZELK_GUARDED_BY(lock) = 0;
 };
 

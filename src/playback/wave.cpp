@@ -10,9 +10,6 @@
 namespace zelk {
 namespace {
 
-constexpr uint16_t kTagPcm = 1;
-constexpr uint16_t kTagALaw = 6;
-constexpr uint16_t kTagMuLaw = 7;
 constexpr uint32_t kQueueCapacity = 40;
 constexpr int32_t kStopping = -1;
 constexpr int32_t kTapOff = 0;
@@ -20,17 +17,9 @@ constexpr int32_t kTapRecording = 1;
 constexpr int32_t kTapUnarmed = -1;
 constexpr int64_t kMaxQueuedBytes = std::numeric_limits<int32_t>::max();
 
-uint8_t SilenceByte(const SWaveFormat& format) {
-  switch (format.formatTag) {
-    case kTagPcm:
-      return format.bitsPerSample == 8 ? 0x80 : 0x00;
-    case kTagALaw:
-      return 0xD5;
-    case kTagMuLaw:
-      return 0x7F;
-    default:
-      return 0x00;
-  }
+uint8_t SilenceByte(const SWaveFormat& record) {
+  const SSampleFormat* const format = SampleFormatOf(record);
+  return format ? format->silence : 0;
 }
 
 }  // namespace
@@ -217,16 +206,8 @@ void CWave::CallDataCallback(uint32_t direction, uint8_t* data, uint32_t length)
 
 const char* CWave::FormatName() const {
   CScopedLock<CMutex> hold(lock);
-  switch (format.formatTag) {
-    case kTagPcm:
-      return format.bitsPerSample == 8 ? "PCM8" : format.bitsPerSample == 16 ? "PCM16" : "";
-    case kTagALaw:
-      return "ALAW";
-    case kTagMuLaw:
-      return "MULAW";
-    default:
-      return "";
-  }
+  const SSampleFormat* const known = SampleFormatOf(format);
+  return known ? known->name : "";
 }
 
 void CWave::SetFormat(const SWaveFormat& value) {

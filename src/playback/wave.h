@@ -36,7 +36,7 @@ using WaveDataCallback = void (*)(uint32_t direction, uint64_t cookie, uint8_t* 
 class CWave {
  public:
   static constexpr uint32_t kNoRecordLimit = 0xFFFFFFFF;
-  // The two settings that an opening stores beside the format record. Nothing reads them but whoever looks.
+  // The two settings that an opening stores beside the format record. Kept, never read by the library.
   static constexpr std::array<uint32_t, 2> kOpenSettings = {800, 3};
 
   explicit CWave(IWaveOwner& owner);
@@ -73,17 +73,18 @@ class CWave {
   // For tests and file playback into other formats; the library itself leaves the default.
   void SetFormat(const SWaveFormat& format);
 
-  // What the library's own interface leaves alone. The callback is set before audio flows; null removes it.
+  // Kept, never read by the library: the record tap with its buffer, the data callback, the settings of an opening and
+  // a queue of numbers. The callback is set before audio flows; null removes it.
   void SetDataCallback(WaveDataCallback callback, uint64_t cookie);
   // Starts recording into the buffer, up to limit bytes in all. Nothing when the queue is not open.
   void StartRecord(uint32_t limit);
   int32_t RecordState() const;                                  // -1 never armed, 0 off, 1 recording
   const CBuffer& RecordBuffer() const { return recordBuffer; }  // Thread: pacer, or any when no audio flows.
   std::array<uint32_t, 2> OpenSettings() const;
-  CDwordQueue& Queue() { return queue; }  // takes no part in playback
+  CDwordQueue& Queue() { return queue; }
 
  private:
-  // The road of one play; a new enqueue leads to kPlaying from everywhere, a flush to kIdle. One value instead of a
+  // The life of one play; a new enqueue leads to kPlaying from everywhere, a flush to kIdle. One value instead of a
   // "has data" and an "ended" flag, so that readers without the lock never see half a change.
   //   kIdle -> kPlaying -> kDrained (a fill found nothing left) -> kMarked (end mark given to the ring) -> kIdle
   //   (event)
@@ -97,21 +98,23 @@ class CWave {
 
   mutable CMutex lock;
   SWaveFormat format ZELK_GUARDED_BY(lock);
-  std::array<uint32_t, 2> openSettings ZELK_GUARDED_BY(lock) = {};
-  std::atomic<uint8_t> silence;  // of the format; the fill must not wait for the lock to know it
-  std::atomic<int32_t> recordState{-1};
-  std::atomic<uint32_t> recordLimit{kNoRecordLimit};
-  CDwordQueue queue;
+  std::atomic<uint8_t> silence;         // of the format; the fill must not wait for the lock to know it
   std::atomic<int32_t> stopFlag{0};     // -1 while a stop is in progress
   std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an opening was played
   std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
   CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
-  std::atomic<WaveDataCallback> dataCallback{nullptr};
-  std::atomic<uint64_t> dataCookie{0};
   IWaveOwner& owner;
-  CBuffer recordBuffer;  // pacer only
   std::atomic<bool> open{false};
   std::atomic<EPlayState> playState{EPlayState::kIdle};
+
+  // Kept, never read by the library.
+  std::array<uint32_t, 2> openSettings ZELK_GUARDED_BY(lock) = {};
+  std::atomic<int32_t> recordState{-1};
+  std::atomic<uint32_t> recordLimit{kNoRecordLimit};
+  CBuffer recordBuffer;  // pacer only
+  std::atomic<WaveDataCallback> dataCallback{nullptr};
+  std::atomic<uint64_t> dataCookie{0};
+  CDwordQueue queue;
 };
 
 }  // namespace zelk

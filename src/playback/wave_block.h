@@ -8,8 +8,8 @@
 namespace zelk {
 
 // One queued piece of audio: a link of a play queue's list.
-// Thread: whoever holds the pointer; once enqueued, under the queue's lock. Owns its data area and the blocks behind
-// it.
+// Thread: whoever holds the pointer; once enqueued, under the queue's lock. Owns its data area and the blocks that
+// follow it.
 class CWaveBlock {
  public:
   // Null when there is no memory.
@@ -24,9 +24,11 @@ class CWaveBlock {
   std::unique_ptr<uint8_t[]> data;
   uint32_t size = 0;          // bytes of audio
   uint32_t readPosition = 0;  // bytes already copied out
-  uint32_t owner = 0;         // low 32 bits of the queue's address, to know it by in a memory dump
-  std::array<uint32_t, 2> reserved{};
   std::unique_ptr<CWaveBlock> next;
+
+  // Kept, never read by the library.
+  uint32_t owner = 0;  // low 32 bits of the queue's address, to know it by in a memory dump
+  std::array<uint32_t, 2> reserved{};
 };
 
 }  // namespace zelk

@@ -21,11 +21,11 @@ class ILogFile {
 // memory.
 using LogPieces = std::list<std::string>;
 
-// Adds whole lines behind the others. Throws std::bad_alloc when there is no memory; nothing has changed then.
+// Adds whole lines after the others. Throws std::bad_alloc when there is no memory; nothing has changed then.
 void AddText(LogPieces& pieces, const std::string& text);
 
 // The text a log writer has taken and not yet written, with the rules for opening, writing and closing the file. What
-// could not be written stays in front of what is taken next, so nothing is dropped and the order is kept. Nothing here
+// could not be written stays before what is taken next, so nothing is dropped and the order is kept. Nothing here
 // fails for want of memory.
 // Thread: the writer's only. WriteOut blocks on the file. Time is passed in; no clock is read here.
 class CLogBatch {

@@ -228,7 +228,7 @@ void CLogWriter::WritePass(SRun& mine) {
   waitingBytes -= written;
 }
 
-// Puts what could not be written in front of what came since: the next thread tries again.
+// Puts what could not be written before what came since: the next thread tries again.
 void CLogWriter::Leave(SRun& mine) {
   const CScopedLock hold(lock);
   pending.splice(pending.begin(), mine.batch.TakeBack());

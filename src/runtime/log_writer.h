@@ -17,8 +17,8 @@ namespace zelk {
 // Thread: Line by any, and it never blocks on the file; Start, Stop and Finish by one thread at a time (the
 // initialising or unloading one).
 // Start returns false when the system gives no thread or no memory; lines are then collected all the same. File errors
-// are not reported: the text waits for the next batch. A line for which there is no memory, or no room in front of the
-// limit for what may wait, is lost; the next line that is taken comes behind one that says how many were. A thread that
+// are not reported: the text waits for the next batch. A line for which there is no memory, or no room below the
+// limit for what may wait, is lost; the next line that is taken comes after one that says how many were. A thread that
 // hangs in the file when it is stopped is left to itself and gives back what it could not write; the destructor waits
 // for it.
 class CLogWriter {

@@ -50,7 +50,7 @@ bool ScanFloat(std::string_view text, float& value) {
   float magnitude = 0.0F;
   std::from_chars_result result = std::from_chars(digits.data(), digits.data() + digits.size(), magnitude, format);
   if (result.ec == std::errc::invalid_argument && format == std::chars_format::hex) {
-    magnitude = 0.0F;  // "0x" without digits is the number 0 and text behind it
+    magnitude = 0.0F;  // "0x" without digits is the number 0 and text after it
     result.ec = std::errc();
   }
   if (result.ec == std::errc::invalid_argument) {

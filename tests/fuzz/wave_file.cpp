@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <random>
 
+#include "formats/wave_header.h"
 #include "fuzz/target.h"
 #include "platform/riff_walk.h"
 #include "playback/file_player.h"

@@ -1,4 +1,4 @@
-// The end of a thread, and the join that lets the library be unloaded behind it:
+// The end of a thread, and the join that lets the library be unloaded after it:
 //
 //   thread                                     joiner
 //   body returns, body is destroyed
@@ -59,7 +59,7 @@ void NameOwnThread(const wchar_t* name) {
 // The addresses of the file that holds this code.
 struct SModuleRange {
   uintptr_t first = 0;
-  uintptr_t behind = 0;
+  uintptr_t end = 0;
 };
 
 SModuleRange OwnModule() {
@@ -84,7 +84,7 @@ bool IsOutsideOwnModule(HANDLE thread, const SModuleRange& own) {
   context.ContextFlags = CONTEXT_CONTROL;
   const bool known = GetThreadContext(thread, &context) != FALSE;
   ResumeThread(thread);
-  return !known || context.Rip < own.first || context.Rip >= own.behind;
+  return !known || context.Rip < own.first || context.Rip >= own.end;
 }
 
 enum class ELife { kRunning, kEnded, kAbandoned };

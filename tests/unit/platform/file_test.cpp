@@ -119,7 +119,7 @@ TEST(ReadFile, BehindAHoleIsNeverBehindData) {
   }
   EXPECT_EQ(file.BehindHole(kHole + 2), kHole + 2);
   for (const uint64_t offset : {kHole + 4, kHole + 5, UINT64_MAX}) {
-    EXPECT_EQ(file.BehindHole(offset), offset) << "the end and what is behind it";
+    EXPECT_EQ(file.BehindHole(offset), offset) << "the end and what is beyond it";
   }
 }
 

@@ -13,7 +13,7 @@
 namespace zelk {
 namespace {
 
-// Two differences are known and left out, both Wine's own: a number's digits behind the 29th are not read, and of a
+// Two differences are known and left out, both Wine's own: a number's digits after the 29th are not read, and of a
 // quoted text that does not fit the buffer one character more is cut.
 //
 // What settings files hold and what people make of them; every key that is asked for is looked up in each.

@@ -67,7 +67,7 @@ struct SFile {
 
 // WAV files as programs write them, and damaged ones, each with what is in it, counted by hand. Not among them are
 // three where Wine's functions differ from what Windows documents: a file cut inside its form type (Wine compares with
-// the type that was asked for), a chunk behind its parent's end (Wine looks at the end before the first chunk only) and
+// the type that was asked for), a chunk beyond its parent's end (Wine looks at the end before the first chunk only) and
 // a parent of nearly 4 GB (Wine's sum wraps).
 std::vector<SFile> Corpus() {
   const std::string whole = Chunk("RIFF", "WAVE" + Chunk("fmt ", kFormat) + Chunk("data", kSamples));
@@ -197,8 +197,8 @@ uint32_t LiteralSearch(const std::string& content, const std::string& id, uint64
 TEST(RiffWalkOfZeros, FindsWhatALiteralWalkFinds) {
   const CTempDir dir;
   for (size_t zeros = 16'300; zeros < 16'500; ++zeros) {
-    for (const std::string& behind : {Chunk("data", "s"), std::string(4, '\0') + Chunk("data", "s"), std::string()}) {
-      const std::string content = "RIFF" + U32(40'000) + "WAVE" + std::string(zeros, '\0') + behind +
+    for (const std::string& rest : {Chunk("data", "s"), std::string(4, '\0') + Chunk("data", "s"), std::string()}) {
+      const std::string content = "RIFF" + U32(40'000) + "WAVE" + std::string(zeros, '\0') + rest +
                                   std::string(16'400, '\0') + Chunk("data", "s");
       uint64_t position = 12;
       const uint32_t expected = LiteralSearch(content, "data", position, 40'008);

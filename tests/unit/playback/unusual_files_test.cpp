@@ -14,6 +14,7 @@
 #include <ctime>
 #include <filesystem>
 
+#include "formats/wave_header.h"
 #include "playback/file_player.h"
 #include "unit/formats/wav_bytes.h"
 #include "unit/platform/temp_dir.h"

@@ -16,7 +16,22 @@ namespace {
 using namespace wavetest;
 
 class WaveTap : public CWaveTest {};
-class WaveThreads : public CWaveTest {};
+class WaveThreads : public CWaveTest {
+ protected:
+  void PlayStopAndReopen() {
+    for (int i = 0; i < 2000; ++i) {
+      Queue(static_cast<uint32_t>(i % 400));
+      if (i % 16 == 0) {
+        wave.Flush();
+      }
+      if (i % 512 == 0) {
+        wave.Close();
+        wave.Open();
+        wave.StartRecord(10000);
+      }
+    }
+  }
+};
 
 struct SSeen {
   std::vector<uint32_t> directions;
@@ -165,17 +180,7 @@ TEST_F(WaveThreads, PlaysStopsAndQueriesFromAllItsThreadsAtOnce) {
       EXPECT_LE(wave.TimeLeftMs(), 4000U * 50 / 8);
     }
   });
-  for (int i = 0; i < 2000; ++i) {
-    Queue(static_cast<uint32_t>(i % 400));
-    if (i % 16 == 0) {
-      wave.Flush();
-    }
-    if (i % 512 == 0) {
-      wave.Close();
-      wave.Open();
-      wave.StartRecord(10000);
-    }
-  }
+  PlayStopAndReopen();
   other.join();
   while (wave.TimeLeftMs() > 0) {
     std::this_thread::yield();

@@ -3,18 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "runtime/config.h"
-#include "runtime/log.h"
 #include "support/allocation_probe.h"
 #include "wave_fixture.h"
 
@@ -221,7 +213,7 @@ TEST_F(Wave, FlushInAPlayDropsItSilencesTheLineAndGivesNoEvent) {
   EXPECT_FALSE(wave.PlayMarkSent());
 }
 
-// Each play is queued behind a stop of its own, so its sound must come under exactly that stop's count, wherever a fill
+// Each play is queued after a stop of its own, so its sound must come under exactly that stop's count, wherever a fill
 // on another thread happens to be.
 TEST_F(Wave, AFillGivesTheFlushCountUnderWhichItsSoundWasQueued) {
   wave.Open();
@@ -294,83 +286,6 @@ TEST_F(Wave, LongListIsDroppedWithoutDeepRecursion) {
   EXPECT_EQ(wave.TimeLeftMs(), 25000U);
   wave.Flush();
   EXPECT_EQ(wave.TimeLeftMs(), 0U);
-}
-
-TEST_F(Wave, FillAllocatesNothing) {
-  wave.Open();
-  for (uint32_t length : {100U, 60U, 1U, 320U, 0U}) {
-    Queue(length);
-  }
-  std::array<uint8_t, kBlock> block;
-  const uint64_t before = support::AllocationCount();
-  for (int i = 0; i < 6; ++i) {
-    wave.FillBlock(block.data(), kBlock);
-    wave.QueryPlayMark();
-    wave.RecordTap(block.data(), kBlock);
-  }
-  EXPECT_EQ(support::AllocationCount(), before);
-  EXPECT_EQ(wave.TimeLeftMs(), 1U);
-}
-
-TEST_F(Wave, OneQueuedBufferTakesTwoAllocations) {
-  wave.Open();
-  const uint64_t before = support::AllocationCount();
-  Queue(100000);
-  EXPECT_EQ(support::AllocationCount(), before + 2);  // the record and its data area
-}
-
-TEST_F(Wave, RefusesABlockThatWouldOverflowTheCountOfQueuedBytes) {
-  wave.Open();
-  Queue(100);
-  auto block = wave.NewBlock(1);
-  block->size = 0x7FFFFFFF - 99;  // never read: it is refused
-  EXPECT_FALSE(wave.Enqueue(std::move(block)));
-  EXPECT_FALSE(wave.Enqueue(nullptr));
-  EXPECT_EQ(wave.TimeLeftMs(), 12U);
-  EXPECT_EQ(Fill(), Audio(100));
-}
-
-// Runs the body with the process's log going to a file of its own and gives what it wrote.
-template <class Body>
-std::string Logged(int32_t level, Body body) {
-  const std::string path = testing::TempDir() + "wave_test_" + std::to_string(std::random_device{}()) + ".log";
-  Config().level = level;
-  Log().Start(path);
-  body();
-  Log().Stop();
-  Config().level = 2;
-  std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
-  file.close();
-  std::filesystem::remove(path);
-  return text;
-}
-
-TEST_F(Wave, NewBlockWithoutMemoryIsNullAndLoggedForTheChannel) {
-  for (uint32_t n : {1U, 2U}) {
-    const std::string text = Logged(2, [&] {
-      support::FailAllocation(n);
-      EXPECT_FALSE(wave.NewBlock(300));
-      EXPECT_TRUE(support::AllocationFailed());
-    });
-    EXPECT_TRUE(text.ends_with("  17 :NewBlock() -> malloc() returned error when allocating 300 bytes\r\n")) << text;
-  }
-}
-
-TEST_F(Wave, NewBlockFailureIsNotLoggedAboveLevel2) {
-  const std::string text = Logged(3, [&] {
-    support::FailAllocation(1);
-    EXPECT_FALSE(wave.NewBlock(300));
-  });
-  EXPECT_EQ(text, "");
-}
-
-TEST_F(Wave, NewBlockNear4GigabytesIsRefusedWithoutAskingForIt) {
-  for (uint32_t size : {0x80000000U, 0xFFFFFF00U, 0xFFFFFFFFU}) {
-    support::ForgetLargestAllocation();
-    EXPECT_FALSE(wave.NewBlock(size));
-    EXPECT_LT(support::LargestAllocation(), 100000U);
-  }
 }
 
 }  // namespace

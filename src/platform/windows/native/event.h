@@ -12,7 +12,7 @@ struct SNativeEvent {
   SNativeEvent& operator=(const SNativeEvent&) = delete;
 
   void* const handle;
-  std::atomic<bool> set{false};  // cleared behind the reset of the handle; read only to see that there is nothing to do
+  std::atomic<bool> set{false};  // cleared after the reset of the handle; read only to see that there is nothing to do
 };
 
 }  // namespace zelk

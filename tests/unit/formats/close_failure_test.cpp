@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "playback/file_player.h"
+#include "formats/wave_header.h"
 #include "unit/formats/wav_bytes.h"
 
 namespace {
