@@ -2,7 +2,6 @@
 
 #include <atomic>
 
-#include "card/card.h"
 #include "card/control_messages.h"
 
 namespace zelk {

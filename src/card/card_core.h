@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "card/card_facts.h"
 #include "card/card_handlers.h"
+#include "card/card_information.h"
 #include "card/control_link.h"
 #include "card/trunk.h"
 #include "card/trunk_lock.h"

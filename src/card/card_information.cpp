@@ -2,12 +2,15 @@
 
 #include <cstring>
 
+#include "platform/clock.h"
 #include "runtime/format.h"
 #include "stream/media_hook.h"
 
 namespace zelk {
 
 namespace {
+
+constexpr uint32_t kCancelSliceMs = 50;
 
 uint32_t ReadLittleEndian32(const uint8_t* bytes) {
   return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
@@ -36,6 +39,58 @@ bool ParseCardInformation(const uint8_t (&body)[kCardInformationBytes], SCardInf
   // The message holds three bytes of this date; the fourth pair is always zero.
   information.burnDate = FormatDate(body[19], body[20], body[21], 0);
   return true;
+}
+
+void CCardFacts::BeginOpen() {
+  Forget();
+  serialNumber = 0;
+}
+
+void CCardFacts::Take(const uint8_t (&body)[kCardInformationBytes]) {
+  SCardInformation information;
+  if (!ParseCardInformation(body, information)) {
+    ++badCount;
+    answered.Set();
+    return;
+  }
+  firmwareVersion = information.firmwareVersion;
+  trunkCount = information.trunkCount;
+  featureFlags = information.featureFlags;
+  {
+    const CScopedLock<CMutex> held(lock);
+    firmwareDate = std::move(information.firmwareDate);
+    burnDate = std::move(information.burnDate);
+  }
+  serialNumber = information.serialNumber;
+  ++goodCount;
+  answered.Set();
+}
+
+void CCardFacts::Forget() {
+  answered.Reset();
+  goodCount = 0;
+  badCount = 0;
+}
+
+bool CCardFacts::WaitForAnswer(uint32_t timeoutMs, const CStopFlag* cancel) {
+  const uint32_t start = TickMs();
+  while (goodCount == 0 && badCount == 0) {
+    if (TickMs() - start >= timeoutMs || (cancel != nullptr && cancel->IsSet())) {
+      return false;
+    }
+    answered.WaitFor(kCancelSliceMs);
+  }
+  return true;
+}
+
+std::string CCardFacts::FirmwareDate() const {
+  const CScopedLock<CMutex> held(lock);
+  return firmwareDate;
+}
+
+std::string CCardFacts::BurnDate() const {
+  const CScopedLock<CMutex> held(lock);
+  return burnDate;
 }
 
 }  // namespace zelk

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <exception>
 
-#include "card/card.h"
 #include "card/control_messages.h"
 #include "card/event_router.h"
 #include "card/timer_wait.h"

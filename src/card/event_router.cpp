@@ -1,7 +1,5 @@
 #include "card/event_router.h"
 
-#include "card/card.h"
-
 namespace zelk {
 
 namespace {

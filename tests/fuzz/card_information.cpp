@@ -1,8 +1,9 @@
 // The body of a card information message, 22 bytes of an input (zeros for what it lacks).
 
+#include "card/card_information.h"
+
 #include <algorithm>
 
-#include "card/card_facts.h"
 #include "fuzz/target.h"
 #include "stream/media_hook.h"
 
