@@ -9,8 +9,6 @@ namespace zelk {
 
 namespace {
 
-constexpr int32_t kNetworkSide = 1;  // node type of a trunk on which the library plays the network
-
 enum class EDialResult { kDone, kBusy, kNoCall, kRefused };
 
 // The end of a call for reasons of our own, with nothing said to the network.

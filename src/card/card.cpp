@@ -9,6 +9,7 @@
 #include "card/trunk_setup.h"
 #include "platform/clock.h"
 #include "runtime/config.h"
+#include "runtime/q931_types.h"
 
 namespace zelk {
 
@@ -23,8 +24,6 @@ constexpr int kFurtherRequests = 2;
 constexpr uint32_t kStartPauseMs = 20;
 constexpr uint32_t kConfigurePauseMs = 1;
 constexpr uint8_t kLineUnknown = 3;
-constexpr int32_t kUserSide = 2;
-constexpr int32_t kEuroIsdn = 5;
 
 template <class Message>
 void SendMessage(CCardCore& core, const Message& message) {
@@ -153,7 +152,7 @@ bool CCard::ResetForOpen(const CStopFlag& caller) {
   for (CTrunk& trunk : core->trunks) {
     trunk.lineStatus = kLineUnknown;
     trunk.nodeType = kUserSide;
-    trunk.switchType = kEuroIsdn;
+    trunk.switchType = kEuroIsdnE1;
   }
   core->audio.ResetChannels(Config().Dtmf());
   core->facts.BeginOpen();

@@ -7,6 +7,7 @@
 
 #include "platform/mutex.h"
 #include "runtime/log.h"
+#include "runtime/q931_types.h"
 
 extern "C" {
 #include <libpri.h>
@@ -24,6 +25,8 @@ static_assert(kPriRestart == PRI_EVENT_RESTART && kPriConfigError == PRI_EVENT_C
 static_assert(kPriRing == PRI_EVENT_RING && kPriHangup == PRI_EVENT_HANGUP && kPriRinging == PRI_EVENT_RINGING);
 static_assert(kPriAnswer == PRI_EVENT_ANSWER && kPriHangupAck == PRI_EVENT_HANGUP_ACK);
 static_assert(kPriInfoReceived == PRI_EVENT_INFO_RECEIVED && kPriProceeding == PRI_EVENT_PROCEEDING);
+static_assert(kNetworkSide == PRI_NETWORK && kUserSide == PRI_CPE);
+static_assert(kEuroIsdnE1 == PRI_SWITCH_EUROISDN_E1 && kNationalIsdnNumber == PRI_NATIONAL_ISDN);
 static_assert(kPriHangupRequest == PRI_EVENT_HANGUP_REQ && kPriProgress == PRI_EVENT_PROGRESS);
 static_assert(kPriConnectAck == PRI_EVENT_CONNECT_ACK);
 

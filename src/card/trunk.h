@@ -7,6 +7,7 @@
 #include "card/capture_file.h"
 #include "card/pri_adapter.h"
 #include "platform/mutex.h"
+#include "runtime/q931_types.h"
 
 namespace zelk {
 
@@ -22,9 +23,9 @@ struct CTrunk {
   bool isDchannelUp ZELK_GUARDED_BY(lock) = false;
   bool isUpReported ZELK_GUARDED_BY(lock) = false;
 
-  std::atomic<int32_t> nodeType{2};  // after the mapping of 1000 and 1001; 1 is the network side
-  std::atomic<int32_t> switchType{5};
-  std::atomic<int32_t> numberType{33};
+  std::atomic<int32_t> nodeType{kUserSide};  // after the mapping of "ClientType"
+  std::atomic<int32_t> switchType{kEuroIsdnE1};
+  std::atomic<int32_t> numberType{kNationalIsdnNumber};
   std::atomic<bool> hangupOnAlerting{false};
   std::atomic<bool> echoEnabled{false};  // the "EchoCanceller" setting; the switch itself is the audio stream's
   std::atomic<uint8_t> lineStatus{3};    // 0 in service, 3 unknown

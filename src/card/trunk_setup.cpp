@@ -5,6 +5,7 @@
 #include <new>
 
 #include "runtime/config.h"
+#include "runtime/q931_types.h"
 
 namespace zelk {
 
@@ -48,17 +49,6 @@ void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t opening) {
 }
 
 }  // namespace
-
-int32_t NodeTypeOf(int32_t clientType) {
-  switch (clientType) {
-    case 1000:
-      return 5;
-    case 1001:
-      return 10;
-    default:
-      return clientType;
-  }
-}
 
 void ConfigureTrunks(CCardCore& core) {
   const uint32_t serialNumber = core.facts.serialNumber;

@@ -6,10 +6,7 @@
 
 namespace zelk {
 
-// libpri's node type for a "ClientType": 1000 and 1001 stand for 5 and 10, everything else for itself.
-int32_t NodeTypeOf(int32_t clientType);
-
-// The two passes over a card's trunks at its opening, each trunk with its section of the ini file.
+// The two passes over a card's trunks while it is opened, each trunk with its section of the ini file.
 // Thread: opener.
 
 // Sends every trunk its configuration.

@@ -52,9 +52,9 @@ void CConfig::Read(const std::string& path) {
   flushImmediate = ReadProfileInt(path, kDebug, "FlushImmediate", 0) != 0;
   audioBuffers = ReadProfileInt(path, kGeneral, "AudioBuffers", 32);
   hangupOnAlerting = ReadProfileInt(path, kGeneral, "HangupOnAlerting", 0) != 0;
-  numberType = ReadProfileInt(path, kGeneral, "NumberType", 33);
-  clientType = ReadProfileInt(path, kGeneral, "ClientType", 2);
-  switchType = ReadProfileInt(path, kGeneral, "SwitchType", 5);
+  numberType = ReadProfileInt(path, kGeneral, "NumberType", kNationalIsdnNumber);
+  clientType = ReadProfileInt(path, kGeneral, "ClientType", kUserSide);
+  switchType = ReadProfileInt(path, kGeneral, "SwitchType", kEuroIsdnE1);
   echoCanceller = ReadProfileInt(path, kGeneral, "EchoCanceller", 0) != 0;
   echoTailMs = ReadProfileInt(path, kGeneral, "EchoTail", 32);
   hdlcLog = ReadProfileInt(path, kGeneral, "HdlcLog", 0) != 0;

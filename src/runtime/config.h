@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/mutex.h"
+#include "runtime/q931_types.h"
 
 namespace zelk {
 
@@ -22,9 +23,9 @@ struct SDtmfSettings {
 struct STrunkSettings {
   bool hdlcLog = false;
   bool hangupOnAlerting = false;
-  int32_t numberType = 33;
-  int32_t clientType = 2;  // as written in the file, before the special values are mapped
-  int32_t switchType = 5;
+  int32_t numberType = kNationalIsdnNumber;
+  int32_t clientType = kUserSide;  // as written in the file, before the special values are mapped
+  int32_t switchType = kEuroIsdnE1;
   int32_t echoTailMs = 32;
   bool echoCanceller = false;
 };
@@ -46,9 +47,9 @@ class CConfig {
   std::atomic<bool> flushImmediate{false};
   std::atomic<int32_t> audioBuffers{32};
   std::atomic<bool> hangupOnAlerting{false};
-  std::atomic<int32_t> numberType{33};
-  std::atomic<int32_t> clientType{2};
-  std::atomic<int32_t> switchType{5};
+  std::atomic<int32_t> numberType{kNationalIsdnNumber};
+  std::atomic<int32_t> clientType{kUserSide};
+  std::atomic<int32_t> switchType{kEuroIsdnE1};
   std::atomic<bool> echoCanceller{false};
   std::atomic<int32_t> echoTailMs{32};
   std::atomic<bool> hdlcLog{false};

@@ -21,14 +21,6 @@
 namespace zelk {
 namespace {
 
-TEST(NodeType, TwoClientTypesStandForOthers) {
-  EXPECT_EQ(NodeTypeOf(1000), 5);
-  EXPECT_EQ(NodeTypeOf(1001), 10);
-  for (const int32_t type : {-1, 0, 1, 2, 3, 999, 1002}) {
-    EXPECT_EQ(NodeTypeOf(type), type);
-  }
-}
-
 // A card opened with an ini file of the test's own. Each test has a serial number of its own too: capture files stand
 // beside the test program, where the others run at the same time.
 class TrunkSetup : public testing::Test {
