@@ -35,7 +35,7 @@ class CCallRegistry {
   q931_call* RecordOf(CCallHandle call) const;
 
   // Takes over the list that begins at `first`: records that are gone lose their handles, new ones get theirs. libpri
-  // adds a record behind all others, so one that was freed and is in use again stands behind those that stayed.
+  // adds a record after all others, so one that was freed and is in use again comes after those that stayed.
   template <class Next>
   void Update(q931_call* first, Next next) {
     size_t kept = 0;

@@ -9,7 +9,7 @@
 
 namespace zelk {
 
-// One line of a capture, as text2pcap reads it with a direction and a time stamp in front:
+// One line of a capture, as text2pcap reads it with a direction and a time stamp first:
 //
 //   O 2013-05-09 14:03:07 0000 02 01 7F \r\n
 //

@@ -83,7 +83,7 @@ void CCard::TellReopening(const CStopFlag& caller) {
   }
 }
 
-// Without controllers no new call can begin behind the handlers' back.
+// Without controllers no new call can begin that the handlers do not know of.
 bool CCard::BeginReopen(const CStopFlag& caller, uint32_t& serialNumber) {
   const CScopedLock<CMutex> held(lifecycle);
   if (caller.IsSet()) {
@@ -127,7 +127,7 @@ bool CCard::TryOpen(const char* cardAddress, const char* localAddress, const CSt
   if (!ResetForOpen(caller) || !ResolveIpv4(cardAddress, remote) || !ParseIpv4(localAddress, local)) {
     return false;
   }
-  ++opening;
+  ++generation;
   isBegun = true;
   if (!core->link.Connect(remote, kCardPort, local, &caller) || !StartControl() || !AwaitInformation(caller) ||
       !StartAudio(local, remote)) {
@@ -138,7 +138,7 @@ bool CCard::TryOpen(const char* cardAddress, const char* localAddress, const CSt
   ConfigureTrunks(*core);
   SleepMs(kConfigurePauseMs);
   hasControllers = true;
-  SetUpTrunks(*core, opening);
+  SetUpTrunks(*core, generation);
   SendMessage(*core, AudioPort(core->audio.LocalPort()));
   core->ReportCardState(1, caller);
   core->controllersRunning = true;
@@ -160,7 +160,7 @@ bool CCard::ResetForOpen(const CStopFlag& caller) {
 }
 
 bool CCard::StartControl() {
-  control = std::make_shared<CControlThread>(core, core->link.Socket(), opening);
+  control = std::make_shared<CControlThread>(core, core->link.Socket(), generation);
   return controlThread.Start("zelk-control", [thread = control] { thread->Run(); });
 }
 

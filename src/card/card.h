@@ -82,8 +82,8 @@ class CCard {
   void StopThreads() ZELK_REQUIRES(lifecycle);
 
   const std::shared_ptr<CCardCore> core;
-  CMutex lifecycle;  // held through an open or a close; above every other lock
-  uint32_t opening ZELK_GUARDED_BY(lifecycle) = 0;
+  CMutex lifecycle;                                    // held through an open or a close; above every other lock
+  uint32_t generation ZELK_GUARDED_BY(lifecycle) = 0;  // how often the card has been opened
   // What a close has left to do.
   bool hasControllers ZELK_GUARDED_BY(lifecycle) = false;
   bool isBegun ZELK_GUARDED_BY(lifecycle) = false;

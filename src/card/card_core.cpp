@@ -75,17 +75,17 @@ bool CCardCore::CloseCaptures(const SLockPatience& patience) {
   return ForEachTrunkWithin(patience, [](CTrunk& trunk) ZELK_NO_THREAD_SAFETY_ANALYSIS { trunk.capture.Close(); });
 }
 
-void CCardCore::ReleaseLeftover(CTrunk& trunk, uint32_t opening) {
-  if (trunk.opening == opening) {
+void CCardCore::ReleaseLeftover(CTrunk& trunk, uint32_t generation) {
+  if (trunk.generation == generation) {
     trunk.controller.reset();
     trunk.capture.Close();
   }
 }
 
-void CCardCore::ReleaseLeftovers(uint32_t opening) {
+void CCardCore::ReleaseLeftovers(uint32_t generation) {
   for (CTrunk& trunk : trunks) {
     const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    ReleaseLeftover(trunk, opening);
+    ReleaseLeftover(trunk, generation);
   }
 }
 

@@ -33,10 +33,10 @@ class CCardCore : public IPriWriter, public IAudioNotice {
   // return, is left to its control thread; the result is then false.
   bool ReleaseControllers(const SLockPatience& patience);
   bool CloseCaptures(const SLockPatience& patience);
-  // What the two above had to leave of an opening: of one trunk, as soon as a control thread that has been given up is
-  // back from its callback and before it lets the trunk's lock go; of all, as its last act.
-  static void ReleaseLeftover(CTrunk& trunk, uint32_t opening) ZELK_REQUIRES(trunk.lock);
-  void ReleaseLeftovers(uint32_t opening);
+  // What the two above had to leave of a generation: of one trunk, as soon as a control thread that has been given up
+  // is back from its callback and before it lets the trunk's lock go; of all, as its last act.
+  static void ReleaseLeftover(CTrunk& trunk, uint32_t generation) ZELK_REQUIRES(trunk.lock);
+  void ReleaseLeftovers(uint32_t generation);
 
   // A thread that did not end in time may still report to the core: from here on it stays for good. Thread: opener.
   static void KeepForever(const std::shared_ptr<CCardCore>& core);

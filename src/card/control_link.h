@@ -10,8 +10,8 @@
 
 namespace zelk {
 
-// The TCP connection to a card. Every opening has a socket of its own, which its control thread shares, so that a
-// thread left over from an earlier opening never reaches a later connection.
+// The TCP connection to a card. Every generation of the card has a socket of its own, which its control thread shares,
+// so that a thread left over from an earlier generation never reaches a later connection.
 // Thread: opener for Connect; any for the rest. Connect blocks up to 2 s. A message goes out in one call; one that does
 // not fit into the socket's buffer is lost, and nothing is reported.
 class CControlLink {
@@ -21,7 +21,7 @@ class CControlLink {
   void Send(const void* message, size_t length);
   void Close();
   bool IsOpen() const;
-  // The socket of the current opening, null when there has been none. Waits on it end when the link is closed.
+  // The socket of the current generation, null when there has been none. Waits on it end when the link is closed.
   std::shared_ptr<CSocket> Socket() const;
 
  private:

@@ -96,7 +96,7 @@ void CControlParser::OnTrunkStatusByte(uint8_t byte) {
 void CControlParser::OnRegisterByte(uint8_t byte) {
   scratch[count++] = byte;
   if (count == 4) {
-    // Cards send several read-backs, or a status message, behind one marker: the type state stays.
+    // Cards send several read-backs, or a status message, after one marker: the type state stays.
     Enter(EState::kType);
     sink.OnRegister(scratch[0], static_cast<uint16_t>(scratch[1] | scratch[2] << 8), scratch[3]);
   }

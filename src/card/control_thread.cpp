@@ -31,8 +31,8 @@ void Guarded(Act act) {
 }  // namespace
 
 CControlThread::CControlThread(std::shared_ptr<CCardCore> sharedCore, std::shared_ptr<CSocket> openSocket,
-                               uint32_t openingNumber)
-    : core(std::move(sharedCore)), socket(std::move(openSocket)), opening(openingNumber), parser(*this) {}
+                               uint32_t generationNumber)
+    : core(std::move(sharedCore)), socket(std::move(openSocket)), generation(generationNumber), parser(*this) {}
 
 void CControlThread::RequestStop() {
   stop.Set();
@@ -47,7 +47,7 @@ void CControlThread::Run() {
     LookForHandlers();
     Turn();
   }
-  core->ReleaseLeftovers(opening);
+  core->ReleaseLeftovers(generation);
 }
 
 void CControlThread::Turn() {
@@ -164,11 +164,11 @@ void CControlThread::RunTrunkTimers(uint32_t trunk) {
   AfterCallback(entry);
 }
 
-// Held in a callback for too long, the thread finds its opening being closed: the controller that was left to it goes
-// before an application thread can take the trunk and place a call there.
+// Held in a callback for too long, the thread finds its generation being closed: the controller that was left to it
+// goes before an application thread can take the trunk and place a call there.
 void CControlThread::AfterCallback(CTrunk& trunk) {
   if (!IsRunning()) {
-    CCardCore::ReleaseLeftover(trunk, opening);
+    CCardCore::ReleaseLeftover(trunk, generation);
   }
 }
 

@@ -12,7 +12,7 @@
 
 namespace zelk {
 
-// The body of a card's control thread, for one opening of the card: reads the control connection, feeds D-channel
+// The body of a card's control thread, for one generation of the card: reads the control connection, feeds D-channel
 // frames to libpri, runs libpri's timers and delivers call and status events.
 //
 //   wait for bytes, or for the earliest timer (at most 100 ms) once the controllers run
@@ -25,10 +25,10 @@ namespace zelk {
 //
 // Thread: Run is the thread; RequestStop any. After RequestStop no handler is called any more, but for one that is
 // running, and of the card only its own socket and controllers are touched: a thread that is stopped late, because it
-// was held in a callback, acts for no later opening. Memory that runs out costs the frame or report at hand.
+// was held in a callback, acts for no later generation. Memory that runs out costs the frame or report at hand.
 class CControlThread : public IControlSink {
  public:
-  CControlThread(std::shared_ptr<CCardCore> sharedCore, std::shared_ptr<CSocket> openSocket, uint32_t openingNumber);
+  CControlThread(std::shared_ptr<CCardCore> sharedCore, std::shared_ptr<CSocket> openSocket, uint32_t generationNumber);
 
   void Run();
   void RequestStop();
@@ -58,7 +58,7 @@ class CControlThread : public IControlSink {
 
   const std::shared_ptr<CCardCore> core;
   const std::shared_ptr<CSocket> socket;
-  const uint32_t opening;
+  const uint32_t generation;
   CStopFlag stop;
   // The rest belongs to the control thread alone.
   bool hasSeenHandlers = false;

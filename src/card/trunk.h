@@ -18,8 +18,8 @@ struct CTrunk {
   // Null while the card is closed or libpri made none.
   std::unique_ptr<CPriController> controller ZELK_GUARDED_BY(lock);
   CCaptureFile capture ZELK_GUARDED_BY(lock);
-  uint32_t opening ZELK_GUARDED_BY(lock) = 0;  // the opening of the card that made the controller
-  // The D-channel came up in this opening of the card, and the handlers have been told so.
+  uint32_t generation ZELK_GUARDED_BY(lock) = 0;  // the card's, when it made the controller
+  // The D-channel came up in this generation, and the handlers have been told so.
   bool isDchannelUp ZELK_GUARDED_BY(lock) = false;
   bool isUpReported ZELK_GUARDED_BY(lock) = false;
 

@@ -31,7 +31,7 @@ std::unique_ptr<CPriController> TryCreate(CCardCore& core, uint32_t index, const
   }
 }
 
-void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t opening) {
+void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t generation) {
   CTrunk& trunk = core.trunks[index];
   const uint32_t serialNumber = core.facts.serialNumber;
   const STrunkSettings settings = Config().ReadTrunk(serialNumber, index + 1);
@@ -40,7 +40,7 @@ void SetUpTrunk(CCardCore& core, uint32_t index, uint32_t opening) {
   trunk.echoEnabled = settings.echoCanceller;
 
   const CScopedLock<CRecursiveMutex> held(trunk.lock);
-  trunk.opening = opening;
+  trunk.generation = generation;
   trunk.capture.Close();
   if (settings.hdlcLog) {
     trunk.capture.Open(serialNumber, index + 1);
@@ -58,9 +58,9 @@ void ConfigureTrunks(CCardCore& core) {
   }
 }
 
-void SetUpTrunks(CCardCore& core, uint32_t opening) {
+void SetUpTrunks(CCardCore& core, uint32_t generation) {
   for (uint32_t trunk = 0; trunk < UsedTrunks(core); ++trunk) {
-    SetUpTrunk(core, trunk, opening);
+    SetUpTrunk(core, trunk, generation);
   }
 }
 

@@ -13,6 +13,6 @@ namespace zelk {
 void ConfigureTrunks(CCardCore& core);
 // Reads the rest of every section, opens the captures, makes the cancellers and, under the trunk's lock, the
 // controllers.
-void SetUpTrunks(CCardCore& core, uint32_t opening);
+void SetUpTrunks(CCardCore& core, uint32_t generation);
 
 }  // namespace zelk

@@ -31,7 +31,7 @@ class CCardAudio : private IMediaHook, private IAudioNotice, private IAudioLink 
     controls.hook = this;
   }
 
-  // In memory of the datagram's size, so that a read behind its end is seen.
+  // In memory of the datagram's size, so that a read past its end is seen.
   void Arrive(Bytes datagram) { receiver.TakePacket(datagram.data(), datagram.size()); }
 
   void Packet(uint32_t sequence, uint8_t hint, size_t length, uint8_t fill) {

@@ -27,7 +27,7 @@ std::string Swapped(std::string text) {
 
 void CheckNumbers(std::string_view value) {
   const int32_t number = ProfileNumber(value);
-  Require(number == ProfileNumber(std::string(value) + " \t"), "blanks behind a number say nothing");
+  Require(number == ProfileNumber(std::string(value) + " \t"), "blanks after a number say nothing");
   float real = 5.0F;
   const bool isReal = ScanFloat(value, real);
   Require(isReal || real == 5.0F, "no number leaves the value as it is");

@@ -23,7 +23,7 @@ class CReusingAllocator {
   CReusingAllocator(const CReusingAllocator&) = delete;
   CReusingAllocator& operator=(const CReusingAllocator&) = delete;
 
-  uint32_t Reused() const;  // so often until now
+  uint32_t Reused() const;  // how often that was the case
 };
 
 }  // namespace support

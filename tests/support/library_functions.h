@@ -1,6 +1,6 @@
 #pragma once
 
-// Every function of the library, by its name behind ZELK_: X(Name) for each.
+// Every function of the library, by its name after ZELK_: X(Name) for each.
 #define ZELK_LIBRARY_FUNCTIONS(X) \
   X(Init)                         \
   X(Shutdown)                     \

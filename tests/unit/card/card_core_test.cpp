@@ -61,7 +61,7 @@ TEST_F(CardCore, ControllersAreReleasedWithoutTheOneInUse) {
   CPriSide side(2);
   for (CTrunk& trunk : core.trunks) {
     trunk.controller = CPriController::Create(core, 0, 2, 5);
-    trunk.opening = 7;
+    trunk.generation = 7;
   }
   CEvent isHeld;
   CEvent mayGo;

@@ -18,10 +18,10 @@ class ControlThread : public testing::Test {
   ControlThread() { core->handlers = &handlers; }
 
   // A new one, which has not spoken with the exchange.
-  void GiveController(uint32_t opening = 1) {
+  void GiveController(uint32_t generation = 1) {
     const CScopedLock<CRecursiveMutex> held(core->trunks[0].lock);
     core->trunks[0].controller = CPriController::Create(*core, 0, 2, 5);
-    core->trunks[0].opening = opening;
+    core->trunks[0].generation = generation;
   }
 
   // Of the exchange: the answer to the SABME that every controller begins with, and two calls on timeslot 1.
@@ -121,7 +121,7 @@ TEST_F(ControlThread, AStoppedThreadLeavesWhatTheCardSaysAlone) {
   thread.RequestStop();
   const uint8_t body[kCardInformationBytes] = {'Z', 'E', 'L', 'K', ' ', 2, 3, 1, 0, 0, 0, 5, 0, 0, 0, 24, 1, 15, 9};
   thread.OnInformation(body);
-  EXPECT_EQ(core->facts.serialNumber, 0U) << "the next opening would take it for its own card's";
+  EXPECT_EQ(core->facts.serialNumber, 0U) << "the next generation would take it for its own card's";
   thread.OnLineStatus(1, 0);
   EXPECT_EQ(core->trunks[1].lineStatus, 3);
 }

@@ -153,7 +153,7 @@ TEST_F(AnswerRouter, AcknowledgesNothingOnceTheCallLogicHasDoneAwayWithTheCall) 
   EXPECT_EQ(Acknowledges(), 0);
 }
 
-// Too late for this opening of the card: another one may have the connection by now.
+// Too late for this generation of the card: another one may have the connection by now.
 TEST_F(AnswerRouter, AcknowledgesNothingWhenTheCallerWasGivenUpInTheCallback) {
   handlers.onCall = [&](CCard&, uint16_t, ECallEvent code, const SPriEvent&) {
     if (code == CALLEV_ANSWER) {
