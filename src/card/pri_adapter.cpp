@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <exception>
 
+#include "card/pri_release.h"
 #include "platform/mutex.h"
 #include "runtime/log.h"
 #include "runtime/q931_types.h"
@@ -12,8 +12,6 @@
 extern "C" {
 #include <libpri.h>
 #include <pri_internal.h>
-//
-#include <pri_facility.h>
 }
 
 namespace zelk {
@@ -25,10 +23,10 @@ static_assert(kPriRestart == PRI_EVENT_RESTART && kPriConfigError == PRI_EVENT_C
 static_assert(kPriRing == PRI_EVENT_RING && kPriHangup == PRI_EVENT_HANGUP && kPriRinging == PRI_EVENT_RINGING);
 static_assert(kPriAnswer == PRI_EVENT_ANSWER && kPriHangupAck == PRI_EVENT_HANGUP_ACK);
 static_assert(kPriInfoReceived == PRI_EVENT_INFO_RECEIVED && kPriProceeding == PRI_EVENT_PROCEEDING);
-static_assert(kNetworkSide == PRI_NETWORK && kUserSide == PRI_CPE);
-static_assert(kEuroIsdnE1 == PRI_SWITCH_EUROISDN_E1 && kNationalIsdnNumber == PRI_NATIONAL_ISDN);
 static_assert(kPriHangupRequest == PRI_EVENT_HANGUP_REQ && kPriProgress == PRI_EVENT_PROGRESS);
 static_assert(kPriConnectAck == PRI_EVENT_CONNECT_ACK);
+static_assert(kNetworkSide == PRI_NETWORK && kUserSide == PRI_CPE);
+static_assert(kEuroIsdnE1 == PRI_SWITCH_EUROISDN_E1 && kNationalIsdnNumber == PRI_NATIONAL_ISDN);
 
 // Two address bytes, one of control and two of FCS: libpri reads that much of any frame.
 constexpr size_t kShortestFrame = 5;
@@ -111,59 +109,6 @@ SPriNumber NumberOf(const q931_party_number& number) {
   return {number.valid != 0, TextOf(number.str)};
 }
 
-void ReleaseQueue(q921_link& link) {
-  while (q921_frame* frame = link.tx_queue) {
-    link.tx_queue = frame->next;
-    std::free(frame);
-  }
-}
-
-// Calls end without a message: their supplementary-service requests are given up while the timer table still stands.
-void ReleaseCalls(pri* controller) {
-  for (q931_call* call = controller->localpool; call != nullptr; call = call->next) {
-    for (q931_call* subcall : call->subcalls) {
-      pri_call_apdu_queue_cleanup(subcall);
-    }
-    pri_call_apdu_queue_cleanup(call);
-  }
-  while (q931_call* call = controller->localpool) {
-    controller->localpool = call->next;
-    for (q931_call* subcall : call->subcalls) {
-      std::free(subcall);
-    }
-    std::free(call);
-  }
-}
-
-void ReleaseCompletionRecords(pri* controller) {
-  while (pri_cc_record* record = controller->cc.pool) {
-    controller->cc.pool = record->next;
-    std::free(record);
-  }
-}
-
-// libpri has no release of its own. The controller owns its calls, its links with the frames they wait to have
-// acknowledged, its call completion records, the timer table and the buffer of its message line; the dummy call stands
-// in one allocation with the controller or, on further links, with the link.
-void ReleaseController(pri* controller) {
-  ReleaseCalls(controller);
-  ReleaseCompletionRecords(controller);
-  bool isDummyBorrowed = false;
-  while (q921_link* link = controller->link.next) {
-    controller->link.next = link->next;
-    isDummyBorrowed = isDummyBorrowed || link->dummy_call == controller->link.dummy_call;
-    ReleaseQueue(*link);
-    pri_link_destroy(link);
-  }
-  ReleaseQueue(controller->link);
-  if (!isDummyBorrowed) {
-    pri_call_apdu_queue_cleanup(controller->link.dummy_call);
-  }
-  std::free(controller->msg_line);
-  std::free(controller->sched.timer);
-  std::free(controller);
-}
-
 int ReadNothing(pri*, void*, int) {
   return 0;
 }
@@ -190,7 +135,6 @@ struct CPriController::SImpl {
 
   CCallRegistry calls;
 
-  void ReleaseAbandonedCalls();
   void UpdateCalls();
   bool TakeEvent(const pri_event* from, SPriEvent& to);
   // Does something to one of our calls; -1 for any other. libpri may free the call, or others, meanwhile.
@@ -200,21 +144,8 @@ struct CPriController::SImpl {
   static void Message(pri* controller, char* text) noexcept;
 };
 
-// A call that the other side clears before anything was sent for it is ended by libpri with RELEASE COMPLETE, without
-// an event, and libpri then waits for one from the other side, without a timer: the record would stay for good, and
-// swallow the next call with its reference.
-void CPriController::SImpl::ReleaseAbandonedCalls() {
-  for (q931_call* call = *controller->callpool; call != nullptr;) {
-    q931_call* const next = call->next;
-    if (call->ourcallstate == Q931_CALL_STATE_RELEASE_REQUEST && call->alive == 0 && call->retranstimer == 0) {
-      pri_destroycall(controller, call);
-    }
-    call = next;
-  }
-}
-
 void CPriController::SImpl::UpdateCalls() {
-  ReleaseAbandonedCalls();
+  ReleaseAbandonedCalls(controller);
   calls.Update(*controller->callpool, [](const q931_call* call) { return call->next; });
 }
 

@@ -14,7 +14,7 @@
 #include "platform/riff_walk.h"
 #include "playback/file_player.h"
 #include "stream/media_hook.h"
-#include "unit/formats/wav_bytes.h"
+#include "support/wav_bytes.h"
 
 namespace zelk::fuzz {
 namespace {

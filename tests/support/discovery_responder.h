@@ -1,65 +1,51 @@
 #pragma once
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "unit/card/fake_card.h"
+namespace zelk {
 
-namespace zelk::test {
+// What a card says to the discovery probe, from its address.
+struct SDiscoveryAnswer {
+  std::string address;
+  std::vector<uint8_t> datagram;
+};
 
-// Answers the discovery probe on the loopback network for cards at these addresses, in this order.
+// A reply as cards send it; the arguments make it another's.
+std::vector<uint8_t> DiscoveryReply(const char* magic = "ZELK R", uint8_t version = 1, size_t length = 15);
+
+// Hears the probes for all the cards of the loopback network and gives their answers, in this order.
+// Thread: any; the work is done on a thread of its own.
 class CDiscoveryResponder {
  public:
-  explicit CDiscoveryResponder(std::vector<std::string> cardAddresses) : probes(OpenUdp("127.255.255.255")), worker() {
-    for (const std::string& address : cardAddresses) {
-      cards.push_back(OpenUdp(address));
-    }
-    worker = std::thread([this] { Run(); });
-  }
-  ~CDiscoveryResponder() {
-    stopping = true;
-    worker.join();
-    CloseSocket(probes);
-    for (const int card : cards) {
-      CloseSocket(card);
-    }
-  }
+  explicit CDiscoveryResponder(const std::vector<SDiscoveryAnswer>& answers);
+  // Cards at these addresses that answer as they should.
+  explicit CDiscoveryResponder(const std::vector<std::string>& cardAddresses);
+  ~CDiscoveryResponder();
   CDiscoveryResponder(const CDiscoveryResponder&) = delete;
   CDiscoveryResponder& operator=(const CDiscoveryResponder&) = delete;
 
+  bool IsReady() const { return isReady; }
+  int Probes() const { return probes; }
+
  private:
-  static int OpenUdp(const std::string& address) {
-    const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
-    const int on = 1;
-    setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const sockaddr_in local = SystemAddress(address, 5854);
-    EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&local), sizeof local), 0) << address;
-    return descriptor;
-  }
+  struct SCard {
+    int socket;
+    std::vector<uint8_t> datagram;
+  };
 
-  void Run() {
-    while (!stopping) {
-      pollfd polled{probes, POLLIN, 0};
-      if (poll(&polled, 1, 10) <= 0) {
-        continue;
-      }
-      char probe[64];
-      sockaddr_in from{};
-      socklen_t length = sizeof from;
-      if (recvfrom(probes, probe, sizeof probe, 0, reinterpret_cast<sockaddr*>(&from), &length) == 6) {
-        from.sin_port = htons(5854);  // where the library listens; the probe came from another socket
-        const char reply[15] = {'Z', 'E', 'L', 'K', ' ', 'R', 1};
-        for (const int card : cards) {
-          (void)!sendto(card, reply, sizeof reply, 0, reinterpret_cast<const sockaddr*>(&from), length);
-        }
-      }
-    }
-  }
+  int OpenUdp(const std::string& address, uint16_t port);
+  void Run();
+  void Answer();
 
-  const int probes;
-  std::vector<int> cards;
+  bool isReady = true;
+  const int receiver;
+  std::vector<SCard> cards;
+  std::atomic<int> probes{0};
   std::atomic<bool> stopping{false};
   std::thread worker;
 };
 
-}  // namespace zelk::test
+}  // namespace zelk

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "card/pri_adapter.h"
+#include "runtime/q931_types.h"
 
 namespace zelk {
 
@@ -14,30 +16,19 @@ using PriFrame = std::vector<uint8_t>;
 // One side of a D-channel in memory: a controller, the frames it has written and the events it has had.
 class CPriSide : public IPriWriter {
  public:
-  CPriSide(int nodeType, int switchType = 5, uint32_t trunk = 0)
-      : controller(CPriController::Create(*this, trunk, nodeType, switchType)) {}
+  explicit CPriSide(int nodeType, int switchType = kEuroIsdnE1, uint32_t trunk = 0);
+  int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
 
-  int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override {
-    lastTrunk = trunk;
-    written.emplace_back(frame, frame + length);
-    return static_cast<int>(length);
-  }
+  // A frame as the other side wrote it, and a timer that is due. True when libpri had an event, which is noted.
+  bool Receive(const PriFrame& frame);
+  bool RunTimers();
 
-  void Note(const SPriEvent& event) {
-    events.push_back(event);
-    if (event.code == kPriAnswer && acknowledgesAnswers) {
-      controller->ConnectAck(event.call, event.channel);
-    }
-  }
+  void Note(const SPriEvent& event);
   bool Has(int code) const { return Find(code) != nullptr; }
-  const SPriEvent* Find(int code) const {
-    for (const SPriEvent& event : events) {
-      if (event.code == code) {
-        return &event;
-      }
-    }
-    return nullptr;
-  }
+  const SPriEvent* Find(int code) const;      // the first event of this kind, or null
+  const SPriEvent* FindLast(int code) const;  // the last
+  // The call of the first ring, null without one.
+  PriCall Ring() const;
 
   std::deque<PriFrame> written;
   std::vector<SPriEvent> events;
@@ -50,39 +41,17 @@ class CPriSide : public IPriWriter {
 class CPriPair {
  public:
   // Hands over one frame of either side; false when there is none.
-  bool Step() { return Deliver(user, network) || Deliver(network, user); }
-  // Runs what is due and hands over frames until both sides are quiet; at most so many frames.
-  void Run(int frames = 1000) {
-    RunTimers(user);
-    RunTimers(network);
-    while (frames-- > 0 && Step()) {
-      RunTimers(user);
-      RunTimers(network);
-    }
-  }
+  bool Step();
+  // Runs what is due and hands over frames until both sides are quiet; no more than this number of frames.
+  void Run(int frames = 1000);
+  // A call of one of the sides, its SETUP handed over. Throws when libpri does not send it.
+  PriCall Dial(CPriSide& from, int timeslot = 3);
 
-  CPriSide user{2};
-  CPriSide network{1};
+  CPriSide user{kUserSide};
+  CPriSide network{kNetworkSide};
 
  private:
-  static bool Deliver(CPriSide& from, CPriSide& to) {
-    if (from.written.empty()) {
-      return false;
-    }
-    const PriFrame frame = from.written.front();
-    from.written.pop_front();
-    SPriEvent event;
-    if (to.controller->Receive(frame.data(), frame.size(), event)) {
-      to.Note(event);
-    }
-    return true;
-  }
-  static void RunTimers(CPriSide& side) {
-    SPriEvent event;
-    while (side.controller->RunTimers(event)) {
-      side.Note(event);
-    }
-  }
+  void RunTimers();
 };
 
 }  // namespace zelk

@@ -2,8 +2,8 @@
 #include <fstream>
 
 #include "native_module.h"
+#include "support/temp_dir.h"
 #include "system_fixture.h"
-#include "unit/platform/temp_dir.h"
 
 // Where the library has its files: beside itself, under whatever path it was loaded.
 namespace {

@@ -7,12 +7,13 @@
 
 #include "call/application_events.h"
 #include "call/channel_info.h"
-#include "discovery_responder.h"
 #include "platform/module.h"
 #include "runtime/config.h"
 #include "runtime/log.h"
 #include "runtime/log_writer.h"
 #include "runtime/paths.h"
+#include "support/discovery_responder.h"
+#include "support/fake_card.h"
 
 namespace zelk::test {
 namespace {
@@ -58,6 +59,7 @@ class CLibraryTest : public ::testing::Test {
       cards.push_back(trunkCounts[card] != 0 ? std::make_unique<CFakeCard>(options) : nullptr);
     }
     responder = std::make_unique<CDiscoveryResponder>(addresses);
+    EXPECT_TRUE(responder->IsReady());
   }
 
   static std::string LogPath() {

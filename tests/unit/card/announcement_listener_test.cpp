@@ -6,13 +6,14 @@
 #include <fstream>
 #include <iterator>
 
-#include "fake_card.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
 #include "recording_handlers.h"
 #include "runtime/config.h"
 #include "runtime/log.h"
 #include "support/allocation_probe.h"
+#include "support/fake_card.h"
+#include "support/system_address.h"
 
 namespace zelk {
 namespace {
@@ -123,7 +124,7 @@ TEST_F(AnnouncementListener, AFailedReopenIsLoggedAndTheNextAnnouncementStillFin
 TEST_F(AnnouncementListener, AnUnknownSerialNumberIsIgnored) {
   Announce("127.0.0.2", 4712);
   Announce("127.0.0.2", 0);
-  // One that is known, behind them, shows that they were taken.
+  // One that is known, after them, shows that they were taken.
   ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
   listener.Stop();
   const std::string text = LogText();
@@ -146,8 +147,8 @@ TEST_F(AnnouncementListener, WithoutMemoryAReopenIsLostAndTheNextOneIsDone) {
   std::atomic<uint32_t> n{0};
   handlers.SetOnReopening([&](const CStopFlag&) { support::FailAllocation(++n); });
   constexpr uint32_t kFailures = 8;
-  // With the n-th allocation behind the handlers' call failing, the card is closed; the failure may also stand behind
-  // the opening, in the next announcement.
+  // With the n-th allocation after the handlers' call failing, the card is closed; the failure may also come after
+  // the open, in the next announcement.
   ASSERT_TRUE(AnnounceUntil([&] { return n >= kFailures; }, "127.0.0.2", 4711));
   handlers.SetOnReopening([](const CStopFlag&) { support::FailAllocation(0); });
   const size_t opened = handlers.Count("card 3 1");

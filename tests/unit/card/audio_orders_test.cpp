@@ -4,10 +4,10 @@
 #include <random>
 
 #include "card/card.h"
-#include "fake_card.h"
 #include "platform/socket.h"
 #include "recording_handlers.h"
 #include "stream/sequence_rules.h"
+#include "support/fake_card.h"
 
 namespace zelk {
 namespace {
@@ -141,7 +141,7 @@ class AudioOrders : public testing::Test {
     expectedReplies.clear();
   }
 
-  // The first 160 bytes of an opening have no block to go to, and a block leaves with the byte that follows it.
+  // The first 160 bytes of a generation have no block to go to, and a block leaves with the byte that follows it.
   void ExpectSound() {
     const size_t whole = expectedSound.size() <= 160 ? 0 : (expectedSound.size() - 161) / 160 * 160;
     ASSERT_TRUE(handlers.WaitHeard(whole));

@@ -7,8 +7,8 @@
 
 #include "card/card.h"
 #include "platform/clock.h"
-#include "pri_pair.h"
 #include "recording_handlers.h"
+#include "support/pri_pair.h"
 
 namespace zelk {
 namespace {

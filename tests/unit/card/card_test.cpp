@@ -5,13 +5,13 @@
 #include <future>
 #include <thread>
 
-#include "fake_card.h"
 #include "native_cpu_time.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "recording_handlers.h"
 #include "runtime/config.h"
 #include "support/allocation_probe.h"
+#include "support/fake_card.h"
 
 namespace zelk {
 namespace {
@@ -217,7 +217,7 @@ TEST_F(Card, TimersRunWhileTheCardIsSilent) {
   EXPECT_TRUE(peer.WaitFor({0xFF, 0x10, 2, 3, 0, 0x00, 0x01, 0x7F}, 2));
 }
 
-TEST_F(Card, AnOpeningKnowsNothingOfTheLinesBeforeTheFirstStatus) {
+TEST_F(Card, ANewGenerationKnowsNothingOfTheLinesBeforeTheFirstStatus) {
   CFakeCard::SOptions options;
   options.keepsTalking = false;
   CFakeCard& peer = Fake(options);
@@ -229,7 +229,7 @@ TEST_F(Card, AnOpeningKnowsNothingOfTheLinesBeforeTheFirstStatus) {
   ASSERT_TRUE(card.Reopen(peer.Address(), kLocal, cancel));
   EXPECT_EQ(card.Trunk(0).lineStatus, 3);
   EXPECT_EQ(card.Trunk(1).lineStatus, 3);
-  // An error of a line that may be out of service is not reported, one behind its status is.
+  // An error of a line that may be out of service is not reported, one after its status is.
   peer.Send({0xFF, 0x11, 0, 4, 0xFF, 0x07, 0, 0, 0xFF, 0x11, 0, 3});
   EXPECT_TRUE(handlers.WaitFor("trunk 0 262 0 3"));
   EXPECT_EQ(handlers.Count("trunk 0 262 0 4"), 0U);
@@ -342,8 +342,8 @@ TEST_F(Card, CanBeClosedWhileAReopenTellsTheHandlers) {
   EXPECT_TRUE(Open());
 }
 
-// Every step of an opening in turn finds no memory: the card is open and works, or it is closed as after any failure.
-TEST_F(Card, AnOpeningWithoutMemoryFailsAndLeavesNoSerialNumber) {
+// Every step of an open in turn finds no memory: the card is open and works, or it is closed as after any failure.
+TEST_F(Card, AnOpenWithoutMemoryFailsAndLeavesNoSerialNumber) {
   CFakeCard::SOptions options;
   options.trunkCount = 1;
   Fake(options);
@@ -359,11 +359,11 @@ TEST_F(Card, AnOpeningWithoutMemoryFailsAndLeavesNoSerialNumber) {
                                       opened += isOpen ? 1 : 0;
                                       card.Close();
                                     });
-  EXPECT_TRUE(fake->WaitFor({0xFF, 0x04}, opened + 1)) << "none failed behind the card's answer";
+  EXPECT_TRUE(fake->WaitFor({0xFF, 0x04}, opened + 1)) << "none failed after the card's answer";
   Config().Read("");
 }
 
-TEST_F(Card, AReopeningWithoutMemoryFailsAndKeepsTheSerialNumber) {
+TEST_F(Card, AReopenWithoutMemoryFailsAndKeepsTheSerialNumber) {
   CFakeCard::SOptions options;
   options.trunkCount = 1;
   Fake(options);
@@ -420,7 +420,7 @@ TEST_F(Card, AnAnswerIsAcknowledgedExactlyOnce) {
   peer.OnNetwork([=](CPriController& network) { network.Answer(call, 7); });
   EXPECT_TRUE(handlers.WaitFor("call 0 7 779"));
   EXPECT_TRUE(peer.WaitForNetworkEvent(kPriConnectAck));
-  // CONNECT ACKNOWLEDGE is message type 0x0F behind two address, two control and four layer 3 header bytes.
+  // CONNECT ACKNOWLEDGE is message type 0x0F after two address, two control and four layer 3 header bytes.
   const std::vector<Message> all = peer.Messages();
   EXPECT_EQ(std::count_if(all.begin(), all.end(),
                           [](const Message& message) {
@@ -564,7 +564,7 @@ TEST_F(Card, DefaultsAreTakenForAllTrunks) {
   }
 }
 
-TEST_F(Card, AnOpeningStartsEveryTrunkAsAUserOfEuroIsdn) {
+TEST_F(Card, AnOpenStartsEveryTrunkAsAUserOfEuroIsdn) {
   Fake();
   card.SetTrunkDefaults(6, 1001, 40);
   ASSERT_TRUE(Open());

@@ -4,8 +4,8 @@
 
 #include <thread>
 
-#include "fake_card.h"
 #include "platform/clock.h"
+#include "support/fake_card.h"
 
 namespace zelk {
 namespace {

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "card/card.h"
-#include "pri_pair.h"
 #include "recording_handlers.h"
 #include "support/allocation_probe.h"
+#include "support/pri_pair.h"
 
 namespace zelk {
 namespace {
@@ -140,7 +140,7 @@ TEST_F(ControlThread, AControllerLeftToAThreadInACallbackGoesBeforeTheTrunkIsFre
   EXPECT_EQ(core->trunks[0].controller, nullptr);
 }
 
-TEST_F(ControlThread, AStoppedThreadLeavesTheControllerOfALaterOpeningAlone) {
+TEST_F(ControlThread, AStoppedThreadLeavesTheControllerOfALaterGenerationAlone) {
   GiveController(2);
   thread.RequestStop();
   thread.OnFrame(0, kUa, sizeof kUa);

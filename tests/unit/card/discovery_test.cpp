@@ -2,44 +2,36 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "card/card.h"
-#include "fake_card.h"
 #include "platform/socket.h"
 #include "runtime/log.h"
+#include "support/discovery_responder.h"
 
 namespace zelk {
 namespace {
 
-Message Reply(const char* magic = "ZELK R", uint8_t version = 1, size_t length = 15) {
-  Message datagram(magic, magic + 6);
-  datagram.push_back(version);
-  datagram.resize(length);
-  return datagram;
-}
-
-bool IsReply(const Message& datagram) {
+bool IsReply(const std::vector<uint8_t>& datagram) {
   return IsDiscoveryReply(datagram.data(), datagram.size());
 }
 
 TEST(DiscoveryReply, NeedsHeadVersionAndLength) {
-  EXPECT_TRUE(IsReply(Reply()));
-  EXPECT_TRUE(IsReply(Reply("ZELK R", 1, 1500)));
-  EXPECT_FALSE(IsReply(Reply("ZELK R", 1, 14)));
-  EXPECT_FALSE(IsReply(Reply("ZELK R", 2)));
-  EXPECT_FALSE(IsReply(Reply("ZELK R", 0)));
-  EXPECT_FALSE(IsReply(Reply("ZELK D")));
-  EXPECT_FALSE(IsReply(Reply("zelk r")));
+  EXPECT_TRUE(IsReply(DiscoveryReply()));
+  EXPECT_TRUE(IsReply(DiscoveryReply("ZELK R", 1, 1500)));
+  EXPECT_FALSE(IsReply(DiscoveryReply("ZELK R", 1, 14)));
+  EXPECT_FALSE(IsReply(DiscoveryReply("ZELK R", 2)));
+  EXPECT_FALSE(IsReply(DiscoveryReply("ZELK R", 0)));
+  EXPECT_FALSE(IsReply(DiscoveryReply("ZELK D")));
+  EXPECT_FALSE(IsReply(DiscoveryReply("zelk r")));
   EXPECT_FALSE(IsReply({}));
 }
 
 TEST(Announcement, CarriesTheSerialNumberAt18) {
   std::array<uint8_t, kDatagramBytes> buffer{};
-  const Message datagram = Reply("ZELK B", 1, 22);
+  const std::vector<uint8_t> datagram = DiscoveryReply("ZELK B", 1, 22);
   std::copy(datagram.begin(), datagram.end(), buffer.begin());
   buffer[18] = 0x78;
   buffer[19] = 0x56;
@@ -85,79 +77,20 @@ TEST(AddDiscoveredCard, KeepsTheFirstAdapterAndTheBound) {
   EXPECT_EQ(cards.size(), size_t{kMaxCards});
 }
 
-struct SAnswer {
-  std::string address;
-  Message datagram;
-};
-
-// Answers every probe with datagrams from addresses of its own.
-class CFakeNeighbours {
- public:
-  explicit CFakeNeighbours(std::vector<SAnswer> chosen) : answers(std::move(chosen)) {
-    receiver = socket(AF_INET, SOCK_DGRAM, 0);
-    const int on = 1;
-    setsockopt(receiver, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const sockaddr_in local = SystemAddress("0.0.0.0", 5854);
-    isReady = bind(receiver, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
-    worker = std::thread([this] { Run(); });
-  }
-  ~CFakeNeighbours() {
-    stopping = true;
-    worker.join();
-    CloseSocket(receiver);
-  }
-
-  bool isReady = false;
-  std::atomic<int> probes{0};
-
- private:
-  void Run() {
-    while (!stopping) {
-      pollfd polled{receiver, POLLIN, 0};
-      if (poll(&polled, 1, 10) > 0) {
-        Take();
-      }
-    }
-  }
-  void Take() {
-    char buffer[1500];
-    sockaddr_in from{};
-    socklen_t size = sizeof from;
-    const ssize_t length = recvfrom(receiver, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &size);
-    if (length != 6 || std::memcmp(buffer, "ZELK D", 6) != 0) {
-      return;
-    }
-    ++probes;
-    from.sin_port = htons(5854);
-    for (const SAnswer& answer : answers) {
-      const int sender = socket(AF_INET, SOCK_DGRAM, 0);
-      const sockaddr_in local = SystemAddress(answer.address, 0);
-      (void)!bind(sender, reinterpret_cast<const sockaddr*>(&local), sizeof local);
-      sendto(sender, answer.datagram.data(), answer.datagram.size(), 0, reinterpret_cast<const sockaddr*>(&from), size);
-      CloseSocket(sender);
-    }
-  }
-
-  const std::vector<SAnswer> answers;
-  int receiver = -1;
-  std::atomic<bool> stopping{false};
-  std::thread worker;
-};
-
 TEST(Discovery, CountsEachCardOnceInTheOrderOfTheFirstReplies) {
-  CFakeNeighbours neighbours({{"127.0.0.9", Reply()},
-                              {"127.0.0.5", Reply("ZELK R", 1, 14)},
-                              {"127.0.0.6", Reply("ZELK R", 2)},
-                              {"127.0.0.7", Reply("OTHER!")},
-                              {"127.0.0.8", Reply("ZELK R", 1, 64)}});
-  ASSERT_TRUE(neighbours.isReady);
+  CDiscoveryResponder neighbours(std::vector<SDiscoveryAnswer>{{"127.0.0.9", DiscoveryReply()},
+                                                               {"127.0.0.5", DiscoveryReply("ZELK R", 1, 14)},
+                                                               {"127.0.0.6", DiscoveryReply("ZELK R", 2)},
+                                                               {"127.0.0.7", DiscoveryReply("OTHER!")},
+                                                               {"127.0.0.8", DiscoveryReply("ZELK R", 1, 64)}});
+  ASSERT_TRUE(neighbours.IsReady());
   std::vector<SDiscoveredCard> cards;
   EXPECT_EQ(DiscoverCards(cards), 2);
   ASSERT_EQ(cards.size(), 2U);
   EXPECT_EQ(FormatIpv4(cards[0].cardAddress), "127.0.0.9");
   EXPECT_EQ(FormatIpv4(cards[1].cardAddress), "127.0.0.8");
   EXPECT_EQ(FormatIpv4(cards[0].localAddress), "127.0.0.1");
-  EXPECT_EQ(neighbours.probes, 3);
+  EXPECT_EQ(neighbours.Probes(), 3);
 }
 
 TEST(Discovery, FindsNothingWhereNobodyAnswers) {
@@ -169,11 +102,11 @@ TEST(Discovery, FindsNothingWhereNobodyAnswers) {
 TEST(Discovery, TakesTwentyCardsAndNotesThatThereAreMoreOnce) {
   const std::string path = (std::filesystem::temp_directory_path() / "zelk-discovery-test.log").string();
   std::filesystem::remove(path);
-  std::vector<SAnswer> answers;
+  std::vector<SDiscoveryAnswer> answers;
   for (int i = 1; i <= 23; ++i) {
-    answers.push_back({"127.0.1." + std::to_string(i), Reply()});
+    answers.push_back({"127.0.1." + std::to_string(i), DiscoveryReply()});
   }
-  CFakeNeighbours neighbours(answers);
+  CDiscoveryResponder neighbours(answers);
   std::vector<SDiscoveredCard> cards;
   EXPECT_EQ(DiscoverCards(cards), 20);
   EXPECT_EQ(FormatIpv4(cards[19].cardAddress), "127.0.1.20");

@@ -6,8 +6,8 @@
 #include <map>
 
 #include "card/card.h"
-#include "pri_pair.h"
 #include "recording_handlers.h"
+#include "support/pri_pair.h"
 
 namespace zelk {
 namespace {

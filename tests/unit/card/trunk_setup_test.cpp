@@ -10,13 +10,13 @@
 
 #include "card/card.h"
 #include "card/control_thread.h"
-#include "fake_card.h"
 #include "platform/clock.h"
 #include "platform/module.h"
 #include "recording_handlers.h"
 #include "runtime/config.h"
 #include "runtime/paths.h"
 #include "support/allocation_probe.h"
+#include "support/fake_card.h"
 
 namespace zelk {
 namespace {
@@ -68,7 +68,7 @@ TEST_F(TrunkSetup, EveryTrunkTakesItsSectionAndTheGeneralValues) {
   EXPECT_EQ(card.Trunk(1).switchType, 5);
   EXPECT_FALSE(card.Trunk(1).hangupOnAlerting);
   EXPECT_FALSE(card.Trunk(1).echoEnabled);
-  EXPECT_EQ(card.Trunk(2).nodeType, 2) << "a position without a trunk keeps the opening's value";
+  EXPECT_EQ(card.Trunk(2).nodeType, 2) << "a position without a trunk keeps what the open began with";
 }
 
 TEST_F(TrunkSetup, TheConfigurationCarriesEachTrunksCrc4AndTheLastOneStays) {
@@ -95,7 +95,7 @@ TEST_F(TrunkSetup, ATrunkWhoseControllerCannotBeMadeIsDeafAndTheOthersWork) {
     try {
       SetUpTrunks(*core, 1);
     } catch (const std::bad_alloc&) {
-      return;  // its settings could not be read: the opening ends
+      return;  // its settings could not be read: the open ends
     }
   };
   support::ForEachFailingAllocation(setUp, [&](bool) {
@@ -147,7 +147,7 @@ TEST_F(TrunkSetup, TheCaptureHoldsSentFramesAndReceivedOnesWithAnEvent) {
 
   ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
   card.Close();
-  EXPECT_EQ(Capture().substr(0, text.size()), text) << "the next opening appends";
+  EXPECT_EQ(Capture().substr(0, text.size()), text) << "the next open appends";
   EXPECT_GT(Capture().size(), text.size());
 }
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "formats/wave_header.h"
-#include "unit/formats/wav_bytes.h"
+#include "support/wav_bytes.h"
 
 namespace {
 

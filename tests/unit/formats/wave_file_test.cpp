@@ -6,7 +6,7 @@
 #include <string>
 
 #include "support/allocation_probe.h"
-#include "wav_bytes.h"
+#include "support/wav_bytes.h"
 
 namespace zelk {
 namespace {

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "support/allocation_probe.h"
-#include "unit/formats/wav_bytes.h"
+#include "support/wav_bytes.h"
 
 namespace zelk {
 namespace {

@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "native_pipe.h"
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace zelk {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "platform/ini.h"
 #include "support/allocation_probe.h"
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace zelk {
 namespace {

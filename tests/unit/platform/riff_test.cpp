@@ -6,7 +6,7 @@
 #include <random>
 
 #include "native_pipe.h"
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace zelk {
 namespace {

@@ -11,7 +11,7 @@
 #include "formats/g711.h"
 #include "formats/wave_header.h"
 #include "support/allocation_probe.h"
-#include "unit/formats/wav_bytes.h"
+#include "support/wav_bytes.h"
 
 namespace zelk {
 namespace {

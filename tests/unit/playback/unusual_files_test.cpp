@@ -16,8 +16,8 @@
 
 #include "formats/wave_header.h"
 #include "playback/file_player.h"
-#include "unit/formats/wav_bytes.h"
-#include "unit/platform/temp_dir.h"
+#include "support/temp_dir.h"
+#include "support/wav_bytes.h"
 
 namespace {
 

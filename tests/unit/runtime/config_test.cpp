@@ -5,7 +5,7 @@
 #include <new>
 
 #include "support/allocation_probe.h"
-#include "unit/platform/temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace zelk {
 namespace {

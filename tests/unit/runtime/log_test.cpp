@@ -7,7 +7,7 @@
 
 #include "runtime/config.h"
 #include "support/allocation_probe.h"
-#include "unit/platform/temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace zelk {
 namespace {

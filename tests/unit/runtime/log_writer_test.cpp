@@ -10,7 +10,7 @@
 
 #include "platform/clock.h"
 #include "support/eventually.h"
-#include "unit/platform/temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace zelk {
 namespace {
