@@ -108,7 +108,7 @@ void CLibrary::AddCard(uint32_t cardIndex, uint32_t firstTrunk, uint32_t trunkCo
   slot.handlers.Place(firstTrunk, firstChannel);
   if (std::exchange(slot.hasReported, true)) {
     // Handlers hear of every opening but the first; this one happened while they had no channels to report to.
-    slot.handlers.OnCardState(slot.card, kCardState, nullptr, 1, CStopFlag{});
+    slot.handlers.OnCardUp();
   }
   slot.card.SetHandlers(&slot.handlers);
   for (uint32_t trunk = 0; trunk < trunkCount; ++trunk) {

@@ -13,19 +13,53 @@ void CChannelHandlers::Place(uint32_t firstTrunk, uint32_t firstChannel) {
   channels.Place(firstTrunk, firstChannel);
 }
 
-void CChannelHandlers::OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value,
-                                   const CStopFlag& caller) {
-  trunkStatus.OnCardState(card, code, text, value, caller);
+void CChannelHandlers::OnCardUp() {
+  trunkStatus.OnCardUp();
 }
 
-void CChannelHandlers::OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
-                                     const CStopFlag& caller) {
-  trunkStatus.OnStatus(card, trunk, code, value16, value32, caller);
+void CChannelHandlers::OnCardDown(const CStopFlag& caller) {
+  trunkStatus.OnCardDown(caller);
+}
+
+void CChannelHandlers::OnNotice(const char* text) {
+  trunkStatus.OnNotice(text);
+}
+
+void CChannelHandlers::OnCardReopening(const CStopFlag& caller) {
+  trunkStatus.OnCardReopening(caller);
+}
+
+void CChannelHandlers::OnDchannelUp(uint32_t trunk, const CStopFlag& caller) {
+  trunkStatus.OnDchannelUp(trunk, caller);
+}
+
+void CChannelHandlers::OnDchannelDown(uint32_t trunk, const CStopFlag& caller) {
+  trunkStatus.OnDchannelDown(trunk, caller);
+}
+
+void CChannelHandlers::OnConfigError(uint32_t trunk) {
+  trunkStatus.OnConfigError(trunk);
 }
 
 void CChannelHandlers::OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code,
                                    const SPriEvent& event) {
   callEvents.Handle(card, trunk, channel, code, event);
+}
+
+void CChannelHandlers::OnQueueOverflow(uint32_t trunk, uint32_t queue) {
+  trunkStatus.OnQueueOverflow(trunk, queue);
+}
+
+void CChannelHandlers::OnHdlcError(uint32_t trunk, uint8_t error) {
+  trunkStatus.OnHdlcError(trunk, error);
+}
+
+void CChannelHandlers::OnLinkReset(CCard& card, uint32_t trunk, uint8_t) {
+  trunkStatus.OnLinkReset(card, trunk);
+}
+
+void CChannelHandlers::OnRegister(uint32_t trunk, uint16_t registerNumber, uint8_t value) {
+  trunkStatus.OnRegister(trunk, registerNumber, value);
 }
 
 bool CChannelHandlers::AwaitsTime() const {
@@ -36,16 +70,24 @@ void CChannelHandlers::OnTime(CCard& card, uint32_t nowMs, const CStopFlag& call
   lateReleases.OnTime(card, nowMs, caller);
 }
 
-void CChannelHandlers::OnCardReopening(CCard&, const CStopFlag& caller) {
-  trunkStatus.OnCardReopening(caller);
+void CChannelHandlers::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) {
+  media.FillBlock(trunk, timeslot, fill);
 }
 
-void CChannelHandlers::OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) {
-  media.Handle(trunk, timeslot, code, data, length);
+bool CChannelHandlers::EndsPlay(uint32_t trunk, uint32_t timeslot) {
+  return media.EndsPlay(trunk, timeslot);
 }
 
-void CChannelHandlers::OnFill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) {
-  media.Fill(trunk, timeslot, fill);
+void CChannelHandlers::OnMarkSent(uint32_t trunk, uint32_t timeslot) {
+  media.OnMarkSent(trunk, timeslot);
+}
+
+void CChannelHandlers::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) {
+  media.OnBlockReceived(trunk, timeslot, block);
+}
+
+void CChannelHandlers::OnDigit(uint32_t trunk, uint32_t timeslot, char digit) {
+  media.OnDigit(trunk, timeslot, digit);
 }
 
 uint32_t CChannelHandlers::FirstGlobalTrunk() const {

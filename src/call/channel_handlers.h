@@ -11,7 +11,7 @@
 
 namespace zelk {
 
-// The four handlers of one card: what the card reports goes to the part of the call layer that deals with it.
+// The handlers of one card: what the card reports goes to the part of the call layer that deals with it.
 // Thread: see ICardHandlers; Place the initialising thread. Must outlive the card's open time.
 class CChannelHandlers : public ICardHandlers {
  public:
@@ -19,15 +19,26 @@ class CChannelHandlers : public ICardHandlers {
 
   void Place(uint32_t firstTrunk, uint32_t firstChannel);
 
-  void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value, const CStopFlag& caller) override;
-  void OnTrunkStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
-                     const CStopFlag& caller) override;
+  void OnCardUp() override;
+  void OnCardDown(const CStopFlag& caller) override;
+  void OnNotice(const char* text) override;
+  void OnCardReopening(const CStopFlag& caller) override;
+  void OnDchannelUp(uint32_t trunk, const CStopFlag& caller) override;
+  void OnDchannelDown(uint32_t trunk, const CStopFlag& caller) override;
+  void OnConfigError(uint32_t trunk) override;
   void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) override;
+  void OnLineStatus(uint32_t, uint8_t) override {}  // the trunk's record has it already
+  void OnQueueOverflow(uint32_t trunk, uint32_t queue) override;
+  void OnHdlcError(uint32_t trunk, uint8_t error) override;
+  void OnLinkReset(CCard& card, uint32_t trunk, uint8_t error) override;
+  void OnRegister(uint32_t trunk, uint16_t registerNumber, uint8_t value) override;
   bool AwaitsTime() const override;
   void OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller) override;
-  void OnCardReopening(CCard& card, const CStopFlag& caller) override;
-  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override;
-  void OnFill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) override;
+  void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override;
+  bool EndsPlay(uint32_t trunk, uint32_t timeslot) override;
+  void OnMarkSent(uint32_t trunk, uint32_t timeslot) override;
+  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override;
+  void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) override;
   uint32_t FirstGlobalTrunk() const override;
 
  private:

@@ -1,84 +1,63 @@
 #include "call/channel_media.h"
 
-#include <cstring>
+#include <algorithm>
 
 #include "call/application_events.h"
 
 namespace zelk {
 
-namespace {
-
-void HandlePlayMark(CDevice& device, uint32_t* isLastBlock) {
-  if (isLastBlock != nullptr) {
-    *isLastBlock = device.wave.QueryPlayMark() ? 1 : 0;
-  } else if (device.wave.PlayMarkSent()) {
-    ApplicationEvents().Post(device.channelNumber, EVENT_PLAY_DONE, 0);
-  }
-}
-
-// The bytes are kept as the application finds them.
-void FillDevice(CDevice& device, SBlockFill& fill) {
-  fill.flushCount = device.wave.FillBlock(fill.data, kBlockBytes);
-  std::memcpy(fill.taken.data(), fill.data, kBlockBytes);
-  ApplicationEvents().Play(device.channelNumber, fill.data, kBlockBytes);
-}
-
-void HandleDevice(CDevice& device, EMediaCode code, void* data, uint32_t length) {
-  const uint32_t channel = device.channelNumber;
-  auto* block = static_cast<uint8_t*>(data);
-  switch (code) {
-    case MEDIA_PLAY:
-      if (block != nullptr) {
-        SBlockFill fill{block};
-        FillDevice(device, fill);
-      }
-      break;
-    case MEDIA_RECORD:
-      if (block != nullptr) {
-        device.wave.RecordTap(block, length);
-        ApplicationEvents().Record(channel, block, length);
-      }
-      break;
-    case MEDIA_DTMF:
-      ApplicationEvents().Post(channel, EVENT_DTMF, static_cast<int32_t>(length));
-      break;
-    case MEDIA_PLAY_MARK:
-      HandlePlayMark(device, static_cast<uint32_t*>(data));
-      break;
-  }
-}
-
-}  // namespace
-
 CChannelMedia::CChannelMedia(const CCardChannels& cardChannels) : channels(cardChannels) {}
 
-void CChannelMedia::Handle(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) const {
+// The bytes are kept as the application finds them.
+void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) const {
   size_t slot = 0;
   if (!FindSlot(trunk, timeslot, slot)) {
-    // The digit of a timeslot without a channel comes with no data and its character as the length.
-    if (data != nullptr) {
-      std::memset(data, 0, length);
-    }
-    return;
-  }
-  if (CDevice* device = channels.At(slot)) {
-    HandleDevice(*device, code, data, length);
-  }
-}
-
-void CChannelMedia::Fill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) const {
-  size_t slot = 0;
-  if (!FindSlot(trunk, timeslot, slot)) {
-    std::memset(fill.data, 0, kBlockBytes);
+    std::fill_n(fill.data, kBlockBytes, uint8_t{0});
   } else if (CDevice* device = channels.At(slot)) {
-    FillDevice(*device, fill);
+    fill.flushCount = device->wave.FillBlock(fill.data, kBlockBytes);
+    fill.KeepTaken();
+    ApplicationEvents().Play(device->channelNumber, fill.data, kBlockBytes);
   }
 }
 
-bool CChannelMedia::FindSlot(uint16_t trunk, uint16_t timeslot, size_t& slot) const {
+bool CChannelMedia::EndsPlay(uint32_t trunk, uint32_t timeslot) const {
+  CDevice* device = Find(trunk, timeslot);
+  return device != nullptr && device->wave.QueryPlayMark();
+}
+
+void CChannelMedia::OnMarkSent(uint32_t trunk, uint32_t timeslot) const {
+  CDevice* device = Find(trunk, timeslot);
+  if (device != nullptr && device->wave.PlayMarkSent()) {
+    ApplicationEvents().Post(device->channelNumber, EVENT_PLAY_DONE, 0);
+  }
+}
+
+void CChannelMedia::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) const {
+  size_t slot = 0;
+  if (!FindSlot(trunk, timeslot, slot)) {
+    std::fill(block.begin(), block.end(), uint8_t{0});
+  } else if (CDevice* device = channels.At(slot)) {
+    const uint32_t channel = device->channelNumber;
+    device->wave.RecordTap(block.data(), kBlockBytes);
+    ApplicationEvents().Record(channel, block.data(), kBlockBytes);
+  }
+}
+
+void CChannelMedia::OnDigit(uint32_t trunk, uint32_t timeslot, char digit) const {
+  if (const CDevice* device = Find(trunk, timeslot)) {
+    ApplicationEvents().Post(device->channelNumber, EVENT_DTMF, digit);
+  }
+}
+
+bool CChannelMedia::FindSlot(uint32_t trunk, uint32_t timeslot, size_t& slot) const {
   const bool hasChannel = CCardChannels::IsBchannel(timeslot) && timeslot < kTimeslotsPerTrunk;
   slot = hasChannel ? channels.SlotOf(trunk, timeslot) : kMaxChannels;
   return slot < kMaxChannels;
+}
+
+CDevice* CChannelMedia::Find(uint32_t trunk, uint32_t timeslot) const {
+  size_t slot = 0;
+  return FindSlot(trunk, timeslot, slot) ? channels.At(slot) : nullptr;
 }
 
 }  // namespace zelk

@@ -37,8 +37,8 @@ bool TakeDown(CDevice& device, const SLockPatience& patience) {
   return PostState(device, 0, patience.caller);
 }
 
-const char* QueueOverflowText(uint32_t direction) {
-  switch (direction) {
+const char* QueueOverflowText(uint32_t queue) {
+  switch (queue) {
     case 0:
       return "Incoming HDLC Queue Overflow Error";
     case 1:
@@ -48,7 +48,7 @@ const char* QueueOverflowText(uint32_t direction) {
   }
 }
 
-const char* HdlcErrorText(uint32_t error) {
+const char* HdlcErrorText(uint8_t error) {
   switch (error) {
     case 2:
       return "HDLC CRC Error";
@@ -67,47 +67,58 @@ const char* HdlcErrorText(uint32_t error) {
 
 CTrunkStatus::CTrunkStatus(const CCardChannels& cardChannels) : channels(cardChannels) {}
 
-void CTrunkStatus::OnStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
-                            const CStopFlag& caller) const {
-  // The card number of these lines is the number of trunks of all earlier cards.
-  const uint32_t number = channels.FirstTrunk();
-  const auto logLine = [&](const char* text) {
-    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - %s", number, trunk, text);
-  };
-  switch (code) {
-    case kDchannelUp:
-      logLine("DCHANNEL UP");
-      return SetTrunkUp(trunk, caller);
-    case kDchannelDown:
-      logLine("DCHANNEL DOWN");
-      return SetTrunkDown(trunk, caller);
-    case kQueueOverflow:
-      return logLine(QueueOverflowText(value32));
-    case kHdlcError:
-      return logLine(HdlcErrorText(value32));
-    case kConfigError:
-      return logLine("Configuration Incorrect. Please set ClientType=1 for NT or ClientType=2 for TE");
-    case kLinkReset:
-      return ResetLink(card, trunk);
-    case kRegisterRead:
-      LogFormat(ELogClass::kDetail, kGeneralLine, "READREG: CardNo=%u LinkNo=%u, Reg[0x%04X] = %02X ", number, trunk,
-                unsigned{value16}, value32);
-      return;
-    default:
-      return;
-  }
+void CTrunkStatus::OnCardUp() const {
+  LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u is up", channels.CardIndex());
 }
 
-void CTrunkStatus::OnCardState(CCard&, ECardCode code, const char* text, uint32_t value,
-                               const CStopFlag& caller) const {
-  if (code != kCardState) {
-    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: %s", channels.CardIndex(), text != nullptr ? text : "");
-    return;
+void CTrunkStatus::OnCardDown(const CStopFlag& caller) const {
+  LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u is down", channels.CardIndex());
+  LoseCard(caller);
+}
+
+void CTrunkStatus::OnNotice(const char* text) const {
+  LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: %s", channels.CardIndex(), text);
+}
+
+void CTrunkStatus::OnDchannelUp(uint32_t trunk, const CStopFlag& caller) const {
+  LogLine(trunk, "DCHANNEL UP");
+  SetTrunkUp(trunk, caller);
+}
+
+void CTrunkStatus::OnDchannelDown(uint32_t trunk, const CStopFlag& caller) const {
+  LogLine(trunk, "DCHANNEL DOWN");
+  SetTrunkDown(trunk, caller);
+}
+
+void CTrunkStatus::OnConfigError(uint32_t trunk) const {
+  LogLine(trunk, "Configuration Incorrect. Please set ClientType=1 for NT or ClientType=2 for TE");
+}
+
+void CTrunkStatus::OnQueueOverflow(uint32_t trunk, uint32_t queue) const {
+  LogLine(trunk, QueueOverflowText(queue));
+}
+
+void CTrunkStatus::OnHdlcError(uint32_t trunk, uint8_t error) const {
+  LogLine(trunk, HdlcErrorText(error));
+}
+
+void CTrunkStatus::OnLinkReset(CCard& card, uint32_t trunk) const {
+  if (LogEnabled(ELogClass::kStatus)) {
+    // The trunk before gets its configuration too, for trunk 0 with the trunk byte 0: cards have come to expect it.
+    card.SendTrunkConfiguration(trunk - 1);
+    LogLine(trunk, "Link Reset (Too Many HDLC Errors)");
   }
-  LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u is %s", channels.CardIndex(), value != 0 ? "up" : "down");
-  if (value == 0) {
-    LoseCard(caller);
-  }
+  card.SendTrunkConfiguration(trunk);
+}
+
+void CTrunkStatus::OnRegister(uint32_t trunk, uint16_t registerNumber, uint8_t value) const {
+  LogFormat(ELogClass::kDetail, kGeneralLine, "READREG: CardNo=%u LinkNo=%u, Reg[0x%04X] = %02X ",
+            channels.FirstTrunk(), trunk, unsigned{registerNumber}, unsigned{value});
+}
+
+// The card number of these lines is the number of trunks of all earlier cards.
+void CTrunkStatus::LogLine(uint32_t trunk, const char* text) const {
+  LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - %s", channels.FirstTrunk(), trunk, text);
 }
 
 size_t CTrunkStatus::FirstSlot(uint32_t trunk) const {
@@ -172,16 +183,6 @@ bool CTrunkStatus::TakeCallsDown(const CStopFlag& caller) const {
     }
   }
   return true;
-}
-
-void CTrunkStatus::ResetLink(CCard& card, uint32_t trunk) const {
-  if (LogEnabled(ELogClass::kStatus)) {
-    // The trunk before gets its configuration too, for trunk 0 with the trunk byte 0: cards have come to expect it.
-    card.SendTrunkConfiguration(trunk - 1);
-    LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - Link Reset (Too Many HDLC Errors)",
-              channels.FirstTrunk(), trunk);
-  }
-  card.SendTrunkConfiguration(trunk);
 }
 
 }  // namespace zelk

@@ -8,16 +8,24 @@
 namespace zelk {
 
 // What the state of one card and its trunks does to their channels, and the log lines of both.
-// Thread: control (trunk status with the trunk's lock held), and the thread that opens or re-opens the card. No channel
-// lock is held while the application's callback runs; once the caller has been given up meanwhile, nothing is touched
-// any more, this object neither. Trunks that have no channels are only logged.
+// The methods are those of ICardHandlers. No channel lock is held while the application's callback runs; once the
+// caller has been given up meanwhile, nothing is touched any more, this object neither. Trunks that have no channels
+// are only logged. Thread: control (the D-channel's with the trunk's lock held), receive for a notice, and the thread
+// that opens or re-opens the card.
 class CTrunkStatus {
  public:
   explicit CTrunkStatus(const CCardChannels& channels);
 
-  void OnStatus(CCard& card, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
-                const CStopFlag& caller) const;
-  void OnCardState(CCard& card, ECardCode code, const char* text, uint32_t value, const CStopFlag& caller) const;
+  void OnCardUp() const;
+  void OnCardDown(const CStopFlag& caller) const;
+  void OnNotice(const char* text) const;
+  void OnDchannelUp(uint32_t trunk, const CStopFlag& caller) const;
+  void OnDchannelDown(uint32_t trunk, const CStopFlag& caller) const;
+  void OnConfigError(uint32_t trunk) const;
+  void OnQueueOverflow(uint32_t trunk, uint32_t queue) const;
+  void OnHdlcError(uint32_t trunk, uint8_t error) const;
+  void OnLinkReset(CCard& card, uint32_t trunk) const;
+  void OnRegister(uint32_t trunk, uint16_t registerNumber, uint8_t value) const;
   // Calls are lost with the controllers of a card that is closed to be opened again; idle channels stay as they are.
   // A trunk's lock that a callback keeps is not waited for long.
   void OnCardReopening(const CStopFlag& caller) const;
@@ -27,7 +35,7 @@ class CTrunkStatus {
   void SetTrunkDown(uint32_t trunk, const CStopFlag& caller) const;
   void LoseCard(const CStopFlag& caller) const;
   bool TakeCallsDown(const CStopFlag& caller) const;
-  void ResetLink(CCard& card, uint32_t trunk) const;
+  void LogLine(uint32_t trunk, const char* text) const;
   size_t FirstSlot(uint32_t trunk) const;
 
   const CCardChannels& channels;

@@ -76,7 +76,7 @@ bool CCard::Reopen(const char* cardAddress, const char* localAddress, const CSto
 void CCard::TellReopening(const CStopFlag& caller) {
   try {
     if (ICardHandlers* handlers = core->handlers) {
-      handlers->OnCardReopening(*this, caller);
+      handlers->OnCardReopening(caller);
     }
   } catch (const std::exception&) {
     return;  // no memory: what they had to do is lost, the card is not
@@ -140,7 +140,7 @@ bool CCard::TryOpen(const char* cardAddress, const char* localAddress, const CSt
   hasControllers = true;
   SetUpTrunks(*core, generation);
   SendMessage(*core, AudioPort(core->audio.LocalPort()));
-  core->ReportCardState(1, caller);
+  core->ReportCardUp();
   core->controllersRunning = true;
   return true;
 }

@@ -31,9 +31,15 @@ bool CCardCore::SendDchannelFrame(uint32_t trunk, const uint8_t* frame, size_t l
   return size != 0;
 }
 
-void CCardCore::ReportCardState(uint32_t value, const CStopFlag& caller) {
+void CCardCore::ReportCardUp() {
   if (ICardHandlers* current = handlers) {
-    current->OnCardState(owner, kCardState, nullptr, value, caller);
+    current->OnCardUp();
+  }
+}
+
+void CCardCore::ReportCardDown(const CStopFlag& caller) {
+  if (ICardHandlers* current = handlers) {
+    current->OnCardDown(caller);
   }
 }
 
@@ -44,7 +50,7 @@ void CCardCore::ReportEarlyDchannels(const CStopFlag& caller) {
     ICardHandlers* current = handlers;
     if (entry.isDchannelUp && !entry.isUpReported && current != nullptr) {
       entry.isUpReported = true;
-      current->OnTrunkStatus(owner, trunk, kDchannelUp, 0, 0, caller);
+      current->OnDchannelUp(trunk, caller);
     }
   }
 }
@@ -116,7 +122,7 @@ uint32_t CCardCore::MessageCard() const {
 
 void CCardCore::OnAudioNotice(const char* text) {
   if (ICardHandlers* current = handlers) {
-    current->OnCardState(owner, kCardNotice, text, 0, neverGivenUp);
+    current->OnNotice(text);
   }
 }
 

@@ -25,7 +25,8 @@ class CCardCore : public IPriWriter, public IAudioNotice {
   void SendTrunkConfiguration(uint32_t trunk);
   void SendRegisterRead(uint32_t trunk, uint16_t registerNumber);
   bool SendDchannelFrame(uint32_t trunk, const uint8_t* frame, size_t length);
-  void ReportCardState(uint32_t value, const CStopFlag& caller);
+  void ReportCardUp();
+  void ReportCardDown(const CStopFlag& caller);
 
   // Reports that a trunk's D-channel came up before there were handlers to tell. Thread: control.
   void ReportEarlyDchannels(const CStopFlag& caller);
@@ -60,7 +61,6 @@ class CCardCore : public IPriWriter, public IAudioNotice {
   template <class Action>
   bool ForEachTrunkWithin(const SLockPatience& patience, Action action);
 
-  const CStopFlag neverGivenUp{};  // for those whose reports end with one line in the log
   std::shared_ptr<CCardCore> kept;
   CCardCore* nextKept = nullptr;
 };

@@ -174,15 +174,16 @@ void CControlThread::AfterCallback(CTrunk& trunk) {
 
 void CControlThread::CheckSilence() {
   if (!stop.IsSet() && socket->IsOpen() && TickMs() - lastDataMs >= kSilenceMs) {
-    Guarded([this] { core->ReportCardState(0, stop); });
+    Guarded([this] { core->ReportCardDown(stop); });
     socket->Close();
   }
 }
 
-void CControlThread::ReportStatus(uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32) {
+template <class Act>
+void CControlThread::Report(Act act) {
   ICardHandlers* handlers = core->handlers;
   if (handlers != nullptr && !stop.IsSet()) {
-    Guarded([&] { handlers->OnTrunkStatus(core->owner, trunk, code, value16, value32, stop); });
+    Guarded([&] { act(*handlers); });
   }
 }
 
@@ -198,12 +199,12 @@ uint32_t CControlThread::StatusTrunkCount() const {
 
 void CControlThread::OnLineStatus(uint32_t trunk, uint8_t status) {
   if (!stop.IsSet() && core->trunks[trunk].lineStatus.exchange(status) != status) {
-    ReportStatus(trunk, kLineStatus, 0, status);
+    Report([&](ICardHandlers& handlers) { handlers.OnLineStatus(trunk, status); });
   }
 }
 
 void CControlThread::OnRegister(uint8_t trunk, uint16_t registerNumber, uint8_t value) {
-  ReportStatus(trunk, kRegisterRead, registerNumber, value);
+  Report([&](ICardHandlers& handlers) { handlers.OnRegister(trunk, registerNumber, value); });
 }
 
 void CControlThread::OnFrame(uint32_t trunk, const uint8_t* frame, size_t length) {
@@ -230,9 +231,9 @@ void CControlThread::OnHdlcError(uint8_t trunk, uint8_t code) {
   }
   switch (hdlcRules[trunk].OnError(core->trunks[trunk].lineStatus, TickMs())) {
     case EHdlcReport::kError:
-      return ReportStatus(trunk, kHdlcError, 0, code);
+      return Report([&](ICardHandlers& handlers) { handlers.OnHdlcError(trunk, code); });
     case EHdlcReport::kLinkReset:
-      return ReportStatus(trunk, kLinkReset, 0, code);
+      return Report([&](ICardHandlers& handlers) { handlers.OnLinkReset(core->owner, trunk, code); });
     case EHdlcReport::kNone:
       return;
   }

@@ -54,7 +54,8 @@ class CControlThread : public IControlSink {
   void CheckSilence();
   void AfterCallback(CTrunk& trunk) ZELK_REQUIRES(trunk.lock);
   bool IsRunning() const { return core->controllersRunning && !stop.IsSet(); }
-  void ReportStatus(uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32);
+  template <class Act>
+  void Report(Act act);
 
   const std::shared_ptr<CCardCore> core;
   const std::shared_ptr<CSocket> socket;

@@ -8,7 +8,7 @@ SEventRoute StatusRoute(ETrunkStatus status) {
   return {SEventRoute::EKind::kStatus, status, CALLEV_UNKNOWN};
 }
 SEventRoute CallRoute(ECallEvent call) {
-  return {SEventRoute::EKind::kCall, kStatusReserved, call};
+  return {SEventRoute::EKind::kCall, kStatusNone, call};
 }
 
 void RouteStatus(CCardCore& core, uint32_t trunk, ETrunkStatus status, const CStopFlag& caller) {
@@ -19,8 +19,15 @@ void RouteStatus(CCardCore& core, uint32_t trunk, ETrunkStatus status, const CSt
     entry.isDchannelUp = status == kDchannelUp;
     entry.isUpReported = entry.isDchannelUp && handlers != nullptr;
   }
-  if (handlers != nullptr) {
-    handlers->OnTrunkStatus(core.owner, trunk, status, 0, 0, caller);
+  if (handlers == nullptr) {
+    return;
+  }
+  if (status == kConfigError) {
+    handlers->OnConfigError(trunk);
+  } else if (status == kDchannelUp) {
+    handlers->OnDchannelUp(trunk, caller);
+  } else {
+    handlers->OnDchannelDown(trunk, caller);
   }
 }
 

@@ -6,10 +6,18 @@
 
 namespace zelk {
 
+// What libpri says of a trunk, by the numbers of the card's status reports.
+enum ETrunkStatus : uint32_t {
+  kStatusNone = 0,
+  kDchannelUp = 257,
+  kDchannelDown = 258,
+  kConfigError = 263,
+};
+
 // Where an event of libpri goes: a trunk status, a call event, or nowhere.
 struct SEventRoute {
   enum class EKind { kIgnored, kStatus, kCall } kind = EKind::kIgnored;
-  ETrunkStatus status = kStatusReserved;
+  ETrunkStatus status = kStatusNone;
   ECallEvent call = CALLEV_UNKNOWN;
 };
 

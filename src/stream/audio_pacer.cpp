@@ -8,11 +8,11 @@
 namespace zelk {
 namespace {
 
-uint16_t Trunk(size_t position) {
-  return static_cast<uint16_t>(position / kTimeslotsPerTrunk);
+uint32_t Trunk(size_t position) {
+  return static_cast<uint32_t>(position / kTimeslotsPerTrunk);
 }
-uint16_t Timeslot(size_t position) {
-  return static_cast<uint16_t>(position % kTimeslotsPerTrunk);
+uint32_t Timeslot(size_t position) {
+  return static_cast<uint32_t>(position % kTimeslotsPerTrunk);
 }
 
 // A stop from another thread while the application had the block. When it wrote what cannot be known, and no other
@@ -64,11 +64,10 @@ bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopF
     Fill(hook, position, fill, slot);
     if (stop.IsSet())
       return false;
-    uint32_t mark = 0;
-    hook.OnMedia(Trunk(position), Timeslot(position), MEDIA_PLAY_MARK, &mark, 0);
+    const bool endsPlay = hook.EndsPlay(Trunk(position), Timeslot(position));
     if (stop.IsSet())
       return false;
-    pool.PushReady(block, mark != 0, fill.flushCount);
+    pool.PushReady(block, endsPlay, fill.flushCount);
   }
   return true;
 }
@@ -76,7 +75,7 @@ bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopF
 // A stop from now on finds the block in the ring with an older count, and silences it there.
 void CAudioPacer::Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillSlots::CHold& slot) {
   slot.Begin(position, fill);
-  hook.OnFill(Trunk(position), Timeslot(position), fill);
+  hook.FillBlock(Trunk(position), Timeslot(position), fill);
   slot.End();
   const uint32_t now = controls.flushEpoch[position].load(std::memory_order_acquire);
   if (now == fill.flushCount)
@@ -93,7 +92,7 @@ bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStop
       if (!ReportDigits(hook, position, stop))
         return false;
     }
-    hook.OnMedia(Trunk(position), Timeslot(position), MEDIA_RECORD, block.data, kBlockBytes);
+    hook.OnBlockReceived(Trunk(position), Timeslot(position), AudioBlock(block.data, kBlockBytes));
     if (stop.IsSet())
       return false;
     channel.receive.PushFree(block.data);
@@ -103,7 +102,7 @@ bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStop
 
 bool CAudioPacer::ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop) {
   while (const char digit = rings.At(position).dtmf.TakeDigit()) {
-    hook.OnMedia(Trunk(position), Timeslot(position), MEDIA_DTMF, nullptr, static_cast<uint8_t>(digit));
+    hook.OnDigit(Trunk(position), Timeslot(position), digit);
     if (stop.IsSet())
       return false;
   }

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
+#include <span>
 
 namespace zelk {
 
@@ -10,33 +11,33 @@ constexpr uint32_t kMaxTrunks = 8;           // E1 ports of one card
 constexpr uint32_t kTimeslotsPerTrunk = 32;  // 0 is framing, 16 signalling: no channel stands there
 constexpr uint32_t kBlockBytes = 160;        // 20 ms of 8 kHz A-law, the unit between card and application
 
-enum EMediaCode : uint32_t {
-  MEDIA_RECORD = 0x201,  // data: a received block, length its bytes
-  MEDIA_PLAY = 0x202,    // data: a block to fill with the next audio to send, length its bytes
-  MEDIA_DTMF = 0x203,    // data: null, length: the digit character
-  MEDIA_PLAY_MARK =
-      0x204,  // data: uint32_t to set to 1 if the block just filled ends a play; null: that block went out
-};
+using AudioBlock = std::span<uint8_t, kBlockBytes>;
 
 // A block on its way to the transmit ring, and what is known of stops of its position while it is filled.
 struct SBlockFill {
   uint8_t* data = nullptr;                   // kBlockBytes, to be filled
   uint32_t flushCount = 0;                   // of the position, at the moment when the bytes were taken from its queue
   std::array<uint8_t, kBlockBytes> taken{};  // those bytes, as the application found them
+
+  // The bytes that are in the block now are those of the queue.
+  void KeepTaken() { std::copy_n(data, kBlockBytes, taken.begin()); }
 };
 
-// How a card's audio reaches the channels. One object a card, which outlives the card's open audio.
-// Thread: pacer; the mark of a block that went out comes on the receive thread. Must not block.
+// How a card's audio reaches the channels. One object a card, which outlives the card's open audio. Every position of
+// the card is asked and told, timeslots without a channel too. Thread: pacer; OnMarkSent receive. Must not block.
 class IMediaHook {
  public:
   virtual ~IMediaHook() = default;
-  virtual void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) = 0;
-  // MEDIA_PLAY for a hook whose positions can be stopped meanwhile: it says what it took, and under which flush count.
-  // For any other hook all that is in the block afterwards counts as taken before.
-  virtual void OnFill(uint16_t trunk, uint16_t timeslot, SBlockFill& fill) {
-    OnMedia(trunk, timeslot, MEDIA_PLAY, fill.data, kBlockBytes);
-    std::memcpy(fill.taken.data(), fill.data, kBlockBytes);
-  }
+  // MEDIA_PLAY: puts the next audio to send into the block, and notes which bytes it took under which flush count.
+  virtual void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) = 0;
+  // MEDIA_PLAY_MARK: whether the block just filled ends a play. Asked once after each fill.
+  virtual bool EndsPlay(uint32_t trunk, uint32_t timeslot) = 0;
+  // MEDIA_PLAY_MARK: a block that ended a play went out.
+  virtual void OnMarkSent(uint32_t trunk, uint32_t timeslot) = 0;
+  // MEDIA_RECORD: a received block, after its digits. What is written into it goes nowhere.
+  virtual void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) = 0;
+  // MEDIA_DTMF: one of 0-9, A-D, * and #.
+  virtual void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) = 0;
 };
 
 // Where the audio sequence rules report what they saw (a card's log lines of code 1).

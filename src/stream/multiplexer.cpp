@@ -78,8 +78,8 @@ const uint8_t* CMultiplexer::TakeBlock(size_t position) {
 
 bool CMultiplexer::ReportMark(size_t position) {
   if (IMediaHook* hook = controls.hook.load(std::memory_order_acquire))
-    hook->OnMedia(static_cast<uint16_t>(position / kTimeslotsPerTrunk),
-                  static_cast<uint16_t>(position % kTimeslotsPerTrunk), MEDIA_PLAY_MARK, nullptr, 0);
+    hook->OnMarkSent(static_cast<uint32_t>(position / kTimeslotsPerTrunk),
+                     static_cast<uint32_t>(position % kTimeslotsPerTrunk));
   return !stop.IsSet();
 }
 

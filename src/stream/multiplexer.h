@@ -16,7 +16,7 @@ namespace zelk {
 // All positions share one read position. A block goes back to the free ring only when the next one is taken, and a
 // position with none ready sends the idle byte for 20 ms, as all do for the first 160 frames. A block that was filled
 // before a flush of its position goes out as idle bytes, its mark still honoured.
-// Thread: receive, but Create (false when there is no memory) the opener. Calls the hook (MEDIA_PLAY_MARK, null) there.
+// Thread: receive, but Create (false when there is no memory) the opener. Tells the hook of marks there.
 // Nothing blocks or allocates after Create.
 class CMultiplexer {
  public:

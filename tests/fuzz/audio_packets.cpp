@@ -59,18 +59,26 @@ class CCardAudio : private IMediaHook, private IAudioNotice, private IAudioLink 
   }
 
  private:
-  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override {
+  void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
+    RequirePosition(trunk, timeslot);
+    std::fill_n(fill.data, kBlockBytes, static_cast<uint8_t>(fill.data[0] ^ timeslot));
+    fill.KeepTaken();
+  }
+  bool EndsPlay(uint32_t trunk, uint32_t timeslot) override {
+    RequirePosition(trunk, timeslot);
+    return timeslot % 2 != 0;
+  }
+  void OnMarkSent(uint32_t trunk, uint32_t timeslot) override { RequirePosition(trunk, timeslot); }
+  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+    RequirePosition(trunk, timeslot);
+    std::fill(block.begin(), block.end(), static_cast<uint8_t>(block[0] ^ timeslot));
+  }
+  void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) override {
+    RequirePosition(trunk, timeslot);
+    Require(std::string("0123456789ABCD*#").find(digit) != std::string::npos, "a digit is one of sixteen");
+  }
+  void RequirePosition(uint32_t trunk, uint32_t timeslot) const {
     Require(trunk < trunks && timeslot < kTimeslotsPerTrunk, "sound is that of a position of the card");
-    if (code == MEDIA_PLAY || code == MEDIA_RECORD) {
-      Require(length == kBlockBytes, "sound comes in blocks");
-      auto* block = static_cast<uint8_t*>(data);
-      std::fill_n(block, length, static_cast<uint8_t>(block[0] ^ timeslot));
-    } else if (code == MEDIA_DTMF) {
-      Require(length < 128 && std::string("0123456789ABCD*#").find(static_cast<char>(length)) != std::string::npos,
-              "a digit is one of sixteen");
-    } else if (data != nullptr) {
-      *static_cast<uint32_t*>(data) = timeslot & 1U;
-    }
   }
   void OnAudioNotice(const char* text) override { Require(std::string(text).size() < kMaxNoticeChars, "a line ends"); }
   int SendPacket(const uint8_t* packet, size_t length) override {

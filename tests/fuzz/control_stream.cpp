@@ -49,17 +49,30 @@ class CRecorder : public IControlSink {
 // A card's handlers that look at what they are told.
 class CHandlers : public ICardHandlers {
  public:
-  void OnCardState(CCard&, ECardCode, const char*, uint32_t, const CStopFlag&) override {}
-  void OnTrunkStatus(CCard&, uint32_t trunk, ETrunkStatus code, uint16_t, uint32_t value, const CStopFlag&) override {
-    Require(trunk < kMaxTrunks || code == kRegisterRead, "a status is one of eight trunks");
-    Require(value <= 0xFF, "what a card reports is a byte");
-  }
+  void OnCardUp() override {}
+  void OnCardDown(const CStopFlag&) override {}
+  void OnNotice(const char*) override {}
+  void OnCardReopening(const CStopFlag&) override {}
+  void OnDchannelUp(uint32_t trunk, const CStopFlag&) override { RequireTrunk(trunk); }
+  void OnDchannelDown(uint32_t trunk, const CStopFlag&) override { RequireTrunk(trunk); }
+  void OnConfigError(uint32_t trunk) override { RequireTrunk(trunk); }
   void OnCallEvent(CCard&, uint16_t, uint16_t, ECallEvent, const SPriEvent&) override {
     Require(false, "no call without a controller");
   }
-  void OnCardReopening(CCard&, const CStopFlag&) override {}
+  void OnLineStatus(uint32_t trunk, uint8_t) override { RequireTrunk(trunk); }
+  void OnQueueOverflow(uint32_t trunk, uint32_t) override { RequireTrunk(trunk); }
+  void OnHdlcError(uint32_t trunk, uint8_t) override { RequireTrunk(trunk); }
+  void OnLinkReset(CCard&, uint32_t trunk, uint8_t) override { RequireTrunk(trunk); }
+  void OnRegister(uint32_t, uint16_t, uint8_t) override {}
   uint32_t FirstGlobalTrunk() const override { return 0; }
-  void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {}
+  void FillBlock(uint32_t, uint32_t, SBlockFill&) override {}
+  bool EndsPlay(uint32_t, uint32_t) override { return false; }
+  void OnMarkSent(uint32_t, uint32_t) override {}
+  void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override {}
+  void OnDigit(uint32_t, uint32_t, char) override {}
+
+ private:
+  static void RequireTrunk(uint32_t trunk) { Require(trunk < kMaxTrunks, "a status is one of eight trunks"); }
 };
 
 void FeedInPieces(CControlParser& parser, const Bytes& pieces, const Bytes& stream) {

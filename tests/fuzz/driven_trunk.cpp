@@ -142,8 +142,12 @@ void CDrivenTrunk::Elapse(int64_t ms) {
 
 void CDrivenTrunk::Route(const SPriEvent& event) {
   const SEventRoute route = RouteOf(event.code);
-  if (route.kind == SEventRoute::EKind::kStatus) {
-    handlers.OnTrunkStatus(card, 0, route.status, 0, 0, caller);
+  if (route.status == kDchannelUp) {
+    handlers.OnDchannelUp(0, caller);
+  } else if (route.status == kDchannelDown) {
+    handlers.OnDchannelDown(0, caller);
+  } else if (route.status == kConfigError) {
+    handlers.OnConfigError(0);
   } else if (route.kind == SEventRoute::EKind::kCall) {
     handlers.OnCallEvent(card, 0, static_cast<uint16_t>(event.channel), route.call, event);
     CTrunk& trunk = card.Trunk(0);
@@ -190,15 +194,15 @@ void CDrivenTrunk::ReadInformation(CDevice& device) const {
 }
 
 void CDrivenTrunk::LoseCard(bool comesBack) {
-  handlers.OnCardState(card, kCardState, nullptr, 0, caller);
+  handlers.OnCardDown(caller);
   if (comesBack) {
-    handlers.OnCardState(card, kCardState, nullptr, 1, caller);
+    handlers.OnCardUp();
   }
 }
 
 void CDrivenTrunk::ReopenCard() {
   ReleaseController();
-  handlers.OnCardReopening(card, caller);
+  handlers.OnCardReopening(caller);
   MakeController();
 }
 

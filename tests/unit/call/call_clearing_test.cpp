@@ -166,8 +166,8 @@ TEST_F(CallClearing, TimeoutOf0KeepsTheChannelUntilItsTrunkIsLost) {
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_EQ(Info(3, "CHANNELSTATE"), "INUSE");
   EXPECT_FALSE(Dial(Channel(3), "1", "2"));
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(Info(3, "CHANNELSTATE"), "READY");
 }
 

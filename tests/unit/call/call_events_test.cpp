@@ -269,8 +269,8 @@ TEST_F(CallEvents, CallLostWithItsTrunkEndsSilentlyAndLeavesANewerCallAlone) {
   SPriEvent late;
   late.call = Channel(6).callHandle;
   late.cause = 27;
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
   application.Take();
   ASSERT_TRUE(Dial(Channel(6), "222", nullptr));
   PriCall newer = Channel(6).callHandle;
@@ -291,7 +291,7 @@ TEST_F(CallEvents, CallLostWithItsTrunkEndsSilentlyOnAnIdleChannel) {
   Connect(6);
   SPriEvent late;
   late.call = Channel(6).callHandle;
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
   application.Take();
   Raise(7, CALLEV_HANGUP, late);
   EXPECT_EQ(application.Take(), Posted{});
@@ -558,9 +558,9 @@ TEST_F(CallEvents, DamagedMessagesReachNoOtherChannelsAndLeaveTheTrunkWorking) {
     EXPECT_EQ(Channel(channel).callHandle, nullptr);
   }
   // A trunk that is lost and comes back has every channel free again.
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
   application.Take();
   for (int32_t channel = 0; channel < 30; ++channel) {
     EXPECT_EQ(Info(channel, "CHANNELSTATE"), "READY") << channel;

@@ -211,8 +211,12 @@ class CMemoryTrunk {
   }
   void Deliver(const SPriEvent& event) {
     const SEventRoute route = RouteOf(event.code);
-    if (route.kind == SEventRoute::EKind::kStatus) {
-      handlers.OnTrunkStatus(card, index, route.status, 0, 0, caller);
+    if (route.status == kDchannelUp) {
+      handlers.OnDchannelUp(index, caller);
+    } else if (route.status == kDchannelDown) {
+      handlers.OnDchannelDown(index, caller);
+    } else if (route.status == kConfigError) {
+      handlers.OnConfigError(index);
     } else if (route.kind == SEventRoute::EKind::kCall) {
       handlers.OnCallEvent(card, static_cast<uint16_t>(index),
                            channelSeen.value_or(static_cast<uint16_t>(event.channel)), route.call, event);

@@ -364,13 +364,17 @@ TEST_F(CallOperations, DialHangupAndLossesAtTheSameTimeNeitherRaceNorLock) {
   }
   threads.emplace_back([this, &stop] {
     while (!stop) {
-      firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+      firstHandlers.OnCardDown(caller);
     }
   });
   for (int turn = 0; turn < 200 || dialled < 200; ++turn) {
     CTrunk& own = firstCard.Trunk(0);
     const CScopedLock<CRecursiveMutex> held(own.lock);
-    firstHandlers.OnTrunkStatus(firstCard, 0, turn % 2 == 0 ? kDchannelUp : kDchannelDown, 0, 0, caller);
+    if (turn % 2 == 0) {
+      firstHandlers.OnDchannelUp(0, caller);
+    } else {
+      firstHandlers.OnDchannelDown(0, caller);
+    }
     SPriEvent event;
     event.call = Channel(turn % 4).callHandle;
     event.cause = 16;
@@ -384,9 +388,9 @@ TEST_F(CallOperations, DialHangupAndLossesAtTheSameTimeNeitherRaceNorLock) {
   }
   application.reaction = nullptr;
   // Whatever was under way, the loss of the trunk ends it, and the channels and their neighbours are as new.
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
   for (int32_t channel = 0; channel < 30; ++channel) {
     EXPECT_EQ(Info(channel, "CHANNELSTATE"), "READY") << channel;
     EXPECT_FALSE(Channel(channel).connected) << channel;

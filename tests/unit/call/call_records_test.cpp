@@ -71,8 +71,8 @@ TEST_F(CallRecords, ARingAtThePlaceOfALostCallIsOfferedAndItsEndReported) {
   const support::CReusingAllocator allocator;
   Connect(6);
   const PriCall lost = Channel(6).callHandle;
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelDown, 0, 0, caller);
-  firstHandlers.OnTrunkStatus(firstCard, 0, kDchannelUp, 0, 0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
   {
     const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
     firstCard.Trunk(0).controller->DestroyCall(lost);

@@ -14,15 +14,15 @@ TEST_F(ChannelHandlers, FirstGlobalTrunkIsTheOneOfThePlace) {
 }
 
 TEST_F(ChannelHandlers, EachReportReachesItsPart) {
-  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0, caller);
+  secondHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(application.Take().size(), 30U);
-  secondHandlers.OnMedia(0, 2, MEDIA_DTMF, nullptr, '1');
+  secondHandlers.OnDigit(0, 2, '1');
   secondHandlers.OnCallEvent(secondCard, 0, 2, CALLEV_RINGING, SPriEvent());
   EXPECT_EQ(application.Take(), (Posted{{121, EVENT_DTMF, '1'}, {121, EVENT_ALERTING, 0}}));
   Channel(121).callHandle = PriCall(0x10);
-  secondHandlers.OnCardReopening(secondCard, caller);
+  secondHandlers.OnCardReopening(caller);
   EXPECT_EQ(application.Take(), (Posted{{121, EVENT_CHANNEL_STATE, 0}}));
-  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 0, caller);
+  secondHandlers.OnCardDown(caller);
   EXPECT_EQ(application.Take().size(), 30U);
 }
 
@@ -32,7 +32,7 @@ TEST_F(ChannelHandlers, ACardCanBePlacedAnew) {
   handlers.Place(0, 0);
   handlers.Place(3, 90);
   EXPECT_EQ(handlers.FirstGlobalTrunk(), 3U);
-  handlers.OnMedia(0, 1, MEDIA_DTMF, nullptr, '1');  // an empty table
+  handlers.OnDigit(0, 1, '1');  // an empty table
   EXPECT_EQ(application.Take(), Posted{});
 }
 

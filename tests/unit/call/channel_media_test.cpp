@@ -12,7 +12,7 @@ using Posted = std::vector<SPosted>;
 using Block = std::array<uint8_t, kBlockBytes>;
 
 struct SSeen {
-  char road;
+  char way;
   uint32_t channel;
   uint8_t first;
   uint32_t length;
@@ -40,14 +40,11 @@ class ChannelMedia : public CCallFixture {
     ApplicationEvents().SetRecordCallback(nullptr);
   }
 
-  void Media(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) {
-    firstHandlers.OnMedia(trunk, timeslot, code, data, length);
+  void Fill(uint32_t trunk, uint32_t timeslot) {
+    SBlockFill fill{block.data()};
+    firstHandlers.FillBlock(trunk, timeslot, fill);
   }
-  uint32_t AskForMark(uint16_t timeslot) {
-    uint32_t flag = 77;
-    Media(0, timeslot, MEDIA_PLAY_MARK, &flag, 0);
-    return flag;
-  }
+  void Receive(uint32_t trunk, uint32_t timeslot) { firstHandlers.OnBlockReceived(trunk, timeslot, block); }
   void Play(int32_t channel, uint32_t bytes) {
     std::unique_ptr<CWaveBlock> wave = Channel(channel).wave.NewBlock(bytes);
     ASSERT_NE(wave, nullptr);
@@ -61,7 +58,7 @@ TEST_F(ChannelMedia, EveryTimeslotReachesItsChannel) {
   for (uint16_t trunk = 0; trunk < 4; ++trunk) {
     for (uint16_t timeslot = 1; timeslot < 32; ++timeslot) {
       if (timeslot != 16) {
-        Media(trunk, timeslot, MEDIA_DTMF, nullptr, '5');
+        firstHandlers.OnDigit(trunk, timeslot, '5');
       }
     }
   }
@@ -74,33 +71,35 @@ TEST_F(ChannelMedia, EveryTimeslotReachesItsChannel) {
 
 TEST_F(ChannelMedia, TimeslotsWithoutChannelGetZeroBytesAndNothingElse) {
   for (const uint16_t timeslot : {uint16_t{0}, uint16_t{16}, uint16_t{32}, uint16_t{0xFFFF}}) {
-    for (const EMediaCode code : {MEDIA_PLAY, MEDIA_RECORD}) {
-      block.fill(0x33);
-      Media(0, timeslot, code, block.data(), kBlockBytes);
-      EXPECT_EQ(block, Block{}) << timeslot;
-    }
-    Media(0, timeslot, MEDIA_DTMF, nullptr, '5');
-    Media(0, timeslot, MEDIA_PLAY_MARK, nullptr, 0);
+    block.fill(0x33);
+    Fill(0, timeslot);
+    EXPECT_EQ(block, Block{}) << timeslot;
+    block.fill(0x33);
+    Receive(0, timeslot);
+    EXPECT_EQ(block, Block{}) << timeslot;
+    firstHandlers.OnDigit(0, timeslot, '5');
+    EXPECT_FALSE(firstHandlers.EndsPlay(0, timeslot));
+    firstHandlers.OnMarkSent(0, timeslot);
   }
   EXPECT_TRUE(seen.empty());
   EXPECT_EQ(application.Take(), Posted{});
 }
 
 TEST_F(ChannelMedia, SlotsBeyondTheTableGetZeroBytes) {
-  Media(40, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  Fill(40, 1);
   EXPECT_EQ(block, Block{});
 }
 
 TEST_F(ChannelMedia, TrunksOfNoOrAnotherCardAreLeftAlone) {
   const Block before = block;
-  Media(4, 1, MEDIA_PLAY, block.data(), kBlockBytes);    // the second card's channel
-  Media(6, 1, MEDIA_RECORD, block.data(), kBlockBytes);  // nobody's
+  Fill(4, 1);     // the second card's channel
+  Receive(6, 1);  // nobody's
   EXPECT_EQ(block, before);
   EXPECT_TRUE(seen.empty());
 }
 
 TEST_F(ChannelMedia, PlayFillsWithSilenceAndLetsTheApplicationChangeIt) {
-  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
+  Fill(0, 1);
   EXPECT_EQ(seen, (std::vector<SSeen>{{'p', 0, 0xD5, 160}}));
   EXPECT_EQ(block[0], 0xD5);
   EXPECT_EQ(block[1], 0x11);
@@ -109,7 +108,7 @@ TEST_F(ChannelMedia, PlayFillsWithSilenceAndLetsTheApplicationChangeIt) {
 
 TEST_F(ChannelMedia, RecordHandsTheBlockOverUnchangedOnClosedChannelsToo) {
   ASSERT_FALSE(Channel(30).isOpen);
-  Media(1, 1, MEDIA_RECORD, block.data(), kBlockBytes);
+  Receive(1, 1);
   EXPECT_EQ(seen, (std::vector<SSeen>{{'r', 30, 0x33, 160}}));
   EXPECT_EQ(block[159], 0x33);
 }
@@ -117,26 +116,26 @@ TEST_F(ChannelMedia, RecordHandsTheBlockOverUnchangedOnClosedChannelsToo) {
 TEST_F(ChannelMedia, EndOfPlayIsMarkedOnceAndReportedWhenItWentOut) {
   Channel(0).Open();
   Play(0, 100);
-  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
-  EXPECT_EQ(AskForMark(1), 0U);
-  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
-  EXPECT_EQ(AskForMark(1), 1U);
-  EXPECT_EQ(AskForMark(1), 0U);
+  Fill(0, 1);
+  EXPECT_FALSE(firstHandlers.EndsPlay(0, 1));
+  Fill(0, 1);
+  EXPECT_TRUE(firstHandlers.EndsPlay(0, 1));
+  EXPECT_FALSE(firstHandlers.EndsPlay(0, 1));
   EXPECT_EQ(application.Take(), Posted{});
-  Media(0, 1, MEDIA_PLAY_MARK, nullptr, 0);
+  firstHandlers.OnMarkSent(0, 1);
   EXPECT_EQ(application.Take(), (Posted{{0, EVENT_PLAY_DONE, 0}}));
-  Media(0, 1, MEDIA_PLAY_MARK, nullptr, 0);
+  firstHandlers.OnMarkSent(0, 1);
   EXPECT_EQ(application.Take(), Posted{});
 }
 
 TEST_F(ChannelMedia, StoppedPlayIsNotReported) {
   Channel(0).Open();
   Play(0, 0);
-  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
-  Media(0, 1, MEDIA_PLAY, block.data(), kBlockBytes);
-  EXPECT_EQ(AskForMark(1), 1U);
+  Fill(0, 1);
+  Fill(0, 1);
+  EXPECT_TRUE(firstHandlers.EndsPlay(0, 1));
   Channel(0).wave.Flush();
-  Media(0, 1, MEDIA_PLAY_MARK, nullptr, 0);
+  firstHandlers.OnMarkSent(0, 1);
   EXPECT_EQ(application.Take(), Posted{});
 }
 
@@ -147,14 +146,8 @@ TEST_F(ChannelMedia, CallbacksMayUseTheChannel) {
     Play(posted.channel, 160);
     Channel(posted.channel).Close();
   };
-  Media(0, 1, MEDIA_DTMF, nullptr, '#');
+  firstHandlers.OnDigit(0, 1, '#');
   EXPECT_FALSE(Channel(0).isOpen);
-}
-
-TEST_F(ChannelMedia, BlocksWithoutDataAreIgnored) {
-  Media(0, 1, MEDIA_PLAY, nullptr, kBlockBytes);
-  Media(0, 1, MEDIA_RECORD, nullptr, kBlockBytes);
-  EXPECT_TRUE(seen.empty());
 }
 
 }  // namespace

@@ -15,9 +15,6 @@ using Lines = std::vector<std::string>;
 
 class TrunkStatus : public CCallFixture {
  protected:
-  void Status(uint32_t trunk, ETrunkStatus code, uint16_t value16 = 0, uint32_t value32 = 0) {
-    firstHandlers.OnTrunkStatus(firstCard, trunk, code, value16, value32, caller);
-  }
   // The channel-state events of these channels, in order.
   static Posted States(int32_t first, int32_t count, int32_t param) {
     Posted states;
@@ -55,64 +52,64 @@ class TrunkStatus : public CCallFixture {
 };
 
 TEST_F(TrunkStatus, TrunkUpSetsItsThirtyChannelsUpOnce) {
-  Status(1, kDchannelUp);
+  firstHandlers.OnDchannelUp(1, caller);
   EXPECT_EQ(application.Take(), States(30, 30, 1));
   EXPECT_EQ(Info(30, "CHANNELSTATE"), "READY");
   EXPECT_EQ(Info(29, "CHANNELSTATE"), "DOWN");
-  Status(1, kDchannelUp);
+  firstHandlers.OnDchannelUp(1, caller);
   EXPECT_EQ(application.Take(), Posted{});
 }
 
 TEST_F(TrunkStatus, SecondCardsTrunksStandBehindTheFirstOnes) {
-  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0, caller);
+  secondHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(application.Take(), States(120, 30, 1));
 }
 
 TEST_F(TrunkStatus, OnlyChannelsThatAreNotUpGetTheEvent) {
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   Channel(3).Open();
   Channel(3).Close();
   application.Take();
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(application.Take(), States(3, 1, 1));
 }
 
 TEST_F(TrunkStatus, TrunkDownResetsWhatWasUpWithoutDisconnected) {
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   application.Take();
   GiveCall(7);
   Channel(8).linkState = -1;
   GiveCall(8);
   Channel(8).connected = true;
-  Status(0, kDchannelDown);
+  firstHandlers.OnDchannelDown(0, caller);
   Posted expected = States(0, 8, 0);
   const Posted rest = States(9, 21, 0);
   expected.insert(expected.end(), rest.begin(), rest.end());
   EXPECT_EQ(application.Take(), expected);
   ExpectReset(7);
   EXPECT_TRUE(Channel(8).connected);  // it was down already
-  Status(0, kDchannelDown);
+  firstHandlers.OnDchannelDown(0, caller);
   EXPECT_EQ(application.Take(), Posted{});
 }
 
 TEST_F(TrunkStatus, TrunksWithoutChannelsTouchNoOtherCards) {
   for (const uint32_t trunk : {4U, 7U, 8U, 0x10000U, 0xFFFFFFFFU}) {
-    Status(trunk, kDchannelUp);
-    Status(trunk, kDchannelDown);
+    firstHandlers.OnDchannelUp(trunk, caller);
+    firstHandlers.OnDchannelDown(trunk, caller);
   }
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_EQ(Channel(120).linkState, -1);
 }
 
 TEST_F(TrunkStatus, LostCardTakesEveryChannelOfItDown) {
-  Status(2, kDchannelUp);
-  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0, caller);
+  firstHandlers.OnDchannelUp(2, caller);
+  secondHandlers.OnDchannelUp(0, caller);
   application.Take();
   GiveCall(65);
   for (uint32_t trunk = 0; trunk < 5; ++trunk) {
     firstCard.Trunk(trunk).lineStatus = 0;
   }
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  firstHandlers.OnCardDown(caller);
   EXPECT_EQ(application.Take(), States(0, 120, 0));
   ExpectReset(65);
   for (uint32_t trunk = 0; trunk < 4; ++trunk) {
@@ -123,32 +120,32 @@ TEST_F(TrunkStatus, LostCardTakesEveryChannelOfItDown) {
 }
 
 TEST_F(TrunkStatus, CardThatComesUpPostsNothing) {
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 1, caller);
+  firstHandlers.OnCardUp();
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_EQ(Channel(0).linkState, -1);
 }
 
 TEST_F(TrunkStatus, ReopeningLosesCallsAndLeavesIdleChannels) {
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   application.Take();
   GiveCall(7);
   PriCall lost = Channel(7).callHandle;
-  firstHandlers.OnCardReopening(firstCard, caller);
+  firstHandlers.OnCardReopening(caller);
   EXPECT_EQ(application.Take(), States(7, 1, 0));
   ExpectReset(7);
   EXPECT_EQ(Info(6, "CHANNELSTATE"), "READY");
   EXPECT_FALSE(Channel(7).IsLostCall(lost));  // it went with its controller
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(application.Take(), States(7, 1, 1));
 }
 
 TEST_F(TrunkStatus, ReopeningForgetsCallsThatWereLostBefore) {
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   GiveCall(7);
   PriCall lost = Channel(7).callHandle;
-  Status(0, kDchannelDown);
+  firstHandlers.OnDchannelDown(0, caller);
   ASSERT_TRUE(Channel(7).IsLostCall(lost));
-  firstHandlers.OnCardReopening(firstCard, caller);
+  firstHandlers.OnCardReopening(caller);
   EXPECT_FALSE(Channel(7).IsLostCall(lost));
 }
 
@@ -160,9 +157,9 @@ TEST_F(TrunkStatus, NoChannelLockIsHeldInTheCallback) {
     Reject(Channel(posted.channel));
     Channel(posted.channel).Open();
   };
-  Status(0, kDchannelUp);
-  Status(0, kDchannelDown);
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
+  firstHandlers.OnCardDown(caller);
   EXPECT_EQ(application.Take().size(), 30U + 30U + 120U);
 }
 
@@ -170,38 +167,38 @@ TEST_F(TrunkStatus, NoChannelLockIsHeldInTheCallback) {
 // another opening's.
 TEST_F(TrunkStatus, ACallerThatWasGivenUpInTheCallbackTouchesNothingMore) {
   application.reaction = [this](const SPosted&) { caller.Set(); };
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(application.Take(), States(0, 1, 1));
   EXPECT_EQ(Channel(1).linkState, -1);
 }
 
 TEST_F(TrunkStatus, ACallerThatWasGivenUpInTheCallbackTakesNoFurtherChannelDown) {
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   application.Take();
   application.reaction = [this](const SPosted&) { caller.Set(); };
-  Status(0, kDchannelDown);
+  firstHandlers.OnDchannelDown(0, caller);
   EXPECT_EQ(application.Take(), States(0, 1, 0));
   EXPECT_EQ(Channel(1).linkState, 1);
 }
 
 TEST_F(TrunkStatus, ACallerThatWasGivenUpWhenACardWasLostTakesNoFurtherChannelDown) {
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   application.Take();
   application.reaction = [this](const SPosted&) { caller.Set(); };
   GiveCall(7);
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  firstHandlers.OnCardDown(caller);
   EXPECT_EQ(application.Take(), States(0, 1, 0));
   EXPECT_EQ(Channel(7).linkState, 1);
   EXPECT_NE(Channel(7).callHandle, nullptr);
 }
 
 TEST_F(TrunkStatus, ACallerThatWasGivenUpInAReopeningTakesNoFurtherCall) {
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   application.Take();
   GiveCall(7);
   GiveCall(9);
   application.reaction = [this](const SPosted&) { caller.Set(); };
-  firstHandlers.OnCardReopening(firstCard, caller);
+  firstHandlers.OnCardReopening(caller);
   EXPECT_EQ(application.Take(), States(7, 1, 0));
   EXPECT_NE(Channel(9).callHandle, nullptr);
 }
@@ -210,7 +207,7 @@ TEST_F(TrunkStatus, ACallerThatWasGivenUpInAReopeningTakesNoFurtherCall) {
 class TrunkStatusOfAHeldTrunk : public TrunkStatus {
  protected:
   TrunkStatusOfAHeldTrunk() {
-    Status(0, kDchannelUp);
+    firstHandlers.OnDchannelUp(0, caller);
     GiveCall(7);
     GiveCall(9);
     application.Take();
@@ -233,7 +230,7 @@ class TrunkStatusOfAHeldTrunk : public TrunkStatus {
 };
 
 TEST_F(TrunkStatusOfAHeldTrunk, AReopeningTakesItsCallsAllTheSame) {
-  firstHandlers.OnCardReopening(firstCard, caller);
+  firstHandlers.OnCardReopening(caller);
   EXPECT_EQ(application.Take(), (Posted{{7, EVENT_CHANNEL_STATE, 0}, {9, EVENT_CHANNEL_STATE, 0}}));
   ExpectReset(7);
   ExpectReset(9);
@@ -241,7 +238,7 @@ TEST_F(TrunkStatusOfAHeldTrunk, AReopeningTakesItsCallsAllTheSame) {
 
 TEST_F(TrunkStatusOfAHeldTrunk, ALostCardsThreadEndsItsWaitWhenItIsGivenUp) {
   std::thread stopper([this] { caller.Set(); });
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  firstHandlers.OnCardDown(caller);
   stopper.join();
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_NE(Channel(7).callHandle, nullptr);
@@ -249,8 +246,8 @@ TEST_F(TrunkStatusOfAHeldTrunk, ALostCardsThreadEndsItsWaitWhenItIsGivenUp) {
 
 TEST_F(TrunkStatus, ChannelsMayGoInsideTheCallback) {
   application.reaction = [this](const SPosted&) { table.Clear(); };
-  Status(0, kDchannelUp);
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
+  firstHandlers.OnCardDown(caller);
   EXPECT_EQ(application.Take(), States(0, 1, 1));
 }
 
@@ -265,7 +262,7 @@ TEST_F(TrunkStatus, StatesNeedNoMemory) {
   ApplicationEvents().SetEventCallback(&CountStates);
   const auto expectStates = [&](int expected, const std::function<void()>& report) {
     for (uint32_t n = 1; n <= 6; ++n) {
-      Status(0, kDchannelUp);
+      firstHandlers.OnDchannelUp(0, caller);
       GiveCall(7);
       statesPosted = 0;
       support::FailAllocation(n);
@@ -273,19 +270,19 @@ TEST_F(TrunkStatus, StatesNeedNoMemory) {
       support::FailAllocation(0);
       EXPECT_EQ(statesPosted, expected) << n;
       EXPECT_EQ(Channel(7).callHandle, nullptr) << n;
-      Status(0, kDchannelDown);
+      firstHandlers.OnDchannelDown(0, caller);
     }
   };
-  expectStates(30, [this] { Status(0, kDchannelDown); });
-  expectStates(120, [this] { firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller); });
-  expectStates(1, [this] { firstHandlers.OnCardReopening(firstCard, caller); });
+  expectStates(30, [this] { firstHandlers.OnDchannelDown(0, caller); });
+  expectStates(120, [this] { firstHandlers.OnCardDown(caller); });
+  expectStates(1, [this] { firstHandlers.OnCardReopening(caller); });
   statesPosted = 0;
   support::FailAllocation(1);
-  Status(0, kDchannelUp);
+  firstHandlers.OnDchannelUp(0, caller);
   EXPECT_TRUE(support::AllocationFailed()) << "the line had to be formatted";
   support::FailAllocation(0);
   EXPECT_EQ(statesPosted, 30);
-  Status(0, kDchannelDown);
+  firstHandlers.OnDchannelDown(0, caller);
   const Lines lines = log.Lines();
   EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
     return line.find("lost for want of memory") != line.npos;
@@ -294,20 +291,18 @@ TEST_F(TrunkStatus, StatesNeedNoMemory) {
 
 TEST_F(TrunkStatus, StatusLines) {
   CLogCapture log(1);
-  secondHandlers.OnTrunkStatus(secondCard, 0, kDchannelUp, 0, 0, caller);
-  Status(3, kDchannelDown);
-  Status(0, kStatusReserved);
-  Status(0, kLineStatus, 0, 1);
-  for (uint32_t direction = 0; direction < 3; ++direction) {
-    Status(1, kQueueOverflow, 0, direction);
+  secondHandlers.OnDchannelUp(0, caller);
+  firstHandlers.OnDchannelDown(3, caller);
+  firstHandlers.OnLineStatus(0, 1);
+  for (uint32_t queue = 0; queue < 3; ++queue) {
+    firstHandlers.OnQueueOverflow(1, queue);
   }
-  for (const uint32_t error : {2U, 3U, 4U, 8U, 5U}) {
-    Status(2, kHdlcError, 0, error);
+  for (const int error : {2, 3, 4, 8, 5}) {
+    firstHandlers.OnHdlcError(2, static_cast<uint8_t>(error));
   }
-  Status(0, kConfigError);
-  Status(0, kLinkReset, 0, 2);
-  secondHandlers.OnTrunkStatus(secondCard, 0, kRegisterRead, 0x1006, 0xA, caller);
-  Status(0, static_cast<ETrunkStatus>(266));
+  firstHandlers.OnConfigError(0);
+  firstHandlers.OnLinkReset(firstCard, 0, 2);
+  secondHandlers.OnRegister(0, 0x1006, 0xA);
   EXPECT_EQ(log.Lines(), (Lines{
                              "  G :Card 4: Trunk 0 - DCHANNEL UP",
                              "  G :Card 0: Trunk 3 - DCHANNEL DOWN",
@@ -328,29 +323,34 @@ TEST_F(TrunkStatus, StatusLines) {
 
 TEST_F(TrunkStatus, RegisterLineBelongsToTheDetailClass) {
   CLogCapture log(2);
-  Status(0, kRegisterRead, 0x1006, 1);
-  Status(0, kConfigError);
+  firstHandlers.OnRegister(0, 0x1006, 1);
+  firstHandlers.OnConfigError(0);
   EXPECT_EQ(log.Lines().size(), 1U);
 }
 
 TEST_F(TrunkStatus, NoStatusLineAboveLevel2) {
   CLogCapture log(3);
-  for (int code = 257; code < 266; ++code) {
-    Status(0, static_cast<ETrunkStatus>(code));
-  }
-  firstHandlers.OnCardState(firstCard, kCardState, nullptr, 0, caller);
-  firstHandlers.OnCardState(firstCard, kCardNotice, "x", 0, caller);
+  firstHandlers.OnDchannelUp(0, caller);
+  firstHandlers.OnDchannelDown(0, caller);
+  firstHandlers.OnLineStatus(0, 0);
+  firstHandlers.OnQueueOverflow(0, 0);
+  firstHandlers.OnHdlcError(0, 0);
+  firstHandlers.OnConfigError(0);
+  firstHandlers.OnLinkReset(firstCard, 0, 0);
+  firstHandlers.OnRegister(0, 0, 0);
+  firstHandlers.OnCardDown(caller);
+  firstHandlers.OnNotice("x");
   EXPECT_EQ(log.Lines(), Lines{});
   EXPECT_EQ(application.Take().size(), 30U + 30U + 120U);
 }
 
 TEST_F(TrunkStatus, CardLinesShowTheCardsIndex) {
   CLogCapture log(2);
-  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 1, caller);
-  secondHandlers.OnCardState(secondCard, kCardState, nullptr, 0, caller);
-  secondHandlers.OnCardState(secondCard, kCardNotice, "Old/Duplicate Packet -> 5, ignored.", 0, caller);
-  secondHandlers.OnCardState(secondCard, kCardWarning, "%s%n", 0, caller);
-  secondHandlers.OnCardState(secondCard, kCardWarning, nullptr, 0, caller);
+  secondHandlers.OnCardUp();
+  secondHandlers.OnCardDown(caller);
+  secondHandlers.OnNotice("Old/Duplicate Packet -> 5, ignored.");
+  secondHandlers.OnNotice("%s%n");
+  secondHandlers.OnNotice("");
   EXPECT_EQ(log.Lines(),
             (Lines{"  G :Card 1 is up", "  G :Card 1 is down", "  G :Card 1: Old/Duplicate Packet -> 5, ignored.",
                    "  G :Card 1: %s%n", "  G :Card 1: "}));

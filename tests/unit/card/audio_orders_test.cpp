@@ -24,13 +24,14 @@ using EAction = SSequenceDecision::EAction;
 // Keeps what timeslot 1 of trunk 0 received.
 class CHearingHandlers : public CRecordingHandlers {
  public:
-  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override {
-    if (code == MEDIA_PLAY) {
-      std::fill_n(static_cast<uint8_t*>(data), length, uint8_t{0xD5});
-    } else if (code == MEDIA_RECORD && trunk == 0 && timeslot == 1) {
-      const auto* bytes = static_cast<const uint8_t*>(data);
+  void FillBlock(uint32_t, uint32_t, SBlockFill& fill) override {
+    std::fill_n(fill.data, kBlockBytes, uint8_t{0xD5});
+    fill.KeepTaken();
+  }
+  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+    if (trunk == 0 && timeslot == 1) {
       const std::lock_guard<std::mutex> held(hearing);
-      heard.insert(heard.end(), bytes, bytes + length);
+      heard.insert(heard.end(), block.begin(), block.end());
       grown.notify_all();
     }
   }

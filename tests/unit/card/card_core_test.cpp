@@ -40,7 +40,7 @@ TEST_F(CardCore, AudioNoticesAreCardNotices) {
   core.OnAudioNotice("before the handlers");
   core.handlers = &handlers;
   core.OnAudioNotice("text");
-  EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 1 text0"});
+  EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 1 text"});
 }
 
 TEST_F(CardCore, MessageLinesShowTheTrunksOfEarlierCards) {
@@ -51,9 +51,9 @@ TEST_F(CardCore, MessageLinesShowTheTrunksOfEarlierCards) {
 }
 
 TEST_F(CardCore, CardStatesNeedHandlers) {
-  core.ReportCardState(1, caller);
+  core.ReportCardUp();
   core.handlers = &handlers;
-  core.ReportCardState(0, caller);
+  core.ReportCardDown(caller);
   EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 3 0"});
 }
 

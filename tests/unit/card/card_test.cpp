@@ -281,7 +281,7 @@ TEST_F(Card, TheDchannelComesUpBothWays) {
 TEST_F(Card, ADchannelThatCameUpBeforeTheHandlersIsReportedOnceByTheControlThread) {
   FakeNetwork();
   std::atomic<int> onOurThread{0};
-  handlers.onStatus = [&, us = std::this_thread::get_id()](uint32_t, ETrunkStatus) {
+  handlers.onDchannelUp = [&, us = std::this_thread::get_id()](uint32_t) {
     onOurThread += std::this_thread::get_id() == us ? 1 : 0;
   };
   ASSERT_TRUE(Open());
@@ -527,8 +527,8 @@ TEST_F(Card, ACallbackThatHangsDoesNotHangTheClose) {
   FakeNetwork();
   CEvent mayReturn;
   CEvent isInside;
-  handlers.onStatus = [&](uint32_t trunk, ETrunkStatus code) {
-    if (trunk == 0 && code == kDchannelUp) {
+  handlers.onDchannelUp = [&](uint32_t trunk) {
+    if (trunk == 0) {
       isInside.Set();
       mayReturn.Wait();
     }
@@ -551,7 +551,7 @@ TEST_F(Card, ACallbackThatHangsDoesNotHangTheClose) {
     SleepMs(1);
   }
   EXPECT_TRUE(isReleased());
-  handlers.onStatus = nullptr;
+  handlers.onDchannelUp = nullptr;
   EXPECT_TRUE(Open());
 }
 

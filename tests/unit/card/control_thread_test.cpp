@@ -130,7 +130,7 @@ TEST_F(ControlThread, AStoppedThreadLeavesWhatTheCardSaysAlone) {
 TEST_F(ControlThread, AControllerLeftToAThreadInACallbackGoesBeforeTheTrunkIsFree) {
   GiveController();
   core->controllersRunning = true;
-  handlers.onStatus = [&](uint32_t, ETrunkStatus) {
+  handlers.onDchannelUp = [&](uint32_t) {
     core->controllersRunning = false;
     thread.RequestStop();
   };

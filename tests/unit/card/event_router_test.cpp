@@ -188,7 +188,7 @@ TEST_F(EventRouter, EarlyDchannelsAreNotReportedByACallerThatWasGivenUp) {
     Route(trunk, kPriDchannelUp);
   }
   core.handlers = &handlers;
-  handlers.onStatus = [&](uint32_t, ETrunkStatus) { caller.Set(); };
+  handlers.onDchannelUp = [&](uint32_t) { caller.Set(); };
   core.ReportEarlyDchannels(caller);
   EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
 }

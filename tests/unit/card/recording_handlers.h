@@ -15,16 +15,23 @@ namespace zelk {
 // Writes down what a card reports, each as a line.
 class CRecordingHandlers : public ICardHandlers {
  public:
-  void OnCardState(CCard&, ECardCode code, const char* text, uint32_t value, const CStopFlag&) override {
-    Note("card " + std::to_string(code) + " " + (text == nullptr ? "" : text) + std::to_string(value));
-  }
-  void OnTrunkStatus(CCard&, uint32_t trunk, ETrunkStatus code, uint16_t value16, uint32_t value32,
-                     const CStopFlag&) override {
-    Note("trunk " + std::to_string(trunk) + " " + std::to_string(code) + " " + std::to_string(value16) + " " +
-         std::to_string(value32));
-    if (onStatus) {
-      onStatus(trunk, code);
+  void OnCardUp() override { Note("card 3 1"); }
+  void OnCardDown(const CStopFlag&) override { Note("card 3 0"); }
+  void OnNotice(const char* text) override { Note(std::string("card 1 ") + text); }
+  void OnDchannelUp(uint32_t trunk, const CStopFlag&) override {
+    NoteStatus(trunk, 257);
+    if (onDchannelUp) {
+      onDchannelUp(trunk);
     }
+  }
+  void OnDchannelDown(uint32_t trunk, const CStopFlag&) override { NoteStatus(trunk, 258); }
+  void OnConfigError(uint32_t trunk) override { NoteStatus(trunk, 263); }
+  void OnLineStatus(uint32_t trunk, uint8_t status) override { NoteStatus(trunk, 260, 0, status); }
+  void OnQueueOverflow(uint32_t trunk, uint32_t queue) override { NoteStatus(trunk, 261, 0, queue); }
+  void OnHdlcError(uint32_t trunk, uint8_t error) override { NoteStatus(trunk, 262, 0, error); }
+  void OnLinkReset(CCard&, uint32_t trunk, uint8_t error) override { NoteStatus(trunk, 264, 0, error); }
+  void OnRegister(uint32_t trunk, uint16_t registerNumber, uint8_t value) override {
+    NoteStatus(trunk, 265, registerNumber, value);
   }
   void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) override {
     Note("call " + std::to_string(trunk) + " " + std::to_string(channel) + " " + std::to_string(code));
@@ -32,7 +39,7 @@ class CRecordingHandlers : public ICardHandlers {
       onCall(card, trunk, code, event);
     }
   }
-  void OnCardReopening(CCard&, const CStopFlag& caller) override {
+  void OnCardReopening(const CStopFlag& caller) override {
     Note("reopening");
     std::function<void(const CStopFlag&)> now;
     {
@@ -49,7 +56,11 @@ class CRecordingHandlers : public ICardHandlers {
     onReopening = std::move(function);
   }
   uint32_t FirstGlobalTrunk() const override { return firstGlobalTrunk; }
-  void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {}
+  void FillBlock(uint32_t, uint32_t, SBlockFill&) override {}
+  bool EndsPlay(uint32_t, uint32_t) override { return false; }
+  void OnMarkSent(uint32_t, uint32_t) override {}
+  void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override {}
+  void OnDigit(uint32_t, uint32_t, char) override {}
 
   std::vector<std::string> Lines() const {
     const std::lock_guard<std::mutex> held(lock);
@@ -74,7 +85,7 @@ class CRecordingHandlers : public ICardHandlers {
   }
 
   // Set before the handlers are given to a card.
-  std::function<void(uint32_t, ETrunkStatus)> onStatus;
+  std::function<void(uint32_t trunk)> onDchannelUp;
   std::function<void(CCard&, uint16_t, ECallEvent, const SPriEvent&)> onCall;
   std::function<void(const CStopFlag&)> onReopening;
   uint32_t firstGlobalTrunk = 0;
@@ -84,6 +95,12 @@ class CRecordingHandlers : public ICardHandlers {
     const std::lock_guard<std::mutex> held(lock);
     lines.push_back(line);
     changed.notify_all();
+  }
+
+  // By the numbers of the card's status reports.
+  void NoteStatus(uint32_t trunk, uint32_t code, uint32_t value16 = 0, uint32_t value32 = 0) {
+    Note("trunk " + std::to_string(trunk) + " " + std::to_string(code) + " " + std::to_string(value16) + " " +
+         std::to_string(value32));
   }
 
   mutable std::mutex lock;

@@ -36,31 +36,59 @@ class CFakeNotice : public IAudioNotice {
   std::vector<std::string> lines;
 };
 
+enum class EMediaCall { kFillBlock, kEndsPlay, kMarkSent, kBlockReceived, kDigit };
+
+// Plays silence and ends no play; tells of each call first.
+class CIdleHook : public IMediaHook {
+ public:
+  void FillBlock(uint32_t, uint32_t, SBlockFill& fill) override {
+    OnCall(EMediaCall::kFillBlock);
+    Fill(fill, 0xD5);
+  }
+  bool EndsPlay(uint32_t, uint32_t) override {
+    OnCall(EMediaCall::kEndsPlay);
+    return false;
+  }
+  void OnMarkSent(uint32_t, uint32_t) override { OnCall(EMediaCall::kMarkSent); }
+  void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override { OnCall(EMediaCall::kBlockReceived); }
+  void OnDigit(uint32_t, uint32_t, char) override { OnCall(EMediaCall::kDigit); }
+
+ protected:
+  virtual void OnCall(EMediaCall) {}
+  static void Fill(SBlockFill& fill, uint8_t byte) {
+    std::memset(fill.data, byte, kBlockBytes);
+    fill.KeepTaken();
+  }
+};
+
 // Writes its calls down and fills blocks with a number that counts up.
 class CFakeHook : public IMediaHook {
  public:
-  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override {
-    const std::string place = std::to_string(trunk) + "." + std::to_string(timeslot);
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    if (code == MEDIA_PLAY) {
-      calls.push_back("play " + place + " " + std::to_string(length));
-      std::memset(data, nextFill++, length);
-    } else if (code == MEDIA_PLAY_MARK && data != nullptr) {
-      calls.push_back("query " + place);
-      std::memcpy(data, &mark, sizeof mark);
-    } else if (code == MEDIA_PLAY_MARK) {
-      calls.push_back("sent " + place + " " + std::to_string(length));
-    } else if (code == MEDIA_RECORD) {
-      calls.push_back("record " + place + " " + std::to_string(length) + " " + std::to_string(bytes[0]));
-    } else if (code == MEDIA_DTMF) {
-      calls.push_back("digit " + place + " " + std::string(1, static_cast<char>(length)) +
-                      (data == nullptr ? "" : " with data"));
-    }
+  void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
+    calls.push_back("play " + Place(trunk, timeslot));
+    std::memset(fill.data, nextFill++, kBlockBytes);
+    fill.KeepTaken();
+  }
+  bool EndsPlay(uint32_t trunk, uint32_t timeslot) override {
+    calls.push_back("query " + Place(trunk, timeslot));
+    return mark;
+  }
+  void OnMarkSent(uint32_t trunk, uint32_t timeslot) override { calls.push_back("sent " + Place(trunk, timeslot)); }
+  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+    calls.push_back("record " + Place(trunk, timeslot) + " " + std::to_string(block[0]));
+  }
+  void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) override {
+    calls.push_back("digit " + Place(trunk, timeslot) + " " + std::string(1, digit));
   }
 
   uint8_t nextFill = 1;
-  uint32_t mark = 0;
+  bool mark = false;
   std::vector<std::string> calls;
+
+ private:
+  static std::string Place(uint32_t trunk, uint32_t timeslot) {
+    return std::to_string(trunk) + "." + std::to_string(timeslot);
+  }
 };
 
 }  // namespace zelk

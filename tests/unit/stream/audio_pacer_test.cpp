@@ -63,11 +63,11 @@ TEST_F(AudioPacer, APassFillsEveryFreeBlockThenDeliversPositionByPosition) {
   for (int slot = 0; slot < 32; ++slot) {
     const std::string place = "0." + std::to_string(slot);
     for (int block = 0; block < 2; ++block) {
-      expected.push_back("play " + place + " 160");
+      expected.push_back("play " + place);
       expected.push_back("query " + place);
     }
     if (slot == 0 || slot == 31)
-      expected.push_back("record " + place + " 160 213");
+      expected.push_back("record " + place + " 213");
   }
   EXPECT_EQ(hook.calls, expected);
   EXPECT_EQ(rings.At(0).receive.FreeCount(), 2U);
@@ -79,7 +79,7 @@ TEST_F(AudioPacer, APassFillsEveryFreeBlockThenDeliversPositionByPosition) {
 TEST_F(AudioPacer, FilledBlocksCarryTheirMarkAndTheFlushCount) {
   controls.Flush(3);
   controls.Flush(3);
-  hook.mark = 1;
+  hook.mark = true;
   pacer.Pass(stop);
   const SReadyBlock block = rings.At(3).transmit.PopReady();
   ASSERT_NE(block.data, nullptr);
@@ -164,9 +164,9 @@ class AudioPacerStall : public testing::Test {
     waitMs = pacer.Turn(schedule, now, stop);
     std::vector<std::string> own;
     for (const std::string& call : hook.calls) {
-      if (call == "play " + place + " 160")
+      if (call == "play " + place)
         own.push_back("play");
-      else if (call.rfind("record " + place + " 160 ", 0) == 0)
+      else if (call.rfind("record " + place + " ", 0) == 0)
         own.push_back("record" + call.substr(call.rfind(' ')));
     }
     return own;
@@ -195,7 +195,7 @@ TEST_F(AudioPacerStall, AfterAStallOf100MsTheNextPassDeliversFiveBlocksOfEachCha
   EXPECT_EQ(Turn("0.1"), five);
   EXPECT_EQ(waitMs, 0U);
   for (const char* place : {"0.0", "0.16", "1.0", "1.17", "1.31"}) {
-    const std::string record = std::string("record ") + place + " 160 ";
+    const std::string record = std::string("record ") + place + " ";
     EXPECT_EQ(std::count_if(hook.calls.begin(), hook.calls.end(),
                             [&record](const std::string& call) { return call.rfind(record, 0) == 0; }),
               5)
@@ -223,28 +223,26 @@ TEST_F(AudioPacerStall, TheOtherFourPassesFollowAtOnceAndThenThePacerIsInStepAga
 }
 
 // Stops the pass from inside its first call of one kind, and counts what comes after it.
-class CStoppingHook : public IMediaHook {
+class CStoppingHook : public CIdleHook {
  public:
-  CStoppingHook(CStopFlag& flag, EMediaCode stoppingCode) : stop(flag), code(stoppingCode) {}
-  void OnMedia(uint16_t, uint16_t, EMediaCode called, void* data, uint32_t length) override {
+  CStoppingHook(CStopFlag& flag, EMediaCall stoppingCall) : stop(flag), stopping(stoppingCall) {}
+  void OnCall(EMediaCall call) override {
     callsAfter += stop.IsSet() ? 1 : 0;
-    if (called == MEDIA_PLAY)
-      std::memset(data, 0x2A, length);
-    if (called == code)
+    if (call == stopping)
       stop.Set();
   }
   int callsAfter = 0;
 
  private:
   CStopFlag& stop;
-  const EMediaCode code;
+  const EMediaCall stopping;
 };
 
 class AudioPacerStop : public AudioPacer {
  protected:
   // A digit's sound and what lies behind it, so that each kind of call is due, more than once, in this pass.
-  void StopIn(EMediaCode code) {
-    CStoppingHook stopping(stop, code);
+  void StopIn(EMediaCall call) {
+    CStoppingHook stopping(stop, call);
     controls.hook = &stopping;
     for (size_t position = 0; position < 2; ++position) {
       for (int block = 0; block < 2; ++block)
@@ -257,35 +255,36 @@ class AudioPacerStop : public AudioPacer {
 };
 
 TEST_F(AudioPacerStop, InsideAFillNeitherAsksForTheMarkNorPutsTheBlockIntoTheRing) {
-  StopIn(MEDIA_PLAY);
+  StopIn(EMediaCall::kFillBlock);
   EXPECT_EQ(rings.At(0).transmit.ReadyCount(), 0U);
 }
 
 TEST_F(AudioPacerStop, InsideTheMarkQueryFillsNoFurtherBlock) {
-  StopIn(MEDIA_PLAY_MARK);
+  StopIn(EMediaCall::kEndsPlay);
   EXPECT_EQ(rings.At(0).transmit.ReadyCount(), 0U);
 }
 
 TEST_F(AudioPacerStop, InsideADigitDeliversNotEvenItsBlock) {
-  StopIn(MEDIA_DTMF);
+  StopIn(EMediaCall::kDigit);
 }
 
 TEST_F(AudioPacerStop, InsideARecordCallDeliversNoFurtherBlock) {
-  StopIn(MEDIA_RECORD);
+  StopIn(EMediaCall::kBlockReceived);
 }
 
 // A position that is stopped while its block is filled. The hook takes 0x11 from its queue, as the call layer does.
-class AudioPacerFlush : public AudioPacer, protected IMediaHook {
+class AudioPacerFlush : public AudioPacer, protected CIdleHook {
  protected:
   static constexpr size_t kPosition = 3;
 
   AudioPacerFlush() { controls.hook = this; }
 
-  void OnMedia(uint16_t, uint16_t timeslot, EMediaCode code, void*, uint32_t) override {
-    if (code == MEDIA_PLAY_MARK && timeslot == kPosition)
+  bool EndsPlay(uint32_t, uint32_t timeslot) override {
+    if (timeslot == kPosition)
       inQuery();
+    return false;
   }
-  void OnFill(uint16_t, uint16_t timeslot, SBlockFill& fill) override {
+  void FillBlock(uint32_t, uint32_t timeslot, SBlockFill& fill) override {
     if (timeslot != kPosition || std::exchange(filled, true))
       return;
     beforeTaking();
@@ -387,9 +386,9 @@ TEST_F(AudioPacerFlush, OfAnotherPositionLeavesTheBlockAlone) {
 
 // It is in the hook when it is stopped, or asleep: either way it comes to its end without another call.
 TEST_F(AudioPacer, TheThreadEndsWithoutAnotherCallOnceItIsStopped) {
-  class CGate : public IMediaHook {
+  class CGate : public CIdleHook {
    public:
-    void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {
+    void OnCall(EMediaCall) override {
       ++calls;
       entered.Set();
       leave.Wait();

@@ -71,18 +71,18 @@ class CUnderTest : private IMediaHook, private IAudioNotice, private IAudioLink 
   Events Take() { return std::exchange(events, {}); }
 
  private:
-  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override {
-    const unsigned position = trunk * 32U + timeslot;
-    if (code == MEDIA_PLAY) {
-      application.Play(position, static_cast<uint8_t*>(data));
-    } else if (code == MEDIA_PLAY_MARK && data != nullptr) {
-      *static_cast<uint32_t*>(data) = application.Mark(position) ? 1 : 0;
-    } else if (code == MEDIA_PLAY_MARK) {
-      events.push_back("mark " + std::to_string(position));
-    } else if (code == MEDIA_RECORD) {
-      events.push_back("record " + std::to_string(position) + " " + Text(static_cast<uint8_t*>(data), length));
-    }
+  void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
+    application.Play(trunk * 32 + timeslot, fill.data);
+    fill.KeepTaken();
   }
+  bool EndsPlay(uint32_t trunk, uint32_t timeslot) override { return application.Mark(trunk * 32 + timeslot); }
+  void OnMarkSent(uint32_t trunk, uint32_t timeslot) override {
+    events.push_back("mark " + std::to_string(trunk * 32 + timeslot));
+  }
+  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+    events.push_back("record " + std::to_string(trunk * 32 + timeslot) + " " + Text(block.data(), block.size()));
+  }
+  void OnDigit(uint32_t, uint32_t, char) override {}
   void OnAudioNotice(const char* text) override { events.push_back(std::string("log ") + text); }
   int SendPacket(const uint8_t* packet, size_t length) override {
     events.push_back("sent " + Text(packet, length));

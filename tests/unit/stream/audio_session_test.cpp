@@ -21,14 +21,9 @@
 namespace zelk {
 namespace {
 
-class CQuietHook : public IMediaHook {
+class CQuietHook : public CIdleHook {
  public:
-  void OnMedia(uint16_t, uint16_t, EMediaCode code, void* data, uint32_t length) override {
-    if (code == MEDIA_PLAY)
-      std::memset(data, 0xD5, length);
-    if (code == MEDIA_RECORD)
-      ++records;
-  }
+  void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override { ++records; }
   int records = 0;
 };
 

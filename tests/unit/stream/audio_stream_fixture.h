@@ -101,19 +101,31 @@ class CRecordingNotice : public IAudioNotice {
 // Plays a byte per position and keeps what position (0, 1) received.
 class CTestHook : public IMediaHook {
  public:
-  void OnMedia(uint16_t trunk, uint16_t timeslot, EMediaCode code, void* data, uint32_t length) override {
+  void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
     const std::lock_guard hold(mutex);
-    if (code == MEDIA_PLAY)
-      std::memset(data, PlayByte(trunk, timeslot), length);
-    if (code == MEDIA_PLAY_MARK && data != nullptr && ++queries[trunk][timeslot] == markedBlock && timeslot == 1)
-      *static_cast<uint32_t*>(data) = 1;
-    if (code == MEDIA_PLAY_MARK && data == nullptr)
-      ++marksSent;
-    (code == MEDIA_PLAY_MARK && data == nullptr ? markThreads : otherThreads).insert(std::this_thread::get_id());
-    if (code == MEDIA_RECORD && trunk == 0 && timeslot == 1)
-      recorded.emplace_back(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + length);
-    ++calls;
-    changed.notify_all();
+    std::memset(fill.data, PlayByte(trunk, timeslot), kBlockBytes);
+    fill.KeepTaken();
+    Count(otherThreads);
+  }
+  bool EndsPlay(uint32_t trunk, uint32_t timeslot) override {
+    const std::lock_guard hold(mutex);
+    Count(otherThreads);
+    return ++queries[trunk][timeslot] == markedBlock && timeslot == 1;
+  }
+  void OnMarkSent(uint32_t, uint32_t) override {
+    const std::lock_guard hold(mutex);
+    ++marksSent;
+    Count(markThreads);
+  }
+  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+    const std::lock_guard hold(mutex);
+    if (trunk == 0 && timeslot == 1)
+      recorded.emplace_back(block.begin(), block.end());
+    Count(otherThreads);
+  }
+  void OnDigit(uint32_t, uint32_t, char) override {
+    const std::lock_guard hold(mutex);
+    Count(otherThreads);
   }
 
   static uint8_t PlayByte(uint32_t trunk, uint32_t timeslot) { return static_cast<uint8_t>(trunk * 32 + timeslot); }
@@ -133,6 +145,13 @@ class CTestHook : public IMediaHook {
   std::set<std::thread::id> otherThreads;  // of all other calls
 
  private:
+  // The lock is held.
+  void Count(std::set<std::thread::id>& threads) {
+    threads.insert(std::this_thread::get_id());
+    ++calls;
+    changed.notify_all();
+  }
+
   std::mutex mutex;
   std::condition_variable changed;
 };

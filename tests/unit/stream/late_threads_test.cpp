@@ -4,6 +4,7 @@
 #include <memory>
 #include <thread>
 
+#include "audio_fakes.h"
 #include "audio_stream_fixture.h"
 #include "native_thread_watch.h"
 #include "platform/event.h"
@@ -15,22 +16,20 @@ namespace {
 using namespace audiotest;
 
 // Keeps the first thread that comes with one kind of call until it is let go, and counts what that thread still calls.
-class CHoldingHook : public IMediaHook {
+class CHoldingHook : public CIdleHook {
  public:
-  enum class EKind { kPlay, kQuery, kRecord, kMarkSent };
+  explicit CHoldingHook(EMediaCall heldCall) : kind(heldCall) {}
 
-  explicit CHoldingHook(EKind heldKind) : kind(heldKind) {}
-
-  void OnMedia(uint16_t, uint16_t, EMediaCode code, void* data, uint32_t length) override {
+  bool EndsPlay(uint32_t trunk, uint32_t timeslot) override {
+    CIdleHook::EndsPlay(trunk, timeslot);
+    return true;
+  }
+  void OnCall(EMediaCall call) override {
     if (std::this_thread::get_id() == held.load())
       ++callsOfHeld;
     else
       ++callsOfOthers;
-    if (code == MEDIA_PLAY)
-      std::memset(data, 0x2A, length);
-    if (code == MEDIA_PLAY_MARK && data != nullptr)
-      *static_cast<uint32_t*>(data) = 1;
-    if (KindOf(code, data) == kind && !taken.exchange(true)) {
+    if (call == kind && !taken.exchange(true)) {
       held = std::this_thread::get_id();
       end = std::make_unique<CThreadEnd>();
       entered.Set();
@@ -59,13 +58,7 @@ class CHoldingHook : public IMediaHook {
   std::atomic<int> callsOfOthers{0};
 
  private:
-  static EKind KindOf(EMediaCode code, const void* data) {
-    if (code == MEDIA_PLAY_MARK)
-      return data == nullptr ? EKind::kMarkSent : EKind::kQuery;
-    return code == MEDIA_PLAY ? EKind::kPlay : EKind::kRecord;
-  }
-
-  const EKind kind;
+  const EMediaCall kind;
   std::atomic<bool> taken{false};
   std::atomic<std::thread::id> held{};
   std::unique_ptr<CThreadEnd> end;
@@ -86,7 +79,7 @@ class LateThreads : public CAudioStreamTest {
     stream.JoinPacer(kPatienceMs);
   }
 
-  void Hold(CHoldingHook::EKind kind) {
+  void Hold(EMediaCall kind) {
     holding = std::make_unique<CHoldingHook>(kind);
     stream.SetHook(holding.get());
   }
@@ -100,7 +93,7 @@ class LateThreads : public CAudioStreamTest {
     stream.FreeBuffers();
   }
 
-  void ExpectNothingMoreOfAPacerHeldIn(CHoldingHook::EKind kind) {
+  void ExpectNothingMoreOfAPacerHeldIn(EMediaCall kind) {
     Hold(kind);
     Open(1, 8);
     for (uint32_t packet = 1; packet <= 13; ++packet)  // three blocks each way
@@ -120,20 +113,20 @@ class LateThreads : public CAudioStreamTest {
 };
 
 TEST_F(LateThreads, APacerHeldInThePlayCallbackOverACloseFillsNothingMore) {
-  ExpectNothingMoreOfAPacerHeldIn(CHoldingHook::EKind::kPlay);
+  ExpectNothingMoreOfAPacerHeldIn(EMediaCall::kFillBlock);
 }
 
 TEST_F(LateThreads, APacerHeldInTheMarkQueryOverACloseFillsNothingMore) {
-  ExpectNothingMoreOfAPacerHeldIn(CHoldingHook::EKind::kQuery);
+  ExpectNothingMoreOfAPacerHeldIn(EMediaCall::kEndsPlay);
 }
 
 TEST_F(LateThreads, APacerHeldInTheRecordCallbackOverACloseDeliversNothingMore) {
-  ExpectNothingMoreOfAPacerHeldIn(CHoldingHook::EKind::kRecord);
+  ExpectNothingMoreOfAPacerHeldIn(EMediaCall::kBlockReceived);
 }
 
 // The loss asks for 46 packets; the marks of 32 timeslots are reported before the first of them is sent.
 TEST_F(LateThreads, AReceiveThreadHeldOverACloseReportsNothingMoreAndUsesNoNumber) {
-  Hold(CHoldingHook::EKind::kMarkSent);
+  Hold(EMediaCall::kMarkSent);
   Open(1, 2);
   ASSERT_TRUE(holding->WaitFilled(2));
   uint32_t sent = 0;
@@ -152,7 +145,7 @@ TEST_F(LateThreads, AReceiveThreadHeldOverACloseReportsNothingMoreAndUsesNoNumbe
 }
 
 TEST_F(LateThreads, ThreadsThatOutliveTheStreamItselfCallNothingMore) {
-  Hold(CHoldingHook::EKind::kPlay);
+  Hold(EMediaCall::kFillBlock);
   auto own = std::make_unique<CAudioStream>(notice);
   own->ResetChannels(SDtmfSettings());
   own->SetHook(holding.get());
@@ -169,7 +162,7 @@ TEST_F(LateThreads, ThreadsThatOutliveTheStreamItselfCallNothingMore) {
 
 // Its call of PLAY_DONE comes back late; the card goes on meanwhile, and what it sent waits in the socket.
 TEST_F(LateThreads, AStalledReceiveThreadLosesNothingOfACardThatGoesOn) {
-  Hold(CHoldingHook::EKind::kMarkSent);
+  Hold(EMediaCall::kMarkSent);
   Open(1, 2);
   ASSERT_TRUE(holding->WaitFilled(2));
   uint32_t sent = 0;
@@ -188,18 +181,17 @@ TEST_F(LateThreads, AStalledReceiveThreadLosesNothingOfACardThatGoesOn) {
 }
 
 TEST_F(LateThreads, TheReceiveThreadHasThePriorityThatTheSystemLetsItHave) {
-  class CPriorityHook : public IMediaHook {
+  class CPriorityHook : public CIdleHook {
    public:
-    void OnMedia(uint16_t, uint16_t, EMediaCode code, void* data, uint32_t) override {
-      if (code == MEDIA_PLAY_MARK && data != nullptr) {
-        *static_cast<uint32_t*>(data) = 1;
-        pacerIsRaised = OwnPriorityIsRaised();
-        if (++queries == 2 * 32)
-          filled.Set();
-      } else if (code == MEDIA_PLAY_MARK) {
-        receiverIsRaised = OwnPriorityIsRaised();
-        seen.Set();
-      }
+    bool EndsPlay(uint32_t, uint32_t) override {
+      pacerIsRaised = OwnPriorityIsRaised();
+      if (++queries == 2 * 32)
+        filled.Set();
+      return true;
+    }
+    void OnMarkSent(uint32_t, uint32_t) override {
+      receiverIsRaised = OwnPriorityIsRaised();
+      seen.Set();
     }
     int queries = 0;
     CEvent filled;

@@ -84,10 +84,10 @@ TEST_F(PacketSender, WithNoneKeptTheTransmitBufferStandsIn) {
 
 // A thread that a callback kept comes back from reporting a mark; another opening counts on by now.
 TEST_F(PacketSender, AStopInsideTheHookEndsThePacketBeforeItGetsANumber) {
-  class CStoppingHook : public IMediaHook {
+  class CStoppingHook : public CIdleHook {
    public:
     explicit CStoppingHook(CStopFlag& flag) : stop(flag) {}
-    void OnMedia(uint16_t, uint16_t, EMediaCode, void*, uint32_t) override {
+    void OnCall(EMediaCall) override {
       ++calls;
       stop.Set();
     }
