@@ -16,7 +16,6 @@ namespace zelk {
 
 namespace {
 
-constexpr uint32_t kSignallingTimeslot = 16;
 // Read back from every trunk at start-up; the value comes as a log line of the detail class.
 constexpr uint16_t kStartUpRegister = 0x1006;
 
@@ -122,8 +121,8 @@ uint32_t CLibrary::AddTrunks(CCard& card, uint32_t cardIndex, uint32_t trunkCoun
     if (static_cast<uint32_t>(channels.Count()) + kChannelsPerTrunk > kMaxChannels) {
       return trunk;
     }
-    for (uint32_t timeslot = 1; timeslot < kTimeslotsPerTrunk; ++timeslot) {
-      if (timeslot != kSignallingTimeslot) {
+    for (uint32_t timeslot = 0; timeslot < kTimeslotsPerTrunk; ++timeslot) {
+      if (IsBchannel(timeslot)) {
         const SDevicePlace place{static_cast<int32_t>(cardIndex), static_cast<int32_t>(trunk), timeslot,
                                  static_cast<uint32_t>(channels.Count())};
         channels.Add(std::make_unique<CDevice>(card, place));

@@ -80,7 +80,7 @@ void CCallEvents::Handle(CCard& card, uint16_t trunkIndex, uint16_t bchannel, EC
   if (code == CALLEV_RING && bchannel == kNoBchannel && !ChooseChannel(card, trunkIndex, event, bchannel)) {
     return;
   }
-  const bool named = CCardChannels::IsBchannel(bchannel);
+  const bool named = IsBchannel(bchannel);
   CDevice* device = named ? channels.At(channels.SlotOf(trunkIndex, bchannel)) : nullptr;
   if (device == nullptr) {
     ReleaseStray(card.Trunk(trunkIndex), code, event);
@@ -117,7 +117,7 @@ bool CCallEvents::ChooseChannel(CCard& card, uint16_t trunkIndex, const SPriEven
   }
   // Formed from the place in the whole table, not on the trunk: right only for the first trunk of the first card. The
   // networks in use answer to this number, so it stays.
-  bchannel = static_cast<uint16_t>(slot + 1 >= 16 ? slot + 2 : slot + 1);
+  bchannel = static_cast<uint16_t>(BchannelOf(slot));
   CScopedLock held(trunk.lock);
   if (trunk.controller) {
     trunk.controller->NeedMoreInfo(event.call, bchannel);

@@ -11,8 +11,7 @@ void CCardChannels::Place(uint32_t trunk, uint32_t channel) {
 }
 
 size_t CCardChannels::SlotOf(uint32_t trunk, uint32_t timeslot) const {
-  const size_t position = timeslot < 16 ? timeslot - 1 : timeslot - 2;
-  return size_t{FirstChannel()} + size_t{trunk} * kChannelsPerTrunk + position;
+  return size_t{FirstChannel()} + size_t{trunk} * kChannelsPerTrunk + VoiceIndexOf(timeslot);
 }
 
 CDevice* CCardChannels::At(size_t slot) const {

@@ -9,7 +9,7 @@
 namespace zelk {
 
 // Which slots of the channel table belong to one card, and how its trunks and timeslots map to them:
-//   slot = first channel + trunk x 30 + (timeslot - 1, or - 2 above the signalling timeslot 16).
+//   slot = first channel + trunk x 30 + voice index of the timeslot.
 // Numbers that come from the network may point anywhere: whatever is not this card's channel is reported as none.
 // Thread: Place the initialising thread, before the card is given its handlers; everything else any.
 class CCardChannels {
@@ -23,8 +23,7 @@ class CCardChannels {
   uint32_t FirstTrunk() const { return firstTrunk.load(std::memory_order_relaxed); }
   uint32_t FirstChannel() const { return firstChannel.load(std::memory_order_relaxed); }
 
-  // Of B-channel 1..15 or 17 and above; numbers beyond 31 reach into the trunks behind, as the call logic wants it.
-  static bool IsBchannel(uint32_t timeslot) { return timeslot != 0 && timeslot != 16; }
+  // Of a B-channel; numbers beyond 31 reach into the trunks that follow, as the call logic wants it.
   size_t SlotOf(uint32_t trunk, uint32_t timeslot) const;
   // The channel in a slot when it is this card's, else null.
   CDevice* At(size_t slot) const;

@@ -50,7 +50,7 @@ void CChannelMedia::OnDigit(uint32_t trunk, uint32_t timeslot, char digit) const
 }
 
 bool CChannelMedia::FindSlot(uint32_t trunk, uint32_t timeslot, size_t& slot) const {
-  const bool hasChannel = CCardChannels::IsBchannel(timeslot) && timeslot < kTimeslotsPerTrunk;
+  const bool hasChannel = IsBchannel(timeslot) && timeslot < kTimeslotsPerTrunk;
   slot = hasChannel ? channels.SlotOf(trunk, timeslot) : kMaxChannels;
   return slot < kMaxChannels;
 }

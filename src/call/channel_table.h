@@ -10,7 +10,6 @@
 namespace zelk {
 
 constexpr uint32_t kMaxChannels = 1024;
-constexpr uint32_t kChannelsPerTrunk = 30;
 
 // The flat table of all voice channels; slot n holds channel n. Owns the channels.
 // Thread: Add, CloseAll and Clear the initialising thread; everything else any. Slots and count are atomics, so a card

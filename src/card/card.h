@@ -17,7 +17,6 @@ class CCardCore;
 class CControlThread;
 
 constexpr uint32_t kMaxCards = 20;
-constexpr uint16_t kCardPort = 5854;  // control (TCP), discovery and audio (UDP)
 
 // One card: opens and closes the control connection, the trunks' controllers, the audio and the three threads.
 // Thread: opener (start-up, shut-down or the announcement listener, one at a time: the lifecycle lock sees to it) for

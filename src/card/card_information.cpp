@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "platform/clock.h"
+#include "runtime/e1.h"
 #include "runtime/format.h"
-#include "stream/media_hook.h"
 
 namespace zelk {
 

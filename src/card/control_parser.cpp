@@ -1,6 +1,6 @@
 #include "card/control_parser.h"
 
-#include "stream/media_hook.h"
+#include "runtime/e1.h"
 
 namespace zelk {
 

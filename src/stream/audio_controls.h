@@ -7,16 +7,12 @@
 #include <cstring>
 
 #include "formats/g711.h"
+#include "runtime/e1.h"
 #include "stream/backlog_watch.h"
 #include "stream/fill_slots.h"
 #include "stream/media_hook.h"
 
 namespace zelk {
-
-constexpr size_t kMaxPositions = size_t{kMaxTrunks} * kTimeslotsPerTrunk;
-constexpr size_t Position(uint32_t trunk, uint32_t timeslot) {
-  return size_t{trunk} * kTimeslotsPerTrunk + timeslot;
-}
 
 // What outlives the opening and closing of a card's audio, and is set from any thread while the audio threads run.
 // Thread: any; all atomic.

@@ -8,13 +8,6 @@
 namespace zelk {
 namespace {
 
-uint32_t Trunk(size_t position) {
-  return static_cast<uint32_t>(position / kTimeslotsPerTrunk);
-}
-uint32_t Timeslot(size_t position) {
-  return static_cast<uint32_t>(position % kTimeslotsPerTrunk);
-}
-
 // A stop from another thread while the application had the block. When it wrote what cannot be known, and no other
 // thread may write into the block meanwhile: what it changed, from the first changed byte to the last, counts as
 // written after the stop and stays, the rest was taken before it.
@@ -64,7 +57,7 @@ bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopF
     Fill(hook, position, fill, slot);
     if (stop.IsSet())
       return false;
-    const bool endsPlay = hook.EndsPlay(Trunk(position), Timeslot(position));
+    const bool endsPlay = hook.EndsPlay(TrunkOf(position), TimeslotOf(position));
     if (stop.IsSet())
       return false;
     pool.PushReady(block, endsPlay, fill.flushCount);
@@ -75,7 +68,7 @@ bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopF
 // A stop from now on finds the block in the ring with an older count, and silences it there.
 void CAudioPacer::Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillSlots::CHold& slot) {
   slot.Begin(position, fill);
-  hook.FillBlock(Trunk(position), Timeslot(position), fill);
+  hook.FillBlock(TrunkOf(position), TimeslotOf(position), fill);
   slot.End();
   const uint32_t now = controls.flushEpoch[position].load(std::memory_order_acquire);
   if (now == fill.flushCount)
@@ -92,7 +85,7 @@ bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStop
       if (!ReportDigits(hook, position, stop))
         return false;
     }
-    hook.OnBlockReceived(Trunk(position), Timeslot(position), AudioBlock(block.data, kBlockBytes));
+    hook.OnBlockReceived(TrunkOf(position), TimeslotOf(position), AudioBlock(block.data, kBlockBytes));
     if (stop.IsSet())
       return false;
     channel.receive.PushFree(block.data);
@@ -102,7 +95,7 @@ bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStop
 
 bool CAudioPacer::ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop) {
   while (const char digit = rings.At(position).dtmf.TakeDigit()) {
-    hook.OnDigit(Trunk(position), Timeslot(position), digit);
+    hook.OnDigit(TrunkOf(position), TimeslotOf(position), digit);
     if (stop.IsSet())
       return false;
   }

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "stream/media_hook.h"
+#include "runtime/e1.h"
 
 namespace zelk {
 
@@ -15,7 +15,6 @@ namespace zelk {
 //
 // F is what fits into the length; bytes behind the last whole frame mean nothing.
 // Thread: any; no state.
-constexpr uint16_t kAudioPort = 5854;  // where the card listens
 constexpr size_t kAudioHeaderBytes = 8;
 constexpr size_t kMinAudioPacketBytes = 584;
 constexpr size_t kMaxAudioPacketBytes = 1448;

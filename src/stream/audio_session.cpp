@@ -56,7 +56,7 @@ void CAudioSession::ReportBuffers() const {
 }
 
 int CAudioSession::SendPacket(const uint8_t* packet, size_t length) {
-  return socket.SendTo(packet, length, {cardAddress, kAudioPort});
+  return socket.SendTo(packet, length, {cardAddress, kCardPort});
 }
 
 }  // namespace zelk

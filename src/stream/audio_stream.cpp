@@ -118,12 +118,12 @@ bool CAudioStream::EchoSwitch(uint32_t trunk) const {
 
 void CAudioStream::SilenceTransmit(uint32_t trunk, uint32_t timeslot) {
   if (trunk < kMaxTrunks && timeslot < kTimeslotsPerTrunk)
-    impl->controls->Flush(Position(trunk, timeslot));
+    impl->controls->Flush(PositionOf(trunk, timeslot));
 }
 
 uint32_t CAudioStream::FlushCount(uint32_t trunk, uint32_t timeslot) const {
   const bool known = trunk < kMaxTrunks && timeslot < kTimeslotsPerTrunk;
-  return known ? impl->controls->flushEpoch[Position(trunk, timeslot)].load(std::memory_order_acquire) : 0;
+  return known ? impl->controls->flushEpoch[PositionOf(trunk, timeslot)].load(std::memory_order_acquire) : 0;
 }
 
 }  // namespace zelk

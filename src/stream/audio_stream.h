@@ -24,7 +24,7 @@ class CAudioStream {
   // First step of a card's open: counters back to their start, every detector reset with these thresholds and on.
   void ResetChannels(const SDtmfSettings& dtmf);
   // Makes and binds the socket to (local address, any port) and the rings of `blocks` blocks a channel and direction.
-  // Audio is sent to (cardAddress, 5854) and taken from cardAddress, any port. Addresses in network order.
+  // Audio is sent to (cardAddress, kCardPort) and taken from cardAddress, any port. Addresses in network order.
   bool OpenSocket(uint32_t localAddress, uint32_t cardAddress, uint32_t trunkCount, uint32_t blocks);
   uint16_t LocalPort() const;
   bool StartPacer();

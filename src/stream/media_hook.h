@@ -5,11 +5,9 @@
 #include <cstdint>
 #include <span>
 
-namespace zelk {
+#include "runtime/e1.h"
 
-constexpr uint32_t kMaxTrunks = 8;           // E1 ports of one card
-constexpr uint32_t kTimeslotsPerTrunk = 32;  // 0 is framing, 16 signalling: no channel stands there
-constexpr uint32_t kBlockBytes = 160;        // 20 ms of 8 kHz A-law, the unit between card and application
+namespace zelk {
 
 using AudioBlock = std::span<uint8_t, kBlockBytes>;
 

@@ -78,8 +78,7 @@ const uint8_t* CMultiplexer::TakeBlock(size_t position) {
 
 bool CMultiplexer::ReportMark(size_t position) {
   if (IMediaHook* hook = controls.hook.load(std::memory_order_acquire))
-    hook->OnMarkSent(static_cast<uint32_t>(position / kTimeslotsPerTrunk),
-                     static_cast<uint32_t>(position % kTimeslotsPerTrunk));
+    hook->OnMarkSent(TrunkOf(position), TimeslotOf(position));
   return !stop.IsSet();
 }
 

@@ -2,13 +2,15 @@
 
 #include <cstdint>
 
+#include "runtime/e1.h"
+
 namespace zelk {
 
 // When passes are due: every 20 ms of the millisecond counter from its start; late ones are made up for, each in turn.
 // Pure. Thread: pacer.
 class CPacerSchedule {
  public:
-  static constexpr uint32_t kPeriodMs = 20;
+  static constexpr uint32_t kPeriodMs = kBlockMs;
 
   explicit CPacerSchedule(uint32_t now) : due(now) {}
   // True: do one pass now. False: sleep waitMs first. The counter may wrap.

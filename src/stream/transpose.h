@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "stream/media_hook.h"
+#include "runtime/e1.h"
 
 namespace zelk {
 

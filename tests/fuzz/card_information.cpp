@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "fuzz/target.h"
-#include "stream/media_hook.h"
+#include "runtime/e1.h"
 
 namespace zelk::fuzz {
 namespace {

@@ -65,7 +65,7 @@ CDrivenTrunk::~CDrivenTrunk() {
 
 void CDrivenTrunk::AddChannels() {
   for (uint32_t timeslot = 1; timeslot < kTimeslotsPerTrunk; ++timeslot) {
-    if (CCardChannels::IsBchannel(timeslot)) {
+    if (IsBchannel(timeslot)) {
       const auto number = static_cast<uint32_t>(table.Count());
       table.Add(std::make_unique<CDevice>(card, SDevicePlace{0, 0, timeslot, number}));
     }

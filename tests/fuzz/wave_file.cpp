@@ -13,7 +13,7 @@
 #include "fuzz/target.h"
 #include "platform/riff_walk.h"
 #include "playback/file_player.h"
-#include "stream/media_hook.h"
+#include "runtime/e1.h"
 #include "support/wav_bytes.h"
 
 namespace zelk::fuzz {

@@ -22,7 +22,7 @@ TEST_F(CardChannels, TimeslotsMapAroundTheSignallingOne) {
 
 TEST_F(CardChannels, FramingAndSignallingCarryNoCall) {
   for (uint32_t timeslot = 0; timeslot < 64; ++timeslot) {
-    EXPECT_EQ(CCardChannels::IsBchannel(timeslot), timeslot != 0 && timeslot != 16) << timeslot;
+    EXPECT_EQ(IsBchannel(timeslot), timeslot != 0 && timeslot != 16) << timeslot;
   }
 }
 

@@ -21,7 +21,6 @@
 namespace zelk::audiotest {
 
 // Wire constants of the test's own.
-constexpr uint16_t kCardPort = 5854;
 constexpr size_t kHeader = 8;
 constexpr int32_t kPatienceMs = 5000;
 

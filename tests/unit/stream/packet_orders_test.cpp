@@ -21,7 +21,6 @@ namespace {
 using Packet = literal::Packet;
 using EAction = SSequenceDecision::EAction;
 
-constexpr uint16_t kCardPort = 5854;
 constexpr int32_t kPatienceMs = 5000;
 constexpr size_t kOrders = 320;
 constexpr size_t kPacketsPerOrder = 14;
