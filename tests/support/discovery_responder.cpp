@@ -79,8 +79,8 @@ void CDiscoveryResponder::Answer() {
   ++probes;
   from.sin_port = htons(kPort);  // where the library listens; the probe came from another socket
   for (const SCard& card : cards) {
-    (void)!sendto(card.socket, card.datagram.data(), card.datagram.size(), 0,
-                  reinterpret_cast<const sockaddr*>(&from), size);
+    (void)!sendto(card.socket, card.datagram.data(), card.datagram.size(), 0, reinterpret_cast<const sockaddr*>(&from),
+                  size);
   }
 }
 

@@ -1,11 +1,10 @@
-#include "card/pri_adapter.h"
-
 #include <gtest/gtest.h>
 
 #include <new>
 #include <random>
 #include <vector>
 
+#include "card/pri_adapter.h"
 #include "support/pri_pair.h"
 
 namespace zelk {

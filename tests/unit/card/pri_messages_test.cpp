@@ -1,5 +1,3 @@
-#include "card/pri_adapter.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,6 +5,7 @@
 #include <iterator>
 #include <string>
 
+#include "card/pri_adapter.h"
 #include "runtime/log.h"
 #include "support/pri_pair.h"
 
