@@ -41,14 +41,14 @@ class ICardHandlers : public IMediaHook {
   // Thread: the announcement listener, no lock held.
   virtual void OnCardReopening(const CStopFlag& caller) = 0;
 
-  // Of libpri, for a trunk. Thread: control, the trunk's lock held.
+  // Of libpri, for a trunk: status 257, 258 and 263. Thread: control, the trunk's lock held.
   virtual void OnDchannelUp(uint32_t trunk, const CStopFlag& caller) = 0;
   virtual void OnDchannelDown(uint32_t trunk, const CStopFlag& caller) = 0;
   virtual void OnConfigError(uint32_t trunk) = 0;
   // channel: the low 16 bits of the event's channel field, 0xFFFF when the network named none.
   virtual void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) = 0;
 
-  // Of the card, for a trunk. Thread: control, no lock held.
+  // Of the card, for a trunk: status 260, 261, 262, 264 and 265. Thread: control, no lock held.
   virtual void OnLineStatus(uint32_t trunk, uint8_t status) = 0;
   virtual void OnQueueOverflow(uint32_t trunk, uint32_t queue) = 0;  // 0 incoming, 1 outgoing
   virtual void OnHdlcError(uint32_t trunk, uint8_t error) = 0;

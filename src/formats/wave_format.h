@@ -3,9 +3,9 @@
 #include <array>
 #include <cstdint>
 
-namespace zelk {
+#include "runtime/e1.h"
 
-constexpr uint32_t kLineRate = 8000;  // samples a second of everything that goes over a line
+namespace zelk {
 
 // The tags of a WAV file's format record that the library knows.
 enum EWaveTag : uint16_t {
@@ -18,8 +18,8 @@ enum EWaveTag : uint16_t {
 struct SWaveFormat {
   uint16_t formatTag = kTagALaw;
   uint16_t channels = 1;
-  uint32_t samplesPerSecond = kLineRate;
-  uint32_t averageBytesPerSecond = kLineRate;
+  uint32_t samplesPerSecond = kSampleRate;
+  uint32_t averageBytesPerSecond = kSampleRate;
   uint16_t blockAlign = 1;
   uint16_t bitsPerSample = 8;
   uint16_t extraSize = 0;

@@ -43,8 +43,8 @@ WaveHeader MakeWaveHeader(uint32_t fileSize, const SSampleFormat& format) {
   WriteLittle32(&header[16], kRecordBytes);
   WriteLittle16(&header[20], format.tag);
   WriteLittle16(&header[22], 1);
-  WriteLittle32(&header[24], kLineRate);
-  WriteLittle32(&header[28], kLineRate);
+  WriteLittle32(&header[24], kSampleRate);
+  WriteLittle32(&header[28], kSampleRate);
   WriteLittle16(&header[32], 1);
   WriteLittle16(&header[34], 8);
   std::memcpy(&header[kDataChunkOffset], "data", 4);

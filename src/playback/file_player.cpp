@@ -14,7 +14,7 @@ namespace {
 // The format of a record that can be played; null for any other.
 const SSampleFormat* PlayableFormat(const SWaveFormat& record) {
   const SSampleFormat* const format = SampleFormatOf(record);
-  const bool isLine = record.channels == 1 && record.samplesPerSecond == kLineRate;
+  const bool isLine = record.channels == 1 && record.samplesPerSecond == kSampleRate;
   return format && isLine && record.bitsPerSample == format->bits ? format : nullptr;
 }
 

@@ -26,15 +26,16 @@ struct SBlockFill {
 class IMediaHook {
  public:
   virtual ~IMediaHook() = default;
-  // MEDIA_PLAY: puts the next audio to send into the block, and notes which bytes it took under which flush count.
+  // MEDIA_PLAY (0x202): puts the next audio to send into the block, and notes which bytes it took under which flush
+  // count.
   virtual void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) = 0;
-  // MEDIA_PLAY_MARK: whether the block just filled ends a play. Asked once after each fill.
+  // MEDIA_PLAY_MARK (0x204): whether the block just filled ends a play. Asked once after each fill.
   virtual bool EndsPlay(uint32_t trunk, uint32_t timeslot) = 0;
-  // MEDIA_PLAY_MARK: a block that ended a play went out.
+  // MEDIA_PLAY_MARK (0x204): a block that ended a play went out.
   virtual void OnMarkSent(uint32_t trunk, uint32_t timeslot) = 0;
-  // MEDIA_RECORD: a received block, after its digits. What is written into it goes nowhere.
+  // MEDIA_RECORD (0x201): a received block, after its digits. What is written into it goes nowhere.
   virtual void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) = 0;
-  // MEDIA_DTMF: one of 0-9, A-D, * and #.
+  // MEDIA_DTMF (0x203): one of 0-9, A-D, * and #.
   virtual void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) = 0;
 };
 
