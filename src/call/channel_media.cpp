@@ -15,7 +15,7 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
     std::fill_n(fill.data, kBlockBytes, uint8_t{0});
   } else if (CDevice* device = channels.At(slot)) {
     fill.flushCount = device->wave.FillBlock(fill.data, kBlockBytes);
-    fill.KeepTaken();
+    fill.KeepQueued();
     ApplicationEvents().Play(device->channelNumber, fill.data, kBlockBytes);
   }
 }

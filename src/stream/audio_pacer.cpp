@@ -8,17 +8,17 @@
 namespace zelk {
 namespace {
 
-// A stop from another thread while the application had the block. When it wrote what cannot be known, and no other
-// thread may write into the block meanwhile: what it changed, from the first changed byte to the last, counts as
-// written after the stop and stays, the rest was taken before it.
-void SilenceTaken(SBlockFill& fill) {
+// A stop came from another thread while the application had the block. When the application wrote what cannot be known,
+// and no other thread may write into the block meanwhile. What it changed, from the first changed byte to the last,
+// counts as written after the stop and stays; the rest came from the queue before it.
+void SilenceQueued(SBlockFill& fill) {
   uint8_t* const end = fill.data + kBlockBytes;
-  uint8_t* const first = std::mismatch(fill.data, end, fill.taken.begin()).first;
-  uint8_t* behind = end;
-  while (behind != first && behind[-1] == fill.taken[static_cast<size_t>(behind - fill.data) - 1])
-    --behind;
+  uint8_t* const first = std::mismatch(fill.data, end, fill.queued.begin()).first;
+  uint8_t* rest = end;
+  while (rest != first && rest[-1] == fill.queued[static_cast<size_t>(rest - fill.data) - 1])
+    --rest;
   std::fill(fill.data, first, kIdleByte);
-  std::fill(behind, end, kIdleByte);
+  std::fill(rest, end, kIdleByte);
 }
 
 }  // namespace
@@ -43,18 +43,19 @@ void CAudioPacer::Pass(const CStopFlag& stop) {
   IMediaHook* hook = controls.hook.load(std::memory_order_acquire);
   if (hook == nullptr)
     return;
-  CFillSlots::CHold slot(controls.fills);
+  CFillRegister::CEntry entry(controls.fills);
   for (size_t position = 0; position < rings.PositionCount() && !stop.IsSet(); ++position) {
-    if (!RefillTransmit(*hook, position, stop, slot) || !DeliverReceived(*hook, position, stop))
+    if (!RefillTransmit(*hook, position, stop, entry) || !DeliverReceived(*hook, position, stop))
       return;
   }
 }
 
-bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillSlots::CHold& slot) {
+bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop,
+                                 CFillRegister::CEntry& entry) {
   CBlockPool& pool = rings.At(position).transmit;
   while (uint8_t* block = pool.PopFree()) {
-    SBlockFill fill{block, controls.flushEpoch[position].load(std::memory_order_acquire)};
-    Fill(hook, position, fill, slot);
+    SBlockFill fill{block, controls.flushCounts[position].load(std::memory_order_acquire)};
+    Fill(hook, position, fill, entry);
     if (stop.IsSet())
       return false;
     const bool endsPlay = hook.EndsPlay(TrunkOf(position), TimeslotOf(position));
@@ -66,14 +67,14 @@ bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopF
 }
 
 // A stop from now on finds the block in the ring with an older count, and silences it there.
-void CAudioPacer::Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillSlots::CHold& slot) {
-  slot.Begin(position, fill);
+void CAudioPacer::Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillRegister::CEntry& entry) {
+  entry.Begin(position, fill);
   hook.FillBlock(TrunkOf(position), TimeslotOf(position), fill);
-  slot.End();
-  const uint32_t now = controls.flushEpoch[position].load(std::memory_order_acquire);
+  entry.End();
+  const uint32_t now = controls.flushCounts[position].load(std::memory_order_acquire);
   if (now == fill.flushCount)
     return;
-  SilenceTaken(fill);
+  SilenceQueued(fill);
   fill.flushCount = now;
 }
 

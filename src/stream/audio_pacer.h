@@ -26,10 +26,10 @@ class CAudioPacer {
 
  private:
   // Each is false when the stop flag was set meanwhile.
-  bool RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillSlots::CHold& slot);
+  bool RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillRegister::CEntry& entry);
   bool DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop);
   bool ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop);
-  void Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillSlots::CHold& slot);
+  void Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillRegister::CEntry& entry);
 
   SAudioControls& controls;
   CCardRings& rings;

@@ -13,7 +13,7 @@ namespace zelk {
 //           0xFF  0x55  sequence   backlog reserved  sample frames: F x (trunks x 32) A-law bytes,
 //                                  hint    (0)       trunk by trunk, timeslot 0..31 in each
 //
-// F is what fits into the length; bytes behind the last whole frame mean nothing.
+// F is what fits into the length; bytes after the last whole frame mean nothing.
 // Thread: any; no state.
 constexpr size_t kAudioHeaderBytes = 8;
 constexpr size_t kMinAudioPacketBytes = 584;

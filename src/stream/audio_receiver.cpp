@@ -22,7 +22,7 @@ void CAudioReceiver::Run(CSocket& socket, uint32_t cardAddress) {
   while (!stop.IsSet()) {
     size_t length = 0;
     if (ReadPacket(socket, cardAddress, length))
-      TakePacket(buffer.data(), length);
+      OnPacket(buffer.data(), length);
   }
 }
 
@@ -56,7 +56,7 @@ void CAudioReceiver::WatchBacklog() {
   notice.OnAudioNotice(line);
 }
 
-void CAudioReceiver::TakePacket(uint8_t* packet, size_t length) {
+void CAudioReceiver::OnPacket(uint8_t* packet, size_t length) {
   SAudioHeader header;
   if (!ReadAudioHeader(packet, length, header))
     return;

@@ -25,21 +25,21 @@ class CAudioReceiver {
   using Clock = uint32_t (*)();
 
   CAudioReceiver(SAudioControls& cardControls, IAudioNotice& cardNotice, CEchoBank& cardEcho, CPacketSender& cardSender,
-                 CStopFlag& openingStop, Clock millisecondClock = &TickMs)
+                 CStopFlag& generationStop, Clock millisecondClock = &TickMs)
       : controls(cardControls),
         notice(cardNotice),
         echo(cardEcho),
         sender(cardSender),
-        stop(openingStop),
+        stop(generationStop),
         clock(millisecondClock) {}
 
   bool Create(CCardRings& rings);
-  // The thread: until the opening's stop flag is set; then it reports nothing more and sends nothing more, wherever it
-  // was. Packets count only from this IPv4 address.
+  // The thread: until its generation's stop flag is set; then it reports nothing more and sends nothing more, wherever
+  // it was. Packets count only from this IPv4 address.
   void Run(CSocket& socket, uint32_t cardAddress);
   // One datagram from the card; the bytes are changed where the echo canceller works. A held packet that its coming
-  // makes due is taken up too.
-  void TakePacket(uint8_t* packet, size_t length);
+  // makes due follows it.
+  void OnPacket(uint8_t* packet, size_t length);
 
  private:
   bool ReadPacket(CSocket& socket, uint32_t cardAddress, size_t& length);

@@ -39,7 +39,7 @@ bool CAudioSession::OpenSocket(uint32_t localAddress) {
   localPort = socket.LocalPort();
   if (localPort == 0)
     return false;
-  // The system may grant less; the road works with any size, but with less a late receive thread loses packets sooner.
+  // The system may grant less. Audio flows with any size, but with less a late receive thread loses packets sooner.
   socket.SetReceiveBuffer(kSocketBufferBytes);
   socket.SetSendBuffer(kSocketBufferBytes);
   socket.SetNonBlocking(true);
@@ -47,7 +47,7 @@ bool CAudioSession::OpenSocket(uint32_t localAddress) {
   return true;
 }
 
-// Once a card: an opening that follows would find the same.
+// Once a card: a later generation would find the same.
 void CAudioSession::ReportBuffers() const {
   if (controls->buffersReported.exchange(true))
     return;

@@ -15,10 +15,10 @@
 
 namespace zelk {
 
-// Everything the two audio threads of one opening touch. Both threads and the stream share it, so that a thread that
-// outlives its join has only its own to touch.
-// Thread: Create and Echo().Configure the opener; RunReceiver receive; RunPacer pacer; Stop and CloseSocket any.
-class CAudioSession : private IAudioLink {
+// Everything that the two audio threads of one generation touch. Both threads and the stream share it, so that a thread
+// that outlives its join has only its own to touch. Thread: Create and Echo().Configure the opener; RunReceiver
+// receive; RunPacer pacer; Stop and CloseSocket any.
+class CAudioSession : private IPacketSink {
  public:
   CAudioSession(std::shared_ptr<SAudioControls> cardControls, IAudioNotice& cardNotice);
 

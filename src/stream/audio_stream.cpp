@@ -29,7 +29,7 @@ class CAudioStream::CImpl {
 
   IAudioNotice& notice;
   const std::shared_ptr<SAudioControls> controls;
-  SDtmfSettings dtmf;                      // of the next opening
+  SDtmfSettings dtmf;                      // of the next generation
   std::shared_ptr<CAudioSession> session;  // opener's; null while closed
   CThread pacer;
   CThread receiver;
@@ -42,7 +42,7 @@ CAudioStream::~CAudioStream() {
   CloseSocket();
 }
 
-// Counters and detectors are part of an opening: OpenSocket makes them new.
+// Counters and detectors are part of a generation: OpenSocket makes them new.
 void CAudioStream::ResetChannels(const SDtmfSettings& dtmf) {
   impl->dtmf = dtmf;
 }
@@ -98,7 +98,7 @@ bool CAudioStream::JoinPacer(uint32_t timeoutMs) {
   return impl->pacer.JoinFor(timeoutMs);
 }
 
-// A thread that outlived its join keeps its opening's memory until it ends.
+// A thread that outlived its join keeps its generation's memory until it ends.
 void CAudioStream::FreeBuffers() {
   impl->session.reset();
 }
@@ -123,7 +123,7 @@ void CAudioStream::SilenceTransmit(uint32_t trunk, uint32_t timeslot) {
 
 uint32_t CAudioStream::FlushCount(uint32_t trunk, uint32_t timeslot) const {
   const bool known = trunk < kMaxTrunks && timeslot < kTimeslotsPerTrunk;
-  return known ? impl->controls->flushEpoch[PositionOf(trunk, timeslot)].load(std::memory_order_acquire) : 0;
+  return known ? impl->controls->flushCounts[PositionOf(trunk, timeslot)].load(std::memory_order_acquire) : 0;
 }
 
 }  // namespace zelk

@@ -7,16 +7,16 @@ namespace zelk {
 namespace {
 
 constexpr uintptr_t kMarkBit = 1;
-constexpr uint32_t kSpareSlots = 2;
+constexpr uint32_t kSpareEntries = 2;
 
 }  // namespace
 
-bool CBlockPool::CRing::Create(uint32_t slots) {
+bool CBlockPool::CRing::Create(uint32_t entryCount) {
   Release();
-  entries.reset(new (std::nothrow) SEntry[slots]);
+  entries.reset(new (std::nothrow) SEntry[entryCount]);
   if (entries == nullptr)
     return false;
-  capacity = slots;
+  capacity = entryCount;
   return true;
 }
 
@@ -39,7 +39,7 @@ bool CBlockPool::CRing::Pop(SEntry& entry) {
   if (at == writeIndex.load(std::memory_order_acquire))
     return false;
   entry = entries[at];
-  // Release: the slot is read before the pusher, far behind by the spare slots, can come to write it again.
+  // Release: the entry is read before the pusher, far away by the spare entries, can come to write it again.
   readIndex.store(Next(at), std::memory_order_release);
   return true;
 }
@@ -54,11 +54,11 @@ bool CBlockPool::Create(uint32_t blockCount, uint32_t bytesPerBlock) {
   Release();
   // The mark bit needs even addresses, so blocks stand on even distances.
   const size_t stride = size_t{bytesPerBlock} + (bytesPerBlock & kMarkBit);
-  const uint32_t slots = blockCount + kSpareSlots;
-  if (slots < blockCount || (stride != 0 && blockCount > SIZE_MAX / stride))
+  const uint32_t entryCount = blockCount + kSpareEntries;
+  if (entryCount < blockCount || (stride != 0 && blockCount > SIZE_MAX / stride))
     return false;
   storage.reset(new (std::nothrow) uint8_t[stride * blockCount]());
-  if (storage == nullptr || !ready.Create(slots) || !free.Create(slots)) {
+  if (storage == nullptr || !ready.Create(entryCount) || !free.Create(entryCount)) {
     Release();
     return false;
   }

@@ -7,7 +7,7 @@
 
 namespace zelk {
 
-// A block taken from a pool's ready ring, with what was pushed beside it.
+// A block popped from a pool's ready ring, with what was pushed beside it.
 struct SReadyBlock {
   uint8_t* data = nullptr;  // null: the ring was empty
   bool mark = false;
@@ -45,10 +45,10 @@ class CBlockPool {
     uint32_t tag = 0;
   };
 
-  // Two slots more than blocks: full and empty stay apart, and a push can never meet the reader.
+  // Two entries more than blocks: full and empty stay apart, and a push can never meet the reader.
   class CRing {
    public:
-    bool Create(uint32_t slots);
+    bool Create(uint32_t entryCount);
     void Release();
     void Push(SEntry entry);
     bool Pop(SEntry& entry);

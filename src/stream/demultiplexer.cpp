@@ -21,11 +21,11 @@ void CDemultiplexer::Add(const uint8_t* samples, size_t frames) {
   while (frames > 0) {
     if (fill == kBlockBytes)
       TurnBlocks();
-    const size_t taken = std::min(frames, kBlockBytes - fill);
-    std::memcpy(rows.get() + fill * frameBytes, samples, taken * frameBytes);
-    samples += taken * frameBytes;
-    frames -= taken;
-    fill += taken;
+    const size_t count = std::min(frames, kBlockBytes - fill);
+    std::memcpy(rows.get() + fill * frameBytes, samples, count * frameBytes);
+    samples += count * frameBytes;
+    frames -= count;
+    fill += count;
   }
 }
 

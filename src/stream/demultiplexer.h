@@ -11,7 +11,7 @@ namespace zelk {
 
 // Collects received sample frames until 160 stand together, then turns them into the positions' blocks.
 // All positions share one fill position. A full block is pushed only when the next frame arrives, and the block for the
-// following 20 ms is taken at that moment; a position without one loses those 20 ms. The first 160 frames are lost.
+// following 20 ms is popped at that moment; a position without one loses those 20 ms. The first 160 frames are lost.
 // Thread: receive, but Create (false when there is no memory) the opener. Nothing blocks or allocates after Create.
 class CDemultiplexer {
  public:

@@ -6,7 +6,7 @@
 namespace zelk {
 
 // Says when an echo canceller may learn: while what comes back is the echo of what was sent within the tail.
-// The canceller's own test compares with the sound sent at this moment alone. Behind a delay every falling syllable
+// The canceller's own test compares with the sound sent at this moment alone. After a delay every falling syllable
 // looks to it like somebody speaking, and it falls back to what it knew half a second before: with speech it never
 // learns an echo that is late. Here "somebody speaks" is decided against the loudest of the whole tail, and, once the
 // filter has proven itself, by the residual growing beyond the echo estimate. A second of that is a changed line.

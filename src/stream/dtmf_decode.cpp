@@ -202,7 +202,7 @@ int32_t CDtmfDecode::Process(int16_t sample) {
   return 0;
 }
 
-// So many samples came in behind those of the block so far.
+// The samples have been put after those of the block so far.
 void CDtmfDecode::Took(uint32_t count) {
   if (filterDialTone) {
     for (uint32_t i = sampleCount; i < sampleCount + count; ++i) {

@@ -21,7 +21,7 @@ void CEchoBank::Configure(uint32_t trunk, int32_t tailMs) {
   for (std::unique_ptr<CEchoCanceller>& canceller : set->cancellers)
     canceller = CEchoCanceller::Create(tailMs);
   STrunk& target = trunkSets[trunk];
-  delete target.offered.exchange(set.release(), std::memory_order_acq_rel);  // one that was never taken
+  delete target.offered.exchange(set.release(), std::memory_order_acq_rel);  // one that was never used
   FreeRetired(target);
 }
 
@@ -37,7 +37,7 @@ void CEchoBank::Process(uint8_t* samples, size_t frames, size_t trunks, const SS
     for (size_t s = 0; s < kTimeslotsPerTrunk; ++s) {
       const size_t column = t * kTimeslotsPerTrunk + s;
       CEchoCanceller* canceller = trunk.active->cancellers[s].get();
-      // Bytes of this column in the reference: one in each of its whole frames, and one more if it ends behind it.
+      // Bytes of this column in the reference: one in each of its whole frames, and one more if it ends after it.
       const size_t sentCount = sent.bytes / frameBytes + (sent.bytes % frameBytes > column ? 1 : 0);
       if (canceller != nullptr)
         canceller->Process(samples + column, sent.samples + column, frames, sentCount, frameBytes);

@@ -13,7 +13,7 @@
 namespace zelk {
 
 // The echo cancellers of a card, 32 a trunk, made anew by the opener while packets may already be processed: a new set
-// is handed over and taken into use with the next packet, the old one is handed back and freed by the opener.
+// is handed over and used from the next packet on, the old one is handed back and freed by the opener.
 // Thread: Configure the opener; Process receive, without a lock. Owns all sets.
 class CEchoBank {
  public:

@@ -13,12 +13,12 @@ using AudioBlock = std::span<uint8_t, kBlockBytes>;
 
 // A block on its way to the transmit ring, and what is known of stops of its position while it is filled.
 struct SBlockFill {
-  uint8_t* data = nullptr;                   // kBlockBytes, to be filled
-  uint32_t flushCount = 0;                   // of the position, at the moment when the bytes were taken from its queue
-  std::array<uint8_t, kBlockBytes> taken{};  // those bytes, as the application found them
+  uint8_t* data = nullptr;                    // kBlockBytes, to be filled
+  uint32_t flushCount = 0;                    // of the position, when the bytes left its play queue
+  std::array<uint8_t, kBlockBytes> queued{};  // those bytes, as the application found them
 
   // The bytes that are in the block now are those of the queue.
-  void KeepTaken() { std::copy_n(data, kBlockBytes, taken.begin()); }
+  void KeepQueued() { std::copy_n(data, kBlockBytes, queued.begin()); }
 };
 
 // How a card's audio reaches the channels. One object a card, which outlives the card's open audio. Every position of
@@ -26,8 +26,8 @@ struct SBlockFill {
 class IMediaHook {
  public:
   virtual ~IMediaHook() = default;
-  // MEDIA_PLAY (0x202): puts the next audio to send into the block, and notes which bytes it took under which flush
-  // count.
+  // MEDIA_PLAY (0x202): puts the next audio to send into the block, and notes which bytes came from the queue, under which
+  // flush count.
   virtual void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) = 0;
   // MEDIA_PLAY_MARK (0x204): whether the block just filled ends a play. Asked once after each fill.
   virtual bool EndsPlay(uint32_t trunk, uint32_t timeslot) = 0;

@@ -40,11 +40,11 @@ bool CMultiplexer::CopyFrames(uint8_t* target, size_t frames) {
   while (frames > 0) {
     if (next == kBlockBytes && !TurnBlocks())
       return false;
-    const size_t taken = std::min(frames, kBlockBytes - next);
-    std::memcpy(target, rows.get() + next * frameBytes, taken * frameBytes);
-    target += taken * frameBytes;
-    frames -= taken;
-    next += taken;
+    const size_t count = std::min(frames, kBlockBytes - next);
+    std::memcpy(target, rows.get() + next * frameBytes, count * frameBytes);
+    target += count * frameBytes;
+    frames -= count;
+    next += count;
   }
   return true;
 }
@@ -68,12 +68,12 @@ const uint8_t* CMultiplexer::TakeBlock(size_t position) {
   SColumn& column = columns[position];
   if (column.block != nullptr)
     pool.PushFree(column.block);
-  const SReadyBlock taken = pool.PopReady();
-  column.block = taken.data;
-  if (taken.mark && !ReportMark(position))
+  const SReadyBlock popped = pool.PopReady();
+  column.block = popped.data;
+  if (popped.mark && !ReportMark(position))
     return nullptr;
-  column.epoch = controls.flushEpoch[position].load(std::memory_order_acquire);
-  return taken.data != nullptr && taken.tag == column.epoch ? taken.data : kIdleBlock.data();
+  column.flushCount = controls.flushCounts[position].load(std::memory_order_acquire);
+  return popped.data != nullptr && popped.tag == column.flushCount ? popped.data : kIdleBlock.data();
 }
 
 bool CMultiplexer::ReportMark(size_t position) {
@@ -90,10 +90,10 @@ void CMultiplexer::SilenceFlushed() {
   flushesSeen = flushes;
   const size_t frameBytes = rings->PositionCount();
   for (size_t i = 0; i < frameBytes; ++i) {
-    const uint32_t epoch = controls.flushEpoch[i].load(std::memory_order_acquire);
-    if (epoch == columns[i].epoch)
+    const uint32_t flushCount = controls.flushCounts[i].load(std::memory_order_acquire);
+    if (flushCount == columns[i].flushCount)
       continue;
-    columns[i].epoch = epoch;
+    columns[i].flushCount = flushCount;
     for (size_t row = next; row < kBlockBytes; ++row)
       rows[row * frameBytes + i] = kIdleByte;
   }

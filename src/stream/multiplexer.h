@@ -13,15 +13,15 @@ namespace zelk {
 
 // Holds the 160 sample frames that go out next, made of every position's block at each block's start; packets are
 // copied from it.
-// All positions share one read position. A block goes back to the free ring only when the next one is taken, and a
+// All positions share one read position. A block goes back to the free ring only when the next one is popped, and a
 // position with none ready sends the idle byte for 20 ms, as all do for the first 160 frames. A block that was filled
 // before a flush of its position goes out as idle bytes, its mark still honoured.
 // Thread: receive, but Create (false when there is no memory) the opener. Tells the hook of marks there.
 // Nothing blocks or allocates after Create.
 class CMultiplexer {
  public:
-  CMultiplexer(SAudioControls& cardControls, const CStopFlag& openingStop)
-      : controls(cardControls), stop(openingStop) {}
+  CMultiplexer(SAudioControls& cardControls, const CStopFlag& generationStop)
+      : controls(cardControls), stop(generationStop) {}
 
   bool Create(CCardRings& cardRings);
   // False when the stop flag was set while the hook was inside its call: the frames are not whole then.
@@ -30,7 +30,7 @@ class CMultiplexer {
  private:
   struct SColumn {
     uint8_t* block = nullptr;  // null: the idle block
-    uint32_t epoch = 0;        // the position's flush count that its bytes in the rows obey
+    uint32_t flushCount = 0;   // of the position, which its bytes in the rows obey
   };
 
   bool TurnBlocks();

@@ -6,7 +6,6 @@ namespace zelk {
 namespace {
 
 constexpr uint32_t kSentPackets = 256;
-constexpr int kWouldBlock = 10035;
 constexpr int32_t kSendWaitMs = 10;
 
 }  // namespace
@@ -24,17 +23,17 @@ void CPacketSender::Send(size_t length) {
   WriteAudioHeader(buffer.data(), controls.sendSequence.fetch_add(1, std::memory_order_relaxed));
   bufferLength = length;
   const size_t used = kAudioHeaderBytes + frames * FrameBytes(trunks);
-  std::memset(buffer.data() + used, 0, length - used);  // behind the last whole frame: not the packet before
+  std::memset(buffer.data() + used, 0, length - used);  // after the last whole frame: not those of the packet before
   Transmit();
   Keep();
 }
 
-// The value tested is the call's result, a count or -1, so the retry does not happen in practice. Kept as it is: a
-// packet that the system does not take is lost, and the next one is due within a few milliseconds.
+// The result is a byte count or -1, never an error number, so the retry does not happen in practice. Kept as it is: a
+// packet that the system does not accept is lost, and the next one is due within a few milliseconds.
 void CPacketSender::Transmit() {
-  if (link.SendPacket(buffer.data(), bufferLength) == kWouldBlock) {
-    link.WaitToSend(kSendWaitMs);
-    link.SendPacket(buffer.data(), bufferLength);
+  if (sink.SendPacket(buffer.data(), bufferLength) == kSocketWouldBlock) {
+    sink.WaitToSend(kSendWaitMs);
+    sink.SendPacket(buffer.data(), bufferLength);
   }
 }
 

@@ -12,11 +12,14 @@
 
 namespace zelk {
 
+// Winsock's number for a socket that cannot send now (WSAEWOULDBLOCK), compared with on every system.
+constexpr int kSocketWouldBlock = 10035;
+
 // Where packets go: the card's audio address.
 // Thread: receive.
-class IAudioLink {
+class IPacketSink {
  public:
-  virtual ~IAudioLink() = default;
+  virtual ~IPacketSink() = default;
   virtual int SendPacket(const uint8_t* packet, size_t length) = 0;  // bytes sent, or -1
   virtual void WaitToSend(int32_t timeoutMs) = 0;
 };
@@ -32,15 +35,15 @@ struct SSentPacket {
 // Thread: receive, but Create the opener (false when there is no memory). Nothing is reported when a send fails.
 class CPacketSender {
  public:
-  CPacketSender(SAudioControls& cardControls, IAudioLink& cardLink, const CStopFlag& openingStop)
-      : controls(cardControls), link(cardLink), stop(openingStop), multiplexer(cardControls, openingStop) {}
+  CPacketSender(SAudioControls& cardControls, IPacketSink& cardSink, const CStopFlag& generationStop)
+      : controls(cardControls), sink(cardSink), stop(generationStop), multiplexer(cardControls, generationStop) {}
 
   bool Create(CCardRings& rings);
   // One packet of this length, an accepted received one's. Nothing once the stop flag is set: not even a number is
   // used.
   void Send(size_t length);
 
-  // The oldest packet sent and not yet taken. Return it before taking the next.
+  // The oldest packet sent and not yet handed out. Return it before the next.
   SSentPacket TakeSent();
   void ReturnSent(const SSentPacket& sent);
 
@@ -49,7 +52,7 @@ class CPacketSender {
   void Keep();
 
   SAudioControls& controls;
-  IAudioLink& link;
+  IPacketSink& sink;
   const CStopFlag& stop;
   CMultiplexer multiplexer;
   CBlockPool sentPackets;  // the tag of a ready block is its packet's length

@@ -19,7 +19,7 @@ constexpr size_t kMaxOperations = 64;
 constexpr int kMaxCancellerSets = 2;
 
 // The receive and the pacer thread's work in one thread, with the application and the network around it.
-class CCardAudio : private IMediaHook, private IAudioNotice, private IAudioLink {
+class CCardAudio : private IMediaHook, private IAudioNotice, private IPacketSink {
  public:
   CCardAudio(uint32_t cardTrunks, uint32_t blocks)
       : trunks(cardTrunks),
@@ -32,7 +32,7 @@ class CCardAudio : private IMediaHook, private IAudioNotice, private IAudioLink 
   }
 
   // In memory of the datagram's size, so that a read past its end is seen.
-  void Arrive(Bytes datagram) { receiver.TakePacket(datagram.data(), datagram.size()); }
+  void Arrive(Bytes datagram) { receiver.OnPacket(datagram.data(), datagram.size()); }
 
   void Packet(uint32_t sequence, uint8_t hint, size_t length, uint8_t fill) {
     Bytes packet(length);
@@ -62,7 +62,7 @@ class CCardAudio : private IMediaHook, private IAudioNotice, private IAudioLink 
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
     RequirePosition(trunk, timeslot);
     std::fill_n(fill.data, kBlockBytes, static_cast<uint8_t>(fill.data[0] ^ timeslot));
-    fill.KeepTaken();
+    fill.KeepQueued();
   }
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) override {
     RequirePosition(trunk, timeslot);

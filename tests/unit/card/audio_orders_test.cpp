@@ -26,7 +26,7 @@ class CHearingHandlers : public CRecordingHandlers {
  public:
   void FillBlock(uint32_t, uint32_t, SBlockFill& fill) override {
     std::fill_n(fill.data, kBlockBytes, uint8_t{0xD5});
-    fill.KeepTaken();
+    fill.KeepQueued();
   }
   void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
     if (trunk == 0 && timeslot == 1) {

@@ -14,7 +14,7 @@ namespace zelk {
 using Packet = std::vector<uint8_t>;
 
 // Keeps what is sent.
-class CFakeLink : public IAudioLink {
+class CFakeSink : public IPacketSink {
  public:
   int SendPacket(const uint8_t* packet, size_t length) override {
     sent.emplace_back(packet, packet + length);
@@ -57,7 +57,7 @@ class CIdleHook : public IMediaHook {
   virtual void OnCall(EMediaCall) {}
   static void Fill(SBlockFill& fill, uint8_t byte) {
     std::memset(fill.data, byte, kBlockBytes);
-    fill.KeepTaken();
+    fill.KeepQueued();
   }
 };
 
@@ -67,7 +67,7 @@ class CFakeHook : public IMediaHook {
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
     calls.push_back("play " + Place(trunk, timeslot));
     std::memset(fill.data, nextFill++, kBlockBytes);
-    fill.KeepTaken();
+    fill.KeepQueued();
   }
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) override {
     calls.push_back("query " + Place(trunk, timeslot));

@@ -60,13 +60,13 @@ TEST_F(AudioPacer, APassFillsEveryFreeBlockThenDeliversPositionByPosition) {
   Receive(31, silence.data());
   pacer.Pass(stop);
   std::vector<std::string> expected;
-  for (int slot = 0; slot < 32; ++slot) {
-    const std::string place = "0." + std::to_string(slot);
+  for (int timeslot = 0; timeslot < 32; ++timeslot) {
+    const std::string place = "0." + std::to_string(timeslot);
     for (int block = 0; block < 2; ++block) {
       expected.push_back("play " + place);
       expected.push_back("query " + place);
     }
-    if (slot == 0 || slot == 31)
+    if (timeslot == 0 || timeslot == 31)
       expected.push_back("record " + place + " 213");
   }
   EXPECT_EQ(hook.calls, expected);
@@ -240,7 +240,7 @@ class CStoppingHook : public CIdleHook {
 
 class AudioPacerStop : public AudioPacer {
  protected:
-  // A digit's sound and what lies behind it, so that each kind of call is due, more than once, in this pass.
+  // A digit's sound and what follows it, so that each kind of call is due, more than once, in this pass.
   void StopIn(EMediaCall call) {
     CStoppingHook stopping(stop, call);
     controls.hook = &stopping;
@@ -272,7 +272,7 @@ TEST_F(AudioPacerStop, InsideARecordCallDeliversNoFurtherBlock) {
   StopIn(EMediaCall::kBlockReceived);
 }
 
-// A position that is stopped while its block is filled. The hook takes 0x11 from its queue, as the call layer does.
+// A position that is stopped while its block is filled. The hook has 0x11 in its queue, as the call layer does.
 class AudioPacerFlush : public AudioPacer, protected CIdleHook {
  protected:
   static constexpr size_t kPosition = 3;
@@ -288,9 +288,9 @@ class AudioPacerFlush : public AudioPacer, protected CIdleHook {
     if (timeslot != kPosition || std::exchange(filled, true))
       return;
     beforeTaking();
-    fill.flushCount = controls.flushEpoch[kPosition];
+    fill.flushCount = controls.flushCounts[kPosition];
     std::memset(fill.data, 0x11, kBlockBytes);
-    fill.taken.fill(0x11);
+    fill.queued.fill(0x11);
     inCallback(fill.data);
   }
   void Stop() { controls.Flush(kPosition); }
@@ -302,7 +302,7 @@ class AudioPacerFlush : public AudioPacer, protected CIdleHook {
   std::vector<uint8_t> Filled() {
     pacer.Pass(stop);
     const SReadyBlock block = rings.At(kPosition).transmit.PopReady();
-    isSent = block.tag == controls.flushEpoch[kPosition];
+    isSent = block.tag == controls.flushCounts[kPosition];
     return {block.data, block.data + kBlockBytes};
   }
   // Idle bytes but for a run of 0x22.
@@ -370,7 +370,7 @@ TEST_F(AudioPacerFlush, FromBothThreadsInTheCallbackKeepsWhatIsWrittenAfterItsOw
   EXPECT_TRUE(isSent);
 }
 
-TEST_F(AudioPacerFlush, BehindTheCallbackIsLeftToTheSender) {
+TEST_F(AudioPacerFlush, AfterTheCallbackIsLeftToTheSender) {
   inCallback = [](uint8_t* data) { Write(data, 0, kBlockBytes); };
   inQuery = [this] { Stop(); };
   EXPECT_EQ(Filled(), std::vector<uint8_t>(kBlockBytes, 0x22));
@@ -386,7 +386,7 @@ TEST_F(AudioPacerFlush, OfAnotherPositionLeavesTheBlockAlone) {
 
 // It is in the hook when it is stopped, or asleep: either way it comes to its end without another call.
 TEST_F(AudioPacer, TheThreadEndsWithoutAnotherCallOnceItIsStopped) {
-  class CGate : public CIdleHook {
+  class CHolding : public CIdleHook {
    public:
     void OnCall(EMediaCall) override {
       ++calls;
@@ -396,14 +396,14 @@ TEST_F(AudioPacer, TheThreadEndsWithoutAnotherCallOnceItIsStopped) {
     int calls = 0;
     CEvent entered;
     CEvent leave;
-  } gate;
-  controls.hook = &gate;
+  } holding;
+  controls.hook = &holding;
   std::thread thread([this] { pacer.Run(stop); });
-  EXPECT_TRUE(gate.entered.WaitFor(5000));
+  EXPECT_TRUE(holding.entered.WaitFor(5000));
   stop.Set();
-  gate.leave.Set();
+  holding.leave.Set();
   thread.join();
-  EXPECT_EQ(gate.calls, 1);
+  EXPECT_EQ(holding.calls, 1);
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ TEST(AudioPacket, TheHeaderIsReadLittleEndian) {
 TEST(AudioPacket, OnlyLengthsFrom584To1448AreAccepted) {
   for (size_t length = 0; length <= 1522; ++length) {
     SAudioHeader header;
-    // Exactly as much memory as the length says: a read behind it is seen by the address sanitizer.
+    // Exactly as much memory as the length says: a read beyond it is seen by the address sanitizer.
     const std::vector<uint8_t> packet = Packet(length);
     EXPECT_EQ(ReadAudioHeader(packet.data(), length, header), length >= 584 && length <= 1448) << length;
   }

@@ -52,7 +52,7 @@ struct SApplication {
 };
 
 // The library's form, driven by hand in one thread.
-class CUnderTest : private IMediaHook, private IAudioNotice, private IAudioLink {
+class CUnderTest : private IMediaHook, private IAudioNotice, private IPacketSink {
  public:
   CUnderTest(uint32_t trunks, uint32_t blocks)
       : sender(controls, *this, stop), receiver(controls, *this, echo, sender, stop), pacer(controls, rings) {
@@ -63,7 +63,7 @@ class CUnderTest : private IMediaHook, private IAudioNotice, private IAudioLink 
     controls.hook = this;
   }
 
-  void Arrive(Packet packet) { receiver.TakePacket(packet.data(), packet.size()); }
+  void Arrive(Packet packet) { receiver.OnPacket(packet.data(), packet.size()); }
   void Pass() { pacer.Pass(stop); }
   void Flush(unsigned position) { controls.Flush(position); }
   void EchoOn(unsigned trunk, int tailMs) { echo.Configure(trunk, tailMs); }
@@ -73,7 +73,7 @@ class CUnderTest : private IMediaHook, private IAudioNotice, private IAudioLink 
  private:
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
     application.Play(trunk * 32 + timeslot, fill.data);
-    fill.KeepTaken();
+    fill.KeepQueued();
   }
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) override { return application.Mark(trunk * 32 + timeslot); }
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) override {
@@ -136,11 +136,11 @@ TEST_P(AudioReceiverRoad, MatchesTheLiteralFormByteForByteAndEventForEvent) {
   const SRun run = GetParam();
   std::mt19937 random(run.trunks * 100 + run.blocks);
   const auto draw = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
-  CUnderTest road(run.trunks, run.blocks);
+  CUnderTest product(run.trunks, run.blocks);
   COracle oracle(run.trunks, run.blocks);
   if (run.echo) {
     for (unsigned trunk = 0; trunk < run.trunks; ++trunk) {
-      road.EchoOn(trunk, 32);
+      product.EchoOn(trunk, 32);
       oracle.card.EchoOn(trunk, 32);
     }
   }
@@ -151,26 +151,26 @@ TEST_P(AudioReceiverRoad, MatchesTheLiteralFormByteForByteAndEventForEvent) {
                                        shortest + draw(static_cast<uint32_t>(1449 - shortest)));
     for (size_t i = 8; i < bytes.size(); ++i)
       bytes[i] = static_cast<uint8_t>(random());
-    road.Arrive(bytes);
+    product.Arrive(bytes);
     oracle.card.Arrive(bytes);
     const uint32_t what = draw(16);
     sequence += what == 0 ? 2 : what == 1 ? 0 : what == 2 ? 0xFFFFFFFFU : 1;
     if (draw(5) == 0) {
-      road.Pass();
+      product.Pass();
       oracle.card.Pass();
     }
     if (draw(6) == 0) {
       const unsigned position = draw(run.trunks * 32);
-      road.Flush(position);
+      product.Flush(position);
       oracle.card.Flush(position);
     }
     if (run.echo && draw(10) == 0) {
       const unsigned trunk = draw(run.trunks);
       const bool on = draw(2) == 0;
-      road.EchoSwitch(trunk, on);
+      product.EchoSwitch(trunk, on);
       oracle.card.EchoSwitch(trunk, on);
     }
-    ASSERT_TRUE(road.Take() == oracle.Take()) << "packet " << packet;
+    ASSERT_TRUE(product.Take() == oracle.Take()) << "packet " << packet;
   }
 }
 
@@ -187,26 +187,26 @@ class AudioReceiver : public testing::Test {
     EXPECT_TRUE(sender.Create(rings));
     EXPECT_TRUE(receiver.Create(rings));
   }
-  void Arrive(Packet packet) { receiver.TakePacket(packet.data(), packet.size()); }
+  void Arrive(Packet packet) { receiver.OnPacket(packet.data(), packet.size()); }
 
   SAudioControls controls;
   CCardRings rings;
   CEchoBank echo;
-  CFakeLink link;
+  CFakeSink sink;
   CFakeNotice notice;
   CStopFlag stop;
-  CPacketSender sender{controls, link, stop};
+  CPacketSender sender{controls, sink, stop};
   CAudioReceiver receiver{controls, notice, echo, sender, stop};
 };
 
 TEST_F(AudioReceiver, TheReplyToAHeldPacketHasItsOwnLength) {
   Arrive(literal::MakePacket(1, 4, 700));
   Arrive(literal::MakePacket(3, 0, 900));
-  EXPECT_TRUE(link.sent.empty());
+  EXPECT_TRUE(sink.sent.empty());
   Arrive(literal::MakePacket(2, 0, 800));
-  ASSERT_EQ(link.sent.size(), 2U);
-  EXPECT_EQ(link.sent[0].size(), 800U);
-  EXPECT_EQ(link.sent[1].size(), 900U);
+  ASSERT_EQ(sink.sent.size(), 2U);
+  EXPECT_EQ(sink.sent[0].size(), 800U);
+  EXPECT_EQ(sink.sent[1].size(), 900U);
   EXPECT_TRUE(notice.lines.empty());
 }
 
@@ -216,7 +216,7 @@ TEST_F(AudioReceiver, ABadPacketBetweenDoesNotForgetTheHeldOne) {
   Arrive(literal::MakePacket(9, 0, 583));
   Arrive(Packet());
   Arrive(literal::MakePacket(2, 0, 700));
-  EXPECT_EQ(link.sent.size(), 2U);
+  EXPECT_EQ(sink.sent.size(), 2U);
 }
 
 // A turn without a socket costs 100 ms of waiting, not of the processor, and sees the stop flag at once.
@@ -237,23 +237,23 @@ TEST_F(AudioReceiver, WithoutASocketTheThreadWaitsAndEndsWhenItIsAsked) {
 TEST_F(AudioReceiver, NothingIsSentReportedOrTakenUpOnceTheThreadIsStopped) {
   Arrive(literal::MakePacket(1, 4, 700));
   Arrive(literal::MakePacket(3, 0, 700));
-  link.onSend = [this] { stop.Set(); };
+  sink.onSend = [this] { stop.Set(); };
   Arrive(literal::MakePacket(2, 0, 700));
-  EXPECT_EQ(link.sent.size(), 1U);
+  EXPECT_EQ(sink.sent.size(), 1U);
   EXPECT_EQ(controls.sendSequence, 1U);
   Arrive(literal::MakePacket(100, 99, 700));
-  EXPECT_EQ(link.sent.size(), 1U);
+  EXPECT_EQ(sink.sent.size(), 1U);
   EXPECT_EQ(controls.sendSequence, 1U);
   EXPECT_TRUE(notice.lines.empty());
 }
 
 TEST_F(AudioReceiver, AStopAmongManyRepliesEndsThem) {
-  link.onSend = [this] {
-    if (link.sent.size() == 3)
+  sink.onSend = [this] {
+    if (sink.sent.size() == 3)
       stop.Set();
   };
   Arrive(literal::MakePacket(1, 99, 700));
-  EXPECT_EQ(link.sent.size(), 3U);
+  EXPECT_EQ(sink.sent.size(), 3U);
 }
 
 // A clock that moves on by a second a look.
@@ -282,8 +282,8 @@ TEST_F(AudioReceiver, AThreadThatCannotKeepUpSaysSoOnce) {
   for (int i = 0; i < 40; ++i)
     send();
   CEvent answered;
-  link.onSend = [&] {
-    if (link.sent.size() == 40)
+  sink.onSend = [&] {
+    if (sink.sent.size() == 40)
       answered.Set();
   };
   std::thread thread([&] { lagging.Run(own, address); });

@@ -27,7 +27,7 @@ class CQuietHook : public CIdleHook {
   int records = 0;
 };
 
-class CQuietLink : public IAudioLink {
+class CQuietSink : public IPacketSink {
  public:
   int SendPacket(const uint8_t*, size_t length) override {
     ++packets;
@@ -41,12 +41,12 @@ class CQuietLink : public IAudioLink {
 TEST(AudioSession, NothingIsAllocatedOnTheWayOfAPacketOrABlock) {
   SAudioControls controls;
   CQuietHook hook;
-  CQuietLink link;
+  CQuietSink sink;
   CFakeNotice notice;
   CCardRings rings;
   CEchoBank echo;
   CStopFlag stop;
-  CPacketSender sender(controls, link, stop);
+  CPacketSender sender(controls, sink, stop);
   CAudioReceiver receiver(controls, notice, echo, sender, stop);
   CAudioPacer pacer(controls, rings);
   ASSERT_TRUE(rings.Create(8, 4) && sender.Create(rings) && receiver.Create(rings));
@@ -61,7 +61,7 @@ TEST(AudioSession, NothingIsAllocatedOnTheWayOfAPacketOrABlock) {
         packet[2 + i] = static_cast<uint8_t>(sequence >> (8 * i));
       for (size_t i = 8; i < packet.size(); ++i)
         packet[i] = static_cast<uint8_t>(sequence * i);
-      receiver.TakePacket(packet.data(), packet.size());
+      receiver.OnPacket(packet.data(), packet.size());
       if (sequence % 32 == 0)
         pacer.Pass(stop);
       if (sequence % 100 == 0)
@@ -72,7 +72,7 @@ TEST(AudioSession, NothingIsAllocatedOnTheWayOfAPacketOrABlock) {
   const uint64_t before = support::AllocationCount();
   carry(201, 1600);
   EXPECT_EQ(support::AllocationCount(), before);
-  EXPECT_EQ(link.packets, 1800);
+  EXPECT_EQ(sink.packets, 1800);
   EXPECT_GT(hook.records, 256 * 50);
   EXPECT_TRUE(notice.lines.empty());
 }

@@ -103,7 +103,7 @@ class CTestHook : public IMediaHook {
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override {
     const std::lock_guard hold(mutex);
     std::memset(fill.data, PlayByte(trunk, timeslot), kBlockBytes);
-    fill.KeepTaken();
+    fill.KeepQueued();
     Count(otherThreads);
   }
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) override {

@@ -98,7 +98,7 @@ TEST_F(AudioStream, LostAndOldPacketsAreReportedInTheirWords) {
   Close();
 }
 
-TEST_F(AudioStream, WhatTheHookPlaysGoesOutBehindTheFirst160IdleBytes) {
+TEST_F(AudioStream, WhatTheHookPlaysGoesOutAfterTheFirst160IdleBytes) {
   stream.SetHook(&hook);
   Open(2, 4);
   ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.queries[1][31] >= 4; }));
@@ -113,7 +113,7 @@ TEST_F(AudioStream, WhatTheHookPlaysGoesOutBehindTheFirst160IdleBytes) {
   Close();
 }
 
-TEST_F(AudioStream, ReceivedAudioReachesTheHookInWholeBlocksBehindTheFirst160Bytes) {
+TEST_F(AudioStream, ReceivedAudioReachesTheHookInWholeBlocksAfterTheFirst160Bytes) {
   stream.SetHook(&hook);
   Open(1, 8);
   constexpr size_t kFrames = 40;
@@ -180,7 +180,7 @@ TEST_F(AudioStream, AFlushSilencesItsTimeslotFromTheVeryNextPacketUntilTheWaitin
     }
   };
   stream.SilenceTransmit(0, 5);
-  for (int i = 0; i < 7 + 8; ++i)  // the rest of the block on the line, and the one that waited
+  for (int i = 0; i < 7 + 8; ++i)  // the rest of the block being sent, and the one that waited
     expect(next(), 0x54);
   // Then the block that was filled after the flush, as soon as the pacer has put it into the ring.
   const auto ofTimeslot5 = [](const Packet& reply) {
@@ -216,7 +216,7 @@ TEST_F(AudioStream, ClosingTheSocketReleasesTheReceiveThreadAtOnce) {
   EXPECT_LT(TickMs() - before, 100U);
 }
 
-TEST_F(AudioStream, TheSendCounterGoesOnAcrossOpenings) {
+TEST_F(AudioStream, TheSendCounterGoesOnAcrossGenerations) {
   uint32_t sent = 0;
   bool lastUnseen = false;
   for (int cycle = 0; cycle < 20; ++cycle) {
@@ -224,7 +224,7 @@ TEST_F(AudioStream, TheSendCounterGoesOnAcrossOpenings) {
     stream.SetHook(cycle % 2 == 0 ? &hook : nullptr);
     card.Send(port, MakePacket(1, 6, 1448));
     const uint32_t first = SequenceOf(card.Receive());
-    // A reply that the closing socket did not take has its number all the same.
+    // A reply that the closing socket did not accept has its number all the same.
     if (lastUnseen && first == sent + 1)
       sent = first;
     EXPECT_EQ(first, sent++);
@@ -242,7 +242,7 @@ TEST_F(AudioStream, TheSendCounterGoesOnAcrossOpenings) {
   EXPECT_TRUE(notice.Lines().empty());
 }
 
-TEST_F(AudioStream, AnOpeningWithAWrongTrunkCountOrAddressFailsAndTheNextSucceeds) {
+TEST_F(AudioStream, AWrongTrunkCountOrAddressFailsAndTheNextGenerationSucceeds) {
   EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 0, 32));
   EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 9, 32));
   EXPECT_FALSE(stream.OpenSocket(Address("192.0.2.1"), Address(kCardAddress), 1, 32));
@@ -255,7 +255,7 @@ TEST_F(AudioStream, AnOpeningWithAWrongTrunkCountOrAddressFailsAndTheNextSucceed
   Close();
 }
 
-TEST_F(AudioStream, WithoutMemoryAStepFailsAndTheNextOpeningSucceeds) {
+TEST_F(AudioStream, WithoutMemoryAStepFailsAndTheNextGenerationSucceeds) {
   const auto openAndClose = [&] {
     stream.ResetChannels(SDtmfSettings());
     const bool open = stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 1, 2);
@@ -265,7 +265,7 @@ TEST_F(AudioStream, WithoutMemoryAStepFailsAndTheNextOpeningSucceeds) {
     Close();
   };
   const uint32_t failures = support::ForEachFailingAllocation(openAndClose, [&](bool failed) {
-    // Only an echo canceller's loss is not the opening's.
+    // Only an echo canceller's loss is not the generation's.
     EXPECT_TRUE(opened || failed);
   });
   EXPECT_GT(failures, 128U);  // two rings and a store for each of 64 pools

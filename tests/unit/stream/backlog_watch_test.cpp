@@ -47,7 +47,7 @@ TEST_F(BacklogWatch, FallingBehindAgainWithinTheMinuteGivesNoSecondLine) {
   EXPECT_EQ(Waiting(1), 1);
 }
 
-TEST_F(BacklogWatch, TheNextOpeningOfTheCardGoesByTheSameMinute) {
+TEST_F(BacklogWatch, TheNextGenerationOfTheCardGoesByTheSameMinute) {
   EXPECT_EQ(Waiting(2500), 1);
   watch = CBacklogWatch();
   EXPECT_EQ(Waiting(30000), 0);

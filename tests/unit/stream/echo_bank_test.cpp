@@ -52,10 +52,10 @@ TEST_F(EchoBank, OnlyTheTrunkWhoseSwitchIsOnIsCleaned) {
   bank.Configure(1, 32);
   controls.echoSwitch[1] = true;
   std::vector<uint8_t> expected = before;
-  for (size_t slot = 0; slot < 32; ++slot) {
+  for (size_t timeslot = 0; timeslot < 32; ++timeslot) {
     const std::unique_ptr<CEchoCanceller> canceller = CEchoCanceller::Create(32);
     for (size_t frame = 0; frame < 20; ++frame) {
-      const size_t at = frame * 64 + 32 + slot;
+      const size_t at = frame * 64 + 32 + timeslot;
       expected[at] = LinearToALaw(canceller->Update(ALawToLinear(reference[at]), ALawToLinear(before[at])));
     }
   }
@@ -63,7 +63,7 @@ TEST_F(EchoBank, OnlyTheTrunkWhoseSwitchIsOnIsCleaned) {
   EXPECT_EQ(samples, expected);
 }
 
-// A reference that ends within a frame, after every possible number of bytes: those behind it count as idle.
+// A reference that ends within a frame, after every possible number of bytes: those after it count as idle.
 TEST_F(EchoBank, AShortReferenceIsContinuedWithIdleBytes) {
   controls.echoSwitch[0] = true;
   controls.echoSwitch[1] = true;
@@ -74,7 +74,7 @@ TEST_F(EchoBank, AShortReferenceIsContinuedWithIdleBytes) {
       each->Configure(0, 32);
       each->Configure(1, 32);
     }
-    // On the heap with its exact size, so that a read behind it is seen.
+    // On the heap with its exact size, so that a read beyond it is seen.
     const std::vector<uint8_t> cut(reference.begin(), reference.begin() + static_cast<ptrdiff_t>(length));
     std::vector<uint8_t> padded = cut;
     padded.resize(20 * 64, 0x54);
@@ -124,7 +124,7 @@ TEST_F(EchoBank, SetsMayBeMadeAnewWhilePacketsAreProcessed) {
     Process(samples, reference);
   }
   opener.join();
-  // Whatever was in use before, the last set is taken now and begins anew.
+  // Whatever was in use before, the last set is used now and begins anew.
   bank.Configure(0, 32);
   samples = before;
   Process(samples, reference);

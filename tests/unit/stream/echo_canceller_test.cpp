@@ -226,7 +226,7 @@ TEST(EchoCanceller, OfATonePromptIsCancelledTooAndLeavesTheFilterAsGoodForSpeech
   }
 }
 
-// Loud syllables behind which quiet ones follow: a step that suits the quiet ones makes the filter louder than the
+// Loud syllables after which quiet ones follow: a step that suits the quiet ones makes the filter louder than the
 // echo.
 TEST(EchoCanceller, TheFilterIsNeverLouderThanTheEcho) {
   for (const unsigned seed : {1U, 2U, 3U, 4U, 5U, 6U}) {
@@ -307,7 +307,7 @@ TEST(EchoCanceller, EveryExtremeSampleIsTaken) {
   EXPECT_LT(std::abs(int{last}), 100);
 }
 
-TEST(EchoCanceller, ProcessWorksOnStridedALawAndTakesIdleBytesBehindTheReference) {
+TEST(EchoCanceller, ProcessWorksOnStridedALawWithIdleBytesAfterTheReference) {
   const std::unique_ptr<CEchoCanceller> strided = CEchoCanceller::Create(32);
   const std::unique_ptr<CEchoCanceller> single = CEchoCanceller::Create(32);
   std::mt19937 random(4);

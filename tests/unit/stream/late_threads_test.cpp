@@ -9,7 +9,7 @@
 #include "native_thread_watch.h"
 #include "platform/event.h"
 
-// Audio threads that a callback keeps beyond their bounded join, into the next opening and beyond the stream itself.
+// Audio threads that a callback keeps beyond their bounded join, into the next generation and beyond the stream itself.
 namespace zelk {
 namespace {
 
@@ -38,7 +38,7 @@ class CHoldingHook : public CIdleHook {
     }
   }
 
-  // Until the pacer has filled so many blocks of every one of a trunk's timeslots.
+  // Until the pacer has filled this number of blocks of every one of a trunk's timeslots.
   bool WaitFilled(int blocks) const {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
     while (callsOfOthers < blocks * 32 * 2 && std::chrono::steady_clock::now() < limit)
@@ -103,7 +103,7 @@ class LateThreads : public CAudioStreamTest {
     Open(1, 8);
     const int before = holding->callsOfOthers;
     EXPECT_EQ(holding->CallsOnTheWayOut(), 0);
-    // The next opening's pacer works beside it.
+    // The next generation's pacer works beside it.
     Exchange(MakePacket(1, 5, LengthOf(1, 40)));
     Close();
     EXPECT_GE(holding->callsOfOthers, before);

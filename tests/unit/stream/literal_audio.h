@@ -13,7 +13,7 @@
 #include "formats/g711.h"
 #include "stream/echo_canceller.h"
 
-// The audio road in its plainest form: one byte at a time, one channel after the other, every rule where the packet
+// The flow of audio in its plainest form: one byte at a time, one channel after the other, every rule where the packet
 // meets it. Written apart from the library's and shares nothing with it but the echo canceller and G.711; the tests
 // compare the two event by event.
 namespace literal {
@@ -108,7 +108,7 @@ struct CBlock {
   std::array<uint8_t, 160> bytes{};
 };
 
-// A card's audio behind the sequence rules, driven by hand: Arrive for a packet, Pass for a pacer pass.
+// A card's audio after the sequence rules, driven by hand: Arrive for a packet, Pass for a pacer pass.
 class CCard {
  public:
   // What the application side does; the events are for the test to keep.

@@ -21,11 +21,11 @@ class Multiplexer : public testing::Test {
     controls.hook = &hook;
   }
 
-  void Push(uint8_t fill, bool mark = false, uint32_t epoch = 0) {
+  void Push(uint8_t fill, bool mark = false, uint32_t flushCount = 0) {
     uint8_t* block = Pool().PopFree();
     ASSERT_NE(block, nullptr);
     std::memset(block, fill, kBlockBytes);
-    Pool().PushReady(block, mark, epoch);
+    Pool().PushReady(block, mark, flushCount);
   }
 
   // The next bytes of the position.

@@ -24,7 +24,7 @@ using EAction = SSequenceDecision::EAction;
 constexpr int32_t kPatienceMs = 5000;
 constexpr size_t kOrders = 320;
 constexpr size_t kPacketsPerOrder = 14;
-static_assert(kPacketsPerOrder < 27);  // so many lengths there are, one a packet
+static_assert(kPacketsPerOrder < 27);  // there are 27 lengths, one a packet
 
 uint32_t Address(const char* text) {
   uint32_t address = 0;
@@ -80,7 +80,7 @@ class CStreamOnSockets : private IAudioNotice {
               static_cast<int>(packet.size()));
   }
 
-  // The trace once so many replies are there; what comes beyond them is in it too.
+  // The trace once this number of replies is there; what comes beyond them is in it too.
   STrace Take(size_t expectedReplies) {
     STrace trace;
     while (trace.replies.size() < expectedReplies && Receive(kPatienceMs, trace)) {
@@ -122,7 +122,7 @@ class COrder {
  public:
   explicit COrder(unsigned seed) : random(seed), next(seed % 3 == 0 ? 0xFFFFFFFAU : seed % 3) {}
 
-  // Mostly the next number; else one or a few ahead, behind, or anything.
+  // Mostly the next number; else one or a few ahead, back, or anything.
   Packet Next() {
     const uint32_t kind = Draw(10);
     uint32_t number = next;

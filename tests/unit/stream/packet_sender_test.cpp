@@ -18,43 +18,43 @@ class PacketSender : public testing::Test {
 
   SAudioControls controls;
   CCardRings rings;
-  CFakeLink link;
+  CFakeSink sink;
   CStopFlag stop;
-  CPacketSender sender{controls, link, stop};
+  CPacketSender sender{controls, sink, stop};
 };
 
 TEST_F(PacketSender, PacketsCarryTheCounterAndTheLengthAskedFor) {
   controls.sendSequence = 0xFFFFFFFF;
   sender.Send(1448);
   sender.Send(600);
-  ASSERT_EQ(link.sent.size(), 2U);
-  EXPECT_EQ(link.sent[0].size(), 1448U);
-  EXPECT_EQ(Packet(link.sent[0].begin(), link.sent[0].begin() + 8), (Packet{0xFF, 0x55, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0}));
-  EXPECT_EQ(link.sent[1].size(), 600U);
-  EXPECT_EQ(Packet(link.sent[1].begin(), link.sent[1].begin() + 8), (Packet{0xFF, 0x55, 0, 0, 0, 0, 0, 0}));
+  ASSERT_EQ(sink.sent.size(), 2U);
+  EXPECT_EQ(sink.sent[0].size(), 1448U);
+  EXPECT_EQ(Packet(sink.sent[0].begin(), sink.sent[0].begin() + 8), (Packet{0xFF, 0x55, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0}));
+  EXPECT_EQ(sink.sent[1].size(), 600U);
+  EXPECT_EQ(Packet(sink.sent[1].begin(), sink.sent[1].begin() + 8), (Packet{0xFF, 0x55, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST_F(PacketSender, BytesBehindTheLastWholeFrameAreZero) {
+TEST_F(PacketSender, BytesAfterTheLastWholeFrameAreZero) {
   sender.Send(1448);
   sender.Send(8 + 10 * 64 + 5);
-  EXPECT_TRUE(std::all_of(link.sent[1].begin() + 8, link.sent[1].end() - 5, [](uint8_t b) { return b == 0x54; }));
-  EXPECT_TRUE(std::all_of(link.sent[1].end() - 5, link.sent[1].end(), [](uint8_t b) { return b == 0; }));
+  EXPECT_TRUE(std::all_of(sink.sent[1].begin() + 8, sink.sent[1].end() - 5, [](uint8_t b) { return b == 0x54; }));
+  EXPECT_TRUE(std::all_of(sink.sent[1].end() - 5, sink.sent[1].end(), [](uint8_t b) { return b == 0; }));
 }
 
 TEST_F(PacketSender, AFailedSendIsNeitherRepeatedNorReported) {
-  link.result = -1;
+  sink.result = -1;
   sender.Send(600);
-  EXPECT_EQ(link.sent.size(), 1U);
-  EXPECT_TRUE(link.waits.empty());
+  EXPECT_EQ(sink.sent.size(), 1U);
+  EXPECT_TRUE(sink.waits.empty());
   EXPECT_NE(sender.TakeSent().block, nullptr);  // it still counts as sent
 }
 
-TEST_F(PacketSender, OnlyAResultOf10035IsWaitedForAndSentOnceMore) {
-  link.result = 10035;
+TEST_F(PacketSender, OnlyAResultOfWouldBlockIsWaitedForAndSentOnceMore) {
+  sink.result = 10035;  // WSAEWOULDBLOCK
   sender.Send(600);
-  EXPECT_EQ(link.sent.size(), 2U);
-  EXPECT_EQ(link.sent[0], link.sent[1]);
-  EXPECT_EQ(link.waits, std::vector<int32_t>{10});
+  EXPECT_EQ(sink.sent.size(), 2U);
+  EXPECT_EQ(sink.sent[0], sink.sent[1]);
+  EXPECT_EQ(sink.waits, std::vector<int32_t>{10});
 }
 
 TEST_F(PacketSender, SentPacketsAreTakenOldestFirst) {
@@ -62,7 +62,7 @@ TEST_F(PacketSender, SentPacketsAreTakenOldestFirst) {
   sender.Send(700);
   const SSentPacket first = sender.TakeSent();
   EXPECT_EQ(first.bytes, 592U);
-  EXPECT_TRUE(std::equal(link.sent[0].begin() + 8, link.sent[0].end(), first.samples));
+  EXPECT_TRUE(std::equal(sink.sent[0].begin() + 8, sink.sent[0].end(), first.samples));
   sender.ReturnSent(first);
   const SSentPacket second = sender.TakeSent();
   EXPECT_EQ(second.bytes, 692U);
@@ -78,11 +78,11 @@ TEST_F(PacketSender, WithNoneKeptTheTransmitBufferStandsIn) {
   const SSentPacket after = sender.TakeSent();
   EXPECT_EQ(after.block, nullptr);
   EXPECT_EQ(after.bytes, 592U);
-  EXPECT_TRUE(std::equal(link.sent[0].begin() + 8, link.sent[0].end(), after.samples));
+  EXPECT_TRUE(std::equal(sink.sent[0].begin() + 8, sink.sent[0].end(), after.samples));
   sender.ReturnSent(after);
 }
 
-// A thread that a callback kept comes back from reporting a mark; another opening counts on by now.
+// A thread that a callback kept comes back from reporting a mark; another generation counts on by now.
 TEST_F(PacketSender, AStopInsideTheHookEndsThePacketBeforeItGetsANumber) {
   class CStoppingHook : public CIdleHook {
    public:
@@ -101,17 +101,17 @@ TEST_F(PacketSender, AStopInsideTheHookEndsThePacketBeforeItGetsANumber) {
   while (!stop.IsSet())
     sender.Send(8 + 16 * 64);
   EXPECT_EQ(hook.calls, 1);
-  EXPECT_EQ(link.sent.size(), 10U);  // the first 160 frames
+  EXPECT_EQ(sink.sent.size(), 10U);  // the first 160 frames
   EXPECT_EQ(controls.sendSequence, 10U);
   sender.Send(600);
-  EXPECT_EQ(link.sent.size(), 10U);
+  EXPECT_EQ(sink.sent.size(), 10U);
   EXPECT_EQ(controls.sendSequence, 10U);
 }
 
 TEST_F(PacketSender, TheLatestPacketsAreNotKeptOnce256Wait) {
   for (size_t i = 0; i < 300; ++i)
     sender.Send(600 + i);
-  EXPECT_EQ(link.sent.size(), 300U);
+  EXPECT_EQ(sink.sent.size(), 300U);
   for (size_t i = 0; i < 256; ++i) {
     const SSentPacket sent = sender.TakeSent();
     ASSERT_NE(sent.block, nullptr);
