@@ -19,41 +19,45 @@ void AddScriptOptions(CLI::App& command, phone::SCallScript& script) {
   command.add_flag("--hangup-after-play", script.hangupAfterPlay, "hang up when the digits and the file are played");
 }
 
+CLI::App* AddAnswerCommand(CLI::App& app, phone::SAnswerOptions& answer) {
+  CLI::App* command = app.add_subcommand("answer", "wait for calls, answer, play, record");
+  command->add_option("--channel", answer.channel, "take calls on this channel only")->check(CLI::NonNegativeNumber);
+  command->add_option("--calls", answer.calls, "end after so many connected calls (0: run until stopped)")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command->add_option("--wait", answer.waitSeconds, "give up when no call comes for so many seconds (0: never)")
+      ->check(CLI::NonNegativeNumber);
+  AddScriptOptions(*command, answer.script);
+  return command;
+}
+
+CLI::App* AddDialCommand(CLI::App& app, phone::SDialOptions& dial) {
+  CLI::App* command = app.add_subcommand("dial", "place a call");
+  command->add_option("channel", dial.channel, "channel to call on")->required()->check(CLI::NonNegativeNumber);
+  command->add_option("number", dial.number, "number to call")->required();
+  command->add_option("--from", dial.from, "own number to show");
+  command->add_option("--answer-within", dial.answerSeconds, "hang up when not connected after so many seconds")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  AddScriptOptions(*command, dial.script);
+  return command;
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("A command-line telephone on ISDN primary-rate trunks");
   app.require_subcommand(1);
-  app.fallthrough();  // what stands here may also be given behind the command
+  app.fallthrough();  // what stands here may also be given after the command
   int trunkSeconds = 10;
   app.add_option("--wait-trunks", trunkSeconds, "seconds that the trunks may take to come up")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
-
   bool isForced = false;
   app.add_flag("--force", isForced, "start also when another program uses the cards, and end its calls");
-
   app.add_subcommand("channels", "list the channels with card, trunk, timeslot and state; fails when none is usable");
-
   phone::SAnswerOptions answer;
-  CLI::App* answerCommand = app.add_subcommand("answer", "wait for calls, answer, play, record");
-  answerCommand->add_option("--channel", answer.channel, "take calls on this channel only")
-      ->check(CLI::NonNegativeNumber);
-  answerCommand->add_option("--calls", answer.calls, "end after so many connected calls (0: run until stopped)")
-      ->check(CLI::NonNegativeNumber)
-      ->capture_default_str();
-  answerCommand->add_option("--wait", answer.waitSeconds, "give up when no call comes for so many seconds (0: never)")
-      ->check(CLI::NonNegativeNumber);
-  AddScriptOptions(*answerCommand, answer.script);
-
+  const CLI::App* answerCommand = AddAnswerCommand(app, answer);
   phone::SDialOptions dial;
-  CLI::App* dialCommand = app.add_subcommand("dial", "place a call");
-  dialCommand->add_option("channel", dial.channel, "channel to call on")->required()->check(CLI::NonNegativeNumber);
-  dialCommand->add_option("number", dial.number, "number to call")->required();
-  dialCommand->add_option("--from", dial.from, "own number to show");
-  dialCommand->add_option("--answer-within", dial.answerSeconds, "hang up when not connected after so many seconds")
-      ->check(CLI::PositiveNumber)
-      ->capture_default_str();
-  AddScriptOptions(*dialCommand, dial.script);
-
+  const CLI::App* dialCommand = AddDialCommand(app, dial);
   CLI11_PARSE(app, argc, argv);
   if (!isForced) {
     phone::RequireCardsFree();

@@ -1,15 +1,10 @@
 #include "cardsim/audio/audio_port.h"
 
 #include <algorithm>
-#include <asio.hpp>
 
 namespace cardsim {
 namespace {
 
-using asio::ip::udp;
-
-constexpr std::size_t kReceiveBytes = 2048;
-constexpr int kSocketBuffer = 4 * 1024 * 1024;
 constexpr std::chrono::microseconds kFrameTime{125};
 
 int FramesOf(const SCardConfig& config) {
@@ -19,51 +14,23 @@ int FramesOf(const SCardConfig& config) {
 
 }  // namespace
 
-struct CAudioPort::SSocket {
-  explicit SSocket(asio::io_context& io) : udpSocket(io) {}
-  udp::socket udpSocket;
-  udp::endpoint library;
-  std::array<std::uint8_t, kReceiveBytes> buffer{};
-};
-
 CAudioPort::CAudioPort(CReactor& audioReactor, const SCardConfig& config, ProbeHandler probeHandler)
     : reactor(audioReactor),
       trunks(config.identity.trunks),
       frames(FramesOf(config)),
-      onProbe(std::move(probeHandler)),
-      socket(std::make_unique<SSocket>(audioReactor.Io())),
+      socket(audioReactor, std::move(probeHandler),
+             [this](ByteView reply) { OnReply(reply, std::chrono::steady_clock::now()); }),
       slots(config.identity.trunks),
       checker(config.lateAfter),
       hint(config.backlogHint) {}
 
-CAudioPort::~CAudioPort() = default;
-
-void CAudioPort::Open(const std::string& address) {
-  reactor.Call([&] {
-    udp::socket fresh(reactor.Io(), udp::v4());
-    asio::error_code ignored;  // small buffers are no failure
-    fresh.set_option(asio::socket_base::receive_buffer_size(kSocketBuffer), ignored);
-    fresh.set_option(asio::socket_base::send_buffer_size(kSocketBuffer), ignored);
-    fresh.set_option(asio::socket_base::broadcast(true));
-    // The library's own listener for announcements has the wildcard address of the same port.
-    fresh.set_option(asio::socket_base::reuse_address(true));
-    fresh.bind({asio::ip::make_address_v4(address), kCardPort});
-    fresh.non_blocking(true);
-    socket->udpSocket = std::move(fresh);
-    BeginReceive();
-  });
-}
-
 void CAudioPort::Close() {
   Stop();
-  reactor.Call([&] {
-    asio::error_code ignored;
-    socket->udpSocket.close(ignored);
-  });
+  socket.Close();
 }
 
 void CAudioPort::Start(const std::string& address, std::uint16_t port) {
-  reactor.Call([&] { socket->library = {asio::ip::make_address_v4(address), port}; });
+  socket.SetLibrary(address, port);
   const std::lock_guard guard(lock);
   checker.Restart(std::chrono::steady_clock::now());
   network.Clear();
@@ -145,27 +112,7 @@ void CAudioPort::SendNext(Time now) {
 void CAudioPort::Launch(const SAudioPacket& datagram, Time now) {
   // Counted before it is sent: the reply may be there first.
   checker.OnSent({datagram.sequence, datagram.hint, datagram.bytes.size(), datagram.frame}, now);
-  asio::error_code ignored;  // a packet that the system does not take is one the library misses
-  socket->udpSocket.send_to(asio::buffer(datagram.bytes), socket->library, 0, ignored);
-}
-
-void CAudioPort::Write(ByteView datagram, const std::string& address, std::uint16_t port) {
-  asio::error_code ignored;
-  const auto to = asio::ip::make_address_v4(address, ignored);
-  if (!ignored) {
-    socket->udpSocket.send_to(asio::buffer(datagram.data(), datagram.size()), {to, port}, 0, ignored);
-  }
-}
-
-void CAudioPort::SendTo(Bytes datagram, const std::string& address, std::uint16_t port) {
-  reactor.Post([this, datagram = std::move(datagram), address, port] { Write(datagram, address, port); });
-}
-
-void CAudioPort::SendRaw(Bytes raw) {
-  reactor.Post([this, raw = std::move(raw)] {
-    asio::error_code ignored;
-    socket->udpSocket.send_to(asio::buffer(raw), socket->library, 0, ignored);
-  });
+  socket.SendToLibrary(datagram.bytes);
 }
 
 void CAudioPort::SendPacket(std::optional<std::uint32_t> sequence) {
@@ -231,37 +178,6 @@ void CAudioPort::SetBacklogHint(std::uint8_t value) {
 void CAudioPort::SetNextSequence(std::uint32_t sequence) {
   const std::lock_guard guard(lock);
   nextSequence = sequence;
-}
-
-void CAudioPort::BeginReceive() {
-  socket->udpSocket.async_wait(udp::socket::wait_read, [this](const asio::error_code& error) {
-    if (error) {
-      return;  // closed, or replaced by another socket
-    }
-    TakeDatagrams();
-    BeginReceive();
-  });
-}
-
-void CAudioPort::TakeDatagrams() {
-  for (;;) {
-    udp::endpoint from;
-    asio::error_code error;
-    const std::size_t bytes = socket->udpSocket.receive_from(asio::buffer(socket->buffer), from, 0, error);
-    // The answer of a library port that has closed concerns an earlier packet of ours.
-    if (error == asio::error::connection_refused || error == asio::error::connection_reset) {
-      continue;
-    }
-    if (error) {
-      return;
-    }
-    const ByteView datagram(socket->buffer.data(), bytes);
-    if (IsProbe(datagram)) {
-      onProbe(from.address().to_string());
-    } else if (from.address() == socket->library.address()) {
-      OnReply(datagram, std::chrono::steady_clock::now());
-    }
-  }
 }
 
 void CAudioPort::OnReply(ByteView reply, Time now) {

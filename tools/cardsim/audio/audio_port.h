@@ -3,8 +3,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -12,6 +10,7 @@
 
 #include "cardsim/audio/audio_faults.h"
 #include "cardsim/audio/audio_slots.h"
+#include "cardsim/audio/audio_socket.h"
 #include "cardsim/audio/reply_checker.h"
 #include "cardsim/base/config.h"
 #include "cardsim/base/reactor.h"
@@ -23,7 +22,7 @@ struct SReply {
   std::chrono::steady_clock::time_point time;
 };
 
-// Job: a card's UDP socket on port 5854. Sends audio packets at the lines' pace, hears the replies, sends discovery
+// Job: a card's audio. Sends packets at the lines' pace and hears the replies; its socket also carries discovery
 // replies and whatever datagram a test wants. Packet n of a stream is due (n - 1) x F x 125 us after the first: a late
 // thread sends what is due at once and never drifts.
 // Thread: any for the public methods; packets are built and replies taken on the audio thread. Open throws
@@ -31,12 +30,11 @@ struct SReply {
 class CAudioPort {
  public:
   using Time = std::chrono::steady_clock::time_point;
-  using ProbeHandler = std::function<void(const std::string& fromAddress)>;
+  using ProbeHandler = CAudioSocket::ProbeHandler;
 
   CAudioPort(CReactor& audioReactor, const SCardConfig& config, ProbeHandler probeHandler);
-  ~CAudioPort();
 
-  void Open(const std::string& address);
+  void Open(const std::string& address) { socket.Open(address); }
   void Close();
 
   // Begins a stream of packets, numbered from 1, to the library.
@@ -45,7 +43,9 @@ class CAudioPort {
   // Audio thread: sends what is due and returns when the next packet is; nothing while no stream runs.
   std::optional<Time> SendDue(Time now);
 
-  void SendTo(Bytes datagram, const std::string& address, std::uint16_t port);
+  void SendTo(Bytes datagram, const std::string& address, std::uint16_t port) {
+    socket.SendTo(std::move(datagram), address, port);
+  }
 
   // Test control. With pacing off, packets go only by SendPacket; when it is switched on again the pace starts anew.
   void SetPacing(bool on);
@@ -66,7 +66,7 @@ class CAudioPort {
   static constexpr std::chrono::milliseconds kReplyPatience{500};
   static constexpr std::chrono::milliseconds kMostMadeUp{40};
   // A packet exactly as given, outside all counting, to the library's audio port.
-  void SendRaw(Bytes packet);
+  void SendRaw(Bytes raw) { socket.PostToLibrary(std::move(raw)); }
 
   // Every reply is kept while on. Switching on forgets those kept before.
   void KeepReplies(bool on);
@@ -88,22 +88,16 @@ class CAudioPort {
   int FramesPerPacket() const { return frames; }
 
  private:
-  struct SSocket;
-
-  void BeginReceive();
-  void TakeDatagrams();
   void OnReply(ByteView reply, Time now);
   Time SendStream(Time now);
   void SendNext(Time now);
   void Launch(const SAudioPacket& datagram, Time now);
   Time SendUnderWay(Time now, Time next);
-  void Write(ByteView datagram, const std::string& address, std::uint16_t port);
 
   CReactor& reactor;
   const int trunks;
   const int frames;
-  const ProbeHandler onProbe;
-  std::unique_ptr<SSocket> socket;  // audio thread
+  CAudioSocket socket;
 
   mutable std::mutex lock;
   mutable std::condition_variable changed;

@@ -14,6 +14,7 @@ extern "C" {
 #include <optional>
 
 #include "cardsim/base/wire.h"
+#include "cardsim/exchange/pri_translation.h"
 
 namespace cardsim {
 namespace {
@@ -51,84 +52,6 @@ bool IsClearedAtOnce(int cause) {
     default:
       return false;
   }
-}
-
-int TimeslotOf(int channel) {
-  return channel == -1 ? -1 : channel & 0xFF;
-}
-
-SPriEvent FromRing(const pri_event_ring& ring) {
-  SPriEvent out;
-  out.call = ring.call;
-  out.timeslot = TimeslotOf(ring.channel);
-  out.calling = ring.callingnum;
-  out.called = ring.callednum;
-  return out;
-}
-
-SPriEvent FromHangup(const pri_event_hangup& hangup) {
-  SPriEvent out;
-  out.call = hangup.call;
-  out.timeslot = TimeslotOf(hangup.channel);
-  out.cause = hangup.cause;
-  return out;
-}
-
-template <typename T>
-SPriEvent FromCall(const T& source) {
-  SPriEvent out;
-  out.call = source.call;
-  out.timeslot = TimeslotOf(source.channel);
-  return out;
-}
-
-SPriEvent Translate(const pri_event& source) {
-  switch (source.e) {
-    case PRI_EVENT_RING:
-    case PRI_EVENT_INFO_RECEIVED:
-      return FromRing(source.ring);
-    case PRI_EVENT_HANGUP:
-    case PRI_EVENT_HANGUP_REQ:
-    case PRI_EVENT_HANGUP_ACK:
-      return FromHangup(source.hangup);
-    case PRI_EVENT_RINGING:
-      return FromCall(source.ringing);
-    case PRI_EVENT_ANSWER:
-      return FromCall(source.answer);
-    case PRI_EVENT_PROCEEDING:
-    case PRI_EVENT_PROGRESS:
-      return FromCall(source.proceeding);
-    case PRI_EVENT_SETUP_ACK:
-      return FromCall(source.setup_ack);
-    case PRI_EVENT_CONNECT_ACK:
-      return FromCall(source.connect_ack);
-    case PRI_EVENT_KEYPAD_DIGIT: {
-      SPriEvent out = FromCall(source.digit);
-      out.digits = source.digit.digits;
-      return out;
-    }
-    case PRI_EVENT_RESTART: {
-      SPriEvent out;
-      out.timeslot = TimeslotOf(source.restart.channel);
-      return out;
-    }
-    case PRI_EVENT_RESTART_ACK: {
-      SPriEvent out;
-      out.timeslot = TimeslotOf(source.restartack.channel);
-      return out;
-    }
-    default:
-      return {};
-  }
-}
-
-std::optional<SPriEvent> Take(const pri_event* source) {
-  if (source == nullptr) {
-    return std::nullopt;
-  }
-  SPriEvent out = Translate(*source);
-  out.code = source->e;
-  return out;
 }
 
 }  // namespace
@@ -201,8 +124,8 @@ void CPriPeer::Receive(ByteView frame) {
     if (controller == nullptr) {
       return;
     }
-    result =
-        Take(q921_receive(controller, reinterpret_cast<q921_h*>(buffer.data()), static_cast<int>(frame.size() + 2)));
+    result = FromLibpri(
+        q921_receive(controller, reinterpret_cast<q921_h*>(buffer.data()), static_cast<int>(frame.size() + 2)));
   }
   if (result) {
     event(*result);
@@ -214,7 +137,7 @@ void CPriPeer::RunTimers() {
     std::optional<SPriEvent> result;
     {
       const std::lock_guard guard(LibpriLock());
-      result = controller == nullptr ? std::nullopt : Take(pri_schedule_run(controller));
+      result = controller == nullptr ? std::nullopt : FromLibpri(pri_schedule_run(controller));
     }
     if (!result) {
       return;

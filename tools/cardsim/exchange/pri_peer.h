@@ -6,22 +6,11 @@
 
 #include "cardsim/base/bytes.h"
 #include "cardsim/base/config.h"
+#include "cardsim/exchange/pri_event.h"
 
 struct pri;
-struct q931_call;
 
 namespace cardsim {
-
-// One event of the controller in plain terms. `call` identifies a call until it is cleared.
-struct SPriEvent {
-  int code = 0;  // PRI_EVENT_*
-  q931_call* call = nullptr;
-  int timeslot = -1;  // -1: none named
-  int cause = 0;
-  std::string calling;
-  std::string called;
-  std::string digits;
-};
 
 // What a SETUP carries.
 struct SSetup {

@@ -12,10 +12,6 @@ constexpr int kCauseNoCircuit = 34;
 constexpr int kCauseTemporaryFailure = 41;
 constexpr int kCauseChannelUnavailable = 44;
 
-bool IsVoiceTimeslot(int timeslot) {
-  return timeslot > 0 && timeslot < kTimeslots && timeslot != kSignallingTimeslot;
-}
-
 }  // namespace
 
 CTrunkCalls::CTrunkCalls(int cardIndex, int trunkIndex, CReactor& signallingReactor, CAudioPort& audioPort,
@@ -35,7 +31,7 @@ Call CTrunkCalls::Place(SCallRequest request) {
 }
 
 void CTrunkCalls::Send(const Call& call, const SCallRequest& request) {
-  const int timeslot = request.timeslot == SCallRequest::kAutoTimeslot ? IdleTimeslot() : request.timeslot;
+  const int timeslot = request.timeslot == SCallRequest::kAutoTimeslot ? timeslots.FirstIdle() : request.timeslot;
   const bool named = timeslot != SCallRequest::kAnyChannel;
   call->farEnd = request.farEnd;
   if (timeslot == 0 && request.timeslot == SCallRequest::kAutoTimeslot) {
@@ -83,6 +79,10 @@ void CTrunkCalls::OnEvent(const SPriEvent& event) {
   if (call->Timeslot() < 0 && IsVoiceTimeslot(event.timeslot) && TakeTimeslot(call, event.timeslot)) {
     OpenAudio(call, EAudioFrom::kSetup);
   }
+  Follow(call, event);
+}
+
+void CTrunkCalls::Follow(const Call& call, const SPriEvent& event) {
   switch (event.code) {
     case PRI_EVENT_SETUP_ACK:
       call->Step(ESimCallState::kSetupAck);
@@ -122,7 +122,7 @@ void CTrunkCalls::OnRing(const SPriEvent& event) {
   call->SetNumbers(event.calling, event.called);
   calls[event.call] = call;
   call->Step(ESimCallState::kSetup);
-  const int timeslot = event.timeslot < 0 ? IdleTimeslot() : event.timeslot;
+  const int timeslot = event.timeslot < 0 ? timeslots.FirstIdle() : event.timeslot;
   if (!IsVoiceTimeslot(timeslot) || !TakeTimeslot(call, timeslot)) {
     handlers.arrived(call);
     Disconnect(call, kCauseChannelUnavailable);
@@ -227,12 +227,7 @@ void CTrunkCalls::End(const Call& call) {
   CloseAudio(call);
   calls.erase(call->handle);
   call->handle = nullptr;
-  for (std::size_t timeslot = 0; timeslot < slots.size(); ++timeslot) {
-    if (slots[timeslot] == call) {
-      slots[timeslot].reset();
-      busy &= ~(1U << timeslot);
-    }
-  }
+  timeslots.Free(call);
   call->Step(ESimCallState::kEnded);
   handlers.ended(call);
 }
@@ -297,27 +292,11 @@ void CTrunkCalls::Later(const Call& call, std::chrono::milliseconds delay, Actio
 }
 
 bool CTrunkCalls::TakeTimeslot(const Call& call, int timeslot) {
-  Call& slot = slots[static_cast<std::size_t>(timeslot)];
-  if (slot != nullptr && slot != call) {
+  if (!timeslots.Occupy(timeslot, call)) {
     return false;
   }
-  slot = call;
-  busy |= 1U << timeslot;
   call->SetTimeslot(timeslot);
   return true;
-}
-
-bool CTrunkCalls::IsIdle(int timeslot) const {
-  return IsVoiceTimeslot(timeslot) && ((busy.load() >> timeslot) & 1) == 0;
-}
-
-int CTrunkCalls::IdleTimeslot() const {
-  for (int timeslot = 1; timeslot < kTimeslots; ++timeslot) {
-    if (IsIdle(timeslot)) {
-      return timeslot;
-    }
-  }
-  return 0;
 }
 
 void CTrunkCalls::OpenAudio(const Call& call, EAudioFrom point) {

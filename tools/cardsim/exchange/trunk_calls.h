@@ -1,7 +1,5 @@
 #pragma once
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -11,6 +9,7 @@
 #include "cardsim/base/reactor.h"
 #include "cardsim/exchange/call.h"
 #include "cardsim/exchange/pri_peer.h"
+#include "cardsim/exchange/timeslots.h"
 
 namespace cardsim {
 
@@ -32,7 +31,7 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   Call Place(SCallRequest request);
   void OnEvent(const SPriEvent& event);
   // Any thread: a voice timeslot without a call, as of now.
-  bool IsIdle(int timeslot) const;
+  bool IsIdle(int timeslot) const { return timeslots.IsIdle(timeslot); }
   // The calls that have not ended. Signalling thread only.
   std::size_t Count() const { return calls.size(); }
   // Every call is lost; nothing is sent.
@@ -49,6 +48,7 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
 
   void Send(const Call& call, const SCallRequest& request);
   void OnRing(const SPriEvent& event);
+  void Follow(const Call& call, const SPriEvent& event);
   void OnConnected(const Call& call);
   void OnCleared(const Call& call, const SPriEvent& event);
   void FollowPlan(const Call& call, const SAnswerPlan& plan);
@@ -59,7 +59,6 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   void End(const Call& call);
 
   bool TakeTimeslot(const Call& call, int timeslot);
-  int IdleTimeslot() const;
   void OpenAudio(const Call& call, EAudioFrom point);
   void CloseAudio(const Call& call);
   Call Find(q931_call* handle) const;
@@ -71,8 +70,7 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   CPriPeer& peer;
   const SHandlers handlers;
   std::map<q931_call*, Call> calls;
-  std::array<Call, kTimeslots> slots;
-  std::atomic<std::uint32_t> busy{0};  // one bit for each entry of slots that is taken
+  CTimeslots timeslots;
 };
 
 }  // namespace cardsim

@@ -66,15 +66,7 @@ void AddAnswerOptions(CLI::App& app, SOptions& options) {
   app.add_option("--refuse", options.refuse, "clear them with this cause")->check(CLI::Range(1, 127))->group(group);
 }
 
-void AddFarEndOptions(CLI::App& app, SOptions& options) {
-  const std::string group = "The far end of every call";
-  app.add_option("--hold", options.hold, "ms after which the far end hangs up; without it the library has to")
-      ->check(CLI::NonNegativeNumber)
-      ->group(group);
-  app.add_option("--cause", options.cause, "cause with which the far end hangs up")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 127))
-      ->group(group);
+void AddDigitOptions(CLI::App& app, SOptions& options, const std::string& group) {
   app.add_option("--digits", options.digits, "DTMF digits it sends once connected")->group(group);
   app.add_option("--digit-on", options.digitSignal.onMs, "ms of each digit's tone")
       ->capture_default_str()
@@ -97,6 +89,18 @@ void AddFarEndOptions(CLI::App& app, SOptions& options) {
   app.add_option("--digit-noise", options.digitSignal.noise, "dBm0 of white noise under the digits")
       ->check(CLI::Range(-70.0, 0.0))
       ->group(group);
+}
+
+void AddFarEndOptions(CLI::App& app, SOptions& options) {
+  const std::string group = "The far end of every call";
+  app.add_option("--hold", options.hold, "ms after which the far end hangs up; without it the library has to")
+      ->check(CLI::NonNegativeNumber)
+      ->group(group);
+  app.add_option("--cause", options.cause, "cause with which the far end hangs up")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 127))
+      ->group(group);
+  AddDigitOptions(app, options, group);
   app.add_option("--tone", options.tone, "frequencies in Hz of a tone that it sends, for ever, after digits and file")
       ->delimiter(',')
       ->check(CLI::Range(1.0, 3999.0))

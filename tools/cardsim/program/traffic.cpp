@@ -31,33 +31,7 @@ std::shared_ptr<const Bytes> SoundOf(const SOptions& options) {
   return sound.empty() ? nullptr : std::make_shared<const Bytes>(std::move(sound));
 }
 
-double MsBetween(const std::vector<SCallStep>& steps, ESimCallState from, ESimCallState to) {
-  const auto find = [&](ESimCallState state) {
-    return std::find_if(steps.begin(), steps.end(), [&](const SCallStep& step) { return step.state == state; });
-  };
-  const auto first = find(from);
-  const auto second = find(to);
-  if (first == steps.end() || second == steps.end()) {
-    return -1;
-  }
-  return std::chrono::duration<double, std::milli>(second->time - first->time).count();
-}
-
 }  // namespace
-
-std::string ClearedByName(EClearedBy by) {
-  switch (by) {
-    case EClearedBy::kLibrary:
-      return "library";
-    case EClearedBy::kNetwork:
-      return "network";
-    case EClearedBy::kLost:
-      return "lost";
-    case EClearedBy::kNobody:
-      break;
-  }
-  return "nobody";
-}
 
 CTraffic::CTraffic(CSimulator& simulator, const SOptions& programOptions)
     : sim(simulator),
@@ -236,20 +210,8 @@ void CTraffic::TakeEnded() {
 }
 
 void CTraffic::Record(const Call& call) {
-  SCallRecord record;
-  const std::vector<SCallStep> steps = call->Steps();
+  SCallRecord record = RecordOf(*call);
   record.number = records.size() + 1;
-  record.card = call->card;
-  record.trunk = call->trunk;
-  record.timeslot = call->Timeslot();
-  record.fromLibrary = call->direction == ECallDirection::kFromLibrary;
-  record.calling = call->Calling();
-  record.called = call->Called();
-  record.connected = call->Reached(ESimCallState::kConnected);
-  record.setupMs = MsBetween(steps, ESimCallState::kSetup, ESimCallState::kConnected);
-  record.durationMs = std::max(0.0, MsBetween(steps, ESimCallState::kConnected, ESimCallState::kEnded));
-  record.cause = call->Cause();
-  record.clearedBy = call->ClearedBy();
   const Bytes heard = call->Recorded();
   record.recordedBytes = heard.size();
   if (!options.record.empty() && record.connected) {
@@ -261,11 +223,7 @@ void CTraffic::Record(const Call& call) {
   sums.connected += record.connected ? 1 : 0;
   ++sums.causes[record.cause];
   if (options.verbose) {
-    std::printf("call %llu: card %d trunk %d timeslot %d %s %s -> %s, %s, cause %d by %s\n",
-                static_cast<unsigned long long>(record.number), record.card + 1, record.trunk + 1, record.timeslot,
-                record.fromLibrary ? "from the library" : "to the library", record.calling.c_str(),
-                record.called.c_str(), record.connected ? "connected" : "not connected", record.cause,
-                ClearedByName(record.clearedBy).c_str());
+    std::printf("%s\n", LineOf(record).c_str());
     std::fflush(stdout);
   }
   records.push_back(std::move(record));

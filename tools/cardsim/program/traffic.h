@@ -10,27 +10,10 @@
 #include <vector>
 
 #include "cardsim/card/simulator.h"
+#include "cardsim/program/call_record.h"
 #include "cardsim/program/options.h"
 
 namespace cardsim {
-
-// One call as the report tells it.
-struct SCallRecord {
-  std::uint64_t number = 0;  // in the order of ending, from 1
-  int card = 0;
-  int trunk = 0;
-  int timeslot = -1;
-  bool fromLibrary = false;
-  std::string calling;
-  std::string called;
-  bool connected = false;
-  double setupMs = -1;    // SETUP to connected
-  double durationMs = 0;  // connected to the begin of clearing
-  int cause = 0;
-  EClearedBy clearedBy = EClearedBy::kNobody;
-  std::size_t recordedBytes = 0;
-  std::string file;
-};
 
 struct SCallTotals {
   std::uint64_t offered = 0;
@@ -114,7 +97,5 @@ class CTraffic {
   std::vector<Call> ended;  // guarded by lock
   std::vector<Call> taken;  // guarded by lock; calls from the library under way
 };
-
-std::string ClearedByName(EClearedBy by);
 
 }  // namespace cardsim

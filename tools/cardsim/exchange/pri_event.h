@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+struct q931_call;
+
+namespace cardsim {
+
+// One event of the controller in plain terms. `call` identifies a call until it is cleared.
+struct SPriEvent {
+  int code = 0;  // PRI_EVENT_*
+  q931_call* call = nullptr;
+  int timeslot = -1;  // -1: none named
+  int cause = 0;
+  std::string calling;
+  std::string called;
+  std::string digits;
+};
+
+}  // namespace cardsim
