@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "support/eventually.h"
+
 namespace support {
 
 std::atomic<CApplication*> CApplication::current{nullptr};
@@ -99,25 +101,16 @@ void CApplication::SetOnRecord(std::function<void(uint32_t channel, const uint8_
 }
 
 bool CApplication::WaitAllReady(std::chrono::milliseconds timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  std::unique_lock<std::mutex> guard(lock);
-  while (true) {
-    guard.unlock();
-    int32_t ready = 0;
-    const int32_t count = zelk.GetChannelCount();
-    for (int32_t channel = 0; channel < count; ++channel) {
-      ready += zelk.GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) == ZELK_CHANNEL_READY ? 1 : 0;
-    }
-    guard.lock();
-    if (ready == count) {
-      return true;
-    }
-    if (changed.wait_until(guard, std::min(deadline, std::chrono::steady_clock::now() +
-                                                         std::chrono::milliseconds(50))) == std::cv_status::timeout &&
-        std::chrono::steady_clock::now() >= deadline) {
-      return false;
-    }
-  }
+  return Eventually(
+      [this] {
+        const int32_t count = zelk.GetChannelCount();
+        int32_t ready = 0;
+        for (int32_t channel = 0; channel < count; ++channel) {
+          ready += zelk.GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) == ZELK_CHANNEL_READY ? 1 : 0;
+        }
+        return ready == count;
+      },
+      timeout, std::chrono::milliseconds(20));
 }
 
 bool CApplication::WaitEvent(int32_t channel, uint32_t code, std::chrono::milliseconds timeout, size_t count,

@@ -5,18 +5,23 @@
 
 namespace support {
 
-constexpr std::chrono::seconds kGenerous{10};  // a bound for what happens at once, on a loaded machine
+// The only sleep of the tests: for those where passing time itself is what is tried, and for Eventually. What a test waits
+// for otherwise has an event, or Eventually finds it.
+template <class Rep, class Period>
+void LetPass(std::chrono::duration<Rep, Period> time) {
+  std::this_thread::sleep_for(time);
+}
 
-// True as soon as the condition holds; false when it has not held within the bound. For what cannot be waited for:
-// files, processes, counters without an event. The condition is asked once a millisecond.
+// Looks again and again for what has no event of its own; false when it has not come within the bound.
 template <class Condition>
-bool Eventually(Condition condition, std::chrono::milliseconds bound = kGenerous) {
-  const auto deadline = std::chrono::steady_clock::now() + bound;
+bool Eventually(Condition condition, std::chrono::milliseconds bound = std::chrono::seconds(10),
+                std::chrono::milliseconds betweenLooks = std::chrono::milliseconds(2)) {
+  const auto end = std::chrono::steady_clock::now() + bound;
   while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
+    if (std::chrono::steady_clock::now() >= end) {
       return false;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    LetPass(betweenLooks);
   }
   return true;
 }

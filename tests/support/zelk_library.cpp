@@ -7,7 +7,8 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
+
+#include "support/eventually.h"
 
 namespace support {
 
@@ -90,15 +91,10 @@ std::string CZelkLibrary::LogText() const {
 }
 
 bool CZelkLibrary::WaitLog(const std::string& text, int timeoutMs) const {
-  // A file cannot be waited for portably: look again until the limit.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  while (LogText().find(text) == std::string::npos) {
-    if (std::chrono::steady_clock::now() >= deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
+  // A file cannot be waited for portably. It may be long: not too often.
+  constexpr std::chrono::milliseconds kBetweenLooks{20};
+  return Eventually([&] { return LogText().find(text) != std::string::npos; }, std::chrono::milliseconds(timeoutMs),
+                    kBetweenLooks);
 }
 
 void CZelkLibrary::WriteIni(const std::string& text) const {

@@ -14,6 +14,7 @@
 #include "runtime/paths.h"
 #include "support/discovery_responder.h"
 #include "support/fake_card.h"
+#include "support/eventually.h"
 
 namespace zelk::test {
 namespace {
@@ -24,17 +25,6 @@ void ZELK_CALL CountUp(int32_t, uint32_t event, int32_t param) {
   if (event == EVENT_CHANNEL_STATE && param == 1) {
     ++channelsUp;
   }
-}
-
-bool WaitFor(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() >= end) {
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
 }
 
 // Cards at 127.0.0.2 and up; a trunk count of 0 stands for a card that answers the probe and takes no connection.
@@ -178,7 +168,7 @@ TEST_F(CLibraryTest, EveryInitAfterAShutdownReportsTheTrunksThatComeUp) {
   for (int round = 1; round <= 3; ++round) {
     channelsUp = 0;
     ASSERT_TRUE(library.Init());
-    EXPECT_TRUE(WaitFor([] { return channelsUp == 60; })) << round << ": " << channelsUp;
+    EXPECT_TRUE(support::Eventually([] { return channelsUp == 60; })) << round << ": " << channelsUp;
     EXPECT_STREQ(GetInfo(*Channel(59), "CHANNELSTATE", 60), "READY");
     library.Shutdown();
   }
@@ -189,7 +179,7 @@ TEST_F(CLibraryTest, TrunksOfTheSecondCardStandBehindThoseOfTheFirst) {
   ApplicationEvents().SetEventCallback(&CountUp);
   ASSERT_TRUE(library.Init());
   // Counted as the first trunk of all, or as card number 1, it would bring up other channels or none.
-  EXPECT_TRUE(WaitFor([] { return channelsUp == 90; })) << channelsUp;
+  EXPECT_TRUE(support::Eventually([] { return channelsUp == 90; })) << channelsUp;
   EXPECT_EQ(Channel(60)->linkState, 1);
   EXPECT_EQ(Channel(89)->linkState, 1);
 }
@@ -200,7 +190,8 @@ TEST_F(CLibraryTest, LinesAreWrittenAfterAShutdownToo) {
   library.Shutdown();
   LogLine("after the shut-down", kGeneralLine);
   // Nobody starts or stops the log meanwhile.
-  EXPECT_TRUE(WaitFor([&] { return FileFrom(start).find("  G :after the shut-down\r\n") != std::string::npos; }));
+  EXPECT_TRUE(
+      support::Eventually([&] { return FileFrom(start).find("  G :after the shut-down\r\n") != std::string::npos; }));
 }
 
 TEST_F(CLibraryTest, InitAndShutdownOnSeveralThreadsTakeTurns) {

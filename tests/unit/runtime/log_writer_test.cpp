@@ -15,6 +15,7 @@
 namespace zelk {
 namespace {
 
+// The file is the only thing the writer shows.
 using support::Eventually;
 
 bool Contains(const std::string& path, const std::string& text) {

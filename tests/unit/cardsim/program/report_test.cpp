@@ -8,11 +8,12 @@
 #include <stdexcept>
 
 #include "mini_library.h"
+#include "support/eventually.h"
 
 namespace cardsim::test {
 namespace {
 
-class ReportTest : public testing::Test {
+class Report : public testing::Test {
  protected:
   // One call that the network clears with cause 28, then the end.
   void SetUp() override {
@@ -27,12 +28,10 @@ class ReportTest : public testing::Test {
     sim.Start();
     CMiniLibrary library(sim.Card(0).Address());
     library.SetUp();
-    const auto end = std::chrono::steady_clock::now() + 10s;
-    while (!traffic->IsDone() && std::chrono::steady_clock::now() < end) {
+    ASSERT_TRUE(support::Eventually([this] {
       traffic->Turn(std::chrono::steady_clock::now());
-      std::this_thread::sleep_for(2ms);
-    }
-    ASSERT_TRUE(traffic->IsDone());
+      return traffic->IsDone();
+    }));
     status = StatusText(sim, *traffic);
     sim.Stop();
   }
@@ -43,7 +42,7 @@ class ReportTest : public testing::Test {
   std::string status;
 };
 
-TEST_F(ReportTest, JsonHasTheTotalsEachCardAndEachCall) {
+TEST_F(Report, JsonHasTheTotalsEachCardAndEachCall) {
   const auto report = nlohmann::json::parse(ReportJson(sim, *traffic, 1.5));
   EXPECT_EQ(report["seconds"], 1.5);
   EXPECT_EQ(report["totals"]["offered"], 1);
@@ -73,7 +72,7 @@ TEST_F(ReportTest, JsonHasTheTotalsEachCardAndEachCall) {
   EXPECT_FALSE(call.contains("file"));
 }
 
-TEST_F(ReportTest, SummaryAndStatusAreLinesForAPerson) {
+TEST_F(Report, SummaryAndStatusAreLinesForAPerson) {
   const std::string summary = SummaryText(sim, *traffic, 1.5);
   EXPECT_NE(summary.find("Summary after 1.5 s\ncard 1 (127.0.1.1, serial 100001, 1 trunks): connections 1\n"),
             std::string::npos)
@@ -86,7 +85,7 @@ TEST_F(ReportTest, SummaryAndStatusAreLinesForAPerson) {
   EXPECT_NE(status.find("trunks up 1/3, calls now 0, offered 1, ended 1 (connected 1)"), std::string::npos) << status;
 }
 
-TEST_F(ReportTest, IsWrittenWholeOrRefusedByItsName) {
+TEST_F(Report, IsWrittenWholeOrRefusedByItsName) {
   const auto path = std::filesystem::temp_directory_path() / "zelk-report-test.json";
   WriteReport(path.string(), "{}");
   std::ifstream file(path);

@@ -4,15 +4,15 @@
 
 #include <filesystem>
 #include <stdexcept>
-#include <thread>
 
 #include "cardsim/audio/wav_file.h"
 #include "mini_library.h"
+#include "support/eventually.h"
 
 namespace cardsim::test {
 namespace {
 
-class TrafficTest : public testing::Test {
+class Traffic : public testing::Test {
  protected:
   void SetUp() override {
     folder = std::filesystem::temp_directory_path() /
@@ -23,21 +23,16 @@ class TrafficTest : public testing::Test {
 
   // Runs the program's loop until the condition holds.
   bool TurnUntil(CTraffic& traffic, const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > end) {
-        return false;
-      }
+    return support::Eventually([&] {
       traffic.Turn(std::chrono::steady_clock::now());
-      std::this_thread::sleep_for(2ms);
-    }
-    return true;
+      return condition();
+    });
   }
 
   std::filesystem::path folder;
 };
 
-TEST_F(TrafficTest, OffersItsCallsTakesTheirEndsInAndIsDone) {
+TEST_F(Traffic, OffersItsCallsTakesTheirEndsInAndIsDone) {
   CSimulator sim(SSimulatorConfig::WithTrunks({1}));
   SOptions options;
   options.callsPerSecond = 50;
@@ -69,7 +64,7 @@ TEST_F(TrafficTest, OffersItsCallsTakesTheirEndsInAndIsDone) {
   }
 }
 
-TEST_F(TrafficTest, NeverMoreCallsThanAllowedAndFinishClearsWhatIsLeft) {
+TEST_F(Traffic, NeverMoreCallsThanAllowedAndFinishClearsWhatIsLeft) {
   CSimulator sim(SSimulatorConfig::WithTrunks({1}));
   SOptions options;
   options.callsPerSecond = 100;
@@ -90,7 +85,7 @@ TEST_F(TrafficTest, NeverMoreCallsThanAllowedAndFinishClearsWhatIsLeft) {
   EXPECT_EQ(traffic.Sum().ended, 2U);
 }
 
-TEST_F(TrafficTest, CallsThatNobodyAnswersAreInVainAndACallOfTheLibraryIsNoneOfThem) {
+TEST_F(Traffic, CallsThatNobodyAnswersAreInVain) {
   CSimulator sim(SSimulatorConfig::WithTrunks({1}));
   SOptions options;
   options.callsPerSecond = 100;
@@ -114,12 +109,12 @@ TEST_F(TrafficTest, CallsThatNobodyAnswersAreInVainAndACallOfTheLibraryIsNoneOfT
   EXPECT_TRUE(traffic.IsInVain());
 }
 
-TEST_F(TrafficTest, WithoutCallsAskedForNothingIsInVain) {
+TEST_F(Traffic, WithoutCallsAskedForNothingIsInVain) {
   CSimulator sim(SSimulatorConfig::WithTrunks({1}));
   EXPECT_FALSE(CTraffic(sim, SOptions{}).IsInVain());
 }
 
-TEST_F(TrafficTest, RefusesCallsOfTheLibraryWithTheCauseAskedFor) {
+TEST_F(Traffic, RefusesCallsOfTheLibraryWithTheCauseAskedFor) {
   CSimulator sim(SSimulatorConfig::WithTrunks({1}));
   SOptions options;
   options.refuse = 17;
@@ -136,7 +131,7 @@ TEST_F(TrafficTest, RefusesCallsOfTheLibraryWithTheCauseAskedFor) {
   EXPECT_FALSE(traffic.Records()[0].connected);
 }
 
-TEST_F(TrafficTest, EveryTimeslotsSoundIsWrittenWhenAskedFor) {
+TEST_F(Traffic, EveryTimeslotsSoundIsWrittenWhenAskedFor) {
   CSimulator sim(SSimulatorConfig::WithTrunks({2}));
   SOptions options;
   options.recordLines = (folder / "lines").string();
@@ -157,7 +152,7 @@ TEST_F(TrafficTest, EveryTimeslotsSoundIsWrittenWhenAskedFor) {
   EXPECT_EQ(files, 64U);
 }
 
-TEST_F(TrafficTest, FaultsAndPausesOfTheOptionsReachTheLine) {
+TEST_F(Traffic, FaultsAndPausesOfTheOptionsReachTheLine) {
   CSimulator sim(SSimulatorConfig::WithTrunks({1}));
   SOptions options;
   options.faults.loss = 50;
@@ -171,7 +166,7 @@ TEST_F(TrafficTest, FaultsAndPausesOfTheOptionsReachTheLine) {
   EXPECT_LT(sim.Card(0).Audio().Statistics().packetsSent, sim.Card(0).Audio().FramesSent() / 45);
 }
 
-TEST_F(TrafficTest, FilesAndDigitsThatCannotBeUsedAreRefusedAtTheStart) {
+TEST_F(Traffic, FilesAndDigitsThatCannotBeUsedAreRefusedAtTheStart) {
   SOptions digits;
   digits.digits = "12x";
   CSimulator first(SSimulatorConfig::WithTrunks({1}));
