@@ -27,8 +27,8 @@ enum class EAsk : uint8_t {
 constexpr int32_t kPassAll = -1;
 constexpr int32_t kPassNone = -2;
 
-// A request or its reply: values one behind the other, taken out in the order they were put in.
-// Integers and doubles are eight bytes; a piece of memory is its length and its bytes with a zero behind them.
+// A request or its reply: values one after the other, taken out in the order they were put in.
+// Integers and doubles are eight bytes; a piece of memory is its length and its bytes with a zero after them.
 class CMessage {
  public:
   explicit CMessage(EAsk what = EAsk::Init, bool answers = false) : ask(what), isReply(answers) {}

@@ -6,9 +6,9 @@ namespace {
 using cardsim::Bytes;
 using cardsim::Call;
 
-class CAnnouncements : public CSystemTest {
+class Announcements : public CSystemTest {
  protected:
-  // An announcement of so many bytes that carries the serial number as far as it goes.
+  // An announcement of a given length that carries the serial number as far as it goes.
   static Bytes Announcement(uint32_t serial, size_t length = 22, uint8_t version = 1,
                             const std::string& head = "ZELK B") {
     Bytes datagram(head.begin(), head.end());
@@ -40,7 +40,7 @@ class CAnnouncements : public CSystemTest {
   }
 };
 
-TEST_F(CAnnouncements, of_an_open_card_closes_and_reopens_it_with_two_lines) {
+TEST_F(Announcements, of_an_open_card_closes_and_reopens_it_with_two_lines) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   Card().Announce();
   ASSERT_TRUE(Card().Seen().WaitConnections(2, kSoon));
@@ -55,12 +55,12 @@ TEST_F(CAnnouncements, of_an_open_card_closes_and_reopens_it_with_two_lines) {
   ExpectACallIsTaken();
 }
 
-TEST_F(CAnnouncements, at_level_3_reopen_without_a_line) {
+TEST_F(Announcements, at_level_3_reopen_without_a_line) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=3\n"));
   ASSERT_NO_FATAL_FAILURE(ReopenByAnnouncement());
   ASSERT_TRUE(app->WaitAllReady(kSlow));
   app->zelk.Shutdown();
-  // A line that is always written comes behind all that was logged before it.
+  // A line that is always written comes after all that was logged before it.
   app->zelk.WriteIni("[Debug]\nLevel=2\n");
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   ASSERT_TRUE(app->zelk.WaitLog("DCHANNEL UP"));
@@ -69,7 +69,7 @@ TEST_F(CAnnouncements, at_level_3_reopen_without_a_line) {
   EXPECT_EQ(CountInLog("DCHANNEL UP"), 1U);
 }
 
-TEST_F(CAnnouncements, of_unknown_serial_numbers_other_versions_and_foreign_datagrams_are_ignored) {
+TEST_F(Announcements, of_other_cards_other_versions_and_others_are_ignored) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   const uint32_t serial = Card().Serial();
   Card().Broadcast(Announcement(serial + 1));
@@ -86,7 +86,7 @@ TEST_F(CAnnouncements, of_unknown_serial_numbers_other_versions_and_foreign_data
   EXPECT_EQ(Card().Seen().Connections(), 2);
 }
 
-TEST_F(CAnnouncements, of_15_to_21_bytes_are_read_with_what_the_one_before_left) {
+TEST_F(Announcements, of_15_to_21_bytes_are_completed_by_the_one_before) {
   ASSERT_NO_FATAL_FAILURE(Start({1, 1}));
   const uint32_t serial = Card(0).Serial();
   // Nothing has come before: the missing bytes are 0, the serial number is not the card's.
@@ -102,7 +102,7 @@ TEST_F(CAnnouncements, of_15_to_21_bytes_are_read_with_what_the_one_before_left)
   ASSERT_TRUE(Card(0).Seen().WaitConnections(2, kSoon));
 }
 
-TEST_F(CAnnouncements, from_a_new_address_lead_to_that_address_and_the_next_one_back) {
+TEST_F(Announcements, from_a_new_address_lead_there_and_the_next_one_back) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   for (const char* address : {"127.0.1.77", "127.0.1.1"}) {
     const int connections = Card().Seen().Connections();
@@ -115,7 +115,7 @@ TEST_F(CAnnouncements, from_a_new_address_lead_to_that_address_and_the_next_one_
   }
 }
 
-TEST_F(CAnnouncements, bring_back_a_card_that_was_lost) {
+TEST_F(Announcements, bring_back_a_card_that_was_lost) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   app->Forget();
   Card().SetControlSilent(true);
@@ -126,15 +126,12 @@ TEST_F(CAnnouncements, bring_back_a_card_that_was_lost) {
   ExpectACallIsTaken();
 }
 
-TEST_F(CAnnouncements, of_a_card_that_cannot_be_opened_are_tried_anew_each_time) {
+TEST_F(Announcements, of_a_card_that_cannot_be_opened_are_tried_each_time) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   Card().SetListening(false);
   for (size_t failures = 1; failures <= 2; ++failures) {
     Card().Announce();
-    const auto deadline = std::chrono::steady_clock::now() + kSoon;
-    while (CountInLog("Card reopen has failed") < failures && std::chrono::steady_clock::now() < deadline) {
-      app->zelk.WaitLog("Card reopen has failed");
-    }
+    support::Eventually([&] { return CountInLog("Card reopen has failed") >= failures; }, kSoon);
     ASSERT_EQ(CountInLog("Card reopen has failed"), failures) << app->zelk.LogText();
   }
   EXPECT_EQ(app->Text(0, ZELK_INFO_SERIALNO), "100001");
@@ -146,7 +143,7 @@ TEST_F(CAnnouncements, of_a_card_that_cannot_be_opened_are_tried_anew_each_time)
   ExpectACallIsTaken();
 }
 
-TEST_F(CAnnouncements, with_bad_information_fail_and_the_serial_number_is_kept) {
+TEST_F(Announcements, with_bad_information_fail_and_the_serial_number_is_kept) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   Bytes bad{0xFF, 0x01};
   bad.resize(24, 'x');
@@ -158,7 +155,7 @@ TEST_F(CAnnouncements, with_bad_information_fail_and_the_serial_number_is_kept) 
   ASSERT_TRUE(app->zelk.WaitLog("Card reopen has Succeeded", 20000)) << app->zelk.LogText();
 }
 
-TEST_F(CAnnouncements, of_a_card_that_could_not_be_opened_at_the_start_are_ignored) {
+TEST_F(Announcements, of_a_card_that_failed_at_the_start_are_ignored) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1, 1}));
   sim->Start();
   Card(1).SetListening(false);
@@ -173,7 +170,7 @@ TEST_F(CAnnouncements, of_a_card_that_could_not_be_opened_at_the_start_are_ignor
   EXPECT_EQ(CountInLog("Broadcast from Card"), 1U) << app->zelk.LogText();
 }
 
-TEST_F(CAnnouncements, reopen_every_card_of_the_serial_number) {
+TEST_F(Announcements, reopen_every_card_of_the_serial_number) {
   cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks({1, 1, 1});
   config.cards[1].identity.serial = config.cards[0].identity.serial;
   ASSERT_NO_FATAL_FAILURE(Start(config));
@@ -189,7 +186,7 @@ TEST_F(CAnnouncements, reopen_every_card_of_the_serial_number) {
   EXPECT_EQ(CountInLog("Broadcast from Card serial no 100001\r\n"), 2U) << app->zelk.LogText();
 }
 
-TEST_F(CAnnouncements, may_come_in_a_burst) {
+TEST_F(Announcements, may_come_in_a_burst) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   constexpr int kBurst = 5;
   for (int i = 0; i < kBurst; ++i) {

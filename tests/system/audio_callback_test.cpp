@@ -13,7 +13,7 @@ using cardsim::Bytes;
 using cardsim::Recorder;
 
 // Opened once; what waits for it comes through, then and later.
-class CGate {
+class CLatch {
  public:
   void Open() {
     const std::lock_guard<std::mutex> held(lock);
@@ -31,7 +31,7 @@ class CGate {
   bool isOpen = false;
 };
 
-class CAudioCallback : public CSystemTest {
+class AudioCallback : public CSystemTest {
  protected:
   // The cards and the application, which is not yet started: its callbacks are set first.
   void Prepare(const std::vector<int>& trunksOfCards, const std::string& ini = {}) {
@@ -50,7 +50,7 @@ class CAudioCallback : public CSystemTest {
 };
 
 // The play is heard in the block that the callback gets; stopped, that block is the callback's alone.
-TEST_F(CAudioCallback, a_stop_inside_the_play_callback_leaves_what_it_writes_then_whole) {
+TEST_F(AudioCallback, a_stop_in_the_play_callback_leaves_its_own_sound_whole) {
   Prepare({1});
   const Bytes written = Pattern(ZELK_BLOCK_BYTES, 3);
   std::atomic<bool> isStopped{false};
@@ -73,7 +73,8 @@ TEST_F(CAudioCallback, a_stop_inside_the_play_callback_leaves_what_it_writes_the
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);
 }
 
-TEST_F(CAudioCallback, a_play_queued_behind_a_stop_inside_the_play_callback_goes_out_whole_with_its_event) {
+// A play queued after a stop inside the play callback goes out whole with its event.
+TEST_F(AudioCallback, a_play_after_a_stop_in_it_is_whole_with_its_event) {
   Prepare({1});
   const Bytes next = Pattern(1000, 4);
   std::atomic<bool> isStopped{false};
@@ -95,10 +96,10 @@ TEST_F(CAudioCallback, a_play_queued_behind_a_stop_inside_the_play_callback_goes
 
 // The callback comes back when the card has been closed without its thread, opened again, and a play waits: the thread
 // it comes back to must not take the play into a ring that is gone.
-TEST_F(CAudioCallback, a_play_callback_held_over_a_reopening_takes_nothing_from_the_next_play) {
+TEST_F(AudioCallback, held_over_a_reopening_takes_nothing_from_the_next_play) {
   Prepare({1});
-  CGate held;
-  CGate leave;
+  CLatch held;
+  CLatch leave;
   std::atomic<bool> hold{false};
   app->SetOnPlay([&](uint32_t channel, uint8_t*, uint32_t) {
     if (channel == 0 && hold.exchange(false)) {
@@ -128,14 +129,14 @@ TEST_F(CAudioCallback, a_play_callback_held_over_a_reopening_takes_nothing_from_
 }
 
 // Each callback waits inside until the other card's is inside too.
-TEST_F(CAudioCallback, of_two_cards_run_at_the_same_time) {
+TEST_F(AudioCallback, of_two_cards_run_at_the_same_time) {
   Prepare({1, 1});
   constexpr uint32_t kOther = 30;
-  CGate recordInside[2];
-  CGate playInside[2];
+  CLatch recordInside[2];
+  CLatch playInside[2];
   std::atomic<int> met{0};
-  CGate allMet;
-  const auto meet = [&](CGate(&inside)[2], size_t card) {
+  CLatch allMet;
+  const auto meet = [&](CLatch(&inside)[2], size_t card) {
     inside[card].Open();
     if (inside[1 - card].Wait(kSoon) && ++met == 4) {
       allMet.Open();
@@ -158,28 +159,55 @@ TEST_F(CAudioCallback, of_two_cards_run_at_the_same_time) {
   EXPECT_TRUE(allMet.Wait(kSlow)) << met;
 }
 
-// Four blocks: the one in the callback's hands and three that fill meanwhile. What comes then is lost, in whole blocks,
-// and the line runs out of sound; behind the stall both go on.
-TEST_F(CAudioCallback, a_stall_longer_than_the_ring_loses_whole_blocks_of_received_sound_and_leaves_the_line_idle) {
-  constexpr size_t kRing = 4;
-  Prepare({1}, "[General]\nAudioBuffers=4\n");
-  CGate held;
-  CGate leave;
+// A record callback that stays away while the card plays a pattern.
+class StalledRecording : public AudioCallback {
+ protected:
+  static constexpr size_t kRing = 4;
+
+  // Holds the callback some blocks after the pattern began, until `leave` opens.
+  void StallInTheMiddle() {
+    app->SetOnRecord([this](uint32_t channel, const uint8_t* data, uint32_t length) {
+      if (channel != 0 || isDone) {
+        return;
+      }
+      before.insert(before.end(), data, data + length);
+      if (support::FindSound(before, {sound.begin(), sound.begin() + 800}) >= 0) {
+        isDone = true;
+        held.Open();
+        leave.Wait(kSlow);
+      }
+    });
+  }
+
+  // From the begin of the pattern to the end of the ring in one piece, and no byte further; then whole blocks are
+  // missing, and from there on it goes in one piece again.
+  void ExpectWholeBlocksLost(const Bytes& heard, const Bytes& tail) {
+    const long start = support::FindSound(heard, {sound.begin(), sound.begin() + 800});
+    ASSERT_GE(start, 0);
+    const size_t kept = before.size() + (kRing - 1) * ZELK_BLOCK_BYTES - static_cast<size_t>(start);
+    const auto first = heard.begin() + start;
+    EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + static_cast<ptrdiff_t>(kept), first));
+    const long goesOn = support::FindSound(heard, tail);
+    ASSERT_GE(goesOn, 0);
+    const auto lost = static_cast<long>(sound.size() - tail.size()) - (goesOn - start);
+    EXPECT_GT(lost, 0);
+    EXPECT_EQ(lost % ZELK_BLOCK_BYTES, 0);
+    const auto afterRing = first + static_cast<ptrdiff_t>(kept);
+    EXPECT_TRUE(std::equal(afterRing, heard.begin() + goesOn, sound.begin() + static_cast<ptrdiff_t>(kept) + lost));
+  }
+
+  CLatch held;
+  CLatch leave;
   const Bytes sound = Pattern(16000, 12);
   Bytes before;  // what was handed over before the stall, with the block of the stall
   std::atomic<bool> isDone{false};
-  app->SetOnRecord([&](uint32_t channel, const uint8_t* data, uint32_t length) {
-    if (channel != 0 || isDone) {
-      return;
-    }
-    before.insert(before.end(), data, data + length);
-    // Some blocks after the pattern began.
-    if (support::FindSound(before, {sound.begin(), sound.begin() + 800}) >= 0) {
-      isDone = true;
-      held.Open();
-      leave.Wait(kSlow);
-    }
-  });
+};
+
+// Four blocks: the one in the callback's hands and three that fill meanwhile. What comes then is lost, in whole blocks,
+// and the line runs out of sound; after the stall both go on.
+TEST_F(StalledRecording, beyond_the_ring_loses_whole_blocks_and_idles_lines) {
+  Prepare({1}, "[General]\nAudioBuffers=4\n");
+  StallInTheMiddle();
   const CShutdownAtEnd end(*this);
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   OpenAll();
@@ -198,25 +226,11 @@ TEST_F(CAudioCallback, a_stall_longer_than_the_ring_loses_whole_blocks_of_receiv
   const Recorder after = Card().RecordTimeslot(0, 1);
   EXPECT_TRUE(after->WaitContains(Bytes(1600, 0xD5), kSoon));
   app->zelk.Shutdown();
-
-  const Bytes heard = app->Recorded(0);
-  const long start = support::FindSound(heard, {sound.begin(), sound.begin() + 800});
-  ASSERT_GE(start, 0);
-  // Up to the end of the ring in one piece, and no byte further.
-  const size_t kept = before.size() + (kRing - 1) * ZELK_BLOCK_BYTES - static_cast<size_t>(start);
-  const auto first = heard.begin() + start;
-  EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + static_cast<ptrdiff_t>(kept), first));
-  const long goesOn = support::FindSound(heard, tail);
-  ASSERT_GE(goesOn, 0);
-  const auto lost = static_cast<long>(sound.size() - tail.size()) - (goesOn - start);
-  EXPECT_GT(lost, 0);
-  EXPECT_EQ(lost % ZELK_BLOCK_BYTES, 0);
-  // And from there on in one piece again.
-  const auto behind = first + static_cast<ptrdiff_t>(kept);
-  EXPECT_TRUE(std::equal(behind, heard.begin() + goesOn, sound.begin() + static_cast<ptrdiff_t>(kept) + lost));
+  ExpectWholeBlocksLost(app->Recorded(0), tail);
 }
 
-TEST_F(CAudioCallback, a_play_done_callback_that_takes_half_a_second_loses_no_packet_of_the_card) {
+// A PLAY_DONE callback that takes half a second loses no packet of the card.
+TEST_F(AudioCallback, a_play_done_that_takes_half_a_second_loses_no_packet) {
   Prepare({1});
   cardsim::AudioSource during;
   std::atomic<bool> wasPlayed{false};

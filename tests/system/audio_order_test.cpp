@@ -18,7 +18,7 @@ size_t CountOf(const std::string& text, const std::string& part) {
 }
 
 // Packets go one by one, as the test says; the card and the library are otherwise as in real life.
-class CAudioOrder : public CSystemTest {
+class AudioOrder : public CSystemTest {
  protected:
   void StartStill(const std::vector<int>& trunksOfCards = {1}) {
     sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks(trunksOfCards));
@@ -65,28 +65,28 @@ class CAudioOrder : public CSystemTest {
   void ExpectNoLine() { EXPECT_EQ(app->zelk.LogText().find("acket"), std::string::npos) << app->zelk.LogText(); }
 };
 
-TEST_F(CAudioOrder, a_first_packet_with_hint_7_is_answered_by_three) {
+TEST_F(AudioOrder, a_first_packet_with_hint_7_is_answered_by_three) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Send({1}, 7);
   EXPECT_EQ(RepliesUpTo(2, 3), UpTo(4));
   ExpectNoLine();
 }
 
-TEST_F(CAudioOrder, a_first_packet_with_hint_4_is_answered_by_none) {
+TEST_F(AudioOrder, a_first_packet_with_hint_4_is_answered_by_none) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Send({1}, 4);
   EXPECT_EQ(RepliesUpTo(2, 0), UpTo(1));
   ExpectNoLine();
 }
 
-TEST_F(CAudioOrder, packets_1_3_2_4_are_all_answered_without_a_line) {
+TEST_F(AudioOrder, packets_1_3_2_4_are_all_answered_without_a_line) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Send({1, 3, 2, 4});
   EXPECT_EQ(RepliesUpTo(5, 3), UpTo(4));
   ExpectNoLine();
 }
 
-TEST_F(CAudioOrder, packets_1_3_4_are_a_loss_with_2_and_4_in_its_line) {
+TEST_F(AudioOrder, packets_1_3_4_are_a_loss_with_2_and_4_in_its_line) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Send({1, 3, 4});
   EXPECT_EQ(RepliesUpTo(5, 0), UpTo(1));
@@ -94,7 +94,7 @@ TEST_F(CAudioOrder, packets_1_3_4_are_a_loss_with_2_and_4_in_its_line) {
   EXPECT_EQ(CountOf(app->zelk.LogText(), "acket"), 1U);
 }
 
-TEST_F(CAudioOrder, a_loss_with_hint_9_is_answered_by_five) {
+TEST_F(AudioOrder, a_loss_with_hint_9_is_answered_by_five) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Send({1, 2});
   Send({100}, 9);
@@ -102,7 +102,7 @@ TEST_F(CAudioOrder, a_loss_with_hint_9_is_answered_by_five) {
   EXPECT_TRUE(app->zelk.WaitLog("Card 0: Packet loss?, so sequence reset, expected 3 got 100, processed.\r\n"));
 }
 
-TEST_F(CAudioOrder, nine_old_packets_are_ignored_and_the_tenth_is_the_new_start) {
+TEST_F(AudioOrder, nine_old_packets_are_ignored_the_tenth_is_the_new_start) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Send({50, 51});
   Send({40, 41, 42, 43, 44, 45, 46, 47, 48});
@@ -118,7 +118,7 @@ TEST_F(CAudioOrder, nine_old_packets_are_ignored_and_the_tenth_is_the_new_start)
   EXPECT_EQ(CountOf(log, "Too many"), 1U);
 }
 
-TEST_F(CAudioOrder, the_first_packet_is_judged_against_1) {
+TEST_F(AudioOrder, the_first_packet_is_judged_against_1) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Send({0});  // old
   Send({2});  // held
@@ -128,7 +128,8 @@ TEST_F(CAudioOrder, the_first_packet_is_judged_against_1) {
   EXPECT_EQ(CountOf(app->zelk.LogText(), "Card 0: Old/Duplicate Packet -> 0, ignored.\r\n"), 1U);
 }
 
-TEST_F(CAudioOrder, packets_of_583_and_1449_bytes_of_wrong_magic_or_from_elsewhere_change_nothing) {
+// Packets of 583 and 1449 bytes, of wrong magic or from elsewhere change nothing.
+TEST_F(AudioOrder, packets_of_wrong_size_magic_or_sender_change_nothing) {
   ASSERT_NO_FATAL_FAILURE(StartStill({1, 1}));
   Send({1, 2});
   const auto packet = [](size_t bytes) {
@@ -212,62 +213,77 @@ class COrderRules {
   uint8_t earlyHint = 0;
 };
 
-TEST_F(CAudioOrder, three_hundred_orders_of_packets_are_answered_and_logged_as_the_rules_say) {
-  constexpr int kOrders = 300;
-  constexpr int kPacketsPerOrder = 8;
-  ASSERT_NO_FATAL_FAILURE(StartStill());
-  std::mt19937 random(5);
-  COrderRules rules;
-  const auto send = [&](uint32_t number, uint8_t hint) {
+class RandomOrders : public AudioOrder {
+ protected:
+  void SendByTheRules(uint32_t number, uint8_t hint) {
     rules.Arrive(number, hint);
     Send({number}, hint);
-  };
-  for (int order = 0; order < kOrders; ++order) {
+  }
+
+  // Packets in order, but for some that are swapped, late or missing.
+  void SendOrder() {
+    constexpr int kPackets = 8;
     uint32_t next = rules.last + 1;
-    for (int i = 0; i < kPacketsPerOrder; ++i) {
+    for (int i = 0; i < kPackets; ++i) {
       const auto kind = static_cast<uint32_t>(random() % 8);
       const auto hint = static_cast<uint8_t>(random() % 9);
-      if (kind == 0) {  // swapped with the one behind it
-        send(next + 1, hint);
-        send(next, hint);
+      if (kind == 0) {  // swapped with the one that follows
+        SendByTheRules(next + 1, hint);
+        SendByTheRules(next, hint);
         next += 2;
       } else if (kind == 1 && next > 20) {
-        send(next - 1 - static_cast<uint32_t>(random() % 15), hint);
+        SendByTheRules(next - 1 - static_cast<uint32_t>(random() % 15), hint);
       } else {
         next += kind == 2 ? static_cast<uint32_t>(1 + random() % 4) : 0;
-        send(next++, hint);
+        SendByTheRules(next++, hint);
       }
     }
+  }
+
+  // Each line's own text, from the card's number on.
+  std::string LinesOfPackets() {
+    const std::string log = app->zelk.LogText();
+    std::string lines;
+    for (size_t at = 0; at < log.size();) {
+      const size_t end = std::min(log.find('\n', at), log.size() - 1) + 1;
+      const std::string line = log.substr(at, end - at);
+      const size_t text = line.find("Card 0: ");
+      if (text != std::string::npos && line.find("acket", text) != std::string::npos) {
+        lines += line.substr(text);
+      }
+      at = end;
+    }
+    return lines;
+  }
+
+  std::mt19937 random{5};
+  COrderRules rules;
+};
+
+TEST_F(RandomOrders, are_answered_and_logged_as_the_rules_say) {
+  constexpr int kOrders = 300;
+  ASSERT_NO_FATAL_FAILURE(StartStill());
+  for (int order = 0; order < kOrders; ++order) {
+    SendOrder();
     if (order % 10 == 9) {  // old ones only, until they are the new start
       for (int i = 0; i < 10; ++i) {
-        send(rules.last - 5, 6);
+        SendByTheRules(rules.last - 5, 6);
       }
     }
-    send(rules.last + 1, 0);
+    SendByTheRules(rules.last + 1, 0);
     ASSERT_TRUE(Card().Audio().WaitReplies(rules.replies, kSoon)) << order;
     ASSERT_EQ(Card().Audio().Replies().size(), rules.replies) << order;
   }
-  send(4000000000U, 0);
+  SendByTheRules(4000000000U, 0);
   ASSERT_TRUE(app->zelk.WaitLog("got 4000000000, processed.\r\n"));
-  // Each line's own text, from the card's number on.
-  const std::string log = app->zelk.LogText();
-  std::string lines;
-  for (size_t at = 0; at < log.size();) {
-    const size_t end = std::min(log.find('\n', at), log.size() - 1) + 1;
-    const std::string line = log.substr(at, end - at);
-    const size_t text = line.find("Card 0: ");
-    if (text != std::string::npos && line.find("acket", text) != std::string::npos) {
-      lines += line.substr(text);
-    }
-    at = end;
-  }
+  const std::string lines = LinesOfPackets();
   EXPECT_EQ(lines, rules.lines);
   EXPECT_GT(CountOf(lines, "Packet loss?"), 100U);
   EXPECT_GT(CountOf(lines, "Old/Duplicate"), 200U);
   EXPECT_GE(CountOf(lines, "Too many"), 30U);
 }
 
-TEST_F(CAudioOrder, on_a_bad_network_every_packet_gets_the_reply_and_the_line_it_must) {
+TEST_F(AudioOrder, on_a_bad_network_every_packet_gets_its_reply_and_line) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   Card().Audio().SetFaults({.loss = 3,
                             .duplicates = 3,
@@ -284,7 +300,7 @@ TEST_F(CAudioOrder, on_a_bad_network_every_packet_gets_the_reply_and_the_line_it
   Card().Audio().SetFaults({});
   Send({1000000}, 5);
   ASSERT_TRUE(Card().Audio().WaitArrived(kSoon));
-  Send({2000000}, 5);  // its line stands behind those of all before it
+  Send({2000000}, 5);  // its line comes after those of all before it
   const cardsim::SAudioStatistics owed = Card().Audio().Statistics();
   ASSERT_TRUE(Card().Audio().WaitReplies(owed.replies + owed.outstanding, kSoon));
   const cardsim::SAudioStatistics seen = Card().Audio().Statistics();

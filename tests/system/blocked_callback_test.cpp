@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 
 // Where a callback waits. It is never destroyed: a thread that nobody has let go still stands here when the process
 // ends.
-class CGate {
+class CHold {
  public:
   // From now on callbacks of this kind wait.
   void Close(uint32_t callback, int32_t param) {
@@ -83,13 +83,13 @@ class CBlockedCallbackTest : public CCallTest {
   // of three threads.
   static constexpr std::chrono::seconds kAllWaits{25};
 
-  void StartWithGate(const SPlace& place, const std::vector<int>& trunksOfCards = {1}) {
+  void StartWithHold(const SPlace& place, const std::vector<int>& trunksOfCards = {1}) {
     cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks(trunksOfCards);
     config.cards[0].roles[0].userSide = place.isNetworkSide;
     sim = std::make_unique<cardsim::CSimulator>(config);
     sim->Start();
     app = std::make_unique<support::CApplication>(place.isNetworkSide ? "[General]\nClientType=1\n" : "");
-    CGate& all = gate;
+    CHold& all = hold;
     app->onEvent = [&all](const support::SAppEvent& event) { all.Pass(event.code, event.param); };
     app->SetOnPlay([&all](uint32_t, uint8_t*, uint32_t) { all.Pass(kPlayCallback, 0); });
     app->SetOnRecord([&all](uint32_t, const uint8_t*, uint32_t) { all.Pass(kRecordCallback, 0); });
@@ -102,17 +102,17 @@ class CBlockedCallbackTest : public CCallTest {
 
   void Hold(const SPlace& place) {
     ForgetAll();
-    gate.Close(place.callback, place.param);
+    hold.Close(place.callback, place.param);
     place.cause(*this);
-    ASSERT_TRUE(gate.WaitReached(kSlow)) << app->zelk.LogText();
+    ASSERT_TRUE(hold.WaitReached(kSlow)) << app->zelk.LogText();
   }
 
-  // False when it does not come back; then the gate is opened, so that the test comes to an end.
+  // False when it does not come back; then the hold is ended, so that the test comes to an end.
   bool ShutdownInTime() {
     std::future<void> shutdown = std::async(std::launch::async, [this] { app->zelk.Shutdown(); });
     const bool isInTime = shutdown.wait_for(kAllWaits) == std::future_status::ready;
     if (!isInTime) {
-      gate.Open();
+      hold.Open();
     }
     shutdown.get();
     return isInTime;
@@ -127,8 +127,8 @@ class CBlockedCallbackTest : public CCallTest {
   }
 
   void TearDown() override {
-    gate.Open();
-    EXPECT_TRUE(gate.WaitEmpty(kSlow));
+    hold.Open();
+    EXPECT_TRUE(hold.WaitEmpty(kSlow));
     if (answering.joinable()) {
       answering.join();
     }
@@ -150,13 +150,13 @@ class CBlockedCallbackTest : public CCallTest {
   }
 
   // Kept for good: a callback may be in it when the process ends.
-  static CGate& NewGate() {
-    static std::vector<std::unique_ptr<CGate>>& gates = *new std::vector<std::unique_ptr<CGate>>;
-    gates.push_back(std::make_unique<CGate>());
-    return *gates.back();
+  static CHold& NewHold() {
+    static std::vector<std::unique_ptr<CHold>>& holds = *new std::vector<std::unique_ptr<CHold>>;
+    holds.push_back(std::make_unique<CHold>());
+    return *holds.back();
   }
 
-  CGate& gate = NewGate();
+  CHold& hold = NewHold();
 
  private:
   std::thread answering;
@@ -200,8 +200,8 @@ const std::vector<SPlace> kPlaces{
      true},
     {"disconnected", ZELK_EVENT_DISCONNECTED, 16, [](CTest& test) { test.ConnectIncoming(1)->Hangup(16); }},
     {"alerting", ZELK_EVENT_ALERTING, 0, [](CTest& test) { test.Dial(SAnswerPlan::NeverAnswer()); }},
-    {"proceeding", ZELK_EVENT_PROCEEDING, CGate::kAnyParam, [](CTest& test) { test.Dial(SAnswerPlan::NeverAnswer()); }},
-    {"progress", ZELK_EVENT_PROGRESS, CGate::kAnyParam, [](CTest& test) { test.Dial(ProgressOnly()); }},
+    {"proceeding", ZELK_EVENT_PROCEEDING, CHold::kAnyParam, [](CTest& test) { test.Dial(SAnswerPlan::NeverAnswer()); }},
+    {"progress", ZELK_EVENT_PROGRESS, CHold::kAnyParam, [](CTest& test) { test.Dial(ProgressOnly()); }},
     {"channel_up", ZELK_EVENT_CHANNEL_STATE, 1, [](CTest& test) { test.TheCard().TakeLinkDown(0); }},
     {"channel_down", ZELK_EVENT_CHANNEL_STATE, 0, [](CTest& test) { test.TheCard().TakeLinkDown(0); }},
     kLostCard,
@@ -216,18 +216,18 @@ const std::vector<SPlace> kPlaces{
     {"record_callback", kRecordCallback, 0, [](CTest&) {}},
 };
 
-class CBlockedCallback : public CBlockedCallbackTest, public testing::WithParamInterface<SPlace> {};
+class BlockedCallback : public CBlockedCallbackTest, public testing::WithParamInterface<SPlace> {};
 
-TEST_P(CBlockedCallback, delays_a_shutdown_by_the_described_waits_only_and_the_library_starts_again) {
-  ASSERT_NO_FATAL_FAILURE(StartWithGate(GetParam()));
+TEST_P(BlockedCallback, delays_a_shutdown_by_the_described_waits_only) {
+  ASSERT_NO_FATAL_FAILURE(StartWithHold(GetParam()));
   ASSERT_NO_FATAL_FAILURE(Hold(GetParam()));
   ASSERT_TRUE(ShutdownInTime()) << app->zelk.LogText();
   EXPECT_EQ(app->zelk.GetChannelCount(), 0);
-  gate.Open();
-  ASSERT_TRUE(gate.WaitEmpty(kSlow));
+  hold.Open();
+  ASSERT_TRUE(hold.WaitEmpty(kSlow));
   Card().SetControlSilent(false);
   // The thread that was held lets its trunk go within a moment; until then the card cannot be opened.
-  ASSERT_TRUE(Eventually(
+  ASSERT_TRUE(support::Eventually(
       [this] {
         EXPECT_TRUE(app->zelk.Init());
         if (app->zelk.GetChannelCount() == 0) {
@@ -240,14 +240,14 @@ TEST_P(CBlockedCallback, delays_a_shutdown_by_the_described_waits_only_and_the_l
   EXPECT_TRUE(app->WaitAllReady(kSlow)) << app->zelk.LogText();
 }
 
-INSTANTIATE_TEST_SUITE_P(of, CBlockedCallback, testing::ValuesIn(kPlaces),
+INSTANTIATE_TEST_SUITE_P(of, BlockedCallback, testing::ValuesIn(kPlaces),
                          [](const auto& place) { return std::string(place.param.name); });
 
-class CLateThread : public CBlockedCallback {};
+class LateThread : public BlockedCallback {};
 
 // Held in a callback over a shut-down and a new start: no lock of a trunk is held there, so the card opens at once.
-TEST_P(CLateThread, leaves_the_next_openings_channels_alone) {
-  ASSERT_NO_FATAL_FAILURE(StartWithGate(GetParam()));
+TEST_P(LateThread, leaves_the_next_openings_channels_alone) {
+  ASSERT_NO_FATAL_FAILURE(StartWithHold(GetParam()));
   ASSERT_NO_FATAL_FAILURE(Hold(GetParam()));
   ASSERT_TRUE(ShutdownInTime()) << app->zelk.LogText();
   Card().SetControlSilent(false);
@@ -256,9 +256,9 @@ TEST_P(CLateThread, leaves_the_next_openings_channels_alone) {
   app->Forget();
   ASSERT_NO_FATAL_FAILURE(ExpectACallIsTaken());
   const size_t changes = app->Count(ZELK_EVENT_CHANNEL_STATE);
-  gate.Open();
-  ASSERT_TRUE(gate.WaitEmpty(kSlow));
-  ASSERT_TRUE(Eventually([&] { return app->Count(ZELK_EVENT_CHANNEL_STATE) > changes; }));
+  hold.Open();
+  ASSERT_TRUE(hold.WaitEmpty(kSlow));
+  ASSERT_TRUE(support::Eventually([&] { return app->Count(ZELK_EVENT_CHANNEL_STATE) > changes; }));
   // A digit that has to make its way through the whole card gives a thread that goes on the time to do so.
   app->zelk.OpenChannel(1);
   const Call second = Card().PlaceCall({.timeslot = 2});
@@ -267,18 +267,18 @@ TEST_P(CLateThread, leaves_the_next_openings_channels_alone) {
   EXPECT_EQ(State(0), 4U) << "the call goes on";
 }
 
-INSTANTIATE_TEST_SUITE_P(from, CLateThread, testing::Values(kLostCard, kReopening),
+INSTANTIATE_TEST_SUITE_P(from, LateThread, testing::Values(kLostCard, kReopening),
                          [](const auto& place) { return std::string(place.param.name); });
 
-class CProcessEnd : public CBlockedCallback {};
+class ProcessEnd : public BlockedCallback {};
 
-TEST_P(CProcessEnd, does_not_wait_for_a_callback_that_never_returns) {
+TEST_P(ProcessEnd, does_not_wait_for_a_callback_that_never_returns) {
   if (remote::CRemoteLibrary::Place() != nullptr) {
     GTEST_SKIP() << "the process that would end is the other one";
   }
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto heldToTheEnd = [this] {
-    StartWithGate(GetParam());
+    StartWithHold(GetParam());
     Hold(GetParam());
     if (HasFailure() || !ShutdownInTime()) {
       std::exit(1);
@@ -289,32 +289,32 @@ TEST_P(CProcessEnd, does_not_wait_for_a_callback_that_never_returns) {
   EXPECT_EXIT(heldToTheEnd(), testing::ExitedWithCode(0), "");
 }
 
-TEST_P(CProcessEnd, without_a_shutdown_does_not_wait_either) {
+TEST_P(ProcessEnd, without_a_shutdown_does_not_wait_either) {
   if (remote::CRemoteLibrary::Place() != nullptr) {
     GTEST_SKIP() << "the process that would end is the other one";
   }
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto heldToTheEnd = [this] {
-    StartWithGate(GetParam());
+    StartWithHold(GetParam());
     Hold(GetParam());
     std::exit(HasFailure() ? 1 : 0);
   };
   EXPECT_EXIT(heldToTheEnd(), testing::ExitedWithCode(0), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(of, CProcessEnd, testing::Values(kIncoming, kLostCard, kReopening),
+INSTANTIATE_TEST_SUITE_P(of, ProcessEnd, testing::Values(kIncoming, kLostCard, kReopening),
                          [](const auto& place) { return std::string(place.param.name); });
 
-class CHeldListener : public CBlockedCallbackTest {};
+class HeldListener : public CBlockedCallbackTest {};
 
-TEST_F(CHeldListener, serves_other_cards_announcements_when_the_callback_returns) {
-  ASSERT_NO_FATAL_FAILURE(StartWithGate(kReopening, {1, 1}));
+TEST_F(HeldListener, serves_other_cards_when_the_callback_returns) {
+  ASSERT_NO_FATAL_FAILURE(StartWithHold(kReopening, {1, 1}));
   ASSERT_NO_FATAL_FAILURE(Hold(kReopening));
   const int connections = Card(1).Seen().Connections();
   Card(1).Announce();
   // The callback's thread is the one that hears it.
   EXPECT_FALSE(Card(1).Seen().WaitConnections(connections + 1, 500ms));
-  gate.Open();
+  hold.Open();
   EXPECT_TRUE(Card(1).Seen().WaitConnections(connections + 1, kSlow)) << app->zelk.LogText();
   EXPECT_TRUE(app->WaitAllReady(kSlow)) << app->zelk.LogText();
   EXPECT_TRUE(Card(0).WaitUp(kSlow));

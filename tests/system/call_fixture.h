@@ -45,7 +45,8 @@ class CCallTest : public CSystemTest {
   // exchange may have a SABME under way.
   void MendLine(int trunk) {
     Card().CutLine(trunk, false);
-    EXPECT_TRUE(Eventually([&] { return State(trunk * kChannelsPerTrunk) == 3U; }, kSlow)) << app->zelk.LogText();
+    EXPECT_TRUE(support::Eventually([&] { return State(trunk * kChannelsPerTrunk) == 3U; }, kSlow))
+        << app->zelk.LogText();
     EXPECT_TRUE(Card().WaitUp(kSlow)) << app->zelk.LogText();
   }
 
@@ -119,7 +120,8 @@ class CCallTest : public CSystemTest {
   }
 
   // The messages that came from the library since the record was cleared; a message that is sent must not be missed
-  // because it is late, so a call is offered and refused on another channel first, behind it in the D-channel.
+  // because it is late, so a call is offered and refused on another channel first: what it brings comes after it on the
+  // D-channel.
   Names SentBeforeNow(int trunk = 0) {
     constexpr int kOtherTimeslot = 31;
     cardsim::Call call = Offer(kOtherTimeslot, trunk);
@@ -142,20 +144,16 @@ class CCallTest : public CSystemTest {
     return names;
   }
 
-  // Polls what has no event of its own.
-  template <class Condition>
-  bool Eventually(Condition condition, std::chrono::milliseconds timeout = kSoon) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() >= deadline) {
-        return false;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
+  // A call on the trunk comes, is answered and ends like any other.
+  void ExpectWorking(int timeslot = 1) {
+    app->Forget();
+    cardsim::Call call = ConnectIncoming(timeslot);
+    call->Hangup();
+    EXPECT_EQ(WaitCause(ChannelOf(0, timeslot)), 16);
+    EXPECT_TRUE(NetworkIsIdle());
   }
 
   bool NetworkIsIdle(int trunk = 0, std::chrono::milliseconds timeout = kSlow) {
-    return Eventually([&] { return Card().CallCount(trunk) == 0; }, timeout);
+    return support::Eventually([&] { return Card().CallCount(trunk) == 0; }, timeout);
   }
 };

@@ -6,139 +6,10 @@ namespace {
 
 using cardsim::Call;
 using cardsim::ESimCallState;
-using cardsim::SCallRequest;
 
-class CIncomingCalls : public CCallTest {};
+class IncomingCalls : public CCallTest {};
 
-// What an application reads of a channel in one state of its calls.
-struct SRead {
-  std::string cli, dli, rli, callType, state;
-  uint32_t stateCode = 0;
-};
-bool operator==(const SRead& a, const SRead& b) {
-  return a.cli == b.cli && a.dli == b.dli && a.rli == b.rli && a.callType == b.callType && a.state == b.state &&
-         a.stateCode == b.stateCode;
-}
-std::ostream& operator<<(std::ostream& out, const SRead& read) {
-  return out << read.cli << '|' << read.dli << '|' << read.rli << '|' << read.callType << '|' << read.state << '|'
-             << read.stateCode;
-}
-
-class CInformation : public CCallTest {
- protected:
-  SRead Read(int32_t channel) {
-    ExpectFixedKeys(channel);
-    return {app->Text(channel, ZELK_INFO_CLI),          app->Text(channel, ZELK_INFO_DLI),
-            app->Text(channel, ZELK_INFO_RLI),          app->Text(channel, ZELK_INFO_CALLTYPE),
-            app->Text(channel, ZELK_INFO_CHANNELSTATE), State(channel)};
-  }
-
-  // The keys that no call changes, and the codes that have no value.
-  void ExpectFixedKeys(int32_t channel) {
-    EXPECT_EQ(app->Text(channel, ZELK_INFO_SERIALNO), std::to_string(Card().Serial()));
-    EXPECT_EQ(app->Text(channel, ZELK_INFO_DIRECTION), "OUTGOING");
-    EXPECT_EQ(app->Text(channel, ZELK_INFO_LINETYPE), "PRI");
-    EXPECT_EQ(app->Text(channel, ZELK_INFO_OPENTYPE), "ALAW");
-    EXPECT_EQ(app->Text(channel, ZELK_INFO_FIRMWAREVER), "7");
-    EXPECT_EQ(app->Text(channel, ZELK_INFO_FIRMWAREDATE), "20240315");
-    EXPECT_NE(app->Text(channel, ZELK_INFO_BURNDATE), "");
-    for (const uint32_t code : {0U, 8U, 9U, 256U, 262U, 263U, 264U, 0xFFFFFFFFU}) {
-      EXPECT_EQ(app->zelk.GetChannelInfoString(channel, code), nullptr) << code;
-    }
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_SERIALNO), Card().Serial());
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_DIRECTION), 79U);
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_CALLTYPE), 0U);
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_LINETYPE), 1U);
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_OPENTYPE), 2U);
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_TRUNK), 0U);
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_TIMESLOT), channel < 15 ? channel + 1U : channel + 2U);
-    for (const uint32_t code : {0U, 2U, 3U, 4U, 8U, 256U, 259U, 260U, 261U, 264U, 0xFFFFFFFFU}) {
-      EXPECT_EQ(app->zelk.GetChannelInfo(channel, code), 0U) << code;
-    }
-    EXPECT_EQ(app->zelk.GetLastError(channel), 0U);
-  }
-
-  const SRead idle{"", "", "", "", "READY", 3};
-};
-
-TEST_F(CInformation, keys_and_codes_of_an_incoming_call_read_as_documented_in_every_state) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  const SRead busy{"0305551234", "8001000", "", "Voice", "INUSE", 4};
-  EXPECT_EQ(Read(15), idle);
-  Call call = Card().PlaceCall({.timeslot = 17, .calling = "0305551234", .called = "8001000"});
-  ASSERT_TRUE(app->WaitEvent(15, ZELK_EVENT_INCOMING_CALL, kSoon));
-  EXPECT_EQ(Read(15), busy);
-  app->zelk.Answer(15);
-  ASSERT_TRUE(app->WaitEvent(15, ZELK_EVENT_CONNECTED, kSoon));
-  EXPECT_EQ(Read(15), busy);
-  call->Hangup();
-  EXPECT_EQ(WaitCause(15), 16);
-  EXPECT_EQ(Read(15), idle);
-  Card().LoseLink(0);
-  ASSERT_TRUE(app->WaitEvent(15, ZELK_EVENT_CHANNEL_STATE, kSoon));
-  EXPECT_EQ(Read(15), (SRead{"", "", "", "", "DOWN", 2}));
-}
-
-TEST_F(CInformation, keys_and_codes_of_an_outgoing_call_read_as_documented_in_every_state) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  const SRead busy{"8001000", "0405556789", "", "Voice", "INUSE", 4};
-  cardsim::SAnswerPlan plan = cardsim::SAnswerPlan::NeverAnswer();
-  plan.proceeding = false;
-  plan.alertAfter.reset();
-  Card().SetAnswerPlan(plan);
-  EXPECT_TRUE(app->zelk.Dial(0, "0405556789", "8001000"));
-  EXPECT_EQ(Read(0), busy);
-  Call call = Card().WaitCall(kSoon);
-  ASSERT_NE(call, nullptr);
-  call->Alert();
-  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_ALERTING, kSoon));
-  EXPECT_EQ(Read(0), busy);
-  call->Answer();
-  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
-  EXPECT_EQ(Read(0), busy);
-  app->zelk.Hangup(0);
-  EXPECT_EQ(WaitCause(0), 16);
-  EXPECT_EQ(Read(0), idle);
-}
-
-TEST_F(CInformation, a_closed_channel_on_a_trunk_that_is_up_reads_down_though_its_calls_go_on) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  Call call = ConnectIncoming(1);
-  app->zelk.CloseChannel(0);
-  EXPECT_EQ(State(0), 2U);
-  EXPECT_EQ(app->Text(0, ZELK_INFO_CHANNELSTATE), "DOWN");
-  EXPECT_EQ(app->Text(0, ZELK_INFO_LINETYPE), "PRI");
-  EXPECT_EQ(app->Text(0, ZELK_INFO_CALLTYPE), "Voice");
-  EXPECT_TRUE(app->zelk.OpenChannel(0));
-  EXPECT_EQ(State(0), 2U);
-  call->Hangup(31);
-  EXPECT_EQ(WaitCause(0), 31);
-  EXPECT_EQ(State(0), 2U);
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  // A call that names the channel is still offered.
-  app->Forget();
-  call = Offer(1);
-  EXPECT_EQ(State(0), 2U);
-}
-
-TEST_F(CInformation, set_channel_info_knows_one_code) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  EXPECT_EQ(app->zelk.SetChannelInfo(0, 1, 0), 1U);
-  for (const int32_t code : {0, 2, -1, 5, 257, 0x7FFFFFFF}) {
-    EXPECT_EQ(app->zelk.SetChannelInfo(0, code, 1), 0U) << code;
-  }
-  EXPECT_EQ(app->zelk.SetChannelInfoString(0, 1, "1"), 0U);
-  EXPECT_EQ(app->zelk.SetChannelInfoString(-1, 0, nullptr), 0U);
-  Call refused = Card().PlaceCall({.timeslot = 1});
-  ASSERT_TRUE(refused->WaitEnded(kSoon));
-  EXPECT_EQ(refused->Cause(), 44);
-  // Any value but 0 allows.
-  EXPECT_EQ(app->zelk.SetChannelInfo(0, 1, -7), 1U);
-  Offer(1);
-  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL}));
-}
-
-TEST_F(CIncomingCalls, every_redirect_reason_has_the_call_type_of_the_table) {
+TEST_F(IncomingCalls, every_redirect_reason_has_the_call_type_of_the_table) {
   struct SRow {
     const char* text;
     uint32_t code;
@@ -172,7 +43,7 @@ TEST_F(CIncomingCalls, every_redirect_reason_has_the_call_type_of_the_table) {
   }
 }
 
-TEST_F(CIncomingCalls, a_caller_without_number_leaves_an_empty_text) {
+TEST_F(IncomingCalls, a_caller_without_number_leaves_an_empty_text) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Card().PlaceCall({.timeslot = 1, .calling = "", .called = "8"});
   ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
@@ -181,7 +52,8 @@ TEST_F(CIncomingCalls, a_caller_without_number_leaves_an_empty_text) {
   EXPECT_EQ(app->Text(0, ZELK_INFO_CALLTYPE), "Voice");
 }
 
-TEST_F(CIncomingCalls, a_call_cleared_before_the_answer_gives_its_events_and_messages_in_order) {
+// A call cleared before the answer gives its events and messages in order.
+TEST_F(IncomingCalls, cleared_before_the_answer_give_all_events_in_order) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Offer(1);
   call->Hangup(16);
@@ -193,7 +65,7 @@ TEST_F(CIncomingCalls, a_call_cleared_before_the_answer_gives_its_events_and_mes
   EXPECT_EQ(State(0), 3U);
 }
 
-TEST_F(CIncomingCalls, hanging_up_an_offered_call_clears_it_with_cause_16) {
+TEST_F(IncomingCalls, hanging_up_an_offered_call_clears_it_with_cause_16) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Offer(1);
   EXPECT_TRUE(app->zelk.Hangup(0));
@@ -204,7 +76,8 @@ TEST_F(CIncomingCalls, hanging_up_an_offered_call_clears_it_with_cause_16) {
   EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_DISCONNECTED}));
 }
 
-TEST_F(CIncomingCalls, every_cause_of_the_far_end_reaches_the_application_with_its_name) {
+// Every cause of the far end reaches the application with its name.
+TEST_F(IncomingCalls, every_cause_reaches_the_application_with_its_name) {
   const std::vector<std::pair<int, const char*>> causes{{1, "UNALLOCATED"},
                                                         {16, "NORMAL_CLEARING"},
                                                         {17, "USER_BUSY"},
@@ -234,7 +107,8 @@ TEST_F(CIncomingCalls, every_cause_of_the_far_end_reaches_the_application_with_i
   }
 }
 
-TEST_F(CIncomingCalls, every_number_from_1_to_127_is_taken_as_the_cause_of_a_disconnect) {
+// Every number from 1 to 127 is taken as the cause of a disconnect.
+TEST_F(IncomingCalls, every_number_from_1_to_127_is_taken_as_a_cause) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   for (int first = 1; first < 128; first += kChannelsPerTrunk) {
     app->Forget();
@@ -254,7 +128,7 @@ TEST_F(CIncomingCalls, every_number_from_1_to_127_is_taken_as_the_cause_of_a_dis
   }
 }
 
-TEST_F(CIncomingCalls, a_release_without_a_disconnect_ends_the_call_with_its_cause) {
+TEST_F(IncomingCalls, a_release_without_a_disconnect_ends_with_its_cause) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   ForgetAll();
@@ -267,7 +141,8 @@ TEST_F(CIncomingCalls, a_release_without_a_disconnect_ends_the_call_with_its_cau
   EXPECT_TRUE(NetworkIsIdle());
 }
 
-TEST_F(CIncomingCalls, a_connect_acknowledge_that_names_parties_corrects_the_numbers_of_the_call) {
+// A CONNECT ACKNOWLEDGE that names parties corrects the numbers of the call.
+TEST_F(IncomingCalls, a_connect_acknowledge_with_parties_corrects_the_numbers) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   EXPECT_EQ(app->Text(0, ZELK_INFO_CLI), "5551000");
@@ -284,7 +159,7 @@ TEST_F(CIncomingCalls, a_connect_acknowledge_that_names_parties_corrects_the_num
   EXPECT_EQ(app->Text(0, ZELK_INFO_RLI), "");
 }
 
-TEST_F(CIncomingCalls, digits_that_come_after_the_offer_change_nothing) {
+TEST_F(IncomingCalls, digits_that_come_after_the_offer_change_nothing) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Offer(1);
   ForgetAll();
@@ -295,7 +170,8 @@ TEST_F(CIncomingCalls, digits_that_come_after_the_offer_change_nothing) {
   EXPECT_EQ(State(0), 4U);
 }
 
-TEST_F(CIncomingCalls, reject_of_an_offered_call_sends_cause_21_and_brings_no_event_of_its_own) {
+// Reject of an offered call sends cause 21 and brings no event of its own.
+TEST_F(IncomingCalls, reject_sends_cause_21_and_brings_no_event_of_its_own) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Offer(1);
   EXPECT_FALSE(app->zelk.Reject(0));
@@ -315,7 +191,7 @@ TEST_F(CIncomingCalls, reject_of_an_offered_call_sends_cause_21_and_brings_no_ev
   EXPECT_TRUE(NetworkIsIdle());
 }
 
-TEST_F(CIncomingCalls, reject_and_answer_of_a_connected_call_send_nothing) {
+TEST_F(IncomingCalls, reject_and_answer_of_a_connected_call_send_nothing) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   ForgetAll();
@@ -326,7 +202,7 @@ TEST_F(CIncomingCalls, reject_and_answer_of_a_connected_call_send_nothing) {
   EXPECT_TRUE(app->CallEvents(0).empty());
 }
 
-TEST_F(CIncomingCalls, operations_on_an_idle_channel_send_nothing) {
+TEST_F(IncomingCalls, operations_on_an_idle_channel_send_nothing) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   EXPECT_TRUE(app->zelk.Hangup(0));
   EXPECT_FALSE(app->zelk.Reject(0));
@@ -339,7 +215,7 @@ TEST_F(CIncomingCalls, operations_on_an_idle_channel_send_nothing) {
   EXPECT_EQ(app->zelk.GetLastError(0), 0U);
 }
 
-TEST_F(CIncomingCalls, transfer_does_nothing_to_a_call) {
+TEST_F(IncomingCalls, transfer_does_nothing_to_a_call) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   ForgetAll();
@@ -349,7 +225,7 @@ TEST_F(CIncomingCalls, transfer_does_nothing_to_a_call) {
   EXPECT_EQ(State(0), 4U);
 }
 
-TEST_F(CIncomingCalls, operations_on_channels_that_do_not_exist_fail) {
+TEST_F(IncomingCalls, operations_on_channels_that_do_not_exist_fail) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   for (const int32_t channel : {-1, 30, 1023, 1024, 0x7FFFFFFF}) {
     EXPECT_FALSE(app->zelk.Dial(channel, "1", "2"));
@@ -364,92 +240,7 @@ TEST_F(CIncomingCalls, operations_on_channels_that_do_not_exist_fail) {
   }
 }
 
-class CUnnamedChannel : public CCallTest {};
-
-TEST_F(CUnnamedChannel, the_first_trunk_offers_the_first_channel_that_is_open_idle_and_allows_calls) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  app->zelk.CloseChannel(0);
-  app->zelk.SetChannelInfo(1, ZELK_SET_ALLOWINCOMING, 0);
-  Call busy = ConnectIncoming(3);
-  ForgetAll();
-  Call call = Card().PlaceCall({.timeslot = SCallRequest::kAnyChannel});
-  ASSERT_TRUE(app->WaitEvent(3, ZELK_EVENT_INCOMING_CALL, kSoon));
-  ASSERT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));
-  EXPECT_EQ(call->Timeslot(), 4);
-  EXPECT_EQ(Card().Seen().Q931Names(0), (Names{"> SETUP", "< SETUP ACKNOWLEDGE", "< CALL PROCEEDING", "< ALERTING"}));
-  const cardsim::SQ931Message acknowledge = FromLibrary("SETUP ACKNOWLEDGE")[0];
-  EXPECT_EQ(acknowledge.Timeslot(), 4);
-  // The far end is no ISDN.
-  const cardsim::SInformationElement* progress = acknowledge.Find(0x1E);
-  ASSERT_NE(progress, nullptr);
-  EXPECT_EQ(progress->content, (cardsim::Bytes{0x81, 0x80 | 2}));
-  app->zelk.Answer(3);
-  ASSERT_TRUE(app->WaitEvent(3, ZELK_EVENT_CONNECTED, kSoon));
-  EXPECT_EQ(FromLibrary("CONNECT")[0].Timeslot(), 4);
-}
-
-TEST_F(CUnnamedChannel, numbers_from_16_up_count_the_signalling_timeslot) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  for (int32_t channel = 0; channel < 14; ++channel) {
-    app->zelk.CloseChannel(channel);
-  }
-  Call last = Card().PlaceCall({.timeslot = SCallRequest::kAnyChannel});
-  ASSERT_TRUE(app->WaitEvent(14, ZELK_EVENT_INCOMING_CALL, kSoon));
-  ASSERT_TRUE(last->WaitState(ESimCallState::kAlerting, kSoon));
-  EXPECT_EQ(FromLibrary("SETUP ACKNOWLEDGE")[0].Timeslot(), 15);
-  ForgetAll();
-  Call call = Card().PlaceCall({.timeslot = SCallRequest::kAnyChannel});
-  ASSERT_TRUE(app->WaitEvent(15, ZELK_EVENT_INCOMING_CALL, kSoon));
-  ASSERT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));
-  EXPECT_EQ(FromLibrary("SETUP ACKNOWLEDGE")[0].Timeslot(), 17);
-  EXPECT_EQ(call->Timeslot(), 17);
-}
-
-TEST_F(CUnnamedChannel, with_no_channel_free_the_call_is_cleared_with_cause_44_and_a_log_line) {
-  ASSERT_NO_FATAL_FAILURE(Start({1}));  // no channel is open
-  Call call = Card().PlaceCall({.timeslot = SCallRequest::kAnyChannel});
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  EXPECT_EQ(call->Cause(), 44);
-  EXPECT_TRUE(app->zelk.WaitLog("   G :Card 0: Trunk 0 - New Call aborted due to BCHANNEL unavailable\r\n"))
-      << app->zelk.LogText();
-  EXPECT_EQ(app->Count(ZELK_EVENT_INCOMING_CALL), 0U);
-  EXPECT_TRUE(NetworkIsIdle());
-}
-
-TEST_F(CUnnamedChannel, the_second_trunk_names_number_32_and_the_call_is_offered_thirty_channels_further_on) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({3}));
-  Call call = Card().PlaceCall({.trunk = 1, .timeslot = SCallRequest::kAnyChannel});
-  ASSERT_TRUE(app->WaitEvent(60, ZELK_EVENT_INCOMING_CALL, kSoon)) << app->zelk.LogText();
-  ASSERT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));
-  EXPECT_EQ(FromLibrary("SETUP ACKNOWLEDGE", 1)[0].Timeslot(), 32);
-  EXPECT_TRUE(app->CallEvents(30).empty());
-  EXPECT_EQ(State(30), 3U);
-  EXPECT_EQ(State(60), 4U);
-  // The call is not one of that channel's trunk: it can be neither cleared nor answered from there.
-  EXPECT_TRUE(app->zelk.Hangup(60));
-  EXPECT_TRUE(app->zelk.WaitLog("  60 :Hangup()-> Failed in Q931 release()\r\n")) << app->zelk.LogText();
-  EXPECT_EQ(State(60), 4U);
-  EXPECT_TRUE(app->zelk.Answer(60));
-  EXPECT_TRUE(app->zelk.WaitLog("  60 :Answer() -> Answer() failed in Q931 Connect().\r\n")) << app->zelk.LogText();
-  EXPECT_EQ(State(60), 3U);
-  EXPECT_TRUE(FromLibrary("CONNECT", 1).empty());
-  call->Hangup();
-  EXPECT_EQ(WaitCause(60), 16);
-}
-
-TEST_F(CUnnamedChannel, a_number_beyond_the_table_is_dropped) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({2}));
-  Call call = Card().PlaceCall({.trunk = 1, .timeslot = SCallRequest::kAnyChannel});
-  ASSERT_TRUE(WaitFromLibrary("SETUP ACKNOWLEDGE", 1, 1));
-  EXPECT_EQ(SentBeforeNow(1), (Names{"SETUP ACKNOWLEDGE"}));
-  EXPECT_EQ(app->Count(ZELK_EVENT_INCOMING_CALL), 1U);  // the one that proves the rest is silent
-  // The call has no channel; its end is confirmed all the same.
-  call->Hangup();
-  EXPECT_TRUE(call->WaitEnded(kSoon));
-  EXPECT_TRUE(NetworkIsIdle(1, kSoon));
-}
-
-TEST_F(CIncomingCalls, calls_for_the_signalling_and_the_framing_timeslot_get_no_reply) {
+TEST_F(IncomingCalls, for_the_signalling_or_framing_timeslot_get_no_reply) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   for (const uint8_t timeslot : {uint8_t{0}, uint8_t{16}}) {
     ForgetAll();

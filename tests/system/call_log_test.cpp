@@ -8,7 +8,7 @@ using cardsim::Call;
 using cardsim::SCallRequest;
 
 // The lines of calls at each level of "Level": what is written, with which channel, and what is left out.
-class CCallLog : public CCallTest, public testing::WithParamInterface<int> {
+class CallLog : public CCallTest, public testing::WithParamInterface<int> {
  protected:
   // The lines of the log without their time.
   std::string Lines() {
@@ -24,7 +24,7 @@ class CCallLog : public CCallTest, public testing::WithParamInterface<int> {
   bool Has(const std::string& lines, const std::string& line) { return lines.find(line + "\r\n") != std::string::npos; }
 };
 
-TEST_P(CCallLog, has_the_lines_of_its_level_with_their_channels) {
+TEST_P(CallLog, has_the_lines_of_its_level_with_their_channels) {
   const int level = GetParam();
   ASSERT_NO_FATAL_FAILURE(StartOpen({3}, "[Debug]\nLevel=" + std::to_string(level) + "\n"));
   Call ringing = DialRinging(5);
@@ -64,6 +64,6 @@ TEST_P(CCallLog, has_the_lines_of_its_level_with_their_channels) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, CCallLog, testing::Values(0, 1, 2, 3));
+INSTANTIATE_TEST_SUITE_P(Levels, CallLog, testing::Values(0, 1, 2, 3));
 
 }  // namespace

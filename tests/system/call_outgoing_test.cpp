@@ -31,7 +31,7 @@ Bytes NumberBytes(const Bytes& head, const std::string& digits) {
   return bytes;
 }
 
-class COutgoingCalls : public CCallTest {
+class OutgoingCalls : public CCallTest {
  protected:
   void HangUpAndWait(int32_t channel, size_t count = 1) {
     app->zelk.Hangup(channel);
@@ -50,7 +50,8 @@ class COutgoingCalls : public CCallTest {
   }
 };
 
-TEST_F(COutgoingCalls, a_setup_asks_for_speech_over_a_law_on_exactly_the_channels_timeslot) {
+// A setup asks for speech over A-law on exactly the channel's timeslot.
+TEST_F(OutgoingCalls, ask_for_speech_over_a_law_on_exactly_their_timeslot) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   for (const int32_t channel : {0, 14, 15, 29}) {
     const auto timeslot = static_cast<uint8_t>(channel < 15 ? channel + 1 : channel + 2);
@@ -64,7 +65,8 @@ TEST_F(COutgoingCalls, a_setup_asks_for_speech_over_a_law_on_exactly_the_channel
   }
 }
 
-TEST_F(COutgoingCalls, both_numbers_carry_type_and_plan_and_the_calling_one_is_shown_and_screened) {
+// Both numbers carry type and plan and the calling one is shown and screened.
+TEST_F(OutgoingCalls, numbers_carry_type_and_plan_the_calling_one_is_screened) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   const SQ931Message setup = SetupOf(0, "0405556789", "8001000");
   // 33 by default: national number, ISDN plan.
@@ -73,14 +75,15 @@ TEST_F(COutgoingCalls, both_numbers_carry_type_and_plan_and_the_calling_one_is_s
   EXPECT_EQ(Content(setup, kCallingNumber), NumberBytes({0x21, 0x80 | 0x01}, "8001000"));
 }
 
-TEST_F(COutgoingCalls, number_type_of_the_trunks_section_goes_for_both_numbers) {
+TEST_F(OutgoingCalls, number_type_of_the_trunks_section_goes_for_both_numbers) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nNumberType=33\n[100001-1]\nNumberType=65\n"));
   const SQ931Message setup = SetupOf(0, "5556789", "1000");
   EXPECT_EQ(Content(setup, kCalledNumber), NumberBytes({0x80 | 0x41}, "5556789"));
   EXPECT_EQ(Content(setup, kCallingNumber), NumberBytes({0x41, 0x81}, "1000"));
 }
 
-TEST_F(COutgoingCalls, a_null_calling_number_repeats_the_last_one_and_starts_empty) {
+// A null calling number repeats the last one and starts empty.
+TEST_F(OutgoingCalls, a_null_calling_number_repeats_the_last_one) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   SQ931Message setup = SetupOf(0, "1", nullptr);
   EXPECT_EQ(Content(setup, kCallingNumber), (Bytes{0x21, 0x81}));
@@ -93,7 +96,7 @@ TEST_F(COutgoingCalls, a_null_calling_number_repeats_the_last_one_and_starts_emp
   EXPECT_EQ(setup.Number(kCallingNumber), "");
 }
 
-TEST_F(COutgoingCalls, numbers_are_cut_to_31_characters_on_the_line_and_read_whole) {
+TEST_F(OutgoingCalls, numbers_are_cut_to_31_characters_but_read_whole) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   const std::string longNumber = "0123456789012345678901234567890123456789";
   Card().SetAnswerPlan(SAnswerPlan::NeverAnswer());
@@ -106,7 +109,8 @@ TEST_F(COutgoingCalls, numbers_are_cut_to_31_characters_on_the_line_and_read_who
   EXPECT_EQ(setup.Number(kCallingNumber), longNumber.substr(0, 31));
 }
 
-TEST_F(COutgoingCalls, an_answered_call_gives_one_connect_acknowledge_and_its_events_in_order_on_one_thread) {
+// An answered call gives one CONNECT ACKNOWLEDGE and its events in order on one thread.
+TEST_F(OutgoingCalls, answered_give_one_acknowledge_and_events_on_one_thread) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   SAnswerPlan plan;
   plan.progressAfter = std::chrono::milliseconds(0);
@@ -132,7 +136,7 @@ TEST_F(COutgoingCalls, an_answered_call_gives_one_connect_acknowledge_and_its_ev
                    "> DISCONNECT", "< RELEASE", "> RELEASE COMPLETE"}));
 }
 
-TEST_F(COutgoingCalls, progress_carries_the_cause_of_its_message) {
+TEST_F(OutgoingCalls, progress_carries_the_cause_of_its_message) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = DialRinging(0);
   size_t count = 1;
@@ -148,7 +152,7 @@ TEST_F(COutgoingCalls, progress_carries_the_cause_of_its_message) {
   HangUpAndWait(0);
 }
 
-TEST_F(COutgoingCalls, a_refused_call_brings_its_cause_whether_or_not_it_was_proceeding) {
+TEST_F(OutgoingCalls, refused_bring_their_cause_whether_proceeding_or_not) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   for (const bool proceeding : {true, false}) {
     for (const int cause : {1,  3,  16, 17, 18, 21, 22, 27, 28, 34, 38,  41,  42, 44,
@@ -170,7 +174,7 @@ TEST_F(COutgoingCalls, a_refused_call_brings_its_cause_whether_or_not_it_was_pro
   }
 }
 
-TEST_F(COutgoingCalls, an_unanswered_call_is_hung_up_by_the_application) {
+TEST_F(OutgoingCalls, an_unanswered_call_is_hung_up_by_the_application) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = DialRinging(0);
   EXPECT_TRUE(app->zelk.Hangup(0));
@@ -182,7 +186,8 @@ TEST_F(COutgoingCalls, an_unanswered_call_is_hung_up_by_the_application) {
   EXPECT_EQ(Content(FromLibrary("DISCONNECT").at(0), kCause).at(1), 0x80 | 16);
 }
 
-TEST_F(COutgoingCalls, the_channel_is_free_for_the_next_call_when_disconnected_arrives) {
+// The channel is free for the next call when DISCONNECTED arrives.
+TEST_F(OutgoingCalls, leave_the_channel_free_when_disconnected_arrives) {
   std::atomic<int> redials{0};
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Card().SetAnswerPlan(SAnswerPlan::Refuse(17));
@@ -197,7 +202,7 @@ TEST_F(COutgoingCalls, the_channel_is_free_for_the_next_call_when_disconnected_a
   EXPECT_TRUE(NetworkIsIdle());
 }
 
-TEST_F(COutgoingCalls, reject_of_a_dialled_call_clears_it_with_cause_21) {
+TEST_F(OutgoingCalls, reject_of_a_dialled_call_clears_it_with_cause_21) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = DialRinging(0);
   EXPECT_FALSE(app->zelk.Reject(0));
@@ -206,7 +211,8 @@ TEST_F(COutgoingCalls, reject_of_a_dialled_call_clears_it_with_cause_21) {
   EXPECT_EQ(call->Cause(), 21);
 }
 
-TEST_F(COutgoingCalls, alerting_before_the_answer_is_an_event_even_with_hangup_on_alerting) {
+// Alerting before the answer is an event even with hangup on alerting.
+TEST_F(OutgoingCalls, alerting_is_an_event_even_with_hangup_on_alerting) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nHangupOnAlerting=1\n"));
   Call call = DialRinging(0);
   call->Answer();
@@ -215,7 +221,7 @@ TEST_F(COutgoingCalls, alerting_before_the_answer_is_an_event_even_with_hangup_o
   HangUpAndWait(0);
 }
 
-TEST_F(COutgoingCalls, a_second_dial_is_refused_in_every_state_of_a_call) {
+TEST_F(OutgoingCalls, a_second_dial_is_refused_in_every_state_of_a_call) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call offered = Offer(2);
   EXPECT_FALSE(app->zelk.Dial(1, "333", "444"));
@@ -240,7 +246,7 @@ TEST_F(COutgoingCalls, a_second_dial_is_refused_in_every_state_of_a_call) {
 }
 
 // Without its card a trunk has no controller.
-TEST_F(COutgoingCalls, a_dial_on_a_card_that_could_not_be_opened_again_fails_with_a_line_and_works_when_it_could) {
+TEST_F(OutgoingCalls, on_a_card_not_reopened_fail_with_a_line_until_it_is) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   ConnectIncoming(1);
   Card().SetListening(false);
@@ -268,7 +274,8 @@ TEST_F(COutgoingCalls, a_dial_on_a_card_that_could_not_be_opened_again_fails_wit
   ConnectOutgoing(5);
 }
 
-TEST_F(COutgoingCalls, the_reply_to_a_call_names_its_channel_and_the_answer_says_that_the_far_end_is_no_isdn) {
+// The reply to a call names its channel and the answer says that the far end is no ISDN.
+TEST_F(OutgoingCalls, replies_name_the_channel_and_the_answer_says_no_isdn) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(17);
   const Bytes channel17{0xA9, 0x83, 0x80 | 17};
@@ -291,7 +298,8 @@ TEST_F(COutgoingCalls, the_reply_to_a_call_names_its_channel_and_the_answer_says
   EXPECT_EQ(progress[1], 0x80 | 2);
 }
 
-TEST_F(COutgoingCalls, every_clearing_of_the_library_tells_coding_location_and_cause) {
+// Every clearing of the library tells coding, location and cause.
+TEST_F(OutgoingCalls, clearings_tell_coding_location_and_cause) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   // CCITT coding, private network serving the local user.
   constexpr uint8_t kHead = 0x80 | 0x01;
@@ -311,7 +319,7 @@ TEST_F(COutgoingCalls, every_clearing_of_the_library_tells_coding_location_and_c
   EXPECT_EQ(Content(FromLibrary("RELEASE").at(0), kCause), (Bytes{kHead, 0x80 | 16}));
   app->zelk.SetChannelInfo(2, ZELK_SET_ALLOWINCOMING, 0);
   Card().PlaceCall({.timeslot = 3});
-  ASSERT_TRUE(Eventually([&] {
+  ASSERT_TRUE(support::Eventually([&] {
     for (const SQ931Message& message : FromLibrary("RELEASE COMPLETE")) {
       if (message.Cause() == 44) {
         EXPECT_EQ(Content(message, kCause), (Bytes{kHead, 0x80 | 44}));

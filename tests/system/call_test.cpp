@@ -8,7 +8,7 @@ using cardsim::ESimCallState;
 using Codes = std::vector<uint32_t>;
 using Names = std::vector<std::string>;
 
-class CCalls : public CSystemTest {
+class Calls : public CSystemTest {
  protected:
   void StartOpen(const std::vector<int>& trunksOfCards, const std::string& ini = {}) {
     ASSERT_NO_FATAL_FAILURE(Start(trunksOfCards, ini));
@@ -29,7 +29,8 @@ class CCalls : public CSystemTest {
   uint32_t State(int32_t channel) { return app->zelk.GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE); }
 };
 
-TEST_F(CCalls, incoming_call_cleared_by_the_far_end_gives_its_events_and_messages_in_order) {
+// Incoming call cleared by the far end gives its events and messages in order.
+TEST_F(Calls, incoming_cleared_by_the_far_end_events_and_messages_in_order) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Card().PlaceCall({.timeslot = 1, .calling = "0305551234", .called = "8001000"});
   ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
@@ -56,7 +57,8 @@ TEST_F(CCalls, incoming_call_cleared_by_the_far_end_gives_its_events_and_message
   EXPECT_EQ(app->Text(0, ZELK_INFO_CALLTYPE), "");
 }
 
-TEST_F(CCalls, incoming_call_cleared_by_the_application_gives_its_events_and_messages_in_order) {
+// Incoming call cleared by the application gives its events and messages in order.
+TEST_F(Calls, incoming_cleared_by_the_application_all_in_order) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming();
   EXPECT_TRUE(app->zelk.Hangup(0));
@@ -72,7 +74,8 @@ TEST_F(CCalls, incoming_call_cleared_by_the_application_gives_its_events_and_mes
                    "> RELEASE", "< RELEASE COMPLETE"}));
 }
 
-TEST_F(CCalls, outgoing_call_cleared_by_the_application_gives_its_events_and_messages_in_order) {
+// Outgoing call cleared by the application gives its events and messages in order.
+TEST_F(Calls, outgoing_cleared_by_the_application_all_in_order) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   EXPECT_TRUE(app->zelk.Dial(16, "0405556789", "8001000"));
   EXPECT_EQ(State(16), static_cast<uint32_t>(ZELK_CHANNEL_INUSE));
@@ -95,7 +98,7 @@ TEST_F(CCalls, outgoing_call_cleared_by_the_application_gives_its_events_and_mes
                    "> RELEASE", "< RELEASE COMPLETE"}));
 }
 
-TEST_F(CCalls, outgoing_call_cleared_by_the_far_end_carries_its_cause) {
+TEST_F(Calls, outgoing_call_cleared_by_the_far_end_carries_its_cause) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   cardsim::SAnswerPlan plan;
   plan.farEnd.hangupAfter = std::chrono::milliseconds(50);
@@ -109,7 +112,7 @@ TEST_F(CCalls, outgoing_call_cleared_by_the_far_end_carries_its_cause) {
             (Codes{ZELK_EVENT_PROCEEDING, ZELK_EVENT_ALERTING, ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
 }
 
-TEST_F(CCalls, busy_far_end_is_a_disconnect_with_cause_17) {
+TEST_F(Calls, busy_far_end_is_a_disconnect_with_cause_17) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Card().SetAnswerPlan(cardsim::SAnswerPlan::Refuse(17));
   EXPECT_TRUE(app->zelk.Dial(0, "1", nullptr));
@@ -120,7 +123,8 @@ TEST_F(CCalls, busy_far_end_is_a_disconnect_with_cause_17) {
   EXPECT_EQ(State(0), static_cast<uint32_t>(ZELK_CHANNEL_READY));
 }
 
-TEST_F(CCalls, reject_clears_the_offered_call_with_cause_21_and_frees_the_channel_without_an_event) {
+// Reject clears the offered call with cause 21 and frees the channel without an event.
+TEST_F(Calls, reject_clears_with_cause_21_and_frees_without_an_event) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = Card().PlaceCall({.timeslot = 3});
   ASSERT_TRUE(app->WaitEvent(2, ZELK_EVENT_INCOMING_CALL, kSoon));
@@ -131,7 +135,8 @@ TEST_F(CCalls, reject_clears_the_offered_call_with_cause_21_and_frees_the_channe
   EXPECT_EQ(call->Cause(), 21);
 }
 
-TEST_F(CCalls, a_channel_that_allows_no_incoming_calls_refuses_with_cause_44_unheard) {
+// A channel that allows no incoming calls refuses with cause 44 unheard.
+TEST_F(Calls, a_channel_without_incoming_calls_refuses_with_cause_44) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   EXPECT_EQ(app->zelk.SetChannelInfo(2, ZELK_SET_ALLOWINCOMING, 0), 1U);
   Call call = Card().PlaceCall({.timeslot = 3});
@@ -140,7 +145,8 @@ TEST_F(CCalls, a_channel_that_allows_no_incoming_calls_refuses_with_cause_44_unh
   EXPECT_TRUE(app->CallEvents(2).empty());
 }
 
-TEST_F(CCalls, a_second_dial_on_a_channel_with_a_call_is_refused_and_leaves_the_called_number) {
+// A second dial on a channel with a call is refused and leaves the called number.
+TEST_F(Calls, a_second_dial_is_refused_and_leaves_the_called_number) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Card().SetAnswerPlan(cardsim::SAnswerPlan::NeverAnswer());
   EXPECT_TRUE(app->zelk.Dial(0, "111", "222"));
@@ -149,7 +155,8 @@ TEST_F(CCalls, a_second_dial_on_a_channel_with_a_call_is_refused_and_leaves_the_
   EXPECT_EQ(app->Text(0, ZELK_INFO_DLI), "111");
 }
 
-TEST_F(CCalls, a_call_on_a_trunk_that_goes_down_ends_with_channel_state_0_and_no_disconnect) {
+// A call on a trunk that goes down ends with channel state 0 and no disconnect.
+TEST_F(Calls, a_trunk_that_goes_down_ends_its_calls_by_channel_state_0) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming();
   app->Forget();
@@ -161,7 +168,7 @@ TEST_F(CCalls, a_call_on_a_trunk_that_goes_down_ends_with_channel_state_0_and_no
 }
 
 // Channel 105: timeslot 17 of the second trunk of the second card.
-TEST_F(CCalls, calls_of_a_second_card_are_on_its_own_channels_trunks_and_timeslots) {
+TEST_F(Calls, of_a_second_card_have_their_own_channels_and_timeslots) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2, 2}));
   ASSERT_TRUE(sim->Card(1).WaitUp(kSlow));
   sim->Card(1).ClearSeen();
@@ -187,7 +194,8 @@ TEST_F(CCalls, calls_of_a_second_card_are_on_its_own_channels_trunks_and_timeslo
   EXPECT_TRUE(Card(1).Seen().Q931Names(0).empty());
 }
 
-TEST_F(CCalls, a_second_cards_call_without_a_channel_is_given_a_number_of_the_whole_table_and_no_channel) {
+// A second card's call without a channel is given a number of the whole table and no channel.
+TEST_F(Calls, of_a_second_card_without_a_channel_get_none) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2, 2}));
   ASSERT_TRUE(sim->Card(1).WaitUp(kSlow));
   Card(1).PlaceCall({.trunk = 0, .timeslot = cardsim::SCallRequest::kAnyChannel});

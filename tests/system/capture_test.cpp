@@ -18,7 +18,7 @@ using cardsim::ESimCallState;
 
 using Names = std::vector<std::string>;
 
-class CCapture : public CSystemTest {
+class Capture : public CSystemTest {
  protected:
   std::string Path(uint32_t trunk = 1, size_t card = 0) {
     return app->zelk.Folder() + "/zelk-" + std::to_string(Card(card).Serial()) + "-" + std::to_string(trunk) + ".hdlc";
@@ -76,10 +76,7 @@ class CCapture : public CSystemTest {
   std::string CaptureCalls() {
     MakeCall("8001000");
     // The end of the first call has arrived when the card's RELEASE COMPLETE stands in the capture.
-    const auto deadline = std::chrono::steady_clock::now() + kSoon;
-    while (Text(Path()).find(" 08 02 00 01 5A ") == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    EXPECT_TRUE(support::Eventually([&] { return Text(Path()).find(" 08 02 00 01 5A ") != std::string::npos; }, kSoon));
     EXPECT_TRUE(app->zelk.Dial(0, "0405556789", "8001000"));
     EXPECT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon, 2));
     app->zelk.Hangup(0);
@@ -104,7 +101,7 @@ class CCapture : public CSystemTest {
   }
 };
 
-TEST_F(CCapture, whose_writes_fail_costs_no_frame_and_the_other_trunks_captures_go_on) {
+TEST_F(Capture, whose_writes_fail_costs_no_frame_and_the_others_go_on) {
   if (remote::CRemoteLibrary::Place() != nullptr || !fs::exists("/dev/full")) {
     GTEST_SKIP() << "no file here that opens and cannot be written to";
   }
@@ -121,7 +118,7 @@ TEST_F(CCapture, whose_writes_fail_costs_no_frame_and_the_other_trunks_captures_
   EXPECT_FALSE(Lines(Text(Path(2))).empty());
 }
 
-TEST_F(CCapture, holds_every_frame_sent_and_those_received_that_mean_something_in_order) {
+TEST_F(Capture, holds_frames_sent_and_those_received_that_mean_something) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nHdlcLog=1\n"));
   ASSERT_NO_FATAL_FAILURE(MakeCall("8001000"));
   app->zelk.Shutdown();
@@ -152,14 +149,14 @@ TEST_F(CCapture, holds_every_frame_sent_and_those_received_that_mean_something_i
   EXPECT_LT(captured.size(), received.size());
 }
 
-TEST_F(CCapture, of_each_trunk_stands_in_a_file_of_its_serial_number_and_trunk) {
+TEST_F(Capture, of_each_trunk_stands_in_a_file_of_its_serial_number_and_trunk) {
   ASSERT_NO_FATAL_FAILURE(Start({2, 1}, "[General]\nHdlcLog=1\n[100001-1]\nHdlcLog=0\n"));
   EXPECT_FALSE(fs::exists(Path(1, 0)));
   EXPECT_FALSE(Text(Path(2, 0)).empty());
   EXPECT_FALSE(Text(Path(1, 1)).empty());
 }
 
-TEST_F(CCapture, is_appended_to_when_the_card_is_opened_again) {
+TEST_F(Capture, is_appended_to_when_the_card_is_opened_again) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nHdlcLog=1\n"));
   ASSERT_NO_FATAL_FAILURE(MakeCall("1"));
   const std::string before = Text(Path());
@@ -175,7 +172,7 @@ TEST_F(CCapture, is_appended_to_when_the_card_is_opened_again) {
   EXPECT_FALSE(Frames(Lines(after.substr(before.size())), 'O').empty());
 }
 
-TEST_F(CCapture, ends_with_the_opening_that_no_longer_asks_for_it) {
+TEST_F(Capture, ends_with_the_opening_that_no_longer_asks_for_it) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[100001-1]\nHdlcLog=1\n"));
   app->zelk.WriteIni("[100001-1]\nHdlcLog=0\n");
   Card().Restart();
@@ -189,7 +186,7 @@ TEST_F(CCapture, ends_with_the_opening_that_no_longer_asks_for_it) {
   EXPECT_EQ(Text(Path()), before);
 }
 
-TEST_F(CCapture, that_cannot_be_written_does_not_disturb_the_calls) {
+TEST_F(Capture, that_cannot_be_written_does_not_disturb_the_calls) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>("[General]\nHdlcLog=1\n");
@@ -198,7 +195,7 @@ TEST_F(CCapture, that_cannot_be_written_does_not_disturb_the_calls) {
   ASSERT_NO_FATAL_FAILURE(MakeCall("1"));
 }
 
-TEST_F(CCapture, decodes_as_lapd_and_q931_with_every_message_of_a_call_in_order_and_none_malformed) {
+TEST_F(Capture, decodes_as_lapd_and_q931_in_order_and_none_malformed) {
   if (std::system("command -v tshark > /dev/null && command -v text2pcap > /dev/null") != 0) {
     GTEST_SKIP() << "tshark and text2pcap are not installed; scripts/setup installs them";
   }

@@ -9,7 +9,7 @@ using Clock = std::chrono::steady_clock;
 // The three bounded waits for a card's threads, and room for the rest.
 constexpr std::chrono::seconds kCloseLimit{10};
 
-class CCardLife : public CSystemTest {
+class CardLife : public CSystemTest {
  protected:
   // Calls on every channel of trunk 0 of card 0, all playing.
   void FillTrunk() {
@@ -32,7 +32,8 @@ class CCardLife : public CSystemTest {
   std::vector<Call> calls;
 };
 
-TEST_F(CCardLife, shut_down_with_thirty_calls_in_progress_ends_within_the_waits_for_its_threads) {
+// A shut-down with thirty calls in progress ends within the waits for its threads.
+TEST_F(CardLife, shut_down_with_thirty_calls_ends_within_the_threads_waits) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   ASSERT_NO_FATAL_FAILURE(FillTrunk());
   const auto begin = Clock::now();
@@ -40,7 +41,8 @@ TEST_F(CCardLife, shut_down_with_thirty_calls_in_progress_ends_within_the_waits_
   EXPECT_LT(Clock::now() - begin, kCloseLimit);
 }
 
-TEST_F(CCardLife, an_announcement_reopens_a_card_with_calls_and_the_card_works_again) {
+// An announcement reopens a card with calls and the card works again.
+TEST_F(CardLife, an_announcement_reopens_a_card_with_calls) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   ASSERT_NO_FATAL_FAILURE(FillTrunk());
   for (int round = 1; round <= 3; ++round) {
@@ -64,7 +66,7 @@ TEST_F(CCardLife, an_announcement_reopens_a_card_with_calls_and_the_card_works_a
   EXPECT_TRUE(app->zelk.WaitLog("  G :Card reopen has Succeeded\r\n"));
 }
 
-TEST_F(CCardLife, a_card_that_restarts_at_a_new_address_is_reached_there) {
+TEST_F(CardLife, a_card_that_restarts_at_a_new_address_is_reached_there) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   OpenAll();
   app->Forget();
@@ -74,7 +76,7 @@ TEST_F(CCardLife, a_card_that_restarts_at_a_new_address_is_reached_there) {
   ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon)) << app->zelk.LogText();
 }
 
-TEST_F(CCardLife, a_card_that_falls_silent_is_reported_down_on_all_its_channels) {
+TEST_F(CardLife, a_silent_card_is_reported_down_on_all_its_channels) {
   ASSERT_NO_FATAL_FAILURE(Start({1, 1}));
   app->Forget();
   Card(0).SetControlSilent(true);
@@ -89,7 +91,8 @@ TEST_F(CCardLife, a_card_that_falls_silent_is_reported_down_on_all_its_channels)
   }
 }
 
-TEST_F(CCardLife, a_peer_that_closes_the_connection_is_not_reported_and_does_not_hold_up_the_shut_down) {
+// A peer that closes the connection is not reported and does not hold up the shut-down.
+TEST_F(CardLife, a_peer_that_closes_does_not_hold_up_the_shut_down) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   ASSERT_NO_FATAL_FAILURE(FillTrunk());
   app->Forget();

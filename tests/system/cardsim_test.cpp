@@ -8,7 +8,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // The simulator as a program: what its exit code says.
-class CCardsimProgram : public testing::Test {
+class CardsimProgram : public testing::Test {
  protected:
   void SetUp() override {
     bin = fs::read_symlink("/proc/self/exe").parent_path();
@@ -29,13 +29,13 @@ class CCardsimProgram : public testing::Test {
   fs::path bin;
 };
 
-TEST_F(CCardsimProgram, fails_when_calls_were_asked_for_and_none_was_connected) {
+TEST_F(CardsimProgram, fails_when_none_of_the_calls_was_connected) {
   EXPECT_EQ(Run(Cardsim("--seconds 0.2")), 0);
   EXPECT_EQ(Run(Cardsim("--seconds 0.2 --calls-per-second 100")), 2);
   EXPECT_EQ(Run(Cardsim("--seconds 0.2 --calls 3")), 2);
 }
 
-TEST_F(CCardsimProgram, ends_well_when_the_calls_it_was_asked_for_were_answered) {
+TEST_F(CardsimProgram, ends_well_when_the_calls_asked_for_were_answered) {
   const support::CZelkLibrary library;  // its folder has the telephone's library
   if (!fs::exists(fs::path(library.Folder()) / "libZelkApi-64.so")) {
     GTEST_SKIP() << "the library under test is another system's";

@@ -15,7 +15,7 @@ using cardsim::EFrameKind;
 constexpr uint8_t kCalledNumber = 0x70;
 constexpr uint8_t kSendingComplete = 0xA1;
 
-class CConfigEffect : public CSystemTest {
+class ConfigEffect : public CSystemTest {
  protected:
   // The messages of a type since the card's last connection.
   std::vector<Bytes> Messages(EControlType type, size_t card = 0) {
@@ -110,7 +110,7 @@ class CConfigEffect : public CSystemTest {
   }
 };
 
-TEST_F(CConfigEffect, without_a_file_every_key_has_its_default_effect) {
+TEST_F(ConfigEffect, without_a_file_every_key_has_its_default_effect) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   EXPECT_EQ(Crc4Bytes(), std::vector<int>{0});
   EXPECT_EQ(FirstFrame(EFrameKind::kSabme), (Bytes{0x00, 0x01, 0x7F})) << "a command of the user side";
@@ -122,7 +122,7 @@ TEST_F(CConfigEffect, without_a_file_every_key_has_its_default_effect) {
 }
 
 // The signalling stack has neither side to play then: it says so, sends nothing, and the trunk stays down.
-TEST_F(CConfigEffect, client_types_1000_and_1001_are_node_types_5_and_10_which_the_signalling_stack_does_not_play) {
+TEST_F(ConfigEffect, client_types_1000_and_1001_leave_their_trunks_down) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({3}));
   sim->Start();
   app = std::make_unique<support::CApplication>("[100001-2]\nClientType=1000\n[100001-3]\nClientType=1001\n");
@@ -141,7 +141,7 @@ TEST_F(CConfigEffect, client_types_1000_and_1001_are_node_types_5_and_10_which_t
 }
 
 // No two tones reach 60 times the sum of squares, so with that threshold no digit is heard.
-TEST_F(CConfigEffect, dtmf_values_reach_a_cards_detectors_at_its_next_opening_and_not_before) {
+TEST_F(ConfigEffect, dtmf_values_reach_a_card_at_its_next_open_and_not_before) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   Card().Audio().SetWaitForReplies(true);
   EXPECT_EQ(HeardOf("5"), "5");
@@ -157,18 +157,19 @@ TEST_F(CConfigEffect, dtmf_values_reach_a_cards_detectors_at_its_next_opening_an
   EXPECT_EQ(HeardOf("9"), "9");
 }
 
-TEST_F(CConfigEffect, crc4_reaches_the_card_as_its_low_byte_from_the_trunks_section_or_from_general) {
+// CRC4 reaches the card as its low byte from the trunk's section or from General.
+TEST_F(ConfigEffect, crc4_is_a_low_byte_of_the_trunks_section_or_general) {
   ASSERT_NO_FATAL_FAILURE(Start({3}, "[General]\nCrc4=2\n[100001-2]\nCrc4=259\n[100001-3]\nCrc4=-1\n"));
   EXPECT_EQ(Crc4Bytes(), (std::vector<int>{2, 3, 255}));
 }
 
-TEST_F(CConfigEffect, each_card_has_sections_of_its_own) {
+TEST_F(ConfigEffect, each_card_has_sections_of_its_own) {
   ASSERT_NO_FATAL_FAILURE(Start({1, 2}, "[100001-1]\nCrc4=1\n[100002-2]\nCrc4=4\n"));
   EXPECT_EQ(Crc4Bytes(0), std::vector<int>{1});
   EXPECT_EQ(Crc4Bytes(1), (std::vector<int>{0, 4}));
 }
 
-TEST_F(CConfigEffect, malformed_and_unusual_values_follow_the_readers_rules) {
+TEST_F(ConfigEffect, malformed_and_unusual_values_follow_the_readers_rules) {
   ASSERT_NO_FATAL_FAILURE(Start({8},
                                 "\r\n; Crc4 of eight trunks\r\n[general]\r\ncrc4 = 7\r\nCrc4=8\r\n"
                                 "[100001-1]\r\nCrc4=abc\r\n[100001-2]\r\nCrc4=  12x3\r\n[100001-3]\r\nCrc4=\r\n"
@@ -177,12 +178,12 @@ TEST_F(CConfigEffect, malformed_and_unusual_values_follow_the_readers_rules) {
   EXPECT_EQ(Crc4Bytes(), (std::vector<int>{0, 12, 7, 5, 7, 254, 7, 6}));
 }
 
-TEST_F(CConfigEffect, a_number_is_decimal_whatever_its_prefix) {
+TEST_F(ConfigEffect, a_number_is_decimal_whatever_its_prefix) {
   ASSERT_NO_FATAL_FAILURE(Start({2}, "[100001-1]\nCrc4=0x10\n[100001-2]\nCrc4=010\n"));
   EXPECT_EQ(Crc4Bytes(), (std::vector<int>{0, 10}));
 }
 
-TEST_F(CConfigEffect, client_type_1_makes_a_trunk_the_network_side) {
+TEST_F(ConfigEffect, client_type_1_makes_a_trunk_the_network_side) {
   cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks({2});
   config.cards[0].roles[1].userSide = true;
   ASSERT_NO_FATAL_FAILURE(Start(config, "[100001-2]\nClientType=1\n"));
@@ -190,7 +191,7 @@ TEST_F(CConfigEffect, client_type_1_makes_a_trunk_the_network_side) {
   EXPECT_EQ(FirstFrame(EFrameKind::kSabme, 1), (Bytes{0x02, 0x01, 0x7F})) << "a command of the network side";
 }
 
-TEST_F(CConfigEffect, two_network_sides_are_reported_as_a_wrong_configuration) {
+TEST_F(ConfigEffect, two_network_sides_are_reported_as_a_wrong_configuration) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>("[General]\nClientType=1\n");
@@ -200,13 +201,13 @@ TEST_F(CConfigEffect, two_network_sides_are_reported_as_a_wrong_configuration) {
       << app->zelk.LogText();
 }
 
-TEST_F(CConfigEffect, switch_type_chooses_the_dialect_of_a_trunk) {
+TEST_F(ConfigEffect, switch_type_chooses_the_dialect_of_a_trunk) {
   ASSERT_NO_FATAL_FAILURE(Start({2}, "[100001-2]\nSwitchType=1\n"));
   EXPECT_NE(SetupOn(0).Find(kSendingComplete), nullptr) << "Euro ISDN says that the number is complete";
   EXPECT_EQ(SetupOn(1).Find(kSendingComplete), nullptr) << "National ISDN does not";
 }
 
-TEST_F(CConfigEffect, number_type_stands_in_the_setup_of_the_trunks_calls) {
+TEST_F(ConfigEffect, number_type_stands_in_the_setup_of_the_trunks_calls) {
   ASSERT_NO_FATAL_FAILURE(
       Start({3}, "[General]\nNumberType=65\n[100001-2]\nNumberType=17\n[100001-3]\nNumberType=0\n"));
   EXPECT_EQ(NumberTypeOn(0), 65);
@@ -214,7 +215,7 @@ TEST_F(CConfigEffect, number_type_stands_in_the_setup_of_the_trunks_calls) {
   EXPECT_EQ(NumberTypeOn(2), 0);
 }
 
-TEST_F(CConfigEffect, hangup_on_alerting_leaves_a_call_that_alerts_before_its_answer) {
+TEST_F(ConfigEffect, hangup_on_alerting_leaves_a_call_that_alerts_first) {
   ASSERT_NO_FATAL_FAILURE(Start({2}, "[100001-2]\nHangupOnAlerting=1\n"));
   for (const int32_t channel : {0, 30}) {
     ASSERT_TRUE(app->zelk.OpenChannel(channel));
@@ -225,14 +226,14 @@ TEST_F(CConfigEffect, hangup_on_alerting_leaves_a_call_that_alerts_before_its_an
   }
 }
 
-TEST_F(CConfigEffect, hdlc_log_writes_a_capture_of_the_trunks_that_have_it) {
+TEST_F(ConfigEffect, hdlc_log_writes_a_capture_of_the_trunks_that_have_it) {
   ASSERT_NO_FATAL_FAILURE(Start({3}, "[General]\nHdlcLog=2\n[100001-2]\nHdlcLog=0\n"));
   EXPECT_TRUE(HasCapture(1));
   EXPECT_FALSE(HasCapture(2));
   EXPECT_TRUE(HasCapture(3));
 }
 
-TEST_F(CConfigEffect, sections_are_read_again_when_a_card_is_opened_again) {
+TEST_F(ConfigEffect, sections_are_read_again_when_a_card_is_opened_again) {
   ASSERT_NO_FATAL_FAILURE(Start({2}, "[General]\nCrc4=1\nNumberType=33\n[100001-1]\nCrc4=2\n"));
   EXPECT_EQ(Crc4Bytes(), (std::vector<int>{2, 1}));
   app->zelk.WriteIni("[General]\nCrc4=9\n[100001-1]\nCrc4=3\nNumberType=65\nHdlcLog=1\n");
@@ -243,7 +244,7 @@ TEST_F(CConfigEffect, sections_are_read_again_when_a_card_is_opened_again) {
   EXPECT_FALSE(HasCapture(2));
 }
 
-TEST_F(CConfigEffect, a_second_init_reads_the_general_values_for_the_next_opening) {
+TEST_F(ConfigEffect, a_second_init_reads_the_general_values_for_the_next_open) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nCrc4=1\n"));
   EXPECT_EQ(Crc4Bytes(), std::vector<int>{1});
   app->zelk.WriteIni("[General]\nCrc4=5\nNumberType=65\n");
@@ -255,7 +256,8 @@ TEST_F(CConfigEffect, a_second_init_reads_the_general_values_for_the_next_openin
   EXPECT_EQ(NumberTypeOn(0), 65);
 }
 
-TEST_F(CConfigEffect, values_that_nobody_can_mean_leave_their_trunk_down_and_the_others_working) {
+// Values that nobody can mean leave their trunk down and the others working.
+TEST_F(ConfigEffect, nonsense_leaves_its_trunk_down_and_the_others_working) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({3}));
   sim->Start();
   app = std::make_unique<support::CApplication>(
@@ -282,7 +284,8 @@ TEST_F(CConfigEffect, values_that_nobody_can_mean_leave_their_trunk_down_and_the
   EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 60U);
 }
 
-TEST_F(CConfigEffect, echo_canceller_takes_away_an_echo_within_echo_tail_on_its_trunks) {
+// The echo canceller takes away an echo within EchoTail on its trunks.
+TEST_F(ConfigEffect, echo_canceller_takes_an_echo_within_its_tail_away) {
   constexpr size_t kSecond = 8000;
   constexpr size_t kSeconds = 5;
   ASSERT_NO_FATAL_FAILURE(
@@ -308,7 +311,7 @@ TEST_F(CConfigEffect, echo_canceller_takes_away_an_echo_within_echo_tail_on_its_
     levels.push_back(cardsim::Dbm0OfALaw(recorded.data() + (kSeconds - 2) * kSecond, kSecond));
   }
   EXPECT_GT(levels[0], -30);
-  EXPECT_GT(levels[1], levels[0] - 3) << "an echo behind the default tail of 32 ms stays";
+  EXPECT_GT(levels[1], levels[0] - 3) << "an echo after the default tail of 32 ms stays";
   EXPECT_LT(levels[2], levels[0] - 20) << "one within 64 ms goes";
   EXPECT_EQ(Card().Audio().EchoesTooLate(), 0U);
 }

@@ -42,7 +42,7 @@ const std::vector<SCase> kCases{
     {"a long press", {.onMs = 300, .offMs = 60, .level = -10}},
 };
 
-class CDigits : public CSystemTest {
+class Digits : public CSystemTest {
  protected:
   std::string Heard(int32_t channel) {
     std::string digits;
@@ -55,7 +55,7 @@ class CDigits : public CSystemTest {
   }
 };
 
-TEST_F(CDigits, all_sixteen_are_events_once_each_on_calls_with_prompts_at_every_level_twist_offset_and_noise) {
+TEST_F(Digits, are_events_once_each_at_every_level_twist_offset_and_noise) {
   ASSERT_LE(kCases.size(), 30U);
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   Card().Audio().SetWaitForReplies(true);  // a busy machine must not tear a digit apart

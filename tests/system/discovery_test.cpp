@@ -104,7 +104,7 @@ class CBareCard {
   std::vector<std::string> connectionsFrom;  // guarded by lock
 };
 
-class CDiscoverySystem : public CSystemTest {
+class DiscoverySystem : public CSystemTest {
  protected:
   // A simulated card in the network of an adapter.
   std::unique_ptr<cardsim::CSimulator> CardAt(const std::string& address, const std::string& broadcast,
@@ -120,7 +120,7 @@ class CDiscoverySystem : public CSystemTest {
   uint32_t SerialOf(int32_t channel) { return app->zelk.GetChannelInfo(channel, ZELK_INFO_SERIALNO); }
 };
 
-TEST_F(CDiscoverySystem, cards_are_numbered_adapter_by_adapter_with_loopback_last) {
+TEST_F(DiscoverySystem, numbers_cards_by_adapter_with_loopback_last) {
   ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   support::MakeAdapter("a1", {"10.2.2.1/24", "10.2.2.9/24"});
@@ -136,7 +136,8 @@ TEST_F(CDiscoverySystem, cards_are_numbered_adapter_by_adapter_with_loopback_las
   app.reset();
 }
 
-TEST_F(CDiscoverySystem, a_card_on_another_adapter_takes_calls_and_is_reopened_when_announced) {
+// A card on another adapter takes calls and is reopened when announced.
+TEST_F(DiscoverySystem, a_card_on_another_adapter_takes_calls_and_is_reopened) {
   ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   sim = CardAt("10.1.1.9", "10.1.1.255", 100);
@@ -158,7 +159,8 @@ TEST_F(CDiscoverySystem, a_card_on_another_adapter_takes_calls_and_is_reopened_w
   }
 }
 
-TEST_F(CDiscoverySystem, a_card_that_is_heard_on_two_adapters_belongs_to_the_first_and_is_counted_once) {
+// A card that is heard on two adapters belongs to the first and is counted once.
+TEST_F(DiscoverySystem, a_card_heard_on_two_adapters_belongs_to_the_first) {
   ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   support::MakeAdapter("a1", {"10.2.2.1/24"});
@@ -172,7 +174,7 @@ TEST_F(CDiscoverySystem, a_card_that_is_heard_on_two_adapters_belongs_to_the_fir
   EXPECT_EQ(app->zelk.GetChannelCount(), 0) << "the bare card gives no information";
 }
 
-TEST_F(CDiscoverySystem, an_adapter_whose_port_is_taken_is_passed_over) {
+TEST_F(DiscoverySystem, an_adapter_whose_port_is_taken_is_passed_over) {
   ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24", "10.1.1.9/24"});
   support::MakeAdapter("a1", {"10.2.2.1/24"});
@@ -184,7 +186,7 @@ TEST_F(CDiscoverySystem, an_adapter_whose_port_is_taken_is_passed_over) {
   EXPECT_EQ(card.ConnectionsFrom(), std::vector<std::string>{"10.2.2.1"});
 }
 
-TEST_F(CDiscoverySystem, without_any_adapter_the_library_starts_without_channels) {
+TEST_F(DiscoverySystem, without_any_adapter_there_are_no_channels) {
   ZELK_NEEDS_OWN_NETWORK();
   support::ChangeNetwork("ip link set lo down");
   app = std::make_unique<support::CApplication>();
@@ -192,7 +194,8 @@ TEST_F(CDiscoverySystem, without_any_adapter_the_library_starts_without_channels
   EXPECT_EQ(app->zelk.GetChannelCount(), 0);
 }
 
-TEST_F(CDiscoverySystem, a_reply_that_is_short_of_another_version_or_foreign_makes_no_card) {
+// A reply that is short, of another version or foreign makes no card.
+TEST_F(DiscoverySystem, a_short_or_foreign_reply_makes_no_card) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1, 1, 1, 1, 1}));
   sim->Start();
   Card(0).SetDiscoveryReply(Reply(14));
@@ -206,13 +209,14 @@ TEST_F(CDiscoverySystem, a_reply_that_is_short_of_another_version_or_foreign_mak
   EXPECT_EQ(SerialOf(0), Card(4).Serial());
 }
 
-TEST_F(CDiscoverySystem, a_card_that_answers_all_three_probes_is_opened_once) {
+TEST_F(DiscoverySystem, a_card_that_answers_all_three_probes_is_opened_once) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   EXPECT_EQ(app->zelk.GetChannelCount(), 30);
   EXPECT_EQ(Card().Seen().Connections(), 1);
 }
 
-TEST_F(CDiscoverySystem, a_card_that_does_not_answer_probes_is_not_added_by_its_announcement) {
+// A card that does not answer probes is not added by its announcement.
+TEST_F(DiscoverySystem, a_card_is_not_added_by_its_announcement) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1, 1}));
   sim->Start();
   Card(1).SetAnswerProbes(false);

@@ -15,7 +15,7 @@ constexpr size_t kSecond = 8000;
 // Trunk 1 (channels 0-29) with the canceller, trunk 2 (channels 30-59) without.
 constexpr char kFirstTrunkOnly[] = "[100001-1]\nEchoCanceller=1\n";
 
-class CEcho : public CSystemTest {
+class Echo : public CSystemTest {
  protected:
   // Sound must not depend on how busy the machine is: an echo that comes late is another echo.
   void StartInStep(const std::string& ini) {
@@ -60,73 +60,104 @@ class CEcho : public CSystemTest {
   }
 };
 
-TEST_F(CEcho,
-       of_far_end_noise_and_speech_is_30_db_down_after_6_seconds_near_end_speech_stays_and_double_talk_is_heard) {
-  constexpr int kMs = 10000;
-  constexpr size_t kWindow = 3 * kSecond;
-  ASSERT_NO_FATAL_FAILURE(StartInStep(kFirstTrunkOnly));
-  const Call call = Connect(29);
-  // The same on both trunks: echo of 8, 16 and 30 ms of noise and of speech.
-  const std::vector<int> delaysMs{8, 16, 30};
+// The same far end on both trunks; on the first one, with the canceller, near ends too.
+class EchoOfBothEnds : public Echo {
+ protected:
+  static constexpr int kMs = 10000;
+  static constexpr size_t kWindow = 3 * kSecond;
+  static constexpr int32_t kNearEnds = 6;    // channels 6 to 8: the near end alone at three levels
+  static constexpr int32_t kDoubleTalk = 9;  // both ends at once
+
   // All sound is made before any begins: making it takes its time.
-  const Bytes farNoise = cardsim::RenderNoise(-13, kMs, 77);
-  const Bytes farSpeech = cardsim::RenderSpeech(-16, kMs, 3);
-  const std::vector<double> levels{-10, -20, -30};
-  std::vector<Bytes> nearSpeech;
-  for (const double level : levels) {
-    nearSpeech.push_back(cardsim::RenderSpeech(level, kMs, static_cast<uint32_t>(20 + nearSpeech.size())));
+  void Render() {
+    farNoise = cardsim::RenderNoise(-13, kMs, 77);
+    farSpeech = cardsim::RenderSpeech(-16, kMs, 3);
+    for (const double level : {-10, -20, -30}) {
+      nearSpeech.push_back(cardsim::RenderSpeech(level, kMs, static_cast<uint32_t>(20 + nearSpeech.size())));
+    }
+    talkFar = cardsim::RenderSpeech(-16, kMs, 31);
+    talkNear = cardsim::RenderSpeech(-16, kMs, 32);
   }
-  const Bytes talkFar = cardsim::RenderSpeech(-16, kMs, 31);
-  const Bytes talkNear = cardsim::RenderSpeech(-16, kMs, 32);
-  for (int32_t place = 0; place < 6; ++place) {
-    for (const int32_t channel : {place, place + 30}) {
-      SetEcho(channel, delaysMs[static_cast<size_t>(place % 3)]);
-      app->Record(channel);
-      ASSERT_TRUE(PlayOn(channel, place < 3 ? farNoise : farSpeech));
+
+  // Echo of 8, 16 and 30 ms of noise and of speech.
+  void StartFarEnds() {
+    const std::vector<int> delaysMs{8, 16, 30};
+    for (int32_t place = 0; place < 6; ++place) {
+      for (const int32_t channel : {place, place + 30}) {
+        SetEcho(channel, delaysMs[static_cast<size_t>(place % 3)]);
+        app->Record(channel);
+        ASSERT_TRUE(PlayOn(channel, place < 3 ? farNoise : farSpeech));
+      }
     }
   }
-  // The near end alone at three levels, with an echo path of which there is nothing to hear.
-  cardsim::AudioSource lastNearEnd;
-  for (int32_t i = 0; i < 3; ++i) {
-    SetEcho(6 + i, 16);
-    app->Record(6 + i);
-    lastNearEnd = Speak(6 + i, nearSpeech[static_cast<size_t>(i)]);
-  }
-  // Both ends at once.
-  const cardsim::Recorder talkLine = Card().RecordTimeslot(0, TimeslotOf(9));
-  SetEcho(9, 16);
-  app->Record(9);
-  ASSERT_TRUE(PlayOn(9, talkFar));
-  Speak(9, talkNear);
 
-  ASSERT_TRUE(app->WaitEvent(30, ZELK_EVENT_PLAY_DONE, 3 * kSlow));  // in step with a busy machine
-  const auto lastSeconds = [&](int32_t channel) {
+  // With an echo path of which there is nothing to hear.
+  void StartNearEnds() {
+    for (int32_t i = 0; i < 3; ++i) {
+      SetEcho(kNearEnds + i, 16);
+      app->Record(kNearEnds + i);
+      lastNearEnd = Speak(kNearEnds + i, nearSpeech[static_cast<size_t>(i)]);
+    }
+  }
+
+  void StartDoubleTalk() {
+    talkLine = Card().RecordTimeslot(0, TimeslotOf(kDoubleTalk));
+    SetEcho(kDoubleTalk, 16);
+    app->Record(kDoubleTalk);
+    ASSERT_TRUE(PlayOn(kDoubleTalk, talkFar));
+    Speak(kDoubleTalk, talkNear);
+  }
+
+  // 6.5 to 9.5 s after the start: the event came at the end of the play.
+  Bytes LastSeconds(int32_t channel) {
     const Bytes all = app->Recorded(channel);
     EXPECT_GT(all.size(), kWindow + kSecond / 2);
-    // 6.5 to 9.5 s after the start: the event came at the end of the play.
     return Bytes(all.end() - static_cast<ptrdiff_t>(kWindow + kSecond / 2), all.end() - kSecond / 2);
-  };
-  for (int32_t place = 0; place < 6; ++place) {
-    const double uncancelled = cardsim::LevelOf(lastSeconds(place + 30));
-    const double cancelled = cardsim::LevelOf(lastSeconds(place));
-    EXPECT_GT(uncancelled, -26) << place;
-    EXPECT_LE(cancelled, uncancelled - 30) << place << ": uncancelled " << uncancelled;
   }
-  ASSERT_TRUE(Card().Audio().WaitPlayed(lastNearEnd, kSlow));
-  ASSERT_TRUE(app->WaitRecorded(8, app->Recorded(8).size() + kSecond, kSlow));  // what is under way in the rings
-  for (int32_t i = 0; i < 3; ++i) {
-    const Bytes heard = app->Recorded(6 + i);
-    const Bytes& sent = nearSpeech[static_cast<size_t>(i)];
-    // Nothing but silence lies before and behind it, so the power of the whole is that of the speech.
-    const double share = 10 * std::log10(static_cast<double>(heard.size()) / static_cast<double>(sent.size()));
-    EXPECT_NEAR(cardsim::LevelOf(heard) + share, cardsim::LevelOf(sent), 0.5) << i;
+
+  void ExpectFarEndsCancelled() {
+    for (int32_t place = 0; place < 6; ++place) {
+      const double uncancelled = cardsim::LevelOf(LastSeconds(place + 30));
+      const double cancelled = cardsim::LevelOf(LastSeconds(place));
+      EXPECT_GT(uncancelled, -26) << place;
+      EXPECT_LE(cancelled, uncancelled - 30) << place << ": uncancelled " << uncancelled;
+    }
   }
-  EXPECT_GT(cardsim::LevelOf(app->Recorded(9)), cardsim::LevelOf(talkNear) - 3);
+
+  void ExpectNearEndsKept() {
+    ASSERT_TRUE(Card().Audio().WaitPlayed(lastNearEnd, kSlow));
+    ASSERT_TRUE(app->WaitRecorded(8, app->Recorded(8).size() + kSecond, kSlow));  // what is under way in the rings
+    for (int32_t i = 0; i < 3; ++i) {
+      const Bytes heard = app->Recorded(kNearEnds + i);
+      const Bytes& sent = nearSpeech[static_cast<size_t>(i)];
+      // Nothing but silence lies before and after it, so the power of the whole is that of the speech.
+      const double share = 10 * std::log10(static_cast<double>(heard.size()) / static_cast<double>(sent.size()));
+      EXPECT_NEAR(cardsim::LevelOf(heard) + share, cardsim::LevelOf(sent), 0.5) << i;
+    }
+  }
+
+  Bytes farNoise, farSpeech, talkFar, talkNear;
+  std::vector<Bytes> nearSpeech;
+  cardsim::AudioSource lastNearEnd;
+  cardsim::Recorder talkLine;
+};
+
+TEST_F(EchoOfBothEnds, far_end_is_30_db_down_near_end_and_both_at_once_stay) {
+  ASSERT_NO_FATAL_FAILURE(StartInStep(kFirstTrunkOnly));
+  const Call call = Connect(29);
+  Render();
+  ASSERT_NO_FATAL_FAILURE(StartFarEnds());
+  StartNearEnds();
+  ASSERT_NO_FATAL_FAILURE(StartDoubleTalk());
+  ASSERT_TRUE(app->WaitEvent(30, ZELK_EVENT_PLAY_DONE, 3 * kSlow));  // in step with a busy machine
+  ExpectFarEndsCancelled();
+  ASSERT_NO_FATAL_FAILURE(ExpectNearEndsKept());
+  EXPECT_GT(cardsim::LevelOf(app->Recorded(kDoubleTalk)), cardsim::LevelOf(talkNear) - 3);
   EXPECT_TRUE(talkLine->WaitContains(talkFar, kSoon));
   EXPECT_EQ(Card().Audio().EchoesTooLate(), 0U);
 }
 
-TEST_F(CEcho, switch_of_a_trunk_goes_on_when_a_call_connects_and_off_when_one_ends) {
+TEST_F(Echo, switch_goes_on_when_a_call_connects_and_off_when_one_ends) {
   ASSERT_NO_FATAL_FAILURE(StartInStep(kFirstTrunkOnly));
   const Bytes noise = cardsim::RenderNoise(-13, 60000, 3);
   for (const int32_t channel : {5, 35}) {
@@ -167,7 +198,7 @@ TEST_F(CEcho, switch_of_a_trunk_goes_on_when_a_call_connects_and_off_when_one_en
   EXPECT_LT(RecordedLevel(5), full - 20);
 }
 
-TEST_F(CEcho, tails_of_any_length_are_taken) {
+TEST_F(Echo, tails_of_any_length_are_taken) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();

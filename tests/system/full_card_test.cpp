@@ -144,7 +144,7 @@ class CStallWatch {
   void Watch() {
     auto last = std::chrono::steady_clock::now();
     while (!stop) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      support::LetPass(std::chrono::milliseconds(1));
       const auto now = std::chrono::steady_clock::now();
       longestMs = std::max(longestMs.load(), std::chrono::duration<double, std::milli>(now - last).count());
       last = now;
@@ -156,7 +156,7 @@ class CStallWatch {
   std::thread watcher;
 };
 
-class CFullCard : public CSystemTest {
+class FullCard : public CSystemTest {
  protected:
   void StartCalls() {
     for (uint32_t i = 0; i < kChannels; ++i) {
@@ -215,6 +215,46 @@ class CFullCard : public CSystemTest {
     }
   }
 
+  // One second of the card's own time after another.
+  void Carry(uint64_t seconds) {
+    const cardsim::Recorder clock = std::make_shared<cardsim::CRecorder>();
+    for (uint64_t second = 0; second <= seconds; ++second) {
+      ASSERT_NO_FATAL_FAILURE(Refill());
+      clock->Clear();
+      Card().Audio().AddRecorder(0, 1, clock);
+      ASSERT_TRUE(clock->WaitSize(kRound, kSlow));
+      Card().Audio().RemoveRecorder(0, 1, clock);
+    }
+  }
+
+  // What every channel has carried, and what went wrong.
+  struct SCarried {
+    uint64_t least = ~uint64_t{0};  // samples of the channel and direction with the fewest
+    uint64_t digits = 0;
+    std::vector<std::string> faults;
+  };
+  SCarried Check(uint64_t seconds) {
+    SCarried carried;
+    for (int32_t i = 0; i < kChannels; ++i) {
+      SChannel& own = *channels[static_cast<size_t>(i)];
+      const auto check = [&](const char* what, const CFollower& sound) {
+        if (sound.wrong != 0) {
+          carried.faults.push_back(std::to_string(i) + what + std::to_string(sound.firstWrong));
+        }
+        carried.least = std::min(carried.least, sound.followed.load());
+      };
+      check(" recorded wrong from ", own.recorded);
+      check(" heard wrong from ", own.heard);
+      const uint64_t heard = own.digits;
+      // The digit of the round that has just begun may have been heard already.
+      if (own.misheard != 0 || heard < seconds || heard > own.recorded.followed / kRound + 2) {
+        carried.faults.push_back(std::to_string(i) + " digits " + std::to_string(heard));
+      }
+      carried.digits += heard;
+    }
+    return carried;
+  }
+
   int TimeslotOf(int32_t channel) { return static_cast<int>(app->zelk.GetChannelInfo(channel, ZELK_INFO_TIMESLOT)); }
 
   std::vector<std::unique_ptr<SChannel>> channels;
@@ -222,41 +262,16 @@ class CFullCard : public CSystemTest {
 };
 
 // 240 channels. ZELK_SOAK_SECONDS sets the length.
-TEST_F(CFullCard, carries_every_sample_and_digit_and_answers_in_time) {
+TEST_F(FullCard, carries_every_sample_and_digit_and_answers_in_time) {
   ASSERT_NO_FATAL_FAILURE(StartCalls());
   ASSERT_NO_FATAL_FAILURE(StartSound());
   const auto seconds = static_cast<uint64_t>(Seconds());
   const CStallWatch stalls;
-  const cardsim::Recorder clock = std::make_shared<cardsim::CRecorder>();
-  for (uint64_t second = 0; second <= seconds; ++second) {
-    ASSERT_NO_FATAL_FAILURE(Refill());
-    clock->Clear();
-    Card().Audio().AddRecorder(0, 1, clock);
-    ASSERT_TRUE(clock->WaitSize(kRound, kSlow));
-    Card().Audio().RemoveRecorder(0, 1, clock);
-  }
-  uint64_t least = ~uint64_t{0};
-  uint64_t digits = 0;
-  std::vector<std::string> faults;
-  for (int32_t i = 0; i < kChannels; ++i) {
-    SChannel& own = *channels[static_cast<size_t>(i)];
-    const auto check = [&](const char* what, const CFollower& sound) {
-      if (sound.wrong != 0) {
-        faults.push_back(std::to_string(i) + what + std::to_string(sound.firstWrong));
-      }
-      least = std::min(least, sound.followed.load());
-    };
-    check(" recorded wrong from ", own.recorded);
-    check(" heard wrong from ", own.heard);
-    const uint64_t heard = own.digits;
-    // The digit of the round that has just begun may have been heard already.
-    if (own.misheard != 0 || heard < seconds || heard > own.recorded.followed / kRound + 2) {
-      faults.push_back(std::to_string(i) + " digits " + std::to_string(heard));
-    }
-    digits += heard;
-  }
-  EXPECT_TRUE(faults.empty()) << faults.size() << " faults, the first: channel " << faults.front();
-  EXPECT_GE(least, (seconds - 1) * kRound);
+  ASSERT_NO_FATAL_FAILURE(Carry(seconds));
+  const SCarried carried = Check(seconds);
+  EXPECT_TRUE(carried.faults.empty()) << carried.faults.size() << " faults, the first: channel "
+                                      << carried.faults.front();
+  EXPECT_GE(carried.least, (seconds - 1) * kRound);
   const cardsim::SAudioStatistics seen = Card().Audio().Statistics();
   EXPECT_EQ(seen.late, 0U);
   EXPECT_EQ(seen.missing, 0U);
@@ -266,8 +281,8 @@ TEST_F(CFullCard, carries_every_sample_and_digit_and_answers_in_time) {
       "%llu s, %llu packets, %.2f ms mean and %.2f ms worst reply (the machine's own longest stall: %.0f ms), at least "
       "%llu samples each way, %llu digits\n",
       static_cast<unsigned long long>(seconds), static_cast<unsigned long long>(seen.packetsSent), seen.meanRoundTripMs,
-      seen.worstRoundTripMs, stalls.LongestMs(), static_cast<unsigned long long>(least),
-      static_cast<unsigned long long>(digits));
+      seen.worstRoundTripMs, stalls.LongestMs(), static_cast<unsigned long long>(carried.least),
+      static_cast<unsigned long long>(carried.digits));
   // The library goes first: its callbacks use the channels.
   app.reset();
   sim.reset();

@@ -9,7 +9,7 @@ using cardsim::Call;
 using cardsim::ESimCallState;
 
 // What docs/api-guide.md warns of: sentences about corners that an application meets unasked.
-class CGuide : public CCallTest {
+class Guide : public CCallTest {
  protected:
   static constexpr uint8_t kRelease = 0x4D;
 
@@ -20,8 +20,8 @@ class CGuide : public CCallTest {
     EXPECT_TRUE(app->zelk.PlayBuffer(channel, sound.data(), static_cast<uint32_t>(bytes)));
   }
 
-  // A channel's blocks on their way to the line, so many of 20 ms, all taken: what is played now is heard that much
-  // later.
+  // A channel's blocks on their way to the line, a number of 20 ms each, all taken: what is played now is heard that
+  // much later.
   void StartWithFullRing(int blocks) {
     sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
     line = Card().RecordTimeslot(0, 1);
@@ -36,12 +36,12 @@ class CGuide : public CCallTest {
     ASSERT_NO_FATAL_FAILURE(StartLibrary());
     ASSERT_TRUE(Card().WaitUp(kSlow)) << app->zelk.LogText();
     OpenAll();
-    ASSERT_TRUE(Eventually([&] { return fills >= blocks; }));
+    ASSERT_TRUE(support::Eventually([&] { return fills >= blocks; }));
     ForgetAll();
   }
 
   bool WaitFills(int more) {
-    return Eventually([this, upTo = fills + more] { return fills >= upTo; });
+    return support::Eventually([this, upTo = fills + more] { return fills >= upTo; });
   }
 
   void LoseCard() {
@@ -55,7 +55,7 @@ class CGuide : public CCallTest {
     Card().Announce();
     ASSERT_TRUE(app->zelk.WaitLog("Card reopen has Succeeded")) << app->zelk.LogText();
     ASSERT_TRUE(Card().WaitUp(kSlow)) << app->zelk.LogText();
-    ASSERT_TRUE(Eventually([&] { return State(0) == 3U; }, kSlow));
+    ASSERT_TRUE(support::Eventually([&] { return State(0) == 3U; }, kSlow));
   }
 
   // On the receive thread: no packet leaves meanwhile.
@@ -72,7 +72,8 @@ class CGuide : public CCallTest {
   std::atomic<bool> isRestHeard{true};
 };
 
-TEST_F(CGuide, a_call_dialled_on_a_lost_card_brings_nothing_until_a_reject_or_the_reopening) {
+// A call dialled on a lost card brings nothing until a reject or the reopening.
+TEST_F(Guide, a_call_on_a_lost_card_brings_nothing_until_a_reject) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   ASSERT_NO_FATAL_FAILURE(LoseCard());
   ForgetAll();
@@ -94,11 +95,12 @@ TEST_F(CGuide, a_call_dialled_on_a_lost_card_brings_nothing_until_a_reject_or_th
   EXPECT_TRUE(FromLibrary("SETUP").empty());
 }
 
-TEST_F(CGuide, a_reopening_loses_the_play_done_that_is_under_way_and_a_further_play_brings_one) {
+// A reopening loses the PLAY_DONE that is under way and a further play brings one.
+TEST_F(Guide, a_reopening_loses_the_play_done_that_is_under_way) {
   // A ring of six seconds: what is played is still in it when the card is opened again.
   ASSERT_NO_FATAL_FAILURE(StartWithFullRing(300));
   Play(0, 800);
-  ASSERT_TRUE(Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
+  ASSERT_TRUE(support::Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
   ASSERT_NO_FATAL_FAILURE(LoseCard());
   ASSERT_NO_FATAL_FAILURE(ReopenCard());
   EXPECT_EQ(app->zelk.PlayTimeLeft(0), 1U);
@@ -108,16 +110,17 @@ TEST_F(CGuide, a_reopening_loses_the_play_done_that_is_under_way_and_a_further_p
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
 }
 
-TEST_F(CGuide, stop_play_ends_the_play_time_that_a_reopening_has_left) {
+TEST_F(Guide, stop_play_ends_the_play_time_that_a_reopening_has_left) {
   ASSERT_NO_FATAL_FAILURE(StartWithFullRing(300));
   Play(0, 800);
-  ASSERT_TRUE(Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
+  ASSERT_TRUE(support::Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
   ASSERT_NO_FATAL_FAILURE(LoseCard());
   app->zelk.StopPlay(0);
   EXPECT_EQ(app->zelk.PlayTimeLeft(0), 0U);
 }
 
-TEST_F(CGuide, sound_queued_on_a_closed_channel_is_heard_after_its_opening_without_an_event_and_is_not_counted) {
+// Sound queued on a closed channel is heard after its opening without an event and is not counted.
+TEST_F(Guide, sound_of_a_closed_channel_is_heard_later_without_an_event) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[General]\nAudioBuffers=4\n"));
   line = Card().RecordTimeslot(0, 1);
   Play(0, 8000);
@@ -127,13 +130,13 @@ TEST_F(CGuide, sound_queued_on_a_closed_channel_is_heard_after_its_opening_witho
   ASSERT_TRUE(app->zelk.OpenChannel(0));
   EXPECT_EQ(app->zelk.PlayTimeLeft(0), 0U);
   EXPECT_TRUE(line->WaitContains(Sound(1600), kSoon));
-  // A play of an open channel behind it has its event, and it alone.
+  // A play of an open channel after it has its event, and it alone.
   Play(0, 160);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_PLAY_DONE), 0);
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
 }
 
-TEST_F(CGuide, a_release_that_names_no_cause_is_reported_as_minus_1) {
+TEST_F(Guide, a_release_that_names_no_cause_is_reported_as_minus_1) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   const Call call = ConnectIncoming(1);
   Card().HoldFromLibrary(0, true);  // the exchange's own answer must not come first
@@ -147,28 +150,28 @@ TEST_F(CGuide, a_release_that_names_no_cause_is_reported_as_minus_1) {
 }
 
 // A play that is queued while the end of the one before is on its way to the line.
-TEST_F(CGuide, a_mark_on_its_way_ends_the_next_play_too_when_that_has_been_taken_from_the_queue) {
+TEST_F(Guide, a_mark_on_its_way_ends_the_next_play_too) {
   sure = Sound(800);
   rest = std::vector<uint8_t>(800, 0x3C);
   ASSERT_NO_FATAL_FAILURE(StartWithFullRing(200));
   Play(0, 800);
-  ASSERT_TRUE(Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
-  // One fill finds the queue empty and its block is marked; the ones behind show that this is done.
+  ASSERT_TRUE(support::Eventually([&] { return app->zelk.PlayTimeLeft(0) == 1; }));
+  // One fill finds the queue empty and its block is marked; the ones after it show that this is done.
   ASSERT_TRUE(WaitFills(3));
   EXPECT_TRUE(app->zelk.PlayBuffer(0, rest.data(), 800));
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_PLAY_DONE), 0);
   EXPECT_TRUE(isSureHeard);
   EXPECT_FALSE(isRestHeard);
-  // It was the event of both: a play behind them has the second one.
+  // It was the event of both: a play after them has the second one.
   EXPECT_TRUE(line->WaitContains(rest, kSoon));
   Play(0, 160);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_PLAY_DONE, 2), 0);
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 2U);
 }
 
-// The event comes when the silent block behind the sound is taken. What precedes it in the same packet, 44 samples at
+// The event comes when the silent block after the sound is taken. What precedes it in the same packet, 44 samples at
 // most of a play that ends near the end of a block, goes when the callback returns.
-TEST_F(CGuide, the_last_samples_of_a_play_may_leave_after_its_play_done) {
+TEST_F(Guide, the_last_samples_of_a_play_may_leave_after_its_play_done) {
   constexpr size_t kPacketFrames = 45;
   constexpr size_t kSound = 159;
   rest = cardsim::RenderTestPattern(kSound, 9);

@@ -22,7 +22,7 @@ struct SLoadedLibrary {
   const decltype(&ZELK_Shutdown) shutdown = FindFunction<decltype(&ZELK_Shutdown)>(module, "ZELK_Shutdown");
 };
 
-class CLoadPath : public testing::TestWithParam<const char*> {
+class LoadPath : public testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
     if (remote::CRemoteLibrary::Place() != nullptr) {
@@ -56,7 +56,7 @@ class CLoadPath : public testing::TestWithParam<const char*> {
   const zelk::CTempDir elsewhere;
 };
 
-TEST_P(CLoadPath, a_relative_one_counts_from_the_directory_at_the_time_of_loading) {
+TEST_P(LoadPath, a_relative_one_counts_from_the_directory_at_the_loading) {
   const fs::path folder = fs::path(home.Path()) / "lib";
   CopyLibrary(folder);
   home.Write("lib/libZelkApi.ini", kIni);
@@ -71,15 +71,15 @@ TEST_P(CLoadPath, a_relative_one_counts_from_the_directory_at_the_time_of_loadin
   EXPECT_TRUE(fs::is_empty(elsewhere.Path()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Directories, CLoadPath, testing::Values("lib", "."),
+INSTANTIATE_TEST_SUITE_P(Directories, LoadPath, testing::Values("lib", "."),
                          [](const testing::TestParamInfo<const char*>& name) {
                            return std::string(name.param) == "lib" ? "the_librarys_own" : "the_one_above";
                          });
 
-class CLongLoadPath : public CLoadPath {};
+class LongLoadPath : public LoadPath {};
 
 // The path of the module is cut to 259 characters, and the names of its files are made of what is left.
-TEST_F(CLongLoadPath, is_cut_to_259_characters) {
+TEST_F(LongLoadPath, is_cut_to_259_characters) {
   constexpr size_t kMost = 259;
   const fs::path outer = fs::path(home.Path()) / std::string(100, 'a');
   const fs::path folder = outer / std::string(150, 'b');

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 
 constexpr uint16_t kRegister = 0x1006;
 
-class CLogFile : public CSystemTest {
+class LogFile : public CSystemTest {
  protected:
   std::vector<std::string> Lines() {
     std::vector<std::string> lines;
@@ -84,7 +84,7 @@ class CLogFile : public CSystemTest {
   static constexpr const char* kProgressLine = "   5 :Call Status Alerting\r\n";
 };
 
-TEST_F(CLogFile, every_line_has_its_date_its_channel_or_g_and_ends_in_cr_lf) {
+TEST_F(LogFile, every_line_has_its_date_its_channel_or_g_and_ends_in_cr_lf) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\n"));
   ASSERT_NO_FATAL_FAILURE(CauseEveryClass());
   const std::regex form("\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d (  G|[ \\d]{2}\\d) :[^\r]+\r");
@@ -93,7 +93,7 @@ TEST_F(CLogFile, every_line_has_its_date_its_channel_or_g_and_ends_in_cr_lf) {
   }
 }
 
-TEST_F(CLogFile, levels_0_and_1_have_every_class) {
+TEST_F(LogFile, levels_0_and_1_have_every_class) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=1\n"));
   ASSERT_NO_FATAL_FAILURE(CauseEveryClass());
   for (const char* line : {kRegisterLine, kErrorLine, kUpLine, kDownLine, kProgressLine}) {
@@ -102,12 +102,12 @@ TEST_F(CLogFile, levels_0_and_1_have_every_class) {
   EXPECT_TRUE(Has("Reg[0x1006] = 5A \r\n")) << "the register that start-up asks for";
 }
 
-TEST_F(CLogFile, a_level_that_is_no_number_is_level_0) {
+TEST_F(LogFile, a_level_that_is_no_number_is_level_0) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=most\n"));
   EXPECT_TRUE(app->zelk.WaitLog("READREG: CardNo=0 LinkNo=0, Reg[0x1006] = 5A \r\n"));
 }
 
-TEST_F(CLogFile, level_2_leaves_out_the_detail) {
+TEST_F(LogFile, level_2_leaves_out_the_detail) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=2\n"));
   ASSERT_NO_FATAL_FAILURE(CauseEveryClass());
   for (const char* line : {kErrorLine, kUpLine, kDownLine}) {
@@ -117,7 +117,7 @@ TEST_F(CLogFile, level_2_leaves_out_the_detail) {
   EXPECT_FALSE(Has("Call Status Alerting"));
 }
 
-TEST_F(CLogFile, level_3_writes_only_what_is_always_written) {
+TEST_F(LogFile, level_3_writes_only_what_is_always_written) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=3\n"));
   ASSERT_NO_FATAL_FAILURE(CauseEveryClass());
   for (const std::string& line : Lines()) {
@@ -127,7 +127,7 @@ TEST_F(CLogFile, level_3_writes_only_what_is_always_written) {
   }
 }
 
-TEST_F(CLogFile, the_card_of_trunk_lines_is_the_number_of_trunks_before_it) {
+TEST_F(LogFile, the_card_of_trunk_lines_is_the_number_of_trunks_before_it) {
   ASSERT_NO_FATAL_FAILURE(Start({2, 1}, "[Debug]\nLevel=1\n"));
   Card(1).SendHdlcError(0, 3);
   EXPECT_TRUE(app->zelk.WaitLog("  G :Card 2: Trunk 0 - HDLC ABORT Error\r\n")) << app->zelk.LogText();
@@ -136,7 +136,7 @@ TEST_F(CLogFile, the_card_of_trunk_lines_is_the_number_of_trunks_before_it) {
   EXPECT_TRUE(app->zelk.WaitLog("  G :READREG: CardNo=0 LinkNo=1, Reg[0x1006] = 5A \r\n"));
 }
 
-TEST_F(CLogFile, a_file_that_is_deleted_while_the_library_runs_is_made_anew) {
+TEST_F(LogFile, a_file_that_is_deleted_while_the_library_runs_is_made_anew) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\nFlushImmediate=1\n"));
   CauseLine(1);
   ASSERT_TRUE(app->zelk.WaitLog(CausedLine(1)));
@@ -146,7 +146,7 @@ TEST_F(CLogFile, a_file_that_is_deleted_while_the_library_runs_is_made_anew) {
   EXPECT_FALSE(Has(CausedLine(1)));
 }
 
-TEST_F(CLogFile, no_line_is_lost_or_out_of_order_while_the_folder_is_gone_for_five_seconds) {
+TEST_F(LogFile, loses_no_line_while_its_folder_is_gone_for_five_seconds) {
   constexpr unsigned kLines = 250;
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\nFlushImmediate=1\n"));
   const std::string folder = app->zelk.Folder();
@@ -156,7 +156,7 @@ TEST_F(CLogFile, no_line_is_lost_or_out_of_order_while_the_folder_is_gone_for_fi
   fs::rename(folder, away);
   for (unsigned i = 1; i < kLines; ++i) {
     CauseLine(i);
-    std::this_thread::sleep_for(20ms);  // the folder's absence is to last, with lines all through it
+    support::LetPass(20ms);  // the folder's absence is to last, with lines all through it
   }
   EXPECT_FALSE(fs::exists(app->zelk.LogPath()));
   fs::rename(away, folder);
@@ -165,7 +165,7 @@ TEST_F(CLogFile, no_line_is_lost_or_out_of_order_while_the_folder_is_gone_for_fi
   ExpectAllInOrder(kLines + 1);
 }
 
-TEST_F(CLogFile, a_burst_of_lines_is_written_whole_and_in_order) {
+TEST_F(LogFile, a_burst_of_lines_is_written_whole_and_in_order) {
   constexpr unsigned kLines = 5000;
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\n"));
   ASSERT_TRUE(app->zelk.WaitLog("= 5A "));
@@ -178,7 +178,7 @@ TEST_F(CLogFile, a_burst_of_lines_is_written_whole_and_in_order) {
   ExpectAllInOrder(kLines);
 }
 
-TEST_F(CLogFile, what_is_pending_is_written_when_the_library_is_unloaded) {
+TEST_F(LogFile, what_is_pending_is_written_when_the_library_is_unloaded) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\nFlushImmediate=1\n"));
   // Up means that the library has handled everything before it; the writer still gathers for 100 ms.
   for (unsigned i = 0; i < 100; ++i) {

@@ -7,12 +7,12 @@ using cardsim::ESimCallState;
 using cardsim::SAnswerPlan;
 
 // The library as the network, a telephone system as the user at the far end of its trunks.
-class CNetworkRole : public CCallTest {
+class NetworkRole : public CCallTest {
  protected:
   static constexpr auto kConnected = static_cast<uint32_t>(ZELK_EVENT_CONNECTED);
 };
 
-TEST_F(CNetworkRole, answer_connects_inside_the_call_on_the_applications_thread) {
+TEST_F(NetworkRole, answer_connects_at_once_on_the_applications_thread) {
   ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
   Call call = Offer(1);
   EXPECT_TRUE(app->zelk.Answer(0));
@@ -31,7 +31,8 @@ TEST_F(CNetworkRole, answer_connects_inside_the_call_on_the_applications_thread)
   EXPECT_TRUE(NetworkIsIdle());
 }
 
-TEST_F(CNetworkRole, a_far_end_that_acknowledges_the_answer_brings_a_second_connected_on_the_control_thread) {
+// A far end that acknowledges the answer brings a second CONNECTED on the control thread.
+TEST_F(NetworkRole, an_acknowledged_answer_brings_a_second_connected) {
   ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
   Offer(1);
   EXPECT_TRUE(app->zelk.Answer(0));
@@ -44,7 +45,8 @@ TEST_F(CNetworkRole, a_far_end_that_acknowledges_the_answer_brings_a_second_conn
   EXPECT_TRUE(NetworkIsIdle());
 }
 
-TEST_F(CNetworkRole, answer_on_an_idle_channel_fails_resets_and_connects_all_the_same) {
+// Answer on an idle channel fails, resets and connects all the same.
+TEST_F(NetworkRole, answer_on_an_idle_channel_fails_but_connects) {
   ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
   EXPECT_TRUE(app->zelk.Answer(0));
   EXPECT_EQ(app->CallEvents(0), (Codes{kConnected}));
@@ -58,7 +60,7 @@ TEST_F(CNetworkRole, answer_on_an_idle_channel_fails_resets_and_connects_all_the
   EXPECT_EQ(SentBeforeNow(), Names{});
 }
 
-TEST_F(CNetworkRole, an_outgoing_call_gives_its_events_and_messages_in_order) {
+TEST_F(NetworkRole, an_outgoing_call_gives_its_events_and_messages_in_order) {
   ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
   Call call = ConnectOutgoing(0);
   app->zelk.Hangup(0);
@@ -72,7 +74,7 @@ TEST_F(CNetworkRole, an_outgoing_call_gives_its_events_and_messages_in_order) {
                    "> RELEASE", "< RELEASE COMPLETE"}));
 }
 
-TEST_F(CNetworkRole, a_busy_far_end_and_a_rejected_call_carry_their_causes) {
+TEST_F(NetworkRole, a_busy_far_end_and_a_rejected_call_carry_their_causes) {
   ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
   Card().SetAnswerPlan(SAnswerPlan::Refuse(17));
   EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
@@ -85,7 +87,7 @@ TEST_F(CNetworkRole, a_busy_far_end_and_a_rejected_call_carry_their_causes) {
 
 // An answer without a call leaves the channel connected; the next call on it is then hung up when it rings. The call
 // that libpri reads from the event is none of its own, so nothing is sent.
-TEST_F(CNetworkRole, alerting_on_a_connected_channel_hangs_up_when_the_trunk_says_so) {
+TEST_F(NetworkRole, alerting_when_connected_hangs_up_if_the_trunk_says_so) {
   ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1, "HangupOnAlerting=1\n"));
   EXPECT_TRUE(app->zelk.Answer(0));
   ForgetAll();
@@ -103,7 +105,7 @@ TEST_F(CNetworkRole, alerting_on_a_connected_channel_hangs_up_when_the_trunk_say
   EXPECT_EQ(WaitCause(0, 2), 19);
 }
 
-TEST_F(CNetworkRole, without_hangup_on_alerting_the_same_call_rings_on) {
+TEST_F(NetworkRole, without_hangup_on_alerting_the_same_call_rings_on) {
   ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
   EXPECT_TRUE(app->zelk.Answer(0));
   ForgetAll();
@@ -112,7 +114,7 @@ TEST_F(CNetworkRole, without_hangup_on_alerting_the_same_call_rings_on) {
   EXPECT_EQ(State(0), 4U);
 }
 
-TEST_F(CNetworkRole, two_network_sides_are_reported_as_a_wrong_configuration) {
+TEST_F(NetworkRole, two_network_sides_are_reported_as_a_wrong_configuration) {
   cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks({1});
   sim = std::make_unique<cardsim::CSimulator>(config);
   sim->Start();

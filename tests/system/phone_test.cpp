@@ -89,7 +89,7 @@ struct SRun {
 };
 
 // The telephone as a user runs it, with a library of its own, against a simulated card in this process.
-class CPhone : public CSystemTest {
+class Phone : public CSystemTest {
  protected:
   void SetUp() override {
     // Never initialised: its folder has the phone's library. A machine that stalls for a second must not be heard.
@@ -138,7 +138,7 @@ class CPhone : public CSystemTest {
   fs::path phone;
 };
 
-TEST_F(CPhone, sends_digits_and_shows_those_of_the_far_end) {
+TEST_F(Phone, sends_digits_and_shows_those_of_the_far_end) {
   // What the far end hears it sends back: the digits sent are the digits shown.
   Card().Audio().SetEcho(0, kTimeslot, cardsim::SEchoPath{.delayFrames = 800, .lossDb = 3});
   const std::vector<std::string> lines = Dial("--digits '0123456789*#ABcd'");
@@ -154,7 +154,7 @@ TEST_F(CPhone, sends_digits_and_shows_those_of_the_far_end) {
   EXPECT_EQ(CountOf(lines, "disconnected: 16 NORMAL_CLEARING"), 1U);
 }
 
-TEST_F(CPhone, plays_a_file_records_the_far_end_into_a_wav_file_and_says_when_it_has_played) {
+TEST_F(Phone, plays_a_file_records_the_far_end_and_says_when_it_has_played) {
   const Bytes prompt = cardsim::RenderSpeech(-15, 3000, 5);
   const Bytes farEnd = cardsim::RenderTestPattern(8000, 6);
   cardsim::SAnswerPlan plan;
@@ -210,7 +210,7 @@ std::string Holder() {
   return "zelk-phone: UDP port 5854 is held by process " + std::to_string(getpid()) + " (system_tests): ";
 }
 
-TEST_F(CPhone, no_command_starts_beside_an_application_whose_call_goes_on) {
+TEST_F(Phone, no_command_starts_beside_an_application_whose_call_goes_on) {
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   ASSERT_TRUE(app->zelk.OpenChannel(0));
   const cardsim::Call call = Card().PlaceCall({.timeslot = 1});
@@ -218,14 +218,11 @@ TEST_F(CPhone, no_command_starts_beside_an_application_whose_call_goes_on) {
   ASSERT_TRUE(app->zelk.Answer(0));
   ASSERT_TRUE(call->WaitState(cardsim::ESimCallState::kConnected, kSoon));
   // The listener of announcements starts on a thread of its own.
-  const auto deadline = std::chrono::steady_clock::now() + kSoon;
   const auto isHeld = [&] {
     const Bytes table = Read("/proc/net/udp");
     return std::string(table.begin(), table.end()).find(" 00000000:16DE ") != std::string::npos;
   };
-  while (!isHeld() && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::yield();
-  }
+  ASSERT_TRUE(support::Eventually(isHeld, kSoon));
   for (const char* words : {"channels", "dial 3 0405556789 --answer-within 1", "answer --wait 1"}) {
     const SRun run = Run(words);
     EXPECT_EQ(run.exitCode, 1) << words;
@@ -237,7 +234,7 @@ TEST_F(CPhone, no_command_starts_beside_an_application_whose_call_goes_on) {
   EXPECT_EQ(Card().Seen().Connections(), 1);
 }
 
-TEST_F(CPhone, force_starts_it_beside_whoever_holds_the_port) {
+TEST_F(Phone, force_starts_it_beside_whoever_holds_the_port) {
   const CHeldPort held("0.0.0.0");
   const SRun refused = Run("channels");
   EXPECT_EQ(refused.exitCode, 1);
@@ -249,13 +246,13 @@ TEST_F(CPhone, force_starts_it_beside_whoever_holds_the_port) {
   }
 }
 
-TEST_F(CPhone, the_port_held_on_an_address_of_its_own_does_not_matter) {
+TEST_F(Phone, the_port_held_on_an_address_of_its_own_does_not_matter) {
   const CHeldPort held("127.0.1.77");
   const SRun run = Run("channels");
   EXPECT_EQ(run.exitCode, 0) << run.Text();
 }
 
-TEST_F(CPhone, channels_fails_when_none_is_usable) {
+TEST_F(Phone, channels_fails_when_none_is_usable) {
   Card().CutLine(0, true);
   const SRun none = Run("--wait-trunks 1 channels");
   EXPECT_EQ(CountOf(none.lines, "0 of 30 channels usable"), 1U) << none.Text();
@@ -267,7 +264,7 @@ TEST_F(CPhone, channels_fails_when_none_is_usable) {
 }
 
 // The telephone answers one call, of a caller who stays.
-class CAnsweringPhone : public CPhone {
+class AnsweringPhone : public Phone {
  protected:
   void StartAnswering(const std::string& options) {
     running = std::make_unique<CRunningPhone>(Command("answer --calls 1 --wait 60 --hold 1 " + options));
@@ -287,7 +284,7 @@ class CAnsweringPhone : public CPhone {
   std::unique_ptr<CRunningPhone> running;
 };
 
-TEST_F(CAnsweringPhone, serves_the_next_caller_when_one_gives_up_while_it_answers) {
+TEST_F(AnsweringPhone, serves_the_next_when_one_gives_up_while_it_answers) {
   ASSERT_NO_FATAL_FAILURE(StartAnswering(""));
   Card().HoldFromLibrary(0, true);  // its CONNECT and the caller's DISCONNECT cross
   const cardsim::Call call = Card().PlaceCall({.timeslot = kTimeslot, .calling = "0301111111"});
@@ -300,7 +297,7 @@ TEST_F(CAnsweringPhone, serves_the_next_caller_when_one_gives_up_while_it_answer
   ExpectTheNextIsServed();
 }
 
-TEST_F(CAnsweringPhone, serves_the_next_caller_when_one_gave_up_before_it_looked) {
+TEST_F(AnsweringPhone, serves_the_next_when_one_gave_up_before_it_looked) {
   ASSERT_NO_FATAL_FAILURE(StartAnswering(""));
   running->Signal(SIGSTOP);
   const cardsim::Call call = Card().PlaceCall({.timeslot = kTimeslot, .calling = "0301111111"});
@@ -314,7 +311,7 @@ TEST_F(CAnsweringPhone, serves_the_next_caller_when_one_gave_up_before_it_looked
 }
 
 // What was left to play of a call is not heard in the next one.
-TEST_F(CAnsweringPhone, plays_to_the_next_caller_from_the_beginning) {
+TEST_F(AnsweringPhone, plays_to_the_next_caller_from_the_beginning) {
   const Bytes prompt = cardsim::RenderTestPattern(4 * 8000, 8);
   const std::string path = Folder() + "/prompt.wav";
   cardsim::WriteWav(path, prompt);

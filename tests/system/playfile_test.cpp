@@ -101,7 +101,7 @@ Samples ReadVoice() {
   return samples;
 }
 
-class CPlayFile : public CSystemTest {
+class PlayFile : public CSystemTest {
  protected:
   void Start() {
     sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
@@ -132,7 +132,8 @@ class CPlayFile : public CSystemTest {
   std::atomic<bool> heardAtDone{false};
 };
 
-TEST_F(CPlayFile, a_16_bit_file_of_a_human_voice_arrives_as_its_a_law_without_a_gap_and_before_the_event) {
+// A 16-bit file of a human voice arrives as its A-law without a gap and before the event.
+TEST_F(PlayFile, a_voice_of_16_bits_arrives_as_a_law_whole_before_the_event) {
   const Samples voice = DownTo8000(ReadVoice());
   if (voice.empty()) {
     GTEST_SKIP() << kVoice << " is not there: scripts/setup installs it on Linux";
@@ -151,7 +152,7 @@ TEST_F(CPlayFile, a_16_bit_file_of_a_human_voice_arrives_as_its_a_law_without_a_
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
 }
 
-TEST_F(CPlayFile, files_of_all_four_formats_arrive_as_their_a_law) {
+TEST_F(PlayFile, files_of_all_four_formats_arrive_as_their_a_law) {
   ASSERT_NO_FATAL_FAILURE(Start());
   const Bytes codes = cardsim::RenderTestPattern(4000, 21);
   Samples wide;
@@ -183,7 +184,7 @@ TEST_F(CPlayFile, files_of_all_four_formats_arrive_as_their_a_law) {
   }
 }
 
-TEST_F(CPlayFile, a_pipe_that_nobody_writes_to_is_refused_at_once) {
+TEST_F(PlayFile, a_pipe_that_nobody_writes_to_is_refused_at_once) {
   if (remote::CRemoteLibrary::Place() != nullptr) {
     GTEST_SKIP() << "the pipe is this system's, and the library is on another";
   }
@@ -194,7 +195,7 @@ TEST_F(CPlayFile, a_pipe_that_nobody_writes_to_is_refused_at_once) {
   EXPECT_EQ(app->zelk.ConvertRawToWaveFile(pipe.Path(), 1), 3U);
 }
 
-TEST_F(CPlayFile, files_that_cannot_be_played_have_their_codes_and_play_nothing) {
+TEST_F(PlayFile, unplayable_files_have_their_codes_and_play_nothing) {
   ASSERT_NO_FATAL_FAILURE(Start());
   const Bytes data(1000, 0x2A);
   const auto code = [&](const std::string& path) {

@@ -52,7 +52,7 @@ class CNoDescriptors {
   rlimit before{};
 };
 
-class CScarcity : public CSystemTest {
+class Scarcity : public CSystemTest {
  protected:
   void SetUp() override {
     if (remote::CRemoteLibrary::Place() != nullptr) {
@@ -61,7 +61,7 @@ class CScarcity : public CSystemTest {
   }
 };
 
-TEST_F(CScarcity, without_a_thread_for_the_listener_init_fails_and_a_later_one_works) {
+TEST_F(Scarcity, without_a_listener_thread_init_fails_and_a_later_one_works) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
@@ -77,7 +77,7 @@ TEST_F(CScarcity, without_a_thread_for_the_listener_init_fails_and_a_later_one_w
   EXPECT_TRUE(app->zelk.WaitLog("DCHANNEL UP"));
 }
 
-TEST_F(CScarcity, without_a_thread_the_log_waits_in_memory_for_the_next_one) {
+TEST_F(Scarcity, without_a_thread_the_log_waits_in_memory_for_the_next_one) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\nFlushImmediate=1\n"));
   ASSERT_TRUE(app->zelk.WaitLog("DCHANNEL UP"));
   const auto cause = [this](uint16_t number) { Card().SendRegisterValue(0, number, 0xEE); };
@@ -88,7 +88,7 @@ TEST_F(CScarcity, without_a_thread_the_log_waits_in_memory_for_the_next_one) {
   const std::string before = app->zelk.LogText();
   cause(0x2001);
   cause(0x2002);
-  // What the library sends behind a frame of the exchange shows that it has read the values before it.
+  // What the library sends after a frame of the exchange shows that it has read the values before it.
   Card().TakeLinkDown(0);
   ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSoon, 2));
   EXPECT_EQ(app->zelk.LogText(), before);
@@ -104,7 +104,7 @@ TEST_F(CScarcity, without_a_thread_the_log_waits_in_memory_for_the_next_one) {
   EXPECT_LT(second, log.find("Reg[0x2003] = EE "));
 }
 
-TEST_F(CScarcity, without_a_thread_the_log_is_written_when_the_library_is_unloaded) {
+TEST_F(Scarcity, without_a_thread_the_log_is_written_at_the_unloading) {
   ASSERT_NO_FATAL_FAILURE(Start({1}, "[Debug]\nLevel=0\n"));
   {
     const CNoThreads none;
@@ -118,7 +118,8 @@ TEST_F(CScarcity, without_a_thread_the_log_is_written_when_the_library_is_unload
   EXPECT_NE(app->zelk.LogText().find("Reg[0x2001] = EE "), std::string::npos) << app->zelk.LogText();
 }
 
-TEST_F(CScarcity, a_card_without_its_control_thread_is_not_opened_and_the_next_announcement_opens_it) {
+// A card without its control thread is not opened and the next announcement opens it.
+TEST_F(Scarcity, a_card_without_its_control_thread_waits_for_an_announcement) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   {
     const CNoThreads none;
@@ -134,7 +135,8 @@ TEST_F(CScarcity, a_card_without_its_control_thread_is_not_opened_and_the_next_a
   EXPECT_TRUE(app->WaitAllReady(kSlow));
 }
 
-TEST_F(CScarcity, a_card_without_its_audio_threads_is_not_opened_and_the_next_announcement_opens_it) {
+// A card without its audio threads is not opened and the next announcement opens it.
+TEST_F(Scarcity, a_card_without_its_audio_threads_waits_for_an_announcement) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   Card().SetAnswerInformation(false);
   Card().ClearSeen();
@@ -154,7 +156,8 @@ TEST_F(CScarcity, a_card_without_its_audio_threads_is_not_opened_and_the_next_an
   EXPECT_TRUE(app->WaitAllReady(kSlow));
 }
 
-TEST_F(CScarcity, adapters_that_cannot_be_listed_leave_a_library_without_channels_and_without_listener) {
+// Adapters that cannot be listed leave a library without channels and without listener.
+TEST_F(Scarcity, adapters_that_cannot_be_listed_leave_no_channels_or_listener) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the sanitizer needs descriptors of its own to look at an object";
 #endif

@@ -1,5 +1,3 @@
-#include <map>
-
 #include "call_fixture.h"
 
 namespace {
@@ -7,205 +5,11 @@ namespace {
 using cardsim::Bytes;
 using cardsim::Call;
 using cardsim::ESimCallState;
-using cardsim::SAnswerPlan;
 
 // What the other side of a D-channel may do besides calling and clearing in turn.
-class CSignalling : public CCallTest {
- protected:
-  void ExpectWorking(int timeslot = 1) {
-    app->Forget();
-    Call call = ConnectIncoming(timeslot);
-    call->Hangup();
-    EXPECT_EQ(WaitCause(ChannelOf(0, timeslot)), 16);
-    EXPECT_TRUE(NetworkIsIdle());
-  }
+class Signalling : public CCallTest {};
 
-  // Channel 0, after a clearing that was only acknowledged.
-  void ExpectFreedByTheTimeout(int32_t cause) {
-    EXPECT_EQ(WaitCause(0), cause);
-    EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_DISCONNECTED}));
-    EXPECT_EQ(State(0), 3U);
-    EXPECT_TRUE(NetworkIsIdle());
-    Card().SetAnswerPlan(SAnswerPlan());
-    ConnectOutgoing(0);
-  }
-};
-
-TEST_F(CSignalling, both_sides_clearing_at_once_end_in_one_disconnected) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  Call call = ConnectIncoming(1);
-  ForgetAll();
-  Card().HoldFromLibrary(0, true);
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
-  call->Hangup(31);  // the exchange has not seen the library's DISCONNECT
-  ASSERT_TRUE(WaitFromLibrary("RELEASE"));
-  Card().HoldFromLibrary(0, false);
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  // The cause is that of the exchange's RELEASE, which answers the library's DISCONNECT.
-  EXPECT_EQ(WaitCause(0), 16);
-  EXPECT_TRUE(NetworkIsIdle());
-  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_DISCONNECTED}));
-  EXPECT_EQ(State(0), 3U);
-  EXPECT_EQ(Card().Seen().Q931Names(0), (Names{"< DISCONNECT", "> DISCONNECT", "< RELEASE", "> RELEASE"}));
-  ExpectWorking();
-}
-
-constexpr const char* kFreedSoon = "[General]\nClearedCallTimeout=1\n";
-constexpr const char* kNeverFreed = "[General]\nClearedCallTimeout=0\n";
-
-// libpri reports a clearing that is answered by RELEASE COMPLETE at once as an acknowledgement alone.
-TEST_F(CSignalling, a_hang_up_that_crosses_a_refusal_is_reported_late_with_the_refusals_cause) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, kFreedSoon));
-  SAnswerPlan plan = SAnswerPlan::NeverAnswer();
-  plan.proceeding = false;
-  plan.alertAfter.reset();
-  Card().SetAnswerPlan(plan);
-  EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));
-  Call call = Card().WaitCall(kSoon);
-  ASSERT_NE(call, nullptr);
-  Card().HoldFromLibrary(0, true);
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
-  call->Hangup(44);
-  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kToLibrary, "RELEASE COMPLETE", kSoon));
-  Card().HoldFromLibrary(0, false);
-  ExpectFreedByTheTimeout(44);
-}
-
-class CSignallingClearings : public CSignalling, public testing::WithParamInterface<cardsim::EClearing> {};
-
-TEST_P(CSignallingClearings, a_disconnect_answered_without_release_is_reported_late) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, kFreedSoon));
-  Call call = Card().PlaceCall({.timeslot = 1, .farEnd = {.clearing = GetParam()}});
-  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
-  EXPECT_TRUE(app->zelk.Answer(0));
-  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
-  app->Forget();
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  const std::map<cardsim::EClearing, int32_t> causes{{cardsim::EClearing::kReleaseComplete, 16},
-                                                     {cardsim::EClearing::kUnknownCall, 81},
-                                                     {cardsim::EClearing::kStatusNull, 101}};
-  ExpectFreedByTheTimeout(causes.at(GetParam()));
-}
-
-INSTANTIATE_TEST_SUITE_P(answers, CSignallingClearings,
-                         testing::Values(cardsim::EClearing::kReleaseComplete, cardsim::EClearing::kUnknownCall,
-                                         cardsim::EClearing::kStatusNull));
-
-TEST_F(CSignalling, without_a_timeout_such_a_channel_waits_for_its_trunk) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, kNeverFreed));
-  Call call = Card().PlaceCall({.timeslot = 1, .farEnd = {.clearing = cardsim::EClearing::kReleaseComplete}});
-  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  app->Forget();
-  // What the library had to say of the clearing came before it told of this later call.
-  Call later = Card().PlaceCall({.timeslot = 2});
-  ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
-  EXPECT_EQ(State(0), 4U);
-  EXPECT_FALSE(app->zelk.Dial(0, "3", "4"));
-  Card().LoseLink(0);
-  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
-  MendLine(0);
-  EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE, 2), 1);
-  EXPECT_TRUE(app->CallEvents(0).empty());
-  later->Hangup();
-  Card().SetAnswerPlan(SAnswerPlan());
-  ConnectOutgoing(0);
-}
-
-// Before the timeout Reject frees a channel whose call was not connected ...
-TEST_F(CSignalling, reject_frees_a_channel_whose_unconnected_call_was_cleared_unheard) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, kNeverFreed));
-  Call call = DialRinging(0);
-  app->Forget();
-  Card().HoldFromLibrary(0, true);
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
-  call->SendMessage(0x5A, {0x08, 0x02, 0x81, 0xE5});
-  // A frame behind it has been read: so has this one.
-  Call other = Card().PlaceCall({.timeslot = 2});
-  ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
-  EXPECT_EQ(State(0), 4U);
-  EXPECT_FALSE(app->zelk.Reject(0));
-  EXPECT_EQ(State(0), 3U);
-  EXPECT_TRUE(app->CallEvents(0).empty());
-  // libpri was not asked to clear what it has no longer, and the other channel's call, whatever its record, goes on.
-  app->zelk.Answer(0);
-  ASSERT_TRUE(app->zelk.WaitLog("Answer() -> Answer() failed")) << app->zelk.LogText();
-  EXPECT_EQ(app->zelk.LogText().find("Debug Message"), std::string::npos) << app->zelk.LogText();
-  Card().HoldFromLibrary(0, false);
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  EXPECT_EQ(app->CallEvents(1), (Codes{ZELK_EVENT_INCOMING_CALL}));
-  EXPECT_TRUE(app->zelk.Answer(1));
-  ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_CONNECTED, kSoon));
-  EXPECT_FALSE(other->Reached(ESimCallState::kDisconnecting));
-  Card().SetAnswerPlan(SAnswerPlan());
-  ConnectOutgoing(0);
-}
-
-// ... and a call that the network puts on the channel is one like any other.
-TEST_F(CSignalling, a_call_offered_on_a_channel_that_was_left_connected_is_answered_like_any_other) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, kNeverFreed));
-  Call call = Card().PlaceCall({.timeslot = 1, .farEnd = {.clearing = cardsim::EClearing::kReleaseComplete}});
-  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_INCOMING_CALL, kSoon));
-  EXPECT_TRUE(app->zelk.Answer(0));
-  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CONNECTED, kSoon));
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  ForgetAll();
-  call = ConnectIncoming(1);
-  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_CONNECTED}));
-  call->Hangup();
-  EXPECT_EQ(WaitCause(0), 16);
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  ExpectWorking();
-}
-
-TEST_F(CSignalling, a_second_hang_up_does_not_keep_the_exchange_waiting) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  Call call = ConnectIncoming(1);
-  ForgetAll();
-  Card().HoldFromLibrary(0, true);
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  EXPECT_TRUE(app->zelk.Hangup(0));
-  Card().HoldFromLibrary(0, false);
-  EXPECT_EQ(WaitCause(0), 16);
-  ASSERT_TRUE(WaitFromLibrary("RELEASE COMPLETE"));
-  EXPECT_EQ(Card().Seen().Q931Names(0), (Names{"< DISCONNECT", "> RELEASE", "< RELEASE COMPLETE"}));
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-}
-
-TEST_F(CSignalling, a_reject_that_crosses_the_callers_clearing_leaves_both_sides_idle) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  Call call = Offer(1);
-  ForgetAll();
-  Card().HoldFromLibrary(0, true);
-  EXPECT_FALSE(app->zelk.Reject(0));
-  ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
-  call->Hangup(31);  // the exchange has not seen the library's DISCONNECT
-  ASSERT_TRUE(Card().Seen().WaitQ931(0, cardsim::EDirection::kToLibrary, "DISCONNECT", kSoon));
-  Card().HoldFromLibrary(0, false);
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  EXPECT_TRUE(NetworkIsIdle(0, kSoon));
-  EXPECT_EQ(WaitCause(0), 21);
-  EXPECT_EQ(State(0), 3U);
-  ExpectWorking();
-}
-
-TEST_F(CSignalling, the_confirmation_of_a_clearing_brings_no_second_event) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  Call call = ConnectIncoming(1);
-  call->Hangup(31);
-  EXPECT_EQ(WaitCause(0), 31);
-  ASSERT_TRUE(call->WaitEnded(kSoon));
-  SentBeforeNow();
-  EXPECT_EQ(app->CallEvents(0), (Codes{ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_CONNECTED, ZELK_EVENT_DISCONNECTED}));
-}
-
-TEST_F(CSignalling, both_sides_seizing_one_channel_leave_the_incoming_call_on_it) {
+TEST_F(Signalling, both_sides_seizing_a_channel_leave_the_incoming_call) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Card().HoldFromLibrary(0, true);
   EXPECT_TRUE(app->zelk.Dial(0, "0405556789", "8001000"));
@@ -229,7 +33,8 @@ TEST_F(CSignalling, both_sides_seizing_one_channel_leave_the_incoming_call_on_it
   EXPECT_TRUE(NetworkIsIdle());
 }
 
-TEST_F(CSignalling, a_restart_of_a_channel_hangs_its_call_up_and_the_networks_release_reports_it) {
+// A restart of a channel hangs its call up and the network's release reports it.
+TEST_F(Signalling, a_restart_of_a_channel_hangs_its_call_up) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   Call other = ConnectIncoming(2);
@@ -246,7 +51,7 @@ TEST_F(CSignalling, a_restart_of_a_channel_hangs_its_call_up_and_the_networks_re
   EXPECT_EQ(State(1), 4U);
 }
 
-TEST_F(CSignalling, a_restart_of_an_idle_channel_is_acknowledged_and_nothing_else) {
+TEST_F(Signalling, a_restart_of_an_idle_channel_is_only_acknowledged) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Card().RestartTimeslot(0, 5);
   ASSERT_TRUE(WaitFromLibrary("RESTART ACKNOWLEDGE"));
@@ -255,7 +60,8 @@ TEST_F(CSignalling, a_restart_of_an_idle_channel_is_acknowledged_and_nothing_els
   ExpectWorking(5);
 }
 
-TEST_F(CSignalling, a_restart_of_the_whole_interface_names_no_channel_and_touches_no_call) {
+// A restart of the whole interface names no channel and touches no call.
+TEST_F(Signalling, a_restart_of_the_whole_interface_touches_no_call) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   ForgetAll();
@@ -269,7 +75,8 @@ TEST_F(CSignalling, a_restart_of_the_whole_interface_names_no_channel_and_touche
   EXPECT_EQ(WaitCause(0), 41);
 }
 
-TEST_F(CSignalling, messages_that_no_one_knows_and_elements_that_are_broken_leave_the_call_alone) {
+// Messages that no one knows and elements that are broken leave the call alone.
+TEST_F(Signalling, unknown_messages_and_broken_elements_leave_the_call_alone) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   ForgetAll();
@@ -297,10 +104,10 @@ TEST_F(CSignalling, messages_that_no_one_knows_and_elements_that_are_broken_leav
   ExpectWorking();
 }
 
-TEST_F(CSignalling, messages_that_are_no_q931_are_survived) {
+TEST_F(Signalling, messages_that_are_no_q931_are_survived) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   const std::vector<Bytes> messages{
-      {0x08},                          // ends behind the discriminator
+      {0x08},                          // ends after the discriminator
       {0x08, 0x02, 0x00},              // within the call reference
       {0x08, 0x0F, 0x01, 0x02, 0x03},  // a reference of 15 bytes
       {0x41, 0x02, 0x00, 0x01, 0x05},  // another protocol
@@ -321,7 +128,8 @@ TEST_F(CSignalling, messages_that_are_no_q931_are_survived) {
   }
 }
 
-TEST_F(CSignalling, setups_without_their_mandatory_elements_are_refused_and_not_offered) {
+// Setups without their mandatory elements are refused and not offered.
+TEST_F(Signalling, setups_without_mandatory_elements_are_refused) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   // Without bearer capability, and with an empty one.
   Card().SendQ931(0, {0x08, 0x02, 0x20, 0x01, 0x05, 0x18, 0x03, 0xA9, 0x83, 0x81, 0x70, 0x02, 0xA1, '8'});
@@ -332,7 +140,7 @@ TEST_F(CSignalling, setups_without_their_mandatory_elements_are_refused_and_not_
   ExpectWorking();
 }
 
-TEST_F(CSignalling, a_call_that_the_exchange_forgets_is_ended_by_status) {
+TEST_F(Signalling, a_call_that_the_exchange_forgets_is_ended_by_status) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming(1);
   // STATUS with call state null: whoever gets it has nothing left to clear (ITU-T Q.931, 5.8.11).
@@ -341,7 +149,7 @@ TEST_F(CSignalling, a_call_that_the_exchange_forgets_is_ended_by_status) {
   EXPECT_EQ(State(0), 3U);
 }
 
-TEST_F(CSignalling, numbers_of_any_length_are_taken_up_to_what_a_call_record_holds) {
+TEST_F(Signalling, numbers_are_taken_up_to_what_a_call_record_holds) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   const std::string digits(200, '7');
   Call call = Card().PlaceCall({.timeslot = 1, .calling = "", .called = "8"});
@@ -355,7 +163,8 @@ TEST_F(CSignalling, numbers_of_any_length_are_taken_up_to_what_a_call_record_hol
   EXPECT_EQ(app->Count(ZELK_EVENT_INCOMING_CALL), 2U);
 }
 
-TEST_F(CSignalling, a_line_that_dies_is_noticed_by_layer_2_and_its_calls_are_lost) {
+// A line that dies is noticed by layer 2 and its calls are lost.
+TEST_F(Signalling, a_line_that_dies_is_noticed_by_layer_2) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   ConnectIncoming(1);
   app->Forget();
@@ -370,7 +179,7 @@ TEST_F(CSignalling, a_line_that_dies_is_noticed_by_layer_2_and_its_calls_are_los
 
 // A D-channel frame must not wait until the card's network acknowledges the frame before it, which may take it 40 to
 // 200 ms: here the acknowledgement of the DISCONNECT and the RELEASE that answers it.
-TEST_F(CSignalling, an_answer_on_the_d_channel_does_not_wait_for_the_cards_network) {
+TEST_F(Signalling, an_answer_does_not_wait_for_the_cards_network) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   auto quickest = std::chrono::steady_clock::duration::max();
   for (size_t i = 0; i < 5; ++i) {

@@ -8,7 +8,7 @@ using cardsim::ESimCallState;
 
 constexpr size_t kBytesPerSecond = 8000;
 
-class CSound : public CSystemTest {
+class Sound : public CSystemTest {
  protected:
   // The card waits for its replies, so that a busy machine tears no sound apart.
   void StartInStep(int trunks) {
@@ -28,44 +28,61 @@ class CSound : public CSystemTest {
   }
 };
 
-TEST_F(CSound, thirty_calls_on_one_trunk_carry_their_own_sound_both_ways_bit_for_bit) {
-  constexpr size_t kSeconds = 10;
-  constexpr int kCalls = 30;
-  ASSERT_NO_FATAL_FAILURE(StartInStep(1));
-  OpenAll();
+class ThirtyCalls : public Sound {
+ protected:
+  static constexpr size_t kSeconds = 10;
+  static constexpr int kCalls = 30;
+
+  void PlaceCalls() {
+    for (int i = 0; i < kCalls; ++i) {
+      fromFarEnd.push_back(cardsim::RenderTestPattern(kSeconds * kBytesPerSecond, static_cast<uint32_t>(i)));
+      fromApplication.push_back(cardsim::RenderTestPattern(kSeconds * kBytesPerSecond, static_cast<uint32_t>(100 + i)));
+      app->Record(i);
+      cardsim::SCallRequest request;
+      request.timeslot = i < 15 ? i + 1 : i + 2;
+      calls.push_back(Card().PlaceCall(request));
+    }
+    for (int i = 0; i < kCalls; ++i) {
+      ASSERT_TRUE(app->WaitEvent(i, ZELK_EVENT_INCOMING_CALL, kSoon)) << i;
+      app->zelk.Answer(i);
+    }
+  }
+
+  void PlayBothWays() {
+    for (int i = 0; i < kCalls; ++i) {
+      ASSERT_TRUE(app->WaitEvent(i, ZELK_EVENT_CONNECTED, kSoon)) << i;
+      ASSERT_TRUE(calls[static_cast<size_t>(i)]->WaitState(ESimCallState::kConnected, kSoon)) << i;
+      calls[static_cast<size_t>(i)]->PlayBytes(fromFarEnd[static_cast<size_t>(i)]);
+      const Bytes& own = fromApplication[static_cast<size_t>(i)];
+      ASSERT_TRUE(app->zelk.PlayBuffer(i, own.data(), static_cast<uint32_t>(own.size())));
+    }
+    for (int i = 0; i < kCalls; ++i) {
+      ASSERT_TRUE(calls[static_cast<size_t>(i)]->WaitPlayed(kSlow)) << i;
+      ASSERT_TRUE(app->WaitEvent(i, ZELK_EVENT_PLAY_DONE, kSlow)) << i;
+    }
+  }
+
+  void ExpectOwnSound(int channel) {
+    const auto i = static_cast<size_t>(channel);
+    // What was sent last is delivered once its block is full and the pacer has passed.
+    const size_t heardSoFar = app->Recorded(channel).size();
+    ASSERT_TRUE(app->WaitRecorded(channel, heardSoFar + 4 * ZELK_BLOCK_BYTES, kSoon)) << channel;
+    EXPECT_GE(support::FindSound(app->Recorded(channel), fromFarEnd[i]), 0) << "channel " << channel;
+    EXPECT_TRUE(calls[i]->Heard()->WaitContains(fromApplication[i], kSoon)) << "channel " << channel;
+  }
+
   std::vector<Call> calls;
   std::vector<Bytes> fromFarEnd;
   std::vector<Bytes> fromApplication;
+};
+
+TEST_F(ThirtyCalls, carry_their_own_sound_both_ways_bit_for_bit) {
+  ASSERT_NO_FATAL_FAILURE(StartInStep(1));
+  OpenAll();
+  ASSERT_NO_FATAL_FAILURE(PlaceCalls());
+  ASSERT_NO_FATAL_FAILURE(PlayBothWays());
   for (int i = 0; i < kCalls; ++i) {
-    fromFarEnd.push_back(cardsim::RenderTestPattern(kSeconds * kBytesPerSecond, static_cast<uint32_t>(i)));
-    fromApplication.push_back(cardsim::RenderTestPattern(kSeconds * kBytesPerSecond, static_cast<uint32_t>(100 + i)));
-    app->Record(i);
-    cardsim::SCallRequest request;
-    request.timeslot = i < 15 ? i + 1 : i + 2;
-    calls.push_back(Card().PlaceCall(request));
-  }
-  for (int i = 0; i < kCalls; ++i) {
-    ASSERT_TRUE(app->WaitEvent(i, ZELK_EVENT_INCOMING_CALL, kSoon)) << i;
-    app->zelk.Answer(i);
-  }
-  for (int i = 0; i < kCalls; ++i) {
-    ASSERT_TRUE(app->WaitEvent(i, ZELK_EVENT_CONNECTED, kSoon)) << i;
-    ASSERT_TRUE(calls[static_cast<size_t>(i)]->WaitState(ESimCallState::kConnected, kSoon)) << i;
-    calls[static_cast<size_t>(i)]->PlayBytes(fromFarEnd[static_cast<size_t>(i)]);
-    const Bytes& own = fromApplication[static_cast<size_t>(i)];
-    ASSERT_TRUE(app->zelk.PlayBuffer(i, own.data(), static_cast<uint32_t>(own.size())));
-  }
-  for (int i = 0; i < kCalls; ++i) {
-    ASSERT_TRUE(calls[static_cast<size_t>(i)]->WaitPlayed(kSlow)) << i;
-    ASSERT_TRUE(app->WaitEvent(i, ZELK_EVENT_PLAY_DONE, kSlow)) << i;
-  }
-  for (int i = 0; i < kCalls; ++i) {
-    // What was sent last is delivered once its block is full and the pacer has passed.
-    const size_t heardSoFar = app->Recorded(i).size();
-    ASSERT_TRUE(app->WaitRecorded(i, heardSoFar + 4 * ZELK_BLOCK_BYTES, kSoon)) << i;
-    EXPECT_GE(support::FindSound(app->Recorded(i), fromFarEnd[static_cast<size_t>(i)]), 0) << "channel " << i;
-    EXPECT_TRUE(calls[static_cast<size_t>(i)]->Heard()->WaitContains(fromApplication[static_cast<size_t>(i)], kSoon))
-        << "channel " << i;
+    ASSERT_NO_FATAL_FAILURE(ExpectOwnSound(i));
   }
   for (int i = 0; i < kCalls; ++i) {
     app->zelk.Hangup(i);
@@ -74,7 +91,7 @@ TEST_F(CSound, thirty_calls_on_one_trunk_carry_their_own_sound_both_ways_bit_for
   ExpectCleanAudio(0);
 }
 
-TEST_F(CSound, every_trunk_of_the_largest_card_has_its_own_sound_on_its_own_timeslot) {
+TEST_F(Sound, of_every_trunk_of_the_largest_card_is_on_its_own_timeslot) {
   ASSERT_NO_FATAL_FAILURE(StartInStep(8));
   OpenAll();
   std::vector<int32_t> channels;
@@ -111,7 +128,7 @@ TEST_F(CSound, every_trunk_of_the_largest_card_has_its_own_sound_on_its_own_time
   ExpectCleanAudio(0);
 }
 
-TEST_F(CSound, stop_play_silences_the_line_at_once_and_gives_no_play_done) {
+TEST_F(Sound, stop_play_silences_the_line_at_once_and_gives_no_play_done) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   OpenAll();
   const cardsim::Recorder line = Card().RecordTimeslot(0, 1);
@@ -129,7 +146,7 @@ TEST_F(CSound, stop_play_silences_the_line_at_once_and_gives_no_play_done) {
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);
 }
 
-TEST_F(CSound, the_play_callback_sees_and_may_change_every_block) {
+TEST_F(Sound, the_play_callback_sees_and_may_change_every_block) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
@@ -143,7 +160,7 @@ TEST_F(CSound, the_play_callback_sees_and_may_change_every_block) {
   EXPECT_TRUE(Card().RecordTimeslot(0, 6)->WaitContains(Bytes(1600, 0xD5), kSoon));
 }
 
-TEST_F(CSound, digits_of_the_far_end_arrive_as_events_while_a_prompt_plays) {
+TEST_F(Sound, digits_of_the_far_end_arrive_as_events_while_a_prompt_plays) {
   ASSERT_NO_FATAL_FAILURE(Start({1}));
   OpenAll();
   Call call = Card().PlaceCall({.timeslot = 1});

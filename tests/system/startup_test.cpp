@@ -7,9 +7,9 @@ namespace {
 
 using cardsim::EControlType;
 
-class CStartup : public CSystemTest {};
+class Startup : public CSystemTest {};
 
-TEST_F(CStartup, numbers_channels_card_by_card_trunk_by_trunk_without_timeslots_0_and_16) {
+TEST_F(Startup, numbers_channels_by_card_and_trunk_for_voice_timeslots_only) {
   Start({4, 1});
   ASSERT_EQ(app->zelk.GetChannelCount(), 150);
   int32_t channel = 0;
@@ -29,14 +29,14 @@ TEST_F(CStartup, numbers_channels_card_by_card_trunk_by_trunk_without_timeslots_
   EXPECT_EQ(channel, 150);
 }
 
-TEST_F(CStartup, channel_15_is_trunk_1_timeslot_17_of_the_first_card) {
+TEST_F(Startup, channel_15_is_trunk_1_timeslot_17_of_the_first_card) {
   Start({4, 1});
   EXPECT_EQ(app->zelk.GetChannelInfo(15, ZELK_INFO_SERIALNO), Card(0).Serial());
   EXPECT_EQ(app->zelk.GetChannelInfo(15, ZELK_INFO_TRUNK), 0U);
   EXPECT_EQ(app->zelk.GetChannelInfo(15, ZELK_INFO_TIMESLOT), 17U);
 }
 
-TEST_F(CStartup, card_facts_reach_every_channel) {
+TEST_F(Startup, card_facts_reach_every_channel) {
   Start({1});
   EXPECT_EQ(app->Text(0, ZELK_INFO_SERIALNO), std::to_string(Card().Serial()));
   EXPECT_EQ(app->Text(29, ZELK_INFO_FIRMWAREVER), "7");
@@ -44,7 +44,7 @@ TEST_F(CStartup, card_facts_reach_every_channel) {
   EXPECT_EQ(app->Text(29, ZELK_INFO_BURNDATE), "13050900");
 }
 
-TEST_F(CStartup, speaks_on_the_control_connection_in_the_order_of_a_cards_set_up) {
+TEST_F(Startup, speaks_in_the_order_of_a_cards_set_up) {
   Start({2});
   ASSERT_TRUE(Card().Seen().WaitMessage(EControlType::kRegisterRead, kSoon, 2));
   std::vector<EControlType> order;
@@ -61,7 +61,7 @@ TEST_F(CStartup, speaks_on_the_control_connection_in_the_order_of_a_cards_set_up
 }
 
 // D-channels come up while the cards are still being opened: that is said on the cards' threads.
-TEST_F(CStartup, reports_nothing_on_the_thread_that_starts_the_library) {
+TEST_F(Startup, reports_nothing_on_the_thread_that_starts_the_library) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({8, 8}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
@@ -79,7 +79,7 @@ TEST_F(CStartup, reports_nothing_on_the_thread_that_starts_the_library) {
 }
 
 // An application whose callbacks wait for the thread that starts the library, as with a mutex of its own.
-TEST_F(CStartup, waits_for_no_callback) {
+TEST_F(Startup, waits_for_no_callback) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({8, 8}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
@@ -95,21 +95,21 @@ TEST_F(CStartup, waits_for_no_callback) {
   EXPECT_TRUE(app->WaitAllReady(kSlow)) << app->zelk.LogText();
 }
 
-TEST_F(CStartup, without_a_card_starts_with_no_channels) {
+TEST_F(Startup, without_a_card_starts_with_no_channels) {
   app = std::make_unique<support::CApplication>();
   EXPECT_TRUE(app->zelk.Init());
   EXPECT_EQ(app->zelk.GetChannelCount(), 0);
   EXPECT_EQ(app->zelk.GetLastError(0), static_cast<uint32_t>(ZELK_ERROR_BAD_CHANNEL));
 }
 
-TEST_F(CStartup, a_second_init_keeps_the_channels) {
+TEST_F(Startup, a_second_init_keeps_the_channels) {
   Start({1});
   EXPECT_TRUE(app->zelk.Init());
   EXPECT_EQ(app->zelk.GetChannelCount(), 30);
   EXPECT_EQ(app->zelk.GetChannelInfo(0, ZELK_INFO_CHANNELSTATE), static_cast<uint32_t>(ZELK_CHANNEL_READY));
 }
 
-TEST_F(CStartup, shut_down_and_init_again_work_ten_times_in_one_process) {
+TEST_F(Startup, shut_down_and_init_again_work_ten_times_in_one_process) {
   Start({2});
   for (int round = 0; round < 10; ++round) {
     OpenAll();
@@ -128,7 +128,8 @@ TEST_F(CStartup, shut_down_and_init_again_work_ten_times_in_one_process) {
   }
 }
 
-TEST_F(CStartup, a_card_that_does_not_open_keeps_its_number_and_counts_no_trunks) {
+// A card that does not open keeps its number and counts no trunks.
+TEST_F(Startup, a_card_that_does_not_open_keeps_its_number) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1, 2, 1}));
   sim->Start();
   Card(0).SetListening(false);
@@ -145,17 +146,17 @@ TEST_F(CStartup, a_card_that_does_not_open_keeps_its_number_and_counts_no_trunks
   EXPECT_EQ(app->Text(60, ZELK_INFO_CHANNELSTATE), "READY");
 }
 
-TEST_F(CStartup, every_start_but_the_first_reports_its_cards_up) {
+TEST_F(Startup, every_start_but_the_first_reports_its_cards_up) {
   Start({1, 1});
   ASSERT_TRUE(app->zelk.WaitLog("  G :Card 1: Trunk 0 - DCHANNEL UP\r\n"));
-  EXPECT_EQ(app->zelk.LogText().find("is up"), std::string::npos) << "the first opening has nobody to report to";
+  EXPECT_EQ(app->zelk.LogText().find("is up"), std::string::npos) << "the first open has nobody to report to";
   app->zelk.Shutdown();
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
   ASSERT_TRUE(app->zelk.WaitLog("  G :Card 0 is up\r\n")) << app->zelk.LogText();
   ASSERT_TRUE(app->zelk.WaitLog("  G :Card 1 is up\r\n")) << app->zelk.LogText();
 }
 
-TEST_F(CStartup, shut_down_without_init_and_twice_does_nothing) {
+TEST_F(Startup, shut_down_without_init_and_twice_does_nothing) {
   app = std::make_unique<support::CApplication>();
   app->zelk.Shutdown();
   ASSERT_TRUE(app->zelk.Init());
@@ -164,7 +165,7 @@ TEST_F(CStartup, shut_down_without_init_and_twice_does_nothing) {
   EXPECT_EQ(app->zelk.GetChannelCount(), 0);
 }
 
-TEST_F(CStartup, the_log_stands_beside_the_library_under_its_name) {
+TEST_F(Startup, the_log_stands_beside_the_library_under_its_name) {
   Start({1});
   EXPECT_TRUE(app->zelk.WaitLog("  G :Card 0: Trunk 0 - DCHANNEL UP\r\n")) << app->zelk.LogText();
 }

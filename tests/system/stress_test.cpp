@@ -1,8 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <mutex>
@@ -10,6 +8,7 @@
 #include <thread>
 
 #include "call_fixture.h"
+#include "stress_seconds.h"
 
 namespace {
 
@@ -17,16 +16,7 @@ using cardsim::Call;
 using cardsim::SAnswerPlan;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kCiSeconds = 15;
-
-// How long the stress lasts: ZELK_STRESS_SECONDS, 60 by hand; it scales the number of calls in a row, too.
-int StressSeconds() {
-  const char* text = std::getenv("ZELK_STRESS_SECONDS");
-  const int seconds = text == nullptr ? 0 : std::atoi(text);
-  return seconds > 0 ? seconds : kCiSeconds;
-}
-
-class CStress : public CCallTest {
+class Stress : public CCallTest {
  protected:
   // Far ends of every kind: they answer, ring on, refuse and hang up after a while.
   SAnswerPlan RandomPlan() {
@@ -78,7 +68,7 @@ class CStress : public CCallTest {
           app->zelk.SetChannelInfo(channel, ZELK_SET_ALLOWINCOMING, static_cast<int32_t>(random() % 4));
       }
       ++operations;
-      std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
+      support::LetPass(std::chrono::microseconds(random() % 2000));  // the pace of its operations
     }
   }
 
@@ -116,13 +106,13 @@ class CStress : public CCallTest {
         LoseTrunk(static_cast<int>(random() % 2));
         nextLoss = Clock::now() + std::chrono::milliseconds(1000 + random() % 2000);
       }
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      support::LetPass(std::chrono::milliseconds(10));  // the pace of the calls
     }
   }
 
   void LoseTrunk(int trunk) {
     Card().LoseLink(trunk);
-    Eventually([&] { return State(trunk * 30 + 29) == static_cast<uint32_t>(ZELK_CHANNEL_DOWN); });
+    support::Eventually([&] { return State(trunk * 30 + 29) == static_cast<uint32_t>(ZELK_CHANNEL_DOWN); });
     ++losses;
     Card().CutLine(trunk, false);
   }
@@ -218,7 +208,7 @@ class CStress : public CCallTest {
 
 // Far ends that the library has lost with their trunk are hung up by the test; everything else frees itself, by the
 // protocol's timers at the latest (T305 and twice T308 when the exchange has lost the call and its answer too).
-TEST_F(CStress, four_threads_and_failing_trunks_leave_every_channel_ready_and_no_call_behind) {
+TEST_F(Stress, four_threads_and_failing_trunks_leave_every_channel_ready) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2}, "[General]\nClearedCallTimeout=1\n"));
   Card().SetAnswerPlanner([this](const cardsim::CCall&) { return RandomPlan(); });
   Card().OnCallArrived([this](const Call& call) { Keep(call); });
@@ -233,7 +223,7 @@ TEST_F(CStress, four_threads_and_failing_trunks_leave_every_channel_ready_and_no
     thread.join();
   }
   HangUpEverywhere();
-  EXPECT_TRUE(Eventually([this] { return AllReady(); }, std::chrono::seconds(60))) << Busy();
+  EXPECT_TRUE(support::Eventually([this] { return AllReady(); }, std::chrono::seconds(60))) << Busy();
   HangUpEverywhere();
   EXPECT_TRUE(NetworkIsIdle(0, std::chrono::seconds(45))) << Card().CallCount(0);
   EXPECT_TRUE(NetworkIsIdle(1, std::chrono::seconds(45))) << Card().CallCount(1);
@@ -253,7 +243,7 @@ TEST_F(CStress, four_threads_and_failing_trunks_leave_every_channel_ready_and_no
 }
 
 // No trunk fails here, so nothing but the clearings themselves can free a channel.
-TEST_F(CStress, an_exchange_that_clears_in_every_permitted_way_leaves_every_channel_ready) {
+TEST_F(Stress, every_permitted_way_of_clearing_leaves_every_channel_ready) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nClearedCallTimeout=1\n"));
   Card().SetAnswerPlanner([this](const cardsim::CCall&) { return RandomPlan(); });
   std::array<std::thread, 4> threads;
@@ -268,95 +258,16 @@ TEST_F(CStress, an_exchange_that_clears_in_every_permitted_way_leaves_every_chan
     request.farEnd.clearing = static_cast<cardsim::EClearing>(random() % 4);
     request.giveUpAfter = std::chrono::milliseconds(random() % 500);
     Keep(Card().PlaceCall(request));
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    support::LetPass(std::chrono::milliseconds(10));  // the pace of the calls
   }
   stop = true;
   for (std::thread& thread : threads) {
     thread.join();
   }
   HangUpEverywhere();
-  EXPECT_TRUE(Eventually([this] { return AllReady(); }, std::chrono::seconds(60))) << Busy();
+  EXPECT_TRUE(support::Eventually([this] { return AllReady(); }, std::chrono::seconds(60))) << Busy();
   EXPECT_TRUE(NetworkIsIdle(0, std::chrono::seconds(45))) << Card().CallCount(0) << OpenCalls(0);
   EXPECT_GT(app->Count(ZELK_EVENT_DISCONNECTED), 100U);
-}
-
-// Resident memory of this process in bytes, 0 where it cannot be told or says nothing.
-size_t ResidentBytes() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  return 0;  // a sanitizer keeps freed memory
-#else
-  constexpr size_t kPageBytes = 4096;
-  std::ifstream file("/proc/self/statm");
-  size_t total = 0;
-  size_t resident = 0;
-  return file >> total >> resident ? resident * kPageBytes : 0;
-#endif
-}
-
-// Every channel of a trunk dials, is answered, hangs up and dials again, all inside the event callback.
-class CManyCalls : public CCallTest {
- protected:
-  static constexpr int kCallsByHand = 10000;
-  static constexpr int kSecondsByHand = 60;
-  static constexpr size_t kMostGrowth = 2 * 1024 * 1024;
-
-  void OnEvent(const support::SAppEvent& event) {
-    if (event.code == ZELK_EVENT_CONNECTED) {
-      ++connected;
-      app->zelk.Hangup(event.channel);
-    } else if (event.code == ZELK_EVENT_DISCONNECTED) {
-      wrongCauses += event.param == 16 ? 0 : 1;
-      if (++ended + kChannelsPerTrunk <= wanted) {
-        refused += app->zelk.Dial(event.channel, "5551234", "100") ? 0 : 1;
-      }
-    }
-  }
-
-  bool Run(int calls) {
-    connected = ended = wrongCauses = refused = 0;
-    wanted = calls;
-    for (int32_t channel = 0; channel < kChannelsPerTrunk; ++channel) {
-      EXPECT_TRUE(app->zelk.Dial(channel, "5551234", "100"));
-    }
-    while (ended < calls) {
-      const int before = ended;
-      if (!Eventually([&] { return ended >= std::min(before + 500, calls); }, kSlow)) {
-        return false;
-      }
-      app->Forget();
-    }
-    return connected == calls && wrongCauses == 0 && refused == 0;
-  }
-
-  std::atomic<int> wanted{0};
-  std::atomic<int> connected{0};
-  std::atomic<int> ended{0};
-  std::atomic<int> wrongCauses{0};
-  std::atomic<int> refused{0};
-};
-
-TEST_F(CManyCalls, thousands_of_calls_through_one_trunk_leave_no_channel_stuck_and_memory_flat) {
-  const int calls = std::max(kCallsByHand * StressSeconds() / kSecondsByHand, 600);
-  cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks({1});
-  config.keepHistory = false;
-  sim = std::make_unique<cardsim::CSimulator>(config);
-  sim->Start();
-  app = std::make_unique<support::CApplication>();
-  app->onEvent = [this](const support::SAppEvent& event) { OnEvent(event); };
-  ASSERT_NO_FATAL_FAILURE(StartLibrary());
-  ASSERT_TRUE(Run(300)) << "to warm up: " << connected << " connected, " << ended << " ended";
-  const size_t before = ResidentBytes();
-  ASSERT_TRUE(Run(calls)) << connected << " connected, " << ended << " ended, " << wrongCauses << " with other causes, "
-                          << refused << " not dialled";
-  const size_t after = ResidentBytes();
-  EXPECT_TRUE(app->WaitAllReady(kSoon));
-  EXPECT_TRUE(NetworkIsIdle());
-  std::cout << calls << " calls, resident memory " << before / 1024 << " KiB before, " << after / 1024
-            << " KiB after\n";
-  EXPECT_LT(after, before + kMostGrowth);
-  if (before == 0) {
-    GTEST_SKIP() << "the memory part: this process cannot tell its resident memory";
-  }
 }
 
 }  // namespace

@@ -7,11 +7,11 @@
 #include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "cardsim/card/simulator.h"
 #include "support/application.h"
+#include "support/eventually.h"
 
 // An application with simulated cards, started in the order of real life: cards first.
 class CSystemTest : public testing::Test {
@@ -19,7 +19,7 @@ class CSystemTest : public testing::Test {
   static constexpr std::chrono::seconds kSoon{10};  // a bound for what happens at once, on a loaded machine
   static constexpr std::chrono::seconds kSlow{30};  // for what waits for a protocol's timers
 
-  // Starts cards with so many trunks each, then the library.
+  // Starts cards with these numbers of trunks, then the library.
   void Start(const std::vector<int>& trunksOfCards, const std::string& ini = {}) {
     Start(cardsim::SSimulatorConfig::WithTrunks(trunksOfCards), ini);
   }
@@ -45,12 +45,8 @@ class CSystemTest : public testing::Test {
     return text.find(kAnyAddressPort5854) != std::string::npos;
   }
   static bool WaitListener() {
-    const auto deadline = std::chrono::steady_clock::now() + kSoon;
     const bool isElsewhere = remote::CRemoteLibrary::Place() != nullptr;
-    while (!isElsewhere && !HasListener() && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return isElsewhere || HasListener();
+    return isElsewhere || support::Eventually(HasListener, kSoon);
   }
 
   void OpenAll() {
@@ -80,7 +76,7 @@ class CSystemTest : public testing::Test {
     sim.reset();
   }
 
-  // Shuts the library down where it goes out of scope: behind it stands what the test's callbacks use on its stack.
+  // Shuts the library down where it goes out of scope: after it stands what the test's callbacks use on its stack.
   class CShutdownAtEnd {
    public:
     explicit CShutdownAtEnd(CSystemTest& systemTest) : test(systemTest) {}

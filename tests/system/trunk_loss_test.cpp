@@ -7,7 +7,7 @@ using cardsim::ESimCallState;
 using cardsim::SAnswerPlan;
 
 // Calls in each state, and what is left of them when their trunk or card goes.
-class CTrunkLoss : public CCallTest {
+class TrunkLoss : public CCallTest {
  protected:
   static constexpr int32_t kIdle = 0;
   static constexpr int32_t kOffered = 1;
@@ -47,7 +47,7 @@ class CTrunkLoss : public CCallTest {
   }
 };
 
-TEST_F(CTrunkLoss, takes_calls_in_every_state_with_one_channel_state_event_and_no_disconnect) {
+TEST_F(TrunkLoss, takes_calls_in_every_state_with_one_channel_state_event) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2}));
   ASSERT_NO_FATAL_FAILURE(MakeCalls());
   Card().LoseLink(0);
@@ -84,7 +84,8 @@ TEST_F(CTrunkLoss, takes_calls_in_every_state_with_one_channel_state_event_and_n
   EXPECT_EQ(WaitCause(kIdle), 16);
 }
 
-TEST_F(CTrunkLoss, the_end_of_a_lost_call_is_silent_and_leaves_a_newer_call_on_its_channel_alone) {
+// The end of a lost call is silent and leaves a newer call on its channel alone.
+TEST_F(TrunkLoss, a_lost_calls_end_is_silent_and_leaves_a_newer_call_alone) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call lost = ConnectIncoming(1);
   Card().LoseLink(0);
@@ -107,7 +108,7 @@ TEST_F(CTrunkLoss, the_end_of_a_lost_call_is_silent_and_leaves_a_newer_call_on_i
   ConnectOutgoing(0);
 }
 
-TEST_F(CTrunkLoss, a_trunk_that_comes_up_twice_reports_it_once) {
+TEST_F(TrunkLoss, a_trunk_that_comes_up_twice_reports_it_once) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   // The exchange asks for a reset of layer 2 on a link that is up: no state changes, so no event follows.
   Card().SendFrame(0, {0x02, 0x01, 0x7F});  // SABME
@@ -120,7 +121,8 @@ TEST_F(CTrunkLoss, a_trunk_that_comes_up_twice_reports_it_once) {
   EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 60U);
 }
 
-TEST_F(CTrunkLoss, a_lost_card_takes_calls_in_every_state_and_reports_channels_that_were_down_already) {
+// A lost card takes calls in every state and reports channels that were down already.
+TEST_F(TrunkLoss, a_lost_card_takes_calls_in_every_state) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2, 1}));
   ASSERT_NO_FATAL_FAILURE(MakeCalls());
   Card().LoseLink(1);
@@ -139,7 +141,7 @@ TEST_F(CTrunkLoss, a_lost_card_takes_calls_in_every_state_and_reports_channels_t
   }
 }
 
-TEST_F(CTrunkLoss, the_second_cards_trunk_takes_its_own_channels_only) {
+TEST_F(TrunkLoss, the_second_cards_trunk_takes_its_own_channels_only) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2, 2}));
   Card(1).LoseLink(1);
   for (int32_t channel = 90; channel < 120; ++channel) {
@@ -149,7 +151,8 @@ TEST_F(CTrunkLoss, the_second_cards_trunk_takes_its_own_channels_only) {
   EXPECT_TRUE(app->zelk.WaitLog("   G :Card 2: Trunk 1 - DCHANNEL DOWN\r\n")) << app->zelk.LogText();
 }
 
-TEST_F(CTrunkLoss, a_call_dialled_on_a_trunk_that_is_down_waits_for_layer_2_and_ends_when_it_does_not_come) {
+// A call dialled on a trunk that is down waits for layer 2 and ends when it does not come.
+TEST_F(TrunkLoss, a_call_on_a_trunk_that_is_down_waits_for_layer_2) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Card().LoseLink(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
@@ -166,7 +169,7 @@ TEST_F(CTrunkLoss, a_call_dialled_on_a_trunk_that_is_down_waits_for_layer_2_and_
   // The trunk comes back: calls are possible again.
   MendLine(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 1);
-  EXPECT_TRUE(Eventually([this] { return State(1) == 3U; }, kSlow)) << State(1) << "\n" << app->zelk.LogText();
+  EXPECT_TRUE(support::Eventually([this] { return State(1) == 3U; }, kSlow)) << State(1) << "\n" << app->zelk.LogText();
   // A SETUP that still waited goes out now: the exchange takes the call and learns that it is none any more.
   SentBeforeNow();
   EXPECT_TRUE(NetworkIsIdle());

@@ -42,7 +42,7 @@ TEST(EventQueue, ComesOutAsItWentIn) {
   EXPECT_FALSE(queue.Take(event));
 }
 
-TEST(EventQueue, TheEndOfACallGoesWithWhatItsChannelSaidBeforeAndNothingElse) {
+TEST(EventQueue, TheEndOfACallGoesWithWhatItsChannelSaidBefore) {
   CEventQueue queue = QueueOf({{1, ZELK_EVENT_DTMF, '1'},
                                {2, ZELK_EVENT_INCOMING_CALL, 0},
                                {1, ZELK_EVENT_DISCONNECTED, 16},

@@ -27,7 +27,7 @@ class CBoundSocket {
   const int descriptor;
 };
 
-TEST(PortHolders, AProcessOnTheWildcardAddressIsToldOnceAndAsLongAsItIsThere) {
+TEST(PortHolders, AProcessOnTheWildcardAddressIsToldOnce) {
   const CBoundSocket other("0.0.0.0", kPort + 1);
   EXPECT_TRUE(UdpWildcardHolders(kPort).empty());
   {

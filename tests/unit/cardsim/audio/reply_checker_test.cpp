@@ -9,7 +9,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class ReplyCheckerTest : public testing::Test {
+class ReplyChecker : public testing::Test {
  protected:
   static constexpr std::size_t kBytes = 1448;
 
@@ -30,7 +30,7 @@ class ReplyCheckerTest : public testing::Test {
   std::uint32_t nextSequence = 1;
 };
 
-TEST_F(ReplyCheckerTest, FirstPacketAsksForNoneAndEachLaterOneForOne) {
+TEST_F(ReplyChecker, FirstPacketAsksForNoneAndEachLaterOneForOne) {
   Send();
   Send();
   EXPECT_EQ(Reply(0), 45U);
@@ -41,7 +41,7 @@ TEST_F(ReplyCheckerTest, FirstPacketAsksForNoneAndEachLaterOneForOne) {
   EXPECT_EQ(Statistics().missing + Statistics().late + Statistics().surplus + Statistics().sequenceGaps, 0U);
 }
 
-TEST_F(ReplyCheckerTest, FirstPacketWithAHintAsksForFourLess) {
+TEST_F(ReplyChecker, FirstPacketWithAHintAsksForFourLess) {
   for (const auto& [hint, replies] : std::vector<std::pair<std::uint8_t, std::uint64_t>>{{4, 0}, {5, 1}, {7, 3}}) {
     CReplyChecker fresh(200ms);
     fresh.OnSent({1, hint, kBytes, 0}, now);
@@ -49,7 +49,7 @@ TEST_F(ReplyCheckerTest, FirstPacketWithAHintAsksForFourLess) {
   }
 }
 
-TEST_F(ReplyCheckerTest, LateIsAfterTheLimitNotAtIt) {
+TEST_F(ReplyChecker, LateIsAfterTheLimitNotAtIt) {
   Send();
   Send();
   now += 200ms;
@@ -63,7 +63,7 @@ TEST_F(ReplyCheckerTest, LateIsAfterTheLimitNotAtIt) {
   EXPECT_NEAR(Statistics().meanRoundTripMs, 200.5, 0.01);
 }
 
-TEST_F(ReplyCheckerTest, GapOfTheCounterIsAMissingReplyAndPairingGoesOnBehindIt) {
+TEST_F(ReplyChecker, AGapOfTheCounterIsAMissingReplyAndPairingGoesOn) {
   Send();
   Send();
   Send();
@@ -75,7 +75,7 @@ TEST_F(ReplyCheckerTest, GapOfTheCounterIsAMissingReplyAndPairingGoesOnBehindIt)
   EXPECT_EQ(Statistics().firstReplySequence, 10U);
 }
 
-TEST_F(ReplyCheckerTest, CounterThatWrapsIsNoGap) {
+TEST_F(ReplyChecker, CounterThatWrapsIsNoGap) {
   Send();
   Send();
   Send();
@@ -84,7 +84,7 @@ TEST_F(ReplyCheckerTest, CounterThatWrapsIsNoGap) {
   EXPECT_EQ(Statistics().sequenceGaps, 0U);
 }
 
-TEST_F(ReplyCheckerTest, RepeatedNumberIsAGapButNothingIsMissing) {
+TEST_F(ReplyChecker, RepeatedNumberIsAGapButNothingIsMissing) {
   Send();
   Send();
   Send();
@@ -94,7 +94,7 @@ TEST_F(ReplyCheckerTest, RepeatedNumberIsAGapButNothingIsMissing) {
   EXPECT_EQ(Statistics().missing, 0U);
 }
 
-TEST_F(ReplyCheckerTest, ReplyOfAnotherSizeIsCounted) {
+TEST_F(ReplyChecker, ReplyOfAnotherSizeIsCounted) {
   Send();
   Send();
   EXPECT_EQ(Reply(0, 584), std::nullopt);
@@ -102,7 +102,7 @@ TEST_F(ReplyCheckerTest, ReplyOfAnotherSizeIsCounted) {
   EXPECT_EQ(Statistics().outstanding, 0U);
 }
 
-TEST_F(ReplyCheckerTest, BadMagicAndShortRepliesAnswerNothing) {
+TEST_F(ReplyChecker, BadMagicAndShortRepliesAnswerNothing) {
   Send();
   Send();
   Bytes reply(kBytes, 0);
@@ -114,13 +114,13 @@ TEST_F(ReplyCheckerTest, BadMagicAndShortRepliesAnswerNothing) {
   EXPECT_EQ(Statistics().outstanding, 1U);
 }
 
-TEST_F(ReplyCheckerTest, ReplyToNothingIsSurplus) {
+TEST_F(ReplyChecker, ReplyToNothingIsSurplus) {
   Send();
   EXPECT_EQ(Reply(0), std::nullopt);
   EXPECT_EQ(Statistics().surplus, 1U);
 }
 
-TEST_F(ReplyCheckerTest, WhatIsNeverAnsweredIsMissingAfterAWhileAndAtTheEnd) {
+TEST_F(ReplyChecker, WhatIsNeverAnsweredIsMissingAfterAWhileAndAtTheEnd) {
   Send();
   Send();
   now += CReplyChecker::kMissingAfter + 1ms;
@@ -135,7 +135,7 @@ TEST_F(ReplyCheckerTest, WhatIsNeverAnsweredIsMissingAfterAWhileAndAtTheEnd) {
   EXPECT_EQ(Statistics().outstanding, 0U);
 }
 
-TEST_F(ReplyCheckerTest, NewStreamStartsAnewAndKeepsTheTotals) {
+TEST_F(ReplyChecker, NewStreamStartsAnewAndKeepsTheTotals) {
   Send();
   Send();
   Reply(0);
@@ -149,7 +149,7 @@ TEST_F(ReplyCheckerTest, NewStreamStartsAnewAndKeepsTheTotals) {
   EXPECT_EQ(Statistics().replies, 2U);
 }
 
-TEST_F(ReplyCheckerTest, APacketLostOnTheWayIsNotWaitedForAndTheRestArePairedRight) {
+TEST_F(ReplyChecker, APacketLostOnTheWayIsNotWaitedFor) {
   Send();  // frame 0
   Send();  // 45
   EXPECT_EQ(Reply(0), 45U);

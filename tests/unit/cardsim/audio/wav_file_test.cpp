@@ -13,7 +13,7 @@
 namespace cardsim {
 namespace {
 
-class WavFileTest : public testing::Test {
+class WavFile : public testing::Test {
  protected:
   void SetUp() override { std::filesystem::create_directories(directory); }
   void TearDown() override { std::filesystem::remove_all(directory); }
@@ -53,18 +53,18 @@ class WavFileTest : public testing::Test {
       std::filesystem::temp_directory_path() / ("cardsim-wav-" + std::to_string(std::random_device()()));
 };
 
-TEST_F(WavFileTest, CodesComeBackBitExact) {
+TEST_F(WavFile, CodesComeBackBitExact) {
   const Bytes samples = RenderTestPattern(20001, 3);
   WriteWav(Path("a.wav"), samples);
   EXPECT_EQ(ReadWav(Path("a.wav")), samples);
 }
 
-TEST_F(WavFileTest, EmptyRecordingIsAFileToo) {
+TEST_F(WavFile, EmptyRecordingIsAFileToo) {
   WriteWav(Path("e.wav"), Bytes{});
   EXPECT_EQ(ReadWav(Path("e.wav")), Bytes{});
 }
 
-TEST_F(WavFileTest, LinearSamplesAreEncoded) {
+TEST_F(WavFile, LinearSamplesAreEncoded) {
   const std::vector<std::int16_t> linear{0, 8, -8, 1000, -1000, 32767, -32768};
   WritePcm(Path("p.wav"), 1, 8000, linear);
   Bytes expected;
@@ -74,7 +74,7 @@ TEST_F(WavFileTest, LinearSamplesAreEncoded) {
   EXPECT_EQ(ReadWav(Path("p.wav")), expected);
 }
 
-TEST_F(WavFileTest, OtherRatesAndChannelCountsAreRefusedWithTheFileNamed) {
+TEST_F(WavFile, OtherRatesAndChannelCountsAreRefusedWithTheFileNamed) {
   WritePcm(Path("s.wav"), 2, 8000, {0, 0});
   WritePcm(Path("r.wav"), 1, 16000, {0, 0});
   for (const char* name : {"s.wav", "r.wav", "none.wav"}) {
@@ -87,7 +87,7 @@ TEST_F(WavFileTest, OtherRatesAndChannelCountsAreRefusedWithTheFileNamed) {
   }
 }
 
-TEST_F(WavFileTest, PlaceThatCannotBeWrittenIsAnError) {
+TEST_F(WavFile, PlaceThatCannotBeWrittenIsAnError) {
   EXPECT_THROW(WriteWav(Path("no/such/dir.wav"), Bytes{1}), std::runtime_error);
 }
 

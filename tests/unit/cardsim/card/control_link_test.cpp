@@ -14,7 +14,7 @@ namespace {
 using asio::ip::tcp;
 using namespace std::chrono_literals;
 
-class ControlLinkTest : public testing::Test {
+class ControlLink : public testing::Test {
  protected:
   void SetUp() override {
     reactor.Start();
@@ -54,7 +54,7 @@ class ControlLinkTest : public testing::Test {
   asio::error_code error;
 };
 
-TEST_F(ControlLinkTest, SendsWholeMessagesUntilPiecesAreAskedFor) {
+TEST_F(ControlLink, SendsWholeMessagesUntilPiecesAreAskedFor) {
   Send({1, 2, 3, 4, 5});
   EXPECT_EQ(ReadSome(), (Bytes{1, 2, 3, 4, 5}));
   reactor.Call([this] { link.SetPieces(2, 30ms); });
@@ -67,7 +67,7 @@ TEST_F(ControlLinkTest, SendsWholeMessagesUntilPiecesAreAskedFor) {
   EXPECT_EQ(ReadSome(), (Bytes{6, 7, 8}));
 }
 
-TEST_F(ControlLinkTest, WhatWasHeldGoesOutInOneWriteInOrder) {
+TEST_F(ControlLink, WhatWasHeldGoesOutInOneWriteInOrder) {
   reactor.Call([this] { link.Hold(true); });
   Send({1, 2});
   Send({3});
@@ -77,14 +77,14 @@ TEST_F(ControlLinkTest, WhatWasHeldGoesOutInOneWriteInOrder) {
   EXPECT_EQ(ReadSome(), (Bytes{4}));
 }
 
-TEST_F(ControlLinkTest, AResetIsAnErrorForThePeer) {
+TEST_F(ControlLink, AResetIsAnErrorForThePeer) {
   reactor.Call([this] { link.Reset(); });
   EXPECT_EQ(ReadSome(), Bytes());
   EXPECT_EQ(error, asio::error::connection_reset);
   EXPECT_EQ(disconnects, 1);
 }
 
-TEST_F(ControlLinkTest, AfterAHalfCloseThePeerReadsTheEndAndIsStillHeard) {
+TEST_F(ControlLink, AfterAHalfCloseThePeerReadsTheEndAndIsStillHeard) {
   reactor.Call([this] { link.HalfClose(); });
   Send({1});
   EXPECT_EQ(ReadSome(), Bytes());

@@ -10,7 +10,7 @@
 namespace cardsim::test {
 namespace {
 
-class SimulatorTest : public testing::Test {
+class Simulator : public testing::Test {
  protected:
   void SetUp() override { sim.Start(); }
   CCard& Card() { return sim.Card(0); }
@@ -18,7 +18,7 @@ class SimulatorTest : public testing::Test {
   CSimulator sim{SSimulatorConfig::WithTrunks({1})};
 };
 
-TEST_F(SimulatorTest, AnswersAProbeFromEachCardsOwnAddress) {
+TEST_F(Simulator, AnswersAProbeFromEachCardsOwnAddress) {
   CSimulator second(SSimulatorConfig::WithTrunks({2, 4}, "127.0.2.1"));
   second.Start();
   asio::io_context io;
@@ -41,7 +41,7 @@ TEST_F(SimulatorTest, AnswersAProbeFromEachCardsOwnAddress) {
   EXPECT_EQ(cards, (std::set<std::string>{"127.0.1.1", "127.0.2.1", "127.0.2.2"}));
 }
 
-TEST_F(SimulatorTest, SecondSimulatorOnTheSameAddressIsRefusedWithTheAddressNamed) {
+TEST_F(Simulator, ASecondOneOnTheSameAddressIsRefusedWithTheAddressNamed) {
   CSimulator second(SSimulatorConfig::WithTrunks({1}));
   try {
     second.Start();
@@ -51,7 +51,7 @@ TEST_F(SimulatorTest, SecondSimulatorOnTheSameAddressIsRefusedWithTheAddressName
   }
 }
 
-TEST_F(SimulatorTest, StartsAgainOnTheSameAddressAtOnce) {
+TEST_F(Simulator, StartsAgainOnTheSameAddressAtOnce) {
   for (int i = 0; i < 5; ++i) {
     sim.Stop();
     CSimulator next(SSimulatorConfig::WithTrunks({1}));
@@ -62,7 +62,7 @@ TEST_F(SimulatorTest, StartsAgainOnTheSameAddressAtOnce) {
   }
 }
 
-TEST_F(SimulatorTest, SetUpBringsTheTrunkUpAndAudioFlows) {
+TEST_F(Simulator, SetUpBringsTheTrunkUpAndAudioFlows) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(Card().Seen().WaitReady(5s));
@@ -78,7 +78,7 @@ TEST_F(SimulatorTest, SetUpBringsTheTrunkUpAndAudioFlows) {
   EXPECT_EQ(statistics.surplus, 0U);
 }
 
-TEST_F(SimulatorTest, CardInformationAndTrunkStatusAreTheBytesOfTheProtocol) {
+TEST_F(Simulator, CardInformationAndTrunkStatusAreTheBytesOfTheProtocol) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(library.WaitReceived(27, 5s));
@@ -89,7 +89,7 @@ TEST_F(SimulatorTest, CardInformationAndTrunkStatusAreTheBytesOfTheProtocol) {
   EXPECT_EQ(Bytes(received.begin(), received.begin() + 27), expected);
 }
 
-TEST_F(SimulatorTest, InformationMayComeLate) {
+TEST_F(Simulator, InformationMayComeLate) {
   Card().SetAnswerDelay(300ms);
   CMiniLibrary library(Card().Address());
   const auto begin = std::chrono::steady_clock::now();
@@ -99,7 +99,7 @@ TEST_F(SimulatorTest, InformationMayComeLate) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
 }
 
-TEST_F(SimulatorTest, HdlcErrorsComeAsManyAsAsked) {
+TEST_F(Simulator, HdlcErrorsComeAsManyAsAsked) {
   CMiniLibrary library(Card().Address());
   library.Run();
   ASSERT_TRUE(Card().Seen().WaitConnected(true, 5s));
@@ -112,7 +112,7 @@ TEST_F(SimulatorTest, HdlcErrorsComeAsManyAsAsked) {
   EXPECT_EQ(library.Received(), expected);
 }
 
-TEST_F(SimulatorTest, OfferedCallIsConnectedAndClearedByTheNetwork) {
+TEST_F(Simulator, OfferedCallIsConnectedAndClearedByTheNetwork) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(Card().WaitUp(5s));
@@ -137,7 +137,7 @@ TEST_F(SimulatorTest, OfferedCallIsConnectedAndClearedByTheNetwork) {
                                       "> CONNECT ACKNOWLEDGE", "> DISCONNECT", "< RELEASE", "> RELEASE COMPLETE"}));
 }
 
-TEST_F(SimulatorTest, RefusedCallEndsWithTheLibrarysCause) {
+TEST_F(Simulator, RefusedCallEndsWithTheLibrarysCause) {
   CMiniLibrary library(Card().Address());
   library.refuseCause = 21;
   library.SetUp();
@@ -149,7 +149,7 @@ TEST_F(SimulatorTest, RefusedCallEndsWithTheLibrarysCause) {
   EXPECT_EQ(call->ClearedBy(), EClearedBy::kLibrary);
 }
 
-TEST_F(SimulatorTest, CallFromTheLibraryFollowsThePlanAndIsHungUpByTheFarEnd) {
+TEST_F(Simulator, CallFromTheLibraryFollowsThePlanAndIsHungUpByTheFarEnd) {
   SAnswerPlan plan;
   plan.alertAfter = 10ms;
   plan.answerAfter = 30ms;
@@ -170,7 +170,7 @@ TEST_F(SimulatorTest, CallFromTheLibraryFollowsThePlanAndIsHungUpByTheFarEnd) {
   EXPECT_EQ(library.Event(CMiniLibrary::kHangupReq).cause, 31);
 }
 
-TEST_F(SimulatorTest, CallFromTheLibraryIsRefusedWithTheCauseOfThePlan) {
+TEST_F(Simulator, CallFromTheLibraryIsRefusedWithTheCauseOfThePlan) {
   Card().SetAnswerPlan(SAnswerPlan::Refuse(1));
   CMiniLibrary library(Card().Address());
   library.SetUp();
@@ -184,7 +184,7 @@ TEST_F(SimulatorTest, CallFromTheLibraryIsRefusedWithTheCauseOfThePlan) {
   EXPECT_EQ(library.Event(CMiniLibrary::kHangupReq).cause, 1);
 }
 
-TEST_F(SimulatorTest, RefusalWithoutProceedingIsAReleaseCompleteAndFreesTheTimeslot) {
+TEST_F(Simulator, ARefusalAtOnceIsAReleaseCompleteAndFreesTheTimeslot) {
   SAnswerPlan plan = SAnswerPlan::Refuse(1);
   plan.proceeding = false;
   Card().SetAnswerPlan(plan);
@@ -202,7 +202,7 @@ TEST_F(SimulatorTest, RefusalWithoutProceedingIsAReleaseCompleteAndFreesTheTimes
             (std::vector<std::string>{"< SETUP", "> RELEASE COMPLETE", "< SETUP", "> RELEASE COMPLETE"}));
 }
 
-TEST_F(SimulatorTest, CallHungUpByTheLibraryCarriesItsCause) {
+TEST_F(Simulator, CallHungUpByTheLibraryCarriesItsCause) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(Card().WaitUp(5s));
@@ -221,7 +221,7 @@ TEST_F(SimulatorTest, CallHungUpByTheLibraryCarriesItsCause) {
   EXPECT_TRUE(again->WaitState(ESimCallState::kConnected, 5s));
 }
 
-TEST_F(SimulatorTest, SoundPlayedInACallComesBackBitExact) {
+TEST_F(Simulator, SoundPlayedInACallComesBackBitExact) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(Card().WaitUp(5s));
@@ -237,7 +237,7 @@ TEST_F(SimulatorTest, SoundPlayedInACallComesBackBitExact) {
   EXPECT_EQ(heard[at + sound.size()], kSilence);
 }
 
-TEST_F(SimulatorTest, EightTrunksSendTheRightTimeslotsToTheRightRecorders) {
+TEST_F(Simulator, EightTrunksSendTheRightTimeslotsToTheRightRecorders) {
   CSimulator wide(SSimulatorConfig::WithTrunks({8}, "127.0.3.1"));
   wide.Start();
   CMiniLibrary library("127.0.3.1", 8);
@@ -255,7 +255,7 @@ TEST_F(SimulatorTest, EightTrunksSendTheRightTimeslotsToTheRightRecorders) {
   EXPECT_EQ(card.Audio().FramesPerPacket(), 5);
 }
 
-TEST_F(SimulatorTest, SilentLibraryShowsAsMissingReplies) {
+TEST_F(Simulator, SilentLibraryShowsAsMissingReplies) {
   CMiniLibrary library(Card().Address());
   library.replyToAudio = false;
   library.SetUp();
@@ -270,7 +270,7 @@ TEST_F(SimulatorTest, SilentLibraryShowsAsMissingReplies) {
   EXPECT_EQ(statistics.missing + statistics.cutOff, statistics.packetsSent - 1);  // the first asks for none
 }
 
-TEST_F(SimulatorTest, DroppedControlConnectionEndsItsCallsAsLost) {
+TEST_F(Simulator, DroppedControlConnectionEndsItsCallsAsLost) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(Card().WaitUp(5s));
@@ -285,7 +285,7 @@ TEST_F(SimulatorTest, DroppedControlConnectionEndsItsCallsAsLost) {
   EXPECT_TRUE(Card().WaitUp(5s));
 }
 
-TEST_F(SimulatorTest, RestartAtAnotherAddressAnnouncesFromThere) {
+TEST_F(Simulator, RestartAtAnotherAddressAnnouncesFromThere) {
   asio::io_context io;
   asio::ip::udp::socket listener(io, asio::ip::udp::v4());
   listener.set_option(asio::socket_base::reuse_address(true));
@@ -303,7 +303,7 @@ TEST_F(SimulatorTest, RestartAtAnotherAddressAnnouncesFromThere) {
   EXPECT_TRUE(Card().WaitUp(5s));
 }
 
-TEST_F(SimulatorTest, LinkTakenDownComesUpAgain) {
+TEST_F(Simulator, LinkTakenDownComesUpAgain) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(Card().WaitUp(5s));
@@ -314,7 +314,7 @@ TEST_F(SimulatorTest, LinkTakenDownComesUpAgain) {
   EXPECT_TRUE(call->WaitState(ESimCallState::kConnected, 10s));
 }
 
-TEST_F(SimulatorTest, RegisterReadIsAnswered) {
+TEST_F(Simulator, RegisterReadIsAnswered) {
   CMiniLibrary library(Card().Address());
   library.Run();
   library.Write({0xFF, 0x02, 0x01, 0x06, 0x10, 0xFF});
@@ -323,7 +323,7 @@ TEST_F(SimulatorTest, RegisterReadIsAnswered) {
   ASSERT_TRUE(Card().Seen().WaitMessage(EControlType::kRegisterRead, 5s));
 }
 
-TEST(Simulator, RefusesAConfigurationOutOfRange) {
+TEST(SimulatorConfiguration, OutOfRangeIsRefused) {
   EXPECT_THROW(CSimulator(SSimulatorConfig{}), std::invalid_argument);
   EXPECT_THROW(SSimulatorConfig::WithTrunks({9}), std::invalid_argument);
   EXPECT_THROW(SSimulatorConfig::WithTrunks({1}, "127.0.0"), std::invalid_argument);

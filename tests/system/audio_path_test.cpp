@@ -9,7 +9,7 @@ namespace {
 using cardsim::Bytes;
 using cardsim::Recorder;
 
-class CAudioRoad : public CSystemTest {
+class AudioPath : public CSystemTest {
  protected:
   // The lines stand still until Flow(), so that recordings begin with the very first byte.
   void StartStill(const std::string& ini = {}) {
@@ -66,7 +66,8 @@ Bytes Part(const Bytes& whole, size_t from, size_t count) {
   return {whole.begin() + static_cast<ptrdiff_t>(from), whole.begin() + static_cast<ptrdiff_t>(from + count)};
 }
 
-TEST_F(CAudioRoad, lines_begin_with_160_idle_bytes_then_silence_and_timeslots_0_and_16_then_zeros) {
+// Lines begin with 160 idle bytes; then comes silence, and zeros in timeslots 0 and 16.
+TEST_F(AudioPath, begins_with_160_idle_bytes_then_silence_or_zeros) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   std::vector<Recorder> lines;
   for (int timeslot = 0; timeslot < cardsim::kTimeslots; ++timeslot) {
@@ -83,7 +84,8 @@ TEST_F(CAudioRoad, lines_begin_with_160_idle_bytes_then_silence_and_timeslots_0_
   }
 }
 
-TEST_F(CAudioRoad, without_audio_buffers_every_timeslot_carries_idle_bytes_and_nothing_is_recorded) {
+// Without audio buffers every timeslot carries idle bytes and nothing is recorded.
+TEST_F(AudioPath, without_audio_buffers_is_idle_and_records_nothing) {
   ASSERT_NO_FATAL_FAILURE(StartStill("[General]\nAudioBuffers=0\n"));
   app->Record(0);
   const Recorder voice = Card().RecordTimeslot(0, 1);
@@ -95,7 +97,8 @@ TEST_F(CAudioRoad, without_audio_buffers_every_timeslot_carries_idle_bytes_and_n
   EXPECT_TRUE(app->Recorded(0).empty());
 }
 
-TEST_F(CAudioRoad, play_time_of_100_bytes_is_12_then_1_and_0_with_the_event_that_follows_the_sound) {
+// The play time of 100 bytes is 12, then 1, and 0 with the event that follows the sound.
+TEST_F(AudioPath, play_time_of_100_bytes_is_12_then_1_and_0_with_the_event) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   line = Card().RecordTimeslot(0, 1);
   const Bytes sound = cardsim::RenderTestPattern(100, 5);
@@ -116,13 +119,14 @@ TEST_F(CAudioRoad, play_time_of_100_bytes_is_12_then_1_and_0_with_the_event_that
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
 }
 
-TEST_F(CAudioRoad, a_play_of_7_bytes_counts_as_1_ms) {
+TEST_F(AudioPath, a_play_of_7_bytes_counts_as_1_ms) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   ASSERT_TRUE(Play(0, Bytes(7, 0x2A)));
   EXPECT_EQ(app->zelk.PlayTimeLeft(0), 1U);
 }
 
-TEST_F(CAudioRoad, the_play_done_event_comes_when_the_last_sound_has_left_whatever_its_length) {
+// The PLAY_DONE event comes when the last sound has left, whatever its length.
+TEST_F(AudioPath, play_done_comes_when_the_last_sound_of_any_length_has_left) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   line = Card().RecordTimeslot(0, 1);
   Flow();
@@ -140,7 +144,7 @@ TEST_F(CAudioRoad, the_play_done_event_comes_when_the_last_sound_has_left_whatev
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), plays);
 }
 
-TEST_F(CAudioRoad, a_buffer_of_no_bytes_is_silence_and_one_event) {
+TEST_F(AudioPath, a_buffer_of_no_bytes_is_silence_and_one_event) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   line = Card().RecordTimeslot(0, 1);
   EXPECT_TRUE(app->zelk.PlayBuffer(0, "", 0));
@@ -155,7 +159,7 @@ TEST_F(CAudioRoad, a_buffer_of_no_bytes_is_silence_and_one_event) {
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
 }
 
-TEST_F(CAudioRoad, buffers_queued_back_to_back_play_without_a_gap_and_with_one_event) {
+TEST_F(AudioPath, buffers_back_to_back_play_without_a_gap_and_with_one_event) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   line = Card().RecordTimeslot(0, 1);
   Bytes whole;
@@ -171,7 +175,8 @@ TEST_F(CAudioRoad, buffers_queued_back_to_back_play_without_a_gap_and_with_one_e
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
 }
 
-TEST_F(CAudioRoad, stop_play_in_the_middle_silences_the_very_next_packet_and_gives_no_event) {
+// StopPlay in the middle silences the very next packet and gives no event.
+TEST_F(AudioPath, stop_play_silences_the_very_next_packet_without_an_event) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   const Bytes sound = Bytes(80000, 0x2A);
   ASSERT_TRUE(Play(0, sound));
@@ -193,7 +198,8 @@ TEST_F(CAudioRoad, stop_play_in_the_middle_silences_the_very_next_packet_and_giv
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);
 }
 
-TEST_F(CAudioRoad, closing_a_channel_in_the_middle_of_a_play_silences_the_very_next_packet_and_gives_no_event) {
+// Closing a channel in the middle of a play silences the very next packet and gives no event.
+TEST_F(AudioPath, closing_a_channel_silences_its_play_without_an_event) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   ASSERT_TRUE(Play(0, Bytes(80000, 0x2A)));
   ASSERT_TRUE(Play(1, Bytes(80000, 0x2B)));
@@ -220,7 +226,7 @@ TEST_F(CAudioRoad, closing_a_channel_in_the_middle_of_a_play_silences_the_very_n
   EXPECT_TRUE(heardAtDone);
 }
 
-TEST_F(CAudioRoad, a_channel_plays_again_after_a_stop_with_its_own_event) {
+TEST_F(AudioPath, a_channel_plays_again_after_a_stop_with_its_own_event) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   line = Card().RecordTimeslot(0, 1);
   Flow();
@@ -234,7 +240,8 @@ TEST_F(CAudioRoad, a_channel_plays_again_after_a_stop_with_its_own_event) {
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 1U);
 }
 
-TEST_F(CAudioRoad, a_play_callback_overwrites_queued_sound_block_by_block_and_the_queue_goes_on) {
+// A play callback overwrites queued sound block by block and the queue goes on.
+TEST_F(AudioPath, a_callback_overwrites_queued_sound_and_the_queue_goes_on) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
@@ -255,13 +262,13 @@ TEST_F(CAudioRoad, a_play_callback_overwrites_queued_sound_block_by_block_and_th
   EXPECT_TRUE(app->WaitEvent(0, ZELK_EVENT_PLAY_DONE, kSoon));
 }
 
-TEST_F(CAudioRoad, a_stall_of_the_application_of_300_ms_loses_no_received_sound) {
+TEST_F(AudioPath, a_stall_of_the_application_of_300_ms_loses_no_sound) {
   sim = std::make_unique<cardsim::CSimulator>(cardsim::SSimulatorConfig::WithTrunks({1}));
   sim->Start();
   app = std::make_unique<support::CApplication>();
   app->SetOnRecord([this](uint32_t channel, const uint8_t*, uint32_t) {
     if (channel == 0 && stall.exchange(false)) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      support::LetPass(std::chrono::milliseconds(300));  // the stall
     }
   });
   ASSERT_NO_FATAL_FAILURE(StartLibrary());
@@ -277,7 +284,8 @@ TEST_F(CAudioRoad, a_stall_of_the_application_of_300_ms_loses_no_received_sound)
   EXPECT_GE(support::FindSound(app->Recorded(0), sound), 0);
 }
 
-TEST_F(CAudioRoad, without_callbacks_for_sound_blocks_go_round_digits_are_heard_and_buffers_play) {
+// Without callbacks for sound blocks go round, digits are heard and buffers play.
+TEST_F(AudioPath, without_callbacks_digits_are_heard_and_buffers_play) {
   ASSERT_NO_FATAL_FAILURE(StartStill());
   app->zelk.SetRecordCallback(nullptr);
   app->zelk.SetPlayCallback(nullptr);

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstdlib>
+
+// How long the stress lasts: ZELK_STRESS_SECONDS, 60 by hand; it scales the number of calls in a row, too.
+inline int StressSeconds() {
+  constexpr int kCiSeconds = 15;
+  const char* text = std::getenv("ZELK_STRESS_SECONDS");
+  const int seconds = text == nullptr ? 0 : std::atoi(text);
+  return seconds > 0 ? seconds : kCiSeconds;
+}
