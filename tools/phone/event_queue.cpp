@@ -30,9 +30,9 @@ bool CEventQueue::TakeEnd(int32_t channel) {
   if (end == events.end()) {
     return false;
   }
-  const auto behind =
+  const auto kept =
       std::remove_if(events.begin(), end + 1, [channel](const SPhoneEvent& event) { return event.channel == channel; });
-  events.erase(behind, end + 1);
+  events.erase(kept, end + 1);
   return true;
 }
 

@@ -19,7 +19,7 @@ class CEventQueue {
   // The oldest event; false when there is none.
   bool Take(SPhoneEvent& event);
   // When the end of the channel's call waits in the queue: takes it out, with all that the channel said before it, and
-  // returns true. A new call on the channel may stand behind it and stays.
+  // returns true. A new call on the channel may stand after it and stays.
   bool TakeEnd(int32_t channel);
 
  private:

@@ -14,7 +14,7 @@ namespace cardsim {
 struct SAudioFaults {
   double loss = 0;
   double duplicates = 0;
-  double reordered = 0;                 // such a packet goes behind the one that follows it
+  double reordered = 0;                 // such a packet goes after the one that follows it
   std::chrono::milliseconds delay{0};   // of every packet
   std::chrono::milliseconds jitter{0};  // up to so much more, packet by packet: one may overtake another
   std::uint32_t seed = 1;               // the same seed picks the same packets
@@ -58,7 +58,7 @@ class CAudioFaults {
   bool active = false;
   Time pauseEnd{};
   std::mt19937 random;
-  std::optional<SAudioPacket> aside;  // goes behind the next
+  std::optional<SAudioPacket> aside;  // goes after the next
   std::multimap<Time, SAudioPacket> underWay;
   SAudioFaultCounts counts;
 };

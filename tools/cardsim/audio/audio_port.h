@@ -108,7 +108,7 @@ class CAudioPort {
   Time due;                        // guarded by lock; of the next packet
   std::uint32_t nextSequence = 1;  // guarded by lock
   std::uint64_t framesSent = 0;    // guarded by lock
-  std::uint64_t framesHeard = 0;   // guarded by lock; frame number behind the last reply
+  std::uint64_t framesHeard = 0;   // guarded by lock; frame number after the last reply
   std::uint8_t hint;               // guarded by lock
   CAudioFaults network;            // guarded by lock
   bool waitForReplies = false;     // guarded by lock

@@ -6,7 +6,7 @@
 
 namespace cardsim {
 
-// The HDLC frame check sequence of ITU-T Q.921 (CRC-16/X.25). Sent low byte first behind the frame.
+// The HDLC frame check sequence of ITU-T Q.921 (CRC-16/X.25). Sent low byte first after the frame.
 std::uint16_t FrameCheckSequence(ByteView frame);
 
 }  // namespace cardsim

@@ -55,7 +55,7 @@ bool ReadElements(ByteView bytes, std::vector<SInformationElement>& out) {
   return true;
 }
 
-// Skips the octets of a group up to the one with the extension bit set; returns the index behind it.
+// Skips the octets of a group up to the one with the extension bit set; returns the index after it.
 std::size_t SkipGroup(const Bytes& content, std::size_t at) {
   while (at < content.size() && (content[at] & 0x80) == 0) {
     ++at;

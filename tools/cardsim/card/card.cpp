@@ -72,7 +72,7 @@ void CCard::OnConnected(const std::string& peer) {
   connected = true;
   started = false;
   ++connection;
-  // The first status goes behind the information: before that the library cannot know how long it is.
+  // The first status goes after the information: before that the library cannot know how long it is.
   nextStatus = std::chrono::steady_clock::time_point::max();
   history.AddConnection();
 }

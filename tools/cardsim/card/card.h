@@ -79,7 +79,7 @@ class CCard {
   void Restart(const std::optional<std::string>& newAddress = std::nullopt);
   void SetListening(bool on);          // (waits) off: connections are refused
   void SetControlSilent(bool silent);  // nothing is sent on the control connection any more
-  // No write on the control connection carries more than so many bytes (0: whole messages); `pause` between writes.
+  // No write on the control connection carries more than this many bytes (0: whole messages); `pause` between writes.
   void SetControlPieces(std::size_t bytes, std::chrono::milliseconds pause);
   void HoldControl(bool on);  // on: what is sent collects; off: it goes out in one write
   void SetAnswerInformation(bool answer);
@@ -97,7 +97,7 @@ class CCard {
   // The library's frames wait at the card: what the exchange sends meanwhile crosses them.
   void HoldFromLibrary(int trunk, bool hold);
   void TakeLinkDown(int trunk);  // sends a DISC: layer 2 goes down, and up again by libpri's own doing
-  void LoseLink(int trunk);      // the same and cuts the line behind it: layer 2 stays down until CutLine(trunk, false)
+  void LoseLink(int trunk);      // the same and cuts the line after it: layer 2 stays down until CutLine(trunk, false)
   void RestartTimeslot(int trunk, int timeslot);  // sends a RESTART
   void RestartInterface(int trunk);               // sends a RESTART of all channels
   // Sends Q.931 bytes, well-formed or not, in a frame of their own in sequence.

@@ -31,7 +31,7 @@ class CControlLink {
   void Reset();      // ends the connection with a RST
   void HalfClose();  // ends the sending side; what the library sends is still taken
   void Send(Bytes bytes);
-  // From now on no write carries more than so many bytes (0: whole messages), and each waits so long for the next.
+  // From now on no write carries more than this many bytes (0: whole messages), and each waits this long for the next.
   void SetPieces(std::size_t bytes, std::chrono::milliseconds pause);
   // On: what is sent collects. Off: it goes out in one write.
   void Hold(bool on);

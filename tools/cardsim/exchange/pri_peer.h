@@ -64,7 +64,7 @@ class CPriPeer {
   bool RestartTimeslot(int timeslot);
   // Sends Q.931 bytes as they stand in an information frame, past libpri's own view of its calls.
   bool SendQ931(ByteView message);
-  // The same with the header of a call in front.
+  // The same with the header of a call before it.
   bool SendMessage(q931_call* call, std::uint8_t type, ByteView elements);
   // The calls that libpri holds, in whatever state.
   std::size_t CallCount() const;
