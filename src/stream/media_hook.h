@@ -26,8 +26,8 @@ struct SBlockFill {
 class IMediaHook {
  public:
   virtual ~IMediaHook() = default;
-  // MEDIA_PLAY (0x202): puts the next audio to send into the block, and notes which bytes came from the queue, under which
-  // flush count.
+  // MEDIA_PLAY (0x202): puts the next audio to send into the block, and notes which bytes came from the queue, under
+  // which flush count.
   virtual void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) = 0;
   // MEDIA_PLAY_MARK (0x204): whether the block just filled ends a play. Asked once after each fill.
   virtual bool EndsPlay(uint32_t trunk, uint32_t timeslot) = 0;

@@ -5,8 +5,8 @@
 
 namespace support {
 
-// The only sleep of the tests: for those where passing time itself is what is tried, and for Eventually. What a test waits
-// for otherwise has an event, or Eventually finds it.
+// The only sleep of the tests: for those where passing time itself is what is tried, and for Eventually. What a test
+// waits for otherwise has an event, or Eventually finds it.
 template <class Rep, class Period>
 void LetPass(std::chrono::duration<Rep, Period> time) {
   std::this_thread::sleep_for(time);

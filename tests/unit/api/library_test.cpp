@@ -13,8 +13,8 @@
 #include "runtime/log_writer.h"
 #include "runtime/paths.h"
 #include "support/discovery_responder.h"
-#include "support/fake_card.h"
 #include "support/eventually.h"
+#include "support/fake_card.h"
 
 namespace zelk::test {
 namespace {
