@@ -99,7 +99,7 @@ class Run:
             self.ends[f"audio headers, {name}"] = [first] + line.headers
             for (trunk, timeslot), data in timeslots(line, self.trunks.get(card, 1)).items():
                 if line.numbers[0] == 0:
-                    self.ends[f"first block, {name}, trunk {trunk}, timeslot {timeslot}"] = list(data[:160])
+                    self.fields[f"first byte, {name}, trunk {trunk}, timeslot {timeslot}"] = [data[:1].hex()]
                 self.sounds[f"line, {name}, trunk {trunk}, timeslot {timeslot}"] = sound.sounds(data)
 
     def add_application(self, traffic):
