@@ -4,7 +4,7 @@
 add_library(zelk_options INTERFACE)
 target_compile_options(zelk_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
-  # Single precision must give the same digits on every build: no fused multiply-add behind our back.
+  # Single precision must give the same digits on every build: no fused multiply-add that the compiler chose.
   -ffp-contract=off)
 if(WIN32)
   # Windows 7 and later; small headers; one printf for every source, with the formats of the standard.
@@ -77,7 +77,7 @@ endfunction()
 
 # What a test costs is its compilation: little optimisation, and of the sanitizers those that the linked code needs; what
 # is undefined is looked for in the code under test.
-# Linked behind zelk_options, so that its options stand behind those and overrule them.
+# Linked after zelk_options, so that its options come after those and overrule them.
 add_library(zelk_test_options INTERFACE)
 target_compile_options(zelk_test_options INTERFACE -O1 -g1)
 if(ZELK_SANITIZE MATCHES "undefined")

@@ -205,16 +205,16 @@ ZELK_API void ZELK_CALL ZELK_CloseChannel(int32_t channel);
 /* The channel's ZelkError, which stays as it is; ZELK_ERROR_BAD_CHANNEL for a channel that does not exist. */
 ZELK_API uint32_t ZELK_CALL ZELK_GetLastError(int32_t channel);
 
-/* The number behind a ZelkInfo key; 0 for a key that has none and for a bad channel. */
+/* The number of a ZelkInfo key; 0 for a key that has none and for a bad channel. */
 ZELK_API uint32_t ZELK_CALL ZELK_GetChannelInfo(int32_t channel, uint32_t key);
 
 /*
- * The text behind a ZelkInfo key; null for a key that has none and for a bad channel. Valid until the next information
+ * The text of a ZelkInfo key; null for a key that has none and for a bad channel. Valid until the next information
  * request (ZELK_GetChannelInfo or ZELK_GetChannelInfoString) on this channel from any thread: copy it.
  */
 ZELK_API const char* ZELK_CALL ZELK_GetChannelInfoString(int32_t channel, uint32_t key);
 
-/* Sets the value behind a ZelkSetInfo key: 1 when the key is known, else 0 (also for a bad channel). */
+/* Sets the value of a ZelkSetInfo key: 1 when the key is known, else 0 (also for a bad channel). */
 ZELK_API uint32_t ZELK_CALL ZELK_SetChannelInfo(int32_t channel, int32_t key, int32_t value);
 
 /* Reserved: does nothing and returns 0, whatever the arguments. */
@@ -266,9 +266,9 @@ ZELK_API const char* ZELK_CALL ZELK_DisconnectReasonToString(int32_t cause);
 /* ---- Audio ------------------------------------------------------------------------------------------------------ */
 
 /*
- * Queues a copy of length bytes of A-law behind what is queued already. Open the channel before: what is queued on a
+ * Queues a copy of length bytes of A-law after what is queued already. Open the channel before: what is queued on a
  * closed one is heard when it is opened, without an event and without counting in ZELK_PlayTimeLeft.
- * ZELK_EVENT_PLAY_DONE comes once for all that was queued back to back, when the silence behind it is taken for the
+ * ZELK_EVENT_PLAY_DONE comes once for all that was queued back to back, when the silence after it is taken for the
  * next packet: that packet, with up to 44 of the last samples, leaves when the callback returns. A play queued when the
  * end of the one before was on its way to the line already may share its event. No event comes for what is stopped,
  * closed, or lost over the re-opening of a card. False with ZELK_ERROR_NO_MEMORY when there is no memory; false with no

@@ -90,7 +90,7 @@ class Run:
         count, next_number = {}, {}
         for (card, _), line in audio_lines(traffic.datagrams).items():
             count[card] = count.get(card, 0) + 1
-            name = f"card {card} opening {count[card]}"
+            name = f"card {card} generation {count[card]}"
             if not line.numbers:
                 continue
             # The library counts on when it opens a card again.

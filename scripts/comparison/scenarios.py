@@ -16,7 +16,8 @@ SCENARIOS = {
         "*.a_channel_that_allows_no_incoming_*"],
     "redirected-call": ["*.every_redirect_reason_*", "*.keys_and_codes_of_an_incoming_*"],
     "digits": ["*.digits_of_the_far_end_*"],
-    "sound": ["*.thirty_calls_*", "*.the_play_callback_*"],
+    "sound": ["*.thirty_calls_*"],
+    "play-callback": ["*.the_play_callback_*"],
     "stopped-sound": ["*.stop_play_silences_*"],
     "files": ["*.files_of_all_four_formats_*", "*.files_that_cannot_*"],
     "lost-trunk": ["*.takes_calls_in_every_state_*", "*.a_lost_card_*"],
@@ -35,6 +36,6 @@ SCENARIOS = {
 }
 
 # Where a stop or a hang-up decides how long a sound is.
-CUT_SHORT = {"digits", "echo", "stopped-sound"}
+CUT_SHORT = {"digits", "echo", "play-callback", "stopped-sound"}
 # Where the echo canceller is on.
 CANCELLED = {"echo"}
