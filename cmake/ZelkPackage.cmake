@@ -29,6 +29,11 @@ install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONE
   FILES_MATCHING PATTERN "*.c" PATTERN "*.py")
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development FILES_MATCHING PATTERN "*.md")
 install(FILES README.md LICENSE THIRD-PARTY-NOTICES.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
+if(NOT WIN32)
+  # The tools' package carries them too: each .deb can be passed on alone.
+  install(FILES LICENSE THIRD-PARTY-NOTICES.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libzelkapi64-dev
+    COMPONENT development)
+endif()
 install(FILES examples/ZelkApi.ini DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
 
 set(CPACK_PACKAGE_NAME zelkapi64)
