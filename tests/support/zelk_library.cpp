@@ -1,8 +1,7 @@
 #include "support/zelk_library.h"
 
-#include <stdlib.h>
-
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>

@@ -41,18 +41,17 @@ class AudioPath : public CSystemTest {
   // own time for its part.
   bool StepUntil(const std::function<bool()>& condition) {
     Card().Audio().KeepReplies(true);
-    const auto end = std::chrono::steady_clock::now() + kSoon;
-    for (size_t packets = 1; !condition(); ++packets) {
-      if (std::chrono::steady_clock::now() > end) {
-        return false;
+    size_t packets = 0;
+    bool isAnswered = true;
+    const auto step = [&] {
+      if (!isAnswered || condition()) {
+        return true;
       }
       Card().Audio().SendPacket();
-      if (!Card().Audio().WaitReplies(packets - 1, kSoon)) {
-        return false;
-      }
-      std::this_thread::yield();
-    }
-    return true;
+      isAnswered = Card().Audio().WaitReplies(packets++, kSoon);
+      return false;
+    };
+    return support::Eventually(step, kSoon, std::chrono::milliseconds(0)) && isAnswered;
   }
 
   Recorder line;

@@ -137,7 +137,6 @@ class CBlockedCallbackTest : public CCallTest {
 
   // The protected parts that the places use.
   using CCallTest::ConnectIncoming;
-  using CCallTest::ConnectOutgoing;
   using CCallTest::Offer;
   cardsim::CCard& TheCard() { return Card(); }
   support::CApplication& App() { return *app; }
@@ -202,8 +201,8 @@ const std::vector<SPlace> kPlaces{
     {"alerting", ZELK_EVENT_ALERTING, 0, [](CTest& test) { test.Dial(SAnswerPlan::NeverAnswer()); }},
     {"proceeding", ZELK_EVENT_PROCEEDING, CHold::kAnyParam, [](CTest& test) { test.Dial(SAnswerPlan::NeverAnswer()); }},
     {"progress", ZELK_EVENT_PROGRESS, CHold::kAnyParam, [](CTest& test) { test.Dial(ProgressOnly()); }},
-    {"channel_up", ZELK_EVENT_CHANNEL_STATE, 1, [](CTest& test) { test.TheCard().TakeLinkDown(0); }},
-    {"channel_down", ZELK_EVENT_CHANNEL_STATE, 0, [](CTest& test) { test.TheCard().TakeLinkDown(0); }},
+    {"channel_up", ZELK_EVENT_CHANNEL_STATE, 1, [](CTest& test) { test.TheCard().TakeLayer2Down(0); }},
+    {"channel_down", ZELK_EVENT_CHANNEL_STATE, 0, [](CTest& test) { test.TheCard().TakeLayer2Down(0); }},
     kLostCard,
     kReopening,
     {"digit", ZELK_EVENT_DTMF, '5', [](CTest& test) { test.ConnectIncoming(1)->SendDigits("5"); }},

@@ -41,8 +41,8 @@ class CCallTest : public CSystemTest {
     }
   }
 
-  // After LoseLink: layer 2 comes up again on both sides. A call that is dialled between the two would be lost, as the
-  // exchange may have a SABME under way.
+  // After LoseLayer2: layer 2 comes up again on both sides. A call that is dialled between the two would be lost, as
+  // the exchange may have a SABME under way.
   void MendLine(int trunk) {
     Card().CutLine(trunk, false);
     EXPECT_TRUE(support::Eventually([&] { return State(trunk * kChannelsPerTrunk) == 3U; }, kSlow))

@@ -45,7 +45,8 @@ class Information : public CCallTest {
     EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_LINETYPE), 1U);
     EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_OPENTYPE), 2U);
     EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_TRUNK), 0U);
-    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_TIMESLOT), channel < 15 ? channel + 1U : channel + 2U);
+    EXPECT_EQ(app->zelk.GetChannelInfo(channel, ZELK_INFO_TIMESLOT),
+              static_cast<uint32_t>(channel < 15 ? channel + 1 : channel + 2));
     for (const uint32_t code : {0U, 2U, 3U, 4U, 8U, 256U, 259U, 260U, 261U, 264U, 0xFFFFFFFFU}) {
       EXPECT_EQ(app->zelk.GetChannelInfo(channel, code), 0U) << code;
     }
@@ -68,7 +69,7 @@ TEST_F(Information, of_an_incoming_call_reads_as_documented_in_every_state) {
   call->Hangup();
   EXPECT_EQ(WaitCause(15), 16);
   EXPECT_EQ(Read(15), idle);
-  Card().LoseLink(0);
+  Card().LoseLayer2(0);
   ASSERT_TRUE(app->WaitEvent(15, ZELK_EVENT_CHANNEL_STATE, kSoon));
   EXPECT_EQ(Read(15), (SRead{"", "", "", "", "DOWN", 2}));
 }

@@ -36,7 +36,7 @@ TEST_P(CallLog, has_the_lines_of_its_level_with_their_channels) {
   }
   Call refused = Card().PlaceCall({.timeslot = SCallRequest::kAnyChannel});
   ASSERT_TRUE(refused->WaitEnded(kSoon));
-  Card().LoseLink(2);
+  Card().LoseLayer2(2);
   ASSERT_TRUE(app->WaitEvent(89, ZELK_EVENT_CHANNEL_STATE, kSoon));
   // Offered on a channel of another trunk, where it cannot be hung up.
   Card().PlaceCall({.trunk = 1, .timeslot = SCallRequest::kAnyChannel});

@@ -7,7 +7,6 @@ namespace {
 
 using cardsim::Bytes;
 using cardsim::Call;
-using cardsim::ESimCallState;
 using cardsim::SAnswerPlan;
 using cardsim::SQ931Message;
 

@@ -160,7 +160,7 @@ TEST_F(Calls, a_trunk_that_goes_down_ends_its_calls_by_channel_state_0) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call call = ConnectIncoming();
   app->Forget();
-  Card().LoseLink(0);
+  Card().LoseLayer2(0);
   ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CHANNEL_STATE, kSlow)) << app->zelk.LogText();
   EXPECT_EQ(app->Events(0).front().param, 0);
   EXPECT_EQ(State(0), static_cast<uint32_t>(ZELK_CHANNEL_DOWN));

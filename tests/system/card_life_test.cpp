@@ -3,7 +3,6 @@
 namespace {
 
 using cardsim::Call;
-using cardsim::ESimCallState;
 using Clock = std::chrono::steady_clock;
 
 // The three bounded waits for a card's threads, and room for the rest.

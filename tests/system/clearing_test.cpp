@@ -84,7 +84,11 @@ TEST_P(AnswersToAClearing, that_are_no_release_are_reported_late) {
 
 INSTANTIATE_TEST_SUITE_P(answers, AnswersToAClearing,
                          testing::Values(cardsim::EClearing::kReleaseComplete, cardsim::EClearing::kUnknownCall,
-                                         cardsim::EClearing::kStatusNull));
+                                         cardsim::EClearing::kStatusNull),
+                         [](const testing::TestParamInfo<cardsim::EClearing>& one) {
+                           const char* const names[] = {"release", "release_complete", "unknown_call", "status_null"};
+                           return std::string(names[static_cast<size_t>(one.param)]);
+                         });
 
 TEST_F(Clearing, without_a_timeout_such_a_channel_waits_for_its_trunk) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}, kNeverFreed));
@@ -98,7 +102,7 @@ TEST_F(Clearing, without_a_timeout_such_a_channel_waits_for_its_trunk) {
   ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
   EXPECT_EQ(State(0), 4U);
   EXPECT_FALSE(app->zelk.Dial(0, "3", "4"));
-  Card().LoseLink(0);
+  Card().LoseLayer2(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
   MendLine(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE, 2), 1);

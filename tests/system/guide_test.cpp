@@ -6,7 +6,6 @@
 namespace {
 
 using cardsim::Call;
-using cardsim::ESimCallState;
 
 // What docs/api-guide.md warns of: sentences about corners that an application meets unasked.
 class Guide : public CCallTest {

@@ -66,7 +66,7 @@ class LogFile : public CSystemTest {
     ASSERT_TRUE(app->WaitEvent(5, ZELK_EVENT_DISCONNECTED, kSoon));
     Card().SendHdlcError(0, 2);
     CauseLine(kRegister);
-    Card().TakeLinkDown(0);
+    Card().TakeLayer2Down(0);
     ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSoon, 3)) << "up at the start, down, up again";
     // A card that is closed and cannot be opened again has no trunk to call on.
     Card().SetListening(false);
@@ -184,7 +184,7 @@ TEST_F(LogFile, what_is_pending_is_written_when_the_library_is_unloaded) {
   for (unsigned i = 0; i < 100; ++i) {
     CauseLine(i);
   }
-  Card().TakeLinkDown(0);
+  Card().TakeLayer2Down(0);
   ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSoon));
   app->zelk.Unload();
   ExpectAllInOrder(100);

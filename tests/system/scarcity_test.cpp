@@ -89,7 +89,7 @@ TEST_F(Scarcity, without_a_thread_the_log_waits_in_memory_for_the_next_one) {
   cause(0x2001);
   cause(0x2002);
   // What the library sends after a frame of the exchange shows that it has read the values before it.
-  Card().TakeLinkDown(0);
+  Card().TakeLayer2Down(0);
   ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSoon, 2));
   EXPECT_EQ(app->zelk.LogText(), before);
   ASSERT_TRUE(app->zelk.Init());
@@ -111,7 +111,7 @@ TEST_F(Scarcity, without_a_thread_the_log_is_written_at_the_unloading) {
     EXPECT_TRUE(app->zelk.Init());
   }
   Card().SendRegisterValue(0, 0x2001, 0xEE);
-  Card().TakeLinkDown(0);
+  Card().TakeLayer2Down(0);
   ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSoon, 2));
   EXPECT_EQ(app->zelk.LogText().find("Reg[0x2001]"), std::string::npos);
   app->zelk.Unload();

@@ -111,7 +111,7 @@ class Stress : public CCallTest {
   }
 
   void LoseTrunk(int trunk) {
-    Card().LoseLink(trunk);
+    Card().LoseLayer2(trunk);
     support::Eventually([&] { return State(trunk * 30 + 29) == static_cast<uint32_t>(ZELK_CHANNEL_DOWN); });
     ++losses;
     Card().CutLine(trunk, false);

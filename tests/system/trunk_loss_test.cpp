@@ -4,7 +4,6 @@ namespace {
 
 using cardsim::Call;
 using cardsim::ESimCallState;
-using cardsim::SAnswerPlan;
 
 // Calls in each state, and what is left of them when their trunk or card goes.
 class TrunkLoss : public CCallTest {
@@ -50,7 +49,7 @@ class TrunkLoss : public CCallTest {
 TEST_F(TrunkLoss, takes_calls_in_every_state_with_one_channel_state_event) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2}));
   ASSERT_NO_FATAL_FAILURE(MakeCalls());
-  Card().LoseLink(0);
+  Card().LoseLayer2(0);
   for (int32_t channel = 0; channel < 30; ++channel) {
     if (channel != kClosed) {
       EXPECT_EQ(WaitParam(channel, ZELK_EVENT_CHANNEL_STATE), 0);
@@ -88,7 +87,7 @@ TEST_F(TrunkLoss, takes_calls_in_every_state_with_one_channel_state_event) {
 TEST_F(TrunkLoss, a_lost_calls_end_is_silent_and_leaves_a_newer_call_alone) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   Call lost = ConnectIncoming(1);
-  Card().LoseLink(0);
+  Card().LoseLayer2(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
   MendLine(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE, 2), 1);
@@ -110,12 +109,12 @@ TEST_F(TrunkLoss, a_lost_calls_end_is_silent_and_leaves_a_newer_call_alone) {
 
 TEST_F(TrunkLoss, a_trunk_that_comes_up_twice_reports_it_once) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  // The exchange asks for a reset of layer 2 on a link that is up: no state changes, so no event follows.
+  // The exchange asks for a reset of layer 2 on a D-channel that is up: no state changes, so no event follows.
   Card().SendFrame(0, {0x02, 0x01, 0x7F});  // SABME
   Call call = Offer(1);
   EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 0U);
   // Down and up: each once.
-  Card().TakeLinkDown(0);
+  Card().TakeLayer2Down(0);
   EXPECT_EQ(WaitParam(29, ZELK_EVENT_CHANNEL_STATE, 1), 0);
   EXPECT_EQ(WaitParam(29, ZELK_EVENT_CHANNEL_STATE, 2), 1);
   EXPECT_EQ(app->Count(ZELK_EVENT_CHANNEL_STATE), 60U);
@@ -125,7 +124,7 @@ TEST_F(TrunkLoss, a_trunk_that_comes_up_twice_reports_it_once) {
 TEST_F(TrunkLoss, a_lost_card_takes_calls_in_every_state) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2, 1}));
   ASSERT_NO_FATAL_FAILURE(MakeCalls());
-  Card().LoseLink(1);
+  Card().LoseLayer2(1);
   EXPECT_EQ(WaitParam(59, ZELK_EVENT_CHANNEL_STATE), 0);
   app->Forget();
   Card().SetControlSilent(true);
@@ -143,7 +142,7 @@ TEST_F(TrunkLoss, a_lost_card_takes_calls_in_every_state) {
 
 TEST_F(TrunkLoss, the_second_cards_trunk_takes_its_own_channels_only) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({2, 2}));
-  Card(1).LoseLink(1);
+  Card(1).LoseLayer2(1);
   for (int32_t channel = 90; channel < 120; ++channel) {
     EXPECT_EQ(WaitParam(channel, ZELK_EVENT_CHANNEL_STATE), 0);
   }
@@ -154,7 +153,7 @@ TEST_F(TrunkLoss, the_second_cards_trunk_takes_its_own_channels_only) {
 // A call dialled on a trunk that is down waits for layer 2 and ends when it does not come.
 TEST_F(TrunkLoss, a_call_on_a_trunk_that_is_down_waits_for_layer_2) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
-  Card().LoseLink(0);
+  Card().LoseLayer2(0);
   EXPECT_EQ(WaitParam(0, ZELK_EVENT_CHANNEL_STATE), 0);
   ForgetAll();
   EXPECT_TRUE(app->zelk.Dial(0, "1", "2"));

@@ -2,6 +2,7 @@
 # Runs tests/windows/lifecycle.c under Wine against a simulated card in a namespace of its own, in one mode.
 # Usage (inside scripts/wine-netns): tests/windows/lifecycle.sh BIN MODE
 set -eu
+# shellcheck source=scripts/wine-card
 . "$(dirname "$0")/../../scripts/wine-card"
 folder=$(mktemp -d)
 cp "$1/ZelkApi64.dll" "$1/lifecycle.exe" "$folder/"

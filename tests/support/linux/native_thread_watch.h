@@ -9,7 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <string>
-#include <thread>
+
+#include "support/eventually.h"
 
 // The thread that makes it, to be waited for by another one that did not start it.
 class CThreadEnd {
@@ -17,13 +18,8 @@ class CThreadEnd {
   CThreadEnd() : task("/proc/self/task/" + std::to_string(syscall(SYS_gettid))) {}
 
   bool WaitFor(int timeoutMs) const {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (access(task.c_str(), F_OK) == 0) {
-      if (std::chrono::steady_clock::now() > end)
-        return false;
-      std::this_thread::yield();
-    }
-    return true;
+    const auto hasEnded = [this] { return access(task.c_str(), F_OK) != 0; };
+    return support::Eventually(hasEnded, std::chrono::milliseconds(timeoutMs), std::chrono::milliseconds(1));
   }
 
  private:

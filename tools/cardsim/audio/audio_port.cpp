@@ -20,7 +20,7 @@ CAudioPort::CAudioPort(CReactor& audioReactor, const SCardConfig& config, ProbeH
       frames(FramesOf(config)),
       socket(audioReactor, std::move(probeHandler),
              [this](ByteView reply) { OnReply(reply, std::chrono::steady_clock::now()); }),
-      slots(config.identity.trunks),
+      timeslots(config.identity.trunks),
       checker(config.lateAfter),
       hint(config.backlogHint) {}
 
@@ -96,7 +96,7 @@ void CAudioPort::SendNext(Time now) {
   packet.hint = hint;
   packet.frame = framesSent;
   WriteAudioHeader(packet.bytes.data(), packet.sequence, hint);
-  const bool ended = slots.Fill(std::span(packet.bytes).subspan(kAudioHeaderBytes), frames, framesSent);
+  const bool ended = timeslots.Fill(std::span(packet.bytes).subspan(kAudioHeaderBytes), frames, framesSent);
   framesSent += static_cast<std::uint64_t>(frames);
   lastSent = now;
   if (network.IsIdle(now)) {
@@ -162,12 +162,12 @@ void CAudioPort::SetWaitForReplies(bool on) {
 
 void CAudioPort::SetEcho(int trunk, int timeslot, const std::optional<SEchoPath>& path) {
   const std::lock_guard guard(lock);
-  slots.SetEcho(trunk, timeslot, path);
+  timeslots.SetEcho(trunk, timeslot, path);
 }
 
 std::uint64_t CAudioPort::EchoesTooLate() const {
   const std::lock_guard guard(lock);
-  return slots.EchoesTooLate();
+  return timeslots.EchoesTooLate();
 }
 
 void CAudioPort::SetBacklogHint(std::uint8_t value) {
@@ -189,7 +189,7 @@ void CAudioPort::OnReply(ByteView reply, Time now) {
     const std::uint64_t first = checker.OnReply(reply, now).value_or(framesHeard);
     const std::size_t area = reply.size() < kAudioHeaderBytes ? 0 : reply.size() - kAudioHeaderBytes;
     const int heard = static_cast<int>(area / static_cast<std::size_t>(trunks * kTimeslots));
-    slots.Record(reply.last(area), heard, first);
+    timeslots.Record(reply.last(area), heard, first);
     framesHeard = first + static_cast<std::uint64_t>(heard);
     if (waitForReplies) {
       SendStream(now);
@@ -222,30 +222,30 @@ bool CAudioPort::WaitReplies(std::size_t count, std::chrono::milliseconds timeou
 
 void CAudioPort::Play(int trunk, int timeslot, AudioSource source) {
   const std::lock_guard guard(lock);
-  slots.SetSource(trunk, timeslot, std::move(source));
+  timeslots.SetSource(trunk, timeslot, std::move(source));
 }
 
 void CAudioPort::StopPlaying(int trunk, int timeslot, const AudioSource& source) {
   {
     const std::lock_guard guard(lock);
-    slots.ClearSource(trunk, timeslot, source);
+    timeslots.ClearSource(trunk, timeslot, source);
   }
   changed.notify_all();
 }
 
 bool CAudioPort::WaitPlayed(const AudioSource& source, std::chrono::milliseconds timeout) const {
   std::unique_lock guard(lock);
-  return changed.wait_for(guard, timeout, [&] { return !slots.IsPlaying(source); });
+  return changed.wait_for(guard, timeout, [&] { return !timeslots.IsPlaying(source); });
 }
 
 void CAudioPort::AddRecorder(int trunk, int timeslot, Recorder recorder) {
   const std::lock_guard guard(lock);
-  slots.AddRecorder(trunk, timeslot, std::move(recorder));
+  timeslots.AddRecorder(trunk, timeslot, std::move(recorder));
 }
 
 void CAudioPort::RemoveRecorder(int trunk, int timeslot, const Recorder& recorder) {
   const std::lock_guard guard(lock);
-  slots.RemoveRecorder(trunk, timeslot, recorder);
+  timeslots.RemoveRecorder(trunk, timeslot, recorder);
 }
 
 SAudioStatistics CAudioPort::Statistics() const {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "cardsim/audio/audio_faults.h"
-#include "cardsim/audio/audio_slots.h"
 #include "cardsim/audio/audio_socket.h"
 #include "cardsim/audio/reply_checker.h"
+#include "cardsim/audio/timeslot_audio.h"
 #include "cardsim/base/config.h"
 #include "cardsim/base/reactor.h"
 
@@ -101,7 +101,7 @@ class CAudioPort {
 
   mutable std::mutex lock;
   mutable std::condition_variable changed;
-  CAudioSlots slots;               // guarded by lock
+  CTimeslotAudio timeslots;        // guarded by lock
   CReplyChecker checker;           // guarded by lock
   bool streaming = false;          // guarded by lock
   bool pacing = true;              // guarded by lock

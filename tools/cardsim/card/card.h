@@ -96,8 +96,8 @@ class CCard {
   void SendFrame(int trunk, Bytes frameWithoutFcs);
   // The library's frames wait at the card: what the exchange sends meanwhile crosses them.
   void HoldFromLibrary(int trunk, bool hold);
-  void TakeLinkDown(int trunk);  // sends a DISC: layer 2 goes down, and up again by libpri's own doing
-  void LoseLink(int trunk);      // the same and cuts the line after it: layer 2 stays down until CutLine(trunk, false)
+  void TakeLayer2Down(int trunk);  // sends a DISC: layer 2 goes down, and up again by libpri's own doing
+  void LoseLayer2(int trunk);  // the same and cuts the line after it: layer 2 stays down until CutLine(trunk, false)
   void RestartTimeslot(int trunk, int timeslot);  // sends a RESTART
   void RestartInterface(int trunk);               // sends a RESTART of all channels
   // Sends Q.931 bytes, well-formed or not, in a frame of their own in sequence.

@@ -140,15 +140,15 @@ void CCard::SendFrame(int trunk, Bytes frameWithoutFcs) {
   OnTrunk(trunk, [frame = std::move(frameWithoutFcs)](CTrunk& target) { target.SendRawFrame(frame); });
 }
 
-void CCard::TakeLinkDown(int trunk) {
+void CCard::TakeLayer2Down(int trunk) {
   const auto role = config.roles.find(trunk);
   const bool userSide = role != config.roles.end() && role->second.userSide;
   // A command's C/R bit is 1 from the network and 0 from the user; DISC with the poll bit.
   SendFrame(trunk, {static_cast<std::uint8_t>(userSide ? 0x00 : 0x02), 0x01, 0x53});
 }
 
-void CCard::LoseLink(int trunk) {
-  TakeLinkDown(trunk);
+void CCard::LoseLayer2(int trunk) {
+  TakeLayer2Down(trunk);
   CutLine(trunk, true);
 }
 

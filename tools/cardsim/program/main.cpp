@@ -93,7 +93,7 @@ int Run(const SOptions& options) {
   RunUntilEnd(options, sim, traffic);
   sim.Stop();
   traffic.TakeEnded();
-  traffic.SaveLines();
+  traffic.SaveTimeslots();
   const double seconds = SecondsSince(begin);
   std::printf("%s", cardsim::SummaryText(sim, traffic, seconds).c_str());
   if (!options.report.empty()) {

@@ -47,7 +47,7 @@ CTraffic::CTraffic(CSimulator& simulator, const SOptions& programOptions)
     std::filesystem::create_directories(options.recordLines);
   }
   ListPlaces();
-  ListenToLines();
+  ListenToTimeslots();
   for (std::size_t i = 0; i < sim.CardCount(); ++i) {
     sim.Card(i).Audio().SetFaults(options.faults);
     sim.Card(i).SetAnswerPlanner([this](const CCall&) { return Plan(); });
@@ -60,7 +60,7 @@ CTraffic::CTraffic(CSimulator& simulator, const SOptions& programOptions)
 }
 
 // Every timeslot of every trunk: the lines between the calls, framing and signalling too.
-void CTraffic::ListenToLines() {
+void CTraffic::ListenToTimeslots() {
   if (options.recordLines.empty() && options.echoDelay < 0) {
     return;
   }
@@ -73,17 +73,18 @@ void CTraffic::ListenToLines() {
         sim.Card(card).Audio().SetEcho(trunk, timeslot, SEchoPath{.delayFrames = frames, .lossDb = options.echoLoss});
       }
       if (!options.recordLines.empty()) {
-        lines.push_back({static_cast<int>(card), trunk, timeslot, sim.Card(card).RecordTimeslot(trunk, timeslot)});
+        timeslots.push_back({static_cast<int>(card), trunk, timeslot, sim.Card(card).RecordTimeslot(trunk, timeslot)});
       }
     }
   }
 }
 
-void CTraffic::SaveLines() const {
-  for (const SLine& line : lines) {
+void CTraffic::SaveTimeslots() const {
+  for (const SRecordedTimeslot& timeslot : timeslots) {
     char name[96];
-    std::snprintf(name, sizeof(name), "card%d-trunk%d-ts%02d.wav", line.card + 1, line.trunk + 1, line.timeslot);
-    WriteWav((std::filesystem::path(options.recordLines) / name).string(), line.recorder->Samples());
+    std::snprintf(name, sizeof(name), "card%d-trunk%d-ts%02d.wav", timeslot.card + 1, timeslot.trunk + 1,
+                  timeslot.timeslot);
+    WriteWav((std::filesystem::path(options.recordLines) / name).string(), timeslot.recorder->Samples());
   }
 }
 

@@ -46,7 +46,7 @@ class CTraffic {
   // Takes in what has ended since the last Turn, also what was lost when the simulator stopped.
   void TakeEnded();
   // Writes the files of --record-lines. Throws std::runtime_error for one that cannot be written.
-  void SaveLines() const;
+  void SaveTimeslots() const;
 
   std::size_t Active() const;
   const SCallTotals& Totals(int card) const { return totals[static_cast<std::size_t>(card)]; }
@@ -62,7 +62,7 @@ class CTraffic {
     int timeslot;
   };
 
-  struct SLine {
+  struct SRecordedTimeslot {
     int card;
     int trunk;
     int timeslot;
@@ -70,7 +70,7 @@ class CTraffic {
   };
 
   void ListPlaces();
-  void ListenToLines();
+  void ListenToTimeslots();
   void PauseWhenDue(std::chrono::steady_clock::time_point now);
   bool PlaceNext();
   AudioSource Source() const;
@@ -87,7 +87,7 @@ class CTraffic {
   std::size_t nextPlace = 0;
   std::chrono::steady_clock::time_point nextCall;
   std::chrono::steady_clock::time_point nextPause;
-  std::vector<SLine> lines;
+  std::vector<SRecordedTimeslot> timeslots;
   std::uint64_t placed = 0;
   std::map<const CCall*, Call> open;  // calls placed here that have not ended
   std::vector<SCallTotals> totals;

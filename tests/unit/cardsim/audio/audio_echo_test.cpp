@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "cardsim/audio/audio_slots.h"
 #include "cardsim/audio/signals.h"
+#include "cardsim/audio/timeslot_audio.h"
 #include "cardsim/base/g711.h"
 
 namespace cardsim {
@@ -60,21 +60,21 @@ TEST(AudioEcho, DelaysOutOfRangeAreTakenAsTheNearest) {
 }
 
 TEST(AudioEcho, ATimeslotWithAnEchoSendsItWithoutASourceAndTheOthersDoNot) {
-  CAudioSlots slots(1);
-  slots.SetEcho(0, 3, SEchoPath{.delayFrames = kPacket, .lossDb = 0});
-  slots.SetEcho(0, 99, SEchoPath{});
+  CTimeslotAudio timeslots(1);
+  timeslots.SetEcho(0, 3, SEchoPath{.delayFrames = kPacket, .lossDb = 0});
+  timeslots.SetEcho(0, 99, SEchoPath{});
   Bytes area(kPacket * kTimeslots);
-  slots.Fill(area, kPacket, 0);
-  slots.Record(Bytes(area.size(), 0x80), kPacket, 0);
-  slots.Fill(area, kPacket, kPacket);
+  timeslots.Fill(area, kPacket, 0);
+  timeslots.Record(Bytes(area.size(), 0x80), kPacket, 0);
+  timeslots.Fill(area, kPacket, kPacket);
   for (std::size_t i = 0; i < area.size(); ++i) {
     const std::uint8_t expected = i % kTimeslots == 3 ? EncodeALaw(8 + 5504) : kSilence;
     ASSERT_EQ(area[i], expected) << i;
   }
-  slots.SetEcho(0, 3, std::nullopt);
-  slots.Fill(area, kPacket, 2 * kPacket);
+  timeslots.SetEcho(0, 3, std::nullopt);
+  timeslots.Fill(area, kPacket, 2 * kPacket);
   EXPECT_EQ(area[3], kSilence);
-  EXPECT_EQ(slots.EchoesTooLate(), 0U);
+  EXPECT_EQ(timeslots.EchoesTooLate(), 0U);
 }
 
 }  // namespace

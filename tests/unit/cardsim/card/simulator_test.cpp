@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "mini_library.h"
+#include "support/eventually.h"
 
 namespace cardsim::test {
 namespace {
@@ -260,9 +261,7 @@ TEST_F(Simulator, SilentLibraryShowsAsMissingReplies) {
   library.replyToAudio = false;
   library.SetUp();
   ASSERT_TRUE(Card().Seen().WaitReady(5s));
-  while (library.packets < 10) {
-    std::this_thread::yield();
-  }
+  ASSERT_TRUE(support::Eventually([&] { return library.packets >= 10; }));
   Card().Audio().SetPacing(false);
   sim.Stop();
   const SAudioStatistics statistics = Card().Audio().Statistics();
@@ -303,11 +302,11 @@ TEST_F(Simulator, RestartAtAnotherAddressAnnouncesFromThere) {
   EXPECT_TRUE(Card().WaitUp(5s));
 }
 
-TEST_F(Simulator, LinkTakenDownComesUpAgain) {
+TEST_F(Simulator, Layer2TakenDownComesUpAgain) {
   CMiniLibrary library(Card().Address());
   library.SetUp();
   ASSERT_TRUE(Card().WaitUp(5s));
-  Card().TakeLinkDown(0);
+  Card().TakeLayer2Down(0);
   EXPECT_TRUE(library.WaitEvent(CMiniLibrary::kDown, 5s));
   EXPECT_TRUE(library.WaitEvent(CMiniLibrary::kUp, 5s, 2));
   const Call call = Card().PlaceCall({});

@@ -143,7 +143,7 @@ TEST_F(Traffic, EveryTimeslotsSoundIsWrittenWhenAskedFor) {
   const Recorder clock = sim.Card(0).RecordTimeslot(1, 31);
   ASSERT_TRUE(clock->WaitSize(2000, 5s));
   sim.Stop();
-  traffic.SaveLines();
+  traffic.SaveTimeslots();
   std::size_t files = 0;
   for (const auto& entry : std::filesystem::directory_iterator(options.recordLines)) {
     EXPECT_GE(ReadWav(entry.path().string()).size(), 2000U) << entry.path();

@@ -16,13 +16,13 @@ namespace cardsim {
 
 // Job: the timeslots of one card: which source each sends from and which recorders hear it. Turns sources into the
 // sample area of a packet and a reply's sample area into recordings.
-//   sample area: frame 0 [trunk 0: slot 0..31][trunk 1: ...] | frame 1 ...
+//   sample area: frame 0 [trunk 0: timeslot 0..31][trunk 1: ...] | frame 1 ...
 // Thread: under the owner's lock. Nothing blocks. Sources and recorders are shared with the calls that use them.
-class CAudioSlots {
+class CTimeslotAudio {
  public:
-  explicit CAudioSlots(int trunkCount) : trunks(trunkCount) {}
+  explicit CTimeslotAudio(int trunkCount) : trunks(trunkCount) {}
 
-  bool IsSlot(int trunk, int timeslot) const;
+  bool IsTimeslot(int trunk, int timeslot) const;
   void SetSource(int trunk, int timeslot, AudioSource source);
   // Takes the source away if it is still the one that plays.
   void ClearSource(int trunk, int timeslot, const AudioSource& source);
@@ -40,7 +40,7 @@ class CAudioSlots {
   void Record(ByteView area, int frames, std::uint64_t firstFrame);
 
  private:
-  struct SSlot {
+  struct STimeslot {
     AudioSource source;
     std::vector<Recorder> recorders;
     std::unique_ptr<CAudioEcho> echo;
@@ -52,7 +52,7 @@ class CAudioSlots {
   std::size_t Stride() const { return static_cast<std::size_t>(trunks) * kTimeslots; }
 
   int trunks;
-  std::array<SSlot, std::size_t{kMaxTrunks} * kTimeslots> slots;
+  std::array<STimeslot, std::size_t{kMaxTrunks} * kTimeslots> timeslots;
   std::array<std::uint8_t, 64> column{};  // one timeslot's bytes of a packet
 };
 
