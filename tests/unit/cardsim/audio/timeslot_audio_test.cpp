@@ -51,7 +51,7 @@ TEST(TimeslotAudio, WhatIsFilledIsRecordedByteForByteForEveryTrunkCount) {
   }
 }
 
-TEST(TimeslotAudio, OneTimeslotFeedsSeveralRecordersAndARemovedOneHearsNoMore) {
+TEST(TimeslotAudio, OneFeedsSeveralRecordersAndARemovedOneHearsNoMore) {
   CTimeslotAudio timeslots(1);
   const auto first = std::make_shared<CRecorder>();
   const auto second = std::make_shared<CRecorder>();
