@@ -21,7 +21,7 @@ class AudioStream : public CAudioStreamTest {
   bool opened = false;
 };
 
-TEST_F(AudioStream, AFirstPacketWithABacklogOf7GetsThreeRepliesAndEveryNextOneGetsOne) {
+TEST_F(AudioStream, AFirstPacketWithABacklogOf7GetsThreeReplies) {
   Open();
   card.Send(port, MakePacket(1, 7, 584 + 32));
   for (uint32_t i = 0; i < 3; ++i) {
@@ -60,7 +60,7 @@ TEST_F(AudioStream, PacketsOfAWrongSizeMagicOrSenderChangeNothing) {
   Close();
 }
 
-TEST_F(AudioStream, ThePacketMayComeFromAnyPortOfTheCardAndIsAnsweredToTheAudioPort) {
+TEST_F(AudioStream, APacketFromAnyPortIsAnsweredToTheAudioPort) {
   Open();
   CTestCard otherPort(kCardAddress, 0);
   otherPort.Send(port, MakePacket(1, 5, 648));
@@ -113,7 +113,7 @@ TEST_F(AudioStream, WhatTheHookPlaysGoesOutAfterTheFirst160IdleBytes) {
   Close();
 }
 
-TEST_F(AudioStream, ReceivedAudioReachesTheHookInWholeBlocksAfterTheFirst160Bytes) {
+TEST_F(AudioStream, ReceivedAudioComesInWholeBlocksAfterTheFirst160Bytes) {
   stream.SetHook(&hook);
   Open(1, 8);
   constexpr size_t kFrames = 40;
@@ -143,7 +143,7 @@ TEST_F(AudioStream, TheMarkIsReportedWhenItsBlockIsTakenForSending) {
   Close();
 }
 
-TEST_F(AudioStream, AllCallsOfTheHookComeOnOneThreadButForMarksThatWereSentWhichComeOnAnother) {
+TEST_F(AudioStream, MarksThatWereSentComeOnOneThreadAllElseOnAnother) {
   hook.markedBlock = 1;
   stream.SetHook(&hook);
   Open(2, 4);
@@ -159,7 +159,7 @@ TEST_F(AudioStream, AllCallsOfTheHookComeOnOneThreadButForMarksThatWereSentWhich
   EXPECT_FALSE(hook.otherThreads.contains(std::this_thread::get_id()));
 }
 
-TEST_F(AudioStream, AFlushSilencesItsTimeslotFromTheVeryNextPacketUntilTheWaitingBlocksAreThrough) {
+TEST_F(AudioStream, AFlushSilencesWhatWaitsFromTheVeryNextPacket) {
   stream.SetHook(&hook);
   Open(1, 2);
   ASSERT_TRUE(hook.Await([](CTestHook& h) { return h.queries[0][31] >= 2; }));
@@ -242,7 +242,7 @@ TEST_F(AudioStream, TheSendCounterGoesOnAcrossGenerations) {
   EXPECT_TRUE(notice.Lines().empty());
 }
 
-TEST_F(AudioStream, AWrongTrunkCountOrAddressFailsAndTheNextGenerationSucceeds) {
+TEST_F(AudioStream, AWrongTrunkCountOrAddressFailsThisGenerationOnly) {
   EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 0, 32));
   EXPECT_FALSE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 9, 32));
   EXPECT_FALSE(stream.OpenSocket(Address("192.0.2.1"), Address(kCardAddress), 1, 32));

@@ -28,7 +28,7 @@ class Demultiplexer : public testing::Test {
   size_t frame = 0;
 };
 
-TEST_F(Demultiplexer, TheFirst160FramesAreLostAndABlockLeavesOnlyWithTheNextFrame) {
+TEST_F(Demultiplexer, ABlockLeavesWithTheNextFrameAndTheFirst160AreLost) {
   Create(4);
   Add(320);
   EXPECT_EQ(rings.At(3).receive.ReadyCount(), 0U);

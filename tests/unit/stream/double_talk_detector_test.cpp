@@ -36,7 +36,7 @@ TEST_F(DoubleTalkDetector, IsShutWhileNothingIsSent) {
 }
 
 // The sound falls by 20 dB; its echo follows 24 ms later and may be learnt from all the time.
-TEST_F(DoubleTalkDetector, ALateEchoOfFallingSoundIsNotTakenForSomebodySpeaking) {
+TEST_F(DoubleTalkDetector, ALateEchoOfFallingSoundIsNotSomebodySpeaking) {
   Feed(4000, 8000, 3000, 0, 3000);
   EXPECT_GE(Feed(192, 800, 3000, 0, 3000), 190);
   EXPECT_GE(Feed(200, 800, 300, 0, 300), 195);
@@ -50,7 +50,7 @@ TEST_F(DoubleTalkDetector, ANearEndLouderThanTheFarEndShutsItForAWhile) {
   EXPECT_GE(Feed(500, 4000, 1500, 0, 1500), 490);
 }
 
-TEST_F(DoubleTalkDetector, OnceTheFilterHasProvenItselfAResidualAboveTheEstimateShutsIt) {
+TEST_F(DoubleTalkDetector, AResidualAboveTheEstimateShutsItOnceProven) {
   Feed(4000, 8000, 2000, 2000, 100);
   EXPECT_LE(Feed(4000, 8000, 2800, 2000, 2500), 150);
   EXPECT_GE(Feed(2000, 8000, 2000, 2000, 100), 1400);
@@ -62,7 +62,7 @@ TEST_F(DoubleTalkDetector, ASecondOfThatIsAChangedLineAndOpensIt) {
   EXPECT_GE(Feed(2000, 8000, 2800, 2000, 2800), 1950);
 }
 
-TEST_F(DoubleTalkDetector, AFilterThatHasNotProvenItselfIsNotShutByItsResidual) {
+TEST_F(DoubleTalkDetector, AFilterNotYetProvenIsNotShutByItsResidual) {
   EXPECT_GE(Feed(8000, 8000, 3000, 1000, 3000), 7900);
 }
 

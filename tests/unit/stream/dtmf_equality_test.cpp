@@ -33,7 +33,7 @@ void ExpectSameAsLiteral(const Signal& signal, const SDtmfSettings& settings = {
   }
 }
 
-TEST(DtmfEquality, EveryOrderOfTwoDigitsAndSilenceIsDebouncedAsTheLiteralForm) {
+TEST(DtmfEquality, EveryOrderOfTwoDigitsAndSilenceIsDebouncedAlike) {
   std::array<Signal, 3> blocks;
   AddSilence(blocks[0], kBlock);
   AddDigit(blocks[1], '1', kBlock);

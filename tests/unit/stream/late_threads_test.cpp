@@ -120,12 +120,12 @@ TEST_F(LateThreads, APacerHeldInTheMarkQueryOverACloseFillsNothingMore) {
   ExpectNothingMoreOfAPacerHeldIn(EMediaCall::kEndsPlay);
 }
 
-TEST_F(LateThreads, APacerHeldInTheRecordCallbackOverACloseDeliversNothingMore) {
+TEST_F(LateThreads, APacerHeldInARecordCallOverACloseDeliversNothingMore) {
   ExpectNothingMoreOfAPacerHeldIn(EMediaCall::kBlockReceived);
 }
 
 // The loss asks for 46 packets; the marks of 32 timeslots are reported before the first of them is sent.
-TEST_F(LateThreads, AReceiveThreadHeldOverACloseReportsNothingMoreAndUsesNoNumber) {
+TEST_F(LateThreads, AReceiveThreadHeldOverACloseUsesNoNumber) {
   Hold(EMediaCall::kMarkSent);
   Open(1, 2);
   ASSERT_TRUE(holding->WaitFilled(2));
