@@ -85,9 +85,7 @@ void CLibrary::OpenCards(const std::vector<SDiscoveredCard>& found, uint32_t car
   for (uint32_t cardIndex = 0; cardIndex < cardCount; ++cardIndex) {
     CCard& card = slots[cardIndex]->card;
     card.SetTrunkDefaults(config.switchType, config.clientType, config.numberType);
-    const std::string cardAddress = FormatIpv4(found[cardIndex].cardAddress);
-    const std::string localAddress = FormatIpv4(found[cardIndex].localAddress);
-    if (card.Open(cardAddress.c_str(), kCardPort, localAddress.c_str())) {
+    if (card.Open(found[cardIndex].cardAddress, kCardPort, found[cardIndex].localAddress)) {
       // Looked up once: a card may say something else at any moment.
       const uint32_t trunkCount = std::min(card.TrunkCount(), kMaxTrunks);
       AddCard(cardIndex, trunkTotal, trunkCount);

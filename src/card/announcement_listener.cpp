@@ -60,7 +60,7 @@ class CAnnouncementListener::CWorker {
   }
 
   // A card that was never opened has the serial number 0 and cannot be announced.
-  void ReopenCards(uint32_t serialNumber, uint32_t address) {
+  void ReopenCards(uint32_t serialNumber, SIpv4Address address) {
     const size_t count = std::min(cards.size(), discovered.size());
     for (size_t i = 0; i < count && !stop.IsSet(); ++i) {
       if (serialNumber != 0 && cards[i]->SerialNumber() == serialNumber) {
@@ -69,17 +69,17 @@ class CAnnouncementListener::CWorker {
     }
   }
 
-  void TryReopen(CCard& card, const SDiscoveredCard& found, uint32_t serialNumber, uint32_t address) {
+  void TryReopen(CCard& card, const SDiscoveredCard& found, uint32_t serialNumber, SIpv4Address address) {
     try {
       Reopen(card, found, serialNumber, address);
     } catch (const std::exception&) {
-      return;  // no memory, not even for its addresses: the next announcement may have more luck
+      return;  // no memory: the next announcement may have more luck
     }
   }
 
-  void Reopen(CCard& card, const SDiscoveredCard& found, uint32_t serialNumber, uint32_t address) {
+  void Reopen(CCard& card, const SDiscoveredCard& found, uint32_t serialNumber, SIpv4Address address) {
     LogFormat(ELogClass::kStatus, kGeneralLine, "Broadcast from Card serial no %u", serialNumber);
-    const bool isOpen = card.Reopen(FormatIpv4(address).c_str(), FormatIpv4(found.localAddress).c_str(), stop);
+    const bool isOpen = card.Reopen(address, found.localAddress, stop);
     LogFormat(ELogClass::kStatus, kGeneralLine, "Card reopen has %s", isOpen ? "Succeeded" : "failed");
   }
 

@@ -48,7 +48,7 @@ void CCard::SetTrunkDefaults(int32_t switchType, int32_t clientType, int32_t num
   }
 }
 
-bool CCard::Open(const char* cardAddress, uint16_t, const char* localAddress) {
+bool CCard::Open(SIpv4Address cardAddress, uint16_t, SIpv4Address localAddress) {
   const CStopFlag never{};
   const CScopedLock<CMutex> held(lifecycle);
   const bool isOpen = OpenLocked(cardAddress, localAddress, never);
@@ -64,7 +64,7 @@ void CCard::Close() {
   CloseLocked(never);
 }
 
-bool CCard::Reopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller) {
+bool CCard::Reopen(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller) {
   uint32_t serialNumber = 0;
   if (!BeginReopen(caller, serialNumber)) {
     return false;
@@ -94,7 +94,7 @@ bool CCard::BeginReopen(const CStopFlag& caller, uint32_t& serialNumber) {
   return true;
 }
 
-bool CCard::FinishReopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller,
+bool CCard::FinishReopen(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller,
                          uint32_t serialNumber) {
   const CScopedLock<CMutex> held(lifecycle);
   if (caller.IsSet()) {
@@ -107,7 +107,7 @@ bool CCard::FinishReopen(const char* cardAddress, const char* localAddress, cons
   return isOpen;
 }
 
-bool CCard::OpenLocked(const char* cardAddress, const char* localAddress, const CStopFlag& caller) {
+bool CCard::OpenLocked(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller) {
   CloseLocked(caller);
   bool isOpen = false;
   try {
@@ -121,16 +121,14 @@ bool CCard::OpenLocked(const char* cardAddress, const char* localAddress, const 
   return isOpen;
 }
 
-bool CCard::TryOpen(const char* cardAddress, const char* localAddress, const CStopFlag& caller) {
-  uint32_t remote = 0;
-  uint32_t local = 0;
-  if (!ResetForOpen(caller) || !ResolveIpv4(cardAddress, remote) || !ParseIpv4(localAddress, local)) {
+bool CCard::TryOpen(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller) {
+  if (!ResetForOpen(caller)) {
     return false;
   }
   ++generation;
   isBegun = true;
-  if (!core->link.Connect(remote, kCardPort, local, &caller) || !StartControl() || !AwaitInformation(caller) ||
-      !StartAudio(local, remote)) {
+  if (!core->link.Connect({cardAddress, kCardPort}, localAddress, &caller) || !StartControl() ||
+      !AwaitInformation(caller) || !StartAudio(localAddress, cardAddress)) {
     return false;
   }
   SendMessage(*core, StartRequest());
@@ -175,7 +173,7 @@ bool CCard::AwaitInformation(const CStopFlag& caller) {
   return core->facts.serialNumber != 0;
 }
 
-bool CCard::StartAudio(uint32_t localAddress, uint32_t cardAddress) {
+bool CCard::StartAudio(SIpv4Address localAddress, SIpv4Address cardAddress) {
   CAudioStream& audio = core->audio;
   return audio.OpenSocket(localAddress, cardAddress, core->facts.trunkCount, Config().AudioBlocks()) &&
          audio.StartPacer() && audio.StartReceiver();

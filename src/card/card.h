@@ -6,6 +6,7 @@
 
 #include "card/card_handlers.h"
 #include "card/trunk.h"
+#include "platform/ipv4_address.h"
 #include "platform/mutex.h"
 #include "platform/stop_flag.h"
 #include "platform/thread.h"
@@ -32,9 +33,9 @@ class CCard {
 
   // Defaults of all 8 trunk positions, before the first open.
   void SetTrunkDefaults(int32_t switchType, int32_t clientType, int32_t numberType);
-  // Dotted texts (the card may be a host name). The port is accepted and not used: a card listens on kCardPort.
+  // The port is accepted and not used: a card listens on kCardPort.
   // The serial number of a card that could not be opened is 0: no announcement is its own.
-  bool Open(const char* cardAddress, uint16_t port, const char* localAddress);
+  bool Open(SIpv4Address cardAddress, uint16_t port, SIpv4Address localAddress);
   // Safe on a card that is partly open or closed. Waits up to 3 s for all the trunks' locks and for each of the card's
   // three threads; on a closed card for nothing.
   void Close();
@@ -42,7 +43,7 @@ class CCard {
   // hear of it after the controllers are gone and before anything else is closed; the card may be closed and opened
   // meanwhile. A caller that is given up ends the open early, and after a callback that it comes back from too late it
   // touches nothing: this object may be gone.
-  bool Reopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller);
+  bool Reopen(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller);
   // Also takes the media hook. A D-channel that came up since the open is reported by the card's control thread soon.
   void SetHandlers(ICardHandlers* handlers);
 
@@ -69,14 +70,16 @@ class CCard {
  private:
   bool BeginReopen(const CStopFlag& caller, uint32_t& serialNumber);
   void TellReopening(const CStopFlag& caller);
-  bool FinishReopen(const char* cardAddress, const char* localAddress, const CStopFlag& caller, uint32_t serialNumber);
-  bool OpenLocked(const char* cardAddress, const char* localAddress, const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
+  bool FinishReopen(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller,
+                    uint32_t serialNumber);
+  bool OpenLocked(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller)
+      ZELK_REQUIRES(lifecycle);
   void CloseLocked(const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
-  bool TryOpen(const char* cardAddress, const char* localAddress, const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
+  bool TryOpen(SIpv4Address cardAddress, SIpv4Address localAddress, const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
   bool ResetForOpen(const CStopFlag& caller);
   bool StartControl() ZELK_REQUIRES(lifecycle);
   bool AwaitInformation(const CStopFlag& caller);
-  bool StartAudio(uint32_t localAddress, uint32_t cardAddress);
+  bool StartAudio(SIpv4Address localAddress, SIpv4Address cardAddress);
   void StopControllers(const CStopFlag& caller) ZELK_REQUIRES(lifecycle);
   void StopThreads() ZELK_REQUIRES(lifecycle);
 

@@ -25,7 +25,7 @@ bool AwaitConnection(CSocket& socket, const CStopFlag* cancel) {
   return true;
 }
 
-bool ConnectSocket(CSocket& socket, const SIpv4Endpoint& card, uint32_t localAddress, const CStopFlag* cancel) {
+bool ConnectSocket(CSocket& socket, const SIpv4Endpoint& card, SIpv4Address localAddress, const CStopFlag* cancel) {
   if (!socket.OpenTcp() || !socket.SetNonBlocking(true) || !socket.Bind({localAddress, 0})) {
     return false;
   }
@@ -38,9 +38,9 @@ bool ConnectSocket(CSocket& socket, const SIpv4Endpoint& card, uint32_t localAdd
 
 }  // namespace
 
-bool CControlLink::Connect(uint32_t cardAddress, uint16_t port, uint32_t localAddress, const CStopFlag* cancel) {
+bool CControlLink::Connect(const SIpv4Endpoint& card, SIpv4Address localAddress, const CStopFlag* cancel) {
   auto opened = std::make_shared<CSocket>();
-  if (!ConnectSocket(*opened, {cardAddress, port}, localAddress, cancel)) {
+  if (!ConnectSocket(*opened, card, localAddress, cancel)) {
     return false;
   }
   opened->SetReceiveBuffer(kBufferBytes);

@@ -17,7 +17,7 @@ namespace zelk {
 class CControlLink {
  public:
   // cancel (may be null) ends the wait early. False leaves the link closed.
-  bool Connect(uint32_t cardAddress, uint16_t port, uint32_t localAddress, const CStopFlag* cancel);
+  bool Connect(const SIpv4Endpoint& card, SIpv4Address localAddress, const CStopFlag* cancel);
   void Send(const void* message, size_t length);
   void Close();
   bool IsOpen() const;

@@ -50,7 +50,7 @@ class CProbe {
   }
 
  private:
-  static bool OpenReceiver(CSocket& receiver, uint32_t address) {
+  static bool OpenReceiver(CSocket& receiver, SIpv4Address address) {
     if (!receiver.OpenUdp()) {
       return false;
     }
@@ -59,7 +59,7 @@ class CProbe {
     return receiver.Bind({address, kCardPort});
   }
 
-  void TakeReplies(CSocket& receiver, uint32_t localAddress) {
+  void TakeReplies(CSocket& receiver, SIpv4Address localAddress) {
     const uint32_t start = TickMs();
     while (TickMs() - start < kLongestWaitMs && receiver.WaitReadable(kQuietMs) == EWait::kReady) {
       SIpv4Endpoint from;
@@ -100,8 +100,8 @@ bool ParseAnnouncement(const std::array<uint8_t, kDatagramBytes>& buffer, size_t
   return true;
 }
 
-uint32_t BroadcastAddress(uint32_t address, uint32_t mask) {
-  return address | ~mask;
+SIpv4Address BroadcastAddress(SIpv4Address address, SIpv4Address mask) {
+  return {address.networkOrder | ~mask.networkOrder};
 }
 
 bool AddDiscoveredCard(std::vector<SDiscoveredCard>& cards, const SDiscoveredCard& found) {

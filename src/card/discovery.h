@@ -5,12 +5,14 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/ipv4_address.h"
+
 namespace zelk {
 
-// A card that answered the probe: its address and the address of the adapter that heard it, in network order.
+// A card that answered the probe: its address and the address of the adapter that heard it.
 struct SDiscoveredCard {
-  uint32_t cardAddress;
-  uint32_t localAddress;
+  SIpv4Address cardAddress;
+  SIpv4Address localAddress;
 };
 
 constexpr size_t kDatagramBytes = 1500;
@@ -25,8 +27,8 @@ constexpr size_t kDatagramBytes = 1500;
 bool IsDiscoveryReply(const uint8_t* datagram, size_t length);
 bool ParseAnnouncement(const std::array<uint8_t, kDatagramBytes>& buffer, size_t length, uint32_t& serialNumber);
 
-// Network order in and out.
-uint32_t BroadcastAddress(uint32_t address, uint32_t mask);
+// The address that reaches every neighbour of an adapter.
+SIpv4Address BroadcastAddress(SIpv4Address address, SIpv4Address mask);
 
 // Adds a card that answered, unless it is known already. False when it is new and there is no room for it.
 bool AddDiscoveredCard(std::vector<SDiscoveredCard>& cards, const SDiscoveredCard& found);

@@ -1,14 +1,15 @@
 #pragma once
 
-#include <cstdint>
 #include <vector>
+
+#include "platform/ipv4_address.h"
 
 namespace zelk {
 
-// The first IPv4 address of a network adapter and its mask, both in network order.
+// The first IPv4 address of a network adapter and its mask.
 struct SAdapter {
-  uint32_t address;
-  uint32_t mask;
+  SIpv4Address address;
+  SIpv4Address mask;
 };
 
 constexpr int kAdaptersListed = 0;

@@ -16,7 +16,7 @@ sockaddr_in ToSystem(const SIpv4Endpoint& endpoint) {
   sockaddr_in system{};
   system.sin_family = AF_INET;
   system.sin_port = htons(endpoint.port);
-  system.sin_addr.s_addr = endpoint.address;
+  system.sin_addr.s_addr = endpoint.address.networkOrder;
   return system;
 }
 
@@ -25,41 +25,6 @@ int ClampLength(size_t length) {
 }
 
 }  // namespace
-
-bool ParseIpv4(const char* text, uint32_t& address) {
-  in_addr parsed{};
-  if (text == nullptr || inet_pton(AF_INET, text, &parsed) != 1) {
-    return false;
-  }
-  address = parsed.s_addr;
-  return true;
-}
-
-bool ResolveIpv4(const char* hostName, uint32_t& address) {
-  if (hostName == nullptr || *hostName == '\0') {
-    return false;
-  }
-  if (ParseIpv4(hostName, address)) {
-    return true;
-  }
-  addrinfo wanted{};
-  wanted.ai_family = AF_INET;
-  wanted.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (getaddrinfo(hostName, nullptr, &wanted, &found) != 0 || found == nullptr) {
-    return false;
-  }
-  address = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr.s_addr;
-  freeaddrinfo(found);
-  return true;
-}
-
-std::string FormatIpv4(uint32_t address) {
-  std::array<char, INET_ADDRSTRLEN> text{};
-  in_addr system{};
-  system.s_addr = address;
-  return inet_ntop(AF_INET, &system, text.data(), text.size()) == nullptr ? std::string() : std::string(text.data());
-}
 
 // The system's socket is always non-blocking; blocking calls are waits of our own, so that Close can release them. The
 // native part is written while the gate is idle or by its last leaver, and read only inside it.

@@ -3,24 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
+
+#include "platform/ipv4_address.h"
 
 namespace zelk {
-
-// An IPv4 address and port. The address is in network order, as it stands in memory in a packet; the port in host
-// order.
-struct SIpv4Endpoint {
-  uint32_t address = 0;
-  uint16_t port = 0;
-};
-
-constexpr uint32_t kAnyAddress = 0;
-
-// Dotted text to address; false when it is not one (no host name is looked up).
-bool ParseIpv4(const char* text, uint32_t& address);
-// Dotted text first, then a look-up of the name (which may block); false when neither gives an IPv4 address.
-bool ResolveIpv4(const char* hostName, uint32_t& address);
-std::string FormatIpv4(uint32_t address);
 
 // Makes the socket library ready (Winsock 2.2 on Windows, nothing elsewhere). Its result is not needed.
 void StartSockets();

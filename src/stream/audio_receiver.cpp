@@ -18,7 +18,7 @@ bool CAudioReceiver::Create(CCardRings& rings) {
   return demultiplexer.Create(rings);
 }
 
-void CAudioReceiver::Run(CSocket& socket, uint32_t cardAddress) {
+void CAudioReceiver::Run(CSocket& socket, SIpv4Address cardAddress) {
   while (!stop.IsSet()) {
     size_t length = 0;
     if (ReadPacket(socket, cardAddress, length))
@@ -27,7 +27,7 @@ void CAudioReceiver::Run(CSocket& socket, uint32_t cardAddress) {
 }
 
 // Reads first and waits only when nothing is there: at full load packets wait more often than the thread does.
-bool CAudioReceiver::ReadPacket(CSocket& socket, uint32_t cardAddress, size_t& length) {
+bool CAudioReceiver::ReadPacket(CSocket& socket, SIpv4Address cardAddress, size_t& length) {
   SIpv4Endpoint source;
   int received = socket.ReceiveFrom(buffer.data(), buffer.size(), source);
   if (received > 0) {

@@ -36,13 +36,13 @@ class CAudioReceiver {
   bool Create(CCardRings& rings);
   // The thread: until its generation's stop flag is set; then it reports nothing more and sends nothing more, wherever
   // it was. Packets count only from this IPv4 address.
-  void Run(CSocket& socket, uint32_t cardAddress);
+  void Run(CSocket& socket, SIpv4Address cardAddress);
   // One datagram from the card; the bytes are changed where the echo canceller works. A held packet that its coming
   // makes due follows it.
   void OnPacket(uint8_t* packet, size_t length);
 
  private:
-  bool ReadPacket(CSocket& socket, uint32_t cardAddress, size_t& length);
+  bool ReadPacket(CSocket& socket, SIpv4Address cardAddress, size_t& length);
   void WatchBacklog();
   void Carry(const SSequenceDecision& decision, uint8_t* packet, size_t length);
   void Report(const SSequenceDecision& decision);

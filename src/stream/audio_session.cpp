@@ -24,7 +24,7 @@ CAudioSession::CAudioSession(std::shared_ptr<SAudioControls> cardControls, IAudi
       receiver(*controls, cardNotice, echo, sender, stop),
       pacer(*controls, rings) {}
 
-bool CAudioSession::Create(uint32_t localAddress, uint32_t card, uint32_t trunkCount, uint32_t blocks,
+bool CAudioSession::Create(SIpv4Address localAddress, SIpv4Address card, uint32_t trunkCount, uint32_t blocks,
                            const SDtmfSettings& dtmf) {
   if (trunkCount == 0 || trunkCount > kMaxTrunks)
     return false;
@@ -33,7 +33,7 @@ bool CAudioSession::Create(uint32_t localAddress, uint32_t card, uint32_t trunkC
   return OpenSocket(localAddress) && rings.Create(trunkCount, blocks) && sender.Create(rings) && receiver.Create(rings);
 }
 
-bool CAudioSession::OpenSocket(uint32_t localAddress) {
+bool CAudioSession::OpenSocket(SIpv4Address localAddress) {
   if (!socket.OpenUdp() || !socket.Bind({localAddress, 0}))
     return false;
   localPort = socket.LocalPort();

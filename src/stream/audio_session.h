@@ -23,7 +23,8 @@ class CAudioSession : private IPacketSink {
   CAudioSession(std::shared_ptr<SAudioControls> cardControls, IAudioNotice& cardNotice);
 
   // Socket, rings and buffers; false when the socket cannot be had or there is no memory.
-  bool Create(uint32_t localAddress, uint32_t card, uint32_t trunkCount, uint32_t blocks, const SDtmfSettings& dtmf);
+  bool Create(SIpv4Address localAddress, SIpv4Address card, uint32_t trunkCount, uint32_t blocks,
+              const SDtmfSettings& dtmf);
   uint16_t LocalPort() const { return localPort; }
   int ReceiveBuffer() const { return socket.ReceiveBuffer(); }
   int SendBuffer() const { return socket.SendBuffer(); }
@@ -36,7 +37,7 @@ class CAudioSession : private IPacketSink {
   void CloseSocket() { socket.Close(); }
 
  private:
-  bool OpenSocket(uint32_t localAddress);
+  bool OpenSocket(SIpv4Address localAddress);
   void ReportBuffers() const;
   int SendPacket(const uint8_t* packet, size_t length) override;
   void WaitToSend(int32_t timeoutMs) override { socket.WaitWritable(timeoutMs); }
@@ -44,7 +45,7 @@ class CAudioSession : private IPacketSink {
   std::shared_ptr<SAudioControls> controls;
   CStopFlag stop;
   CSocket socket;
-  uint32_t cardAddress = 0;
+  SIpv4Address cardAddress;
   uint16_t localPort = 0;
   CCardRings rings;
   CEchoBank echo;

@@ -47,7 +47,8 @@ void CAudioStream::ResetChannels(const SDtmfSettings& dtmf) {
   impl->dtmf = dtmf;
 }
 
-bool CAudioStream::OpenSocket(uint32_t localAddress, uint32_t cardAddress, uint32_t trunkCount, uint32_t blocks) {
+bool CAudioStream::OpenSocket(SIpv4Address localAddress, SIpv4Address cardAddress, uint32_t trunkCount,
+                              uint32_t blocks) {
   impl->session.reset();
   try {
     auto session = std::make_shared<CAudioSession>(impl->controls, impl->notice);

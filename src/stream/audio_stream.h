@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/ipv4_address.h"
 #include "runtime/config.h"
 #include "stream/media_hook.h"
 
@@ -24,8 +25,8 @@ class CAudioStream {
   // First step of a card's open: counters back to their start, every detector reset with these thresholds and on.
   void ResetChannels(const SDtmfSettings& dtmf);
   // Makes and binds the socket to (local address, any port) and the rings of `blocks` blocks a channel and direction.
-  // Audio is sent to (cardAddress, kCardPort) and taken from cardAddress, any port. Addresses in network order.
-  bool OpenSocket(uint32_t localAddress, uint32_t cardAddress, uint32_t trunkCount, uint32_t blocks);
+  // Audio is sent to (cardAddress, kCardPort) and taken from cardAddress, any port.
+  bool OpenSocket(SIpv4Address localAddress, SIpv4Address cardAddress, uint32_t trunkCount, uint32_t blocks);
   uint16_t LocalPort() const;
   bool StartPacer();
   bool StartReceiver();

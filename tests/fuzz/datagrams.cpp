@@ -26,7 +26,7 @@ struct SListener {
   std::vector<SDiscoveredCard> cards;
 };
 
-void TakeReply(SListener& listener, const Bytes& datagram, uint32_t sender) {
+void TakeReply(SListener& listener, const Bytes& datagram, SIpv4Address sender) {
   const bool isReply = IsDiscoveryReply(datagram.data(), datagram.size());
   Require(isReply == HasHead(datagram, 'R'), "a reply is told by length, name and version");
   if (!isReply) {
@@ -35,7 +35,7 @@ void TakeReply(SListener& listener, const Bytes& datagram, uint32_t sender) {
   const bool isNew = std::none_of(listener.cards.begin(), listener.cards.end(),
                                   [=](const SDiscoveredCard& card) { return card.cardAddress == sender; });
   const size_t before = listener.cards.size();
-  const bool isAdded = AddDiscoveredCard(listener.cards, {sender, 0x0100007F});
+  const bool isAdded = AddDiscoveredCard(listener.cards, {sender, SIpv4Address{0x0100007F}});
   Require(isAdded == (!isNew || before < kMaxCards), "a card is refused only when the table is full");
   Require(listener.cards.size() == before + (isNew && isAdded ? 1 : 0), "a card is kept once");
 }
@@ -53,7 +53,7 @@ void Run(const uint8_t* bytes, size_t length) {
   CInput input(bytes, length);
   SListener listener;
   while (!input.IsEmpty()) {
-    const uint32_t sender = input.Number(4);
+    const SIpv4Address sender{input.Number(4)};
     const Bytes datagram = input.Take(std::min<size_t>(input.Number(2), kDatagramBytes));
     TakeReply(listener, datagram, sender);
     TakeAnnouncement(listener, datagram);

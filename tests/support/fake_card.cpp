@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "runtime/q931_types.h"
+#include "support/addresses.h"
 #include "support/system_address.h"
 
 namespace zelk {
@@ -25,6 +26,10 @@ CFakeCard::~CFakeCard() {
   controllers.clear();
   Disconnect();
   CloseSocket(listener);
+}
+
+SIpv4Address CFakeCard::Address() const {
+  return zelk::Address(options.address);
 }
 
 void CFakeCard::Send(const Message& bytes) {

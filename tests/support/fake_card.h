@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "card/pri_adapter.h"
+#include "platform/ipv4_address.h"
 
 namespace zelk {
 
@@ -41,7 +42,7 @@ class CFakeCard : public IPriWriter {
   CFakeCard& operator=(const CFakeCard&) = delete;
 
   bool IsReady() const { return isReady; }
-  const char* Address() const { return options.address.c_str(); }
+  SIpv4Address Address() const;
   void SetTalking(bool on) { talking = on; }
   void Hang(bool on) { answers = !on; }
 

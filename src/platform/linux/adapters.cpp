@@ -18,8 +18,9 @@ struct SEntry {
   SAdapter adapter;
 };
 
-uint32_t AddressOf(const sockaddr* address) {
-  return address == nullptr ? 0 : reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr;
+SIpv4Address AddressOf(const sockaddr* address) {
+  return address == nullptr ? kAnyAddress
+                            : SIpv4Address{reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr};
 }
 
 // An interface with several addresses has several records: its first one counts.

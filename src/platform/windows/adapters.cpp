@@ -3,18 +3,17 @@
 #include <winsock2.h>
 //
 #include <iphlpapi.h>
+#include <ws2tcpip.h>
 
 #include <cstddef>
-
-#include "platform/socket.h"
 
 namespace zelk {
 
 namespace {
 
-uint32_t AddressOf(const IP_ADDRESS_STRING& text) {
-  uint32_t address = 0;
-  return ParseIpv4(text.String, address) ? address : 0;
+SIpv4Address AddressOf(const IP_ADDRESS_STRING& text) {
+  in_addr parsed{};
+  return inet_pton(AF_INET, text.String, &parsed) == 1 ? SIpv4Address{parsed.s_addr} : kAnyAddress;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "recording_handlers.h"
 #include "runtime/config.h"
 #include "runtime/log.h"
+#include "support/addresses.h"
 #include "support/allocation_probe.h"
 #include "support/fake_card.h"
 #include "support/system_address.h"
@@ -42,7 +43,7 @@ class AnnouncementListener : public testing::Test {
     ASSERT_TRUE(Log().Start(logPath));
     Log().Stop();
     std::filesystem::remove(logPath);
-    ASSERT_TRUE(card.Open(fake->Address(), 5854, "127.0.0.1"));
+    ASSERT_TRUE(card.Open(fake->Address(), 5854, Address("127.0.0.1")));
     card.SetHandlers(&handlers);
     ASSERT_TRUE(listener.Start({&card}, {{Address("127.0.0.2"), Address("127.0.0.1")}}));
   }
@@ -51,11 +52,6 @@ class AnnouncementListener : public testing::Test {
     card.Close();
     Config().level = 2;
     std::filesystem::remove(logPath);
-  }
-  static uint32_t Address(const char* text) {
-    uint32_t address = 0;
-    EXPECT_TRUE(ParseIpv4(text, address));
-    return address;
   }
   // The listener may not have its port yet: announcements are repeated until something happens.
   template <class Condition>
@@ -176,7 +172,7 @@ TEST_F(AnnouncementListener, AThreadThatComesBackAfterItsStopReopensNothing) {
     EXPECT_TRUE(next.Bind({kAnyAddress, kCardPort})) << "the port is free for the next listener";
   }
   card.Close();
-  ASSERT_TRUE(card.Open(fake->Address(), 5854, "127.0.0.1"));
+  ASSERT_TRUE(card.Open(fake->Address(), 5854, Address("127.0.0.1")));
   const int connections = fake->Connections();
   mayReturn.Set();
   isBack.Wait();

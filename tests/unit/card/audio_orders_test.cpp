@@ -7,6 +7,7 @@
 #include "platform/socket.h"
 #include "recording_handlers.h"
 #include "stream/sequence_rules.h"
+#include "support/addresses.h"
 #include "support/fake_card.h"
 
 namespace zelk {
@@ -55,16 +56,14 @@ class AudioOrders : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(fake.IsReady());
-    uint32_t cardAddress = 0;
-    ASSERT_TRUE(ParseIpv4("127.0.0.2", cardAddress));
-    ASSERT_TRUE(ParseIpv4("127.0.0.1", library.address));
+    library.address = Address("127.0.0.1");
     ASSERT_TRUE(line.OpenUdp());
-    ASSERT_TRUE(line.Bind({cardAddress, 5854}));
+    ASSERT_TRUE(line.Bind({fake.Address(), 5854}));
     ASSERT_TRUE(line.SetNonBlocking(true));
   }
 
   void Open() {
-    ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+    ASSERT_TRUE(card.Open(fake.Address(), 5854, Address("127.0.0.1")));
     card.SetHandlers(&handlers);
     library.port = card.Audio().LocalPort();
     rules = CSequenceRules();

@@ -4,6 +4,7 @@
 
 #include "card/card.h"
 #include "support/adapters.h"
+#include "support/addresses.h"
 
 namespace zelk {
 namespace {
@@ -13,7 +14,7 @@ TEST(CardConnect, AnAddressWhereNothingAnswersCostsTheConnectWaitAndTheThreeWait
   support::MakeAdapter("a0", {"10.1.1.1/24"});
   CCard card(0);
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_FALSE(card.Open("10.1.1.77", 5854, "10.1.1.1"));
+  EXPECT_FALSE(card.Open(Address("10.1.1.77"), 5854, Address("10.1.1.1")));
   const auto took = std::chrono::steady_clock::now() - begin;
   EXPECT_GE(took, std::chrono::milliseconds(4900)) << "a connection that is still pending after its wait is no failure";
   EXPECT_LT(took, std::chrono::seconds(7));

@@ -10,13 +10,14 @@
 #include "platform/event.h"
 #include "recording_handlers.h"
 #include "runtime/config.h"
+#include "support/addresses.h"
 #include "support/allocation_probe.h"
 #include "support/fake_card.h"
 
 namespace zelk {
 namespace {
 
-constexpr char kLocal[] = "127.0.0.1";
+const SIpv4Address kLocal = Address("127.0.0.1");
 const bool kIsHookInstalled = (InstallPriMessageHook(), true);
 
 // A card object and the fake card it opens.
@@ -147,14 +148,10 @@ TEST_F(Card, ATrunkCountThatCannotBeFails) {
   }
 }
 
-TEST_F(Card, OpenFailsWithoutAPeerOrAnAddress) {
+TEST_F(Card, OpenFailsWithoutAPeerOrAnAdapter) {
   Fake();
-  EXPECT_FALSE(card.Open("127.0.0.77", 5854, kLocal));
-  EXPECT_FALSE(card.Open("", 5854, kLocal));
-  EXPECT_FALSE(card.Open(nullptr, 5854, kLocal));
-  EXPECT_FALSE(card.Open(fake->Address(), 5854, ""));
-  EXPECT_FALSE(card.Open(fake->Address(), 5854, nullptr));
-  EXPECT_FALSE(card.Open(fake->Address(), 5854, "192.0.2.7"));
+  EXPECT_FALSE(card.Open(Address("127.0.0.77"), 5854, kLocal));
+  EXPECT_FALSE(card.Open(fake->Address(), 5854, Address("192.0.2.7")));
   EXPECT_TRUE(Open());
 }
 
@@ -498,7 +495,7 @@ TEST_F(Card, AFailedReopenKeepsTheSerialNumber) {
   Fake();
   ASSERT_TRUE(OpenWithHandlers());
   const CStopFlag cancel;
-  EXPECT_FALSE(card.Reopen("127.0.0.77", kLocal, cancel));
+  EXPECT_FALSE(card.Reopen(Address("127.0.0.77"), kLocal, cancel));
   EXPECT_EQ(card.SerialNumber(), 4711U);
   EXPECT_FALSE(card.ControllersRunning());
   EXPECT_TRUE(card.Reopen(fake->Address(), kLocal, cancel));

@@ -5,23 +5,18 @@
 #include <thread>
 
 #include "platform/clock.h"
+#include "support/addresses.h"
 #include "support/fake_card.h"
 
 namespace zelk {
 namespace {
-
-uint32_t Address(const char* text) {
-  uint32_t address = 0;
-  EXPECT_TRUE(ParseIpv4(text, address));
-  return address;
-}
 
 TEST(ControlLink, ConnectsAndSends) {
   CFakeCard card;
   ASSERT_TRUE(card.IsReady());
   CControlLink link;
   EXPECT_FALSE(link.IsOpen());
-  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  ASSERT_TRUE(link.Connect({card.Address(), 5854}, Address("127.0.0.1"), nullptr));
   EXPECT_TRUE(link.IsOpen());
   const uint8_t message[] = {0xFF, 0x04};
   link.Send(message, sizeof message);
@@ -30,14 +25,14 @@ TEST(ControlLink, ConnectsAndSends) {
 
 TEST(ControlLink, ARefusedConnectionFails) {
   CControlLink link;
-  EXPECT_FALSE(link.Connect(Address("127.0.0.9"), 5854, Address("127.0.0.1"), nullptr));
+  EXPECT_FALSE(link.Connect({Address("127.0.0.9"), 5854}, Address("127.0.0.1"), nullptr));
   EXPECT_FALSE(link.IsOpen());
 }
 
 TEST(ControlLink, AForeignLocalAddressFails) {
   CFakeCard card;
   CControlLink link;
-  EXPECT_FALSE(link.Connect(Address(card.Address()), 5854, Address("192.0.2.1"), nullptr));
+  EXPECT_FALSE(link.Connect({card.Address(), 5854}, Address("192.0.2.1"), nullptr));
 }
 
 TEST(ControlLink, SendingWithoutAConnectionDoesNothing) {
@@ -51,7 +46,7 @@ TEST(ControlLink, SendingWithoutAConnectionDoesNothing) {
 TEST(ControlLink, CloseEndsAWait) {
   CFakeCard card;
   CControlLink link;
-  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  ASSERT_TRUE(link.Connect({card.Address(), 5854}, Address("127.0.0.1"), nullptr));
   std::thread closer([&] { link.Close(); });
   EXPECT_EQ(link.Socket()->WaitReadable(kWaitForever), EWait::kError);
   closer.join();
@@ -61,10 +56,10 @@ TEST(ControlLink, CloseEndsAWait) {
 TEST(ControlLink, ANewConnectionHasASocketOfItsOwn) {
   CFakeCard card;
   CControlLink link;
-  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  ASSERT_TRUE(link.Connect({card.Address(), 5854}, Address("127.0.0.1"), nullptr));
   const std::shared_ptr<CSocket> first = link.Socket();
   link.Close();
-  ASSERT_TRUE(link.Connect(Address(card.Address()), 5854, Address("127.0.0.1"), nullptr));
+  ASSERT_TRUE(link.Connect({card.Address(), 5854}, Address("127.0.0.1"), nullptr));
   EXPECT_NE(link.Socket(), first);
   EXPECT_FALSE(first->IsOpen());
   EXPECT_TRUE(link.IsOpen());

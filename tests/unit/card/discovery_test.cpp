@@ -7,8 +7,8 @@
 #include <iterator>
 
 #include "card/card.h"
-#include "platform/socket.h"
 #include "runtime/log.h"
+#include "support/addresses.h"
 #include "support/discovery_responder.h"
 
 namespace zelk {
@@ -51,12 +51,6 @@ TEST(Announcement, CarriesTheSerialNumberAt18) {
   EXPECT_FALSE(ParseAnnouncement(buffer, 22, serialNumber));
 }
 
-uint32_t Address(const char* text) {
-  uint32_t address = 0;
-  EXPECT_TRUE(ParseIpv4(text, address)) << text;
-  return address;
-}
-
 TEST(BroadcastAddress, SetsTheBitsOutsideTheMask) {
   EXPECT_EQ(BroadcastAddress(Address("10.1.2.3"), Address("255.255.255.0")), Address("10.1.2.255"));
   EXPECT_EQ(BroadcastAddress(Address("127.0.0.1"), Address("255.0.0.0")), Address("127.255.255.255"));
@@ -64,16 +58,19 @@ TEST(BroadcastAddress, SetsTheBitsOutsideTheMask) {
 }
 
 TEST(AddDiscoveredCard, KeepsTheFirstAdapterAndTheBound) {
+  const SIpv4Address first = Address("10.1.1.1");
+  const SIpv4Address second = Address("10.1.2.1");
+  const auto card = [](uint32_t number) { return Address("10.1.3." + std::to_string(number)); };
   std::vector<SDiscoveredCard> cards;
-  EXPECT_TRUE(AddDiscoveredCard(cards, {1, 100}));
-  EXPECT_TRUE(AddDiscoveredCard(cards, {1, 200}));
+  EXPECT_TRUE(AddDiscoveredCard(cards, {card(1), first}));
+  EXPECT_TRUE(AddDiscoveredCard(cards, {card(1), second}));
   ASSERT_EQ(cards.size(), 1U);
-  EXPECT_EQ(cards[0].localAddress, 100U);
+  EXPECT_EQ(cards[0].localAddress, first);
   for (uint32_t i = 2; i <= kMaxCards; ++i) {
-    EXPECT_TRUE(AddDiscoveredCard(cards, {i, 100}));
+    EXPECT_TRUE(AddDiscoveredCard(cards, {card(i), first}));
   }
-  EXPECT_FALSE(AddDiscoveredCard(cards, {kMaxCards + 1, 100}));
-  EXPECT_TRUE(AddDiscoveredCard(cards, {5, 100}));
+  EXPECT_FALSE(AddDiscoveredCard(cards, {card(kMaxCards + 1), first}));
+  EXPECT_TRUE(AddDiscoveredCard(cards, {card(5), first}));
   EXPECT_EQ(cards.size(), size_t{kMaxCards});
 }
 
@@ -87,14 +84,14 @@ TEST(Discovery, CountsEachCardOnceInTheOrderOfTheFirstReplies) {
   std::vector<SDiscoveredCard> cards;
   EXPECT_EQ(DiscoverCards(cards), 2);
   ASSERT_EQ(cards.size(), 2U);
-  EXPECT_EQ(FormatIpv4(cards[0].cardAddress), "127.0.0.9");
-  EXPECT_EQ(FormatIpv4(cards[1].cardAddress), "127.0.0.8");
-  EXPECT_EQ(FormatIpv4(cards[0].localAddress), "127.0.0.1");
+  EXPECT_EQ(cards[0].cardAddress, Address("127.0.0.9"));
+  EXPECT_EQ(cards[1].cardAddress, Address("127.0.0.8"));
+  EXPECT_EQ(cards[0].localAddress, Address("127.0.0.1"));
   EXPECT_EQ(neighbours.Probes(), 3);
 }
 
 TEST(Discovery, FindsNothingWhereNobodyAnswers) {
-  std::vector<SDiscoveredCard> cards{{1, 2}};
+  std::vector<SDiscoveredCard> cards{{Address("10.1.1.2"), Address("10.1.1.1")}};
   EXPECT_EQ(DiscoverCards(cards), 0);
   EXPECT_TRUE(cards.empty());
 }
@@ -109,7 +106,7 @@ TEST(Discovery, TakesTwentyCardsAndNotesThatThereAreMoreOnce) {
   CDiscoveryResponder neighbours(answers);
   std::vector<SDiscoveredCard> cards;
   EXPECT_EQ(DiscoverCards(cards), 20);
-  EXPECT_EQ(FormatIpv4(cards[19].cardAddress), "127.0.1.20");
+  EXPECT_EQ(cards[19].cardAddress, Address("127.0.1.20"));
   ASSERT_TRUE(Log().Start(path));
   Log().Stop();
   std::ifstream file(path, std::ios::binary);

@@ -15,6 +15,7 @@
 #include "recording_handlers.h"
 #include "runtime/config.h"
 #include "runtime/paths.h"
+#include "support/addresses.h"
 #include "support/allocation_probe.h"
 #include "support/fake_card.h"
 
@@ -58,7 +59,7 @@ class TrunkSetup : public testing::Test {
 TEST_F(TrunkSetup, EveryTrunkTakesItsSectionAndTheGeneralValues) {
   CFakeCard fake(options);
   CCard card(0);
-  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, Address("127.0.0.1")));
   EXPECT_EQ(card.Trunk(0).nodeType, 10);
   EXPECT_EQ(card.Trunk(0).switchType, 4);
   EXPECT_EQ(card.Trunk(0).numberType, 65);
@@ -74,7 +75,7 @@ TEST_F(TrunkSetup, EveryTrunkTakesItsSectionAndTheGeneralValues) {
 TEST_F(TrunkSetup, TheConfigurationCarriesEachTrunksCrc4AndTheLastOneStays) {
   CFakeCard fake(options);
   CCard card(0);
-  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, Address("127.0.0.1")));
   EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 1, 1, 2, 0, 0, 0, 0}));
   EXPECT_TRUE(fake.WaitFor({0xFF, 0x12, 2, 1, 7, 0, 0, 0, 0}));
   card.SendTrunkConfiguration(0);
@@ -127,7 +128,7 @@ TEST_F(TrunkSetup, TheCaptureHoldsSentFramesAndReceivedOnesWithAnEvent) {
   options.playsNetwork = true;
   CFakeCard fake(options);
   CCard card(0);
-  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, Address("127.0.0.1")));
   ASSERT_TRUE(fake.WaitForNetworkEvent(kPriDchannelUp, 2));
   const uint32_t start = TickMs();
   while (Lines(Capture(), 'I') == 0 && TickMs() - start < 10000) {
@@ -145,7 +146,7 @@ TEST_F(TrunkSetup, TheCaptureHoldsSentFramesAndReceivedOnesWithAnEvent) {
   }
   EXPECT_EQ(Capture(), text) << "a closed card's capture is closed";
 
-  ASSERT_TRUE(card.Open(fake.Address(), 5854, "127.0.0.1"));
+  ASSERT_TRUE(card.Open(fake.Address(), 5854, Address("127.0.0.1")));
   card.Close();
   EXPECT_EQ(Capture().substr(0, text.size()), text) << "the next open appends";
   EXPECT_GT(Capture().size(), text.size());

@@ -4,18 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <string>
 
-#include "platform/socket.h"
+#include "support/addresses.h"
 
 namespace zelk {
 namespace {
 
 TEST(Adapters, TheListIsReadAndReplacesWhatWasThere) {
-  std::vector<SAdapter> adapters{{1, 2}, {3, 4}};
+  std::vector<SAdapter> adapters{{Address("0.0.0.1"), Address("0.0.0.2")}};
   ASSERT_EQ(ListAdapters(adapters), kAdaptersListed);
   for (const SAdapter& adapter : adapters) {
-    EXPECT_NE(adapter.address, 1U);
-    EXPECT_NE(adapter.mask, 2U);
+    EXPECT_NE(adapter.address, Address("0.0.0.1"));
+    EXPECT_NE(adapter.mask, Address("0.0.0.2"));
   }
 }
 
@@ -23,16 +24,16 @@ TEST(Adapters, LoopbackIsListedLastWithItsMask) {
   std::vector<SAdapter> adapters;
   ASSERT_EQ(ListAdapters(adapters), kAdaptersListed);
   ASSERT_FALSE(adapters.empty());
-  EXPECT_EQ(FormatIpv4(adapters.back().address), "127.0.0.1");
-  EXPECT_EQ(FormatIpv4(adapters.back().mask), "255.0.0.0");
+  EXPECT_EQ(adapters.back().address, Address("127.0.0.1"));
+  EXPECT_EQ(adapters.back().mask, Address("255.0.0.0"));
 }
 
 TEST(Adapters, NoAddressIsListedTwice) {
   std::vector<SAdapter> adapters;
   ASSERT_EQ(ListAdapters(adapters), kAdaptersListed);
-  std::set<uint32_t> seen;
+  std::set<std::string> seen;
   for (const SAdapter& adapter : adapters) {
-    EXPECT_TRUE(seen.insert(adapter.address).second) << FormatIpv4(adapter.address);
+    EXPECT_TRUE(seen.insert(TextOf(adapter.address)).second) << TextOf(adapter.address);
   }
 }
 

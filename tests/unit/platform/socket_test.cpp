@@ -17,36 +17,8 @@
 namespace zelk {
 namespace {
 
-bool OpenBound(CSocket& socket, uint32_t address = kLoopback, uint16_t port = 0) {
+bool OpenBound(CSocket& socket, SIpv4Address address = kLoopback, uint16_t port = 0) {
   return socket.OpenUdp() && socket.Bind({address, port});
-}
-
-TEST(Ipv4, DottedTextIsParsedAndFormatted) {
-  EXPECT_EQ(FormatIpv4(Address("192.168.0.1")), "192.168.0.1");
-  const uint32_t address = Address("1.2.3.4");
-  std::array<uint8_t, 4> inMemory{};
-  std::memcpy(inMemory.data(), &address, inMemory.size());
-  EXPECT_EQ(inMemory, (std::array<uint8_t, 4>{1, 2, 3, 4}));
-}
-
-TEST(Ipv4, OtherTextIsNotAnAddress) {
-  uint32_t address = 77;
-  for (const char* text : {"", "1.2.3", "1.2.3.256", "1.2.3.4.5", "localhost", " 1.2.3.4", "1.2.3.4 ", "::1"}) {
-    EXPECT_FALSE(ParseIpv4(text, address)) << text;
-  }
-  EXPECT_FALSE(ParseIpv4(nullptr, address));
-  EXPECT_EQ(address, 77U);
-}
-
-TEST(Ipv4, ResolvingTakesDottedTextAndNames) {
-  uint32_t address = 0;
-  EXPECT_TRUE(ResolveIpv4("10.1.2.3", address));
-  EXPECT_EQ(FormatIpv4(address), "10.1.2.3");
-  EXPECT_TRUE(ResolveIpv4("localhost", address));
-  EXPECT_EQ(FormatIpv4(address), "127.0.0.1");
-  EXPECT_FALSE(ResolveIpv4("", address));
-  EXPECT_FALSE(ResolveIpv4(nullptr, address));
-  EXPECT_FALSE(ResolveIpv4("no such host.invalid", address));
 }
 
 TEST(ClosedSocket, EveryCallFails) {

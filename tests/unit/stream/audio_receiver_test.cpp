@@ -19,6 +19,7 @@
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "stream/audio_pacer.h"
+#include "support/addresses.h"
 
 namespace zelk {
 namespace {
@@ -240,7 +241,7 @@ TEST_F(AudioReceiver, ABadPacketBetweenDoesNotForgetTheHeldOne) {
 TEST_F(AudioReceiver, WithoutASocketTheThreadWaitsAndEndsWhenItIsAsked) {
   CSocket never;
   const double cpuBefore = ProcessCpuSeconds();
-  std::thread thread([&] { receiver.Run(never, 0); });
+  std::thread thread([&] { receiver.Run(never, kAnyAddress); });
   std::this_thread::sleep_for(std::chrono::milliseconds(350));
   const double used = ProcessCpuSeconds() - cpuBefore;
   const uint32_t before = TickMs();
@@ -284,8 +285,7 @@ uint32_t LaggingClock() {
 TEST_F(AudioReceiver, AThreadThatCannotKeepUpSaysSoOnce) {
   CSocket own;
   CSocket card;
-  uint32_t address = 0;
-  ASSERT_TRUE(ParseIpv4("127.0.0.1", address));
+  const SIpv4Address address = Address("127.0.0.1");
   ASSERT_TRUE(own.OpenUdp() && own.Bind({address, 0}) && own.SetNonBlocking(true));
   ASSERT_TRUE(card.OpenUdp() && card.Bind({address, 0}));
   uint32_t sequence = 0;

@@ -16,6 +16,7 @@
 #include "literal_audio.h"
 #include "native_buffer_limit.h"
 #include "runtime/log.h"
+#include "support/addresses.h"
 #include "support/allocation_probe.h"
 
 namespace zelk {
@@ -83,7 +84,6 @@ class AudioSessionBuffers : public testing::Test {
   ~AudioSessionBuffers() override { bufferLimit.limit = 0; }
 
   void Open(uint32_t times) {
-    ASSERT_TRUE(ParseIpv4("127.0.0.1", local));
     // Lines of before go to the file, and the file goes.
     Log().Start(path);
     Log().Stop();
@@ -115,7 +115,7 @@ class AudioSessionBuffers : public testing::Test {
   const std::string path = testing::TempDir() + "buffers_" + std::to_string(std::random_device{}()) + ".log";
   std::shared_ptr<SAudioControls> controls = std::make_shared<SAudioControls>();
   CFakeNotice notice;
-  uint32_t local = 0;
+  const SIpv4Address local = Address("127.0.0.1");
   int receiveBuffer = 0;
   int sendBuffer = 0;
   std::string log;
@@ -146,11 +146,9 @@ TEST_F(AudioSessionBuffers, OfLessThanWasAskedForAreOneLineEachForACard) {
 
 TEST(AudioSession, WithoutASocketOrWithAWrongTrunkCountItIsNotCreated) {
   CFakeNotice notice;
-  uint32_t local = 0;
-  ASSERT_TRUE(ParseIpv4("127.0.0.1", local));
-  uint32_t foreign = 0;
-  ASSERT_TRUE(ParseIpv4("192.0.2.1", foreign));
-  const auto create = [&](uint32_t address, uint32_t trunks) {
+  const SIpv4Address local = Address("127.0.0.1");
+  const SIpv4Address foreign = Address("192.0.2.1");
+  const auto create = [&](SIpv4Address address, uint32_t trunks) {
     return CAudioSession(std::make_shared<SAudioControls>(), notice).Create(address, local, trunks, 2, SDtmfSettings());
   };
   EXPECT_TRUE(create(local, 1));

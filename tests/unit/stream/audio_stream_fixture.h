@@ -16,6 +16,7 @@
 #include "native_system.h"
 #include "platform/socket.h"
 #include "stream/audio_stream.h"
+#include "support/addresses.h"
 
 // An open audio stream with a card's end of it, for the tests that need its sockets and threads.
 namespace zelk::audiotest {
@@ -23,12 +24,6 @@ namespace zelk::audiotest {
 // Wire constants of the test's own.
 constexpr size_t kHeader = 8;
 constexpr int32_t kPatienceMs = 5000;
-
-inline uint32_t Address(const char* text) {
-  uint32_t address = 0;
-  EXPECT_TRUE(ParseIpv4(text, address));
-  return address;
-}
 
 using Packet = std::vector<uint8_t>;
 

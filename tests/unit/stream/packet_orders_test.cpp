@@ -12,6 +12,7 @@
 #include "platform/socket.h"
 #include "stream/audio_stream.h"
 #include "stream/sequence_rules.h"
+#include "support/addresses.h"
 
 // Packet orders through the pure rule and through an open audio stream with its socket and its thread: both must answer
 // the same packets as often, in the same order, and give the same lines.
@@ -25,12 +26,6 @@ constexpr int32_t kPatienceMs = 5000;
 constexpr size_t kOrders = 320;
 constexpr size_t kPacketsPerOrder = 14;
 static_assert(kPacketsPerOrder < 27);  // there are 27 lengths, one a packet
-
-uint32_t Address(const char* text) {
-  uint32_t address = 0;
-  EXPECT_TRUE(ParseIpv4(text, address));
-  return address;
-}
 
 // What an order of packets leads to. A reply is named by its length, which is that of the packet it answers.
 struct STrace {
