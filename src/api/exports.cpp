@@ -61,13 +61,12 @@ uint32_t ZELK_CALL ZELK_GetLastError(int32_t channel) {
   constexpr uint32_t kBadChannel = ZELK_ERROR_BAD_CHANNEL;
   return Guarded(kBadChannel, [channel]() -> uint32_t {
     const CDevice* device = Library().Channels().Find(channel);
-    return device != nullptr ? device->lastError.load() : kBadChannel;
+    return device != nullptr ? device->LastError() : kBadChannel;
   });
 }
 
 uint32_t ZELK_CALL ZELK_GetChannelInfo(int32_t channel, uint32_t key) {
-  return ForChannel(channel, uint32_t{0},
-                    [key](CDevice& device) { return zelk::InfoNumber(device, key, Library().Channels().Count()); });
+  return ForChannel(channel, uint32_t{0}, [key](CDevice& device) { return zelk::InfoNumber(device, key); });
 }
 
 const char* ZELK_CALL ZELK_GetChannelInfoString(int32_t channel, uint32_t key) {
@@ -113,8 +112,8 @@ const char* ZELK_CALL ZELK_DisconnectReasonToString(int32_t cause) {
 bool ZELK_CALL ZELK_PlayBuffer(int32_t channel, const void* data, uint32_t length) {
   return ForChannel(channel, false, [data, length](CDevice& device) {
     uint32_t error = ZELK_ERROR_NONE;
-    const bool played = zelk::PlayBuffer(device.wave, data, length, error);
-    device.lastError = error;
+    const bool played = zelk::PlayBuffer(device.Wave(), data, length, error);
+    device.SetLastError(error);
     return played;
   });
 }
@@ -122,19 +121,19 @@ bool ZELK_CALL ZELK_PlayBuffer(int32_t channel, const void* data, uint32_t lengt
 bool ZELK_CALL ZELK_PlayFile(int32_t channel, const char* path) {
   return ForChannel(channel, false, [path](CDevice& device) {
     uint32_t error = ZELK_ERROR_NONE;
-    const bool played = zelk::PlayFile(device.wave, path, error);
-    device.lastError = error;
+    const bool played = zelk::PlayFile(device.Wave(), path, error);
+    device.SetLastError(error);
     return played;
   });
 }
 
 uint32_t ZELK_CALL ZELK_PlayTimeLeft(int32_t channel) {
-  return ForChannel(channel, uint32_t{0}, [](CDevice& device) { return device.wave.TimeLeftMs(); });
+  return ForChannel(channel, uint32_t{0}, [](CDevice& device) { return device.Wave().TimeLeftMs(); });
 }
 
 void ZELK_CALL ZELK_StopPlay(int32_t channel) {
   ForChannel(channel, false, [](CDevice& device) {
-    device.wave.Flush();
+    device.Wave().Flush();
     return true;
   });
 }

@@ -35,7 +35,7 @@ Result ForChannel(int32_t channel, Result failure, Body&& body) noexcept {
     if (device == nullptr) {
       return failure;
     }
-    device->lastError = 0;
+    device->SetLastError(0);
     return std::forward<Body>(body)(*device);
   });
 }

@@ -119,12 +119,10 @@ uint32_t CLibrary::AddTrunks(CCard& card, uint32_t cardIndex, uint32_t trunkCoun
     if (static_cast<uint32_t>(channels.Count()) + kChannelsPerTrunk > kMaxChannels) {
       return trunk;
     }
-    for (uint32_t timeslot = 0; timeslot < kTimeslotsPerTrunk; ++timeslot) {
-      if (IsBchannel(timeslot)) {
-        const SDevicePlace place{static_cast<int32_t>(cardIndex), static_cast<int32_t>(trunk), timeslot,
-                                 static_cast<uint32_t>(channels.Count())};
-        channels.Add(std::make_unique<CDevice>(card, place));
-      }
+    for (size_t index = 0; index < kChannelsPerTrunk; ++index) {
+      const SDevicePlace place{static_cast<int32_t>(cardIndex), static_cast<int32_t>(trunk),
+                               static_cast<uint32_t>(BchannelOf(index)), static_cast<uint32_t>(channels.Count())};
+      channels.Add(std::make_unique<CDevice>(card, place));
     }
   }
   return trunkCount;

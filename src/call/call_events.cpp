@@ -1,7 +1,7 @@
 #include "call/call_events.h"
 
 #include "call/application_events.h"
-#include "call/channel_info.h"
+#include "call/call_type.h"
 #include "call/disconnect_cause.h"
 #include "runtime/log.h"
 
@@ -16,19 +16,17 @@ struct CCallEvents::SCall {
 
 namespace {
 
-void HangUp(CTrunk& trunk, PriCall call, int cause) {
+// False when libpri does not know the call.
+bool HangUp(CTrunk& trunk, PriCall call, int cause) {
   CScopedLock held(trunk.lock);
-  if (trunk.controller) {
-    trunk.controller->Hangup(call, cause);
-  }
+  return trunk.controller && trunk.controller->Hangup(call, cause) >= 0;
 }
 
 // The whole end of a call, libpri's part in the middle.
 void EndCall(CTrunk& trunk, CDevice& device, PriCall call, int32_t cause) {
   device.ClearCallInfo(cause);
   HangUp(trunk, call, kCauseNormalClearing);
-  device.ForgetCall();
-  device.direction = 0;
+  device.Call().End();
 }
 
 bool ReadParties(CTrunk& trunk, PriCall call, SPriParties& parties) {
@@ -36,17 +34,10 @@ bool ReadParties(CTrunk& trunk, PriCall call, SPriParties& parties) {
   return trunk.controller && trunk.controller->Parties(call, parties);
 }
 
-void TakeOverParties(CDevice& device, const SPriParties& parties) {
-  CScopedLock held(device.infoLock);
-  if (parties.remote.valid) {
-    device.cli = parties.remote.digits;
-  }
-  if (parties.called.valid) {
-    device.dli = parties.called.digits;
-  }
-  if (parties.redirecting.valid) {
-    device.callType = RedirectCallType(parties.redirectingReason);
-    device.rli = parties.redirecting.digits;
+void TakeOverParties(CTrunk& trunk, CDevice& device, PriCall call) {
+  SPriParties parties;
+  if (ReadParties(trunk, call, parties)) {
+    device.NoteParties(parties);
   }
 }
 
@@ -93,31 +84,29 @@ void CCallEvents::Handle(CCard& card, uint16_t trunkIndex, uint16_t bchannel, EC
 }
 
 uint32_t CCallEvents::CardOfTrunk(uint16_t trunkIndex) const {
-  const CDevice* first = channels.At(channels.SlotOf(trunkIndex, 1));
-  return first != nullptr ? static_cast<uint32_t>(first->cardIndex) : channels.CardIndex();
+  const CDevice* first = channels.At(channels.SlotsOfTrunk(trunkIndex).first);
+  return first != nullptr ? static_cast<uint32_t>(first->CardIndex()) : channels.CardIndex();
 }
 
 // A call that names no channel gets the trunk's first free one.
 bool CCallEvents::ChooseChannel(CCard& card, uint16_t trunkIndex, const SPriEvent& event, uint16_t& bchannel) const {
   CTrunk& trunk = card.Trunk(trunkIndex);
-  const size_t first = channels.SlotOf(trunkIndex, 1);
-  const size_t end = first + kChannelsPerTrunk;
-  size_t slot = first;
-  for (; slot < end && slot < kMaxChannels; ++slot) {
+  const CCardChannels::SSlots slots = channels.SlotsOfTrunk(trunkIndex);
+  size_t slot = slots.first;
+  for (; slot < slots.end && slot < kMaxChannels; ++slot) {
     const CDevice* device = channels.At(slot);
-    if (device != nullptr && device->callHandle == nullptr && device->isOpen && device->allowIncoming) {
+    if (device != nullptr && device->Call().View().callHandle == nullptr && device->IsOpen() &&
+        device->AllowsIncoming()) {
       break;
     }
   }
-  if (slot == end) {
+  if (slot == slots.end) {
     HangUp(trunk, event.call, kCauseChannelUnavailable);
     LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - New Call aborted due to BCHANNEL unavailable",
               CardOfTrunk(trunkIndex), unsigned{trunkIndex});
     return false;
   }
-  // Formed from the place in the whole table, not on the trunk: right only for the first trunk of the first card. The
-  // networks in use answer to this number, so it stays.
-  bchannel = static_cast<uint16_t>(BchannelOf(slot));
+  bchannel = CCardChannels::BchannelOfWholeTable(slot);
   CScopedLock held(trunk.lock);
   if (trunk.controller) {
     trunk.controller->NeedMoreInfo(event.call, bchannel);
@@ -127,12 +116,12 @@ bool CCallEvents::ChooseChannel(CCard& card, uint16_t trunkIndex, const SPriEven
 
 // True when the event is about a call that was lost with its trunk, and nothing is left to do.
 bool CCallEvents::TakeLostCall(const SCall& call, ECallEvent code) {
-  if (!call.device.IsLostCall(call.event.call)) {
+  if (!call.device.Call().IsLost(call.event.call)) {
     return false;
   }
   if (IsHangup(code)) {
     HangUp(call.trunk, call.event.call, kCauseNormalClearing);
-    call.device.ForgetLostCall(call.event.call);
+    call.device.Call().ForgetLost(call.event.call);
   }
   return true;
 }
@@ -148,7 +137,7 @@ void CCallEvents::Dispatch(const SCall& call, ECallEvent code) const {
     case CALLEV_HANGUP_ACK:
       return OnHangupAck(call);
     case CALLEV_RESTART:
-      return HangUp(call.trunk, device.callHandle, kCauseNormalClearing);
+      return OnRestart(call);
     case CALLEV_CONNECT_ACK:
       return OnConnectAck(call);
     case CALLEV_ANSWER:
@@ -157,10 +146,10 @@ void CCallEvents::Dispatch(const SCall& call, ECallEvent code) const {
       return OnRinging(call);
     case CALLEV_PROCEEDING:
       LogFormat(ELogClass::kDetail, device.LogChannel(), "Call Proceeding");
-      return ApplicationEvents().Post(device.channelNumber, EVENT_PROCEEDING, call.event.cause);
+      return ApplicationEvents().Post(device.ChannelNumber(), EVENT_PROCEEDING, call.event.cause);
     case CALLEV_PROGRESS:
       LogFormat(ELogClass::kDetail, device.LogChannel(), "Call Progress");
-      return ApplicationEvents().Post(device.channelNumber, EVENT_PROGRESS, call.event.cause);
+      return ApplicationEvents().Post(device.ChannelNumber(), EVENT_PROGRESS, call.event.cause);
     default:
       return;
   }
@@ -169,20 +158,14 @@ void CCallEvents::Dispatch(const SCall& call, ECallEvent code) const {
 void CCallEvents::OnRing(const SCall& call) {
   CDevice& device = call.device;
   const SPriEvent& ring = call.event;
-  if (!device.allowIncoming) {
+  if (!device.AllowsIncoming()) {
     HangUp(call.trunk, ring.call, kCauseChannelUnavailable);
     return;
   }
-  device.TakeOffer(ring.call);
+  device.Call().Offer(ring.call);
   SPriParties parties;
-  const bool redirected = ReadParties(call.trunk, ring.call, parties) && parties.redirecting.valid;
-  {
-    CScopedLock held(device.infoLock);
-    device.cli = ring.callingNumber;
-    device.dli = ring.calledNumber;
-    device.rli = ring.redirectingNumber;
-    device.callType = redirected ? RedirectCallType(ring.redirectingReason) : kCallTypeVoice;
-  }
+  const bool isRedirected = ReadParties(call.trunk, ring.call, parties) && parties.redirecting.valid;
+  device.NoteOffered(ring, isRedirected ? RedirectCallType(ring.redirectingReason) : kCallTypeVoice);
   {
     CScopedLock held(call.trunk.lock);
     if (call.trunk.controller) {
@@ -190,60 +173,63 @@ void CCallEvents::OnRing(const SCall& call) {
       call.trunk.controller->Alerting(ring.call, call.bchannel);
     }
   }
-  ApplicationEvents().Post(device.channelNumber, EVENT_INCOMING_CALL, 0);
+  ApplicationEvents().Post(device.ChannelNumber(), EVENT_INCOMING_CALL, 0);
 }
 
 void CCallEvents::OnHangup(const SCall& call, ECallEvent code) {
   CDevice& device = call.device;
-  const PriCall current = device.callHandle;
+  const PriCall current = device.Call().View().callHandle;
   if (current != nullptr && call.event.call != nullptr && call.event.call != current) {
-    // A call that this channel has given up ends behind the back of its newer one.
+    // A call that this channel has given up ends while it has a newer one.
     HangUp(call.trunk, call.event.call, kCauseNormalClearing);
     return;
   }
   EndCall(call.trunk, device, code == CALLEV_HANGUP ? call.event.call : current, call.event.cause);
-  ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, call.event.cause);
+  ApplicationEvents().Post(device.ChannelNumber(), EVENT_DISCONNECTED, call.event.cause);
+}
+
+// No reset and no event: the channel is freed by the release that follows.
+void CCallEvents::OnRestart(const SCall& call) {
+  const PriCall current = call.device.Call().View().callHandle;
+  if (HangUp(call.trunk, current, kCauseNormalClearing)) {
+    call.device.Call().Clear(current);
+  }
 }
 
 // libpri has no call any more and will say nothing else of it.
 void CCallEvents::OnHangupAck(const SCall& call) const {
-  if (call.event.call != nullptr && call.event.call == call.device.callHandle) {
-    lateReleases.Await(call.device.channelNumber, call.event.call, call.event.cause);
+  if (call.event.call != nullptr && call.event.call == call.device.Call().View().callHandle) {
+    lateReleases.Await(call.device.ChannelNumber(), call.event.call, call.event.cause);
   }
 }
 
 void CCallEvents::OnConnectAck(const SCall& call) {
   CDevice& device = call.device;
-  SPriParties parties;
-  if (ReadParties(call.trunk, call.event.call, parties)) {
-    TakeOverParties(device, parties);
-  }
-  device.connected = true;
-  device.SwitchEcho(device.Trunk().echoEnabled);
-  ApplicationEvents().Post(device.channelNumber, EVENT_CONNECTED, 0);
+  TakeOverParties(call.trunk, device, call.event.call);
+  device.Call().Connect(device.Trunk().echoEnabled);
+  ApplicationEvents().Post(device.ChannelNumber(), EVENT_CONNECTED, 0);
 }
 
 void CCallEvents::OnAnswer(const SCall& call) {
   CDevice& device = call.device;
-  SPriParties parties;
-  if (device.direction >= 1 && ReadParties(call.trunk, call.event.call, parties)) {
-    TakeOverParties(device, parties);
+  if (device.Call().View().direction >= 1) {
+    TakeOverParties(call.trunk, device, call.event.call);
   }
-  device.connected = true;
-  ApplicationEvents().Post(device.channelNumber, EVENT_CONNECTED, 0);
+  device.Call().Connect();
+  ApplicationEvents().Post(device.ChannelNumber(), EVENT_CONNECTED, 0);
 }
 
 void CCallEvents::OnRinging(const SCall& call) {
   CDevice& device = call.device;
   LogFormat(ELogClass::kDetail, device.LogChannel(), "Call Status Alerting");
-  if (call.trunk.hangupOnAlerting && device.connected) {
+  if (call.trunk.hangupOnAlerting && device.Call().View().connected) {
     // The hang-up member of a ringing event: what libpri has left there is hung up, and only if it is a call of its
     // own.
     EndCall(call.trunk, device, call.event.hangupCall, kCauseNormalClearing);
-    ApplicationEvents().Post(device.channelNumber, EVENT_DISCONNECTED, kCauseNormalClearing);
+    ApplicationEvents().Post(device.ChannelNumber(), EVENT_DISCONNECTED, kCauseNormalClearing);
     return;
   }
-  ApplicationEvents().Post(device.channelNumber, EVENT_ALERTING, 0);
+  ApplicationEvents().Post(device.ChannelNumber(), EVENT_ALERTING, 0);
 }
 
 }  // namespace zelk

@@ -15,12 +15,11 @@ constexpr uint16_t kNoBchannel = 0xFFFF;  // the network named no channel
 // Thread: control, with the trunk's lock held; it is taken again around what is done to libpri. No channel lock is held
 // while the application's callback runs, and the channel is not touched after it. Bad trunks and channels are ignored.
 //
-//            RING, Dial                ANSWER, CONNECT_ACK
-//   Idle ------------------> Offered ------------------------> Connected
-//     ^                         |                                  |
-//     +-- HANGUP, HANGUP_REQ ---+---- the same, or RINGING with "HangupOnAlerting"
-//
-// A HANGUP_ACK for the channel's own call changes nothing by itself: see CLateReleases.
+//   RING                  Offer                     see CCallState
+//   ANSWER, CONNECT_ACK   Connect
+//   RESTART               Clear
+//   HANGUP, HANGUP_REQ    End, also RINGING of a connected call with "HangupOnAlerting"
+//   HANGUP_ACK            nothing by itself, for the channel's own call: see CLateReleases
 class CCallEvents {
  public:
   CCallEvents(const CCardChannels& channels, CLateReleases& releases);
@@ -39,6 +38,7 @@ class CCallEvents {
   void Dispatch(const SCall& call, ECallEvent code) const;
   static void OnRing(const SCall& call);
   static void OnHangup(const SCall& call, ECallEvent code);
+  static void OnRestart(const SCall& call);
   static void OnConnectAck(const SCall& call);
   static void OnAnswer(const SCall& call);
   static void OnRinging(const SCall& call);

@@ -1,7 +1,6 @@
 #include "call/call_operations.h"
 
 #include "call/application_events.h"
-#include "call/channel_info.h"
 #include "call/disconnect_cause.h"
 #include "runtime/log.h"
 
@@ -11,38 +10,19 @@ namespace {
 
 enum class EDialResult { kDone, kBusy, kNoCall, kRefused };
 
-// The end of a call for reasons of our own, with nothing said to the network.
-void ResetLocally(CDevice& device) {
-  device.ClearCallInfo(kCauseNormalClearing);
-  device.ForgetCall();
-  device.direction = 0;
-}
-
-// Under the trunk lock; takes the call lock.
+// Under the trunk lock, which keeps other calls away from the channel meanwhile.
 EDialResult PlaceCall(CDevice& device, CTrunk& trunk, const char* number) ZELK_REQUIRES(trunk.lock) {
-  PriCall call = nullptr;
-  std::string callingNumber;
-  {
-    CScopedLock callHeld(device.callLock);
-    if (device.callHandle != nullptr) {
-      return EDialResult::kBusy;
-    }
-    device.startQueue.Clear();
-    {
-      CScopedLock infoHeld(device.infoLock);
-      callingNumber = device.dialCli;
-      device.cli = device.dialCli;
-      device.dli = number;
-      device.rli.clear();
-      device.callType = kCallTypeVoice;
-    }
-    call = trunk.controller ? trunk.controller->NewCall() : nullptr;
-    device.callHandle = call;
+  if (device.Call().View().callHandle != nullptr) {
+    return EDialResult::kBusy;
   }
+  device.StartQueue().Clear();
+  const std::string callingNumber = device.NoteDialled(number);
+  const PriCall call = trunk.controller ? trunk.controller->NewCall() : nullptr;
   if (call == nullptr) {
     return EDialResult::kNoCall;
   }
-  if (trunk.controller->Setup(call, static_cast<int>(device.timeslot), number, callingNumber.c_str(),
+  device.Call().Dial(call);
+  if (trunk.controller->Setup(call, static_cast<int>(device.Timeslot()), number, callingNumber.c_str(),
                               trunk.numberType) >= 0) {
     return EDialResult::kDone;
   }
@@ -51,14 +31,25 @@ EDialResult PlaceCall(CDevice& device, CTrunk& trunk, const char* number) ZELK_R
 }
 
 bool SendAnswer(const CDevice& device, CTrunk& trunk) ZELK_REQUIRES(trunk.lock) {
-  return trunk.controller && trunk.controller->Answer(device.callHandle, static_cast<int>(device.timeslot)) >= 0;
+  const PriCall call = device.Call().View().callHandle;
+  return trunk.controller && trunk.controller->Answer(call, static_cast<int>(device.Timeslot())) >= 0;
 }
 
 void FailAnswer(CDevice& device) {
   constexpr const char* kText = "Answer() -> Answer() failed in Q931 Connect().";
   device.SetMessage(kText);
   LogFormat(ELogClass::kStatus, device.LogChannel(), "%s", kText);
-  ResetLocally(device);
+  device.EndCall(kCauseNormalClearing);
+}
+
+// False when libpri does not know the call of the channel, or there is none by now.
+bool SendHangup(CDevice& device, CTrunk& trunk) ZELK_REQUIRES(trunk.lock) {
+  const PriCall call = device.Call().View().callHandle;
+  if (!trunk.controller || trunk.controller->Hangup(call, kCauseNormalClearing) < 0) {
+    return false;
+  }
+  device.Call().Clear(call);
+  return true;
 }
 
 }  // namespace
@@ -68,7 +59,7 @@ bool Dial(CDevice& device, const char* number, const char* callingNumber) {
     return false;
   }
   if (callingNumber != nullptr) {
-    SetInfo(device, "DIALCLI", callingNumber);
+    device.SetDialCli(callingNumber);
   }
   device.ClearMessage();
   EDialResult result = EDialResult::kDone;
@@ -87,7 +78,7 @@ bool Dial(CDevice& device, const char* number, const char* callingNumber) {
 
 bool Answer(CDevice& device) {
   device.ClearMessage();
-  if (device.connected) {
+  if (device.Call().View().connected) {
     return true;
   }
   CTrunk& trunk = device.Trunk();
@@ -95,39 +86,35 @@ bool Answer(CDevice& device) {
   const bool connectsAtOnce = trunk.nodeType == kNetworkSide;
   {
     CScopedLock held(trunk.lock);
-    if (device.connected) {
+    if (device.Call().View().connected) {
       return true;  // it was while we waited for the lock
     }
-    device.startQueue.Clear();
+    device.StartQueue().Clear();
     if (!SendAnswer(device, trunk)) {
       FailAnswer(device);
     }
     if (connectsAtOnce) {
       // Before the network can end the call: its end must not be overtaken.
-      device.connected = true;
-      device.SwitchEcho(trunk.echoEnabled);
+      device.Call().Connect(trunk.echoEnabled);
     }
   }
   if (connectsAtOnce) {
-    ApplicationEvents().Post(device.channelNumber, EVENT_CONNECTED, 0);
+    ApplicationEvents().Post(device.ChannelNumber(), EVENT_CONNECTED, 0);
   }
   return true;
 }
 
 bool Hangup(CDevice& device) {
-  device.direction = 0;
-  if (device.callHandle == nullptr) {
+  if (device.Call().BeginHangup() == nullptr) {
     return true;
   }
-  CTrunk& trunk = device.Trunk();
-  int result = -1;
+  bool isSent = false;
   {
+    CTrunk& trunk = device.Trunk();
     CScopedLock held(trunk.lock);
-    if (trunk.controller) {
-      result = trunk.controller->Hangup(device.callHandle, kCauseNormalClearing);
-    }
+    isSent = SendHangup(device, trunk);
   }
-  if (result < 0) {
+  if (!isSent) {
     LogLine("Hangup()-> Failed in Q931 release()", device.LogChannel());
   }
   return true;
@@ -135,18 +122,18 @@ bool Hangup(CDevice& device) {
 
 bool Reject(CDevice& device) {
   device.ClearMessage();
-  if (device.connected) {
+  if (device.Call().View().connected) {
     return true;
   }
   CTrunk& trunk = device.Trunk();
   CScopedLock held(trunk.lock);
-  if (device.connected) {
+  if (device.Call().View().connected) {
     return true;  // it was while we waited for the lock
   }
   if (trunk.controller) {
-    trunk.controller->Hangup(device.callHandle, kCauseCallRejected);
+    trunk.controller->Hangup(device.Call().View().callHandle, kCauseCallRejected);
   }
-  ResetLocally(device);
+  device.EndCall(kCauseNormalClearing);
   return false;
 }
 

@@ -10,13 +10,22 @@ void CCardChannels::Place(uint32_t trunk, uint32_t channel) {
   firstChannel = channel;
 }
 
-size_t CCardChannels::SlotOf(uint32_t trunk, uint32_t timeslot) const {
-  return size_t{FirstChannel()} + size_t{trunk} * kChannelsPerTrunk + VoiceIndexOf(timeslot);
+size_t CCardChannels::SlotOf(uint32_t trunk, uint32_t bchannel) const {
+  return SlotsOfTrunk(trunk).first + VoiceIndexOf(bchannel);
+}
+
+CCardChannels::SSlots CCardChannels::SlotsOfTrunk(uint32_t trunk) const {
+  const size_t first = size_t{firstChannel.load(std::memory_order_relaxed)} + size_t{trunk} * kChannelsPerTrunk;
+  return {first, first + kChannelsPerTrunk};
+}
+
+CCardChannels::SSlots CCardChannels::SlotsOfCard() const {
+  return {SlotsOfTrunk(0).first, SlotsOfTrunk(kMaxTrunks).first};
 }
 
 CDevice* CCardChannels::At(size_t slot) const {
   CDevice* device = table.At(slot);
-  return device != nullptr && device->cardIndex == static_cast<int32_t>(cardIndex) ? device : nullptr;
+  return device != nullptr && device->CardIndex() == static_cast<int32_t>(cardIndex) ? device : nullptr;
 }
 
 }  // namespace zelk

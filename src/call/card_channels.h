@@ -8,12 +8,21 @@
 
 namespace zelk {
 
-// Which slots of the channel table belong to one card, and how its trunks and timeslots map to them:
-//   slot = first channel + trunk x 30 + voice index of the timeslot.
+// The one map between timeslots, B-channels, slots and channels, for the channels of one card:
+//   B-channel     libpri's number of a timeslot: the timeslot's own, 1..15 and 17..31
+//   voice index   of a B-channel among its trunk's 30 (runtime/e1.h)
+//   slot          the place in the channel table: first channel + trunk x 30 + voice index
+//   channel       what stands in a slot; its number is the slot's
 // Numbers that come from the network may point anywhere: whatever is not this card's channel is reported as none.
 // Thread: Place the initialising thread, before the card is given its handlers; everything else any.
 class CCardChannels {
  public:
+  // Slots that follow each other.
+  struct SSlots {
+    size_t first;
+    size_t end;
+  };
+
   CCardChannels(const CChannelTable& table, uint32_t cardIndex);
 
   // firstTrunk: the number of trunks of all earlier cards; firstChannel: the first slot of this card.
@@ -21,10 +30,15 @@ class CCardChannels {
 
   uint32_t CardIndex() const { return cardIndex; }
   uint32_t FirstTrunk() const { return firstTrunk.load(std::memory_order_relaxed); }
-  uint32_t FirstChannel() const { return firstChannel.load(std::memory_order_relaxed); }
 
-  // Of a B-channel; numbers beyond 31 reach into the trunks that follow, as the call logic wants it.
-  size_t SlotOf(uint32_t trunk, uint32_t timeslot) const;
+  // The B-channel that a call without one is given: formed from the slot in the whole table, not from the voice index
+  // on the trunk, so right only for the first trunk of the first card. The networks in use answer to this number.
+  static constexpr uint16_t BchannelOfWholeTable(size_t slot) { return static_cast<uint16_t>(BchannelOf(slot)); }
+
+  // Numbers beyond 31 reach into the trunks that follow, as the call logic wants it.
+  size_t SlotOf(uint32_t trunk, uint32_t bchannel) const;
+  SSlots SlotsOfTrunk(uint32_t trunk) const;
+  SSlots SlotsOfCard() const;
   // The channel in a slot when it is this card's, else null.
   CDevice* At(size_t slot) const;
 

@@ -1,8 +1,6 @@
 #include "call/channel_info.h"
 
-#include <array>
 #include <cstdlib>
-#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -13,167 +11,116 @@ namespace zelk {
 
 namespace {
 
-constexpr const char* kRedirectUnknown = "Voice RedirectUnknown";
-constexpr const char* kRedirectBusy = "Voice RedirectBusy";
-constexpr const char* kRedirectNoReply = "Voice RedirectNoReply";
-constexpr const char* kRedirectDeflected = "Voice RedirectDeflected";
-constexpr const char* kRedirectOutOfOrder = "Voice RedirectOutOfOrder";
-constexpr const char* kRedirectForwarded = "Voice RedirectForwarded";
-constexpr const char* kRedirectUnconditional = "Voice RedirectUnconditional";
+using TextReader = const char* (*)(CDevice& device, int32_t channelCount);
+using NumberReader = uint32_t (*)(const CDevice& device);
 
-const char* ChannelState(const CDevice& device) {
-  switch (device.linkState) {
-    case -1:
-      return "DOWN";
-    case 1:
-      return device.callHandle != nullptr ? "INUSE" : "READY";
-    default:
-      return "UNKNOWN";
-  }
+constexpr uint32_t kNoCode = 0;
+constexpr TextReader kNoText = nullptr;
+constexpr NumberReader kNoNumber = nullptr;
+constexpr uint32_t kPriLine = 1;
+
+bool IsIncoming(const CDevice& device) {
+  return device.Call().View().direction >= 1;
 }
 
-struct SInfoKey {
-  std::string_view key;
-  std::string (*text)(CDevice& device, int32_t channelCount);
+// One piece of information. Its readers are its kind: text, number or both, by its code; a key reads the text.
+struct SInformation {
+  uint32_t code;         // of the public interface, kNoCode when it has none
+  std::string_view key;  // empty when it has none
+  TextReader text;
+  NumberReader number;
 };
 
-// Each is called with the information lock held.
-constexpr SInfoKey kInfoKeys[] = {
-    {"CLI", [](CDevice& device, int32_t) ZELK_NO_THREAD_SAFETY_ANALYSIS { return device.cli; }},
-    {"DLI", [](CDevice& device, int32_t) ZELK_NO_THREAD_SAFETY_ANALYSIS { return device.dli; }},
-    {"RLI", [](CDevice& device, int32_t) ZELK_NO_THREAD_SAFETY_ANALYSIS { return device.rli; }},
-    {"CALLTYPE", [](CDevice& device, int32_t) ZELK_NO_THREAD_SAFETY_ANALYSIS { return std::string(device.callType); }},
-    {"INPUTTYPE",
-     [](CDevice& device, int32_t) ZELK_NO_THREAD_SAFETY_ANALYSIS { return std::string(device.inputType); }},
-    {"OPENTYPE", [](CDevice& device, int32_t) { return std::string(device.wave.FormatName()); }},
+constexpr SInformation kInformation[] = {
+    {ZELK_INFO_SERIALNO, "SERIALNO", [](CDevice& device, int32_t) { return device.KeepInfo(device.SerialText()); },
+     [](const CDevice& device) {
+       return static_cast<uint32_t>(std::strtoull(device.SerialText().c_str(), nullptr, 10));
+     }},
+    {ZELK_INFO_CLI, "CLI", [](CDevice& device, int32_t) { return device.KeepInfo(device.Cli()); }, kNoNumber},
+    {ZELK_INFO_DLI, "DLI", [](CDevice& device, int32_t) { return device.KeepInfo(device.Dli()); }, kNoNumber},
+    {ZELK_INFO_RLI, "RLI", [](CDevice& device, int32_t) { return device.KeepInfo(device.Rli()); }, kNoNumber},
+    {ZELK_INFO_DIRECTION, "DIRECTION",
+     [](CDevice& device, int32_t) { return device.KeepInfo(IsIncoming(device) ? "INCOMING" : "OUTGOING"); },
+     [](const CDevice& device) -> uint32_t { return IsIncoming(device) ? 'I' : 'O'; }},
+    {ZELK_INFO_CHANNELSTATE, "CHANNELSTATE",
+     [](CDevice& device, int32_t) { return device.KeepInfo(ChannelState(device.Call().View()).text); },
+     [](const CDevice& device) { return ChannelState(device.Call().View()).code; }},
+    {ZELK_INFO_CALLTYPE, "CALLTYPE", [](CDevice& device, int32_t) { return device.KeepInfo(device.CallType()); },
+     [](const CDevice& device) { return CallTypeCode(device.CallType()); }},
+    // A constant, which leaves the text of the last request alone.
+    {ZELK_INFO_LINETYPE, "", [](CDevice&, int32_t) { return "PRI"; }, [](const CDevice&) { return kPriLine; }},
+    {ZELK_INFO_OPENTYPE, "OPENTYPE",
+     [](CDevice& device, int32_t) { return device.KeepInfo(device.Wave().FormatName()); },
+     [](const CDevice& device) -> uint32_t {
+       return std::string_view(device.Wave().FormatName()) == "MULAW" ? ZELK_FORMAT_MULAW : ZELK_FORMAT_ALAW;
+     }},
+    {ZELK_INFO_FIRMWAREVER, "FIRMWAREVER",
+     [](CDevice& device, int32_t) { return device.KeepInfo(std::to_string(device.FirmwareVersion())); }, kNoNumber},
+    {ZELK_INFO_FIRMWAREDATE, "FIRMWAREDATE",
+     [](CDevice& device, int32_t) { return device.KeepInfo(device.FirmwareDate()); }, kNoNumber},
+    {ZELK_INFO_BURNDATE, "BURNDATE", [](CDevice& device, int32_t) { return device.KeepInfo(device.BurnDate()); },
+     kNoNumber},
+    {ZELK_INFO_TRUNK, "", kNoText, [](const CDevice& device) { return static_cast<uint32_t>(device.TrunkIndex()); }},
+    {ZELK_INFO_TIMESLOT, "", kNoText, [](const CDevice& device) { return device.Timeslot(); }},
+    {kNoCode, "INPUTTYPE", [](CDevice& device, int32_t) { return device.KeepInfo(device.InputType()); }, kNoNumber},
     // One more than the timeslot: applications have always seen it so.
-    {"CHANNEL", [](CDevice& device, int32_t) { return std::to_string(device.timeslot + 1); }},
-    {"DIRECTION",
-     [](CDevice& device, int32_t) { return std::string(device.direction >= 1 ? "INCOMING" : "OUTGOING"); }},
-    {"CLITYPE", [](CDevice&, int32_t) { return std::string("DIGITAL"); }},
-    {"PHYSICALPORTS",
-     [](CDevice&, int32_t count) { return std::to_string(count / static_cast<int32_t>(kChannelsPerTrunk)); }},
-    {"SERIALNO", [](CDevice& device, int32_t) { return device.serialText; }},
-    {"FEATUREFLAGS", [](CDevice& device, int32_t) { return std::to_string(device.featureFlags); }},
-    {"FIRMWAREVER", [](CDevice& device, int32_t) { return std::to_string(device.firmwareVersion); }},
-    {"FIRMWAREDATE", [](CDevice& device, int32_t) { return device.firmwareDate; }},
-    {"BURNDATE", [](CDevice& device, int32_t) { return device.burnDate; }},
-    {"CHANNELSTATE", [](CDevice& device, int32_t) { return std::string(ChannelState(device)); }},
+    {kNoCode, "CHANNEL",
+     [](CDevice& device, int32_t) { return device.KeepInfo(std::to_string(device.Timeslot() + 1)); }, kNoNumber},
+    {kNoCode, "CLITYPE", [](CDevice& device, int32_t) { return device.KeepInfo("DIGITAL"); }, kNoNumber},
+    {kNoCode, "PHYSICALPORTS",
+     [](CDevice& device, int32_t count) {
+       return device.KeepInfo(std::to_string(count / static_cast<int32_t>(kChannelsPerTrunk)));
+     },
+     kNoNumber},
+    {kNoCode, "FEATUREFLAGS",
+     [](CDevice& device, int32_t) { return device.KeepInfo(std::to_string(device.FeatureFlags())); }, kNoNumber},
 };
 
-std::string InfoText(CDevice& device, std::string_view key, int32_t channelCount) {
-  for (const SInfoKey& entry : kInfoKeys) {
-    if (entry.key == key) {
-      return entry.text(device, channelCount);
+const SInformation* FindByKey(std::string_view key) {
+  for (const SInformation& entry : kInformation) {
+    if (!key.empty() && entry.key == key) {
+      return &entry;
     }
   }
-  return {};
+  return nullptr;
 }
 
-struct STextCode {
-  std::string_view text;
-  uint32_t code;
-};
-
-uint32_t CodeOf(std::string_view text, const STextCode* codes, size_t count, uint32_t otherwise) {
-  for (size_t entry = 0; entry < count; ++entry) {
-    if (codes[entry].text == text) {
-      return codes[entry].code;
+const SInformation* FindByCode(uint32_t code) {
+  for (const SInformation& entry : kInformation) {
+    if (code != kNoCode && entry.code == code) {
+      return &entry;
     }
   }
-  return otherwise;
+  return nullptr;
 }
-
-constexpr STextCode kChannelStates[] = {
-    {"INUSE", ZELK_CHANNEL_INUSE}, {"READY", ZELK_CHANNEL_READY}, {"DOWN", ZELK_CHANNEL_DOWN}};
-
-constexpr STextCode kCallTypes[] = {
-    {kRedirectBusy, ZELK_CALL_REDIRECT_BUSY},
-    {kRedirectNoReply, ZELK_CALL_REDIRECT_NO_REPLY},
-    {kRedirectUnconditional, ZELK_CALL_REDIRECT_UNCONDITIONAL},
-    {kRedirectDeflected, ZELK_CALL_REDIRECT_DEFLECTED},
-    {kRedirectOutOfOrder, ZELK_CALL_REDIRECT_OUT_OF_ORDER},
-    {kRedirectForwarded, ZELK_CALL_REDIRECT_FORWARDED},
-    {kRedirectUnknown, ZELK_CALL_REDIRECT_UNKNOWN},
-};
 
 }  // namespace
 
 const char* GetInfo(CDevice& device, const char* key, int32_t channelCount) {
-  CScopedLock held(device.infoLock);
-  device.infoResult = InfoText(device, key, channelCount);
-  return device.infoResult.c_str();
+  const SInformation* entry = FindByKey(key);
+  return entry != nullptr ? entry->text(device, channelCount) : device.KeepInfo("");
 }
 
 bool SetInfo(CDevice& device, const char* key, const char* value) {
   const std::string_view name(key);
   if (name == "DIALCLI") {
-    CScopedLock held(device.infoLock);
-    device.dialCli = value;
+    device.SetDialCli(value);
     return true;
   }
   if (name == "ALLOWINCOMING") {
-    device.allowIncoming = std::strtol(value, nullptr, 10) != 0;
+    device.AllowIncoming(std::strtol(value, nullptr, 10) != 0);
   }
   return false;
 }
 
 const char* InfoString(CDevice& device, uint32_t code, int32_t channelCount) {
-  switch (code) {
-    case ZELK_INFO_SERIALNO:
-      return GetInfo(device, "SERIALNO", channelCount);
-    case ZELK_INFO_CLI:
-      return GetInfo(device, "CLI", channelCount);
-    case ZELK_INFO_DLI:
-      return GetInfo(device, "DLI", channelCount);
-    case ZELK_INFO_RLI:
-      return GetInfo(device, "RLI", channelCount);
-    case ZELK_INFO_DIRECTION:
-      return GetInfo(device, "DIRECTION", channelCount);
-    case ZELK_INFO_CHANNELSTATE:
-      return GetInfo(device, "CHANNELSTATE", channelCount);
-    case ZELK_INFO_CALLTYPE:
-      return GetInfo(device, "CALLTYPE", channelCount);
-    case ZELK_INFO_LINETYPE:
-      return "PRI";
-    case ZELK_INFO_OPENTYPE:
-      return GetInfo(device, "OPENTYPE", channelCount);
-    case ZELK_INFO_FIRMWAREVER:
-      return GetInfo(device, "FIRMWAREVER", channelCount);
-    case ZELK_INFO_FIRMWAREDATE:
-      return GetInfo(device, "FIRMWAREDATE", channelCount);
-    case ZELK_INFO_BURNDATE:
-      return GetInfo(device, "BURNDATE", channelCount);
-    default:
-      return nullptr;
-  }
+  const SInformation* entry = FindByCode(code);
+  return entry != nullptr && entry->text != kNoText ? entry->text(device, channelCount) : nullptr;
 }
 
-uint32_t InfoNumber(CDevice& device, uint32_t code, int32_t channelCount) {
-  const auto text = [&](std::string_view key) {
-    CScopedLock held(device.infoLock);
-    return InfoText(device, key, channelCount);
-  };
-  switch (code) {
-    case ZELK_INFO_SERIALNO:
-      return static_cast<uint32_t>(std::strtoull(text("SERIALNO").c_str(), nullptr, 10));
-    case ZELK_INFO_DIRECTION:
-      return text("DIRECTION") == "INCOMING" ? 'I' : 'O';
-    case ZELK_INFO_CHANNELSTATE:
-      return CodeOf(text("CHANNELSTATE"), kChannelStates, std::size(kChannelStates), ZELK_CHANNEL_UNKNOWN);
-    case ZELK_INFO_CALLTYPE:
-      return CodeOf(text("CALLTYPE"), kCallTypes, std::size(kCallTypes), ZELK_CALL_VOICE);
-    case ZELK_INFO_LINETYPE:
-      return 1;
-    case ZELK_INFO_OPENTYPE:
-      return text("OPENTYPE") == "MULAW" ? ZELK_FORMAT_MULAW : ZELK_FORMAT_ALAW;
-    case ZELK_INFO_TRUNK:
-      return static_cast<uint32_t>(device.trunkIndex);
-    case ZELK_INFO_TIMESLOT:
-      return device.timeslot;
-    default:
-      return 0;
-  }
+uint32_t InfoNumber(const CDevice& device, uint32_t code) {
+  const SInformation* entry = FindByCode(code);
+  return entry != nullptr && entry->number != kNoNumber ? entry->number(device) : 0;
 }
 
 uint32_t SetInfoNumber(CDevice& device, int32_t code, int32_t value) {
@@ -184,24 +131,15 @@ uint32_t SetInfoNumber(CDevice& device, int32_t code, int32_t value) {
   return 1;
 }
 
-const char* RedirectCallType(int32_t reason) {
-  switch (reason) {
-    case 0:
-      return kRedirectUnknown;
+SChannelState ChannelState(const SCallView& call) {
+  switch (call.linkState) {
+    case -1:
+      return {"DOWN", ZELK_CHANNEL_DOWN};
     case 1:
-      return kRedirectBusy;
-    case 2:
-      return kRedirectNoReply;
-    case 3:
-      return kRedirectDeflected;
-    case 9:
-      return kRedirectOutOfOrder;
-    case 10:
-      return kRedirectForwarded;
-    case 15:
-      return kRedirectUnconditional;
+      return call.callHandle != nullptr ? SChannelState{"INUSE", ZELK_CHANNEL_INUSE}
+                                        : SChannelState{"READY", ZELK_CHANNEL_READY};
     default:
-      return kCallTypeVoice;
+      return {"UNKNOWN", ZELK_CHANNEL_UNKNOWN};
   }
 }
 

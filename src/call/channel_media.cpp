@@ -14,21 +14,21 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
   if (!FindSlot(trunk, timeslot, slot)) {
     std::fill_n(fill.data, kBlockBytes, uint8_t{0});
   } else if (CDevice* device = channels.At(slot)) {
-    fill.flushCount = device->wave.FillBlock(fill.data, kBlockBytes);
+    fill.flushCount = device->Wave().FillBlock(fill.data, kBlockBytes);
     fill.KeepQueued();
-    ApplicationEvents().Play(device->channelNumber, fill.data, kBlockBytes);
+    ApplicationEvents().Play(device->ChannelNumber(), fill.data, kBlockBytes);
   }
 }
 
 bool CChannelMedia::EndsPlay(uint32_t trunk, uint32_t timeslot) const {
   CDevice* device = Find(trunk, timeslot);
-  return device != nullptr && device->wave.QueryPlayMark();
+  return device != nullptr && device->Wave().QueryPlayMark();
 }
 
 void CChannelMedia::OnMarkSent(uint32_t trunk, uint32_t timeslot) const {
   CDevice* device = Find(trunk, timeslot);
-  if (device != nullptr && device->wave.PlayMarkSent()) {
-    ApplicationEvents().Post(device->channelNumber, EVENT_PLAY_DONE, 0);
+  if (device != nullptr && device->Wave().PlayMarkSent()) {
+    ApplicationEvents().Post(device->ChannelNumber(), EVENT_PLAY_DONE, 0);
   }
 }
 
@@ -37,15 +37,15 @@ void CChannelMedia::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBloc
   if (!FindSlot(trunk, timeslot, slot)) {
     std::fill(block.begin(), block.end(), uint8_t{0});
   } else if (CDevice* device = channels.At(slot)) {
-    const uint32_t channel = device->channelNumber;
-    device->wave.RecordTap(block.data(), kBlockBytes);
+    const uint32_t channel = device->ChannelNumber();
+    device->Wave().RecordTap(block.data(), kBlockBytes);
     ApplicationEvents().Record(channel, block.data(), kBlockBytes);
   }
 }
 
 void CChannelMedia::OnDigit(uint32_t trunk, uint32_t timeslot, char digit) const {
   if (const CDevice* device = Find(trunk, timeslot)) {
-    ApplicationEvents().Post(device->channelNumber, EVENT_DTMF, digit);
+    ApplicationEvents().Post(device->ChannelNumber(), EVENT_DTMF, digit);
   }
 }
 

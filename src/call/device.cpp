@@ -10,8 +10,6 @@ namespace zelk {
 namespace {
 
 constexpr size_t kMaxNameChars = 512;
-// libpri clears a lost call within its timers; a trunk that flaps faster than that leaves a few behind.
-constexpr size_t kMaxLostCalls = 16;
 
 std::string DisplayName(const CCard& card, const SDevicePlace& place) {
   std::string name;
@@ -23,22 +21,19 @@ std::string DisplayName(const CCard& card, const SDevicePlace& place) {
 
 }  // namespace
 
-CDevice::CDevice(CCard& ownCard, const SDevicePlace& place)
+CDevice::CDevice(CCard& ownCard, const SDevicePlace& ownPlace, int32_t direction)
     : card(ownCard),
-      cardIndex(place.cardIndex),
-      trunkIndex(place.trunkIndex),
-      timeslot(place.timeslot),
-      channelNumber(place.channelNumber),
-      name(DisplayName(ownCard, place)),
+      place(ownPlace),
+      name(DisplayName(ownCard, ownPlace)),
       serialText(std::to_string(ownCard.SerialNumber())),
       featureFlags(ownCard.FeatureFlags()),
       firmwareDate(ownCard.FirmwareDate()),
       burnDate(ownCard.BurnDate()),
       firmwareVersion(ownCard.FirmwareVersion()),
+      call(*this, direction),
       wave(*this) {
   endQueue.Create(kDwordQueueCapacity);
   startQueue.Create(kDwordQueueCapacity);
-  lostCalls.reserve(kMaxLostCalls);
 }
 
 CDevice::~CDevice() = default;
@@ -57,91 +52,138 @@ void CDevice::Close() {
     return;
   }
   ClearMessage();
-  linkState = -1;
+  call.CloseLink();
   wave.Close();
   isOpen = false;
 }
 
 CTrunk& CDevice::Trunk() const {
-  return card.Trunk(static_cast<uint32_t>(trunkIndex));
-}
-
-void CDevice::SwitchEcho(bool on) const {
-  card.Audio().SetEchoSwitch(static_cast<uint32_t>(trunkIndex), on);
+  return card.Trunk(static_cast<uint32_t>(place.trunkIndex));
 }
 
 void CDevice::ClearMessage() {
-  CScopedLock held(infoLock);
-  message.fill('\0');
+  SetMessage("");
 }
 
 void CDevice::SetMessage(const char* text) {
-  CScopedLock held(infoLock);
+  const CScopedLock<CMutex> held(infoLock);
   message.fill('\0');
   std::memcpy(message.data(), text, std::min(std::strlen(text), kMessageBytes - 1));
 }
 
+std::string CDevice::Message() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return message.data();
+}
+
+void CDevice::SetDialCli(const char* number) {
+  const CScopedLock<CMutex> held(infoLock);
+  dialCli = number;
+}
+
+std::string CDevice::NoteDialled(const char* number) {
+  const CScopedLock<CMutex> held(infoLock);
+  std::string callingNumber = dialCli;
+  cli = dialCli;
+  dli = number;
+  rli.clear();
+  callType = kCallTypeVoice;
+  return callingNumber;
+}
+
+void CDevice::NoteOffered(const SPriEvent& ring, const char* type) {
+  const CScopedLock<CMutex> held(infoLock);
+  cli = ring.callingNumber;
+  dli = ring.calledNumber;
+  rli = ring.redirectingNumber;
+  callType = type;
+}
+
+void CDevice::NoteParties(const SPriParties& parties) {
+  const CScopedLock<CMutex> held(infoLock);
+  if (parties.remote.valid) {
+    cli = parties.remote.digits;
+  }
+  if (parties.called.valid) {
+    dli = parties.called.digits;
+  }
+  if (parties.redirecting.valid) {
+    callType = RedirectCallType(parties.redirectingReason);
+    rli = parties.redirecting.digits;
+  }
+}
+
+std::string CDevice::DialCli() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return dialCli;
+}
+
+std::string CDevice::Cli() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return cli;
+}
+
+std::string CDevice::Dli() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return dli;
+}
+
+std::string CDevice::Rli() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return rli;
+}
+
+std::string CDevice::CallType() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return callType;
+}
+
+std::string CDevice::InputType() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return inputType;
+}
+
+int32_t CDevice::LastCause() const {
+  const CScopedLock<CMutex> held(infoLock);
+  return lastCause;
+}
+
+const char* CDevice::KeepInfo(const std::string& text) {
+  const CScopedLock<CMutex> held(infoLock);
+  infoResult = text;
+  return infoResult.c_str();
+}
+
 void CDevice::ClearCallInfo(int32_t cause) {
-  CScopedLock held(infoLock);
+  const CScopedLock<CMutex> held(infoLock);
   lastCause = cause;
   cli.clear();
   dli.clear();
   rli.clear();
-  callType = "";
+  callType = kCallTypeNone;
   inputType = "";
   endQueue.Clear();
 }
 
-void CDevice::ForgetCall() {
-  CScopedLock held(callLock);
-  callHandle = nullptr;
-  connected = false;
-  SwitchEcho(false);
+void CDevice::EndCall(int32_t cause) {
+  ClearCallInfo(cause);
+  call.End();
 }
 
-void CDevice::TakeOffer(PriCall call) {
-  CScopedLock held(callLock);
-  callHandle = call;
-  connected = false;
-}
-
-void CDevice::RememberLostCall() {
-  CScopedLock held(callLock);
-  PriCall call = callHandle;
-  if (call == nullptr || std::find(lostCalls.begin(), lostCalls.end(), call) != lostCalls.end()) {
-    return;
-  }
-  if (lostCalls.size() == kMaxLostCalls) {
-    lostCalls.erase(lostCalls.begin());
-  }
-  lostCalls.push_back(call);
-}
-
-bool CDevice::IsLostCall(PriCall call) {
-  CScopedLock held(callLock);
-  return call != nullptr && std::find(lostCalls.begin(), lostCalls.end(), call) != lostCalls.end();
-}
-
-void CDevice::ForgetLostCall(PriCall call) {
-  CScopedLock held(callLock);
-  std::erase(lostCalls, call);
-}
-
-void CDevice::ForgetLostCalls() {
-  CScopedLock held(callLock);
-  lostCalls.clear();
+void CDevice::SwitchEcho(bool on) {
+  card.Audio().SetEchoSwitch(static_cast<uint32_t>(place.trunkIndex), on);
 }
 
 void CDevice::SilenceTransmit() {
-  card.Audio().SilenceTransmit(static_cast<uint32_t>(trunkIndex), timeslot);
+  card.Audio().SilenceTransmit(static_cast<uint32_t>(place.trunkIndex), place.timeslot);
 }
 
 uint32_t CDevice::FlushCount() const {
-  return card.Audio().FlushCount(static_cast<uint32_t>(trunkIndex), timeslot);
+  return card.Audio().FlushCount(static_cast<uint32_t>(place.trunkIndex), place.timeslot);
 }
 
 int32_t CDevice::LogChannel() const {
-  return static_cast<int32_t>(channelNumber);
+  return static_cast<int32_t>(place.channelNumber);
 }
 
 }  // namespace zelk

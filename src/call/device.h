@@ -4,8 +4,9 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
-#include <vector>
 
+#include "call/call_state.h"
+#include "call/call_type.h"
 #include "card/card.h"
 #include "platform/mutex.h"
 #include "playback/dword_queue.h"
@@ -27,10 +28,10 @@ struct SDevicePlace {
 // One voice channel: its place, the state of its call, the texts that the application reads, and its play queue.
 // Thread: any. The record itself does nothing; what happens to it stands in channel_info, call_events, call_operations
 // and trunk_status. The channel table owns it; the card must outlive it. Lock order: trunk lock, callLock, infoLock.
-class CDevice : public IWaveOwner {
+class CDevice : public IWaveOwner, public IEchoSwitch {
  public:
-  // Copies the card's serial number and firmware texts, as they are after its open.
-  CDevice(CCard& card, const SDevicePlace& place);
+  // Copies the card's serial number and firmware texts, as they are after its open. direction: see CCallState.
+  CDevice(CCard& card, const SDevicePlace& place, int32_t direction = 0);
   ~CDevice() override;
   CDevice(const CDevice&) = delete;
   CDevice& operator=(const CDevice&) = delete;
@@ -39,38 +40,70 @@ class CDevice : public IWaveOwner {
   void Open();
   // Reads "DOWN" from here until the trunk next comes up; a call goes on. Nothing when it is not open.
   void Close();
+  bool IsOpen() const { return isOpen; }
 
   CTrunk& Trunk() const;
-  // The switch of the whole trunk: the audio of its other channels follows it too.
-  void SwitchEcho(bool on) const;
+  int32_t CardIndex() const { return place.cardIndex; }
+  int32_t TrunkIndex() const { return place.trunkIndex; }
+  uint32_t Timeslot() const { return place.timeslot; }
+  uint32_t ChannelNumber() const { return place.channelNumber; }
+  const std::string& Name() const { return name; }
+  const std::string& SerialText() const { return serialText; }
+  uint32_t FeatureFlags() const { return featureFlags; }
+  const std::string& FirmwareDate() const { return firmwareDate; }
+  const std::string& BurnDate() const { return burnDate; }
+  uint8_t FirmwareVersion() const { return firmwareVersion; }
+
+  CCallState& Call() { return call; }
+  const CCallState& Call() const { return call; }
+  CWave& Wave() { return wave; }
+  const CWave& Wave() const { return wave; }
+  CDwordQueue& StartQueue() { return startQueue; }
+  CDwordQueue& EndQueue() { return endQueue; }
+
+  uint32_t LastError() const { return lastError; }
+  void SetLastError(uint32_t error) { lastError = error; }
+  bool AllowsIncoming() const { return allowIncoming; }
+  void AllowIncoming(bool allow) { allowIncoming = allow; }
+
+  // ---- information, each under infoLock ----
 
   void ClearMessage();
   void SetMessage(const char* text);  // at most 512 characters are kept
+  std::string Message() const;
 
-  // First half of every call end: the cause is kept, numbers and call type are emptied.
+  void SetDialCli(const char* number);
+  // Texts of a call that the application makes. Returns the calling number.
+  std::string NoteDialled(const char* number);
+  // Texts of a call that the network offers.
+  void NoteOffered(const SPriEvent& ring, const char* type);
+  // Those that libpri knows by the time of the answer; what is not valid keeps its text.
+  void NoteParties(const SPriParties& parties);
+
+  std::string DialCli() const;
+  std::string Cli() const;
+  std::string Dli() const;
+  std::string Rli() const;
+  std::string CallType() const;
+  std::string InputType() const;
+  int32_t LastCause() const;
+
+  // Keeps what an information request found; the result lives until the next one.
+  const char* KeepInfo(const std::string& text);
+
+  // First half of every call end: the cause is kept, numbers and call type are emptied. The second is CCallState::End.
   void ClearCallInfo(int32_t cause);
-  // Second half: no call, not connected, echo cancelling off.
-  void ForgetCall();
-  // A call that the network offers. Whatever the channel was left with, it is not connected.
-  void TakeOffer(PriCall call);
+  // Both, for a call of which libpri has nothing left to hang up.
+  void EndCall(int32_t cause);
 
-  // A call lost with its trunk or card lives on in libpri until it is cleared there; what libpri still says of it must
-  // not reach a newer call on this channel. RememberLost keeps the current call as one of these.
-  void RememberLostCall();
-  bool IsLostCall(PriCall call);
-  // libpri has cleared it.
-  void ForgetLostCall(PriCall call);
-  void ForgetLostCalls();
-
+  void SwitchEcho(bool on) override;
   void SilenceTransmit() override;
   uint32_t FlushCount() const override;
   int32_t LogChannel() const override;
 
+ private:
   CCard& card;
-  const int32_t cardIndex;
-  const int32_t trunkIndex;
-  const uint32_t timeslot;
-  const uint32_t channelNumber;
+  const SDevicePlace place;
   const std::string name;
   const std::string serialText;
   const uint32_t featureFlags;
@@ -79,34 +112,24 @@ class CDevice : public IWaveOwner {
   const uint8_t firmwareVersion;
 
   std::atomic<bool> isOpen{false};
-  std::atomic<int32_t> linkState{-1};  // -1 trunk down, 1 trunk up
-  // Below 1 outgoing. Nothing ever sets another value, so every call reads as outgoing: applications rely on it.
-  std::atomic<int32_t> direction{0};
   std::atomic<uint32_t> lastError{0};
-  std::atomic<bool> connected{false};
   std::atomic<bool> allowIncoming{true};
-  // Written under callLock.
-  std::atomic<PriCall> callHandle{nullptr};
-  CMutex callLock;
+  CCallState call;
 
-  CMutex infoLock;
+  mutable CMutex infoLock;
   int32_t lastCause ZELK_GUARDED_BY(infoLock) = 0;
   std::string dialCli ZELK_GUARDED_BY(infoLock);
   std::string infoResult ZELK_GUARDED_BY(infoLock);  // what the last information request returned
   std::string cli ZELK_GUARDED_BY(infoLock);
   std::string dli ZELK_GUARDED_BY(infoLock);
   std::string rli ZELK_GUARDED_BY(infoLock);
-  const char* callType ZELK_GUARDED_BY(infoLock) = "";
+  const char* callType ZELK_GUARDED_BY(infoLock) = kCallTypeNone;
   const char* inputType ZELK_GUARDED_BY(infoLock) = "";
   std::array<char, kMessageBytes> message ZELK_GUARDED_BY(infoLock) = {};
 
   CDwordQueue endQueue;
   CDwordQueue startQueue;
 
- private:
-  std::vector<PriCall> lostCalls ZELK_GUARDED_BY(callLock);
-
- public:
   CWave wave;  // last: it is destroyed first and still calls up to this channel
 };
 

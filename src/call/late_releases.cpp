@@ -62,13 +62,11 @@ void CLateReleases::Release(CCard& card, const SAwaited& due) const {
   if (device == nullptr) {
     return;
   }
-  const CScopedLock<CRecursiveMutex> held(card.Trunk(static_cast<uint32_t>(device->trunkIndex)).lock);
-  if (device->callHandle != due.call) {
+  const CScopedLock<CRecursiveMutex> held(card.Trunk(static_cast<uint32_t>(device->TrunkIndex())).lock);
+  if (device->Call().View().callHandle != due.call) {
     return;
   }
-  device->ClearCallInfo(due.cause);
-  device->ForgetCall();
-  device->direction = 0;
+  device->EndCall(due.cause);
   ApplicationEvents().Post(due.channel, EVENT_DISCONNECTED, due.cause);
 }
 

@@ -16,7 +16,7 @@ constexpr uint32_t kReopenLockMs = 100;
 
 // False when the caller has been given up.
 bool PostState(const CDevice& device, int32_t state, const CStopFlag& caller) {
-  ApplicationEvents().Post(device.channelNumber, EVENT_CHANNEL_STATE, state);
+  ApplicationEvents().Post(device.ChannelNumber(), EVENT_CHANNEL_STATE, state);
   return !caller.IsSet();
 }
 
@@ -29,10 +29,8 @@ bool TakeDown(CDevice& device, const SLockPatience& patience) {
     if (patience.caller.IsSet()) {
       return false;
     }
-    device.linkState = -1;
-    device.RememberLostCall();
+    device.Call().Lose();
     device.ClearCallInfo(kCauseNormalClearing);
-    device.ForgetCall();
   }
   return PostState(device, 0, patience.caller);
 }
@@ -121,16 +119,12 @@ void CTrunkStatus::LogLine(uint32_t trunk, const char* text) const {
   LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: Trunk %u - %s", channels.FirstTrunk(), trunk, text);
 }
 
-size_t CTrunkStatus::FirstSlot(uint32_t trunk) const {
-  return (size_t{channels.FirstTrunk()} + trunk) * kChannelsPerTrunk;
-}
-
 // Slots are looked up afresh each time: the application may shut the library down while its callback runs.
 void CTrunkStatus::SetTrunkUp(uint32_t trunk, const CStopFlag& caller) const {
-  const size_t first = FirstSlot(trunk);
-  for (size_t slot = first; slot < first + kChannelsPerTrunk; ++slot) {
+  const CCardChannels::SSlots slots = channels.SlotsOfTrunk(trunk);
+  for (size_t slot = slots.first; slot < slots.end; ++slot) {
     CDevice* device = channels.At(slot);
-    if (device != nullptr && device->linkState.exchange(1) != 1 && !PostState(*device, 1, caller)) {
+    if (device != nullptr && device->Call().TrunkUp() && !PostState(*device, 1, caller)) {
       return;
     }
   }
@@ -138,10 +132,10 @@ void CTrunkStatus::SetTrunkUp(uint32_t trunk, const CStopFlag& caller) const {
 
 void CTrunkStatus::SetTrunkDown(uint32_t trunk, const CStopFlag& caller) const {
   const SLockPatience patience(kNoLimitMs, caller);
-  const size_t first = FirstSlot(trunk);
-  for (size_t slot = first; slot < first + kChannelsPerTrunk; ++slot) {
+  const CCardChannels::SSlots slots = channels.SlotsOfTrunk(trunk);
+  for (size_t slot = slots.first; slot < slots.end; ++slot) {
     CDevice* device = channels.At(slot);
-    if (device != nullptr && device->linkState != -1 && !TakeDown(*device, patience)) {
+    if (device != nullptr && device->Call().View().linkState != -1 && !TakeDown(*device, patience)) {
       return;
     }
   }
@@ -149,8 +143,8 @@ void CTrunkStatus::SetTrunkDown(uint32_t trunk, const CStopFlag& caller) const {
 
 void CTrunkStatus::LoseCard(const CStopFlag& caller) const {
   const SLockPatience patience(kNoLimitMs, caller);
-  const size_t first = channels.FirstChannel();
-  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
+  const CCardChannels::SSlots slots = channels.SlotsOfCard();
+  for (size_t slot = slots.first; slot < slots.end; ++slot) {
     if (CDevice* device = channels.At(slot)) {
       device->Trunk().lineStatus = kLineUnknown;
       if (!TakeDown(*device, patience)) {
@@ -165,20 +159,20 @@ void CTrunkStatus::OnCardReopening(const CStopFlag& caller) const {
     return;
   }
   // The controllers take their calls with them: nothing will be said of a lost call again.
-  const size_t first = channels.FirstChannel();
-  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
+  const CCardChannels::SSlots slots = channels.SlotsOfCard();
+  for (size_t slot = slots.first; slot < slots.end; ++slot) {
     if (CDevice* device = channels.At(slot)) {
-      device->ForgetLostCalls();
+      device->Call().ForgetAllLost();
     }
   }
 }
 
 bool CTrunkStatus::TakeCallsDown(const CStopFlag& caller) const {
   const SLockPatience patience(kReopenLockMs, caller);
-  const size_t first = channels.FirstChannel();
-  for (size_t slot = first; slot < first + size_t{kMaxTrunks} * kChannelsPerTrunk; ++slot) {
+  const CCardChannels::SSlots slots = channels.SlotsOfCard();
+  for (size_t slot = slots.first; slot < slots.end; ++slot) {
     CDevice* device = channels.At(slot);
-    if (device != nullptr && device->callHandle != nullptr && !TakeDown(*device, patience)) {
+    if (device != nullptr && device->Call().View().callHandle != nullptr && !TakeDown(*device, patience)) {
       return false;
     }
   }

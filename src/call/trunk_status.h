@@ -36,7 +36,6 @@ class CTrunkStatus {
   void LoseCard(const CStopFlag& caller) const;
   bool TakeCallsDown(const CStopFlag& caller) const;
   void LogLine(uint32_t trunk, const char* text) const;
-  size_t FirstSlot(uint32_t trunk) const;
 
   const CCardChannels& channels;
 };

@@ -59,8 +59,8 @@ TEST(ExportsBeforeInit, EveryChannelIsBad) {
 }
 
 TEST_F(Exports, BadChannelsFailAndTouchNoChannel) {
-  Channel(0).lastError = 7;
-  Channel(1).lastError = 7;
+  Channel(0).SetLastError(7);
+  Channel(1).SetLastError(7);
   for (const int32_t channel : kBadChannels) {
     ExpectEveryExportFails(channel);
   }
@@ -85,8 +85,8 @@ TEST_F(Exports, EveryExportOfAChannelClearsItsLastError) {
       [](int32_t channel) { ZELK_StopPlay(channel); },
   };
   for (const auto call : calls) {
-    Channel(1).lastError = 7;
-    Channel(0).lastError = 7;
+    Channel(1).SetLastError(7);
+    Channel(0).SetLastError(7);
     call(1);
     EXPECT_EQ(ZELK_GetLastError(1), 0U) << &call - calls;
     EXPECT_EQ(ZELK_GetLastError(0), 7U);
@@ -94,27 +94,27 @@ TEST_F(Exports, EveryExportOfAChannelClearsItsLastError) {
 }
 
 TEST_F(Exports, ReadingTheLastErrorKeepsIt) {
-  Channel(0).lastError = 3;
+  Channel(0).SetLastError(3);
   EXPECT_EQ(ZELK_GetLastError(0), 3U);
   EXPECT_EQ(ZELK_GetLastError(0), 3U);
 }
 
 TEST_F(Exports, SetChannelInfoStringDoesNothingAtAll) {
-  Channel(0).lastError = 3;
+  Channel(0).SetLastError(3);
   EXPECT_EQ(ZELK_SetChannelInfoString(0, ZELK_SET_ALLOWINCOMING, "0"), 0U);
   EXPECT_EQ(ZELK_SetChannelInfoString(0, -1, nullptr), 0U);
   EXPECT_EQ(ZELK_GetLastError(0), 3U);
-  EXPECT_TRUE(Channel(0).allowIncoming);
+  EXPECT_TRUE(Channel(0).AllowsIncoming());
 }
 
 TEST_F(Exports, OpeningTwiceAndClosing) {
   EXPECT_EQ(ZELK_GetChannelCount(), 2);
   EXPECT_TRUE(ZELK_OpenChannel(0));
   EXPECT_TRUE(ZELK_OpenChannel(0));
-  EXPECT_TRUE(Channel(0).isOpen);
-  Channel(0).linkState = 1;
+  EXPECT_TRUE(Channel(0).IsOpen());
+  Channel(0).Call().TrunkUp();
   ZELK_CloseChannel(0);
-  EXPECT_FALSE(Channel(0).isOpen);
+  EXPECT_FALSE(Channel(0).IsOpen());
   EXPECT_EQ(ZELK_GetChannelInfo(0, ZELK_INFO_CHANNELSTATE), uint32_t{ZELK_CHANNEL_DOWN});
 }
 
@@ -124,7 +124,7 @@ TEST_F(Exports, InformationByNumberAndText) {
   EXPECT_EQ(ZELK_GetChannelInfo(1, ZELK_INFO_TIMESLOT), 2U);
   EXPECT_EQ(ZELK_GetChannelInfo(1, ZELK_INFO_DIRECTION), 79U);
   EXPECT_EQ(ZELK_SetChannelInfo(0, ZELK_SET_ALLOWINCOMING, 0), 1U);
-  EXPECT_FALSE(Channel(0).allowIncoming);
+  EXPECT_FALSE(Channel(0).AllowsIncoming());
   EXPECT_EQ(ZELK_SetChannelInfo(0, 2, 1), 0U);
 }
 

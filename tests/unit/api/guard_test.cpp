@@ -30,11 +30,11 @@ TEST_F(Guard, WhateverIsThrownBecomesTheFailureValue) {
 
 TEST_F(Guard, ChannelsLastErrorIsClearedBeforeTheBodyRuns) {
   CDevice& device = *Library().Channels().Find(0);
-  device.lastError = 5;
-  EXPECT_EQ(ForChannel(0, -1, [](CDevice& found) { return static_cast<int>(found.lastError); }), 0);
-  device.lastError = 5;
+  device.SetLastError(5);
+  EXPECT_EQ(ForChannel(0, -1, [](CDevice& found) { return static_cast<int>(found.LastError()); }), 0);
+  device.SetLastError(5);
   EXPECT_EQ(ForChannel(0, -1, [](CDevice&) -> int { throw 1; }), -1);
-  EXPECT_EQ(device.lastError, 0U);
+  EXPECT_EQ(device.LastError(), 0U);
 }
 
 TEST_F(Guard, BodyDoesNotRunWithoutAChannel) {

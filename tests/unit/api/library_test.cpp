@@ -98,16 +98,16 @@ TEST_F(CLibraryTest, CardsTrunksAndTimeslotsMakeTheTable) {
   MakeCards({4, 1});
   ASSERT_TRUE(library.Init());
   ASSERT_EQ(library.Channels().Count(), 150);
-  EXPECT_EQ(Channel(0)->name, "ZelkBoard (4P 1000) Trunk 1 Chn 1");
-  EXPECT_EQ(Channel(15)->name, "ZelkBoard (4P 1000) Trunk 1 Chn 17");
-  EXPECT_EQ(Channel(119)->name, "ZelkBoard (4P 1000) Trunk 4 Chn 31");
-  EXPECT_EQ(Channel(120)->name, "ZelkBoard (1P 1001) Trunk 1 Chn 1");
-  EXPECT_EQ(Channel(120)->cardIndex, 1);
-  EXPECT_EQ(Channel(120)->serialText, "1001");
-  EXPECT_EQ(Channel(120)->featureFlags, 0xDEADBEEFU);
-  EXPECT_EQ(Channel(120)->firmwareVersion, 3);
-  EXPECT_EQ(Channel(120)->firmwareDate, "20241130");
-  EXPECT_EQ(Channel(120)->burnDate, "13050900");
+  EXPECT_EQ(Channel(0)->Name(), "ZelkBoard (4P 1000) Trunk 1 Chn 1");
+  EXPECT_EQ(Channel(15)->Name(), "ZelkBoard (4P 1000) Trunk 1 Chn 17");
+  EXPECT_EQ(Channel(119)->Name(), "ZelkBoard (4P 1000) Trunk 4 Chn 31");
+  EXPECT_EQ(Channel(120)->Name(), "ZelkBoard (1P 1001) Trunk 1 Chn 1");
+  EXPECT_EQ(Channel(120)->CardIndex(), 1);
+  EXPECT_EQ(Channel(120)->SerialText(), "1001");
+  EXPECT_EQ(Channel(120)->FeatureFlags(), 0xDEADBEEFU);
+  EXPECT_EQ(Channel(120)->FirmwareVersion(), 3);
+  EXPECT_EQ(Channel(120)->FirmwareDate(), "20241130");
+  EXPECT_EQ(Channel(120)->BurnDate(), "13050900");
 }
 
 TEST_F(CLibraryTest, EveryTrunksRegisterIsReadBackAtStartUp) {
@@ -123,8 +123,8 @@ TEST_F(CLibraryTest, CardThatDoesNotOpenKeepsItsIndexAndGetsNoChannels) {
   MakeCards({1, 0, 1});
   ASSERT_TRUE(library.Init());
   ASSERT_EQ(library.Channels().Count(), 60);
-  EXPECT_EQ(Channel(29)->cardIndex, 0);
-  EXPECT_EQ(Channel(30)->cardIndex, 2);
+  EXPECT_EQ(Channel(29)->CardIndex(), 0);
+  EXPECT_EQ(Channel(30)->CardIndex(), 2);
 }
 
 TEST_F(CLibraryTest, TrunksThatDoNotFitTheTableGetNoChannels) {
@@ -132,8 +132,8 @@ TEST_F(CLibraryTest, TrunksThatDoNotFitTheTableGetNoChannels) {
   const std::streamoff start = LogSize();
   ASSERT_TRUE(library.Init());
   EXPECT_EQ(library.Channels().Count(), 1020);
-  EXPECT_EQ(Channel(1019)->cardIndex, 4);
-  EXPECT_EQ(Channel(1019)->trunkIndex, 1);
+  EXPECT_EQ(Channel(1019)->CardIndex(), 4);
+  EXPECT_EQ(Channel(1019)->TrunkIndex(), 1);
   EXPECT_EQ(Channel(1020), nullptr);
   const std::string log = LogTextFrom(start);
   EXPECT_NE(log.find("  G :Card 4: 6 of 8 Trunks have no channels, the channel table is full"), std::string::npos)
@@ -180,8 +180,8 @@ TEST_F(CLibraryTest, TrunksOfTheSecondCardStandBehindThoseOfTheFirst) {
   ASSERT_TRUE(library.Init());
   // Counted as the first trunk of all, or as card number 1, it would bring up other channels or none.
   EXPECT_TRUE(support::Eventually([] { return channelsUp == 90; })) << channelsUp;
-  EXPECT_EQ(Channel(60)->linkState, 1);
-  EXPECT_EQ(Channel(89)->linkState, 1);
+  EXPECT_EQ(Channel(60)->Call().View().linkState, 1);
+  EXPECT_EQ(Channel(89)->Call().View().linkState, 1);
 }
 
 TEST_F(CLibraryTest, LinesAreWrittenAfterAShutdownToo) {

@@ -69,9 +69,9 @@ TEST_F(CallClearing, AnsweredByNothingAtAllIsReportedLateAfterT308HasRunTwice) {
   HangUp(3);
   Elapse(kT305Ms + kT308Ms + 1000);
   EXPECT_EQ(application.Take(), Posted{});
-  EXPECT_TRUE(IsValid(Channel(3).callHandle));
+  EXPECT_TRUE(IsValid(View(3).callHandle));
   Elapse(kT308Ms);
-  EXPECT_FALSE(IsValid(Channel(3).callHandle));
+  EXPECT_FALSE(IsValid(View(3).callHandle));
   ForgetAtPeer();
   Elapse(kDefaultTimeoutMs + 1000);
   EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 16}}));
@@ -109,7 +109,7 @@ TEST_F(CallClearing, BegunByT313AndAnsweredByReleaseCompleteIsReportedLate) {
 
 TEST_F(CallClearing, BegunByARestartAndAnsweredByReleaseCompleteIsReportedLate) {
   Connect(3);
-  Raise(4, CALLEV_RESTART);
+  Raise(4, kPriRestart);
   ASSERT_EQ(CountSent(kDisconnect), 1U);
   const SMessage disconnect = Sent().back();
   trunk.Run();
@@ -130,12 +130,12 @@ TEST_F(CallClearing, OnAChannelThatWasDownAlreadyWhenTheDchannelFellIsReportedLa
   for (const SPosted& posted : application.Take()) {
     EXPECT_NE(posted.channel, 3);
   }
-  EXPECT_NE(Channel(3).callHandle, nullptr);
-  EXPECT_FALSE(IsValid(Channel(3).callHandle));
+  EXPECT_NE(View(3).callHandle, nullptr);
+  EXPECT_FALSE(IsValid(View(3).callHandle));
   Elapse(kDefaultTimeoutMs + 1000);
   const Posted posted = application.Take();
   EXPECT_EQ(std::count(posted.begin(), posted.end(), (SPosted{3, EVENT_DISCONNECTED, 27})), 1);
-  EXPECT_EQ(Channel(3).callHandle, nullptr);
+  EXPECT_EQ(View(3).callHandle, nullptr);
 }
 
 // The cause is mandatory only in the message that begins a clearing (ITU-T Q.931, table 3-9).
@@ -191,14 +191,14 @@ TEST_F(CallClearing, WhatFreesTheChannelFirstIsTheOnlyEnd) {
   Connect(3);
   Elapse(kDefaultTimeoutMs + 1000);
   EXPECT_EQ(application.Take(), Posted{});
-  EXPECT_TRUE(Channel(3).connected);
+  EXPECT_TRUE(View(3).connected);
 }
 
 TEST_F(CallClearing, ARingInTheMeantimeIsOfferedUnconnectedAndCanBeAnswered) {
   StickConnected(3);
   Offer(4);
   EXPECT_EQ(application.Take(), (Posted{{3, EVENT_INCOMING_CALL, 0}}));
-  EXPECT_FALSE(Channel(3).connected);
+  EXPECT_FALSE(View(3).connected);
   EXPECT_TRUE(Answer(Channel(3)));
   trunk.ToPeer();
   EXPECT_NE(trunk.PeerEvent(kPriAnswer).call, nullptr);
@@ -231,7 +231,7 @@ TEST_F(CallClearing, ASecondHangUpIsLeftAloneAndTheOtherSidesReleaseIsAnsweredAt
         EXPECT_FALSE(Reject(Channel(3)));
         break;
       case EAgain::kRestart:
-        Raise(4, CALLEV_RESTART);
+        Raise(4, kPriRestart);
         break;
     }
     EXPECT_EQ(Sent().size(), 1U);

@@ -2,126 +2,23 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <random>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "call/application_events.h"
 #include "call/call_operations.h"
 #include "call/channel_handlers.h"
 #include "call/channel_info.h"
 #include "call/channel_table.h"
+#include "call_recorders.h"
 #include "card/card.h"
 #include "card/event_router.h"
-#include "runtime/config.h"
-#include "runtime/log.h"
-#include "runtime/log_writer.h"
 
 namespace zelk::test {
-
-struct SPosted {
-  int32_t channel;
-  uint32_t event;
-  int32_t param;
-
-  bool operator==(const SPosted&) const = default;
-};
-
-inline void PrintTo(const SPosted& posted, std::ostream* out) {
-  *out << "{channel " << posted.channel << ", event 0x" << std::hex << posted.event << std::dec << ", " << posted.param
-       << "}";
-}
-
-// The application: notes every event, and does what the test wants inside the callback.
-class CEventRecorder {
- public:
-  CEventRecorder() {
-    Current() = this;
-    ApplicationEvents().SetEventCallback(&CEventRecorder::OnEvent);
-  }
-  ~CEventRecorder() {
-    ApplicationEvents().SetEventCallback(nullptr);
-    Current() = nullptr;
-  }
-  CEventRecorder(const CEventRecorder&) = delete;
-  CEventRecorder& operator=(const CEventRecorder&) = delete;
-
-  std::vector<SPosted> Take() {
-    const std::lock_guard<std::mutex> held(mutex);
-    return std::exchange(posted, {});
-  }
-
-  std::function<void(const SPosted&)> reaction;
-
- private:
-  static CEventRecorder*& Current() {
-    static CEventRecorder* current = nullptr;
-    return current;
-  }
-  static void ZELK_CALL OnEvent(int32_t channel, uint32_t event, int32_t param) {
-    CEventRecorder* self = Current();
-    {
-      const std::lock_guard<std::mutex> held(self->mutex);
-      self->posted.push_back({channel, event, param});
-    }
-    if (self->reaction) {
-      self->reaction({channel, event, param});
-    }
-  }
-
-  std::mutex mutex;
-  std::vector<SPosted> posted;
-};
-
-// What is logged between its construction and Text(), at the given level.
-class CLogCapture {
- public:
-  explicit CLogCapture(int32_t level)
-      : path(std::filesystem::temp_directory_path() /
-             ("zelk-call-test-" + std::to_string(std::random_device()()) + ".log")) {
-    // Lines of before go to the file, and the file goes.
-    Log().Start(path.string());
-    Log().Stop();
-    std::filesystem::remove(path);
-    Config().level = level;
-    Log().Start(path.string());
-  }
-  ~CLogCapture() {
-    Log().Stop();
-    std::filesystem::remove(path);
-    Config().level = 2;
-  }
-  CLogCapture(const CLogCapture&) = delete;
-  CLogCapture& operator=(const CLogCapture&) = delete;
-
-  // The texts of the lines, tagged with their channel ("  5 :text") or "  G :text", in order.
-  std::vector<std::string> Lines() {
-    Log().Stop();
-    std::ifstream file(path);
-    std::vector<std::string> lines;
-    constexpr size_t kStampChars = 20;
-    for (std::string line; std::getline(file, line);) {
-      if (!line.empty() && line.back() == '\r') {
-        line.pop_back();
-      }
-      lines.push_back(line.substr(std::min(kStampChars, line.size())));
-    }
-    return lines;
-  }
-
- private:
-  const std::filesystem::path path;
-};
 
 // One side of a D-channel in memory.
 class CFrameQueue : public IPriWriter {
@@ -250,29 +147,52 @@ class CMemoryTrunk {
   std::optional<uint16_t> channelSeen;               // reported instead of the channel that libpri names
 };
 
+inline SPriEvent OfCall(PriCall call) {
+  SPriEvent event;
+  event.call = call;
+  return event;
+}
+
+// No call of libpri's: nothing that is done to it reaches anybody.
+inline constexpr PriCall kNobodysCall = PriCall(0x10);
+
 // Two cards that are not opened: 4 trunks (channels 0-119) and 1 trunk (120-149), every handler in place.
 class CCallFixture : public ::testing::Test {
  protected:
-  CCallFixture() : firstCard(0), secondCard(1), firstHandlers(table, 0), secondHandlers(table, 1) {
-    AddTrunks(firstCard, 0, 4);
-    AddTrunks(secondCard, 1, 1);
+  // direction: of every channel at first. The library makes none but 0.
+  explicit CCallFixture(int32_t direction = 0)
+      : firstCard(0), secondCard(1), firstHandlers(table, 0), secondHandlers(table, 1), routed(firstCard, 0) {
+    AddTrunks(firstCard, 0, 4, direction);
+    AddTrunks(secondCard, 1, 1, direction);
     firstHandlers.Place(0, 0);
     secondHandlers.Place(4, 120);
-  }
-
-  void AddTrunks(CCard& card, int32_t cardIndex, int32_t trunks) {
-    for (int32_t trunk = 0; trunk < trunks; ++trunk) {
-      for (uint32_t timeslot = 1; timeslot < 32; ++timeslot) {
-        if (timeslot != 16) {
-          const auto number = static_cast<uint32_t>(table.Count());
-          table.Add(std::make_unique<CDevice>(card, SDevicePlace{cardIndex, trunk, timeslot, number}));
-        }
-      }
-    }
+    routed.handlers = &firstHandlers;
   }
 
   CDevice& Channel(int32_t number) { return *table.Find(number); }
+  SCallView View(int32_t channel) { return Channel(channel).Call().View(); }
   std::string Info(int32_t channel, const char* key) { return GetInfo(Channel(channel), key, table.Count()); }
+  std::string Texts(int32_t channel) {
+    return Info(channel, "CLI") + "|" + Info(channel, "DLI") + "|" + Info(channel, "RLI") + "|" +
+           Info(channel, "CALLTYPE");
+  }
+
+  // An event of the first card, as if libpri had made it, on its way through the card.
+  void RaiseOn(uint32_t trunk, uint16_t bchannel, EPriEventCode code, SPriEvent event = {}) {
+    event.code = code;
+    event.channel = bchannel;
+    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(trunk).lock);
+    RouteEvent(routed, trunk, event, caller);
+  }
+  void Raise(uint16_t bchannel, EPriEventCode code, const SPriEvent& event = {}) { RaiseOn(0, bchannel, code, event); }
+  // A ring that brings all three texts, for a channel of the first card.
+  void RingWithTexts(int32_t channel, PriCall call, const char* text) {
+    SPriEvent ring = OfCall(call);
+    ring.callingNumber = ring.calledNumber = ring.redirectingNumber = text;
+    const auto number = static_cast<uint32_t>(channel);
+    RaiseOn(number / kChannelsPerTrunk, static_cast<uint16_t>(BchannelOf(number % kChannelsPerTrunk)), kPriRing, ring);
+    application.Take();
+  }
 
   CStopFlag caller;
   CCard firstCard;
@@ -281,12 +201,25 @@ class CCallFixture : public ::testing::Test {
   CChannelHandlers firstHandlers;
   CChannelHandlers secondHandlers;
   CEventRecorder application;
+
+ private:
+  void AddTrunks(CCard& card, int32_t cardIndex, int32_t trunks, int32_t direction) {
+    for (int32_t trunk = 0; trunk < trunks; ++trunk) {
+      for (size_t index = 0; index < kChannelsPerTrunk; ++index) {
+        const SDevicePlace place{cardIndex, trunk, static_cast<uint32_t>(BchannelOf(index)),
+                                 static_cast<uint32_t>(table.Count())};
+        table.Add(std::make_unique<CDevice>(card, place, direction));
+      }
+    }
+  }
+
+  CCardCore routed;  // the first card's, as far as its events need one
 };
 
 // The first trunk of the first card, up, with a real peer on the network side.
 class CTrunkFixture : public CCallFixture {
  protected:
-  CTrunkFixture() : trunk(firstCard, firstHandlers, 0) {
+  explicit CTrunkFixture(int32_t direction = 0) : CCallFixture(direction), trunk(firstCard, firstHandlers, 0) {
     trunk.Run();
     application.Take();
   }
@@ -307,18 +240,28 @@ class CTrunkFixture : public CCallFixture {
     trunk.peer->Proceeding(ring.call, ring.channel);
     trunk.peer->Answer(ring.call, ring.channel);
     trunk.Run();
-    ASSERT_TRUE(Channel(channel).connected);
+    ASSERT_TRUE(View(channel).connected);
     application.Take();
   }
 
-  // Hands an event to the handlers as if libpri had made it.
-  void Raise(uint16_t bchannel, ECallEvent code, const SPriEvent& event = {}) {
-    firstHandlers.OnCallEvent(firstCard, 0, bchannel, code, event);
+  // A call of our controller that nobody else knows of: it has no party yet.
+  PriCall OwnCall() {
+    const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
+    return firstCard.Trunk(0).controller->NewCall();
   }
-
   bool IsValid(PriCall call) {
     const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(0).lock);
     return firstCard.Trunk(0).controller->IsCallValid(call);
+  }
+
+  // Frames to us that carry this message get an element after their last one.
+  void AddToMessage(uint8_t type, std::vector<uint8_t> element) {
+    trunk.alter = [type, element = std::move(element)](std::vector<uint8_t>& frame) {
+      constexpr size_t kMessageType = 8;  // 4 bytes of layer 2, protocol, reference length, two bytes of reference
+      if (frame.size() > kMessageType && frame[kMessageType] == type) {
+        frame.insert(frame.end() - 2, element.begin(), element.end());
+      }
+    };
   }
 
   CMemoryTrunk trunk;

@@ -16,14 +16,25 @@ class CallRecords : public CClearingFixture {
       GTEST_SKIP() << "this build's allocator belongs to its sanitizer, or cannot be replaced";
     }
   }
+
+  // A call that is offered, hung up and ends by an acknowledgement alone: the channel keeps it, unconnected.
+  void StickOffered(int32_t channel) {
+    Offer(static_cast<int>(Channel(channel).Timeslot()));
+    const SMessage disconnect = HangUp(channel);
+    ForgetAtPeer();
+    SendToUs(disconnect, kReleaseComplete, {0x08, 0x02, 0x81, 0xE5});
+    application.Take();
+    ASSERT_NE(View(channel).callHandle, nullptr);
+    ASSERT_FALSE(IsValid(View(channel).callHandle));
+    ASSERT_FALSE(View(channel).connected);
+  }
 };
 
 TEST_F(CallRecords, ADeadCallNeverPassesForTheNextOneAtItsPlace) {
   enum class EDoes { kHangup, kReject, kAnswer, kRestart };
   for (const EDoes does : {EDoes::kHangup, EDoes::kReject, EDoes::kAnswer, EDoes::kRestart}) {
     const support::CReusingAllocator allocator;
-    StickConnected(3);
-    Channel(3).connected = false;
+    ASSERT_NO_FATAL_FAILURE(StickOffered(3));
     Connect(4);
     ASSERT_GT(allocator.Reused(), 0U);
     trunk.Run();
@@ -38,12 +49,12 @@ TEST_F(CallRecords, ADeadCallNeverPassesForTheNextOneAtItsPlace) {
         EXPECT_TRUE(Answer(Channel(3)));
         break;
       case EDoes::kRestart:
-        Raise(4, CALLEV_RESTART);
+        Raise(4, kPriRestart);
         break;
     }
     EXPECT_TRUE(Sent().empty()) << static_cast<int>(does);
-    EXPECT_TRUE(IsValid(Channel(4).callHandle));
-    EXPECT_TRUE(Channel(4).connected);
+    EXPECT_TRUE(IsValid(View(4).callHandle));
+    EXPECT_TRUE(View(4).connected);
     Reject(Channel(3));
     EXPECT_TRUE(Hangup(Channel(4)));
     trunk.Run();
@@ -62,7 +73,7 @@ TEST_F(CallRecords, TheCallOfARefusedSetupNeverPassesForTheNextOneAtItsPlace) {
   ASSERT_GT(allocator.Reused(), 0U);
   EXPECT_TRUE(Hangup(Channel(3)));
   EXPECT_TRUE(Sent().empty());
-  EXPECT_TRUE(IsValid(Channel(4).callHandle));
+  EXPECT_TRUE(IsValid(View(4).callHandle));
   Elapse(2 * kDefaultTimeoutMs);
   EXPECT_EQ(Info(3, "CHANNELSTATE"), "INUSE") << "until something resets it";
 }
@@ -70,7 +81,7 @@ TEST_F(CallRecords, TheCallOfARefusedSetupNeverPassesForTheNextOneAtItsPlace) {
 TEST_F(CallRecords, ARingAtThePlaceOfALostCallIsOfferedAndItsEndReported) {
   const support::CReusingAllocator allocator;
   Connect(6);
-  const PriCall lost = Channel(6).callHandle;
+  const PriCall lost = View(6).callHandle;
   firstHandlers.OnDchannelDown(0, caller);
   firstHandlers.OnDchannelUp(0, caller);
   {
@@ -80,84 +91,111 @@ TEST_F(CallRecords, ARingAtThePlaceOfALostCallIsOfferedAndItsEndReported) {
   application.Take();
   const PriCall call = Offer(7);
   ASSERT_GT(allocator.Reused(), 0U);
-  ASSERT_NE(Channel(6).callHandle, lost);
+  ASSERT_NE(View(6).callHandle, lost);
   trunk.peer->Hangup(call, 17);
   trunk.Run();
   EXPECT_EQ(application.Take(), (Posted{{6, EVENT_INCOMING_CALL, 0}, {6, EVENT_DISCONNECTED, 17}}));
 }
 
-// A thousand clearings of every kind among calls that go on.
-TEST_F(CallRecords, AThousandClearingsLoseNoChannelAndTouchNoOtherCall) {
-  constexpr int kClearings = 1000;
-  constexpr int32_t kChannels = 8;
-  const support::CReusingAllocator allocator;
-  std::mt19937 random(931);
-  std::array<PriCall, kChannels> steady;  // a channel's call that goes on
-  for (int round = 0; round < kClearings;) {
+// Clearings of every kind among calls that go on.
+class ManyClearings : public CallRecords {
+ protected:
+  static constexpr int32_t kChannels = 8;
+
+  // One act on one of the channels. True when it cleared a call.
+  bool Act() {
     const auto channel = static_cast<int32_t>(random() % kChannels);
-    const auto answer = random() % 8;
-    if (Channel(channel).callHandle == nullptr && random() % 4 == 0) {
-      // Hung up while the other side refuses it.
-      ASSERT_TRUE(Dial(Channel(channel), "999", "111"));
-      trunk.Run();
-      Hangup(Channel(channel));
-      trunk.peer->Hangup(trunk.PeerEvent(kPriRing).call, 44);
-      trunk.ToUs();
-      trunk.Run();
-      ++round;
-    } else if (Channel(channel).callHandle == nullptr) {
-      ASSERT_NO_FATAL_FAILURE(Connect(channel)) << round;
-      steady[static_cast<size_t>(channel)] = Channel(channel).callHandle;
-    } else if (!Channel(channel).connected || steady[static_cast<size_t>(channel)] == nullptr) {
+    const auto answer = static_cast<uint32_t>(random() % 8);
+    if (View(channel).callHandle == nullptr && random() % 4 == 0) {
+      HangUpWhileTheOtherSideRefuses(channel);
+      return true;
+    }
+    if (View(channel).callHandle == nullptr) {
+      Connect(channel);
+      Steady(channel) = View(channel).callHandle;
+      return false;
+    }
+    if (!View(channel).connected || Steady(channel) == nullptr) {
       // Left behind by a clearing: whatever the application tries reaches nobody's call.
       random() % 2 == 0 ? Hangup(Channel(channel)) : Answer(Channel(channel));
       Elapse(kDefaultTimeoutMs + 1000);
-    } else {
-      ++round;
-      steady[static_cast<size_t>(channel)] = nullptr;
-      const SMessage disconnect = HangUp(channel);
-      const PriCall atPeer = trunk.PeerEvent(kPriHangupRequest).call;
-      switch (answer) {
-        case 0:
-        case 1:
-          trunk.peer->Hangup(atPeer, 16);
-          trunk.Run();
-          break;
-        case 2:
-          ForgetAtPeer();
-          SendToUs(disconnect, kReleaseComplete, {0x08, 0x02, 0x81, 0x90});
-          break;
-        case 3:
-          ForgetAtPeer();
-          SendToUs(disconnect, kReleaseComplete, {0x08, 0x02, 0x81, 0xD1});
-          break;
-        case 4:
-          ForgetAtPeer();
-          SendToUs(disconnect, kStatus, {0x08, 0x02, 0x81, 0xE5, 0x14, 0x01, 0x00});
-          break;
-        case 5:
-          Hangup(Channel(channel));
-          trunk.peer->Hangup(atPeer, 16);
-          trunk.Run();
-          break;
-        case 6:
-          Elapse(kT305Ms + 1000);
-          trunk.peer->Hangup(atPeer, 16);
-          trunk.Run();
-          break;
-        default:
-          Elapse(kT305Ms + 2 * kT308Ms + 1000);
-          trunk.peer->DestroyCall(atPeer);
-      }
+      return false;
     }
-    for (int32_t other = 0; other < kChannels; ++other) {
-      const PriCall call = steady[static_cast<size_t>(other)];
+    Steady(channel) = nullptr;
+    const SMessage disconnect = HangUp(channel);
+    answer < 5 ? AnswerClearing(answer, disconnect) : AnswerClearingLate(answer, channel);
+    return true;
+  }
+
+  void ExpectSteadyCallsUntouched() {
+    for (int32_t channel = 0; channel < kChannels; ++channel) {
+      const PriCall call = Steady(channel);
       if (call != nullptr) {
-        ASSERT_EQ(Channel(other).callHandle, call) << "round " << round << ", channel " << other;
-        ASSERT_TRUE(IsValid(call)) << "round " << round << ", channel " << other;
-        ASSERT_TRUE(Channel(other).connected) << "round " << round << ", channel " << other;
+        ASSERT_EQ(View(channel).callHandle, call) << "channel " << channel;
+        ASSERT_TRUE(IsValid(call)) << "channel " << channel;
+        ASSERT_TRUE(View(channel).connected) << "channel " << channel;
       }
     }
+  }
+
+  // A channel's call that goes on.
+  PriCall& Steady(int32_t channel) { return steady[static_cast<size_t>(channel)]; }
+
+ private:
+  void HangUpWhileTheOtherSideRefuses(int32_t channel) {
+    ASSERT_TRUE(Dial(Channel(channel), "999", "111"));
+    trunk.Run();
+    Hangup(Channel(channel));
+    trunk.peer->Hangup(trunk.PeerEvent(kPriRing).call, 44);
+    trunk.ToUs();
+    trunk.Run();
+  }
+  void ReleaseByPeer(PriCall atPeer) {
+    trunk.peer->Hangup(atPeer, 16);
+    trunk.Run();
+  }
+  void AnswerClearing(uint32_t answer, const SMessage& disconnect) {
+    switch (answer) {
+      case 0:
+      case 1:
+        return ReleaseByPeer(trunk.PeerEvent(kPriHangupRequest).call);
+      case 2:
+        ForgetAtPeer();
+        return SendToUs(disconnect, kReleaseComplete, {0x08, 0x02, 0x81, 0x90});
+      case 3:
+        ForgetAtPeer();
+        return SendToUs(disconnect, kReleaseComplete, {0x08, 0x02, 0x81, 0xD1});
+      default:
+        ForgetAtPeer();
+        return SendToUs(disconnect, kStatus, {0x08, 0x02, 0x81, 0xE5, 0x14, 0x01, 0x00});
+    }
+  }
+  void AnswerClearingLate(uint32_t answer, int32_t channel) {
+    const PriCall atPeer = trunk.PeerEvent(kPriHangupRequest).call;
+    switch (answer) {
+      case 5:
+        Hangup(Channel(channel));
+        return ReleaseByPeer(atPeer);
+      case 6:
+        Elapse(kT305Ms + 1000);
+        return ReleaseByPeer(atPeer);
+      default:
+        Elapse(kT305Ms + 2 * kT308Ms + 1000);
+        trunk.peer->DestroyCall(atPeer);
+    }
+  }
+
+  std::mt19937 random{931};
+  std::array<PriCall, kChannels> steady;
+};
+
+TEST_F(ManyClearings, LoseNoChannelAndTouchNoOtherCall) {
+  constexpr int kClearings = 1000;
+  const support::CReusingAllocator allocator;
+  for (int round = 0; round < kClearings;) {
+    round += Act() ? 1 : 0;
+    ExpectSteadyCallsUntouched();
+    ASSERT_FALSE(HasFailure()) << "round " << round;
     if (trunk.peerEvents.size() > 50) {
       trunk.peerEvents.erase(trunk.peerEvents.begin(), trunk.peerEvents.end() - 50);
     }
@@ -165,7 +203,7 @@ TEST_F(CallRecords, AThousandClearingsLoseNoChannelAndTouchNoOtherCall) {
   EXPECT_GT(allocator.Reused(), 300U);
   Elapse(kDefaultTimeoutMs + 1000);
   for (int32_t channel = 0; channel < kChannels; ++channel) {
-    if (steady[static_cast<size_t>(channel)] == nullptr) {
+    if (Steady(channel) == nullptr) {
       EXPECT_EQ(Info(channel, "CHANNELSTATE"), "READY") << channel;
     }
   }

@@ -19,7 +19,8 @@ TEST_F(ChannelHandlers, EachReportReachesItsPart) {
   secondHandlers.OnDigit(0, 2, '1');
   secondHandlers.OnCallEvent(secondCard, 0, 2, CALLEV_RINGING, SPriEvent());
   EXPECT_EQ(application.Take(), (Posted{{121, EVENT_DTMF, '1'}, {121, EVENT_ALERTING, 0}}));
-  Channel(121).callHandle = PriCall(0x10);
+  secondHandlers.OnCallEvent(secondCard, 0, 2, CALLEV_RING, OfCall(kNobodysCall));
+  EXPECT_EQ(application.Take(), (Posted{{121, EVENT_INCOMING_CALL, 0}}));
   secondHandlers.OnCardReopening(caller);
   EXPECT_EQ(application.Take(), (Posted{{121, EVENT_CHANNEL_STATE, 0}}));
   secondHandlers.OnCardDown(caller);

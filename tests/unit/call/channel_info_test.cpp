@@ -13,20 +13,15 @@ class ChannelInfo : public CCallFixture {
     const char* text = InfoString(Channel(channel), code, table.Count());
     return text != nullptr ? text : "(null)";
   }
-  uint32_t Number(int32_t channel, uint32_t code) { return InfoNumber(Channel(channel), code, table.Count()); }
-  void SetCallType(int32_t channel, const char* type) {
-    const CScopedLock<CMutex> held(Channel(channel).infoLock);
-    Channel(channel).callType = type;
-  }
+  uint32_t Number(int32_t channel, uint32_t code) { return InfoNumber(Channel(channel), code); }
 };
 
 TEST_F(ChannelInfo, NumbersOfTheCallAreReadByKeyAndCode) {
-  {
-    const CScopedLock<CMutex> held(Channel(7).infoLock);
-    Channel(7).cli = "111";
-    Channel(7).dli = "222";
-    Channel(7).rli = "333";
-  }
+  SPriEvent ring;
+  ring.callingNumber = "111";
+  ring.calledNumber = "222";
+  ring.redirectingNumber = "333";
+  Raise(8, kPriRing, ring);
   EXPECT_EQ(Info(7, "CLI") + Info(7, "DLI") + Info(7, "RLI"), "111222333");
   EXPECT_EQ(Text(7, 2) + Text(7, 3) + Text(7, 4), "111222333");
   EXPECT_EQ(Number(7, 2) + Number(7, 3) + Number(7, 4), 0U);
@@ -54,11 +49,11 @@ TEST_F(ChannelInfo, CardTextsAreThoseOfItsOpening) {
   CDevice device(firstCard, SDevicePlace{0, 0, 1, 0});
   EXPECT_STREQ(GetInfo(device, "SERIALNO", 30), "100234");
   EXPECT_STREQ(InfoString(device, 1, 30), "100234");
-  EXPECT_EQ(InfoNumber(device, 1, 30), 100234U);
+  EXPECT_EQ(InfoNumber(device, 1), 100234U);
   firstCard.RestoreSerialNumber(4294967295U);
   CDevice largest(firstCard, SDevicePlace{0, 0, 1, 0});
   EXPECT_STREQ(GetInfo(largest, "SERIALNO", 30), "4294967295");
-  EXPECT_EQ(InfoNumber(largest, 1, 30), 4294967295U);
+  EXPECT_EQ(InfoNumber(largest, 1), 4294967295U);
   EXPECT_EQ(Text(0, 259), std::to_string(firstCard.FirmwareVersion()));
   EXPECT_EQ(Text(0, 260), firstCard.FirmwareDate());
   EXPECT_EQ(Text(0, 261), firstCard.BurnDate());
@@ -68,28 +63,31 @@ TEST_F(ChannelInfo, CardTextsAreThoseOfItsOpening) {
 TEST_F(ChannelInfo, DirectionIsOutgoingBelowOne) {
   EXPECT_EQ(Text(0, 5), "OUTGOING");
   EXPECT_EQ(Number(0, 5), 79U);
-  Channel(0).direction = -1;
-  EXPECT_EQ(Text(0, 5), "OUTGOING");
-  Channel(0).direction = 1;  // nothing in the library does this
-  EXPECT_EQ(Text(0, 5), "INCOMING");
-  EXPECT_EQ(Number(0, 5), 73U);
+  CDevice below(firstCard, SDevicePlace{0, 0, 1, 0}, -1);
+  EXPECT_STREQ(InfoString(below, 5, 30), "OUTGOING");
+  EXPECT_EQ(InfoNumber(below, 5), 79U);
+  CDevice incoming(firstCard, SDevicePlace{0, 0, 1, 0}, 1);  // nothing in the library makes one
+  EXPECT_STREQ(InfoString(incoming, 5, 30), "INCOMING");
+  EXPECT_EQ(InfoNumber(incoming, 5), 73U);
 }
 
 TEST_F(ChannelInfo, ChannelStateFollowsLinkAndCall) {
-  CDevice& device = Channel(0);
   EXPECT_EQ(Text(0, 6), "DOWN");
   EXPECT_EQ(Number(0, 6), 2U);
-  device.linkState = 1;
+  firstHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(Text(0, 6), "READY");
   EXPECT_EQ(Number(0, 6), 3U);
-  device.callHandle = PriCall(0x10);
+  Raise(1, kPriRing, OfCall(kNobodysCall));
   EXPECT_EQ(Text(0, 6), "INUSE");
   EXPECT_EQ(Number(0, 6), 4U);
-  device.linkState = -1;
+  Channel(0).Open();
+  Channel(0).Close();
   EXPECT_EQ(Text(0, 6), "DOWN");
-  device.linkState = 0;
-  EXPECT_EQ(Text(0, 6), "UNKNOWN");
-  EXPECT_EQ(Number(0, 6), 1U);
+  ASSERT_NE(View(0).callHandle, nullptr);
+  SCallView neither;
+  neither.linkState = 0;
+  EXPECT_STREQ(ChannelState(neither).text, "UNKNOWN");
+  EXPECT_EQ(ChannelState(neither).code, 1U);
 }
 
 TEST_F(ChannelInfo, CallTypesHaveTheirNumbers) {
@@ -103,41 +101,9 @@ TEST_F(ChannelInfo, CallTypesHaveTheirNumbers) {
                                                     {"Voice RedirectForwarded", 6},
                                                     {"Voice RedirectUnknown", 7}};
   for (const auto& [text, number] : types) {
-    SetCallType(0, text);
+    Channel(0).NoteOffered({}, text);
     EXPECT_EQ(Text(0, 7), text);
     EXPECT_EQ(Number(0, 7), number) << text;
-  }
-}
-
-TEST_F(ChannelInfo, RedirectReasonsMapToCallTypes) {
-  for (int32_t reason = -2; reason < 40; ++reason) {
-    std::string expected = "Voice";
-    switch (reason) {
-      case 0:
-        expected = "Voice RedirectUnknown";
-        break;
-      case 1:
-        expected = "Voice RedirectBusy";
-        break;
-      case 2:
-        expected = "Voice RedirectNoReply";
-        break;
-      case 3:
-        expected = "Voice RedirectDeflected";
-        break;
-      case 9:
-        expected = "Voice RedirectOutOfOrder";
-        break;
-      case 10:
-        expected = "Voice RedirectForwarded";
-        break;
-      case 15:
-        expected = "Voice RedirectUnconditional";
-        break;
-      default:
-        break;
-    }
-    EXPECT_EQ(RedirectCallType(reason), expected) << reason;
   }
 }
 
@@ -146,11 +112,11 @@ TEST_F(ChannelInfo, OpenTypeIsTheQueuesFormat) {
   EXPECT_EQ(Number(0, 258), 2U);
   SWaveFormat format;
   format.formatTag = 7;
-  Channel(0).wave.SetFormat(format);
+  Channel(0).Wave().SetFormat(format);
   EXPECT_EQ(Text(0, 258), "MULAW");
   EXPECT_EQ(Number(0, 258), 1U);
   format.formatTag = 99;
-  Channel(0).wave.SetFormat(format);
+  Channel(0).Wave().SetFormat(format);
   EXPECT_EQ(Text(0, 258), "");
   EXPECT_EQ(Number(0, 258), 2U);
 }
@@ -180,29 +146,26 @@ TEST_F(ChannelInfo, TextLivesInTheChannelUntilItsNextRequest) {
 
 TEST_F(ChannelInfo, SettingByKey) {
   EXPECT_TRUE(SetInfo(Channel(0), "DIALCLI", "555"));
-  {
-    const CScopedLock<CMutex> held(Channel(0).infoLock);
-    EXPECT_EQ(Channel(0).dialCli, "555");
-  }
+  EXPECT_EQ(Channel(0).DialCli(), "555");
   EXPECT_FALSE(SetInfo(Channel(0), "ALLOWINCOMING", "0"));
-  EXPECT_FALSE(Channel(0).allowIncoming);
+  EXPECT_FALSE(Channel(0).AllowsIncoming());
   EXPECT_FALSE(SetInfo(Channel(0), "ALLOWINCOMING", "-3"));
-  EXPECT_TRUE(Channel(0).allowIncoming);
+  EXPECT_TRUE(Channel(0).AllowsIncoming());
   EXPECT_FALSE(SetInfo(Channel(0), "ALLOWINCOMING", "no"));
-  EXPECT_FALSE(Channel(0).allowIncoming);
+  EXPECT_FALSE(Channel(0).AllowsIncoming());
   EXPECT_FALSE(SetInfo(Channel(0), "CLI", "1"));
   EXPECT_EQ(Info(0, "CLI"), "");
 }
 
 TEST_F(ChannelInfo, SettingByCode) {
   EXPECT_EQ(SetInfoNumber(Channel(0), 1, 0), 1U);
-  EXPECT_FALSE(Channel(0).allowIncoming);
+  EXPECT_FALSE(Channel(0).AllowsIncoming());
   EXPECT_EQ(SetInfoNumber(Channel(0), 2, 1), 0U);
-  EXPECT_FALSE(Channel(0).allowIncoming);
+  EXPECT_FALSE(Channel(0).AllowsIncoming());
   EXPECT_EQ(SetInfoNumber(Channel(0), 1, -5), 1U);
-  EXPECT_TRUE(Channel(0).allowIncoming);
+  EXPECT_TRUE(Channel(0).AllowsIncoming());
   EXPECT_EQ(SetInfoNumber(Channel(0), -1, 0), 0U);
-  EXPECT_TRUE(Channel(0).allowIncoming);
+  EXPECT_TRUE(Channel(0).AllowsIncoming());
 }
 
 }  // namespace

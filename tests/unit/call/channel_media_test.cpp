@@ -46,9 +46,9 @@ class ChannelMedia : public CCallFixture {
   }
   void Receive(uint32_t trunk, uint32_t timeslot) { firstHandlers.OnBlockReceived(trunk, timeslot, block); }
   void Play(int32_t channel, uint32_t bytes) {
-    std::unique_ptr<CWaveBlock> wave = Channel(channel).wave.NewBlock(bytes);
+    std::unique_ptr<CWaveBlock> wave = Channel(channel).Wave().NewBlock(bytes);
     ASSERT_NE(wave, nullptr);
-    Channel(channel).wave.Enqueue(std::move(wave));
+    Channel(channel).Wave().Enqueue(std::move(wave));
   }
 
   Block block;
@@ -107,7 +107,7 @@ TEST_F(ChannelMedia, PlayFillsWithSilenceAndLetsTheApplicationChangeIt) {
 }
 
 TEST_F(ChannelMedia, RecordHandsTheBlockOverUnchangedOnClosedChannelsToo) {
-  ASSERT_FALSE(Channel(30).isOpen);
+  ASSERT_FALSE(Channel(30).IsOpen());
   Receive(1, 1);
   EXPECT_EQ(seen, (std::vector<SSeen>{{'r', 30, 0x33, 160}}));
   EXPECT_EQ(block[159], 0x33);
@@ -134,7 +134,7 @@ TEST_F(ChannelMedia, StoppedPlayIsNotReported) {
   Fill(0, 1);
   Fill(0, 1);
   EXPECT_TRUE(firstHandlers.EndsPlay(0, 1));
-  Channel(0).wave.Flush();
+  Channel(0).Wave().Flush();
   firstHandlers.OnMarkSent(0, 1);
   EXPECT_EQ(application.Take(), Posted{});
 }
@@ -142,12 +142,12 @@ TEST_F(ChannelMedia, StoppedPlayIsNotReported) {
 TEST_F(ChannelMedia, CallbacksMayUseTheChannel) {
   Channel(0).Open();
   application.reaction = [this](const SPosted& posted) {
-    Channel(posted.channel).wave.Flush();
+    Channel(posted.channel).Wave().Flush();
     Play(posted.channel, 160);
     Channel(posted.channel).Close();
   };
   firstHandlers.OnDigit(0, 1, '#');
-  EXPECT_FALSE(Channel(0).isOpen);
+  EXPECT_FALSE(Channel(0).IsOpen());
 }
 
 }  // namespace

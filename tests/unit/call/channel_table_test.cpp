@@ -11,14 +11,14 @@ using ChannelTable = CCallFixture;
 
 TEST_F(ChannelTable, NumbersFollowCardsTrunksAndTimeslots) {
   ASSERT_EQ(table.Count(), 150);
-  EXPECT_EQ(Channel(0).timeslot, 1U);
-  EXPECT_EQ(Channel(14).timeslot, 15U);
-  EXPECT_EQ(Channel(15).timeslot, 17U);
-  EXPECT_EQ(Channel(15).trunkIndex, 0);
-  EXPECT_EQ(Channel(30).trunkIndex, 1);
-  EXPECT_EQ(Channel(119).cardIndex, 0);
-  EXPECT_EQ(Channel(120).cardIndex, 1);
-  EXPECT_EQ(Channel(149).timeslot, 31U);
+  EXPECT_EQ(Channel(0).Timeslot(), 1U);
+  EXPECT_EQ(Channel(14).Timeslot(), 15U);
+  EXPECT_EQ(Channel(15).Timeslot(), 17U);
+  EXPECT_EQ(Channel(15).TrunkIndex(), 0);
+  EXPECT_EQ(Channel(30).TrunkIndex(), 1);
+  EXPECT_EQ(Channel(119).CardIndex(), 0);
+  EXPECT_EQ(Channel(120).CardIndex(), 1);
+  EXPECT_EQ(Channel(149).Timeslot(), 31U);
 }
 
 TEST_F(ChannelTable, NumbersWithoutChannelFindNone) {
@@ -50,12 +50,11 @@ TEST_F(ChannelTable, ClearingEmptiesIt) {
 
 TEST_F(ChannelTable, ClosingAllClosesTheOpenOnes) {
   Channel(3).Open();
-  Channel(3).linkState = 1;
-  Channel(4).linkState = 1;
+  firstHandlers.OnDchannelUp(0, caller);
   table.CloseAll();
-  EXPECT_FALSE(Channel(3).isOpen);
-  EXPECT_EQ(Channel(3).linkState, -1);
-  EXPECT_EQ(Channel(4).linkState, 1);
+  EXPECT_FALSE(Channel(3).IsOpen());
+  EXPECT_EQ(View(3).linkState, -1);
+  EXPECT_EQ(View(4).linkState, 1);
 }
 
 }  // namespace

@@ -99,7 +99,7 @@ class CClearingFixture : public CTrunkFixture {
     EXPECT_EQ(application.Take(), (std::vector<SPosted>{{channel, EVENT_DISCONNECTED, cause}}));
     EXPECT_EQ(Info(channel, "CHANNELSTATE"), "READY");
     EXPECT_EQ(Info(channel, "CALLTYPE"), "");
-    EXPECT_FALSE(Channel(channel).connected);
+    EXPECT_FALSE(View(channel).connected);
     Connect(channel);
   }
 

@@ -10,13 +10,19 @@ using Posted = std::vector<SPosted>;
 // Without a controller: what the wait itself does. Calls and libpri: call_clearing_test.cpp.
 class LateReleases : public CCallFixture {
  protected:
-  LateReleases() : place(table, 0), releases(place) {}
+  explicit LateReleases(int32_t direction = 0) : CCallFixture(direction), place(table, 0), releases(place) {}
   ~LateReleases() override { Config().clearedCallTimeoutS = 5; }
 
-  void Hold(int32_t channel, PriCall call) { Channel(channel).TakeOffer(call); }
+  void Hold(int32_t channel, PriCall call) { RingWithTexts(channel, call, ""); }
 
   CCardChannels place;
   CLateReleases releases;
+};
+
+// Nothing in the library makes a channel incoming.
+class LateReleasesOfIncoming : public LateReleases {
+ protected:
+  LateReleasesOfIncoming() : LateReleases(1) {}
 };
 
 TEST_F(LateReleases, TimeBeginsWithTheNextLook) {
@@ -28,7 +34,7 @@ TEST_F(LateReleases, TimeBeginsWithTheNextLook) {
   EXPECT_TRUE(releases.IsAwaited());
   releases.OnTime(firstCard, 105000, caller);
   EXPECT_EQ(application.Take(), (Posted{{3, EVENT_DISCONNECTED, 81}}));
-  EXPECT_EQ(Channel(3).callHandle, nullptr);
+  EXPECT_EQ(View(3).callHandle, nullptr);
   EXPECT_FALSE(releases.IsAwaited());
 }
 
@@ -52,22 +58,22 @@ TEST_F(LateReleases, NoCauseReads16) {
   }
 }
 
-TEST_F(LateReleases, ResetsAllThatACallLeaves) {
+TEST_F(LateReleasesOfIncoming, ResetAllThatACallLeaves) {
   Hold(3, PriCall(7));
-  Channel(3).connected = true;
-  Channel(3).direction = 1;
-  firstCard.Audio().SetEchoSwitch(0, true);
-  Channel(3).endQueue.Push(1);
+  firstCard.Trunk(0).echoEnabled = true;
+  Raise(4, kPriConnectAck);
+  ASSERT_TRUE(firstCard.Audio().EchoSwitch(0));
+  ASSERT_EQ(View(3).direction, 1);
+  Channel(3).EndQueue().Push(1);
   releases.Await(3, PriCall(7), 31);
   releases.OnTime(firstCard, 0, caller);
   releases.OnTime(firstCard, 5000, caller);
-  EXPECT_FALSE(Channel(3).connected);
-  EXPECT_EQ(Channel(3).direction, 0);
+  EXPECT_FALSE(View(3).connected);
+  EXPECT_EQ(View(3).direction, 0);
   EXPECT_FALSE(firstCard.Audio().EchoSwitch(0));
   uint32_t value = 0;
-  EXPECT_FALSE(Channel(3).endQueue.Pop(value));
-  const CScopedLock<CMutex> held(Channel(3).infoLock);
-  EXPECT_EQ(Channel(3).lastCause, 31);
+  EXPECT_FALSE(Channel(3).EndQueue().Pop(value));
+  EXPECT_EQ(Channel(3).LastCause(), 31);
 }
 
 TEST_F(LateReleases, AnotherCallOnTheChannelIsLeftAlone) {
@@ -77,7 +83,7 @@ TEST_F(LateReleases, AnotherCallOnTheChannelIsLeftAlone) {
   Hold(3, PriCall(8));
   releases.OnTime(firstCard, 5000, caller);
   EXPECT_EQ(application.Take(), Posted{});
-  EXPECT_EQ(Channel(3).callHandle, PriCall(8));
+  EXPECT_EQ(View(3).callHandle, PriCall(8));
   EXPECT_FALSE(releases.IsAwaited());
 }
 
