@@ -113,7 +113,7 @@ TEST(UdpSocket, ATakenPortIsRefused) {
   EXPECT_FALSE(OpenBound(second, kLoopback, first.LocalPort()));
 }
 
-TEST(UdpSocket, AWildcardAndASpecificBindShareAPortAndTheSpecificOneGetsItsDatagrams) {
+TEST(UdpSocket, ASpecificBindBesideAWildcardGetsItsDatagrams) {
   CSocket wildcard;
   CSocket specific;
   ASSERT_TRUE(wildcard.OpenUdp());

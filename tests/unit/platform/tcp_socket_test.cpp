@@ -90,7 +90,7 @@ TEST_F(TcpSocket, AnOrderlyEndReadsZeroForEver) {
   }
 }
 
-TEST_F(TcpSocket, AnOrderlyEndReadsZeroAlsoAfterWritesThatThePeerAnswersWithAReset) {
+TEST_F(TcpSocket, AnOrderlyEndReadsZeroAlsoAfterAResetThatFollows) {
   Join();
   peer.CloseOrderly();
   EXPECT_EQ(ReceiveWhenReady(), 0);

@@ -107,7 +107,7 @@ TEST_F(ConfigFile, NothingIsClampedWhenRead) {
   EXPECT_EQ(config.clientType, 1000);
 }
 
-TEST_F(ConfigFile, AnUnreadableThresholdKeepsTheValueOfTheReadBeforeButNormalTwistFallsBack) {
+TEST_F(ConfigFile, AnUnreadableThresholdKeepsItsValueButNormalTwistFallsBack) {
   Read("[Dtmf]\nNormalTwist=5.5\nReverseTwist=5.5\nRowPeak=5.5\nColPeak=5.5\nTotalEnergy=5.5\n");
   Read("[Dtmf]\nNormalTwist=abc\nReverseTwist=abc\nRowPeak=abc\nColPeak=\nTotalEnergy=-\n");
   const SDtmfSettings dtmf = config.Dtmf();
@@ -199,7 +199,7 @@ TEST_F(ConfigFile, ATrunkMaySwitchOffWhatIsOnInGeneral) {
   EXPECT_FALSE(config.ReadTrunk(7, 1).echoCanceller);
 }
 
-TEST_F(ConfigFile, TrunksAreReadAfreshAtEachOpenWithTheGeneralValuesOfTheLastRead) {
+TEST_F(ConfigFile, TrunksAreReadAtEachOpenWithTheGeneralValuesReadLast) {
   Read("[General]\nEchoTail=64\n[7-1]\nClientType=1\n");
   dir.Write("z.ini", "[General]\nEchoTail=128\n[7-1]\nClientType=3\n");
   EXPECT_EQ(config.ReadTrunk(7, 1).clientType, 3);

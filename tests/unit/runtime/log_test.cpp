@@ -108,7 +108,7 @@ TEST_F(ProcessLog, AnEchoTailOutOfRangeIsLoggedOncePerRead) {
 
 // What happens when a process ends with the log running. The child is a copy of this process and leaves by exit, which
 // destroys the static objects, the youngest first.
-TEST(ProcessLogAtExit, WhatIsPendingIsWrittenAndSoIsWhatOtherStaticObjectsLogAtTheirEnd) {
+TEST(ProcessLogAtExit, WritesWhatIsPendingAndWhatOtherStaticObjectsLog) {
   const CTempDir dir;
   const std::string path = dir.Path("exit.log");
   testing::FLAGS_gtest_death_test_style = "fast";

@@ -117,7 +117,7 @@ class CFileOnHangingDisk : public ILogFile {
   bool hangs = false;
 };
 
-TEST(LogWriterOnAHangingDisk, StopWaitsOneSecondAndTheTextIsWrittenByALaterThread) {
+TEST(LogWriterOnAHangingDisk, StopWaitsASecondAndALaterThreadWrites) {
   SHangingDisk disk;
   CLogWriter writer([&disk] { return std::make_unique<CFileOnHangingDisk>(disk); });
   ASSERT_TRUE(writer.Start("p"));
@@ -204,7 +204,7 @@ TEST_F(LogWriterFlush, WithImmediateFlushTheFileIsClosedAfterEveryBatch) {
   EXPECT_TRUE(Eventually([&] { return Calls() == "open write one close open write two close "; })) << Calls();
 }
 
-TEST_F(LogWriterFlush, WithoutItTheFileIsNotClosedBehindABatchThatIsWrittenAtOnce) {
+TEST_F(LogWriterFlush, WithoutItTheFileStaysOpenAfterABatchWrittenAtOnce) {
   ASSERT_TRUE(writer.Start("p"));
   writer.Line("one", kGeneralLine);
   writer.Stop();  // the thread's last pass is over

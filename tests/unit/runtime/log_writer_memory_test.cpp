@@ -96,7 +96,7 @@ TEST_F(LogWriterWithoutMemory, WhatWaitsForTheDiskIsKeptInOrder) {
   EXPECT_EQ(WrittenUpTo("three"), (std::vector<std::string>{"one", "two", "three"}));
 }
 
-TEST_F(LogWriterWithoutMemory, AThreadThatIsStoppedGivesBackWhatItCouldNotWrite) {
+TEST_F(LogWriterWithoutMemory, AStoppedThreadGivesBackWhatItCouldNotWrite) {
   ASSERT_TRUE(writer.Start("p"));
   writer.Line("one", kGeneralLine);
   ASSERT_TRUE(WaitOpens(1));
@@ -108,7 +108,7 @@ TEST_F(LogWriterWithoutMemory, AThreadThatIsStoppedGivesBackWhatItCouldNotWrite)
   EXPECT_EQ(WrittenUpTo("three"), (std::vector<std::string>{"one", "two", "three"}));
 }
 
-TEST_F(LogWriterWithoutMemory, LinesThatMemoryDoesNotHoldAreLostAndOneLineSaysHowMany) {
+TEST_F(LogWriterWithoutMemory, OneLineSaysHowManyWereLost) {
   disk.isThere = true;
   disk.deniesMemory = false;
   writer.Line("before", kGeneralLine);
@@ -146,7 +146,7 @@ TEST_F(LogWriterWithoutMemory, AStartThatGetsNoMemoryIsRefusedAndLosesNothing) {
 }
 
 // What was first waits, whatever is logged after it.
-TEST_F(LogWriterWithoutMemory, ALogThatIsNeverWrittenTakesALimitedPartOfTheMemory) {
+TEST_F(LogWriterWithoutMemory, ALogThatIsNeverWrittenTakesLimitedMemory) {
   constexpr size_t kLineBytes = 19 + 6 + 4 + 2;
   constexpr size_t kFitting = 1000;
   constexpr size_t kTooMany = 50;
