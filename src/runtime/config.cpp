@@ -21,9 +21,9 @@ constexpr int32_t kMaxAudioBlocks = 4096;
 constinit CConfig instance;
 
 // Text that does not begin with a number leaves the value of the read before.
-void ReadReal(const std::string& path, const char* key, const char* defaultText, std::atomic<float>& value) {
+void ReadReal(const std::string& path, const char* key, std::string_view defaultText, std::atomic<float>& value) {
   float parsed = 0.0F;
-  if (ScanFloat(ReadProfileString(path, kDtmf, key, defaultText, kRealCapacity), parsed)) {
+  if (ScanFloat(ReadProfileString(path, kDtmf, key, defaultText.data(), kRealCapacity), parsed)) {
     value = parsed;
   }
 }
@@ -66,11 +66,11 @@ void CConfig::Read(const std::string& path) {
 void CConfig::ReadDtmf(const std::string& path) {
   // NormalTwist alone starts from its default again at every read; the other four keep what they had.
   normalTwist = SDtmfSettings().normalTwist;
-  ReadReal(path, "NormalTwist", "7.0", normalTwist);
-  ReadReal(path, "ReverseTwist", "7.0", reverseTwist);
-  ReadReal(path, "RowPeak", "6.3", rowPeak);
-  ReadReal(path, "ColPeak", "6.3", columnPeak);
-  ReadReal(path, "TotalEnergy", "40.0", totalEnergy);
+  ReadReal(path, "NormalTwist", kDefaultNormalTwist, normalTwist);
+  ReadReal(path, "ReverseTwist", kDefaultReverseTwist, reverseTwist);
+  ReadReal(path, "RowPeak", kDefaultRowPeak, rowPeak);
+  ReadReal(path, "ColPeak", kDefaultColumnPeak, columnPeak);
+  ReadReal(path, "TotalEnergy", kDefaultTotalEnergy, totalEnergy);
 }
 
 SDtmfSettings CConfig::Dtmf() const {

@@ -4,20 +4,44 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/mutex.h"
 #include "runtime/q931_types.h"
 
 namespace zelk {
 
-// Thresholds of the digit detector, as ratios of energies.
+// What a missing key of section "Dtmf" counts as: texts, as in the file, with one decimal place.
+constexpr std::string_view kDefaultNormalTwist = "7.0";
+constexpr std::string_view kDefaultReverseTwist = "7.0";
+constexpr std::string_view kDefaultRowPeak = "6.3";
+constexpr std::string_view kDefaultColumnPeak = "6.3";
+constexpr std::string_view kDefaultTotalEnergy = "40.0";
+
+// The value of such a text. Both numbers of the quotient are exact, so it is rounded as a literal is.
+constexpr float ValueOf(std::string_view text) {
+  int tenths = 0;
+  for (const char digit : text) {
+    tenths = digit == '.' ? tenths : tenths * 10 + (digit - '0');
+  }
+  return static_cast<float>(tenths) / 10.0F;
+}
+
+// Thresholds of the digit detector, as ratios of energies. Twist and peaks of 7.0 and 6.3 are 8.5 and 8.0 dB: with what
+// each tone leaks into the other's filter all twists of 6 dB are heard and none of 10 dB (the administrations of ITU-T
+// Q.24 want 4 to 10 dB). Two tones and nothing else have a total of at most half the block's 102 samples, so 40 of 51
+// asks for four fifths of the block's energy to be theirs.
 struct SDtmfSettings {
-  float normalTwist = 7.0F;
-  float reverseTwist = 7.0F;
-  float rowPeak = 6.3F;
-  float columnPeak = 6.3F;
-  float totalEnergy = 40.0F;
+  float normalTwist = ValueOf(kDefaultNormalTwist);    // how far the row's tone may be above the column's
+  float reverseTwist = ValueOf(kDefaultReverseTwist);  // how far the column's may be above the row's
+  float rowPeak = ValueOf(kDefaultRowPeak);            // how far the row's tone must be above the other rows
+  float columnPeak = ValueOf(kDefaultColumnPeak);      // the same of the column
+  float totalEnergy = ValueOf(kDefaultTotalEnergy);    // both tones' energies over the block's
 };
+static_assert(SDtmfSettings().normalTwist == 7.0F && SDtmfSettings().rowPeak == 6.3F);
+
+// Those of a detector that was given none, which no card's detector is.
+constexpr SDtmfSettings kUnsetDtmf{6.3F, 2.5F, 6.3F, 6.3F, 42.0F};
 
 // What one trunk's section says, each missing key taken from the general values.
 struct STrunkSettings {

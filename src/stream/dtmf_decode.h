@@ -14,6 +14,8 @@ namespace zelk {
 // a reset safe at any time; a decision never depends on anything but the samples since the reset and the thresholds.
 class CDtmfDecode {
  public:
+  // 12.75 ms. A digit is in two blocks in a row for sure if it lasts 38.25 ms and never if it lasts less than 25.5 ms:
+  // ITU-T Q.24 asks for 40 ms to be heard and, depending on the administration, 20 to 25 ms not to be.
   static constexpr uint32_t kBlockSamples = 102;
   static constexpr uint32_t kDigitRoom = 128;
 
@@ -52,7 +54,7 @@ class CDtmfDecode {
 
   mutable CMutex lock;
   bool filterDialTone ZELK_GUARDED_BY(lock) = false;
-  SDtmfSettings thresholds ZELK_GUARDED_BY(lock){6.3F, 2.5F, 6.3F, 6.3F, 42.0F};
+  SDtmfSettings thresholds ZELK_GUARDED_BY(lock) = kUnsetDtmf;
   SDelays notch350 ZELK_GUARDED_BY(lock);
   SDelays notch440 ZELK_GUARDED_BY(lock);
   char inDigit ZELK_GUARDED_BY(lock) = 0;  // the digit held as reported, 0 none
