@@ -30,12 +30,12 @@ class CDtmfDecode {
   void ProcessBlock(const uint8_t* alaw, uint32_t length);
   // One 16-bit linear sample; returns 0.
   int32_t Process(int16_t sample);
-  // The oldest digit not yet taken, or 0.
+  // The oldest digit that is still there, or 0.
   char TakeDigit();
 
-  // Takes the 350/440 Hz dial tone out before the filters. Off after every reset; the library leaves it so.
+  // Kept, never read by the library: the notches at 350 and 440 Hz, which keep a dial tone from the filters and are off
+  // after every reset, and the number of digits that found no room.
   void SetDialToneFilter(bool on);
-  // Digits dropped because nobody took them.
   int32_t LostDigits() const;
 
  private:

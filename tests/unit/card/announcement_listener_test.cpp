@@ -80,9 +80,9 @@ class AnnouncementListener : public testing::Test {
 };
 
 TEST_F(AnnouncementListener, ReopensAnOpenCardAndLogsTwoLines) {
-  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count(CardUp()) > 0; }, "127.0.0.2", 4711));
   listener.Stop();
-  EXPECT_GE(handlers.Count("reopening"), 1U);
+  EXPECT_GE(handlers.Count(Reopening()), 1U);
   EXPECT_TRUE(card.ControllersRunning());
   EXPECT_GE(fake->Connections(), 2);
   const std::string text = LogText();
@@ -96,7 +96,7 @@ TEST_F(AnnouncementListener, ReachesACardAtItsNewAddress) {
   options.address = "127.0.0.3";
   CFakeCard moved(options);
   ASSERT_TRUE(
-      AnnounceUntil([&] { return moved.Connections() > 0 && handlers.Count("card 3 1") > 0; }, "127.0.0.3", 4711));
+      AnnounceUntil([&] { return moved.Connections() > 0 && handlers.Count(CardUp()) > 0; }, "127.0.0.3", 4711));
   listener.Stop();
   EXPECT_TRUE(card.ControllersRunning());
   card.Close();
@@ -104,7 +104,7 @@ TEST_F(AnnouncementListener, ReachesACardAtItsNewAddress) {
 
 TEST_F(AnnouncementListener, AFailedReopenIsLoggedAndTheNextAnnouncementStillFindsTheCard) {
   ASSERT_TRUE(
-      AnnounceUntil([&] { return handlers.Count("reopening") > 0 && !card.ControllersRunning(); }, "127.0.0.77", 4711));
+      AnnounceUntil([&] { return handlers.Count(Reopening()) > 0 && !card.ControllersRunning(); }, "127.0.0.77", 4711));
   const uint32_t start = TickMs();
   while (card.SerialNumber() != 4711 && TickMs() - start < 10000) {
     SleepMs(5);
@@ -121,7 +121,7 @@ TEST_F(AnnouncementListener, AnUnknownSerialNumberIsIgnored) {
   Announce("127.0.0.2", 4712);
   Announce("127.0.0.2", 0);
   // One that is known, after them, shows that they were taken.
-  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count(CardUp()) > 0; }, "127.0.0.2", 4711));
   listener.Stop();
   const std::string text = LogText();
   EXPECT_EQ(text.find("serial no 4712"), std::string::npos) << text;
@@ -130,7 +130,7 @@ TEST_F(AnnouncementListener, AnUnknownSerialNumberIsIgnored) {
 
 TEST_F(AnnouncementListener, LogsNothingAtLevelThree) {
   Config().level = 3;
-  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count(CardUp()) > 0; }, "127.0.0.2", 4711));
   listener.Stop();
   const std::string text = LogText();
   EXPECT_EQ(text.find("Broadcast from"), std::string::npos) << text;
@@ -147,8 +147,8 @@ TEST_F(AnnouncementListener, WithoutMemoryAReopenIsLostAndTheNextOneIsDone) {
   // the open, in the next announcement.
   ASSERT_TRUE(AnnounceUntil([&] { return n >= kFailures; }, "127.0.0.2", 4711));
   handlers.SetOnReopening([](const CStopFlag&) { support::FailAllocation(0); });
-  const size_t opened = handlers.Count("card 3 1");
-  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > opened; }, "127.0.0.2", 4711));
+  const size_t opened = handlers.Count(CardUp());
+  ASSERT_TRUE(AnnounceUntil([&] { return handlers.Count(CardUp()) > opened; }, "127.0.0.2", 4711));
   listener.Stop();
   EXPECT_TRUE(card.ControllersRunning());
 }
@@ -200,7 +200,7 @@ TEST_F(AnnouncementListener, CanBeStoppedTwiceAndStartedAgain) {
   listener.Stop();
   listener.Stop();
   ASSERT_TRUE(listener.Start({&card}, {{Address("127.0.0.2"), Address("127.0.0.1")}}));
-  EXPECT_TRUE(AnnounceUntil([&] { return handlers.Count("card 3 1") > 0; }, "127.0.0.2", 4711));
+  EXPECT_TRUE(AnnounceUntil([&] { return handlers.Count(CardUp()) > 0; }, "127.0.0.2", 4711));
 }
 
 }  // namespace

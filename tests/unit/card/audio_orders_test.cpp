@@ -149,7 +149,7 @@ class AudioOrders : public testing::Test {
 
   void Close() {
     // A packet that is only reported may be on its way still.
-    ASSERT_TRUE(handlers.WaitForPart(kPacketLine, expectedLines.size()));
+    ASSERT_TRUE(handlers.WaitForNotices(kPacketLine, expectedLines.size()));
     card.Close();
     const Message heard = handlers.TakeHeard();
     ASSERT_LE(heard.size() + 160, expectedSound.size());
@@ -159,7 +159,7 @@ class AudioOrders : public testing::Test {
 
   std::vector<std::string> LinesOfTheCard() const {
     std::vector<std::string> texts;
-    for (const std::string& text : handlers.Lines()) {
+    for (const std::string& text : handlers.Notices()) {
       if (text.find(kPacketLine) != std::string::npos) {
         texts.push_back(text);
       }

@@ -40,7 +40,7 @@ TEST_F(CardCore, AudioNoticesAreCardNotices) {
   core.OnAudioNotice("before the handlers");
   core.handlers = &handlers;
   core.OnAudioNotice("text");
-  EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 1 text"});
+  EXPECT_EQ(handlers.Seen(), Reports{Notice("text")});
 }
 
 TEST_F(CardCore, MessageLinesShowTheTrunksOfEarlierCards) {
@@ -54,7 +54,7 @@ TEST_F(CardCore, CardStatesNeedHandlers) {
   core.ReportCardUp();
   core.handlers = &handlers;
   core.ReportCardDown(caller);
-  EXPECT_EQ(handlers.Lines(), std::vector<std::string>{"card 3 0"});
+  EXPECT_EQ(handlers.Seen(), Reports{CardDown()});
 }
 
 TEST_F(CardCore, ControllersAreReleasedWithoutTheOneInUse) {

@@ -42,8 +42,8 @@ class Card : public testing::Test {
 
   // A side that is up before the other loses what it sends.
   void AwaitDchannels() {
-    EXPECT_TRUE(handlers.WaitFor("trunk 0 257 0 0"));
-    EXPECT_TRUE(handlers.WaitFor("trunk 1 257 0 0"));
+    EXPECT_TRUE(handlers.WaitFor(DchannelUp(0)));
+    EXPECT_TRUE(handlers.WaitFor(DchannelUp(1)));
     EXPECT_TRUE(fake->WaitForNetworkEvent(kPriDchannelUp, 2));
   }
 
@@ -196,10 +196,10 @@ TEST_F(Card, ReportsWhatTheControlStreamSays) {
   CFakeCard& peer = Fake(options);
   ASSERT_TRUE(OpenWithHandlers());
   peer.Send({0xFF, 0x07, 0, 1, 0xFF, 0x02, 1, 0x06, 0x10, 0x5A, 0x11, 0, 3});
-  EXPECT_TRUE(handlers.WaitFor("trunk 0 260 0 0"));
-  EXPECT_TRUE(handlers.WaitFor("trunk 1 260 0 1"));
-  EXPECT_TRUE(handlers.WaitFor("trunk 1 265 4102 90"));
-  EXPECT_TRUE(handlers.WaitFor("trunk 0 262 0 3"));
+  EXPECT_TRUE(handlers.WaitFor(LineStatus(0, 0)));
+  EXPECT_TRUE(handlers.WaitFor(LineStatus(1, 1)));
+  EXPECT_TRUE(handlers.WaitFor(Register(1, 0x1006, 90)));
+  EXPECT_TRUE(handlers.WaitFor(HdlcError(0, 3)));
 }
 
 TEST_F(Card, TimersRunWhileTheCardIsSilent) {
@@ -220,16 +220,16 @@ TEST_F(Card, ANewGenerationKnowsNothingOfTheLinesBeforeTheFirstStatus) {
   CFakeCard& peer = Fake(options);
   ASSERT_TRUE(OpenWithHandlers());
   peer.Send({0xFF, 0x07, 0, 1});
-  ASSERT_TRUE(handlers.WaitFor("trunk 0 260 0 0"));
-  ASSERT_TRUE(handlers.WaitFor("trunk 1 260 0 1"));
+  ASSERT_TRUE(handlers.WaitFor(LineStatus(0, 0)));
+  ASSERT_TRUE(handlers.WaitFor(LineStatus(1, 1)));
   const CStopFlag cancel;
   ASSERT_TRUE(card.Reopen(peer.Address(), kLocal, cancel));
   EXPECT_EQ(card.Trunk(0).lineStatus, 3);
   EXPECT_EQ(card.Trunk(1).lineStatus, 3);
   // An error of a line that may be out of service is not reported, one after its status is.
   peer.Send({0xFF, 0x11, 0, 4, 0xFF, 0x07, 0, 0, 0xFF, 0x11, 0, 3});
-  EXPECT_TRUE(handlers.WaitFor("trunk 0 262 0 3"));
-  EXPECT_EQ(handlers.Count("trunk 0 262 0 4"), 0U);
+  EXPECT_TRUE(handlers.WaitFor(HdlcError(0, 3)));
+  EXPECT_EQ(handlers.Count(HdlcError(0, 4)), 0U);
 }
 
 TEST_F(Card, ASilentCardIsDownAfterASecondAndOnce) {
@@ -240,29 +240,29 @@ TEST_F(Card, ASilentCardIsDownAfterASecondAndOnce) {
   ASSERT_TRUE(OpenWithHandlers());
   // The first byte of the running card ends the wait that has no limit.
   fake->Send({0x00});
-  ASSERT_TRUE(handlers.WaitFor("card 3 0"));
+  ASSERT_TRUE(handlers.WaitFor(CardDown()));
   EXPECT_GE(TickMs() - start, 1000U);
   EXPECT_TRUE(card.ControllersRunning());
-  EXPECT_FALSE(handlers.WaitFor("card 3 0", 2, 300));
+  EXPECT_FALSE(handlers.WaitFor(CardDown(), 2, 300));
 }
 
 TEST_F(Card, AResetConnectionIsDownAfterASecond) {
   Fake();
   ASSERT_TRUE(OpenWithHandlers());
   fake->Send({0xFF, 0x02, 1, 2, 3, 4});
-  ASSERT_TRUE(handlers.WaitFor("trunk 1 265 770 4"));
+  ASSERT_TRUE(handlers.WaitFor(Register(1, 0x302, 4)));
   fake->ResetPeer();
-  EXPECT_TRUE(handlers.WaitFor("card 3 0"));
+  EXPECT_TRUE(handlers.WaitFor(CardDown()));
 }
 
 TEST_F(Card, APeerThatClosesIsNotReportedAndBurnsNoCpu) {
   Fake();
   ASSERT_TRUE(OpenWithHandlers());
   fake->Send({0xFF, 0x02, 1, 2, 3, 4});
-  ASSERT_TRUE(handlers.WaitFor("trunk 1 265 770 4"));
+  ASSERT_TRUE(handlers.WaitFor(Register(1, 0x302, 4)));
   fake->ClosePeer();
   const double before = ProcessCpuSeconds();
-  EXPECT_FALSE(handlers.WaitFor("card 3 0", 1, 1500));
+  EXPECT_FALSE(handlers.WaitFor(CardDown(), 1, 1500));
   EXPECT_LT(ProcessCpuSeconds() - before, 0.5);
   const uint32_t start = TickMs();
   card.Close();
@@ -291,11 +291,11 @@ TEST_F(Card, ADchannelThatCameUpBeforeTheHandlersIsReportedOnceByTheControlThrea
     SleepMs(1);
   }
   card.SetHandlers(&handlers);
-  EXPECT_TRUE(handlers.WaitFor("trunk 0 257 0 0"));
-  EXPECT_TRUE(handlers.WaitFor("trunk 1 257 0 0"));
+  EXPECT_TRUE(handlers.WaitFor(DchannelUp(0)));
+  EXPECT_TRUE(handlers.WaitFor(DchannelUp(1)));
   card.Close();
-  EXPECT_EQ(handlers.Count("trunk 0 257 0 0"), 1U);
-  EXPECT_EQ(handlers.Count("trunk 1 257 0 0"), 1U);
+  EXPECT_EQ(handlers.Count(DchannelUp(0)), 1U);
+  EXPECT_EQ(handlers.Count(DchannelUp(1)), 1U);
   EXPECT_EQ(onOurThread, 0);
 }
 
@@ -390,14 +390,14 @@ TEST_F(Card, AnIncomingCallIsRungAnsweredAndCleared) {
   ASSERT_TRUE(OpenWithHandlers());
   AwaitDchannels();
   peer.OnNetwork([](CPriController& network) { network.Setup(network.NewCall(), 5, "100", "200", 33); }, 1);
-  EXPECT_TRUE(handlers.WaitFor("call 1 5 770"));
+  EXPECT_TRUE(handlers.WaitFor(CallEvent(1, 5, CALLEV_RING)));
   EXPECT_TRUE(peer.WaitForNetworkEvent(kPriAnswer));
   const SPriEvent answer = [&] {
     const std::vector<SPriEvent> events = peer.NetworkEvents();
     return *std::find_if(events.begin(), events.end(), [](const SPriEvent& event) { return event.code == kPriAnswer; });
   }();
   peer.OnNetwork([=](CPriController& network) { network.ConnectAck(answer.call, answer.channel); }, 1);
-  EXPECT_TRUE(handlers.WaitFor("call 1 5 773"));
+  EXPECT_TRUE(handlers.WaitFor(CallEvent(1, 5, CALLEV_CONNECT_ACK)));
   EXPECT_TRUE(peer.WaitForNetworkEvent(kPriHangupRequest));
 }
 
@@ -415,7 +415,7 @@ TEST_F(Card, AnAnswerIsAcknowledgedExactlyOnce) {
   const PriCall call =
       std::find_if(events.begin(), events.end(), [](const SPriEvent& event) { return event.code == kPriRing; })->call;
   peer.OnNetwork([=](CPriController& network) { network.Answer(call, 7); });
-  EXPECT_TRUE(handlers.WaitFor("call 0 7 779"));
+  EXPECT_TRUE(handlers.WaitFor(CallEvent(0, 7, CALLEV_ANSWER)));
   EXPECT_TRUE(peer.WaitForNetworkEvent(kPriConnectAck));
   // CONNECT ACKNOWLEDGE is message type 0x0F after two address, two control and four layer 3 header bytes.
   const std::vector<Message> all = peer.Messages();
@@ -443,15 +443,15 @@ TEST_F(Card, ClosesWhileTheCardFloodsIt) {
       SleepMs(1);
     }
   });
-  EXPECT_TRUE(handlers.WaitFor("trunk 0 265 513 3", 100));
+  EXPECT_TRUE(handlers.WaitFor(Register(0, 0x201, 3), 100));
   const uint32_t start = TickMs();
   card.Close();
   EXPECT_LT(TickMs() - start, 3000U);
   stop = true;
   flood.join();
-  const size_t reported = handlers.Lines().size();
+  const size_t reported = handlers.Seen().size();
   SleepMs(50);
-  EXPECT_EQ(handlers.Lines().size(), reported) << "a closed card still reports";
+  EXPECT_EQ(handlers.Seen().size(), reported) << "a closed card still reports";
 }
 
 TEST_F(Card, ApplicationThreadsMayUseTheTrunkWhileItIsReopened) {
@@ -481,13 +481,13 @@ TEST_F(Card, ApplicationThreadsMayUseTheTrunkWhileItIsReopened) {
 TEST_F(Card, AReopenTellsTheHandlersAndTheControllersAreGoneByThen) {
   CFakeCard& peer = FakeNetwork();
   ASSERT_TRUE(OpenWithHandlers());
-  ASSERT_TRUE(handlers.WaitFor("trunk 0 257 0 0"));
-  ASSERT_TRUE(handlers.WaitFor("trunk 1 257 0 0"));
+  ASSERT_TRUE(handlers.WaitFor(DchannelUp(0)));
+  ASSERT_TRUE(handlers.WaitFor(DchannelUp(1)));
   const CStopFlag cancel;
   ASSERT_TRUE(card.Reopen(peer.Address(), kLocal, cancel));
-  EXPECT_EQ(handlers.Count("reopening"), 1U);
-  EXPECT_EQ(handlers.Count("card 3 1"), 1U);
-  EXPECT_TRUE(handlers.WaitFor("trunk 0 257 0 0", 2));
+  EXPECT_EQ(handlers.Count(Reopening()), 1U);
+  EXPECT_EQ(handlers.Count(CardUp()), 1U);
+  EXPECT_TRUE(handlers.WaitFor(DchannelUp(0), 2));
   EXPECT_EQ(peer.Connections(), 2);
 }
 
@@ -499,7 +499,7 @@ TEST_F(Card, AFailedReopenKeepsTheSerialNumber) {
   EXPECT_EQ(card.SerialNumber(), 4711U);
   EXPECT_FALSE(card.ControllersRunning());
   EXPECT_TRUE(card.Reopen(fake->Address(), kLocal, cancel));
-  EXPECT_EQ(handlers.Count("reopening"), 2U) << "a channel may have a call of before still";
+  EXPECT_EQ(handlers.Count(Reopening()), 2U) << "a channel may have a call of before still";
 }
 
 TEST_F(Card, ACancelledReopenEndsEarly) {

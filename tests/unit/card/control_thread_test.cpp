@@ -10,8 +10,6 @@
 namespace zelk {
 namespace {
 
-using Lines = std::vector<std::string>;
-
 // What the thread does with the messages of a card; the thread itself does not run.
 class ControlThread : public testing::Test {
  protected:
@@ -40,12 +38,12 @@ class ControlThread : public testing::Test {
 
 TEST_F(ControlThread, ALineStatusIsReportedWhenItDiffers) {
   thread.OnLineStatus(1, 3);
-  EXPECT_TRUE(handlers.Lines().empty());
+  EXPECT_TRUE(handlers.Seen().empty());
   thread.OnLineStatus(1, 0);
   thread.OnLineStatus(1, 0);
   thread.OnLineStatus(2, 0);
   thread.OnLineStatus(1, 255);
-  EXPECT_EQ(handlers.Lines(), (Lines{"trunk 1 260 0 0", "trunk 2 260 0 0", "trunk 1 260 0 255"}));
+  EXPECT_EQ(handlers.Seen(), (Reports{LineStatus(1, 0), LineStatus(2, 0), LineStatus(1, 255)}));
   EXPECT_EQ(core->trunks[1].lineStatus, 255);
 }
 
@@ -57,18 +55,18 @@ TEST_F(ControlThread, ALineStatusIsKeptWithoutHandlers) {
 
 TEST_F(ControlThread, ARegisterIsReportedWithNumberAndValue) {
   thread.OnRegister(200, 0x1006, 0xAB);
-  EXPECT_EQ(handlers.Lines(), Lines{"trunk 200 265 4102 171"});
+  EXPECT_EQ(handlers.Seen(), Reports{Register(200, 0x1006, 171)});
 }
 
 TEST_F(ControlThread, HdlcErrorsOfALineInServiceAreReported) {
   thread.OnHdlcError(1, 2);
-  EXPECT_TRUE(handlers.Lines().empty()) << "the line is not in service";
+  EXPECT_TRUE(handlers.Seen().empty()) << "the line is not in service";
   core->trunks[1].lineStatus = 0;
   for (int i = 0; i < 11; ++i) {
     thread.OnHdlcError(1, 2);
   }
-  EXPECT_EQ(handlers.Count("trunk 1 262 0 2"), 9U);
-  EXPECT_EQ(handlers.Count("trunk 1 264 0 2"), 1U);
+  EXPECT_EQ(handlers.Count(HdlcError(1, 2)), 9U);
+  EXPECT_EQ(handlers.Count(LinkReset(1, 2)), 1U);
 }
 
 TEST_F(ControlThread, AGoodFrameStartsTheErrorCountAnew) {
@@ -81,14 +79,14 @@ TEST_F(ControlThread, AGoodFrameStartsTheErrorCountAnew) {
   for (int i = 0; i < 9; ++i) {
     thread.OnHdlcError(0, 4);
   }
-  EXPECT_EQ(handlers.Count("trunk 0 262 0 4"), 18U);
-  EXPECT_EQ(handlers.Lines().size(), 18U);
+  EXPECT_EQ(handlers.Count(HdlcError(0, 4)), 18U);
+  EXPECT_EQ(handlers.Seen().size(), 18U);
 }
 
 TEST_F(ControlThread, AnHdlcErrorOfATrunkThatCannotBeIsDropped) {
   thread.OnHdlcError(8, 2);
   thread.OnHdlcError(255, 2);
-  EXPECT_TRUE(handlers.Lines().empty());
+  EXPECT_TRUE(handlers.Seen().empty());
 }
 
 TEST_F(ControlThread, ATrunkCountComesFromTheCard) {
@@ -101,7 +99,7 @@ TEST_F(ControlThread, AFrameForATrunkWithoutAControllerIsDropped) {
   core->controllersRunning = true;
   const uint8_t sabme[] = {0x00, 0x01, 0x7F, 0, 0};
   thread.OnFrame(7, sabme, sizeof sabme);
-  EXPECT_TRUE(handlers.Lines().empty());
+  EXPECT_TRUE(handlers.Seen().empty());
 }
 
 TEST_F(ControlThread, FramesReachAControllerOnlyWhileTheControllersRun) {
@@ -111,10 +109,10 @@ TEST_F(ControlThread, FramesReachAControllerOnlyWhileTheControllersRun) {
   }
   const uint8_t ua[] = {0x00, 0x01, 0x73, 0, 0};  // answers the SABME that every controller begins with
   thread.OnFrame(0, ua, sizeof ua);
-  EXPECT_TRUE(handlers.Lines().empty());
+  EXPECT_TRUE(handlers.Seen().empty());
   core->controllersRunning = true;
   thread.OnFrame(0, ua, sizeof ua);
-  EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
+  EXPECT_EQ(handlers.Seen(), Reports{DchannelUp(0)});
 }
 
 TEST_F(ControlThread, AStoppedThreadLeavesWhatTheCardSaysAlone) {
@@ -136,7 +134,7 @@ TEST_F(ControlThread, AControllerLeftToAThreadInACallbackGoesBeforeTheTrunkIsFre
   };
   const CScopedLock<CRecursiveMutex> held(core->trunks[0].lock);
   thread.OnFrame(0, kUa, sizeof kUa);
-  EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
+  EXPECT_EQ(handlers.Seen(), Reports{DchannelUp(0)});
   EXPECT_EQ(core->trunks[0].controller, nullptr);
 }
 
@@ -144,7 +142,7 @@ TEST_F(ControlThread, AStoppedThreadLeavesTheControllerOfALaterGenerationAlone) 
   GiveController(2);
   thread.RequestStop();
   thread.OnFrame(0, kUa, sizeof kUa);
-  EXPECT_TRUE(handlers.Lines().empty());
+  EXPECT_TRUE(handlers.Seen().empty());
   const CScopedLock<CRecursiveMutex> held(core->trunks[0].lock);
   EXPECT_NE(core->trunks[0].controller, nullptr);
 }
@@ -165,9 +163,9 @@ TEST_F(ControlThread, WithoutMemoryAReportOrAFrameIsLostAndNoMore) {
     thread.OnFrame(0, kSetup, sizeof kSetup);
     failed = support::AllocationFailed();
     support::FailAllocation(0);
-    const size_t rings = handlers.Count("call 0 1 770");
+    const size_t rings = handlers.Count(CallEvent(0, 1, CALLEV_RING));
     thread.OnFrame(0, kSetupAgain, sizeof kSetupAgain);
-    EXPECT_EQ(handlers.Count("call 0 1 770"), rings + 1) << failures;
+    EXPECT_EQ(handlers.Count(CallEvent(0, 1, CALLEV_RING)), rings + 1) << failures;
   }
   EXPECT_GT(failures, 2U);
   EXPECT_EQ(core->facts.serialNumber, 5U);
@@ -179,7 +177,7 @@ TEST_F(ControlThread, NothingIsReportedAfterAStop) {
   thread.OnLineStatus(1, 0);
   thread.OnRegister(0, 1, 1);
   thread.OnHdlcError(0, 2);
-  EXPECT_TRUE(handlers.Lines().empty());
+  EXPECT_TRUE(handlers.Seen().empty());
 }
 
 }  // namespace

@@ -47,13 +47,11 @@ class EventRouter : public testing::Test {
   CStopFlag caller;
 };
 
-using Lines = std::vector<std::string>;
-
 TEST_F(EventRouter, HandsOutTheLow16BitsOfTheChannel) {
   core.handlers = &handlers;
   Route(2, kPriRing, -1);
   Route(3, kPriHangup, 0x10011);
-  EXPECT_EQ(handlers.Lines(), (Lines{"call 2 65535 770", "call 3 17 771"}));
+  EXPECT_EQ(handlers.Seen(), (Reports{CallEvent(2, 65535, CALLEV_RING), CallEvent(3, 17, CALLEV_HANGUP)}));
 }
 
 TEST_F(EventRouter, ReportsStatusesWithoutValues) {
@@ -61,13 +59,13 @@ TEST_F(EventRouter, ReportsStatusesWithoutValues) {
   Route(1, kPriDchannelUp);
   Route(1, kPriConfigError);
   Route(1, kPriDchannelDown);
-  EXPECT_EQ(handlers.Lines(), (Lines{"trunk 1 257 0 0", "trunk 1 263 0 0", "trunk 1 258 0 0"}));
+  EXPECT_EQ(handlers.Seen(), (Reports{DchannelUp(1), ConfigError(1), DchannelDown(1)}));
 }
 
 TEST_F(EventRouter, AnAnswerWithoutAControllerIsOnlyReported) {
   core.handlers = &handlers;
   Route(0, kPriAnswer, 4);
-  EXPECT_EQ(handlers.Lines(), Lines{"call 0 4 779"});
+  EXPECT_EQ(handlers.Seen(), Reports{CallEvent(0, 4, CALLEV_ANSWER)});
 }
 
 // A trunk of the card joined in memory to a network that answers the call placed on it.
@@ -149,7 +147,7 @@ TEST_F(AnswerRouter, AcknowledgesNothingOnceTheCallLogicHasDoneAwayWithTheCall) 
     }
   };
   AnswerOfTheNetwork();
-  EXPECT_EQ(handlers.Count("call 0 9 779"), 1U);
+  EXPECT_EQ(handlers.Count(CallEvent(0, 9, CALLEV_ANSWER)), 1U);
   EXPECT_EQ(Acknowledges(), 0);
 }
 
@@ -161,7 +159,7 @@ TEST_F(AnswerRouter, AcknowledgesNothingWhenTheCallerWasGivenUpInTheCallback) {
     }
   };
   AnswerOfTheNetwork();
-  EXPECT_EQ(handlers.Count("call 0 9 779"), 1U);
+  EXPECT_EQ(handlers.Count(CallEvent(0, 9, CALLEV_ANSWER)), 1U);
   EXPECT_EQ(Acknowledges(), 0);
 }
 
@@ -180,7 +178,7 @@ TEST_F(EventRouter, AnEarlyDchannelUpIsReportedOnceThereAreHandlers) {
   core.handlers = &handlers;
   core.ReportEarlyDchannels(caller);
   core.ReportEarlyDchannels(caller);
-  EXPECT_EQ(handlers.Lines(), Lines{"trunk 1 257 0 0"});
+  EXPECT_EQ(handlers.Seen(), Reports{DchannelUp(1)});
 }
 
 TEST_F(EventRouter, EarlyDchannelsAreNotReportedByACallerThatWasGivenUp) {
@@ -190,7 +188,7 @@ TEST_F(EventRouter, EarlyDchannelsAreNotReportedByACallerThatWasGivenUp) {
   core.handlers = &handlers;
   handlers.onDchannelUp = [&](uint32_t) { caller.Set(); };
   core.ReportEarlyDchannels(caller);
-  EXPECT_EQ(handlers.Lines(), Lines{"trunk 0 257 0 0"});
+  EXPECT_EQ(handlers.Seen(), Reports{DchannelUp(0)});
 }
 
 TEST_F(EventRouter, ADchannelUpThatWasReportedIsNotReportedAgain) {
@@ -198,7 +196,7 @@ TEST_F(EventRouter, ADchannelUpThatWasReportedIsNotReportedAgain) {
   Route(1, kPriDchannelUp);
   Route(1, kPriConfigError);
   core.ReportEarlyDchannels(caller);
-  EXPECT_EQ(handlers.Count("trunk 1 257 0 0"), 1U);
+  EXPECT_EQ(handlers.Count(DchannelUp(1)), 1U);
 }
 
 }  // namespace

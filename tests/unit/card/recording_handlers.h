@@ -4,43 +4,45 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "card/card.h"
+#include "card_reports.h"
 
 namespace zelk {
 
-// Writes down what a card reports, each as a line.
+// Writes down what a card reports.
 class CRecordingHandlers : public ICardHandlers {
  public:
-  void OnCardUp() override { Note("card 3 1"); }
-  void OnCardDown(const CStopFlag&) override { Note("card 3 0"); }
-  void OnNotice(const char* text) override { Note(std::string("card 1 ") + text); }
+  void OnCardUp() override { Note(CardUp()); }
+  void OnCardDown(const CStopFlag&) override { Note(CardDown()); }
+  void OnNotice(const char* text) override { Note(Notice(text)); }
   void OnDchannelUp(uint32_t trunk, const CStopFlag&) override {
-    NoteStatus(trunk, 257);
+    Note(DchannelUp(trunk));
     if (onDchannelUp) {
       onDchannelUp(trunk);
     }
   }
-  void OnDchannelDown(uint32_t trunk, const CStopFlag&) override { NoteStatus(trunk, 258); }
-  void OnConfigError(uint32_t trunk) override { NoteStatus(trunk, 263); }
-  void OnLineStatus(uint32_t trunk, uint8_t status) override { NoteStatus(trunk, 260, 0, status); }
-  void OnQueueOverflow(uint32_t trunk, uint32_t queue) override { NoteStatus(trunk, 261, 0, queue); }
-  void OnHdlcError(uint32_t trunk, uint8_t error) override { NoteStatus(trunk, 262, 0, error); }
-  void OnLinkReset(CCard&, uint32_t trunk, uint8_t error) override { NoteStatus(trunk, 264, 0, error); }
+  void OnDchannelDown(uint32_t trunk, const CStopFlag&) override { Note(DchannelDown(trunk)); }
+  void OnConfigError(uint32_t trunk) override { Note(ConfigError(trunk)); }
+  void OnLineStatus(uint32_t trunk, uint8_t status) override { Note(LineStatus(trunk, status)); }
+  void OnQueueOverflow(uint32_t trunk, uint32_t queue) override { Note(QueueOverflow(trunk, queue)); }
+  void OnHdlcError(uint32_t trunk, uint8_t error) override { Note(HdlcError(trunk, error)); }
+  void OnLinkReset(CCard&, uint32_t trunk, uint8_t error) override { Note(LinkReset(trunk, error)); }
   void OnRegister(uint32_t trunk, uint16_t registerNumber, uint8_t value) override {
-    NoteStatus(trunk, 265, registerNumber, value);
+    Note(Register(trunk, registerNumber, value));
   }
   void OnCallEvent(CCard& card, uint16_t trunk, uint16_t channel, ECallEvent code, const SPriEvent& event) override {
-    Note("call " + std::to_string(trunk) + " " + std::to_string(channel) + " " + std::to_string(code));
+    Note(CallEvent(trunk, channel, code));
     if (onCall) {
       onCall(card, trunk, code, event);
     }
   }
   void OnCardReopening(const CStopFlag& caller) override {
-    Note("reopening");
+    Note(Reopening());
     std::function<void(const CStopFlag&)> now;
     {
       const std::lock_guard<std::mutex> held(lock);
@@ -62,25 +64,36 @@ class CRecordingHandlers : public ICardHandlers {
   void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override {}
   void OnDigit(uint32_t, uint32_t, char) override {}
 
-  std::vector<std::string> Lines() const {
+  Reports Seen() const {
     const std::lock_guard<std::mutex> held(lock);
-    return lines;
+    return {reports.begin(), reports.end()};
   }
-  size_t Count(const std::string& line) const {
+  std::vector<std::string> Notices() const {
     const std::lock_guard<std::mutex> held(lock);
-    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+    std::vector<std::string> texts;
+    for (const SReport& report : reports) {
+      if (report.kind == SReport::EKind::kNotice) {
+        texts.push_back(report.text);
+      }
+    }
+    return texts;
   }
-  bool WaitFor(const std::string& line, size_t times = 1, int timeoutMs = 10000) const {
+  size_t Count(const SReport& report) const {
+    const std::lock_guard<std::mutex> held(lock);
+    return static_cast<size_t>(std::count(reports.begin(), reports.end(), report));
+  }
+  bool WaitFor(const SReport& report, size_t times = 1, int timeoutMs = 10000) const {
     std::unique_lock<std::mutex> held(lock);
-    return changed.wait_for(held, std::chrono::milliseconds(timeoutMs),
-                            [&] { return static_cast<size_t>(std::count(lines.begin(), lines.end(), line)) >= times; });
+    return changed.wait_for(held, std::chrono::milliseconds(timeoutMs), [&] {
+      return static_cast<size_t>(std::count(reports.begin(), reports.end(), report)) >= times;
+    });
   }
-  // Until so many lines have the part in them.
-  bool WaitForPart(const std::string& part, size_t times) const {
-    const auto hasPart = [&](const std::string& line) { return line.find(part) != std::string::npos; };
+  // Until this number of notices have the part in them.
+  bool WaitForNotices(const std::string& part, size_t times) const {
+    const auto hasPart = [&](const SReport& report) { return report.text.find(part) != std::string::npos; };
     std::unique_lock<std::mutex> held(lock);
     return changed.wait_for(held, std::chrono::seconds(10), [&] {
-      return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), hasPart)) >= times;
+      return static_cast<size_t>(std::count_if(reports.begin(), reports.end(), hasPart)) >= times;
     });
   }
 
@@ -91,23 +104,15 @@ class CRecordingHandlers : public ICardHandlers {
   uint32_t firstGlobalTrunk = 0;
 
  private:
-  void Note(const std::string& line) {
+  void Note(const SReport& report) {
     const std::lock_guard<std::mutex> held(lock);
-    lines.push_back(line);
+    reports.push_back(report);
     changed.notify_all();
-  }
-
-  // By the numbers of the card's status reports.
-  void NoteStatus(uint32_t trunk, uint32_t code, uint32_t value16 = 0, uint32_t value32 = 0) {
-    Note("trunk " + std::to_string(trunk) + " " + std::to_string(code) + " " + std::to_string(value16) + " " +
-         std::to_string(value32));
   }
 
   mutable std::mutex lock;
   mutable std::condition_variable changed;
-  std::vector<std::string> lines;
+  std::list<SReport> reports;  // one allocation a report: tests let the memory run out there
 };
-
-inline const char* const kUpLine = "trunk 0 257 0 0";
 
 }  // namespace zelk

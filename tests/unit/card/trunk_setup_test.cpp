@@ -102,7 +102,7 @@ TEST_F(TrunkSetup, ATrunkWhoseControllerCannotBeMadeIsDeafAndTheOthersWork) {
   support::ForEachFailingAllocation(setUp, [&](bool) {
     CControlThread thread(core, std::make_shared<CSocket>(), 1);
     for (uint32_t trunk = 0; trunk < 2; ++trunk) {
-      const std::string up = "trunk " + std::to_string(trunk) + " 257 0 0";
+      const SReport up = DchannelUp(trunk);
       const size_t before = handlers.Count(up);
       thread.OnFrame(trunk, ua, sizeof ua);
       const CScopedLock<CRecursiveMutex> held(core->trunks[trunk].lock);
