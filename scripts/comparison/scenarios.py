@@ -1,38 +1,71 @@
-"""The scenarios of scripts/compare-builds: tests of the system test program, which say what happens in them.
+"""The scenarios of scripts/compare-builds: cases of the system test program, which say what happens in them.
 
-Patterns of the cases' names alone; each must fit at least one case of the old checkout.
+Each line is one case, by patterns of its name; several where the case has had another name in an older checkout.
 """
 
 SCENARIOS = {
     "demo": [],
     "incoming-call": [
-        "*.incoming_call_cleared_by_the_far_end_*", "*.incoming_call_cleared_by_the_application_*",
-        "*.reject_of_an_offered_call_*", "*.calls_for_the_signalling_and_the_framing_*"],
+        "*Calls.incoming_*cleared_by_the_far_end*",
+        "*Calls.incoming_*cleared_by_the_application*",
+        "*IncomingCalls.reject_sends_cause_21_*:*.reject_of_an_offered_call_*",
+        "*IncomingCalls.*for_the_signalling_*",
+    ],
     "outgoing-call": [
-        "*.an_answered_call_*", "*.an_unanswered_call_*",
-        "*.both_numbers_carry_*", "*.numbers_are_cut_*"],
+        "*OutgoingCalls.answered_give_*:*.an_answered_call_*",
+        "*OutgoingCalls.an_unanswered_call_*",
+        "*OutgoingCalls.numbers_carry_*:*.both_numbers_carry_*",
+        "*OutgoingCalls.numbers_are_cut_*",
+    ],
     "refused-call": [
-        "*.a_refused_call_*", "*.busy_far_end_*", "*.every_clearing_*",
-        "*.a_channel_that_allows_no_incoming_*"],
-    "redirected-call": ["*.every_redirect_reason_*", "*.keys_and_codes_of_an_incoming_*"],
-    "digits": ["*.digits_of_the_far_end_*"],
-    "sound": ["*.thirty_calls_*"],
-    "play-callback": ["*.the_play_callback_*"],
-    "stopped-sound": ["*.stop_play_silences_*"],
-    "files": ["*.files_of_all_four_formats_*", "*.files_that_cannot_*"],
-    "lost-trunk": ["*.takes_calls_in_every_state_*", "*.a_lost_card_*"],
-    "network-role": ["*.an_outgoing_call_*", "*.a_busy_far_end_*",
-                     "*.a_far_end_that_acknowledges_*"],
-    "card-restart": ["*.of_an_open_card_*", "*.bring_back_*",
-                     "*.is_appended_to_*"],
-    "echo": ["*.switch_of_a_trunk_*"],
-    "line-errors": ["*.ten_errors_*", "*.every_error_*", "*.a_register_read_back_*",
-                    "*.a_frame_of_299_*"],
-    "packet-order": ["*.packets_1_3_4_*", "*.a_loss_with_hint_9_*",
-                     "*.nine_old_packets_*", "*.three_hundred_orders_*"],
-    "log-levels": ["Levels/CCallLog.*"],
-    "audio-path": ["*.lines_begin_*", "*.buffers_queued_*", "*.play_time_*"],
-    "start-up": ["CStartup.*"],
+        "*OutgoingCalls.refused_bring_*:*.a_refused_call_*",
+        "*Calls.busy_far_end_*",
+        "*OutgoingCalls.clearings_tell_*:*.every_clearing_*",
+        "*Calls.a_channel_without_incoming_*:*.a_channel_that_allows_no_incoming_*",
+    ],
+    "redirected-call": [
+        "*IncomingCalls.every_redirect_reason_*",
+        "*Information.*of_an_incoming_call_*",
+    ],
+    "digits": ["*Sound.digits_of_the_far_end_*"],
+    "sound": ["*ThirtyCalls.carry_their_own_*:*Sound.thirty_calls_*"],
+    "play-callback": ["*Sound.the_play_callback_*"],
+    "stopped-sound": ["*Sound.stop_play_silences_*"],
+    "files": [
+        "*PlayFile.files_of_all_four_formats_*",
+        "*PlayFile.unplayable_files_*:*PlayFile.files_that_cannot_*",
+    ],
+    "lost-trunk": ["*TrunkLoss.takes_calls_in_every_state*", "*TrunkLoss.a_lost_card_*"],
+    "network-role": [
+        "*NetworkRole.an_outgoing_call_*",
+        "*NetworkRole.a_busy_far_end_*",
+        "*NetworkRole.an_acknowledged_answer_*:*.a_far_end_that_acknowledges_*",
+    ],
+    "card-restart": [
+        "*Announcements.of_an_open_card_*",
+        "*Announcements.bring_back_*",
+        "*Capture.is_appended_to_*",
+    ],
+    "echo": ["*Echo.switch_*"],
+    "line-errors": [
+        "*Control.ten_errors_*",
+        "*Control.every_error_*",
+        "*Control.needs_no_marker_*:*.a_register_read_back_*",
+        "*Control.a_frame_of_299_*",
+    ],
+    "packet-order": [
+        "*AudioOrder.packets_1_3_4_*",
+        "*AudioOrder.a_loss_with_hint_9_*",
+        "*AudioOrder.nine_old_packets_*",
+        "*RandomOrders.are_answered_*:*.three_hundred_orders_*",
+    ],
+    "log-levels": ["Levels/*CallLog.*"],
+    "audio-path": [
+        "*AudioPath.begins_with_160_*:*.lines_begin_*",
+        "*AudioPath.buffers_back_to_back_*:*.buffers_queued_*",
+        "*.play_time_of_100_bytes_*",
+    ],
+    "start-up": ["*Startup.*"],
 }
 
 # Where a stop or a hang-up decides how long a sound is.
