@@ -21,16 +21,16 @@ constexpr uint16_t kStartUpRegister = 0x1006;
 
 }  // namespace
 
-CLibrary::SCardSlot::SCardSlot(const CChannelTable& channels, uint32_t cardIndex)
+CLibrary::SCardEntry::SCardEntry(const CChannelTable& channels, uint32_t cardIndex)
     : card(cardIndex), handlers(channels, cardIndex) {}
 
 CLibrary::CLibrary() {
   // The log and the configuration must outlive the cards' threads: made first, destroyed last.
   Log();
   Config();
-  slots.reserve(kMaxCards);
+  cardEntries.reserve(kMaxCards);
   for (uint32_t cardIndex = 0; cardIndex < kMaxCards; ++cardIndex) {
-    slots.push_back(std::make_unique<SCardSlot>(channels, cardIndex));
+    cardEntries.push_back(std::make_unique<SCardEntry>(channels, cardIndex));
   }
 }
 
@@ -69,7 +69,8 @@ bool CLibrary::StartUp() {
     initialised = true;
     return true;
   }
-  const auto cardCount = static_cast<uint32_t>(std::min({static_cast<size_t>(result), found.size(), slots.size()}));
+  const auto cardCount =
+      static_cast<uint32_t>(std::min({static_cast<size_t>(result), found.size(), cardEntries.size()}));
   OpenCards(found, cardCount);
   if (!StartListener(found, cardCount)) {
     TearDown();
@@ -83,7 +84,7 @@ void CLibrary::OpenCards(const std::vector<SDiscoveredCard>& found, uint32_t car
   const CConfig& config = Config();
   uint32_t trunkTotal = 0;
   for (uint32_t cardIndex = 0; cardIndex < cardCount; ++cardIndex) {
-    CCard& card = slots[cardIndex]->card;
+    CCard& card = cardEntries[cardIndex]->card;
     card.SetTrunkDefaults(config.switchType, config.clientType, config.numberType);
     if (card.Open(found[cardIndex].cardAddress, kCardPort, found[cardIndex].localAddress)) {
       // Looked up once: a card may say something else at any moment.
@@ -95,21 +96,21 @@ void CLibrary::OpenCards(const std::vector<SDiscoveredCard>& found, uint32_t car
 }
 
 void CLibrary::AddCard(uint32_t cardIndex, uint32_t firstTrunk, uint32_t trunkCount) {
-  SCardSlot& slot = *slots[cardIndex];
+  SCardEntry& entry = *cardEntries[cardIndex];
   const auto firstChannel = static_cast<uint32_t>(channels.Count());
-  const uint32_t trunksWithChannels = AddTrunks(slot.card, cardIndex, trunkCount);
+  const uint32_t trunksWithChannels = AddTrunks(entry.card, cardIndex, trunkCount);
   if (trunksWithChannels < trunkCount) {
     LogFormat(ELogClass::kStatus, kGeneralLine, "Card %u: %u of %u Trunks have no channels, the channel table is full",
               cardIndex, trunkCount - trunksWithChannels, trunkCount);
   }
-  slot.handlers.Place(firstTrunk, firstChannel);
-  if (std::exchange(slot.hasReported, true)) {
-    // Handlers hear of every opening but the first; this one happened while they had no channels to report to.
-    slot.handlers.OnCardUp();
+  entry.handlers.Place(firstTrunk, firstChannel);
+  if (std::exchange(entry.hasReported, true)) {
+    // Handlers hear of every open but the first; this one happened while they had no channels to report to.
+    entry.handlers.OnCardUp();
   }
-  slot.card.SetHandlers(&slot.handlers);
+  entry.card.SetHandlers(&entry.handlers);
   for (uint32_t trunk = 0; trunk < trunkCount; ++trunk) {
-    slot.card.SendRegisterRead(trunk, kStartUpRegister);
+    entry.card.SendRegisterRead(trunk, kStartUpRegister);
   }
 }
 
@@ -131,7 +132,7 @@ uint32_t CLibrary::AddTrunks(CCard& card, uint32_t cardIndex, uint32_t trunkCoun
 bool CLibrary::StartListener(const std::vector<SDiscoveredCard>& found, uint32_t cardCount) {
   std::vector<CCard*> cards;
   for (uint32_t cardIndex = 0; cardIndex < cardCount; ++cardIndex) {
-    cards.push_back(&slots[cardIndex]->card);
+    cards.push_back(&cardEntries[cardIndex]->card);
   }
   return listener.Start(std::move(cards), std::vector<SDiscoveredCard>(found.begin(), found.begin() + cardCount));
 }
@@ -147,10 +148,10 @@ void CLibrary::Shutdown() {
 // one that is held in a callback for longer than all the waits here touches none when it comes back.
 void CLibrary::TearDown() {
   listener.Stop();
-  for (const std::unique_ptr<SCardSlot>& slot : slots) {
-    slot->card.Close();
+  for (const std::unique_ptr<SCardEntry>& entry : cardEntries) {
+    entry->card.Close();
     // A later start-up opens the card before its channels exist: nothing may be reported to these handlers then.
-    slot->card.SetHandlers(nullptr);
+    entry->card.SetHandlers(nullptr);
   }
   channels.CloseAll();
   channels.Clear();

@@ -15,7 +15,7 @@
 
 namespace zelk {
 
-// The whole library: the card slots, the channel table and the listener for restarted cards, built by Init and taken
+// The whole library: the cards, the channel table and the listener for restarted cards, built by Init and taken
 // down by Shutdown. One instance a process (Library()). Thread: Init and Shutdown any, one at a time (a lock sees to
 // it), never inside a callback: both block for seconds in the worst case, Shutdown until the cards' threads have ended.
 // Channels may be used by any thread between the two. Owns cards, handlers and channels. Channels are destroyed only
@@ -34,9 +34,9 @@ class CLibrary {
   CChannelTable& Channels() { return channels; }
 
  private:
-  // A slot lives from load to unload; discovery and the listener fill and re-open the same ones.
-  struct SCardSlot {
-    SCardSlot(const CChannelTable& channels, uint32_t cardIndex);
+  // An entry lives from load to unload; discovery and the listener fill and re-open the same ones.
+  struct SCardEntry {
+    SCardEntry(const CChannelTable& channels, uint32_t cardIndex);
     CCard card;
     CChannelHandlers handlers;
     bool hasReported = false;  // the card was given its handlers by an earlier start-up
@@ -52,8 +52,8 @@ class CLibrary {
   CMutex lock;
   bool initialised ZELK_GUARDED_BY(lock) = false;
   CChannelTable channels;
-  // Behind the table, so that they (and whatever thread of theirs) are gone before it.
-  std::vector<std::unique_ptr<SCardSlot>> slots;
+  // After the table, so that they (and whatever thread of theirs) are gone before it.
+  std::vector<std::unique_ptr<SCardEntry>> cardEntries;
   CAnnouncementListener listener ZELK_GUARDED_BY(lock);
 };
 

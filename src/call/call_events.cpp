@@ -34,7 +34,7 @@ bool ReadParties(CTrunk& trunk, PriCall call, SPriParties& parties) {
   return trunk.controller && trunk.controller->Parties(call, parties);
 }
 
-void TakeOverParties(CTrunk& trunk, CDevice& device, PriCall call) {
+void NoteParties(CTrunk& trunk, CDevice& device, PriCall call) {
   SPriParties parties;
   if (ReadParties(trunk, call, parties)) {
     device.NoteParties(parties);
@@ -78,7 +78,7 @@ void CCallEvents::Handle(CCard& card, uint16_t trunkIndex, uint16_t bchannel, EC
     return;
   }
   const SCall call{card.Trunk(trunkIndex), *device, bchannel, event};
-  if (!TakeLostCall(call, code)) {
+  if (!HandleLostCall(call, code)) {
     Dispatch(call, code);
   }
 }
@@ -115,7 +115,7 @@ bool CCallEvents::ChooseChannel(CCard& card, uint16_t trunkIndex, const SPriEven
 }
 
 // True when the event is about a call that was lost with its trunk, and nothing is left to do.
-bool CCallEvents::TakeLostCall(const SCall& call, ECallEvent code) {
+bool CCallEvents::HandleLostCall(const SCall& call, ECallEvent code) {
   if (!call.device.Call().IsLost(call.event.call)) {
     return false;
   }
@@ -205,7 +205,7 @@ void CCallEvents::OnHangupAck(const SCall& call) const {
 
 void CCallEvents::OnConnectAck(const SCall& call) {
   CDevice& device = call.device;
-  TakeOverParties(call.trunk, device, call.event.call);
+  NoteParties(call.trunk, device, call.event.call);
   device.Call().Connect(device.Trunk().echoEnabled);
   ApplicationEvents().Post(device.ChannelNumber(), EVENT_CONNECTED, 0);
 }
@@ -213,7 +213,7 @@ void CCallEvents::OnConnectAck(const SCall& call) {
 void CCallEvents::OnAnswer(const SCall& call) {
   CDevice& device = call.device;
   if (device.Call().View().direction >= 1) {
-    TakeOverParties(call.trunk, device, call.event.call);
+    NoteParties(call.trunk, device, call.event.call);
   }
   device.Call().Connect();
   ApplicationEvents().Post(device.ChannelNumber(), EVENT_CONNECTED, 0);

@@ -34,7 +34,7 @@ class CCallEvents {
 
   void OnHangupAck(const SCall& call) const;
 
-  static bool TakeLostCall(const SCall& call, ECallEvent code);
+  static bool HandleLostCall(const SCall& call, ECallEvent code);
   void Dispatch(const SCall& call, ECallEvent code) const;
   static void OnRing(const SCall& call);
   static void OnHangup(const SCall& call, ECallEvent code);

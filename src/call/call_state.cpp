@@ -7,7 +7,7 @@ namespace zelk {
 
 namespace {
 
-// libpri clears a lost call within its timers; a trunk that flaps faster than that leaves a few behind.
+// libpri clears a lost call within its timers; a trunk that flaps faster than that leaves a few more.
 constexpr size_t kMaxLostCalls = 16;
 
 constexpr bool IsPermittedFromEverywhere(ECallChange change) {
@@ -103,7 +103,7 @@ bool CCallState::TrunkUp() {
   return true;
 }
 
-void CCallState::CloseLink() {
+void CCallState::CloseChannel() {
   const CScopedLock<CMutex> held(callLock);
   view.linkState = -1;
 }

@@ -116,7 +116,7 @@ class CCallState {
   // False when it was up before.
   bool TrunkUp();
   // The channel reads as down until its trunk comes up the next time; a call goes on.
-  void CloseLink();
+  void CloseChannel();
 
   // A call lost with its trunk or card lives on in libpri until it is cleared there; what libpri still says of it must
   // not reach a newer call on this channel.

@@ -52,7 +52,7 @@ void CDevice::Close() {
     return;
   }
   ClearMessage();
-  call.CloseLink();
+  call.CloseChannel();
   wave.Close();
   isOpen = false;
 }

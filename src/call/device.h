@@ -17,7 +17,7 @@ namespace zelk {
 constexpr uint32_t kDwordQueueCapacity = 40;
 constexpr size_t kMessageBytes = 513;
 
-// Where a channel stands: its card's slot, the trunk and timeslot on it, and its place in the channel table.
+// Where a channel stands: the index of its card, the trunk and timeslot on it, and its place in the channel table.
 struct SDevicePlace {
   int32_t cardIndex = 0;
   int32_t trunkIndex = 0;  // from 0

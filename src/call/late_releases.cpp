@@ -30,7 +30,7 @@ void CLateReleases::Await(uint32_t channel, PriCall call, int32_t cause) {
 
 void CLateReleases::OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller) {
   while (!caller.IsSet() && IsAwaited()) {
-    const std::optional<SAwaited> due = TakeDue(nowMs);
+    const std::optional<SAwaited> due = NextDue(nowMs);
     if (!due) {
       return;
     }
@@ -38,7 +38,7 @@ void CLateReleases::OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller)
   }
 }
 
-std::optional<CLateReleases::SAwaited> CLateReleases::TakeDue(uint32_t nowMs) {
+std::optional<CLateReleases::SAwaited> CLateReleases::NextDue(uint32_t nowMs) {
   const auto timeoutMs = static_cast<uint64_t>(std::max<int32_t>(Config().clearedCallTimeoutS, 0)) * kMsPerSecond;
   const CScopedLock<CMutex> held(lock);
   for (SAwaited& entry : awaited) {

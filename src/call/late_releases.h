@@ -37,7 +37,7 @@ class CLateReleases {
     std::optional<uint32_t> sinceMs;
   };
 
-  std::optional<SAwaited> TakeDue(uint32_t nowMs);
+  std::optional<SAwaited> NextDue(uint32_t nowMs);
   void Release(CCard& card, const SAwaited& due) const;
 
   const CCardChannels& channels;

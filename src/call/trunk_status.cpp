@@ -23,7 +23,7 @@ bool PostState(const CDevice& device, int32_t state, const CStopFlag& caller) {
 // The channel goes down with whatever call it has; no disconnected event, and the direction stays. The trunk's lock
 // keeps new calls away meanwhile; where it is not to be had, whoever has it is in a callback and begins none.
 // False when the caller has been given up.
-bool TakeDown(CDevice& device, const SLockPatience& patience) {
+bool BringDown(CDevice& device, const SLockPatience& patience) {
   {
     const CTrunkLock held(device.Trunk().lock, patience);
     if (patience.caller.IsSet()) {
@@ -135,7 +135,7 @@ void CTrunkStatus::SetTrunkDown(uint32_t trunk, const CStopFlag& caller) const {
   const CCardChannels::SSlots slots = channels.SlotsOfTrunk(trunk);
   for (size_t slot = slots.first; slot < slots.end; ++slot) {
     CDevice* device = channels.At(slot);
-    if (device != nullptr && device->Call().View().linkState != -1 && !TakeDown(*device, patience)) {
+    if (device != nullptr && device->Call().View().linkState != -1 && !BringDown(*device, patience)) {
       return;
     }
   }
@@ -147,7 +147,7 @@ void CTrunkStatus::LoseCard(const CStopFlag& caller) const {
   for (size_t slot = slots.first; slot < slots.end; ++slot) {
     if (CDevice* device = channels.At(slot)) {
       device->Trunk().lineStatus = kLineUnknown;
-      if (!TakeDown(*device, patience)) {
+      if (!BringDown(*device, patience)) {
         return;
       }
     }
@@ -155,7 +155,7 @@ void CTrunkStatus::LoseCard(const CStopFlag& caller) const {
 }
 
 void CTrunkStatus::OnCardReopening(const CStopFlag& caller) const {
-  if (!TakeCallsDown(caller)) {
+  if (!BringCallsDown(caller)) {
     return;
   }
   // The controllers take their calls with them: nothing will be said of a lost call again.
@@ -167,12 +167,12 @@ void CTrunkStatus::OnCardReopening(const CStopFlag& caller) const {
   }
 }
 
-bool CTrunkStatus::TakeCallsDown(const CStopFlag& caller) const {
+bool CTrunkStatus::BringCallsDown(const CStopFlag& caller) const {
   const SLockPatience patience(kReopenLockMs, caller);
   const CCardChannels::SSlots slots = channels.SlotsOfCard();
   for (size_t slot = slots.first; slot < slots.end; ++slot) {
     CDevice* device = channels.At(slot);
-    if (device != nullptr && device->Call().View().callHandle != nullptr && !TakeDown(*device, patience)) {
+    if (device != nullptr && device->Call().View().callHandle != nullptr && !BringDown(*device, patience)) {
       return false;
     }
   }

@@ -34,7 +34,7 @@ class CTrunkStatus {
   void SetTrunkUp(uint32_t trunk, const CStopFlag& caller) const;
   void SetTrunkDown(uint32_t trunk, const CStopFlag& caller) const;
   void LoseCard(const CStopFlag& caller) const;
-  bool TakeCallsDown(const CStopFlag& caller) const;
+  bool BringCallsDown(const CStopFlag& caller) const;
   void LogLine(uint32_t trunk, const char* text) const;
 
   const CCardChannels& channels;

@@ -28,7 +28,7 @@ void ZELK_CALL CountUp(int32_t, uint32_t event, int32_t param) {
 }
 
 // Cards at 127.0.0.2 and up; a trunk count of 0 stands for a card that answers the probe and takes no connection.
-class CLibraryTest : public ::testing::Test {
+class WholeLibrary : public ::testing::Test {
  protected:
   void SetUp() override { channelsUp = 0; }
   void TearDown() override {
@@ -80,13 +80,13 @@ class CLibraryTest : public ::testing::Test {
   CLibrary library;
 };
 
-TEST_F(CLibraryTest, WithoutACardInitSucceedsWithoutChannels) {
+TEST_F(WholeLibrary, WithoutACardInitSucceedsWithoutChannels) {
   EXPECT_TRUE(library.Init());
   EXPECT_EQ(library.Channels().Count(), 0);
   EXPECT_EQ(Channel(0), nullptr);
 }
 
-TEST_F(CLibraryTest, ShutdownWithoutInitAndTwiceDoesNothing) {
+TEST_F(WholeLibrary, ShutdownWithoutInitAndTwiceDoesNothing) {
   library.Shutdown();
   EXPECT_TRUE(library.Init());
   library.Shutdown();
@@ -94,7 +94,7 @@ TEST_F(CLibraryTest, ShutdownWithoutInitAndTwiceDoesNothing) {
   EXPECT_EQ(library.Channels().Count(), 0);
 }
 
-TEST_F(CLibraryTest, CardsTrunksAndTimeslotsMakeTheTable) {
+TEST_F(WholeLibrary, CardsTrunksAndTimeslotsMakeTheTable) {
   MakeCards({4, 1});
   ASSERT_TRUE(library.Init());
   ASSERT_EQ(library.Channels().Count(), 150);
@@ -110,7 +110,7 @@ TEST_F(CLibraryTest, CardsTrunksAndTimeslotsMakeTheTable) {
   EXPECT_EQ(Channel(120)->BurnDate(), "13050900");
 }
 
-TEST_F(CLibraryTest, EveryTrunksRegisterIsReadBackAtStartUp) {
+TEST_F(WholeLibrary, EveryTrunksRegisterIsReadBackAtStartUp) {
   MakeCards({3});
   ASSERT_TRUE(library.Init());
   for (uint8_t trunk = 1; trunk <= 3; ++trunk) {
@@ -119,7 +119,7 @@ TEST_F(CLibraryTest, EveryTrunksRegisterIsReadBackAtStartUp) {
   EXPECT_EQ(cards[0]->Count({0xFF, 0x02}), 3U);
 }
 
-TEST_F(CLibraryTest, CardThatDoesNotOpenKeepsItsIndexAndGetsNoChannels) {
+TEST_F(WholeLibrary, CardThatDoesNotOpenKeepsItsIndexAndGetsNoChannels) {
   MakeCards({1, 0, 1});
   ASSERT_TRUE(library.Init());
   ASSERT_EQ(library.Channels().Count(), 60);
@@ -127,7 +127,7 @@ TEST_F(CLibraryTest, CardThatDoesNotOpenKeepsItsIndexAndGetsNoChannels) {
   EXPECT_EQ(Channel(30)->CardIndex(), 2);
 }
 
-TEST_F(CLibraryTest, TrunksThatDoNotFitTheTableGetNoChannels) {
+TEST_F(WholeLibrary, TrunksThatDoNotFitTheTableGetNoChannels) {
   MakeCards({8, 8, 8, 8, 8});
   const std::streamoff start = LogSize();
   ASSERT_TRUE(library.Init());
@@ -140,7 +140,7 @@ TEST_F(CLibraryTest, TrunksThatDoNotFitTheTableGetNoChannels) {
       << log;
 }
 
-TEST_F(CLibraryTest, SecondInitKeepsChannelsAndReadsTheLevelAgain) {
+TEST_F(WholeLibrary, SecondInitKeepsChannelsAndReadsTheLevelAgain) {
   MakeCards({1});
   ASSERT_TRUE(library.Init());
   CDevice* first = Channel(0);
@@ -152,7 +152,7 @@ TEST_F(CLibraryTest, SecondInitKeepsChannelsAndReadsTheLevelAgain) {
   EXPECT_EQ(cards[0]->Connections(), 1);
 }
 
-TEST_F(CLibraryTest, ShutdownClosesCardsAndEmptiesTheTable) {
+TEST_F(WholeLibrary, ShutdownClosesCardsAndEmptiesTheTable) {
   MakeCards({1});
   ASSERT_TRUE(library.Init());
   Channel(0)->Open();
@@ -162,7 +162,7 @@ TEST_F(CLibraryTest, ShutdownClosesCardsAndEmptiesTheTable) {
   EXPECT_EQ(Channel(0), nullptr);
 }
 
-TEST_F(CLibraryTest, EveryInitAfterAShutdownReportsTheTrunksThatComeUp) {
+TEST_F(WholeLibrary, EveryInitAfterAShutdownReportsTheTrunksThatComeUp) {
   ApplicationEvents().SetEventCallback(&CountUp);
   MakeCards({2}, true);
   for (int round = 1; round <= 3; ++round) {
@@ -174,7 +174,7 @@ TEST_F(CLibraryTest, EveryInitAfterAShutdownReportsTheTrunksThatComeUp) {
   }
 }
 
-TEST_F(CLibraryTest, TrunksOfTheSecondCardStandBehindThoseOfTheFirst) {
+TEST_F(WholeLibrary, TrunksOfTheSecondCardStandBehindThoseOfTheFirst) {
   MakeCards({2, 1}, true);
   ApplicationEvents().SetEventCallback(&CountUp);
   ASSERT_TRUE(library.Init());
@@ -184,7 +184,7 @@ TEST_F(CLibraryTest, TrunksOfTheSecondCardStandBehindThoseOfTheFirst) {
   EXPECT_EQ(Channel(89)->Call().View().linkState, 1);
 }
 
-TEST_F(CLibraryTest, LinesAreWrittenAfterAShutdownToo) {
+TEST_F(WholeLibrary, LinesAreWrittenAfterAShutdownToo) {
   const std::streamoff start = LogSize();
   ASSERT_TRUE(library.Init());
   library.Shutdown();
@@ -194,7 +194,7 @@ TEST_F(CLibraryTest, LinesAreWrittenAfterAShutdownToo) {
       support::Eventually([&] { return FileFrom(start).find("  G :after the shut-down\r\n") != std::string::npos; }));
 }
 
-TEST_F(CLibraryTest, InitAndShutdownOnSeveralThreadsTakeTurns) {
+TEST_F(WholeLibrary, InitAndShutdownOnSeveralThreadsTakeTurns) {
   MakeCards({1});
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 3; ++thread) {

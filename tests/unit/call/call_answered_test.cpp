@@ -9,7 +9,7 @@ using Posted = std::vector<SPosted>;
 
 using CallAnswered = CTrunkFixture;
 
-TEST_F(CallAnswered, ConnectAcknowledgeTakesOverPartiesAndEchoSetting) {
+TEST_F(CallAnswered, ConnectAcknowledgeBringsPartiesAndEchoSetting) {
   Offer(5);
   application.Take();
   firstCard.Trunk(0).echoEnabled = true;
@@ -29,7 +29,7 @@ TEST_F(CallAnswered, ConnectAcknowledgeTakesOverPartiesAndEchoSetting) {
   EXPECT_EQ(Info(4, "DLI"), "4711");
 }
 
-TEST_F(CallAnswered, ConnectAcknowledgeTakesOverARedirectingNumberAndItsReason) {
+TEST_F(CallAnswered, ConnectAcknowledgeBringsARedirectingNumberAndItsReason) {
   Offer(5);
   ASSERT_EQ(Texts(4), "030123456|4711||Voice");
   ASSERT_TRUE(Answer(Channel(4)));
@@ -83,7 +83,7 @@ class CallAnsweredByDirection : public CTrunkFixture, public ::testing::WithPara
   CallAnsweredByDirection() : CTrunkFixture(GetParam()) {}
 };
 
-TEST_P(CallAnsweredByDirection, TakesOverPartiesOnlyOfAnIncomingCall) {
+TEST_P(CallAnsweredByDirection, BringsPartiesOnlyOfAnIncomingCall) {
   Offer(5);
   const SPriEvent answer = OfCall(View(4).callHandle);
   RingWithTexts(4, kNobodysCall, "kept");

@@ -78,7 +78,7 @@ TEST_F(CallClearing, AnsweredByNothingAtAllIsReportedLateAfterT308HasRunTwice) {
   EXPECT_EQ(Info(3, "CHANNELSTATE"), "READY");
 }
 
-TEST_F(CallClearing, CrossedByARefusalOfTheSetupIsReportedLateWithTheRefusalsCause) {
+TEST_F(CallClearing, CrossedByARefusalIsReportedLateWithItsCause) {
   ASSERT_TRUE(Dial(Channel(3), "999", "111"));
   trunk.Run();
   EXPECT_TRUE(Hangup(Channel(3)));
@@ -89,7 +89,7 @@ TEST_F(CallClearing, CrossedByARefusalOfTheSetupIsReportedLateWithTheRefusalsCau
   ExpectReleasedLate(3, 44);
 }
 
-TEST_F(CallClearing, BegunByT313AndAnsweredByReleaseCompleteIsReportedLate) {
+TEST_F(CallClearing, OfT313AnsweredByReleaseCompleteIsReportedLate) {
   Offer(4);
   ASSERT_TRUE(Answer(Channel(3)));
   trunk.Run();
@@ -107,7 +107,7 @@ TEST_F(CallClearing, BegunByT313AndAnsweredByReleaseCompleteIsReportedLate) {
   ExpectReleasedLate(3, 16);
 }
 
-TEST_F(CallClearing, BegunByARestartAndAnsweredByReleaseCompleteIsReportedLate) {
+TEST_F(CallClearing, OfARestartAnsweredByReleaseCompleteIsReportedLate) {
   Connect(3);
   Raise(4, kPriRestart);
   ASSERT_EQ(CountSent(kDisconnect), 1U);
@@ -118,7 +118,7 @@ TEST_F(CallClearing, BegunByARestartAndAnsweredByReleaseCompleteIsReportedLate) 
   ExpectReleasedLate(3, 16);
 }
 
-TEST_F(CallClearing, OnAChannelThatWasDownAlreadyWhenTheDchannelFellIsReportedLate) {
+TEST_F(CallClearing, OnAChannelDownBeforeItsDchannelIsReportedLate) {
   Channel(3).Open();
   Connect(3);
   Channel(3).Close();
@@ -217,7 +217,7 @@ TEST_F(CallClearing, ARingOnAChannelLeftConnectedCanBeRejected) {
 
 // ---- clearing twice ----
 
-TEST_F(CallClearing, ASecondHangUpIsLeftAloneAndTheOtherSidesReleaseIsAnsweredAtOnce) {
+TEST_F(CallClearing, ASecondHangUpIsLeftAloneAndTheReleaseAnsweredAtOnce) {
   enum class EAgain { kHangup, kReject, kRestart };
   for (const EAgain again : {EAgain::kHangup, EAgain::kReject, EAgain::kRestart}) {
     Offer(4);

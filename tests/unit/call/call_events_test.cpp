@@ -74,7 +74,7 @@ TEST_F(CallEvents, AlertingHangsUpWhatTheHangupMemberOfTheEventHolds) {
   EXPECT_TRUE(trunk.peerEvents.empty());
 }
 
-TEST_F(CallEvents, AlertingIsPostedWhenTheCallIsNotConnectedOrTheTrunkDoesNotHangUp) {
+TEST_F(CallEvents, AlertingIsPostedUnlessItHangsTheCallUp) {
   firstCard.Trunk(0).hangupOnAlerting = true;
   Raise(7, kPriRinging);
   EXPECT_EQ(application.Take(), (Posted{{6, EVENT_ALERTING, 0}}));

@@ -75,7 +75,7 @@ TEST_F(CallOperations, HangupOfACallThatLibpriDoesNotKnowLogs) {
   EXPECT_EQ(log.Lines(), (Lines{" 35 :Hangup()-> Failed in Q931 release()"}));
 }
 
-TEST_F(CallOperationsOfIncoming, HangupClearsWithCause16AndLeavesTheResetToTheNetwork) {
+TEST_F(CallOperationsOfIncoming, HangupSends16AndLeavesTheResetToTheNetwork) {
   JoinTrunk(kUser);
   Offer(5);
   CLogCapture log(9);

@@ -54,7 +54,7 @@ TEST_F(CallRing, OnFramingOrSignallingTimeslotGetsNoReply) {
 }
 
 TEST_F(CallRing, RedirectedCallKeepsTheReasonWhenTheNumberIsValid) {
-  // The peer sends no redirecting number by itself: one is put behind the last element of its SETUP.
+  // The peer sends no redirecting number by itself: one is put after the last element of its SETUP.
   AddToMessage(0x05, {0x74, 6, 0x21, 0x01, 0x81, '5', '5', '5'});
   Offer(3);
   EXPECT_EQ(application.Take(), (Posted{{2, EVENT_INCOMING_CALL, 0}}));
@@ -138,7 +138,7 @@ TEST_F(RingWithoutChannel, OnTheSecondTrunkLandsOneTrunkFurtherOn) {
 }
 
 // Something has been sent already: the refusal is a DISCONNECT then (ITU-T Q.931, 5.3.2), not a RELEASE COMPLETE.
-TEST_F(RingWithoutChannel, RefusedAfterItsSetupAcknowledgeIsClearedByDisconnect) {
+TEST_F(RingWithoutChannel, RefusedAfterSetupAcknowledgeIsClearedByDisconnect) {
   CMemoryTrunk second(firstCard, firstHandlers, 1);
   second.Run();
   application.Take();

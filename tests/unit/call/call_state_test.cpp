@@ -89,7 +89,7 @@ TEST_F(CallState, EveryChangeLeadsWhereTheTableSays) {
   EXPECT_EQ(FromAll([](CCallState& call) { call.End(); }), (States{kIdle, kIdle, kIdle, kIdle, kIdle, kLost}));
   EXPECT_EQ(FromAll([](CCallState& call) { call.Lose(); }), (States{kIdle, kLost, kLost, kLost, kLost, kLost}));
   const auto flap = [](CCallState& call) {
-    call.CloseLink();
+    call.CloseChannel();
     EXPECT_TRUE(call.TrunkUp());
   };
   EXPECT_EQ(FromAll(flap), (States{kIdle, kOffered, kDialled, kConnected, kClearing, kIdle}));
@@ -184,7 +184,7 @@ TEST_F(CallState, OnlyTheFirstOfTwoRisesOfTheTrunkIsOne) {
   CCallState call(echo);
   EXPECT_TRUE(call.TrunkUp());
   EXPECT_FALSE(call.TrunkUp());
-  call.CloseLink();
+  call.CloseChannel();
   EXPECT_EQ(call.View().linkState, -1);
   EXPECT_TRUE(call.TrunkUp());
 }

@@ -20,7 +20,7 @@ TEST_F(TrunkStatus, TrunkUpSetsItsThirtyChannelsUpOnce) {
   EXPECT_EQ(application.Take(), Posted{});
 }
 
-TEST_F(TrunkStatus, SecondCardsTrunksStandBehindTheFirstOnes) {
+TEST_F(TrunkStatus, SecondCardsTrunksFollowTheFirstOnes) {
   secondHandlers.OnDchannelUp(0, caller);
   EXPECT_EQ(application.Take(), States(120, 30, 1));
 }
