@@ -17,8 +17,6 @@ namespace zelk {
 class CCardCore;
 class CControlThread;
 
-constexpr uint32_t kMaxCards = 20;
-
 // One card: opens and closes the control connection, the trunks' controllers, the audio and the three threads.
 // Thread: opener (start-up, shut-down or the announcement listener, one at a time: the lifecycle lock sees to it) for
 // Open, Close and Reopen, which block for seconds in the worst case; any for the rest, which do not block. A failed

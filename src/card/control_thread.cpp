@@ -158,7 +158,7 @@ void CControlThread::RunTrunkTimers(uint32_t trunk) {
   Guarded([&]() ZELK_NO_THREAD_SAFETY_ANALYSIS {
     SPriEvent event;
     if (!stop.IsSet() && entry.controller != nullptr && entry.controller->RunTimers(event)) {
-      RouteEvent(*core, trunk, event, stop);
+      RouteEvent({core->owner, core->handlers, entry, trunk}, event, stop);
     }
   });
   AfterCallback(entry);
@@ -220,7 +220,7 @@ void CControlThread::OnFrame(uint32_t trunk, const uint8_t* frame, size_t length
       return;
     }
     entry.capture.Write('I', frame, length - kFcsBytes);
-    RouteEvent(*core, trunk, event, stop);
+    RouteEvent({core->owner, core->handlers, entry, trunk}, event, stop);
   });
   AfterCallback(entry);
 }

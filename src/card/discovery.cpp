@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "card/card.h"
 #include "platform/adapters.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
+#include "runtime/e1.h"
 #include "runtime/log.h"
 
 namespace zelk {

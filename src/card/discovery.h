@@ -9,6 +9,8 @@
 
 namespace zelk {
 
+constexpr uint32_t kMaxCards = 20;
+
 // A card that answered the probe: its address and the address of the adapter that heard it.
 struct SDiscoveredCard {
   SIpv4Address cardAddress;

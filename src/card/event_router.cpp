@@ -11,34 +11,34 @@ SEventRoute CallRoute(ECallEvent call) {
   return {SEventRoute::EKind::kCall, kStatusNone, call};
 }
 
-void RouteStatus(CCardCore& core, uint32_t trunk, ETrunkStatus status, const CStopFlag& caller) {
-  CTrunk& entry = core.trunks[trunk];
-  const CScopedLock<CRecursiveMutex> held(entry.lock);
-  ICardHandlers* handlers = core.handlers;
+void RouteStatus(const SEventSource& source, ETrunkStatus status, const CStopFlag& caller) {
+  CTrunk& trunk = source.trunk;
+  const CScopedLock<CRecursiveMutex> held(trunk.lock);
   if (status != kConfigError) {
-    entry.isDchannelUp = status == kDchannelUp;
-    entry.isUpReported = entry.isDchannelUp && handlers != nullptr;
+    trunk.isDchannelUp = status == kDchannelUp;
+    trunk.isUpReported = trunk.isDchannelUp && source.handlers != nullptr;
   }
-  if (handlers == nullptr) {
+  if (source.handlers == nullptr) {
     return;
   }
   if (status == kConfigError) {
-    handlers->OnConfigError(trunk);
+    source.handlers->OnConfigError(source.index);
   } else if (status == kDchannelUp) {
-    handlers->OnDchannelUp(trunk, caller);
+    source.handlers->OnDchannelUp(source.index, caller);
   } else {
-    handlers->OnDchannelDown(trunk, caller);
+    source.handlers->OnDchannelDown(source.index, caller);
   }
 }
 
-void RouteCall(CCardCore& core, uint32_t trunk, ECallEvent code, const SPriEvent& event, const CStopFlag& caller) {
-  if (ICardHandlers* handlers = core.handlers) {
-    handlers->OnCallEvent(core.owner, static_cast<uint16_t>(trunk), static_cast<uint16_t>(event.channel), code, event);
+void RouteCall(const SEventSource& source, ECallEvent code, const SPriEvent& event, const CStopFlag& caller) {
+  if (source.handlers != nullptr) {
+    source.handlers->OnCallEvent(source.card, static_cast<uint16_t>(source.index), static_cast<uint16_t>(event.channel),
+                                 code, event);
   }
-  CTrunk& entry = core.trunks[trunk];
-  const CScopedLock<CRecursiveMutex> held(entry.lock);
-  if (code == CALLEV_ANSWER && !caller.IsSet() && entry.controller != nullptr) {
-    entry.controller->ConnectAck(event.call, event.channel);
+  CTrunk& trunk = source.trunk;
+  const CScopedLock<CRecursiveMutex> held(trunk.lock);
+  if (code == CALLEV_ANSWER && !caller.IsSet() && trunk.controller != nullptr) {
+    trunk.controller->ConnectAck(event.call, event.channel);
   }
 }
 
@@ -79,12 +79,12 @@ SEventRoute RouteOf(int priEventCode) {
   }
 }
 
-void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event, const CStopFlag& caller) {
+void RouteEvent(const SEventSource& source, const SPriEvent& event, const CStopFlag& caller) {
   const SEventRoute route = RouteOf(event.code);
   if (route.kind == SEventRoute::EKind::kStatus) {
-    RouteStatus(core, trunk, route.status, caller);
+    RouteStatus(source, route.status, caller);
   } else if (route.kind == SEventRoute::EKind::kCall) {
-    RouteCall(core, trunk, route.call, event, caller);
+    RouteCall(source, route.call, event, caller);
   }
 }
 

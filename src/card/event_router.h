@@ -2,7 +2,8 @@
 
 #include <cstdint>
 
-#include "card/card_core.h"
+#include "card/card_handlers.h"
+#include "card/trunk.h"
 
 namespace zelk {
 
@@ -23,9 +24,17 @@ struct SEventRoute {
 
 SEventRoute RouteOf(int priEventCode);
 
+// A trunk that had an event, and whom to tell of it. Without handlers (null) the event's effects on the trunk remain.
+struct SEventSource {
+  CCard& card;
+  ICardHandlers* handlers;
+  CTrunk& trunk;
+  uint32_t index;  // of the trunk in its card
+};
+
 // Hands an event to the card's handlers; an answer is acknowledged to the network once the call logic has seen it,
 // unless the caller has been given up meanwhile.
 // Thread: control, the trunk's lock held.
-void RouteEvent(CCardCore& core, uint32_t trunk, const SPriEvent& event, const CStopFlag& caller);
+void RouteEvent(const SEventSource& source, const SPriEvent& event, const CStopFlag& caller);
 
 }  // namespace zelk

@@ -6,7 +6,6 @@
 #include "call/application_events.h"
 #include "call/call_operations.h"
 #include "call/channel_info.h"
-#include "card/event_router.h"
 
 #ifdef ZELK_FUZZ
 extern "C" int64_t zelk_fuzz_clock_ms;
@@ -19,8 +18,6 @@ constexpr int64_t kStartMs = 1000000;
 constexpr int kMaxTimersAtOnce = 64;
 constexpr int kMaxFramesAtOnce = 32;
 constexpr int32_t kChannels = 30;
-constexpr int32_t kNetworkSide = 1;
-constexpr int32_t kUserSide = 2;
 constexpr size_t kHeaderBytes = 4;  // of an information frame: address (2), N(S), N(R)
 constexpr size_t kFcsBytes = 2;
 constexpr uint8_t kTei = 0x01;
@@ -47,19 +44,19 @@ bool HasOwnReference(const uint8_t* message, size_t length) {
 
 }  // namespace
 
-CDrivenTrunk::CDrivenTrunk(const SSetUp& trunkSetUp) : setUp(trunkSetUp), nowMs(kStartMs), handlers(table, 0) {
+CDrivenTrunk::CDrivenTrunk(const SSetUp& trunkSetUp)
+    : setUp(trunkSetUp), nowMs(kStartMs), handlers(table, 0), trunk(card, handlers, 0) {
   SetClock(nowMs);
   AddChannels();
   handlers.Place(0, 0);
   current = this;
   ApplicationEvents().SetEventCallback(&OnEvent);
-  card.Trunk(0).nodeType = setUp.isNetwork ? kNetworkSide : kUserSide;
   MakeController();
 }
 
 CDrivenTrunk::~CDrivenTrunk() {
   ApplicationEvents().SetEventCallback(nullptr);
-  ReleaseController();
+  trunk.ReleaseController();
   current = nullptr;
 }
 
@@ -73,24 +70,8 @@ void CDrivenTrunk::AddChannels() {
 }
 
 void CDrivenTrunk::MakeController() {
-  {
-    CTrunk& trunk = card.Trunk(0);
-    const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    trunk.controller = CPriController::Create(*this, 0, trunk.nodeType, setUp.switchType);
-  }
+  trunk.MakeController(setUp.isNetwork ? kNetworkSide : kUserSide, setUp.switchType);
   AnswerLayer2();
-}
-
-void CDrivenTrunk::ReleaseController() {
-  CTrunk& trunk = card.Trunk(0);
-  const CScopedLock<CRecursiveMutex> held(trunk.lock);
-  trunk.controller.reset();
-}
-
-int CDrivenTrunk::OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) {
-  Require(trunk == 0 && length >= kFcsBytes, "a frame is that of its trunk and has room for the FCS");
-  written.emplace_back(frame, frame + length);
-  return static_cast<int>(length);
 }
 
 void CDrivenTrunk::Message(const Bytes& message) {
@@ -107,55 +88,18 @@ void CDrivenTrunk::MessageOfCall(const Bytes& typeAndElements) {
 }
 
 void CDrivenTrunk::Frame(const Bytes& frame) {
-  Receive(frame);
+  trunk.Receive(frame);
   AnswerLayer2();
-}
-
-// As the control thread does it.
-void CDrivenTrunk::Receive(const Bytes& frame) {
-  CTrunk& trunk = card.Trunk(0);
-  const CScopedLock<CRecursiveMutex> held(trunk.lock);
-  SPriEvent event;
-  if (trunk.controller && trunk.controller->Receive(frame.data(), frame.size(), event)) {
-    Route(event);
-  }
 }
 
 void CDrivenTrunk::Elapse(int64_t ms) {
   nowMs += ms;
   SetClock(nowMs);
-  CTrunk& trunk = card.Trunk(0);
-  for (int i = 0; i < kMaxTimersAtOnce; ++i) {
-    SUnixTime due{};
-    const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    SPriEvent event;
-    if (!trunk.controller || !trunk.controller->NextTimer(due)) {
-      break;
-    }
-    if (trunk.controller->RunTimers(event)) {
-      Route(event);
-    }
+  for (int i = 0; i < kMaxTimersAtOnce && trunk.IsTimerPending(); ++i) {
+    trunk.RunTimers();
   }
-  handlers.OnTime(card, static_cast<uint32_t>(nowMs), caller);
+  trunk.Pass(static_cast<uint32_t>(nowMs));
   AnswerLayer2();
-}
-
-void CDrivenTrunk::Route(const SPriEvent& event) {
-  const SEventRoute route = RouteOf(event.code);
-  if (route.status == kDchannelUp) {
-    handlers.OnDchannelUp(0, caller);
-  } else if (route.status == kDchannelDown) {
-    handlers.OnDchannelDown(0, caller);
-  } else if (route.status == kConfigError) {
-    handlers.OnConfigError(0);
-  } else if (route.kind == SEventRoute::EKind::kCall) {
-    handlers.OnCallEvent(card, 0, static_cast<uint16_t>(event.channel), route.call, event);
-    CTrunk& trunk = card.Trunk(0);
-    const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    if (route.call == CALLEV_ANSWER && trunk.controller) {
-      trunk.controller->ConnectAck(event.call, event.channel);
-    }
-  }
 }
 
 void CDrivenTrunk::Application(uint8_t what, uint8_t channel) {
@@ -194,15 +138,15 @@ void CDrivenTrunk::ReadInformation(CDevice& device) const {
 }
 
 void CDrivenTrunk::LoseCard(bool comesBack) {
-  handlers.OnCardDown(caller);
+  handlers.OnCardDown(trunk.caller);
   if (comesBack) {
     handlers.OnCardUp();
   }
 }
 
 void CDrivenTrunk::ReopenCard() {
-  ReleaseController();
-  handlers.OnCardReopening(caller);
+  trunk.ReleaseController();
+  handlers.OnCardReopening(trunk.caller);
   MakeController();
 }
 
@@ -238,15 +182,17 @@ uint8_t CDrivenTrunk::PeerAddress(bool isCommand) const {
 
 void CDrivenTrunk::AnswerLayer2() {
   isAcknowledgeDue = false;
-  for (int i = 0; i < kMaxFramesAtOnce && !written.empty(); ++i) {
-    const Bytes frame = std::move(written.front());
-    written.pop_front();
+  for (int i = 0; i < kMaxFramesAtOnce && !trunk.written.empty(); ++i) {
+    const Bytes frame = std::move(trunk.written.front());
+    trunk.written.pop_front();
+    Require(trunk.writtenTrunk == 0 && frame.size() >= kFcsBytes,
+            "a frame is that of its trunk and has room for the FCS");
     if (frame.size() > kHeaderBytes) {
       AnswerFrame(frame);
     }
   }
   if (isAcknowledgeDue && setUp.answersLayer2) {
-    Receive(Join({{PeerAddress(true), kTei, kReceiveReady, static_cast<uint8_t>(received << 1)}, kFcs}));
+    trunk.Receive(Join({{PeerAddress(true), kTei, kReceiveReady, static_cast<uint8_t>(received << 1)}, kFcs}));
   }
 }
 
@@ -261,7 +207,7 @@ void CDrivenTrunk::AnswerFrame(const Bytes& frame) {
   } else if ((control & 3U) == 3) {
     AnswerUnnumbered(frame);
   } else if ((frame[3] & 1U) != 0 && setUp.answersLayer2) {
-    Receive(Join({{frame[0], frame[1], kReceiveReady, static_cast<uint8_t>(received << 1 | 1)}, kFcs}));
+    trunk.Receive(Join({{frame[0], frame[1], kReceiveReady, static_cast<uint8_t>(received << 1 | 1)}, kFcs}));
   }
 }
 
@@ -271,7 +217,7 @@ void CDrivenTrunk::AnswerUnnumbered(const Bytes& frame) {
     sent = received = 0;
   }
   if (kind == kSabme && setUp.answersLayer2) {
-    Receive(Join({{frame[0], frame[1], static_cast<uint8_t>(kUa | (frame[2] & kPollFinal))}, kFcs}));
+    trunk.Receive(Join({{frame[0], frame[1], static_cast<uint8_t>(kUa | (frame[2] & kPollFinal))}, kFcs}));
   }
 }
 

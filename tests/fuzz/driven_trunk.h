@@ -2,12 +2,12 @@
 
 #include <array>
 #include <cstdint>
-#include <deque>
 
 #include "call/channel_handlers.h"
 #include "call/channel_table.h"
 #include "card/card.h"
 #include "fuzz/target.h"
+#include "support/memory_trunk.h"
 #include "zelk/ZelkApi.h"
 
 namespace zelk::fuzz {
@@ -15,7 +15,7 @@ namespace zelk::fuzz {
 // One trunk of a card that is not opened, with its 30 channels and an application. Nothing is sent anywhere: what the
 // library writes is read here, by the other side's layer 2, so that an input need not count frames.
 // Thread: one. libpri's clock moves with Elapse alone in a fuzz build; elsewhere it is the system's.
-class CDrivenTrunk : public IPriWriter {
+class CDrivenTrunk {
  public:
   // What the application does with a call in its callback.
   enum class EReaction : uint8_t { kNone, kAnswer, kHangup, kReject };
@@ -27,7 +27,7 @@ class CDrivenTrunk : public IPriWriter {
   };
 
   explicit CDrivenTrunk(const SSetUp& trunkSetUp);
-  ~CDrivenTrunk() override;
+  ~CDrivenTrunk();
   CDrivenTrunk(const CDrivenTrunk&) = delete;
   CDrivenTrunk& operator=(const CDrivenTrunk&) = delete;
 
@@ -42,17 +42,12 @@ class CDrivenTrunk : public IPriWriter {
   void LoseCard(bool comesBack);
   void ReopenCard();
 
-  int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
-
  private:
   static void ZELK_CALL OnEvent(int32_t channel, uint32_t event, int32_t param);
 
   void React(int32_t channel, uint32_t event);
   void AddChannels();
   void MakeController();
-  void ReleaseController();
-  void Receive(const Bytes& frame);
-  void Route(const SPriEvent& event);
   uint8_t PeerAddress(bool isCommand) const;
   void AnswerLayer2();
   void AnswerFrame(const Bytes& frame);
@@ -65,11 +60,10 @@ class CDrivenTrunk : public IPriWriter {
   uint8_t received = 0;  // its N(R)
   bool isAcknowledgeDue = false;
   std::array<uint8_t, 2> reference = {0, 1};
-  std::deque<Bytes> written;
   CCard card{0};
   CChannelTable table;
-  CStopFlag caller;
   CChannelHandlers handlers;
+  CUnopenedTrunk trunk;
 };
 
 }  // namespace zelk::fuzz

@@ -7,9 +7,6 @@ namespace zelk {
 
 namespace {
 
-// libpri would print what it thinks of damaged frames.
-const bool kIsHookInstalled = (InstallPriMessageHook(), true);
-
 bool Deliver(CPriSide& from, CPriSide& to) {
   if (from.written.empty()) {
     return false;

@@ -68,7 +68,7 @@ TEST_F(CallAnswer, OnTheNetworkSideNeverConnectsACallThatHasEnded) {
     end.cause = 16;
     std::atomic<bool> isAtTheLock{false};
     std::thread control;
-    trunk->fromUs.onFrame = [&] {
+    trunk->us.onFrame = [&] {
       control = std::thread([&] {
         isAtTheLock = true;
         Raise(5, kPriHangup, end);
@@ -82,7 +82,7 @@ TEST_F(CallAnswer, OnTheNetworkSideNeverConnectsACallThatHasEnded) {
     ASSERT_EQ(View(4).callHandle, nullptr) << round;
     ASSERT_FALSE(View(4).connected) << round;
     trunk->Run();
-    trunk->peerEvents.clear();
+    trunk->them.events.clear();
     application.Take();
   }
 }

@@ -72,7 +72,7 @@ TEST_F(CallAnswered, OneAnswerBringsOneConnectedAndOneConnectAcknowledge) {
   trunk.peer->Answer(ring.call, ring.channel);
   trunk.Run();
   EXPECT_EQ(application.Take(), (Posted{{6, EVENT_CONNECTED, 0}}));
-  const auto acknowledges = std::count_if(trunk.peerEvents.begin(), trunk.peerEvents.end(),
+  const auto acknowledges = std::count_if(trunk.them.events.begin(), trunk.them.events.end(),
                                           [](const SPriEvent& event) { return event.code == kPriConnectAck; });
   EXPECT_EQ(acknowledges, 1);
 }

@@ -124,7 +124,7 @@ TEST_F(CallClearing, OnAChannelDownBeforeItsDchannelIsReportedLate) {
   Channel(3).Close();
   HangUp(3);
   ForgetAtPeer();
-  trunk.fromPeer.frames.push_back({0x02, 0x01, 0x53, 0, 0});  // DISC
+  trunk.them.written.push_back({0x02, 0x01, 0x53, 0, 0});  // DISC
   trunk.ToUs();
   trunk.RunTimers(nowMs);
   for (const SPosted& posted : application.Take()) {
@@ -221,7 +221,7 @@ TEST_F(CallClearing, ASecondHangUpIsLeftAloneAndTheReleaseAnsweredAtOnce) {
   enum class EAgain { kHangup, kReject, kRestart };
   for (const EAgain again : {EAgain::kHangup, EAgain::kReject, EAgain::kRestart}) {
     Offer(4);
-    trunk.peerEvents.clear();
+    trunk.them.events.clear();
     EXPECT_TRUE(Hangup(Channel(3)));
     switch (again) {
       case EAgain::kHangup:

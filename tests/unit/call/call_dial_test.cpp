@@ -113,7 +113,7 @@ TEST_F(CallDial, RefusedSetupKeepsTheDestroyedCallUntilAReset) {
   support::FailCalloc(2);  // the call can be made, the request cannot
   EXPECT_FALSE(Dial(Channel(0), "1", "2"));
   EXPECT_FALSE(support::IsCallocFailureDue());
-  EXPECT_TRUE(trunk->fromUs.frames.empty());
+  EXPECT_TRUE(trunk->us.written.empty());
   {
     CTrunk& own = firstCard.Trunk(0);
     const CScopedLock<CRecursiveMutex> held(own.lock);

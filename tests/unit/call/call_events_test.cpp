@@ -67,11 +67,11 @@ TEST_F(CallEvents, AlertingHangsUpWhatTheHangupMemberOfTheEventHolds) {
   SPriEvent event;
   event.call = View(6).callHandle;
   event.hangupCall = kNobodysCall;  // no call of libpri's: nothing is sent
-  trunk.peerEvents.clear();
+  trunk.them.events.clear();
   Raise(7, kPriRinging, event);
   trunk.ToPeer();
   EXPECT_EQ(application.Take(), (Posted{{6, EVENT_DISCONNECTED, 16}}));
-  EXPECT_TRUE(trunk.peerEvents.empty());
+  EXPECT_TRUE(trunk.them.events.empty());
 }
 
 TEST_F(CallEvents, AlertingIsPostedUnlessItHangsTheCallUp) {

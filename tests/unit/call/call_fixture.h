@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <deque>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "call/call_operations.h"
@@ -17,135 +13,9 @@
 #include "call_recorders.h"
 #include "card/card.h"
 #include "card/event_router.h"
+#include "support/memory_trunk.h"
 
 namespace zelk::test {
-
-// One side of a D-channel in memory.
-class CFrameQueue : public IPriWriter {
- public:
-  int OnPriFrame(uint32_t, const uint8_t* frame, size_t length) override {
-    frames.emplace_back(frame, frame + length);
-    if (const auto once = std::exchange(onFrame, nullptr)) {
-      once();
-    }
-    return static_cast<int>(length);
-  }
-
-  std::deque<std::vector<uint8_t>> frames;
-  std::function<void()> onFrame;  // at the next frame: inside libpri, the trunk's lock held
-};
-
-// A trunk whose controller is joined in memory to a controller that plays the other side.
-class CMemoryTrunk {
- public:
-  CMemoryTrunk(CCard& ownCard, ICardHandlers& cardHandlers, uint32_t trunkIndex, int ownNodeType = 2)
-      : card(ownCard), handlers(cardHandlers), index(trunkIndex) {
-    CTrunk& trunk = card.Trunk(index);
-    trunk.nodeType = ownNodeType;
-    const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    trunk.controller = CPriController::Create(fromUs, index, ownNodeType, 5);
-    peer = CPriController::Create(fromPeer, index, ownNodeType == 1 ? 2 : 1, 5);
-  }
-  ~CMemoryTrunk() {
-    CTrunk& trunk = card.Trunk(index);
-    const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    trunk.controller.reset();
-  }
-  CMemoryTrunk(const CMemoryTrunk&) = delete;
-  CMemoryTrunk& operator=(const CMemoryTrunk&) = delete;
-
-  // Carries frames both ways until the line is quiet.
-  void Run() {
-    while (!fromUs.frames.empty() || !fromPeer.frames.empty()) {
-      ToPeer();
-      ToUs();
-    }
-  }
-  void ToPeer() {
-    while (!fromUs.frames.empty()) {
-      const std::vector<uint8_t> frame = std::move(fromUs.frames.front());
-      fromUs.frames.pop_front();
-      SPriEvent event;
-      if (peer->Receive(frame.data(), frame.size(), event)) {
-        peerEvents.push_back(event);
-      }
-    }
-  }
-  // As the control thread does it: frame, handlers and acknowledgement under one trunk lock.
-  void ToUs() {
-    while (!fromPeer.frames.empty()) {
-      std::vector<uint8_t> frame = std::move(fromPeer.frames.front());
-      fromPeer.frames.pop_front();
-      if (alter) {
-        alter(frame);
-      }
-      CTrunk& trunk = card.Trunk(index);
-      const CScopedLock<CRecursiveMutex> held(trunk.lock);
-      SPriEvent event;
-      if (trunk.controller && trunk.controller->Receive(frame.data(), frame.size(), event)) {
-        Deliver(event);
-      }
-    }
-  }
-  // What is due on both sides, and what follows from it. nowMs: of the handlers' counter.
-  void RunTimers(uint32_t nowMs) {
-    SPriEvent event;
-    bool isDue = true;
-    while (isDue) {
-      isDue = peer->RunTimers(event);
-      if (isDue) {
-        peerEvents.push_back(event);
-      }
-      CTrunk& trunk = card.Trunk(index);
-      const CScopedLock<CRecursiveMutex> held(trunk.lock);
-      if (trunk.controller && trunk.controller->RunTimers(event)) {
-        isDue = true;
-        Deliver(event);
-      }
-    }
-    Run();
-    handlers.OnTime(card, nowMs, caller);
-  }
-  void Deliver(const SPriEvent& event) {
-    const SEventRoute route = RouteOf(event.code);
-    if (route.status == kDchannelUp) {
-      handlers.OnDchannelUp(index, caller);
-    } else if (route.status == kDchannelDown) {
-      handlers.OnDchannelDown(index, caller);
-    } else if (route.status == kConfigError) {
-      handlers.OnConfigError(index);
-    } else if (route.kind == SEventRoute::EKind::kCall) {
-      handlers.OnCallEvent(card, static_cast<uint16_t>(index),
-                           channelSeen.value_or(static_cast<uint16_t>(event.channel)), route.call, event);
-      CTrunk& trunk = card.Trunk(index);
-      const CScopedLock<CRecursiveMutex> held(trunk.lock);
-      if (route.call == CALLEV_ANSWER && trunk.controller) {
-        trunk.controller->ConnectAck(event.call, event.channel);
-      }
-    }
-  }
-
-  // The peer's latest event of this kind; its call is null when there was none.
-  SPriEvent PeerEvent(int code) const {
-    for (auto event = peerEvents.rbegin(); event != peerEvents.rend(); ++event) {
-      if (event->code == code) {
-        return *event;
-      }
-    }
-    return {};
-  }
-
-  CCard& card;
-  ICardHandlers& handlers;
-  CStopFlag caller;
-  const uint32_t index;
-  CFrameQueue fromUs;
-  CFrameQueue fromPeer;
-  std::unique_ptr<CPriController> peer;
-  std::vector<SPriEvent> peerEvents;
-  std::function<void(std::vector<uint8_t>&)> alter;  // changes a frame on its way to us
-  std::optional<uint16_t> channelSeen;               // reported instead of the channel that libpri names
-};
 
 inline SPriEvent OfCall(PriCall call) {
   SPriEvent event;
@@ -161,12 +31,11 @@ class CCallFixture : public ::testing::Test {
  protected:
   // direction: of every channel at first. The library makes none but 0.
   explicit CCallFixture(int32_t direction = 0)
-      : firstCard(0), secondCard(1), firstHandlers(table, 0), secondHandlers(table, 1), routed(firstCard, 0) {
+      : firstCard(0), secondCard(1), firstHandlers(table, 0), secondHandlers(table, 1) {
     AddTrunks(firstCard, 0, 4, direction);
     AddTrunks(secondCard, 1, 1, direction);
     firstHandlers.Place(0, 0);
     secondHandlers.Place(4, 120);
-    routed.handlers = &firstHandlers;
   }
 
   CDevice& Channel(int32_t number) { return *table.Find(number); }
@@ -182,7 +51,7 @@ class CCallFixture : public ::testing::Test {
     event.code = code;
     event.channel = bchannel;
     const CScopedLock<CRecursiveMutex> held(firstCard.Trunk(trunk).lock);
-    RouteEvent(routed, trunk, event, caller);
+    RouteEvent({firstCard, &firstHandlers, firstCard.Trunk(trunk), trunk}, event, caller);
   }
   void Raise(uint16_t bchannel, EPriEventCode code, const SPriEvent& event = {}) { RaiseOn(0, bchannel, code, event); }
   // A ring that brings all three texts, for a channel of the first card.
@@ -212,8 +81,6 @@ class CCallFixture : public ::testing::Test {
       }
     }
   }
-
-  CCardCore routed;  // the first card's, as far as its events need one
 };
 
 // The first trunk of the first card, up, with a real peer on the network side.

@@ -18,10 +18,10 @@ TEST_F(CallOperations, AnswerAndRejectOfAConnectedCallSendNothing) {
   Answer(Channel(4));
   trunk->Run();
   application.Take();
-  trunk->peerEvents.clear();
+  trunk->them.events.clear();
   EXPECT_TRUE(Answer(Channel(4)));
   EXPECT_TRUE(Reject(Channel(4)));
-  EXPECT_TRUE(trunk->fromUs.frames.empty());
+  EXPECT_TRUE(trunk->us.written.empty());
   EXPECT_NE(View(4).callHandle, nullptr);
   EXPECT_EQ(application.Take(), Posted{});
 }
@@ -64,7 +64,7 @@ TEST_F(CallOperations, HangupOfAnIdleChannelSendsAndLogsNothing) {
   JoinTrunk(kUser);
   CLogCapture log(0);
   EXPECT_TRUE(Hangup(Channel(4)));
-  EXPECT_TRUE(trunk->fromUs.frames.empty());
+  EXPECT_TRUE(trunk->us.written.empty());
   EXPECT_EQ(log.Lines(), Lines{});
 }
 

@@ -196,8 +196,8 @@ TEST_F(ManyClearings, LoseNoChannelAndTouchNoOtherCall) {
     round += Act() ? 1 : 0;
     ExpectSteadyCallsUntouched();
     ASSERT_FALSE(HasFailure()) << "round " << round;
-    if (trunk.peerEvents.size() > 50) {
-      trunk.peerEvents.erase(trunk.peerEvents.begin(), trunk.peerEvents.end() - 50);
+    if (trunk.them.events.size() > 50) {
+      trunk.them.events.erase(trunk.them.events.begin(), trunk.them.events.end() - 50);
     }
   }
   EXPECT_GT(allocator.Reused(), 300U);

@@ -45,11 +45,11 @@ TEST_F(CallRing, OnAChannelThatAllowsNoneIsClearedWithCause44) {
 
 TEST_F(CallRing, OnFramingOrSignallingTimeslotGetsNoReply) {
   for (const uint16_t timeslot : {uint16_t{0}, uint16_t{16}}) {
-    trunk.channelSeen = timeslot;
-    trunk.peerEvents.clear();
+    trunk.us.channelSeen = timeslot;
+    trunk.them.events.clear();
     Offer(5);
     EXPECT_EQ(application.Take(), Posted{});
-    EXPECT_TRUE(trunk.peerEvents.empty());
+    EXPECT_TRUE(trunk.them.events.empty());
   }
 }
 
@@ -95,28 +95,28 @@ TEST_F(RingWithoutChannel, TakesTheFirstFreeOpenOneThatAllowsIncoming) {
   SetInfo(Channel(0), "ALLOWINCOMING", "0");
   Raise(2, kPriRing, OfCall(kNobodysCall));  // any call makes it busy
   application.Take();
-  trunk.channelSeen = kNoBchannel;
+  trunk.us.channelSeen = kNoBchannel;
   Offer(31);
   EXPECT_EQ(application.Take(), (Posted{{2, EVENT_INCOMING_CALL, 0}}));
 }
 
 TEST_F(RingWithoutChannel, CountsTheSignallingTimeslot) {
   Channel(15).Open();
-  trunk.channelSeen = kNoBchannel;
+  trunk.us.channelSeen = kNoBchannel;
   Offer(1);
   EXPECT_EQ(application.Take(), (Posted{{15, EVENT_INCOMING_CALL, 0}}));
 }
 
 TEST_F(RingWithoutChannel, OnTimeslot15IsTheLastBelowTheSignallingOne) {
   Channel(14).Open();
-  trunk.channelSeen = kNoBchannel;
+  trunk.us.channelSeen = kNoBchannel;
   Offer(1);
   EXPECT_EQ(application.Take(), (Posted{{14, EVENT_INCOMING_CALL, 0}}));
 }
 
 TEST_F(RingWithoutChannel, AndNoFreeOneIsClearedWithCause44AndALine) {
   CLogCapture log(2);
-  trunk.channelSeen = kNoBchannel;
+  trunk.us.channelSeen = kNoBchannel;
   Offer(1);
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_EQ(trunk.PeerEvent(kPriHangup).cause, kCauseChannelUnavailable);
@@ -129,7 +129,7 @@ TEST_F(RingWithoutChannel, OnTheSecondTrunkLandsOneTrunkFurtherOn) {
   second.Run();
   application.Take();
   Channel(30).Open();
-  second.channelSeen = kNoBchannel;
+  second.us.channelSeen = kNoBchannel;
   second.peer->Setup(second.peer->NewCall(), 1, "1", "2", 33);
   second.Run();
   // Flat index 30 gives B-channel number 32, and that is looked up from the second trunk on.
@@ -144,7 +144,7 @@ TEST_F(RingWithoutChannel, RefusedAfterSetupAcknowledgeIsClearedByDisconnect) {
   application.Take();
   Channel(30).Open();
   SetInfo(Channel(60), "ALLOWINCOMING", "0");  // where the number that is formed for channel 30 leads
-  second.channelSeen = kNoBchannel;
+  second.us.channelSeen = kNoBchannel;
   second.peer->Setup(second.peer->NewCall(), 1, "1", "2", 33);
   second.Run();
   EXPECT_EQ(application.Take(), Posted{});
@@ -158,7 +158,7 @@ TEST_F(RingWithoutChannel, NeverReachesAnotherCard) {
   second.Run();
   application.Take();
   Channel(120).Open();
-  second.channelSeen = kNoBchannel;
+  second.us.channelSeen = kNoBchannel;
   second.peer->Setup(second.peer->NewCall(), 1, "1", "2", 33);
   second.Run();
   EXPECT_EQ(application.Take(), Posted{});

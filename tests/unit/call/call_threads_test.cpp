@@ -41,7 +41,7 @@ class CallThreads : public COperationsFixture {
     SPriEvent event = OfCall(View(turn % 4).callHandle);
     event.cause = 16;
     Raise(static_cast<uint16_t>(turn % 4 + 1), turn % 3 == 0 ? kPriHangup : kPriHangupRequest, event);
-    trunk->fromUs.frames.clear();
+    trunk->us.written.clear();
   }
 
   std::atomic<uint32_t> dialled{0};
@@ -77,7 +77,7 @@ TEST_F(CallThreads, DialHangupAndLossesAtTheSameTimeNeitherRaceNorLock) {
     EXPECT_EQ(Info(channel, "DLI"), "") << channel;
   }
   application.Take();
-  trunk->fromUs.frames.clear();
+  trunk->us.written.clear();
   EXPECT_TRUE(Dial(Channel(0), "1", "2"));
 }
 

@@ -48,7 +48,7 @@ class CClearingFixture : public CTrunkFixture {
   // Our messages that have not been carried to the other side.
   std::vector<SMessage> Sent() const {
     std::vector<SMessage> messages;
-    for (const std::vector<uint8_t>& frame : trunk.fromUs.frames) {
+    for (const std::vector<uint8_t>& frame : trunk.us.written) {
       if (frame.size() > 9 && frame[4] == 0x08 && frame[5] == 2) {
         messages.push_back({{frame[6], frame[7]}, frame[8]});
       }
@@ -67,7 +67,7 @@ class CClearingFixture : public CTrunkFixture {
         0x02, 0x01, 0x03, 0x08, 2, static_cast<uint8_t>(about.reference[0] ^ 0x80), about.reference[1], type};
     frame.insert(frame.end(), elements.begin(), elements.end());
     frame.insert(frame.end(), {0, 0});
-    trunk.fromPeer.frames.push_back(std::move(frame));
+    trunk.them.written.push_back(std::move(frame));
     trunk.ToUs();
   }
 

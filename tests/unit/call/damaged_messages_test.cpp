@@ -31,8 +31,8 @@ class DamagedMessages : public CTrunkFixture {
       TurnOfApplication(act, Channel(channel));
     }
     trunk.Run();
-    if (trunk.peerEvents.size() > 50) {
-      trunk.peerEvents.erase(trunk.peerEvents.begin(), trunk.peerEvents.end() - 50);
+    if (trunk.them.events.size() > 50) {
+      trunk.them.events.erase(trunk.them.events.begin(), trunk.them.events.end() - 50);
     }
   }
 

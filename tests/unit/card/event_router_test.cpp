@@ -6,6 +6,7 @@
 #include <map>
 
 #include "card/card.h"
+#include "card/card_core.h"
 #include "recording_handlers.h"
 #include "support/pri_pair.h"
 
@@ -38,7 +39,7 @@ class EventRouter : public testing::Test {
     SPriEvent event;
     event.code = code;
     event.channel = channel;
-    RouteEvent(core, trunk, event, caller);
+    RouteEvent({card, core.handlers, core.trunks[trunk], trunk}, event, caller);
   }
 
   CCard card{0};
@@ -95,7 +96,7 @@ class AnswerRouter : public EventRouter {
         const CScopedLock<CRecursiveMutex> held(core.trunks[0].lock);
         SPriEvent event;
         if (core.trunks[0].controller->Receive(network.written.front().data(), network.written.front().size(), event)) {
-          RouteEvent(core, 0, event, caller);
+          RouteEvent({card, core.handlers, core.trunks[0], 0}, event, caller);
         }
       }
     }

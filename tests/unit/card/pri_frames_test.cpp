@@ -10,6 +10,9 @@
 namespace zelk {
 namespace {
 
+// libpri would print what it thinks of the frames below.
+const bool kIsHookInstalled = (InstallPriMessageHook(), true);
+
 // A writer without memory: nothing of that passes through libpri.
 class CPoorSide : public CPriSide {
  public:
