@@ -82,13 +82,15 @@ TEST_P(AnswersToAClearing, that_are_no_release_are_reported_late) {
   ExpectFreedByTheTimeout(causes.at(GetParam()));
 }
 
+std::string NameOf(const testing::TestParamInfo<cardsim::EClearing>& answer) {
+  constexpr const char* kNames[] = {"release", "release_complete", "unknown_call", "status_null"};
+  return kNames[static_cast<size_t>(answer.param)];
+}
+
 INSTANTIATE_TEST_SUITE_P(answers, AnswersToAClearing,
                          testing::Values(cardsim::EClearing::kReleaseComplete, cardsim::EClearing::kUnknownCall,
                                          cardsim::EClearing::kStatusNull),
-                         [](const testing::TestParamInfo<cardsim::EClearing>& one) {
-                           const char* const names[] = {"release", "release_complete", "unknown_call", "status_null"};
-                           return std::string(names[static_cast<size_t>(one.param)]);
-                         });
+                         NameOf);
 
 TEST_F(Clearing, without_a_timeout_such_a_channel_waits_for_its_trunk) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}, kNeverFreed));
