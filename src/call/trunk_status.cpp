@@ -9,8 +9,6 @@ namespace zelk {
 
 namespace {
 
-constexpr uint8_t kLineUnknown = 3;
-
 // The controllers are gone by then: only a callback that hangs holds a trunk's lock for longer.
 constexpr uint32_t kReopenLockMs = 100;
 

@@ -17,13 +17,12 @@ namespace {
 
 constexpr uint32_t kJoinMs = 3000;
 constexpr uint32_t kLockMs = 3000;
-constexpr uint32_t kCaptureLockMs =
-    100;  // the controllers are gone: only a callback that hangs holds a lock for longer
+// The controllers are gone: only a callback that hangs holds a lock for longer.
+constexpr uint32_t kCaptureLockMs = 100;
 constexpr uint32_t kAnswerMs = 1000;
 constexpr int kFurtherRequests = 2;
 constexpr uint32_t kStartPauseMs = 20;
 constexpr uint32_t kConfigurePauseMs = 1;
-constexpr uint8_t kLineUnknown = 3;
 
 template <class Message>
 void SendMessage(CCardCore& core, const Message& message) {

@@ -6,12 +6,6 @@
 
 namespace zelk {
 
-namespace {
-
-constexpr size_t kFcsBytes = 2;
-
-}  // namespace
-
 void CCardCore::SendTrunkConfiguration(uint32_t trunk) {
   const auto message = TrunkConfiguration(trunk, crc4);
   link.Send(message.data(), message.size());

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "platform/bytes.h"
 #include "platform/clock.h"
 #include "runtime/e1.h"
 #include "runtime/format.h"
@@ -11,11 +12,6 @@ namespace zelk {
 namespace {
 
 constexpr uint32_t kCancelSliceMs = 50;
-
-uint32_t ReadLittleEndian32(const uint8_t* bytes) {
-  return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
-         static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-}
 
 // A byte above 99 prints three digits.
 std::string FormatDate(unsigned first, unsigned second, unsigned third, unsigned fourth) {
@@ -33,8 +29,8 @@ bool ParseCardInformation(const uint8_t (&body)[kCardInformationBytes], SCardInf
   }
   information.firmwareVersion = body[5];
   information.trunkCount = trunkCount;
-  information.featureFlags = ReadLittleEndian32(body + 7);
-  information.serialNumber = ReadLittleEndian32(body + 11);
+  information.featureFlags = ReadLittle32(body + 7);
+  information.serialNumber = ReadLittle32(body + 11);
   information.firmwareDate = FormatDate(body[15], body[16], body[17], body[18]);
   // The message holds three bytes of this date; the fourth pair is always zero.
   information.burnDate = FormatDate(body[19], body[20], body[21], 0);

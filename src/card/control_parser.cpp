@@ -1,5 +1,6 @@
 #include "card/control_parser.h"
 
+#include "platform/bytes.h"
 #include "runtime/e1.h"
 
 namespace zelk {
@@ -98,7 +99,7 @@ void CControlParser::OnRegisterByte(uint8_t byte) {
   if (count == 4) {
     // Cards send several read-backs, or a status message, after one marker: the type state stays.
     Enter(EState::kType);
-    sink.OnRegister(scratch[0], static_cast<uint16_t>(scratch[1] | scratch[2] << 8), scratch[3]);
+    sink.OnRegister(scratch[0], ReadLittle16(&scratch[1]), scratch[3]);
   }
 }
 

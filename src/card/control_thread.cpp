@@ -16,7 +16,6 @@ constexpr uint32_t kSilenceMs = 1000;
 constexpr uint32_t kClosedPauseMs = 100;
 constexpr uint32_t kErrorPauseMs = 10;
 constexpr int32_t kLookMs = 20;
-constexpr size_t kFcsBytes = 2;
 
 // Memory that runs out ends the act, not the thread.
 template <class Act>

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "platform/adapters.h"
+#include "platform/bytes.h"
 #include "platform/clock.h"
 #include "platform/socket.h"
 #include "runtime/e1.h"
@@ -93,10 +94,7 @@ bool ParseAnnouncement(const std::array<uint8_t, kDatagramBytes>& buffer, size_t
   if (length > buffer.size() || !HasHead(buffer.data(), length, kAnnouncement)) {
     return false;
   }
-  serialNumber = 0;
-  for (size_t i = 4; i-- > 0;) {
-    serialNumber = serialNumber << 8 | buffer[kSerialOffset + i];
-  }
+  serialNumber = ReadLittle32(&buffer[kSerialOffset]);
   return true;
 }
 

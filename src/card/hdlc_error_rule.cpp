@@ -1,5 +1,7 @@
 #include "card/hdlc_error_rule.h"
 
+#include "card/trunk.h"
+
 namespace zelk {
 
 namespace {
@@ -10,7 +12,7 @@ constexpr uint32_t kResetPauseMs = 5000;
 }  // namespace
 
 EHdlcReport CHdlcErrorRule::OnError(uint8_t lineStatus, uint32_t nowMs) {
-  if (lineStatus != 0) {
+  if (lineStatus != kLineInService) {
     errorCount = 0;
     return EHdlcReport::kNone;
   }

@@ -11,7 +11,7 @@ enum class EHdlcReport { kNone, kError, kLinkReset };
 // nothing. Thread: control.
 class CHdlcErrorRule {
  public:
-  // lineStatus: 0 in service. nowMs: a wrapping millisecond clock.
+  // nowMs: a wrapping millisecond clock.
   EHdlcReport OnError(uint8_t lineStatus, uint32_t nowMs);
   void OnGoodFrame() { errorCount = 0; }
 

@@ -56,11 +56,14 @@ struct SPriEvent {
   int redirectingReason = 0;      // ring
 };
 
+// The last bytes of a layer 2 frame, which the card makes and checks: libpri leaves a place for them and reads them.
+constexpr size_t kFcsBytes = 2;
+
 // Where a controller's frames go.
 class IPriWriter {
  public:
   virtual ~IPriWriter() = default;
-  // A frame of layer 2, its last two bytes a place for the FCS. Returns what libpri expects back: the length, or 0.
+  // A frame of layer 2, with a place for the FCS. Returns what libpri expects back: the length, or 0.
   virtual int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) = 0;
   // Shown as the card in libpri's message lines.
   virtual uint32_t MessageCard() const { return 0; }

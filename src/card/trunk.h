@@ -11,6 +11,12 @@
 
 namespace zelk {
 
+// The status byte of an E1 line, as the card sends it. What other values mean, only the card knows.
+enum ELineStatus : uint8_t {
+  kLineInService = 0,
+  kLineUnknown = 3,  // nothing heard of it yet
+};
+
 // One E1 port of a card: its libpri controller under the trunk lock, and its settings.
 // Thread: any; whoever uses the controller holds the lock. The lock is re-entrant: event handlers take it again.
 struct CTrunk {
@@ -28,7 +34,7 @@ struct CTrunk {
   std::atomic<int32_t> numberType{kNationalIsdnNumber};
   std::atomic<bool> hangupOnAlerting{false};
   std::atomic<bool> echoEnabled{false};  // the "EchoCanceller" setting; the switch itself is the audio stream's
-  std::atomic<uint8_t> lineStatus{3};    // 0 in service, 3 unknown
+  std::atomic<uint8_t> lineStatus{kLineUnknown};
 };
 
 }  // namespace zelk

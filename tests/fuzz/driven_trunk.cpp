@@ -19,7 +19,6 @@ constexpr int kMaxTimersAtOnce = 64;
 constexpr int kMaxFramesAtOnce = 32;
 constexpr int32_t kChannels = 30;
 constexpr size_t kHeaderBytes = 4;  // of an information frame: address (2), N(S), N(R)
-constexpr size_t kFcsBytes = 2;
 constexpr uint8_t kTei = 0x01;
 constexpr uint8_t kPollFinal = 0x10;
 constexpr uint8_t kSabme = 0x6F;  // without the poll bit, as the next

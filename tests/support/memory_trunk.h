@@ -25,7 +25,7 @@ class CUnopenedTrunk : public IPriWriter {
   void MakeController(int32_t nodeType, int32_t switchType = kEuroIsdnE1);
   void ReleaseController();
   void Receive(const PriFrame& frame);
-  bool RunTimers();        // true when libpri had an event
+  bool RunTimers();  // true when libpri had an event
   bool IsTimerPending();
   void Deliver(SPriEvent event);
   // The passing of time for the calls; nowMs is the handlers' counter.
@@ -63,8 +63,8 @@ class CMemoryTrunk {
 
   CUnopenedTrunk us;
   CPriSide them;
-  CPriController* const peer;              // theirs
-  std::function<void(PriFrame&)> alter;    // changes a frame on its way to us
+  CPriController* const peer;            // theirs
+  std::function<void(PriFrame&)> alter;  // changes a frame on its way to us
 };
 
 }  // namespace zelk
