@@ -5,6 +5,7 @@ Each line is one case, by patterns of its name; several where the case has had a
 
 SCENARIOS = {
     "demo": [],
+    "demo-own-programs": [],
     "incoming-call": [
         "*Calls.incoming_*cleared_by_the_far_end*",
         "*Calls.incoming_*cleared_by_the_application*",
