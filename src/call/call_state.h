@@ -57,7 +57,7 @@ struct SCallEdges {
   // 1: a ring takes the channel whatever it was left with: a call that was cleared unheard, or one that the network has
   //    forgotten. It is offered unconnected.
   // 2: never over another call. A channel that is connected without a call has none, and the new one reads as
-  //    connected from the start. The trunk need not be up: libpri asks for layer 2 by itself.
+  //    connected from the start. Whether the trunk is up is not asked.
   // 3: the network may connect a channel that has no call, and an answer may cross our clearing: the call is then
   //    connected and still being cleared.
   // 4: once more is no error; libpri is left alone by then.

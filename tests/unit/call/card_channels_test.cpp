@@ -20,6 +20,22 @@ TEST_F(CardChannels, TimeslotsMapAroundTheSignallingOne) {
   EXPECT_EQ(second.SlotOf(2, 1), 180U);
 }
 
+TEST_F(CardChannels, SlotsOfATrunkAndOfTheCardFollowEachOther) {
+  EXPECT_EQ(second.SlotsOfTrunk(1).first, 150U);
+  EXPECT_EQ(second.SlotsOfTrunk(1).end, 180U);
+  EXPECT_EQ(second.SlotsOfCard().first, 120U);
+  EXPECT_EQ(second.SlotsOfCard().end, 360U);
+}
+
+TEST_F(CardChannels, ACallWithoutABchannelIsNumberedByTheWholeTable) {
+  EXPECT_EQ(CCardChannels::BchannelOfWholeTable(0), 1U);
+  EXPECT_EQ(CCardChannels::BchannelOfWholeTable(14), 15U);
+  EXPECT_EQ(CCardChannels::BchannelOfWholeTable(15), 17U);
+  EXPECT_EQ(CCardChannels::BchannelOfWholeTable(30), 32U);
+  EXPECT_EQ(CCardChannels::BchannelOfWholeTable(120), 122U);
+  EXPECT_EQ(CCardChannels::BchannelOfWholeTable(1024), 1026U);
+}
+
 TEST_F(CardChannels, FramingAndSignallingCarryNoCall) {
   for (uint32_t timeslot = 0; timeslot < 64; ++timeslot) {
     EXPECT_EQ(IsBchannel(timeslot), timeslot != 0 && timeslot != 16) << timeslot;
