@@ -75,10 +75,6 @@ constexpr float kNoiseRisePace = 1.0F / 20000;
 constexpr float kLeastNoise = 8;   // A-law's smallest value
 constexpr float kMostNoise = 160;  // about -40 dBm0: louder is not background. 12 dB either way: the same
 
-echo_can_state_t* State(void* canceller) {
-  return static_cast<echo_can_state_t*>(canceller);
-}
-
 constexpr int kEchoFraction = 8;  // bits after the point of the echo that has its low sounds back
 
 int16_t Saturate(int32_t value) {
@@ -105,14 +101,14 @@ std::unique_ptr<CEchoCanceller> CEchoCanceller::Create(int32_t tailMs) {
   return made;
 }
 
-CEchoCanceller::CEchoCanceller(void* cancellerState, int32_t tapCount)
+CEchoCanceller::CEchoCanceller(echo_can_state_s* cancellerState, int32_t tapCount)
     : canceller(cancellerState),
       taps(tapCount),
       doubleTalk(tapCount),
       tailDecay(1.0F - 1.0F / static_cast<float>(tapCount)) {}
 
 CEchoCanceller::~CEchoCanceller() {
-  kBuild.free(State(canceller));
+  kBuild.free(canceller);
 }
 
 int16_t CEchoCanceller::Update(int16_t sent, int16_t received) {
@@ -135,7 +131,7 @@ int32_t CEchoCanceller::CancelLinear(int16_t sent, int16_t received) {
 
 // What the filter says is the echo, as weakened as its input.
 int16_t CEchoCanceller::EstimateEcho(int16_t sent, int16_t received) {
-  echo_can_state_t* state = State(canceller);
+  echo_can_state_t* state = canceller;
   // The double-talk detector decides in place of the canceller's own test. With what is sent just now at its loudest
   // that test finds no near end; the canceller does not learn while its dwell count runs, and goes back to older taps
   // only where an onset begins.
@@ -160,7 +156,7 @@ int16_t CEchoCanceller::EstimateEcho(int16_t sent, int16_t received) {
 // loud syllable it would be many times what is stable, and the filter louder than the echo. The divisor, whose top bit
 // alone counts, is set to what the tail's energy allows.
 void CEchoCanceller::SetStep(int16_t sent) {
-  echo_can_state_t* state = State(canceller);
+  echo_can_state_t* state = canceller;
   const int32_t leaving = state->fir_state.history[state->fir_state.curr_pos];
   tailEnergy += int64_t{sent} * sent - int64_t{leaving} * leaving;
   const int shift = std::max(static_cast<int>(std::bit_width(static_cast<uint64_t>(tailEnergy))) - kStepShift, 0);

@@ -6,6 +6,8 @@
 
 #include "stream/double_talk_detector.h"
 
+struct echo_can_state_s;  // spandsp's
+
 namespace zelk {
 
 // One channel position's line echo canceller: takes out of the received sound what comes back of the sent one.
@@ -37,14 +39,14 @@ class CEchoCanceller {
     int16_t before = 0;
   };
 
-  CEchoCanceller(void* cancellerState, int32_t tapCount);
+  CEchoCanceller(echo_can_state_s* cancellerState, int32_t tapCount);
 
   int32_t CancelLinear(int16_t sent, int16_t received);
   int16_t EstimateEcho(int16_t sent, int16_t received);
   void SetStep(int16_t sent);
   void TrackLevels(int16_t sent, int32_t residual);
 
-  void* canceller;  // spandsp's state, owned
+  echo_can_state_s* canceller;  // owned
   int32_t taps;
   CDoubleTalkDetector doubleTalk;
   STilt sentTilt;

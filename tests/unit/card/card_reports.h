@@ -39,9 +39,9 @@ struct SReport {
 using Reports = std::vector<SReport>;
 
 inline void PrintTo(const SReport& report, std::ostream* out) {
-  static constexpr const char* kNames[] = {"CardUp",     "CardDown",      "Notice",    "Reopening", "DchannelUp",
+  static constexpr const char* kNames[] = {"CardUp",       "CardDown",    "Notice",     "Reopening",     "DchannelUp",
                                            "DchannelDown", "ConfigError", "LineStatus", "QueueOverflow", "HdlcError",
-                                           "LinkReset",  "Register",      "CallEvent"};
+                                           "LinkReset",    "Register",    "CallEvent"};
   *out << kNames[static_cast<size_t>(report.kind)] << "{trunk " << report.trunk << ", number " << report.number
        << ", value " << report.value << ", \"" << report.text << "\"}";
 }
