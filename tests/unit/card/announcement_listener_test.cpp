@@ -13,6 +13,7 @@
 #include "runtime/log.h"
 #include "support/addresses.h"
 #include "support/allocation_probe.h"
+#include "support/eventually.h"
 #include "support/fake_card.h"
 #include "support/system_address.h"
 
@@ -56,14 +57,11 @@ class AnnouncementListener : public testing::Test {
   // The listener may not have its port yet: announcements are repeated until something happens.
   template <class Condition>
   bool AnnounceUntil(Condition condition, const std::string& address, uint32_t serialNumber) {
-    const uint32_t start = TickMs();
-    while (!condition() && TickMs() - start < 15000) {
+    const auto announced = [&] {
       Announce(address, serialNumber);
-      for (int i = 0; i < 50 && !condition(); ++i) {
-        SleepMs(10);
-      }
-    }
-    return condition();
+      return support::Eventually(condition, std::chrono::milliseconds(500));
+    };
+    return condition() || support::Eventually(announced, std::chrono::seconds(15));
   }
   std::string LogText() {
     EXPECT_TRUE(Log().Start(logPath));
@@ -102,14 +100,10 @@ TEST_F(AnnouncementListener, ReachesACardAtItsNewAddress) {
   card.Close();
 }
 
-TEST_F(AnnouncementListener, AFailedReopenIsLoggedAndTheNextAnnouncementStillFindsTheCard) {
+TEST_F(AnnouncementListener, AFailedReopenIsLoggedAndTheNextFindsTheCard) {
   ASSERT_TRUE(
       AnnounceUntil([&] { return handlers.Count(Reopening()) > 0 && !card.ControllersRunning(); }, "127.0.0.77", 4711));
-  const uint32_t start = TickMs();
-  while (card.SerialNumber() != 4711 && TickMs() - start < 10000) {
-    SleepMs(5);
-  }
-  EXPECT_EQ(card.SerialNumber(), 4711U);
+  EXPECT_TRUE(support::Eventually([&] { return card.SerialNumber() == 4711; }));
   ASSERT_TRUE(AnnounceUntil([&] { return card.ControllersRunning(); }, "127.0.0.2", 4711));
   listener.Stop();
   const std::string text = LogText();
@@ -177,11 +171,7 @@ TEST_F(AnnouncementListener, AThreadThatComesBackAfterItsStopReopensNothing) {
   mayReturn.Set();
   isBack.Wait();
   // Its last act.
-  const uint32_t start = TickMs();
-  while (LogText().find("Card reopen has failed\r\n") == std::string::npos && TickMs() - start < 10000) {
-    SleepMs(1);
-  }
-  EXPECT_NE(LogText().find("Card reopen has failed\r\n"), std::string::npos);
+  EXPECT_TRUE(support::Eventually([&] { return LogText().find("Card reopen has failed\r\n") != std::string::npos; }));
   EXPECT_EQ(fake->Connections(), connections);
   EXPECT_TRUE(card.ControllersRunning());
 }

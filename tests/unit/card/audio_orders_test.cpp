@@ -183,7 +183,7 @@ class AudioOrders : public testing::Test {
   Message expectedSound;
 };
 
-TEST_F(AudioOrders, ThreeHundredOrdersMakeACardDecideReplyAndReportAsTheRulesDo) {
+TEST_F(AudioOrders, ACardDecidesRepliesAndReportsAsTheRulesDo) {
   for (int order = 0; order < kOrders; ++order) {
     if (order % kOrdersOfAnOpening == 0) {
       ASSERT_NO_FATAL_FAILURE(Open());

@@ -9,7 +9,7 @@
 namespace zelk {
 namespace {
 
-TEST(CardConnect, AnAddressWhereNothingAnswersCostsTheConnectWaitAndTheThreeWaitsForInformation) {
+TEST(CardConnect, WhereNothingAnswersAnOpenCostsItsFourWaits) {
   ZELK_NEEDS_OWN_NETWORK();
   support::MakeAdapter("a0", {"10.1.1.1/24"});
   CCard card(0);

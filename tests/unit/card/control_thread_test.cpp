@@ -125,7 +125,7 @@ TEST_F(ControlThread, AStoppedThreadLeavesWhatTheCardSaysAlone) {
 }
 
 // The trunk is held from the callback on: nobody can use the controller in between.
-TEST_F(ControlThread, AControllerLeftToAThreadInACallbackGoesBeforeTheTrunkIsFree) {
+TEST_F(ControlThread, AControllerLeftToACallbackGoesBeforeTheTrunkIsFree) {
   GiveController();
   core->controllersRunning = true;
   handlers.onDchannelUp = [&](uint32_t) {
@@ -138,7 +138,7 @@ TEST_F(ControlThread, AControllerLeftToAThreadInACallbackGoesBeforeTheTrunkIsFre
   EXPECT_EQ(core->trunks[0].controller, nullptr);
 }
 
-TEST_F(ControlThread, AStoppedThreadLeavesTheControllerOfALaterGenerationAlone) {
+TEST_F(ControlThread, AStoppedThreadLeavesALaterGenerationsControllerAlone) {
   GiveController(2);
   thread.RequestStop();
   thread.OnFrame(0, kUa, sizeof kUa);

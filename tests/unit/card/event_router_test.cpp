@@ -140,7 +140,7 @@ TEST_F(AnswerRouter, AcknowledgesOnceOnlyAfterTheCallLogicHasSeenTheAnswer) {
   EXPECT_EQ(Acknowledges(), 1);
 }
 
-TEST_F(AnswerRouter, AcknowledgesNothingOnceTheCallLogicHasDoneAwayWithTheCall) {
+TEST_F(AnswerRouter, AcknowledgesNothingOnceTheCallLogicHasEndedTheCall) {
   handlers.onCall = [&](CCard&, uint16_t, ECallEvent code, const SPriEvent& event) {
     if (code == CALLEV_ANSWER) {
       const CScopedLock<CRecursiveMutex> held(core.trunks[0].lock);

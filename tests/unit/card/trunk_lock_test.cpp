@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/event.h"
+#include "support/eventually.h"
 
 namespace zelk {
 namespace {
@@ -98,7 +99,7 @@ TEST(TrunkLock, AWaitWithoutALimitEndsWithTheLockOrTheCaller) {
   CStopFlag caller;
   auto holder = std::make_unique<CHolder>(lock);
   std::thread releaser([&] {
-    SleepMs(20);
+    support::LetPass(std::chrono::milliseconds(20));
     holder.reset();
   });
   EXPECT_TRUE(CTrunkLock(lock, {kNoLimitMs, caller}).IsHeld());

@@ -10,13 +10,13 @@
 
 #include "card/card.h"
 #include "card/control_thread.h"
-#include "platform/clock.h"
 #include "platform/module.h"
 #include "recording_handlers.h"
 #include "runtime/config.h"
 #include "runtime/paths.h"
 #include "support/addresses.h"
 #include "support/allocation_probe.h"
+#include "support/eventually.h"
 #include "support/fake_card.h"
 
 namespace zelk {
@@ -130,10 +130,7 @@ TEST_F(TrunkSetup, TheCaptureHoldsSentFramesAndReceivedOnesWithAnEvent) {
   CCard card(0);
   ASSERT_TRUE(card.Open(fake.Address(), 5854, Address("127.0.0.1")));
   ASSERT_TRUE(fake.WaitForNetworkEvent(kPriDchannelUp, 2));
-  const uint32_t start = TickMs();
-  while (Lines(Capture(), 'I') == 0 && TickMs() - start < 10000) {
-    SleepMs(1);
-  }
+  ASSERT_TRUE(support::Eventually([&] { return Lines(Capture(), 'I') != 0; }));
   card.Close();
   const std::string text = Capture();
   EXPECT_NE(text.find(" 0000 00 01 7F \r\n"), std::string::npos) << text;
