@@ -84,9 +84,11 @@ class Run:
                         self.trunks[card] = int(message.split()[7], 16)
 
     def add_datagrams(self, traffic):
-        self.fields["discovery"] = [
-            f"{source} -> {destination}:{port} {payload.hex(' ')}"
-            for source, _, destination, port, payload in traffic.datagrams if payload[:5] == b"ZELK "]
+        # One field a side: on a busy machine a card's reply may come after the next probe.
+        for source, _, destination, port, payload in traffic.datagrams:
+            if payload[:5] == b"ZELK ":
+                lines = self.fields.setdefault(f"discovery, {source}", [])
+                lines.append(f"-> {destination}:{port} {payload.hex(' ')}")
         count, next_number = {}, {}
         for (card, _), line in audio_lines(traffic.datagrams).items():
             count[card] = count.get(card, 0) + 1
