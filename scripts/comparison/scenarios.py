@@ -43,8 +43,7 @@ SCENARIOS = {
         "*NetworkRole.an_acknowledged_answer_*:*.a_far_end_that_acknowledges_*",
     ],
     "card-restart": [
-        "*Announcements.of_an_open_card_*",
-        "*Announcements.bring_back_*",
+        "*Announcements.at_level_3_reopen_*",
         "*Capture.is_appended_to_*",
     ],
     "echo": ["*Echo.switch_*"],
