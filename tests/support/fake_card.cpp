@@ -248,7 +248,7 @@ void CFakeCard::Work() {
 
 void CFakeCard::Talk() {
   const auto now = std::chrono::steady_clock::now();
-  if (isStarted && talking && options.keepsTalking && now - lastTalk >= std::chrono::milliseconds(50)) {
+  if (isStarted && options.keepsTalking && now - lastTalk >= std::chrono::milliseconds(50)) {
     lastTalk = now;
     Message status{0xFF, 0x07};
     status.insert(status.end(), options.trunkCount, 0);

@@ -43,7 +43,6 @@ class CFakeCard : public IPriWriter {
 
   bool IsReady() const { return isReady; }
   SIpv4Address Address() const;
-  void SetTalking(bool on) { talking = on; }
   void Hang(bool on) { answers = !on; }
 
   // Bytes of the control stream, sent by the card's own thread.
@@ -85,7 +84,6 @@ class CFakeCard : public IPriWriter {
   const int listener;
   bool isReady = false;
   std::atomic<bool> stopping{false};
-  std::atomic<bool> talking{true};
   std::atomic<bool> answers{true};
   std::atomic<bool> closeRequested{false};
   std::atomic<bool> resetRequested{false};

@@ -57,9 +57,9 @@ class AudioOrders : public testing::Test {
   void SetUp() override {
     ASSERT_TRUE(fake.IsReady());
     library.address = Address("127.0.0.1");
-    ASSERT_TRUE(line.OpenUdp());
-    ASSERT_TRUE(line.Bind({fake.Address(), 5854}));
-    ASSERT_TRUE(line.SetNonBlocking(true));
+    ASSERT_TRUE(cardAudio.OpenUdp());
+    ASSERT_TRUE(cardAudio.Bind({fake.Address(), 5854}));
+    ASSERT_TRUE(cardAudio.SetNonBlocking(true));
   }
 
   void Open() {
@@ -126,15 +126,15 @@ class AudioOrders : public testing::Test {
     if (rules.HeldDue()) {
       Expect(rules.TakeHeld(held[6]), held);
     }
-    ASSERT_EQ(line.SendTo(packet.data(), packet.size(), library), static_cast<int>(packet.size()));
+    ASSERT_EQ(cardAudio.SendTo(packet.data(), packet.size(), library), static_cast<int>(packet.size()));
   }
 
   void ExpectReplies() {
     for (const size_t length : expectedReplies) {
       uint8_t reply[2000];
       SIpv4Endpoint source;
-      ASSERT_EQ(line.WaitReadable(kPatienceMs), EWait::kReady);
-      ASSERT_EQ(line.ReceiveFrom(reply, sizeof reply, source), static_cast<int>(length));
+      ASSERT_EQ(cardAudio.WaitReadable(kPatienceMs), EWait::kReady);
+      ASSERT_EQ(cardAudio.ReceiveFrom(reply, sizeof reply, source), static_cast<int>(length));
       const uint32_t counter = reply[2] | reply[3] << 8 | reply[4] << 16 | static_cast<uint32_t>(reply[5]) << 24;
       ASSERT_EQ(counter, nextReply++);
     }
@@ -154,7 +154,7 @@ class AudioOrders : public testing::Test {
     const Message heard = handlers.TakeHeard();
     ASSERT_LE(heard.size() + 160, expectedSound.size());
     EXPECT_TRUE(std::equal(heard.begin(), heard.end(), expectedSound.begin() + 160));
-    EXPECT_EQ(line.WaitReadable(0), EWait::kTimeout);  // no reply more than expected
+    EXPECT_EQ(cardAudio.WaitReadable(0), EWait::kTimeout);  // no reply more than expected
   }
 
   std::vector<std::string> LinesOfTheCard() const {
@@ -170,7 +170,7 @@ class AudioOrders : public testing::Test {
   CFakeCard fake;
   CHearingHandlers handlers;
   CCard card{3};
-  CSocket line;
+  CSocket cardAudio;
   SIpv4Endpoint library{};
   CSequenceRules rules;
   std::mt19937 random{2024};

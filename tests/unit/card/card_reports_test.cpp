@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
 #include <chrono>
+#include <thread>
 
 #include "card_fixture.h"
 #include "native_cpu_time.h"
