@@ -106,7 +106,7 @@ TEST_F(Card, TheDchannelComesUpBothWays) {
   AwaitDchannels();
 }
 
-TEST_F(Card, ADchannelThatCameUpBeforeTheHandlersIsReportedOnceByTheControlThread) {
+TEST_F(Card, ADchannelUpBeforeTheHandlersIsReportedOnceByTheControlThread) {
   FakeNetwork();
   std::atomic<int> onOurThread{0};
   handlers.onDchannelUp = [&, us = std::this_thread::get_id()](uint32_t) {

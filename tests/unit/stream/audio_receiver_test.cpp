@@ -20,6 +20,7 @@
 #include "platform/event.h"
 #include "stream/audio_pacer.h"
 #include "support/addresses.h"
+#include "support/eventually.h"
 
 namespace zelk {
 namespace {
@@ -242,7 +243,7 @@ TEST_F(AudioReceiver, WithoutASocketTheThreadWaitsAndEndsWhenItIsAsked) {
   CSocket never;
   const double cpuBefore = ProcessCpuSeconds();
   std::thread thread([&] { receiver.Run(never, kAnyAddress); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(350));
+  support::LetPass(std::chrono::milliseconds(350));
   const double used = ProcessCpuSeconds() - cpuBefore;
   const uint32_t before = TickMs();
   stop.Set();
