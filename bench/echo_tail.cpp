@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // What an echo canceller costs by the length of its tail: nanoseconds of one canceller per sample, with noise one way
 // and its echo back, and the share of a core that the 256 timeslots of an eight-trunk card would take. Usage: echo_tail
 #include <algorithm>

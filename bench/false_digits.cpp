@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Digits that nobody dialled: the same speech through the library's detector, with the settings of an empty ini file,
 // and through spandsp's DTMF receiver. Usage: false_digits FILE...   (WAV, mono, 8 kHz)
 #include <cstdio>

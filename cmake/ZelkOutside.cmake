@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: GPL-2.0-only
+
 # The outside libraries of the tools and tests: libsndfile (PkgConfig::SNDFILE), nlohmann_json, CLI11 and asio.
 if(WIN32)
   # libsndfile comes from deps/. The others are headers of the distribution's packages, which serve every system; they

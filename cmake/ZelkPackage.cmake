@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: GPL-2.0-only
+
 # What is installed, and the packages made of it: a ZIP for Windows, a pair of .deb for Linux (scripts/package).
 # Packing takes what scripts/package has built, not every test.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)

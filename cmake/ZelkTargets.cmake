@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: GPL-2.0-only
+
 # How this project's targets are made: one function a kind of target, so that warnings, sanitizers and
 # include paths are stated once.
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
 #include <pthread.h>
 #include <stdbool.h>
 #include <stdio.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: GPL-2.0-only
 """Places a call from Python through ctypes, on Windows and Linux alike.
 
 Usage: dial.py LIBRARY NUMBER      LIBRARY: ZelkApi64.dll or libZelkApi-64.so

@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /*
  * libpri's clock on Windows: UTC as Unix seconds and whole milliseconds times 1000, the same reading that the control
  * thread compares libpri's timers with.

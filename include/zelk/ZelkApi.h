@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /*
  * ZelkApi64: places and receives voice calls on the ISDN primary-rate (E1) trunks of ZelkBoard Digital E1 cards.
  * The only header that an application needs; C11 and C++, Windows and Linux.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-only
 """What passes between a system test and its application host: every call of the library and every callback.
 
 Left out:

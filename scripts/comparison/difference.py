@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-only
 """Compares two runs of a scenario."""
 import re
 from collections import Counter

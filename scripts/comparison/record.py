@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-only
 """One recorded run of a scenario as named fields, each a list of lines or of sounds that another run must have too."""
 import glob
 import os

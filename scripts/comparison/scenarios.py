@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-only
 """The scenarios of scripts/compare-builds: cases of the system test program, which say what happens in them.
 
 Each line is one case, by patterns of its name; several where the case has had another name in an older checkout.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-only
 """The control connection of a card and the D-channel frames on it, as comparable lines.
 
 Left out, because they follow timers and the moment at which the other side's frames arrive:

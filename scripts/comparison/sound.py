@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-only
 """Sound on a timeslot, as what is heard: the sounds between stretches of idle codes.
 
 How long an idle stretch lasts, where in a block of 20 ms a sound begins, and whether a thread that was late left its

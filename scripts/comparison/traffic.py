@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-only
 """The packets of a recording: datagrams, and the bytes of each TCP connection both ways."""
 import struct
 

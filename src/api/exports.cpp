@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The 24 functions of the public interface: each checks its channel, delegates and returns. What they do stands in
 // include/zelk/ZelkApi.h for the application and in the call and media folders for us.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "formats/wave_format.h"
 
 #include <algorithm>

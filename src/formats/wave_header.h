@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
 #include <array>
@@ -13,8 +14,8 @@ constexpr size_t kWaveHeaderBytes = 44;
 
 using WaveHeader = std::array<uint8_t, kWaveHeaderBytes>;
 
-// The header of a file of so many bytes, the header's own among them; format is one of 8 bits a sample. Sizes wrap for
-// a file shorter than the header:
+// The header of a file of this many bytes, the header's own among them; format is one of 8 bits a sample. Sizes wrap
+// for a file shorter than the header:
 //
 //   0      4         8      12     16  20  22        24    28     32     34    36     40
 //   "RIFF" size - 8  "WAVE" "fmt " 16  tag channels  rate  bytes  align  bits  "data" size - 44

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // A RIFF file, as the walk sees it (offsets grow downward, sizes little-endian):
 //
 //   "RIFF" size formType        <- DescendRiff enters: position after the form type

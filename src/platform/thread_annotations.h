@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
 // Names for clang's thread-safety analysis; other compilers see nothing. The analysis runs in `scripts/dev lint`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "playback/file_player.h"
 
 #include <cstring>

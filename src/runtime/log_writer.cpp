@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The writer thread's time, for lines a to d that are logged at these moments:
 //
 //   a  b                      c                                         d

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The audio packets of a card, with the pacer's passes between them. An input is the card's set-up and what happens:
 //
 //   trunks - 1 (3 bits), blocks (2 bits); then operations, a byte each with their arguments:

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The body of a card information message, 22 bytes of an input (zeros for what it lacks).
 
 #include "card/card_information.h"

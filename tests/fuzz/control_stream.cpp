@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The byte stream of a card's control connection. An input is a stream and how it comes in pieces:
 //
 //   trunk count of the card, number of cuts n, n piece lengths, the stream

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // D-channel frames as a card sends them, through libpri up to the application, which calls, answers and hangs up
 // between them. An input is a trunk and what happens on it:
 //

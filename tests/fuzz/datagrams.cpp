@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Discovery replies and announcements, as they come to UDP port 5854. An input is a row of datagrams:
 //
 //   sender (4 bytes), length (2 bytes), that many bytes

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The fuzz targets without a fuzzer: every seed, then mutations of the seeds that are the same in every run.
 
 #include <gtest/gtest.h>

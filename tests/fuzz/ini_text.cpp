@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The text of a settings file. An input is a look-up and the text:
 //
 //   length of the section's name, length of the key, the section's name, the key, the text

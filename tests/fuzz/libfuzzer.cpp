@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // What libFuzzer calls, over the one target that is linked in. With "--seeds DIRECTORY" the program only writes the
 // target's seeds there, a file each.
 

@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /*
  * libpri's clock in the fuzz build: it stands still until a target moves it on, so that timers of minutes run within a
  * test and an input does the same each time.

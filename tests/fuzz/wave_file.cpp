@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // A WAV file: the walk over its chunks, its loading, and its playing into a queue of each format. An input is a byte
 // that chooses the queue's format and how chunks are searched, and the file.
 

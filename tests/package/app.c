@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /* Places one call and hangs up when it is connected: 0 when all of it happened within its time. */
 #include <stdio.h>
 #include <time.h>

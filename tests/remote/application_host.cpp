@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The process of an application whose mind is elsewhere: loads the library and does what a test in another process (on
 // another system, under another kernel's name) asks, callback by callback. Ends when the test closes its connection.
 // Usage: application_host ADDRESS PORT LIBRARY, where the test listens and what to load.

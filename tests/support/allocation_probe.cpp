@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "support/allocation_probe.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "support/discovery_responder.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "support/fake_card.h"
 
 #include <algorithm>

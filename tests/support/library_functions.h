@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
 // Every function of the library, by its name after ZELK_: X(Name) for each.

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: GPL-2.0-only
 # Lets examples/answer.c serve two calls of a simulated card. Usage (inside scripts/netns): EXAMPLE SIMULATOR
 set -eu
 example=$(realpath "$1")

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "control_fixture.h"
 
 // The card information, asked for or not.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include <map>
 
 #include "call_fixture.h"
@@ -123,7 +124,7 @@ TEST_F(Clearing, reject_frees_a_channel_whose_call_was_cleared_unheard) {
   EXPECT_TRUE(app->zelk.Hangup(0));
   ASSERT_TRUE(WaitFromLibrary("DISCONNECT"));
   call->SendMessage(0x5A, {0x08, 0x02, 0x81, 0xE5});
-  // A frame behind it has been read: so has this one.
+  // A frame after it has been read: so has this one.
   Call other = Card().PlaceCall({.timeslot = 2});
   ASSERT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
   EXPECT_EQ(State(0), 4U);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include <array>
 #include <asio.hpp>
 #include <condition_variable>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>

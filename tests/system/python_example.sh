@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: GPL-2.0-only
 # Runs examples/dial.py against the library and a simulated card. Usage (inside scripts/netns): LIBRARY SIMULATOR
 set -eu
 here=$(cd "$(dirname "$0")/../.." && pwd)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>

@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /*
  * A Windows application in C against the public header alone, which loads and unloads the DLL.
  * Usage: lifecycle DLL MODE

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: GPL-2.0-only
 # Runs tests/windows/lifecycle.c under Wine against a simulated card in a namespace of its own, in one mode.
 # Usage (inside scripts/wine-netns): tests/windows/lifecycle.sh BIN MODE
 set -eu

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "phone/port_check.h"
 
 #include "phone/phone_error.h"

@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /* What the platform's C library has, as the echo canceller's sources ask for it. */
 #pragma once
 #define HAVE_INTTYPES_H 1

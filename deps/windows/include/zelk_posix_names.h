@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /* Included before every source that uses libpri on Windows: the BSD names and the byte order that it takes for granted
  * (without them its frames would be laid out for the other byte order). */
 #pragma once

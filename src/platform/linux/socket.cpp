@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>

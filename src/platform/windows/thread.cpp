@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The end of a thread, and the join that lets the library be unloaded after it:
 //
 //   thread                                     joiner

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
 // The system's own sockets for tests that play the other end, with the names of POSIX on every system. Handles of

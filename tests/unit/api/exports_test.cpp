@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The exports are compiled into the shared library alone, so that nothing else is exported; here they become part of
 // the test program, with the library's inside in reach.
 #include "api/exports.cpp"

@@ -1,3 +1,5 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+
 /* The public header compiles as C11 and means there what it means in C++. Nothing here runs. */
 #include "zelk/ZelkApi.h"
 

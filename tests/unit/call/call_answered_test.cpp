@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Answers of the network, and its acknowledgement of ours.
 #include "call/call_events.h"
 #include "call_fixture.h"

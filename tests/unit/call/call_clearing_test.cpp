@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // What the other side may answer to a clearing that the library begins (ITU-T Q.931, 5.3 and 5.8), and what becomes of
 // the channel when libpri confirms it without a release of its own.
 #include "call/disconnect_cause.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Calls that the network ends, and calls whose end nobody waits for any more.
 #include "call/call_events.h"
 #include "call/disconnect_cause.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // libpri's call records, used again as soon as they are freed: calls that are gone, and the calls beside them.
 #include <random>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Calls that the network offers.
 #include "call/call_events.h"
 #include "call/disconnect_cause.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "call/call_state.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Applications dial and hang up while the network hangs up and trunks and cards come and go.
 #include <atomic>
 #include <thread>

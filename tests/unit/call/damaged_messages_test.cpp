@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Both sides call, answer and clear at random while bytes of layer 3 are damaged on their way to us.
 #include <random>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // A caller that was held in the application's callback for longer than its card's close waits: what it finds when it
 // comes back belongs to another generation.
 #include <thread>

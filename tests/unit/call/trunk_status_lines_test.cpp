@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The log lines of cards and trunks.
 #include "call/trunk_status.h"
 #include "trunk_status_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "call/trunk_status.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "card/hdlc_error_rule.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "mini_library.h"
 
 namespace cardsim::test {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // A close that fails (a full network disk, for example) cannot be had from a real file at will. On Linux the program's
 // own close takes the place of the system library's, and fails when a test asks for it.
 #ifdef __linux__

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "formats/g711.h"
 
 #include <gtest/gtest.h>

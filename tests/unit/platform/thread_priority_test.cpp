@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // What a thread asks of Linux when it is to be near real time. The program's own functions take the place of the system
 // library's, note what is asked and refuse it when a test says so.
 #ifdef __linux__

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // Files that a usual disk does not have at will. On Linux the program's own flock takes the place of the system
 // library's, and fails when a test asks for it; pipes, limits and holes are real.
 #ifdef __linux__

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "runtime/log_writer.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "stream/backlog_watch.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "stream/double_talk_detector.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "stream/sequence_rules.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
 #include <cstdint>
@@ -7,7 +8,7 @@
 
 namespace cardsim {
 
-// A line's echo: what the far end hears comes back after this time, so much weaker.
+// A line's echo: what the far end hears comes back after this time, weaker by this much.
 struct SEchoPath {
   int delayFrames = 64;  // 8 a millisecond, up to CAudioEcho::kLongest
   double lossDb = 6;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
 #include <chrono>
@@ -16,7 +17,7 @@ struct SAudioFaults {
   double duplicates = 0;
   double reordered = 0;                 // such a packet goes after the one that follows it
   std::chrono::milliseconds delay{0};   // of every packet
-  std::chrono::milliseconds jitter{0};  // up to so much more, packet by packet: one may overtake another
+  std::chrono::milliseconds jitter{0};  // up to this much more, packet by packet: one may overtake another
   std::uint32_t seed = 1;               // the same seed picks the same packets
 };
 

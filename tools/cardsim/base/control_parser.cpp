@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "cardsim/base/control_parser.h"
 
 #include "cardsim/base/wire.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // The part of CCard by which a test makes it report something or misbehave.
 #include "cardsim/card/card.h"
 #include "cardsim/card/control_link.h"

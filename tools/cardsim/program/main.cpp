@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
 // zelk-cardsim: simulated cards for demonstrations, load and trials without hardware.
 #include <csignal>
 #include <cstdio>

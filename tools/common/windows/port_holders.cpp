@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "common/port_holders.h"
 
 #include <winsock2.h>

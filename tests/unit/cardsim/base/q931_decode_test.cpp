@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-only
 #include "cardsim/base/q931_decode.h"
 
 #include <gtest/gtest.h>
