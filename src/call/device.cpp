@@ -25,13 +25,13 @@ std::string DisplayName(const CCard& card, const SDevicePlace& place) {
 CDevice::CDevice(CCard& ownCard, const SDevicePlace& ownPlace, int32_t direction)
     : card(ownCard),
       place(ownPlace),
-      name(DisplayName(ownCard, ownPlace)),
       serialText(std::to_string(ownCard.SerialNumber())),
       featureFlags(ownCard.FeatureFlags()),
       firmwareDate(ownCard.FirmwareDate()),
       burnDate(ownCard.BurnDate()),
       firmwareVersion(ownCard.FirmwareVersion()),
       call(*this, direction),
+      name(DisplayName(ownCard, ownPlace)),
       wave(*this) {
   endQueue.Create(kDwordQueueCapacity);
   startQueue.Create(kDwordQueueCapacity);

@@ -105,7 +105,6 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
  private:
   CCard& card;
   const SDevicePlace place;
-  const std::string name;
   const std::string serialText;
   const uint32_t featureFlags;
   const std::string firmwareDate;
@@ -118,7 +117,6 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
   CCallState call;
 
   mutable CMutex infoLock;
-  int32_t lastCause ZELK_GUARDED_BY(infoLock) = 0;
   std::string dialCli ZELK_GUARDED_BY(infoLock);
   std::string infoResult ZELK_GUARDED_BY(infoLock);  // what the last information request returned
   std::string cli ZELK_GUARDED_BY(infoLock);
@@ -126,8 +124,11 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
   std::string rli ZELK_GUARDED_BY(infoLock);
   const char* callType ZELK_GUARDED_BY(infoLock) = kCallTypeNone;
   const char* inputType ZELK_GUARDED_BY(infoLock) = "";
-  std::array<char, kMessageBytes> message ZELK_GUARDED_BY(infoLock) = {};
 
+  // Kept, never read by the library.
+  const std::string name;
+  int32_t lastCause ZELK_GUARDED_BY(infoLock) = 0;
+  std::array<char, kMessageBytes> message ZELK_GUARDED_BY(infoLock) = {};
   CDwordQueue endQueue;
   CDwordQueue startQueue;
 

@@ -37,7 +37,7 @@ using WaveDataCallback = void (*)(uint32_t direction, uint64_t cookie, uint8_t* 
 class CWave {
  public:
   static constexpr uint32_t kNoRecordLimit = 0xFFFFFFFF;
-  // The two settings that an opening stores beside the format record. Kept, never read by the library.
+  // The two settings that Open stores beside the format record. Kept, never read by the library.
   static constexpr std::array<uint32_t, 2> kOpenSettings = {800, 3};
 
   explicit CWave(IWaveOwner& owner);
@@ -45,7 +45,7 @@ class CWave {
   CWave(const CWave&) = delete;
   CWave& operator=(const CWave&) = delete;
 
-  // First opening since construction or Close: resets the queue, arms the tap state 0 and marks the queue open. Nothing
+  // First open since construction or Close: resets the queue, arms the tap state 0 and marks the queue open. Nothing
   // when it is open already.
   void Open();
   // Tap state -1, queue flushed, open flag cleared. Nothing when it is not open.
@@ -74,7 +74,7 @@ class CWave {
   // For tests and file playback into other formats; the library itself leaves the default.
   void SetFormat(const SWaveFormat& format);
 
-  // Kept, never read by the library: the record tap with its buffer, the data callback, the settings of an opening and
+  // Kept, never read by the library: the record tap with its buffer, the data callback, the two settings of Open and
   // a queue of numbers. The callback is set before audio flows; null removes it.
   void SetDataCallback(WaveDataCallback callback, uint64_t cookie);
   // Starts recording into the buffer, up to limit bytes in all. Nothing when the queue is not open.
@@ -101,7 +101,7 @@ class CWave {
   SWaveFormat format ZELK_GUARDED_BY(lock);
   std::atomic<uint8_t> silence;         // of the format; the fill must not wait for the lock to know it
   std::atomic<int32_t> stopFlag{0};     // -1 while a stop is in progress
-  std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an opening was played
+  std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an Open was played
   std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
   CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
   IWaveOwner& owner;
