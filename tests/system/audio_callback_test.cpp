@@ -183,9 +183,12 @@ class StalledRecording : public AudioCallback {
   // From the begin of the pattern to the end of the ring in one piece, and no byte further; then whole blocks are
   // missing, and from there on it goes in one piece again.
   void ExpectWholeBlocksLost(const Bytes& heard, const Bytes& tail) {
-    const long start = support::FindSound(heard, {sound.begin(), sound.begin() + 800});
+    const Bytes begin(sound.begin(), sound.begin() + 800);
+    const long start = support::FindSound(heard, begin);
     ASSERT_GE(start, 0);
-    const size_t kept = before.size() + (kRing - 1) * ZELK_BLOCK_BYTES - static_cast<size_t>(start);
+    // The callback has seen blocks that came before the recording began.
+    const size_t handedOver = before.size() - static_cast<size_t>(support::FindSound(before, begin));
+    const size_t kept = handedOver + (kRing - 1) * ZELK_BLOCK_BYTES;
     const auto first = heard.begin() + start;
     EXPECT_TRUE(std::equal(sound.begin(), sound.begin() + static_cast<ptrdiff_t>(kept), first));
     const long goesOn = support::FindSound(heard, tail);
