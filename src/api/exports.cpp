@@ -114,7 +114,7 @@ const char* ZELK_CALL ZELK_DisconnectReasonToString(int32_t cause) {
 bool ZELK_CALL ZELK_PlayBuffer(int32_t channel, const void* data, uint32_t length) {
   return ForChannel(channel, false, [data, length](CDevice& device) {
     uint32_t error = ZELK_ERROR_NONE;
-    const bool played = zelk::PlayBuffer(device.Wave(), data, length, error);
+    const bool played = zelk::PlayBuffer(device.Wave(), static_cast<const uint8_t*>(data), length, error);
     device.SetLastError(error);
     return played;
   });

@@ -52,7 +52,7 @@ bool CControlLink::Connect(const SIpv4Endpoint& card, SIpv4Address localAddress,
   return true;
 }
 
-void CControlLink::Send(const void* message, size_t length) {
+void CControlLink::Send(const uint8_t* message, size_t length) {
   if (const std::shared_ptr<CSocket> current = Socket()) {
     current->Send(message, length);
   }

@@ -19,7 +19,7 @@ class CControlLink {
  public:
   // cancel (may be null) ends the wait early. False leaves the link closed.
   bool Connect(const SIpv4Endpoint& card, SIpv4Address localAddress, const CStopFlag* cancel);
-  void Send(const void* message, size_t length);
+  void Send(const uint8_t* message, size_t length);
   void Close();
   bool IsOpen() const;
   // The socket of the current generation, null when there has been none. Waits on it end when the link is closed.

@@ -7,7 +7,7 @@
 
 namespace zelk {
 
-bool CBuffer::Append(const void* bytes, uint32_t count) {
+bool CBuffer::Append(const uint8_t* bytes, uint32_t count) {
   const uint64_t needed = uint64_t{length} + count;
   if (needed > capacity && !Grow(needed)) {
     return false;

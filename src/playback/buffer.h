@@ -17,7 +17,7 @@ class CBuffer {
   CBuffer(const CBuffer&) = delete;
   CBuffer& operator=(const CBuffer&) = delete;
 
-  bool Append(const void* bytes, uint32_t count);
+  bool Append(const uint8_t* bytes, uint32_t count);
   const uint8_t* Data() const { return data.get(); }
   uint32_t Length() const { return length; }
   uint32_t Capacity() const { return capacity; }

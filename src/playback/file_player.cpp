@@ -43,7 +43,7 @@ SampleBuffer LoadConverted(const char* target, const char* path, uint32_t& size,
   return samples;
 }
 
-bool QueueCopy(CWave& wave, const void* data, uint32_t length, uint32_t blockError, uint32_t& error) {
+bool QueueCopy(CWave& wave, const uint8_t* data, uint32_t length, uint32_t blockError, uint32_t& error) {
   std::unique_ptr<CWaveBlock> block = wave.NewBlock(length);
   if (!block) {
     error = blockError;
@@ -61,7 +61,7 @@ bool QueueCopy(CWave& wave, const void* data, uint32_t length, uint32_t blockErr
 
 }  // namespace
 
-bool PlayBuffer(CWave& wave, const void* data, uint32_t length, uint32_t& error) {
+bool PlayBuffer(CWave& wave, const uint8_t* data, uint32_t length, uint32_t& error) {
   error = kErrorNone;
   if (!data && length > 0) {
     return false;

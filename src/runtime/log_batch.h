@@ -14,7 +14,7 @@ class ILogFile {
   virtual ~ILogFile() = default;
   virtual bool Open(const std::string& path) = 0;  // at the end; created when missing
   virtual bool IsOpen() const = 0;
-  virtual int64_t Write(const void* data, size_t length) = 0;  // bytes written, -1 on failure
+  virtual int64_t Write(const char* text, size_t length) = 0;  // bytes written, -1 on failure
   virtual void Close() = 0;
 };
 

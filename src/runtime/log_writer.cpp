@@ -30,7 +30,7 @@ class CLogFile : public ILogFile {
  public:
   bool Open(const std::string& path) override { return file.Open(path); }
   bool IsOpen() const override { return file.IsOpen(); }
-  int64_t Write(const void* data, size_t length) override { return file.Write(data, length); }
+  int64_t Write(const char* text, size_t length) override { return file.Write(text, length); }
   void Close() override { file.Close(); }
 
  private:

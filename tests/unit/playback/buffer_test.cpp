@@ -11,6 +11,10 @@
 namespace zelk {
 namespace {
 
+const uint8_t* Octets(const char* text) {
+  return reinterpret_cast<const uint8_t*>(text);
+}
+
 TEST(Buffer, IsMadeEmptyAndTakesNothingForNoBytes) {
   CBuffer buffer;
   EXPECT_EQ(buffer.Length(), 0U);
@@ -25,7 +29,7 @@ TEST(Buffer, GrowsByStepsOf80000BytesAndKeepsWhatItHas) {
   std::iota(bytes.begin(), bytes.end(), uint8_t{0});
   ASSERT_TRUE(buffer.Append(bytes.data(), 80000));
   EXPECT_EQ(buffer.Capacity(), 80000U);
-  ASSERT_TRUE(buffer.Append("x", 1));
+  ASSERT_TRUE(buffer.Append(Octets("x"), 1));
   EXPECT_EQ(buffer.Capacity(), 160000U);
   EXPECT_EQ(buffer.Length(), 80001U);
   EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), buffer.Data()));
@@ -44,22 +48,22 @@ TEST(Buffer, KeepsItsBytesWhenItCannotGrow) {
   const std::vector<uint8_t> bytes(80000, 7);
   ASSERT_TRUE(buffer.Append(bytes.data(), 79999));
   support::FailAllocation(1);
-  EXPECT_FALSE(buffer.Append("ab", 2));
+  EXPECT_FALSE(buffer.Append(Octets("ab"), 2));
   support::FailAllocation(0);
   EXPECT_EQ(buffer.Length(), 79999U);
   EXPECT_EQ(buffer.Capacity(), 80000U);
   EXPECT_EQ(buffer.Data()[79998], 7);
-  EXPECT_TRUE(buffer.Append("a", 1));
-  EXPECT_TRUE(buffer.Append("b", 1));
+  EXPECT_TRUE(buffer.Append(Octets("a"), 1));
+  EXPECT_TRUE(buffer.Append(Octets("b"), 1));
   EXPECT_EQ(buffer.Data()[79999], 'a');
   EXPECT_EQ(buffer.Data()[80000], 'b');
 }
 
 TEST(Buffer, RefusesMoreThan32BitsCanCountWithoutAsking) {
   CBuffer buffer;
-  ASSERT_TRUE(buffer.Append("abc", 3));
+  ASSERT_TRUE(buffer.Append(Octets("abc"), 3));
   const uint64_t before = support::AllocationCount();
-  EXPECT_FALSE(buffer.Append("abc", 0xFFFFFFFE));
+  EXPECT_FALSE(buffer.Append(Octets("abc"), 0xFFFFFFFE));
   EXPECT_EQ(support::AllocationCount(), before);
   EXPECT_EQ(buffer.Length(), 3U);
 }

@@ -19,6 +19,10 @@ namespace {
 
 using wav::Bytes;
 
+const uint8_t* Octets(const char* text) {
+  return reinterpret_cast<const uint8_t*>(text);
+}
+
 class COwner : public IWaveOwner {
  public:
   void SilenceTransmit() override {}
@@ -51,13 +55,13 @@ class FilePlayer : public testing::Test {
 };
 
 TEST_F(FilePlayer, BufferIsQueuedAsItIs) {
-  EXPECT_TRUE(PlayBuffer(wave, "abc", 3, error));
+  EXPECT_TRUE(PlayBuffer(wave, Octets("abc"), 3, error));
   EXPECT_EQ(error, kErrorNone);
   EXPECT_EQ(Fill(4), (Bytes{'a', 'b', 'c', 0xD5}));
 }
 
 TEST_F(FilePlayer, EmptyBufferIsAccepted) {
-  EXPECT_TRUE(PlayBuffer(wave, "", 0, error));
+  EXPECT_TRUE(PlayBuffer(wave, Octets(""), 0, error));
   EXPECT_TRUE(PlayBuffer(wave, nullptr, 0, error));
   EXPECT_EQ(error, kErrorNone);
   EXPECT_EQ(wave.TimeLeftMs(), 1U);
@@ -74,7 +78,7 @@ TEST_F(FilePlayer, BufferWithoutMemoryGivesCode2AndLeavesTheQueueAlone) {
       [this] {
         wave.Flush();
         error = 99;
-        PlayBuffer(wave, "abcdefgh", 8, error);
+        PlayBuffer(wave, Octets("abcdefgh"), 8, error);
       },
       [this](bool failed) {
         EXPECT_EQ(error, failed ? kErrorNoMemory : kErrorNone);
@@ -85,7 +89,7 @@ TEST_F(FilePlayer, BufferWithoutMemoryGivesCode2AndLeavesTheQueueAlone) {
 
 TEST_F(FilePlayer, BufferLengthsNear4GigabytesGiveCode2) {
   for (const uint32_t length : {0x80000000U, 0xFFFFFF01U, 0xFFFFFFFFU}) {
-    EXPECT_FALSE(PlayBuffer(wave, "abc", length, error));  // not a byte of it is read
+    EXPECT_FALSE(PlayBuffer(wave, Octets("abc"), length, error));  // not a byte of it is read
     EXPECT_EQ(error, kErrorNoMemory);
   }
   EXPECT_EQ(wave.TimeLeftMs(), 0U);
@@ -111,7 +115,7 @@ TEST_F(FilePlayer, ThousandBytesOfWideSamplesQueueFiveHundred) {
 }
 
 TEST_F(FilePlayer, FileFollowsWhatIsQueuedAlready) {
-  PlayBuffer(wave, "ab", 2, error);
+  PlayBuffer(wave, Octets("ab"), 2, error);
   EXPECT_EQ(ErrorOf(wav::File(6, 8, {1, 2})), kErrorNone);
   EXPECT_EQ(Fill(5), (Bytes{'a', 'b', 1, 2, 0xD5}));
 }

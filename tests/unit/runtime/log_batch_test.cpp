@@ -32,7 +32,7 @@ class CScriptedFile : public ILogFile {
     }
     return isOpen;
   }
-  int64_t Write(const void* data, size_t length) override {
+  int64_t Write(const char* data, size_t length) override {
     sawFailure = sawFailure || support::AllocationFailed();
     support::FailAllocation(0);
     int64_t result = static_cast<int64_t>(length);
@@ -40,8 +40,8 @@ class CScriptedFile : public ILogFile {
       result = std::min(result, answers.front());
       answers.pop_front();
     }
-    calls.push_back("write " + std::string(static_cast<const char*>(data), length));
-    content.append(static_cast<const char*>(data), static_cast<size_t>(std::max<int64_t>(result, 0)));
+    calls.push_back("write " + std::string(data, length));
+    content.append(data, static_cast<size_t>(std::max<int64_t>(result, 0)));
     return result;
   }
   void Close() override {

@@ -42,9 +42,9 @@ class CTimedFile : public ILogFile {
   explicit CTimedFile(SWrites& theWrites) : writes(theWrites) {}
   bool Open(const std::string& /*path*/) override { return isOpen = true; }
   bool IsOpen() const override { return isOpen; }
-  int64_t Write(const void* data, size_t length) override {
+  int64_t Write(const char* data, size_t length) override {
     const CScopedLock hold(writes.lock);
-    writes.list.push_back({TickMs(), std::string(static_cast<const char*>(data), length)});
+    writes.list.push_back({TickMs(), std::string(data, length)});
     return static_cast<int64_t>(length);
   }
   void Close() override { isOpen = false; }
@@ -100,14 +100,14 @@ class CFileOnHangingDisk : public ILogFile {
     return isOpen = true;
   }
   bool IsOpen() const override { return isOpen; }
-  int64_t Write(const void* data, size_t length) override {
+  int64_t Write(const char* data, size_t length) override {
     if (hangs) {
       disk.entered.Set();
       disk.letGo.Wait();
       return -1;
     }
     const CScopedLock hold(disk.lock);
-    disk.content.append(static_cast<const char*>(data), length);
+    disk.content.append(data, length);
     return static_cast<int64_t>(length);
   }
   void Close() override { isOpen = false; }
@@ -160,8 +160,8 @@ class CNotedFile : public ILogFile {
     return isOpen = true;
   }
   bool IsOpen() const override { return isOpen; }
-  int64_t Write(const void* data, size_t length) override {
-    const std::string text(static_cast<const char*>(data), length);
+  int64_t Write(const char* data, size_t length) override {
+    const std::string text(data, length);
     const size_t tag = text.find(" :") + 2;
     Note("write " + text.substr(tag, text.find('\r') - tag) + " ");
     return static_cast<int64_t>(length);

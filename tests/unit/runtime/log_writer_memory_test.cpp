@@ -58,10 +58,10 @@ class CFileOnScarceDisk : public ILogFile {
     return isOpen;
   }
   bool IsOpen() const override { return isOpen; }
-  int64_t Write(const void* data, size_t length) override {
+  int64_t Write(const char* data, size_t length) override {
     support::FailAllocation(0);
     const CScopedLock hold(disk.lock);
-    disk.content.append(static_cast<const char*>(data), length);
+    disk.content.append(data, length);
     return static_cast<int64_t>(length);
   }
   void Close() override { isOpen = false; }
