@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
+#include "dsp/echo_canceller.h"
 #include "formats/g711.h"
-#include "stream/echo_canceller.h"
 
 namespace {
 

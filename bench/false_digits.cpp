@@ -22,7 +22,7 @@
 #include "cardsim/audio/signals.h"
 #include "cardsim/audio/wav_file.h"
 #include "cardsim/base/g711.h"
-#include "stream/dtmf_decode.h"
+#include "dsp/dtmf_decode.h"
 
 namespace {
 

@@ -47,6 +47,16 @@ function(zelk_add_include_root target scope name)
   target_include_directories(${target} ${scope} ${CMAKE_BINARY_DIR}/include-roots/${root})
 endfunction()
 
+# Sources named *_avx2.cpp hold what platform/instruction_set.h chooses on machines that have AVX2. They use no inline
+# function of a header: the linker keeps one copy of such a function, and it could be theirs.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  set(ZELK_AVX2_OPTIONS -mavx2)
+  if(WIN32)
+    # The stack is aligned to 16 bytes there, and this compiler spills 32-byte registers with aligned moves all the same.
+    list(APPEND ZELK_AVX2_OPTIONS -Wa,-muse-unaligned-vector-move)
+  endif()
+endif()
+
 # zelk_add_layer(NAME [LOWER layer...] [OUTSIDE library...]): the folder src/NAME as the static library zelk_NAME over the
 # layers it may include, with the outside libraries that only this layer may use.
 # Sources are found by their place; an operating system's own are in its folder (linux/, windows/).
@@ -57,6 +67,8 @@ function(zelk_add_layer name)
        ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system}/*.cpp)
   list(FILTER sources EXCLUDE REGEX "/api/exports\\.cpp$")
   add_library(zelk_${name} STATIC ${sources})
+  list(FILTER sources INCLUDE REGEX "_avx2\\.cpp$")
+  set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS "${ZELK_AVX2_OPTIONS}")
   list(TRANSFORM layer_LOWER PREPEND zelk_)
   target_link_libraries(zelk_${name} PRIVATE zelk_options ${layer_OUTSIDE} PUBLIC ${layer_LOWER})
   zelk_add_include_root(zelk_${name} PUBLIC ${name})

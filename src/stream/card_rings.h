@@ -4,9 +4,9 @@
 #include <array>
 #include <cstdint>
 
+#include "dsp/dtmf_decode.h"
 #include "stream/audio_controls.h"
 #include "stream/block_pool.h"
-#include "stream/dtmf_decode.h"
 
 namespace zelk {
 

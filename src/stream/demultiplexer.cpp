@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "stream/transpose.h"
+#include "dsp/transpose.h"
 
 namespace zelk {
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "dsp/echo_canceller.h"
 #include "stream/audio_controls.h"
-#include "stream/echo_canceller.h"
 #include "stream/packet_sender.h"
 
 namespace zelk {

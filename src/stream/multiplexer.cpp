@@ -5,8 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include "dsp/transpose.h"
 #include "formats/g711.h"
-#include "stream/transpose.h"
 
 namespace zelk {
 namespace {

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "dsp/echo_canceller.h"
 #include "formats/g711.h"
-#include "stream/echo_canceller.h"
 
 // The flow of audio in its plainest form: one byte at a time, one channel after the other, every rule where the packet
 // meets it. Written apart from the library's and shares nothing with it but the echo canceller and G.711; the tests

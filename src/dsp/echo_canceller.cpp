@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "stream/echo_canceller.h"
+#include "dsp/echo_canceller.h"
 
 #include <algorithm>
 #include <bit>
@@ -9,6 +9,7 @@
 #include <new>
 
 #include "formats/g711.h"
+#include "platform/instruction_set.h"
 #include "runtime/config.h"
 #include "runtime/e1.h"
 
@@ -39,11 +40,8 @@ struct SCancellerBuild {
 };
 
 SCancellerBuild ChooseBuild() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx2"))
+  if (BestInstructionSet() == EInstructionSet::kAvx2)
     return {echo_can_init_avx2, echo_can_free_avx2, echo_can_update_avx2};
-#endif
   return {echo_can_init_base, echo_can_free_base, echo_can_update_base};
 }
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "stream/dtmf_decode.h"
+#include "dsp/dtmf_decode.h"
 
 // What the tests of the digit detector share: signals made from sines, and the detector in its literal form.
 namespace zelk::dtmf {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "stream/double_talk_detector.h"
+#include "dsp/double_talk_detector.h"
 
 struct echo_can_state_s;  // spandsp's
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "stream/double_talk_detector.h"
+#include "dsp/double_talk_detector.h"
 
 #include <algorithm>
 
@@ -7,7 +7,7 @@ namespace zelk {
 namespace {
 
 // ITU-T G.168 says what a canceller must come to in double talk, not how. The values here are chosen by measurement,
-// with the sounds of tests/unit/stream/echo_signals.h, an echo 6 dB down and, where nothing else is said, 8, 16 or 30
+// with the sounds of tests/unit/dsp/echo_signals.h, an echo 6 dB down and, where nothing else is said, 8, 16 or 30
 // ms late:
 //   soon     what is taken off the echo of voices of -14 dBm0 between 1 and 3 s after the start; the worst of four: 5
 //   dB voices   the same after 6 s: 42 dB quiet    the same of voices of -24 dBm0: 33 dB words    the same of recorded

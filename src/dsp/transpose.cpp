@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "stream/transpose.h"
+#include "dsp/transpose.h"
 
 #include <cstring>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "stream/dtmf_decode.h"
+#include "dsp/dtmf_decode.h"
 
 #include <algorithm>
 #include <cmath>

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "dsp/echo_canceller.h"
 #include "formats/g711.h"
-#include "stream/echo_canceller.h"
 
 // What the tests of the echo canceller share: sounds of a level, their echoes, and the canceller run over them.
 namespace zelk::echo {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "stream/echo_canceller.h"
+#include "dsp/echo_canceller.h"
 
 #include <gtest/gtest.h>
 

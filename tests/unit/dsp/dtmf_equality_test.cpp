@@ -7,8 +7,8 @@
 #include <random>
 #include <string>
 
+#include "dsp/dtmf_decode.h"
 #include "dtmf_signals.h"
-#include "stream/dtmf_decode.h"
 
 // The product's detector against the literal form: the same decisions on every kind of signal.
 namespace zelk {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "stream/double_talk_detector.h"
+#include "dsp/double_talk_detector.h"
 
 #include <gtest/gtest.h>
 
