@@ -9,21 +9,13 @@ void CApplicationEvents::Post(uint32_t channel, EApplicationEvent event, int32_t
   }
 }
 
-void CApplicationEvents::Play(uint32_t channel, uint8_t* data, uint32_t length) const {
-  if (ZelkPlayCallback callback = playCallback) {
-    callback(channel, data, length);
-  }
-}
-
 void CApplicationEvents::Record(uint32_t channel, const uint8_t* data, uint32_t length) const {
   if (ZelkRecordCallback callback = recordCallback) {
     callback(channel, data, length);
   }
 }
 
-CApplicationEvents& ApplicationEvents() {
-  static CApplicationEvents events;
-  return events;
-}
+// Constant-initialised: ready before any constructor runs.
+constinit CApplicationEvents applicationEvents;
 
 }  // namespace zelk

@@ -32,7 +32,8 @@ class CApplicationEvents {
   void SetRecordCallback(ZelkRecordCallback callback) { recordCallback = callback; }
 
   void Post(uint32_t channel, EApplicationEvent event, int32_t param) const;
-  void Play(uint32_t channel, uint8_t* data, uint32_t length) const;
+  // Null when the application has none.
+  ZelkPlayCallback PlayCallback() const { return playCallback; }
   void Record(uint32_t channel, const uint8_t* data, uint32_t length) const;
 
  private:
@@ -41,6 +42,10 @@ class CApplicationEvents {
   std::atomic<ZelkRecordCallback> recordCallback{nullptr};
 };
 
-CApplicationEvents& ApplicationEvents();
+extern CApplicationEvents applicationEvents;
+
+inline CApplicationEvents& ApplicationEvents() {
+  return applicationEvents;
+}
 
 }  // namespace zelk

@@ -9,15 +9,23 @@ namespace zelk {
 
 CChannelMedia::CChannelMedia(const CCardChannels& cardChannels) : channels(cardChannels) {}
 
-// The bytes are kept as the application finds them.
+// The bytes are kept as the application finds them. Of a channel without a play nothing is touched that the pacer does
+// not know already, its flush count among it.
 void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) const {
   size_t slot = 0;
   if (!FindSlot(trunk, timeslot, slot)) {
     std::fill_n(fill.data, kBlockBytes, uint8_t{0});
   } else if (CDevice* device = channels.At(slot)) {
-    fill.flushCount = device->Wave().FillBlock(fill.data, kBlockBytes);
-    fill.KeepQueued();
-    ApplicationEvents().Play(device->ChannelNumber(), fill.data, kBlockBytes);
+    CWave& wave = device->Wave();
+    if (wave.IsIdle()) {
+      fill.Silence(wave.Silence());
+    } else {
+      fill.flushCount = wave.FillBlock(fill.data, kBlockBytes);
+    }
+    if (const ZelkPlayCallback play = ApplicationEvents().PlayCallback()) {
+      fill.KeepQueued();
+      play(device->ChannelNumber(), fill.data, kBlockBytes);
+    }
   }
 }
 

@@ -12,15 +12,16 @@ namespace zelk {
 // LastSocketError.
 enum class EInterest { kRead, kWrite };
 
-// Thread: as CSocket's gate lets it; only Wait blocks.
+// Thread: as CSocket's gate lets it; only the two that say so block.
 struct SNativeSocket {
-  NativeSocket handle = kNoSocket;  // always non-blocking
+  NativeSocket handle = kNoSocket;  // no call on it waits but Wait and ReceiveFromWaiting
   NativeSocket wake = kNoSocket;    // readable, once woken, for ever
+  bool isDatagram = false;
 
   // type is SOCK_STREAM or SOCK_DGRAM; false leaves nothing open.
   bool Open(int type);
   void Close();
-  // Lets every wait that has begun or will begin return at once.
+  // Lets every wait that has begun or will begin return at once; a receive among them returns 0 or an error.
   void Wake();
   // kError when woken. A connect that failed gives kReady or kError; the pending error tells.
   EWait Wait(EInterest interest, int32_t timeoutMs) const;
@@ -30,6 +31,8 @@ struct SNativeSocket {
   bool SetSharedPort();
   // A datagram longer than the capacity is cut to it.
   int ReceiveFrom(void* data, int capacity, sockaddr_in& from);
+  // The same, but waits for a datagram without a limit: in the call itself where the system has a way to end that.
+  int ReceiveFromWaiting(void* data, int capacity, sockaddr_in& from);
 };
 
 int LastSocketError();

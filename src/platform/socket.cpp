@@ -27,7 +27,7 @@ int ClampLength(size_t length) {
 
 }  // namespace
 
-// The system's socket is always non-blocking; blocking calls are waits of our own, so that Close can release them. The
+// The system's socket never blocks by itself; blocking calls are waits of our own, so that Close can release them. The
 // native part is written while the gate is idle or by its last leaver, and read only inside it.
 struct CSocket::SImpl {
   CSocketGate gate;
@@ -48,29 +48,6 @@ struct CSocket::SImpl {
   template <class Call>
   int Retry(EInterest interest, Call call);
 };
-
-namespace {
-
-// Holds a socket's gate for the length of a call.
-template <class Impl>
-class CInside {
- public:
-  explicit CInside(Impl& impl) : entered(impl), open(impl.gate.Enter()) {}
-  ~CInside() {
-    if (entered.gate.Leave()) {
-      entered.Release();
-    }
-  }
-  CInside(const CInside&) = delete;
-  CInside& operator=(const CInside&) = delete;
-  explicit operator bool() const { return open; }
-
- private:
-  Impl& entered;
-  const bool open;
-};
-
-}  // namespace
 
 bool CSocket::SImpl::Open(int type) {
   Close();
@@ -182,7 +159,7 @@ bool CSocket::IsOpen() const {
 }
 
 bool CSocket::SetNonBlocking(bool on) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   if (inside) {
     impl->nonBlocking = on;
   }
@@ -190,48 +167,48 @@ bool CSocket::SetNonBlocking(bool on) {
 }
 
 bool CSocket::SetReceiveBuffer(int bytes) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside && impl->native.SetBuffer(SO_RCVBUF, bytes);
 }
 
 bool CSocket::SetSendBuffer(int bytes) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside && impl->native.SetBuffer(SO_SNDBUF, bytes);
 }
 
 int CSocket::ReceiveBuffer() const {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside ? impl->native.Buffer(SO_RCVBUF) : 0;
 }
 
 int CSocket::SendBuffer() const {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside ? impl->native.Buffer(SO_SNDBUF) : 0;
 }
 
 bool CSocket::SetNoDelay(bool on) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside && impl->SetOption(IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0);
 }
 
 bool CSocket::SetBroadcast(bool on) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside && impl->SetOption(SOL_SOCKET, SO_BROADCAST, on ? 1 : 0);
 }
 
 bool CSocket::SetSharedPort() {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside && impl->native.SetSharedPort();
 }
 
 bool CSocket::Bind(const SIpv4Endpoint& local) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   const sockaddr_in system = ToSystem(local);
   return inside && bind(impl->native.handle, reinterpret_cast<const sockaddr*>(&system), sizeof system) == 0;
 }
 
 uint16_t CSocket::LocalPort() const {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   sockaddr_in system{};
   NativeSize size = sizeof system;
   if (!inside || getsockname(impl->native.handle, reinterpret_cast<sockaddr*>(&system), &size) != 0) {
@@ -241,7 +218,7 @@ uint16_t CSocket::LocalPort() const {
 }
 
 CSocket::EConnect CSocket::Connect(const SIpv4Endpoint& remote) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   if (!inside) {
     return EConnect::kFailed;
   }
@@ -261,17 +238,17 @@ CSocket::EConnect CSocket::Connect(const SIpv4Endpoint& remote) {
 }
 
 EWait CSocket::WaitReadable(int32_t timeoutMs) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside ? impl->Wait(EInterest::kRead, timeoutMs) : EWait::kError;
 }
 
 EWait CSocket::WaitWritable(int32_t timeoutMs) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   return inside ? impl->Wait(EInterest::kWrite, timeoutMs) : EWait::kError;
 }
 
 int CSocket::Send(const void* data, size_t length) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   if (!inside) {
     return -1;
   }
@@ -291,13 +268,13 @@ int CSocket::Send(const void* data, size_t length) {
 }
 
 int CSocket::Receive(void* data, size_t capacity) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   if (!inside) {
     return -1;
   }
   const int asked = ClampLength(capacity);
   const int moved = impl->Retry(EInterest::kRead, [&] {
-    return recv(impl->native.handle, static_cast<char*>(data), static_cast<NativeLength>(asked), 0);
+    return recv(impl->native.handle, static_cast<char*>(data), static_cast<NativeLength>(asked), kReceiveFlags);
   });
   if (!impl->isStream || moved > 0 || asked == 0) {
     return moved;
@@ -314,7 +291,7 @@ int CSocket::Receive(void* data, size_t capacity) {
 }
 
 int CSocket::SendTo(const void* data, size_t length, const SIpv4Endpoint& remote) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   if (!inside) {
     return -1;
   }
@@ -326,7 +303,7 @@ int CSocket::SendTo(const void* data, size_t length, const SIpv4Endpoint& remote
 }
 
 int CSocket::ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote) {
-  const CInside inside(*impl);
+  const CInsideGate inside(*impl);
   if (!inside) {
     return -1;
   }
@@ -336,6 +313,24 @@ int CSocket::ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote) {
   if (moved >= 0) {
     remote = {system.sin_addr.s_addr, ntohs(system.sin_port)};
   }
+  return moved;
+}
+
+int CSocket::ReceiveFromWaiting(void* data, size_t capacity, SIpv4Endpoint& remote) {
+  const CInsideGate inside(*impl);
+  if (!inside || impl->isStream) {
+    return -1;
+  }
+  sockaddr_in system{};
+  int moved = 0;
+  do {
+    moved = impl->native.ReceiveFromWaiting(data, ClampLength(capacity), system);
+  } while (moved < 0 && IsInterrupted(LastSocketError()) && impl->gate.IsOpen());
+  // A socket that was closed meanwhile may give what came before, or nothing.
+  if (moved < 0 || (moved == 0 && !impl->gate.IsOpen())) {
+    return -1;
+  }
+  remote = {system.sin_addr.s_addr, ntohs(system.sin_port)};
   return moved;
 }
 

@@ -65,6 +65,9 @@ class CSocket {
   int Receive(void* data, size_t capacity);
   int SendTo(const void* data, size_t length, const SIpv4Endpoint& remote);
   int ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote);
+  // The same on a datagram socket, but waits for a datagram whatever SetNonBlocking says, in one system call where
+  // there is such. -1 once it is closed.
+  int ReceiveFromWaiting(void* data, size_t capacity, SIpv4Endpoint& remote);
 
  private:
   struct SImpl;

@@ -67,4 +67,24 @@ class CSocketGate {
   CEvent released;                // says when to look again, no more: it may still be set while the next close begins
 };
 
+// Holds a socket's gate for the length of a call. The socket has it as `gate`, and Release gives its descriptors back.
+template <class Socket>
+class CInsideGate {
+ public:
+  explicit CInsideGate(Socket& socket) : entered(socket), open(socket.gate.Enter()) {}
+  ~CInsideGate() {
+    if (entered.gate.Leave()) {
+      entered.Release();
+    }
+  }
+  CInsideGate(const CInsideGate&) = delete;
+  CInsideGate& operator=(const CInsideGate&) = delete;
+  // False when the socket is not open.
+  explicit operator bool() const { return open; }
+
+ private:
+  Socket& entered;
+  const bool open;
+};
+
 }  // namespace zelk

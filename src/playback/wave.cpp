@@ -103,6 +103,7 @@ bool CWave::Enqueue(std::unique_ptr<CWaveBlock> block) {
   (tail ? tail->next : head) = std::move(block);
   tail = added;
   queuedBytes += static_cast<int32_t>(added->size);
+  hasBlocks = true;
   playState = EPlayState::kPlaying;
   return true;
 }
@@ -117,6 +118,7 @@ void CWave::Flush() {
     CScopedLock<CMutex> hold(lock);
     dropped = std::move(head);
     tail = nullptr;
+    hasBlocks = false;
     playState = EPlayState::kIdle;
     queuedBytes = 0;
     owner.SilenceTransmit();  // before anything can be queued or taken again
@@ -142,41 +144,44 @@ uint32_t CWave::TimeLeftMs() const {
 }
 
 uint32_t CWave::FillBlock(uint8_t* data, uint32_t length) {
-  std::memset(data, silence, length);
   if (open && stopFlag != kStopping) {
     CScopedLock<CMutex> hold(lock);
     if (playState == EPlayState::kPlaying && !head) {
       playState = EPlayState::kDrained;
     }
     const uint32_t count = owner.FlushCount();
-    CopyQueued(data, length);
+    const uint32_t copied = CopyQueued(data, length);
+    std::memset(data + copied, silence, length - copied);
     CallDataCallback(1, data, length);
     return count;
   }
+  std::memset(data, silence, length);
   const uint32_t count = owner.FlushCount();
   CallDataCallback(1, data, length);
   return count;
 }
 
-void CWave::CopyQueued(uint8_t* data, uint32_t length) {
-  uint32_t filled = 0;
-  while (filled < length && head) {
-    const uint32_t wanted = length - filled;
+uint32_t CWave::CopyQueued(uint8_t* data, uint32_t length) {
+  uint32_t copied = 0;
+  while (copied < length && head) {
+    const uint32_t wanted = length - copied;
     const bool staysQueued = head->Unread() >= wanted;
-    const uint32_t copied = head->Read(data + filled, wanted);
-    filled += copied;
-    queuedBytes -= static_cast<int32_t>(copied);
+    const uint32_t read = head->Read(data + copied, wanted);
+    copied += read;
+    queuedBytes -= static_cast<int32_t>(read);
     if (staysQueued) {
-      return;  // a block read to its last byte goes with the next fill, so a play ends one silent block later
+      break;  // a block read to its last byte goes with the next fill, so a play ends one silent block later
     }
     head = std::move(head->next);
     tail = head ? tail : nullptr;
+    hasBlocks = head != nullptr;
   }
+  return copied;
 }
 
 bool CWave::QueryPlayMark() {
   EPlayState expected = EPlayState::kDrained;
-  return playState.compare_exchange_strong(expected, EPlayState::kMarked);
+  return playState == expected && playState.compare_exchange_strong(expected, EPlayState::kMarked);
 }
 
 bool CWave::PlayMarkSent() {

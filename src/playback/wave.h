@@ -61,6 +61,16 @@ class CWave {
   bool IsStopping() const { return stopFlag != 0; }  // a flush is under way
   uint32_t TimeLeftMs() const;
 
+  // Whether the next fill would give silence and change nothing. Takes no lock, reads nothing but this queue's state:
+  // what a channel without a play costs every 20 ms.
+  bool IsIdle() const {
+    const bool isStopped = !open.load(std::memory_order_relaxed) || stopFlag.load(std::memory_order_relaxed) != 0;
+    const bool isEmpty =
+        !hasBlocks.load(std::memory_order_acquire) && playState.load(std::memory_order_acquire) != EPlayState::kPlaying;
+    return (isStopped || isEmpty) && dataCallback.load(std::memory_order_relaxed) == nullptr;
+  }
+  // The byte of the format's silence.
+  uint8_t Silence() const { return silence.load(std::memory_order_relaxed); }
   // The flush count at the moment when the bytes were taken: a later stop is meant for them, an earlier one is not.
   uint32_t FillBlock(uint8_t* data, uint32_t length);
   // Asked after each fill: true exactly when this block ends a play (and the mark is then on its way).
@@ -93,27 +103,30 @@ class CWave {
 
   void Reset();
   void DropAll(std::unique_ptr<CWaveBlock> list);
-  void CopyQueued(uint8_t* data, uint32_t length) ZELK_REQUIRES(lock);
+  // The bytes that were copied.
+  uint32_t CopyQueued(uint8_t* data, uint32_t length) ZELK_REQUIRES(lock);
   void StoreFormat(const SWaveFormat& value) ZELK_REQUIRES(lock);
   void CallDataCallback(uint32_t direction, uint8_t* data, uint32_t length);
 
-  mutable CMutex lock;
-  SWaveFormat format ZELK_GUARDED_BY(lock);
-  std::atomic<uint8_t> silence;         // of the format; the fill must not wait for the lock to know it
-  std::atomic<int32_t> stopFlag{0};     // -1 while a stop is in progress
-  std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an Open was played
-  std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
-  CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
-  IWaveOwner& owner;
+  // What a fill looks at stands together.
   std::atomic<bool> open{false};
   std::atomic<EPlayState> playState{EPlayState::kIdle};
+  std::atomic<bool> hasBlocks{false};  // whether there is a head; written under the lock
+  std::atomic<uint8_t> silence;        // of the format; the fill must not wait for the lock to know it
+  std::atomic<int32_t> stopFlag{0};    // -1 while a stop is in progress
+  std::atomic<int32_t> recordState{-1};
+  std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an Open was played
+  std::atomic<WaveDataCallback> dataCallback{nullptr};
+  std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
+  CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
+  mutable CMutex lock;
+  IWaveOwner& owner;
+  SWaveFormat format ZELK_GUARDED_BY(lock);
 
   // Kept, never read by the library.
   std::array<uint32_t, 2> openSettings ZELK_GUARDED_BY(lock) = {};
-  std::atomic<int32_t> recordState{-1};
   std::atomic<uint32_t> recordLimit{kNoRecordLimit};
   CBuffer recordBuffer;  // pacer only
-  std::atomic<WaveDataCallback> dataCallback{nullptr};
   std::atomic<uint64_t> dataCookie{0};
   CDwordQueue queue;
 };

@@ -96,6 +96,8 @@ struct SAudioControls {
     if (SBlockFill* own = fills.Own(position)) {
       std::memset(own->data, kIdleByte, kBlockBytes);
       own->queued.fill(kIdleByte);
+      own->isKept = true;
+      own->isSilent = false;
       ++own->flushCount;
     }
   }

@@ -2,6 +2,7 @@
 #include "stream/audio_pacer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "formats/g711.h"
 #include "platform/clock.h"
@@ -13,6 +14,11 @@ namespace {
 // and no other thread may write into the block meanwhile. What it changed, from the first changed byte to the last,
 // counts as written after the stop and stays; the rest came from the queue before it.
 void SilenceQueued(SBlockFill& fill) {
+  fill.isSilent = false;
+  if (!fill.isKept) {
+    std::fill_n(fill.data, kBlockBytes, kIdleByte);
+    return;
+  }
   uint8_t* const end = fill.data + kBlockBytes;
   uint8_t* const first = std::mismatch(fill.data, end, fill.queued.begin()).first;
   uint8_t* rest = end;
@@ -45,30 +51,45 @@ void CAudioPacer::Pass(const CStopFlag& stop) {
   if (hook == nullptr)
     return;
   CFillRegister::CEntry entry(controls.fills);
+  FindDigitsOfAll();
   for (size_t position = 0; position < rings.PositionCount() && !stop.IsSet(); ++position) {
     if (!RefillTransmit(*hook, position, stop, entry) || !DeliverReceived(*hook, position, stop))
       return;
   }
 }
 
+// In every position's oldest block at once: a digit is in the detector's hands before its block's turn comes.
+void CAudioPacer::FindDigitsOfAll() {
+  size_t count = 0;
+  for (size_t position = 0; position < rings.PositionCount(); ++position) {
+    const SPoolBlock block = rings.DetectsDigits(position) ? rings.Receive().NextReady(position) : SPoolBlock();
+    if (block)
+      jobs[count++] = {&rings.Detector(position), block.data};
+    isSearched[position] = static_cast<bool>(block);
+  }
+  FindDigits(jobs.data(), count);
+}
+
 bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop,
                                  CFillRegister::CEntry& entry) {
-  CBlockPool& pool = rings.At(position).transmit;
-  while (uint8_t* block = pool.PopFree()) {
-    SBlockFill fill{block, controls.flushCounts[position].load(std::memory_order_acquire)};
-    Fill(hook, position, fill, entry);
+  CBlockPool& pool = rings.Transmit();
+  while (const SPoolBlock block = pool.NextFree(position)) {
+    fill.Begin(block.data, controls.flushCounts[position].load(std::memory_order_acquire), block.note->isSilent);
+    block.note->isSilent = false;  // until the fill is through
+    Fill(hook, position, entry);
     if (stop.IsSet())
       return false;
     const bool endsPlay = hook.EndsPlay(TrunkOf(position), TimeslotOf(position));
     if (stop.IsSet())
       return false;
-    pool.PushReady(block, endsPlay, fill.flushCount);
+    *block.note = {fill.flushCount, endsPlay, fill.isSilent};
+    pool.PushReady(position);
   }
   return true;
 }
 
 // A stop from now on finds the block in the ring with an older count, and silences it there.
-void CAudioPacer::Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillRegister::CEntry& entry) {
+void CAudioPacer::Fill(IMediaHook& hook, size_t position, CFillRegister::CEntry& entry) {
   entry.Begin(position, fill);
   hook.FillBlock(TrunkOf(position), TimeslotOf(position), fill);
   entry.End();
@@ -80,23 +101,24 @@ void CAudioPacer::Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFil
 }
 
 bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop) {
-  SChannelRings& channel = rings.At(position);
-  for (SReadyBlock block = channel.receive.PopReady(); block.data != nullptr; block = channel.receive.PopReady()) {
-    if (channel.detectDigits) {
-      channel.dtmf.ProcessBlock(block.data, kBlockBytes);
+  CBlockPool& pool = rings.Receive();
+  while (const SPoolBlock block = pool.NextReady(position)) {
+    if (rings.DetectsDigits(position)) {
+      if (!std::exchange(isSearched[position], false))
+        rings.Detector(position).ProcessBlock(block.data, kBlockBytes);
       if (!ReportDigits(hook, position, stop))
         return false;
     }
     hook.OnBlockReceived(TrunkOf(position), TimeslotOf(position), AudioBlock(block.data, kBlockBytes));
     if (stop.IsSet())
       return false;
-    channel.receive.PushFree(block.data);
+    pool.PushFree(position);
   }
   return true;
 }
 
 bool CAudioPacer::ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop) {
-  while (const char digit = rings.At(position).dtmf.TakeDigit()) {
+  while (const char digit = rings.Detector(position).TakeDigit()) {
     hook.OnDigit(TrunkOf(position), TimeslotOf(position), digit);
     if (stop.IsSet())
       return false;

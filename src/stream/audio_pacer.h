@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
+#include "dsp/dtmf_batch.h"
 #include "platform/stop_flag.h"
 #include "stream/audio_controls.h"
 #include "stream/card_rings.h"
@@ -11,7 +13,8 @@
 
 namespace zelk {
 
-// Moves blocks between a card's channels and its rings and looks for digits.
+// Moves blocks between a card's channels and its rings and looks for digits. A pass goes position by position; only the
+// digits of the blocks that wait when it begins are looked for first, in all of them at once.
 // Thread: pacer. Blocks only in its sleep; calls the hook. Allocates nothing. A stop that comes while the hook is
 // inside its call ends the pass there: nothing more is asked of it, and the block at hand goes nowhere.
 class CAudioPacer {
@@ -26,14 +29,18 @@ class CAudioPacer {
   void Pass(const CStopFlag& stop);
 
  private:
+  void FindDigitsOfAll();
   // Each is false when the stop flag was set meanwhile.
   bool RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillRegister::CEntry& entry);
   bool DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop);
   bool ReportDigits(IMediaHook& hook, size_t position, const CStopFlag& stop);
-  void Fill(IMediaHook& hook, size_t position, SBlockFill& fill, CFillRegister::CEntry& entry);
+  void Fill(IMediaHook& hook, size_t position, CFillRegister::CEntry& entry);
 
   SAudioControls& controls;
   CCardRings& rings;
+  SBlockFill fill;
+  std::array<SDigitJob, kMaxPositions> jobs{};
+  std::array<bool, kMaxPositions> isSearched{};  // the digits of the position's oldest block are found
 };
 
 }  // namespace zelk

@@ -44,6 +44,7 @@ class CAudioReceiver {
 
  private:
   bool ReadPacket(CSocket& socket, SIpv4Address cardAddress, size_t& length);
+  int ReadWaiting(CSocket& socket, SIpv4Endpoint& source);
   void WatchBacklog();
   void Carry(const SSequenceDecision& decision, uint8_t* packet, size_t length);
   void Report(const SSequenceDecision& decision);
@@ -56,6 +57,7 @@ class CAudioReceiver {
   CStopFlag& stop;
   const Clock clock;
   CBacklogWatch backlog;
+  uint32_t reads = 0;
   CDemultiplexer demultiplexer;
   CSequenceRules rules;
   uint32_t trunks = 0;

@@ -1,75 +1,98 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
+#include "runtime/e1.h"
+
 namespace zelk {
 
-// A block popped from a pool's ready ring, with what was pushed beside it.
-struct SReadyBlock {
-  uint8_t* data = nullptr;  // null: the ring was empty
-  bool mark = false;
-  uint32_t tag = 0;
+// What goes with a block from the thread that fills it to the one that empties it.
+struct SBlockNote {
+  uint32_t flushCount = 0;  // of the position, under which the block was filled
+  bool mark = false;        // the block ends a play
+  bool isSilent = false;    // it is known to hold A-law silence alone; false says nothing
 };
 
-// A fixed set of equal blocks that circulate between two rings: free and ready. Each ring has one pushing and one
-// popping thread and no lock; a push publishes the block's bytes to the thread that pops it. Thread: Create and Release
-// the opener, while no other thread uses the pool; each push and each pop one thread. Nothing blocks. Create returns
-// false (pool empty) when there is no memory. Owns the blocks' storage.
+// A block of a pool and its note; null where there is none.
+struct SPoolBlock {
+  uint8_t* data = nullptr;
+  SBlockNote* note = nullptr;
+
+  explicit operator bool() const { return data != nullptr; }
+};
+
+// The blocks of one direction of a card: at every position the same number of equal blocks, which go round between two
+// rings, free and ready. At a position one thread fills and one empties, each a block at a time and in the order of the
+// ring, so a position's two counters are both rings: nothing else is shared, and no lock is taken. Blocks that are
+// filled at the same time stand side by side:
+//
+//            position 0   1   2  ...               position p, 4 blocks:   free | ready
+//   block 0         [160][160][160]                emptied = 1 ------------------^     ^
+//   block 1         [160][160][160]                filled  = 3 ------------------------+
+//
+// Thread: Create and Release the opener, while no other uses the pool; NextFree and PushReady the filling thread of the
+// position, NextReady and PushFree the emptying one; the counts any. Nothing blocks. Create returns false (no block
+// anywhere) when there is no memory. Owns the blocks' storage.
 class CBlockPool {
  public:
   CBlockPool() = default;
   CBlockPool(const CBlockPool&) = delete;
   CBlockPool& operator=(const CBlockPool&) = delete;
 
-  // All blocks zeroed and free. 0 blocks is a pool whose pops always fail.
-  bool Create(uint32_t blockCount, uint32_t bytesPerBlock);
+  // All blocks zeroed and free; positions at most kMaxPositions. 0 blocks is a pool that never has one.
+  bool Create(size_t positions, uint32_t blocks);
   void Release();
 
-  uint8_t* PopFree();  // null when none is free
-  void PushFree(uint8_t* block) { free.Push(Entry(block, false, 0)); }
-  SReadyBlock PopReady();
-  // mark travels in the pointer's lowest bit, tag beside it.
-  void PushReady(uint8_t* block, bool mark, uint32_t tag) { ready.Push(Entry(block, mark, tag)); }
+  // The next block to fill, none when all wait to be emptied; the same until it is pushed. Its bytes and its note are
+  // those that it had when it was emptied.
+  SPoolBlock NextFree(size_t position) {
+    const uint32_t own = filled[position].load(std::memory_order_relaxed);
+    return Between(emptied[position].load(std::memory_order_acquire), own) < blockCount ? At(position, own)
+                                                                                        : SPoolBlock();
+  }
+  // Hands the block that NextFree gave, with its note, to the other side.
+  void PushReady(size_t position) { Step(filled[position]); }
 
-  // As of the call; exact for a thread that is the only user.
-  uint32_t FreeCount() const { return free.Count(); }
-  uint32_t ReadyCount() const { return ready.Count(); }
-  uint32_t BlockBytes() const { return blockBytes; }
+  // The oldest block that is ready, or none; the same until it is pushed back.
+  SPoolBlock NextReady(size_t position) {
+    const uint32_t own = emptied[position].load(std::memory_order_relaxed);
+    return filled[position].load(std::memory_order_acquire) != own ? At(position, own) : SPoolBlock();
+  }
+  // Gives the block that NextReady gave back to be filled.
+  void PushFree(size_t position) { Step(emptied[position]); }
+
+  // As of the call, exact for a thread that is the only user. A block in a thread's hand counts where it came from.
+  uint32_t FreeCount(size_t position) const { return blockCount - ReadyCount(position); }
+  uint32_t ReadyCount(size_t position) const {
+    return Between(emptied[position].load(std::memory_order_acquire), filled[position].load(std::memory_order_acquire));
+  }
 
  private:
-  struct SEntry {
-    uintptr_t markedBlock = 0;
-    uint32_t tag = 0;
-  };
+  // Counters run to twice the number of blocks, so that full and empty stay apart.
+  using Counters = std::array<std::atomic<uint32_t>, kMaxPositions>;
+  static constexpr size_t kCacheLine = 64;
 
-  // Two entries more than blocks: full and empty stay apart, and a push can never meet the reader.
-  class CRing {
-   public:
-    bool Create(uint32_t entryCount);
-    void Release();
-    void Push(SEntry entry);
-    bool Pop(SEntry& entry);
-    uint32_t Count() const;
-
-   private:
-    uint32_t Next(uint32_t index) const { return index + 1 == capacity ? 0 : index + 1; }
-
-    std::unique_ptr<SEntry[]> entries;
-    uint32_t capacity = 0;
-    std::atomic<uint32_t> readIndex{0};   // written by the popping thread
-    std::atomic<uint32_t> writeIndex{0};  // written by the pushing thread
-  };
-
-  static SEntry Entry(uint8_t* block, bool mark, uint32_t tag);
+  uint32_t Between(uint32_t from, uint32_t to) const { return to >= from ? to - from : to + 2 * blockCount - from; }
+  void Step(std::atomic<uint32_t>& counter) const {
+    const uint32_t next = counter.load(std::memory_order_relaxed) + 1;
+    counter.store(next == 2 * blockCount ? 0 : next, std::memory_order_release);
+  }
+  SPoolBlock At(size_t position, uint32_t counter) {
+    const size_t block = (counter < blockCount ? counter : counter - blockCount) * positionCount + position;
+    return {storage.get() + block * kBlockBytes, &notes[block]};
+  }
 
   std::unique_ptr<uint8_t[]> storage;
-  uint32_t blockBytes = 0;
-  CRing ready;
-  CRing free;
+  std::unique_ptr<SBlockNote[]> notes;
+  size_t positionCount = 0;
+  uint32_t blockCount = 0;
+  alignas(kCacheLine) Counters filled{};   // written by the filling thread
+  alignas(kCacheLine) Counters emptied{};  // written by the emptying one
 };
 
 }  // namespace zelk

@@ -5,19 +5,15 @@ namespace zelk {
 
 bool CCardRings::Create(uint32_t trunkCount, uint32_t blocks) {
   positions = size_t{trunkCount} * kTimeslotsPerTrunk;
-  for (size_t i = 0; i < positions; ++i) {
-    if (!channels[i].transmit.Create(blocks, kBlockBytes) || !channels[i].receive.Create(blocks, kBlockBytes))
-      return false;
-  }
-  return true;
+  return transmit.Create(positions, blocks) && receive.Create(positions, blocks);
 }
 
 void CCardRings::ResetDetectors(const SDtmfSettings& settings) {
-  for (SChannelRings& channel : channels) {
-    channel.dtmf.SetThresholds(settings);
-    channel.dtmf.Reset();
-    channel.detectDigits = true;
+  for (CDtmfDecode& detector : detectors) {
+    detector.SetThresholds(settings);
+    detector.Reset();
   }
+  detecting.fill(true);
 }
 
 }  // namespace zelk

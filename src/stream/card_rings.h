@@ -2,39 +2,43 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "dsp/dtmf_decode.h"
-#include "stream/audio_controls.h"
+#include "runtime/config.h"
 #include "stream/block_pool.h"
 
 namespace zelk {
 
-// One channel position's two rings and its digit detector.
+// The blocks of all positions of a card, both ways, and the positions' digit detectors. Timeslots 0 and 16 circulate
+// like the others.
 //
 //   received: demultiplexer -> ready -> pacer -> free -> demultiplexer
 //   sent:     pacer -> ready -> multiplexer -> free -> pacer
-struct SChannelRings {
-  CBlockPool transmit;
-  CBlockPool receive;
-  CDtmfDecode dtmf;
-  bool detectDigits = true;
-};
-
-// All positions of a card; timeslots 0 and 16 circulate like the others.
-// Thread: Create and ResetDetectors the opener, before the audio threads start; the positions as their rings say.
+//
+// Thread: Create and ResetDetectors the opener, before the audio threads start; detectors and their switches pacer; the
+// pools as they say.
 class CCardRings {
  public:
   // False when there is no memory.
   bool Create(uint32_t trunkCount, uint32_t blocks);
+  // Every detector starts anew with these thresholds, and is on.
   void ResetDetectors(const SDtmfSettings& settings);
 
   size_t PositionCount() const { return positions; }
-  SChannelRings& At(size_t position) { return channels[position]; }
+  CBlockPool& Transmit() { return transmit; }
+  CBlockPool& Receive() { return receive; }
+  CDtmfDecode& Detector(size_t position) { return detectors[position]; }
+  bool DetectsDigits(size_t position) const { return detecting[position]; }
+  void SetDetectsDigits(size_t position, bool on) { detecting[position] = on; }
 
  private:
-  std::array<SChannelRings, kMaxPositions> channels;
   size_t positions = 0;
+  CBlockPool transmit;
+  CBlockPool receive;
+  std::array<CDtmfDecode, kMaxPositions> detectors;
+  std::array<bool, kMaxPositions> detecting{};
 };
 
 }  // namespace zelk

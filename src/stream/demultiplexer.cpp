@@ -32,12 +32,12 @@ void CDemultiplexer::Add(const uint8_t* samples, size_t frames) {
 
 void CDemultiplexer::TurnBlocks() {
   const size_t positions = rings->PositionCount();
+  CBlockPool& pool = rings->Receive();
   RowsToBlocks(rows.get(), positions, blocks.data());
   for (size_t i = 0; i < positions; ++i) {
-    CBlockPool& pool = rings->At(i).receive;
     if (blocks[i] != nullptr)
-      pool.PushReady(blocks[i], false, 0);
-    blocks[i] = pool.PopFree();
+      pool.PushReady(i);
+    blocks[i] = pool.NextFree(i).data;
   }
   fill = 0;
 }

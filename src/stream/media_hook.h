@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
+#include "formats/g711.h"
 #include "runtime/e1.h"
 
 namespace zelk {
@@ -14,12 +16,33 @@ using AudioBlock = std::span<uint8_t, kBlockBytes>;
 
 // A block on its way to the transmit ring, and what is known of stops of its position while it is filled.
 struct SBlockFill {
-  uint8_t* data = nullptr;                    // kBlockBytes, to be filled
-  uint32_t flushCount = 0;                    // of the position, when the bytes left its play queue
-  std::array<uint8_t, kBlockBytes> queued{};  // those bytes, as the application found them
+  uint8_t* data = nullptr;                  // kBlockBytes, to be filled
+  uint32_t flushCount = 0;                  // of the position, when the bytes left its play queue
+  bool wasSilent = false;                   // the block is known to hold A-law silence alone, from the time before
+  bool isSilent = false;                    // the same from now on
+  bool isKept = false;                      // the application has had the block, and `queued` is what it found
+  std::array<uint8_t, kBlockBytes> queued;  // read only when kept
 
-  // The bytes that are in the block now are those of the queue.
-  void KeepQueued() { std::copy_n(data, kBlockBytes, queued.begin()); }
+  // Makes it the fill of another block. What the bytes above are is left open: most fills never need them.
+  void Begin(uint8_t* block, uint32_t count, bool silent) {
+    data = block;
+    flushCount = count;
+    wasSilent = silent;
+    isSilent = false;
+    isKept = false;
+  }
+  // A play queue with nothing in it: its format's silence.
+  void Silence(uint8_t byte) {
+    isSilent = byte == kALawSilence;
+    if (!isSilent || !wasSilent)
+      std::memset(data, byte, kBlockBytes);
+  }
+  // The bytes that are in the block now are those of the queue; the application may write into it from here on.
+  void KeepQueued() {
+    std::copy_n(data, kBlockBytes, queued.begin());
+    isKept = true;
+    isSilent = false;
+  }
 };
 
 // How a card's audio reaches the channels. One object a card, which outlives the card's open audio. Every position of
@@ -27,8 +50,8 @@ struct SBlockFill {
 class IMediaHook {
  public:
   virtual ~IMediaHook() = default;
-  // MEDIA_PLAY (0x202): puts the next audio to send into the block, and notes which bytes came from the queue, under
-  // which flush count.
+  // MEDIA_PLAY (0x202): puts the next audio to send into the block, with the flush count under which it came from the
+  // queue, and keeps the queue's bytes before the application gets the block.
   virtual void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) = 0;
   // MEDIA_PLAY_MARK (0x204): whether the block just filled ends a play. Asked once after each fill.
   virtual bool EndsPlay(uint32_t trunk, uint32_t timeslot) = 0;

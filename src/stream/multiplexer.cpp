@@ -11,13 +11,16 @@
 namespace zelk {
 namespace {
 
-constexpr std::array<uint8_t, kBlockBytes> MakeIdleBlock() {
-  std::array<uint8_t, kBlockBytes> block{};
-  block.fill(kIdleByte);
+using Block = std::array<uint8_t, kBlockBytes>;
+
+constexpr Block BlockOf(uint8_t byte) {
+  Block block{};
+  block.fill(byte);
   return block;
 }
 
-constexpr std::array<uint8_t, kBlockBytes> kIdleBlock = MakeIdleBlock();
+constexpr Block kIdleBlock = BlockOf(kIdleByte);
+constexpr Block kSilentBlock = BlockOf(kALawSilence);
 
 }  // namespace
 
@@ -63,18 +66,21 @@ bool CMultiplexer::TurnBlocks() {
   return true;
 }
 
-// The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed. Null after a stop.
+// The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed. Null after a stop. A
+// silent block is not read: that would bring a line of memory after the other in, for bytes that are known.
 const uint8_t* CMultiplexer::TakeBlock(size_t position) {
-  CBlockPool& pool = rings->At(position).transmit;
+  CBlockPool& pool = rings->Transmit();
   SColumn& column = columns[position];
-  if (column.block != nullptr)
-    pool.PushFree(column.block);
-  const SReadyBlock popped = pool.PopReady();
-  column.block = popped.data;
-  if (popped.mark && !ReportMark(position))
+  if (column.hasBlock)
+    pool.PushFree(position);
+  const SPoolBlock taken = pool.NextReady(position);
+  column.hasBlock = static_cast<bool>(taken);
+  if (taken && taken.note->mark && !ReportMark(position))
     return nullptr;
   column.flushCount = controls.flushCounts[position].load(std::memory_order_acquire);
-  return popped.data != nullptr && popped.tag == column.flushCount ? popped.data : kIdleBlock.data();
+  if (!taken || taken.note->flushCount != column.flushCount)
+    return kIdleBlock.data();
+  return taken.note->isSilent ? kSilentBlock.data() : taken.data;
 }
 
 bool CMultiplexer::ReportMark(size_t position) {

@@ -30,8 +30,8 @@ class CMultiplexer {
 
  private:
   struct SColumn {
-    uint8_t* block = nullptr;  // null: the idle block
-    uint32_t flushCount = 0;   // of the position, which its bytes in the rows obey
+    bool hasBlock = false;    // false: the idle block
+    uint32_t flushCount = 0;  // of the position, which its bytes in the rows obey
   };
 
   bool TurnBlocks();

@@ -4,11 +4,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "platform/stop_flag.h"
 #include "stream/audio_controls.h"
 #include "stream/audio_packet.h"
-#include "stream/block_pool.h"
 #include "stream/multiplexer.h"
 
 namespace zelk {
@@ -25,14 +25,15 @@ class IPacketSink {
   virtual void WaitToSend(int32_t timeoutMs) = 0;
 };
 
-// A packet that was sent when the received one at hand was due, or the transmit buffer in its place.
+// A packet that was sent when the received one at hand was due, or the one sent last in its place.
 struct SSentPacket {
-  uint8_t* block = nullptr;  // to be returned; null for the transmit buffer
   const uint8_t* samples = nullptr;
   size_t bytes = 0;
+  bool isKept = false;  // false: the one sent last
 };
 
-// Builds and sends packets, and keeps a copy of each so that the echo canceller can pair it with what came back.
+// Builds and sends packets, and keeps each until the echo canceller can pair it with what came back. A packet is built
+// where it is kept, so nothing is copied; the room used last is used next, while the cache still has it.
 // Thread: receive, but Create the opener (false when there is no memory). Nothing is reported when a send fails.
 class CPacketSender {
  public:
@@ -49,17 +50,27 @@ class CPacketSender {
   void ReturnSent(const SSentPacket& sent);
 
  private:
-  void Transmit();
-  void Keep();
+  static constexpr size_t kSentPackets = 256;
+
+  struct SPacket {
+    std::array<uint8_t, kAudioBufferBytes> bytes;
+    size_t length;
+  };
+
+  void Transmit(const SPacket& packet);
 
   SAudioControls& controls;
   IPacketSink& sink;
   const CStopFlag& stop;
   CMultiplexer multiplexer;
-  CBlockPool sentPackets;  // the tag of a ready block is its packet's length
-  std::array<uint8_t, kAudioBufferBytes> buffer{};
-  size_t bufferLength = 0;  // of the packet last built
   uint32_t trunks = 0;
+  std::unique_ptr<SPacket[]> room;  // for the packets that are kept, and one for what finds no room
+  const SPacket* last = nullptr;    // the packet last built
+  // Numbers of places: a stack of the unused, and the kept ones in the order in which they were sent.
+  std::array<uint8_t, kSentPackets> unused{};
+  size_t unusedCount = 0;
+  std::array<uint8_t, kSentPackets> kept{};
+  uint8_t oldestKept = 0;
 };
 
 }  // namespace zelk

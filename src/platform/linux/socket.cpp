@@ -39,7 +39,9 @@ const char* SendBufferLimit() {
 }
 
 bool SNativeSocket::Open(int type) {
-  handle = socket(AF_INET, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  // A stream's connect would wait otherwise. The calls on a datagram socket say each for itself that they do not wait.
+  isDatagram = type == SOCK_DGRAM;
+  handle = socket(AF_INET, type | (isDatagram ? 0 : SOCK_NONBLOCK) | SOCK_CLOEXEC, 0);
   if (handle < 0) {
     return false;
   }
@@ -59,6 +61,10 @@ void SNativeSocket::Close() {
 void SNativeSocket::Wake() {
   const eventfd_t one = 1;
   eventfd_write(wake, one);
+  if (isDatagram) {
+    // Says that it is not connected, and ends every receive that waits in the system all the same.
+    shutdown(handle, SHUT_RD);
+  }
 }
 
 EWait SNativeSocket::Wait(EInterest interest, int32_t timeoutMs) const {
@@ -95,6 +101,12 @@ bool SNativeSocket::SetSharedPort() {
 }
 
 int SNativeSocket::ReceiveFrom(void* data, int capacity, sockaddr_in& from) {
+  socklen_t size = sizeof from;
+  return static_cast<int>(
+      recvfrom(handle, data, static_cast<size_t>(capacity), kReceiveFlags, reinterpret_cast<sockaddr*>(&from), &size));
+}
+
+int SNativeSocket::ReceiveFromWaiting(void* data, int capacity, sockaddr_in& from) {
   socklen_t size = sizeof from;
   return static_cast<int>(
       recvfrom(handle, data, static_cast<size_t>(capacity), 0, reinterpret_cast<sockaddr*>(&from), &size));

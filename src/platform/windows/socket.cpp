@@ -47,6 +47,7 @@ const char* SendBufferLimit() {
 }
 
 bool SNativeSocket::Open(int type) {
+  isDatagram = type == SOCK_DGRAM;
   handle = socket(AF_INET, type, 0);
   if (handle == kNoSocket) {
     return false;
@@ -59,7 +60,7 @@ bool SNativeSocket::Open(int type) {
     }
     return false;
   }
-  if (type == SOCK_DGRAM) {
+  if (isDatagram) {
     // Otherwise an answer "nobody listens there" to a datagram sent would fail the next receive.
     BOOL reports = FALSE;
     DWORD bytes = 0;
@@ -118,6 +119,18 @@ int SNativeSocket::ReceiveFrom(void* data, int capacity, sockaddr_in& from) {
   const int got = recvfrom(handle, static_cast<char*>(data), capacity, 0, reinterpret_cast<sockaddr*>(&from), &size);
   // A datagram longer than the buffer was cut to it, which this system calls an error.
   return got == SOCKET_ERROR && WSAGetLastError() == WSAEMSGSIZE ? capacity : got;
+}
+
+// Closing the socket would end a receive that waits in the system, but its number could be another socket's by then.
+int SNativeSocket::ReceiveFromWaiting(void* data, int capacity, sockaddr_in& from) {
+  int got = SOCKET_ERROR;
+  do {
+    if (Wait(EInterest::kRead, kWaitForever) != EWait::kReady) {
+      return SOCKET_ERROR;
+    }
+    got = ReceiveFrom(data, capacity, from);
+  } while (got == SOCKET_ERROR && WouldBlock(WSAGetLastError()));
+  return got;
 }
 
 int LastSocketError() {

@@ -42,7 +42,8 @@ class ChannelMedia : public CCallFixture {
   }
 
   void Fill(uint32_t trunk, uint32_t timeslot) {
-    SBlockFill fill{block.data()};
+    SBlockFill fill;
+    fill.Begin(block.data(), 0, false);
     firstHandlers.FillBlock(trunk, timeslot, fill);
   }
   void Receive(uint32_t trunk, uint32_t timeslot) { firstHandlers.OnBlockReceived(trunk, timeslot, block); }
@@ -105,6 +106,39 @@ TEST_F(ChannelMedia, PlayFillsWithSilenceAndLetsTheApplicationChangeIt) {
   EXPECT_EQ(block[0], 0xD5);
   EXPECT_EQ(block[1], 0x11);
   EXPECT_EQ(block[159], 0xD5);
+}
+
+// A block that holds silence already is not written again; one that the application may have written is not known.
+TEST_F(ChannelMedia, ASilentBlockIsTakenAsItIsUnlessTheApplicationSeesIt) {
+  ApplicationEvents().SetPlayCallback(nullptr);
+  SBlockFill fill;
+  fill.Begin(block.data(), 0, true);
+  firstHandlers.FillBlock(0, 1, fill);
+  EXPECT_EQ(block[0], 0x33);  // it was said to be silent
+  EXPECT_TRUE(fill.isSilent);
+  fill.Begin(block.data(), 0, false);
+  firstHandlers.FillBlock(0, 1, fill);
+  EXPECT_EQ(block[0], 0xD5);
+  EXPECT_TRUE(fill.isSilent);
+  ApplicationEvents().SetPlayCallback([](uint32_t, uint8_t*, uint32_t) {});
+  fill.Begin(block.data(), 0, true);
+  firstHandlers.FillBlock(0, 1, fill);
+  EXPECT_FALSE(fill.isSilent);
+}
+
+TEST_F(ChannelMedia, ABlockOfAPlayOrOfAnotherFormatsSilenceIsNotSilent) {
+  ApplicationEvents().SetPlayCallback(nullptr);
+  Channel(0).Open();
+  Play(0, 100);
+  SBlockFill fill;
+  fill.Begin(block.data(), 0, true);
+  firstHandlers.FillBlock(0, 1, fill);
+  EXPECT_FALSE(fill.isSilent);
+  Channel(1).Wave().SetFormat({7, 1, 8000, 8000, 1, 8, 0});
+  fill.Begin(block.data(), 0, true);
+  firstHandlers.FillBlock(0, 2, fill);
+  EXPECT_FALSE(fill.isSilent);
+  EXPECT_EQ(block[0], 0x7F);
 }
 
 TEST_F(ChannelMedia, RecordHandsTheBlockOverUnchangedOnClosedChannelsToo) {

@@ -41,6 +41,7 @@ TEST(ClosedSocket, EveryCallFails) {
   EXPECT_EQ(socket.Send("x", 1), -1);
   EXPECT_EQ(socket.Receive(bytes.data(), bytes.size()), -1);
   EXPECT_EQ(socket.SendTo("x", 1, {kLoopback, 9}), -1);
+  EXPECT_EQ(socket.ReceiveFromWaiting(bytes.data(), bytes.size(), from), -1);
   EXPECT_EQ(socket.ReceiveFrom(bytes.data(), bytes.size(), from), -1);
   socket.Close();
 }
@@ -174,9 +175,25 @@ TEST(NoDelay, IsForStreamsOnly) {
   EXPECT_FALSE(datagrams.SetNoDelay(true));
 }
 
-enum class EBlockedIn { kWaitReadable, kReceiveFrom };
+enum class EBlockedIn { kWaitReadable, kReceiveFrom, kReceiveFromWaiting };
 
-class BlockedSocket : public testing::TestWithParam<EBlockedIn> {};
+class BlockedSocket : public testing::TestWithParam<EBlockedIn> {
+ protected:
+  // True when the call came to an end by failing.
+  static bool Fails(CSocket& socket) {
+    char byte = 0;
+    SIpv4Endpoint from;
+    switch (GetParam()) {
+      case EBlockedIn::kWaitReadable:
+        return socket.WaitReadable(kWaitForever) == EWait::kError;
+      case EBlockedIn::kReceiveFrom:
+        return socket.ReceiveFrom(&byte, 1, from) == -1;
+      case EBlockedIn::kReceiveFromWaiting:
+        return socket.ReceiveFromWaiting(&byte, 1, from) == -1;
+    }
+    return false;
+  }
+};
 
 TEST_P(BlockedSocket, IsReleasedByACloseFromAnotherThread) {
   CSocket socket;
@@ -184,13 +201,7 @@ TEST_P(BlockedSocket, IsReleasedByACloseFromAnotherThread) {
   std::vector<std::thread> blocked;
   std::atomic<int> failed{0};
   for (int i = 0; i < 3; ++i) {
-    blocked.emplace_back([&] {
-      char byte = 0;
-      SIpv4Endpoint from;
-      const bool released = GetParam() == EBlockedIn::kWaitReadable ? socket.WaitReadable(kWaitForever) == EWait::kError
-                                                                    : socket.ReceiveFrom(&byte, 1, from) == -1;
-      failed += released ? 1 : 0;
-    });
+    blocked.emplace_back([&] { failed += Fails(socket) ? 1 : 0; });
   }
   socket.Close();
   for (std::thread& thread : blocked) {
@@ -201,7 +212,40 @@ TEST_P(BlockedSocket, IsReleasedByACloseFromAnotherThread) {
   EXPECT_TRUE(OpenBound(socket));  // and can be used again
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, BlockedSocket, testing::Values(EBlockedIn::kWaitReadable, EBlockedIn::kReceiveFrom));
+INSTANTIATE_TEST_SUITE_P(Calls, BlockedSocket,
+                         testing::Values(EBlockedIn::kWaitReadable, EBlockedIn::kReceiveFrom,
+                                         EBlockedIn::kReceiveFromWaiting));
+
+TEST(UdpSocket, AWaitingReceiveWaitsOnANonBlockingSocketToo) {
+  CSocket socket;
+  CSocket sender;
+  ASSERT_TRUE(OpenBound(socket) && OpenBound(sender) && socket.SetNonBlocking(true));
+  CEvent received;
+  std::thread reader([&] {
+    std::array<char, 8> bytes{};
+    SIpv4Endpoint from;
+    EXPECT_EQ(socket.ReceiveFromWaiting(bytes.data(), bytes.size(), from), 2);
+    EXPECT_EQ(from.port, sender.LocalPort());
+    EXPECT_EQ(from.address, kLoopback);
+    EXPECT_EQ(bytes[1], 'b');
+    EXPECT_EQ(socket.ReceiveFromWaiting(bytes.data(), bytes.size(), from), 0);  // an empty datagram is no end
+    received.Set();
+    EXPECT_EQ(socket.ReceiveFromWaiting(bytes.data(), bytes.size(), from), -1);
+  });
+  EXPECT_EQ(sender.SendTo("ab", 2, {kLoopback, socket.LocalPort()}), 2);
+  EXPECT_EQ(sender.SendTo("", 0, {kLoopback, socket.LocalPort()}), 0);
+  EXPECT_TRUE(received.WaitFor(kGenerousMs));
+  socket.Close();
+  reader.join();
+}
+
+TEST(UdpSocket, AWaitingReceiveIsForDatagramsOnly) {
+  CSocket stream;
+  ASSERT_TRUE(stream.OpenTcp());
+  char byte = 0;
+  SIpv4Endpoint from;
+  EXPECT_EQ(stream.ReceiveFromWaiting(&byte, 1, from), -1);
+}
 
 // Here the thread is certainly inside the wait: it has just passed a datagram on.
 TEST(UdpSocket, ACloseReachesAThreadInTheMiddleOfItsLoop) {
@@ -233,7 +277,7 @@ TEST(UdpSocket, CallsOfManyThreadsSurviveClosingAndOpening) {
   const SIpv4Endpoint target{kLoopback, sink.LocalPort()};
   std::atomic<bool> stop{false};
   std::vector<std::thread> users;
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 4; ++i) {
     users.emplace_back([&, i] {
       std::array<char, 8> bytes{};
       SIpv4Endpoint from;
@@ -242,8 +286,10 @@ TEST(UdpSocket, CallsOfManyThreadsSurviveClosingAndOpening) {
           socket.WaitReadable(1);
         } else if (i == 1) {
           socket.SendTo("x", 1, target);
-        } else {
+        } else if (i == 2) {
           socket.ReceiveFrom(bytes.data(), bytes.size(), from);
+        } else {
+          socket.ReceiveFromWaiting(bytes.data(), bytes.size(), from);
         }
       }
     });

@@ -25,11 +25,10 @@ class AudioPacer : public testing::Test {
 
   // Puts a received block where the pacer finds it.
   void Receive(size_t position, const uint8_t* alaw) {
-    CBlockPool& pool = rings.At(position).receive;
-    uint8_t* block = pool.PopFree();
-    ASSERT_NE(block, nullptr);
-    std::memcpy(block, alaw, kBlockBytes);
-    pool.PushReady(block, false, 0);
+    const SPoolBlock block = rings.Receive().NextFree(position);
+    ASSERT_TRUE(block);
+    std::memcpy(block.data, alaw, kBlockBytes);
+    rings.Receive().PushReady(position);
   }
 
   // The next 20 ms of the digit 5 (770 and 1336 Hz).

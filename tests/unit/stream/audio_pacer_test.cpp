@@ -30,7 +30,7 @@ TEST_F(AudioPacer, APassFillsEveryFreeBlockThenDeliversPositionByPosition) {
       expected.push_back("record " + place + " 213");
   }
   EXPECT_EQ(hook.calls, expected);
-  EXPECT_EQ(rings.At(0).receive.FreeCount(), 2U);
+  EXPECT_EQ(rings.Receive().FreeCount(0), 2U);
   hook.calls.clear();
   pacer.Pass(stop);
   EXPECT_TRUE(hook.calls.empty());
@@ -41,11 +41,36 @@ TEST_F(AudioPacer, FilledBlocksCarryTheirMarkAndTheFlushCount) {
   controls.Flush(3);
   hook.mark = true;
   pacer.Pass(stop);
-  const SReadyBlock block = rings.At(3).transmit.PopReady();
-  ASSERT_NE(block.data, nullptr);
-  EXPECT_TRUE(block.mark);
-  EXPECT_EQ(block.tag, 2U);
-  EXPECT_EQ(rings.At(4).transmit.PopReady().tag, 0U);
+  const SPoolBlock block = rings.Transmit().NextReady(3);
+  ASSERT_TRUE(block);
+  EXPECT_TRUE(block.note->mark);
+  EXPECT_EQ(block.note->flushCount, 2U);
+  EXPECT_EQ(rings.Transmit().NextReady(4).note->flushCount, 0U);
+}
+
+// What the hook says of a block comes back to it with the block, until it says otherwise.
+TEST_F(AudioPacer, ABlockIsKnownToBeSilentFromOneFillToTheNext) {
+  class CSilence : public CIdleHook {
+   public:
+    void FillBlock(uint32_t, uint32_t timeslot, SBlockFill& fill) override {
+      if (timeslot != 5)
+        return;
+      seen.push_back(fill.wasSilent);
+      fill.Silence(silence);
+    }
+    uint8_t silence = 0xD5;
+    std::vector<bool> seen;
+  } silent;
+  controls.hook = &silent;
+  for (const uint8_t silence : {uint8_t{0xD5}, uint8_t{0x7F}, uint8_t{0xD5}}) {
+    silent.silence = silence;
+    pacer.Pass(stop);
+    for (; const SPoolBlock block = rings.Transmit().NextReady(5); rings.Transmit().PushFree(5)) {
+      EXPECT_EQ(block.note->isSilent, silence == 0xD5);
+      EXPECT_EQ(block.data[159], silence);
+    }
+  }
+  EXPECT_EQ(silent.seen, (std::vector<bool>{false, false, true, true, false, false}));
 }
 
 TEST_F(AudioPacer, WithoutAHookNothingMoves) {
@@ -53,8 +78,8 @@ TEST_F(AudioPacer, WithoutAHookNothingMoves) {
   Receive(1, silence.data());
   controls.hook = nullptr;
   pacer.Pass(stop);
-  EXPECT_EQ(rings.At(1).transmit.FreeCount(), 2U);
-  EXPECT_EQ(rings.At(1).receive.ReadyCount(), 1U);
+  EXPECT_EQ(rings.Transmit().FreeCount(1), 2U);
+  EXPECT_EQ(rings.Receive().ReadyCount(1), 1U);
 }
 
 TEST_F(AudioPacer, AStoppedPassCallsNothing) {
@@ -82,7 +107,7 @@ TEST_F(AudioPacer, ADigitIsReportedBeforeTheAudioOfItsBlock) {
 }
 
 TEST_F(AudioPacer, DigitsAreNotLookedForWhereDetectionIsOff) {
-  rings.At(7).detectDigits = false;
+  rings.SetDetectsDigits(7, false);
   for (int block = 0; block < 5; ++block) {
     Receive(7, TwoTones(block).data());
     pacer.Pass(stop);

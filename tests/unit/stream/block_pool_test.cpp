@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
+#include <map>
 #include <thread>
 
 #include "support/allocation_probe.h"
@@ -13,103 +13,146 @@
 namespace zelk {
 namespace {
 
-TEST(BlockPool, AllBlocksAreFreeZeroedAndApart) {
-  CBlockPool pool;
-  ASSERT_TRUE(pool.Create(5, 160));
-  EXPECT_EQ(pool.FreeCount(), 5U);
-  EXPECT_EQ(pool.ReadyCount(), 0U);
-  EXPECT_EQ(pool.BlockBytes(), 160U);
-  std::set<uint8_t*> blocks;
-  while (uint8_t* block = pool.PopFree()) {
-    EXPECT_TRUE(std::all_of(block, block + 160, [](uint8_t byte) { return byte == 0; }));
-    for (const uint8_t* other : blocks)
-      EXPECT_GE(std::abs(block - other), 160);
-    blocks.insert(block);
-    std::memset(block, 1, 160);
-  }
-  EXPECT_EQ(blocks.size(), 5U);
-  EXPECT_EQ(pool.FreeCount(), 0U);
+constexpr size_t kPosition = 3;
+
+void Fill(CBlockPool& pool, size_t position, int byte, const SBlockNote& note = {}) {
+  const SPoolBlock block = pool.NextFree(position);
+  ASSERT_TRUE(block);
+  std::memset(block.data, byte, kBlockBytes);
+  *block.note = note;
+  pool.PushReady(position);
 }
 
-TEST(BlockPool, ReadyBlocksComeInOrderWithTheirMarkAndTag) {
+bool Holds(const SPoolBlock& block, int byte) {
+  return block && std::all_of(block.data, block.data + kBlockBytes, [byte](uint8_t each) { return each == byte; });
+}
+
+TEST(BlockPool, AllBlocksOfAllPositionsAreFreeZeroedAndApart) {
   CBlockPool pool;
-  ASSERT_TRUE(pool.Create(3, 161));  // odd sizes too: the mark needs even addresses
-  uint8_t* const first = pool.PopFree();
-  uint8_t* const second = pool.PopFree();
-  pool.PushReady(first, true, 7);
-  pool.PushReady(second, false, 0xFFFFFFFF);
-  EXPECT_EQ(pool.ReadyCount(), 2U);
-  SReadyBlock taken = pool.PopReady();
-  EXPECT_EQ(taken.data, first);
-  EXPECT_TRUE(taken.mark);
-  EXPECT_EQ(taken.tag, 7U);
-  taken = pool.PopReady();
-  EXPECT_EQ(taken.data, second);
-  EXPECT_FALSE(taken.mark);
-  EXPECT_EQ(taken.tag, 0xFFFFFFFFU);
-  EXPECT_EQ(pool.PopReady().data, nullptr);
-  pool.PushFree(first);
-  EXPECT_EQ(pool.FreeCount(), 2U);
+  ASSERT_TRUE(pool.Create(kMaxPositions, 5));
+  std::map<uint8_t*, size_t> blocks;
+  for (size_t position = 0; position < kMaxPositions; ++position) {
+    EXPECT_EQ(pool.FreeCount(position), 5U);
+    EXPECT_EQ(pool.ReadyCount(position), 0U);
+    for (; const SPoolBlock block = pool.NextFree(position); pool.PushReady(position)) {
+      EXPECT_TRUE(Holds(block, 0));
+      std::memset(block.data, 1, kBlockBytes);
+      blocks[block.data] = position;
+    }
+    EXPECT_EQ(pool.FreeCount(position), 0U);
+  }
+  EXPECT_EQ(blocks.size(), 5 * kMaxPositions);
+  for (auto block = blocks.begin(); std::next(block) != blocks.end(); ++block)
+    EXPECT_GE(std::next(block)->first - block->first, ptrdiff_t{kBlockBytes});
+}
+
+TEST(BlockPool, ReadyBlocksComeInOrderWithTheirNotes) {
+  CBlockPool pool;
+  ASSERT_TRUE(pool.Create(32, 3));
+  Fill(pool, kPosition, 7, {7, true, false});
+  Fill(pool, kPosition, 8, {0xFFFFFFFF, false, true});
+  EXPECT_EQ(pool.ReadyCount(kPosition), 2U);
+  SPoolBlock taken = pool.NextReady(kPosition);
+  EXPECT_TRUE(Holds(taken, 7));
+  EXPECT_TRUE(taken.note->mark);
+  EXPECT_FALSE(taken.note->isSilent);
+  EXPECT_EQ(taken.note->flushCount, 7U);
+  pool.PushFree(kPosition);
+  taken = pool.NextReady(kPosition);
+  EXPECT_TRUE(Holds(taken, 8));
+  EXPECT_FALSE(taken.note->mark);
+  EXPECT_TRUE(taken.note->isSilent);
+  EXPECT_EQ(taken.note->flushCount, 0xFFFFFFFFU);
+  pool.PushFree(kPosition);
+  EXPECT_FALSE(pool.NextReady(kPosition));
+  EXPECT_EQ(pool.FreeCount(kPosition), 3U);
+}
+
+TEST(BlockPool, ABlockIsTheNextOneUntilItIsPushed) {
+  CBlockPool pool;
+  ASSERT_TRUE(pool.Create(32, 2));
+  EXPECT_EQ(pool.NextFree(kPosition).data, pool.NextFree(kPosition).data);
+  Fill(pool, kPosition, 1);
+  EXPECT_EQ(pool.NextReady(kPosition).data, pool.NextReady(kPosition).data);
+  EXPECT_NE(pool.NextFree(kPosition).data, pool.NextReady(kPosition).data);
+}
+
+TEST(BlockPool, OnePositionsRingsLeaveTheOthersAlone) {
+  CBlockPool pool;
+  ASSERT_TRUE(pool.Create(32, 2));
+  Fill(pool, kPosition, 1);
+  Fill(pool, kPosition, 2);
+  EXPECT_FALSE(pool.NextFree(kPosition));
+  EXPECT_EQ(pool.FreeCount(kPosition + 1), 2U);
+  EXPECT_FALSE(pool.NextReady(kPosition - 1));
+}
+
+TEST(BlockPool, ABlockKeepsBytesAndNoteWhileItIsFree) {
+  CBlockPool pool;
+  ASSERT_TRUE(pool.Create(32, 1));
+  Fill(pool, kPosition, 9, {5, false, true});
+  pool.PushFree(kPosition);
+  EXPECT_TRUE(Holds(pool.NextFree(kPosition), 9));
+  EXPECT_TRUE(pool.NextFree(kPosition).note->isSilent);
 }
 
 TEST(BlockPool, APoolOfNoBlocksGivesNone) {
   CBlockPool pool;
-  ASSERT_TRUE(pool.Create(0, 160));
-  EXPECT_EQ(pool.PopFree(), nullptr);
-  EXPECT_EQ(pool.PopReady().data, nullptr);
-  EXPECT_EQ(pool.FreeCount(), 0U);
+  ASSERT_TRUE(pool.Create(32, 0));
+  EXPECT_FALSE(pool.NextFree(kPosition));
+  EXPECT_FALSE(pool.NextReady(kPosition));
+  EXPECT_EQ(pool.FreeCount(kPosition), 0U);
 }
 
 TEST(BlockPool, WithoutCreationItIsEmpty) {
   CBlockPool pool;
-  EXPECT_EQ(pool.PopFree(), nullptr);
-  EXPECT_EQ(pool.PopReady().data, nullptr);
-  EXPECT_EQ(pool.FreeCount(), 0U);
+  EXPECT_FALSE(pool.NextFree(kPosition));
+  EXPECT_FALSE(pool.NextReady(kPosition));
+  EXPECT_EQ(pool.FreeCount(kPosition), 0U);
 }
 
 TEST(BlockPool, CreationAgainStartsAnew) {
   CBlockPool pool;
-  ASSERT_TRUE(pool.Create(2, 16));
-  pool.PushReady(pool.PopFree(), false, 0);
-  ASSERT_TRUE(pool.Create(4, 32));
-  EXPECT_EQ(pool.FreeCount(), 4U);
-  EXPECT_EQ(pool.ReadyCount(), 0U);
+  ASSERT_TRUE(pool.Create(32, 2));
+  Fill(pool, kPosition, 1);
+  ASSERT_TRUE(pool.Create(64, 4));
+  EXPECT_EQ(pool.FreeCount(kPosition), 4U);
+  EXPECT_EQ(pool.ReadyCount(kPosition), 0U);
+  EXPECT_TRUE(Holds(pool.NextFree(kPosition), 0));
 }
 
 TEST(BlockPool, ASizeThatCannotBeHadFailsAndLeavesAnEmptyPool) {
   CBlockPool pool;
-  EXPECT_FALSE(pool.Create(0xFFFFFFFF, 160));
-  EXPECT_EQ(pool.PopFree(), nullptr);
+  EXPECT_FALSE(pool.Create(kMaxPositions, 0xFFFFFFFF));
+  EXPECT_FALSE(pool.NextFree(kPosition));
+  EXPECT_FALSE(pool.Create(kMaxPositions + 1, 1));
+  EXPECT_FALSE(pool.NextFree(kPosition));
 }
 
 TEST(BlockPool, WithoutMemoryCreationFailsAndLeavesAnEmptyPool) {
   CBlockPool pool;
   bool created = false;
-  const uint32_t failures = support::ForEachFailingAllocation([&] { created = pool.Create(3, 16); },
+  const uint32_t failures = support::ForEachFailingAllocation([&] { created = pool.Create(32, 3); },
                                                               [&](bool failed) {
                                                                 EXPECT_EQ(created, !failed);
-                                                                EXPECT_EQ(pool.FreeCount(), failed ? 0U : 3U);
-                                                                EXPECT_EQ(pool.PopFree() == nullptr, failed);
+                                                                EXPECT_EQ(pool.FreeCount(kPosition), failed ? 0U : 3U);
+                                                                EXPECT_EQ(!pool.NextFree(kPosition), failed);
                                                               });
-  EXPECT_EQ(failures, 3U);
+  EXPECT_EQ(failures, 2U);
 }
 
 TEST(BlockPool, TheRingsTurnManyTimesWithoutLosingABlock) {
   for (uint32_t count = 1; count < 5; ++count) {
     CBlockPool pool;
-    ASSERT_TRUE(pool.Create(count, 2));
+    ASSERT_TRUE(pool.Create(32, count));
     for (uint32_t turn = 0; turn < 50; ++turn) {
+      for (uint32_t i = 0; i < count; ++i)
+        Fill(pool, kPosition, static_cast<int>(turn), {turn * count + i, false, false});
+      ASSERT_FALSE(pool.NextFree(kPosition));
+      ASSERT_EQ(pool.ReadyCount(kPosition), count);
       for (uint32_t i = 0; i < count; ++i) {
-        uint8_t* block = pool.PopFree();
-        ASSERT_NE(block, nullptr);
-        pool.PushReady(block, false, turn * count + i);
-      }
-      ASSERT_EQ(pool.PopFree(), nullptr);
-      ASSERT_EQ(pool.ReadyCount(), count);
-      for (uint32_t i = 0; i < count; ++i) {
-        const SReadyBlock block = pool.PopReady();
-        ASSERT_EQ(block.tag, turn * count + i);
-        pool.PushFree(block.data);
+        ASSERT_EQ(pool.NextReady(kPosition).note->flushCount, turn * count + i);
+        pool.PushFree(kPosition);
       }
     }
   }
@@ -118,34 +161,32 @@ TEST(BlockPool, TheRingsTurnManyTimesWithoutLosingABlock) {
 TEST(BlockPool, OneThreadFillsAndOneEmptiesWithoutTearing) {
   constexpr uint32_t kBlocks = 20000;
   CBlockPool pool;
-  ASSERT_TRUE(pool.Create(8, 64));
+  ASSERT_TRUE(pool.Create(32, 8));
   std::thread filler([&] {
     for (uint32_t n = 0; n < kBlocks;) {
-      uint8_t* block = pool.PopFree();
-      if (block == nullptr) {
+      if (!pool.NextFree(kPosition)) {
         std::this_thread::yield();
         continue;
       }
-      std::memset(block, static_cast<int>(n % 251), 64);
-      pool.PushReady(block, n % 3 == 0, n);
+      Fill(pool, kPosition, static_cast<int>(n % 251), {n, n % 3 == 0, false});
       ++n;
     }
   });
   bool whole = true;
   for (uint32_t n = 0; n < kBlocks;) {
-    const SReadyBlock block = pool.PopReady();
-    if (block.data == nullptr) {
+    const SPoolBlock block = pool.NextReady(kPosition);
+    if (!block) {
       std::this_thread::yield();
       continue;
     }
-    whole = whole && block.tag == n && block.mark == (n % 3 == 0) &&
-            std::all_of(block.data, block.data + 64, [&](uint8_t byte) { return byte == n % 251; });
-    pool.PushFree(block.data);
+    whole = whole && block.note->flushCount == n && block.note->mark == (n % 3 == 0) &&
+            Holds(block, static_cast<int>(n % 251));
+    pool.PushFree(kPosition);
     ++n;
   }
   filler.join();
   EXPECT_TRUE(whole);
-  EXPECT_EQ(pool.FreeCount(), 8U);
+  EXPECT_EQ(pool.FreeCount(kPosition), 8U);
 }
 
 }  // namespace

@@ -11,9 +11,8 @@ TEST(CardRings, EveryPositionOfEveryTrunkHasTheBlocksAskedForBothWays) {
   ASSERT_TRUE(rings.Create(3, 7));
   EXPECT_EQ(rings.PositionCount(), 96U);
   for (size_t i = 0; i < 96; ++i) {
-    EXPECT_EQ(rings.At(i).transmit.FreeCount(), 7U);
-    EXPECT_EQ(rings.At(i).receive.FreeCount(), 7U);
-    EXPECT_EQ(rings.At(i).transmit.BlockBytes(), 160U);
+    EXPECT_EQ(rings.Transmit().FreeCount(i), 7U);
+    EXPECT_EQ(rings.Receive().FreeCount(i), 7U);
   }
 }
 
@@ -21,15 +20,15 @@ TEST(CardRings, TheLargestCardFits) {
   CCardRings rings;
   ASSERT_TRUE(rings.Create(8, 32));
   EXPECT_EQ(rings.PositionCount(), 256U);
-  EXPECT_EQ(rings.At(255).receive.FreeCount(), 32U);
+  EXPECT_EQ(rings.Receive().FreeCount(255), 32U);
 }
 
 TEST(CardRings, DetectionIsOnAfterAReset) {
   CCardRings rings;
   ASSERT_TRUE(rings.Create(1, 1));
-  rings.At(3).detectDigits = false;
+  rings.SetDetectsDigits(3, false);
   rings.ResetDetectors(SDtmfSettings());
-  EXPECT_TRUE(rings.At(3).detectDigits);
+  EXPECT_TRUE(rings.DetectsDigits(3));
 }
 
 }  // namespace

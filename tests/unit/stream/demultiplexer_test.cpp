@@ -32,60 +32,59 @@ class Demultiplexer : public testing::Test {
 TEST_F(Demultiplexer, ABlockLeavesWithTheNextFrameAndTheFirst160AreLost) {
   Create(4);
   Add(320);
-  EXPECT_EQ(rings.At(3).receive.ReadyCount(), 0U);
-  EXPECT_EQ(rings.At(3).receive.FreeCount(), 3U);
+  EXPECT_EQ(rings.Receive().ReadyCount(3), 0U);
   Add(1);
   for (size_t i = 0; i < 32; ++i) {
-    const SReadyBlock block = rings.At(i).receive.PopReady();
-    ASSERT_NE(block.data, nullptr);
+    const SPoolBlock block = rings.Receive().NextReady(i);
+    ASSERT_TRUE(block);
     for (size_t byte = 0; byte < 160; ++byte)
       ASSERT_EQ(block.data[byte], static_cast<uint8_t>(160 + byte + i));
+    EXPECT_EQ(rings.Receive().ReadyCount(i), 1U);
   }
 }
 
 TEST_F(Demultiplexer, APositionWithoutAFreeBlockLosesThose20MsOnly) {
   Create(1);
-  Add(161);
-  uint8_t* const none = rings.At(5).receive.PopFree();
-  EXPECT_EQ(none, nullptr);  // in use for the second 160 frames
-  Add(160);                  // the third 160 find no block
-  SReadyBlock block = rings.At(5).receive.PopReady();
-  ASSERT_NE(block.data, nullptr);
+  CBlockPool& pool = rings.Receive();
+  Add(161);  // the only block is in use for the second 160 frames
+  Add(160);  // the third 160 find none
+  SPoolBlock block = pool.NextReady(5);
+  ASSERT_TRUE(block);
   EXPECT_EQ(block.data[0], static_cast<uint8_t>(160 + 5));
-  rings.At(5).receive.PushFree(block.data);
+  pool.PushFree(5);
   Add(160);
-  EXPECT_EQ(rings.At(5).receive.PopReady().data, nullptr);
+  EXPECT_FALSE(pool.NextReady(5));
   Add(160);
-  block = rings.At(5).receive.PopReady();
-  ASSERT_NE(block.data, nullptr);
+  block = pool.NextReady(5);
+  ASSERT_TRUE(block);
   EXPECT_EQ(block.data[0], static_cast<uint8_t>(480 + 5));
 }
 
 TEST_F(Demultiplexer, With32BlocksA640MsBacklogIsKeptAndWhatComesBeyondIsLost) {
   Create(32);
   Add(160 + 40 * 160 + 1);  // nobody takes anything
-  CBlockPool& pool = rings.At(9).receive;
-  ASSERT_EQ(pool.ReadyCount(), 32U);
-  EXPECT_EQ(pool.FreeCount(), 0U);
+  CBlockPool& pool = rings.Receive();
+  ASSERT_EQ(pool.ReadyCount(9), 32U);
+  EXPECT_EQ(pool.FreeCount(9), 0U);
   for (size_t i = 0; i < 32; ++i) {
-    const SReadyBlock block = pool.PopReady();
-    ASSERT_NE(block.data, nullptr);
+    const SPoolBlock block = pool.NextReady(9);
+    ASSERT_TRUE(block);
     for (size_t byte = 0; byte < 160; ++byte)
       ASSERT_EQ(block.data[byte], static_cast<uint8_t>(160 + 160 * i + byte + 9)) << i;
-    pool.PushFree(block.data);
+    pool.PushFree(9);
   }
   Add(160);  // the 20 ms under way have no block yet
-  EXPECT_EQ(pool.PopReady().data, nullptr);
+  EXPECT_FALSE(pool.NextReady(9));
   Add(160);
-  const SReadyBlock next = pool.PopReady();
-  ASSERT_NE(next.data, nullptr);
+  const SPoolBlock next = pool.NextReady(9);
+  ASSERT_TRUE(next);
   EXPECT_EQ(next.data[0], static_cast<uint8_t>(42 * 160 + 9));
 }
 
 TEST_F(Demultiplexer, WithoutBlocksEverythingIsLost) {
   Create(0);
   Add(1000);
-  EXPECT_EQ(rings.At(0).receive.ReadyCount(), 0U);
+  EXPECT_EQ(rings.Receive().ReadyCount(0), 0U);
 }
 
 }  // namespace

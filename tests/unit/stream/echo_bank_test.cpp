@@ -26,7 +26,7 @@ class EchoBank : public testing::Test {
  protected:
   // Two trunks, 20 frames.
   void Process(std::vector<uint8_t>& received, const std::vector<uint8_t>& sent) {
-    bank.Process(received.data(), 20, 2, {nullptr, sent.data(), sent.size()}, controls);
+    bank.Process(received.data(), 20, 2, {sent.data(), sent.size(), false}, controls);
   }
 
   SAudioControls controls;
@@ -81,8 +81,8 @@ TEST_F(EchoBank, AShortReferenceIsContinuedWithIdleBytes) {
     padded.resize(20 * 64, 0x54);
     std::vector<uint8_t> a = before;
     std::vector<uint8_t> b = before;
-    shortBank.Process(a.data(), 20, 2, {nullptr, cut.data(), cut.size()}, controls);
-    longBank.Process(b.data(), 20, 2, {nullptr, padded.data(), padded.size()}, controls);
+    shortBank.Process(a.data(), 20, 2, {cut.data(), cut.size(), false}, controls);
+    longBank.Process(b.data(), 20, 2, {padded.data(), padded.size(), false}, controls);
     ASSERT_EQ(a, b) << length;
   }
 }
@@ -132,7 +132,7 @@ TEST_F(EchoBank, SetsMayBeMadeAnewWhilePacketsAreProcessed) {
   CEchoBank fresh;
   fresh.Configure(0, 32);
   std::vector<uint8_t> expected = before;
-  fresh.Process(expected.data(), 20, 2, {nullptr, reference.data(), reference.size()}, controls);
+  fresh.Process(expected.data(), 20, 2, {reference.data(), reference.size(), false}, controls);
   EXPECT_NE(expected, before);
   EXPECT_EQ(samples, expected);
 }

@@ -22,11 +22,12 @@ class Multiplexer : public testing::Test {
     controls.hook = &hook;
   }
 
-  void Push(uint8_t fill, bool mark = false, uint32_t flushCount = 0) {
-    uint8_t* block = Pool().PopFree();
-    ASSERT_NE(block, nullptr);
-    std::memset(block, fill, kBlockBytes);
-    Pool().PushReady(block, mark, flushCount);
+  void Push(uint8_t fill, bool mark = false, uint32_t flushCount = 0, bool isSilent = false) {
+    const SPoolBlock block = Pool().NextFree(kPosition);
+    ASSERT_TRUE(block);
+    std::memset(block.data, fill, kBlockBytes);
+    *block.note = {flushCount, mark, isSilent};
+    Pool().PushReady(kPosition);
   }
 
   // The next bytes of the position.
@@ -40,7 +41,7 @@ class Multiplexer : public testing::Test {
   }
 
   static std::vector<uint8_t> All(size_t frames, uint8_t byte) { return std::vector<uint8_t>(frames, byte); }
-  CBlockPool& Pool() { return rings.At(kPosition).transmit; }
+  CBlockPool& Pool() { return rings.Transmit(); }
 
   SAudioControls controls;
   CFakeHook hook;
@@ -59,11 +60,11 @@ TEST_F(Multiplexer, IdleBytesComeFirstAndWheneverNothingIsReady) {
 TEST_F(Multiplexer, ABlockGoesBackOnlyWhenTheNextByteIsNeeded) {
   Push(7);
   Copy(161);
-  EXPECT_EQ(Pool().FreeCount(), 2U);
+  EXPECT_EQ(Pool().FreeCount(kPosition), 2U);
   Copy(159);
-  EXPECT_EQ(Pool().FreeCount(), 2U);
+  EXPECT_EQ(Pool().FreeCount(kPosition), 2U);
   Copy(1);
-  EXPECT_EQ(Pool().FreeCount(), 3U);
+  EXPECT_EQ(Pool().FreeCount(kPosition), 3U);
 }
 
 TEST_F(Multiplexer, TheMarkIsReportedWhenItsBlockIsTaken) {
@@ -75,6 +76,18 @@ TEST_F(Multiplexer, TheMarkIsReportedWhenItsBlockIsTaken) {
   EXPECT_EQ(hook.calls, std::vector<std::string>{"sent 0.5"});
   Copy(400);
   EXPECT_EQ(hook.calls.size(), 1U);
+}
+
+// Its bytes are known, so they are not fetched from memory.
+TEST_F(Multiplexer, ABlockThatIsKnownToBeSilentIsSentAsSilence) {
+  Push(0xD5, false, 0, true);
+  Push(0xD5, true, 0, true);
+  Copy(160);
+  EXPECT_EQ(Copy(160), All(160, 0xD5));
+  EXPECT_EQ(Copy(1), All(1, 0xD5));
+  EXPECT_EQ(hook.calls, std::vector<std::string>{"sent 0.5"});
+  controls.Flush(kPosition);
+  EXPECT_EQ(Copy(159), All(159, 0x54));
 }
 
 TEST_F(Multiplexer, WithoutAHookAMarkIsForgotten) {

@@ -29,13 +29,12 @@ class AudioPacerStall : public testing::Test {
   void LineGoesOn() {
     now += CPacerSchedule::kPeriodMs;
     for (size_t position = 0; position < rings.PositionCount(); ++position) {
-      SChannelRings& channel = rings.At(position);
-      if (const SReadyBlock sent = channel.transmit.PopReady(); sent.data != nullptr)
-        channel.transmit.PushFree(sent.data);
-      uint8_t* const block = channel.receive.PopFree();
-      ASSERT_NE(block, nullptr);
-      std::memset(block, lineBlocks, kBlockBytes);
-      channel.receive.PushReady(block, false, 0);
+      if (rings.Transmit().NextReady(position))
+        rings.Transmit().PushFree(position);
+      const SPoolBlock block = rings.Receive().NextFree(position);
+      ASSERT_TRUE(block);
+      std::memset(block.data, lineBlocks, kBlockBytes);
+      rings.Receive().PushReady(position);
     }
     ++lineBlocks;
   }

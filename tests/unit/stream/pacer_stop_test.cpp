@@ -48,12 +48,12 @@ class AudioPacerStop : public AudioPacer {
 
 TEST_F(AudioPacerStop, InsideAFillAsksForNoMarkAndDropsTheBlock) {
   StopIn(EMediaCall::kFillBlock);
-  EXPECT_EQ(rings.At(0).transmit.ReadyCount(), 0U);
+  EXPECT_EQ(rings.Transmit().ReadyCount(0), 0U);
 }
 
 TEST_F(AudioPacerStop, InsideTheMarkQueryFillsNoFurtherBlock) {
   StopIn(EMediaCall::kEndsPlay);
-  EXPECT_EQ(rings.At(0).transmit.ReadyCount(), 0U);
+  EXPECT_EQ(rings.Transmit().ReadyCount(0), 0U);
 }
 
 TEST_F(AudioPacerStop, InsideADigitDeliversNotEvenItsBlock) {
@@ -82,7 +82,8 @@ class AudioPacerFlush : public AudioPacer, protected CIdleHook {
     beforeTaking();
     fill.flushCount = controls.flushCounts[kPosition];
     std::memset(fill.data, 0x11, kBlockBytes);
-    fill.queued.fill(0x11);
+    if (isSeen)
+      fill.KeepQueued();
     inCallback(fill.data);
   }
   void Stop() { controls.Flush(kPosition); }
@@ -93,8 +94,8 @@ class AudioPacerFlush : public AudioPacer, protected CIdleHook {
   // What the first block holds when it waits in the ring, and whether it would be sent so.
   std::vector<uint8_t> Filled() {
     pacer.Pass(stop);
-    const SReadyBlock block = rings.At(kPosition).transmit.PopReady();
-    isSent = block.tag == controls.flushCounts[kPosition];
+    const SPoolBlock block = rings.Transmit().NextReady(kPosition);
+    isSent = block.note->flushCount == controls.flushCounts[kPosition];
     return {block.data, block.data + kBlockBytes};
   }
   // Idle bytes but for a run of 0x22.
@@ -108,6 +109,7 @@ class AudioPacerFlush : public AudioPacer, protected CIdleHook {
   std::function<void()> beforeTaking = [] {};
   std::function<void(uint8_t*)> inCallback = [](uint8_t*) {};
   std::function<void()> inQuery = [] {};
+  bool isSeen = true;
   bool filled = false;
   bool isSent = false;
 };
@@ -159,6 +161,17 @@ TEST_F(AudioPacerFlush, FromBothThreadsKeepsWhatIsWrittenAfterItsOwn) {
     Write(data, 0, 10);
   };
   EXPECT_EQ(Filled(), Written(0, 10));
+  EXPECT_TRUE(isSent);
+}
+
+// The block of a channel whose audio no application sees: it is not known which bytes were written, so all go.
+TEST_F(AudioPacerFlush, OfABlockThatNoCallbackSawSilencesAllOfIt) {
+  inCallback = [this](uint8_t* data) {
+    StopFromAnotherThread();
+    Write(data, 20, 60);
+  };
+  isSeen = false;
+  EXPECT_EQ(Filled(), Written(0, 0));
   EXPECT_TRUE(isSent);
 }
 

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <deque>
+#include <random>
 
 #include "audio_fakes.h"
 
@@ -47,7 +49,7 @@ TEST_F(PacketSender, AFailedSendIsNeitherRepeatedNorReported) {
   sender.Send(600);
   EXPECT_EQ(sink.sent.size(), 1U);
   EXPECT_TRUE(sink.waits.empty());
-  EXPECT_NE(sender.TakeSent().block, nullptr);  // it still counts as sent
+  EXPECT_TRUE(sender.TakeSent().isKept);  // it still counts as sent
 }
 
 TEST_F(PacketSender, OnlyAResultOfWouldBlockIsWaitedForAndSentOnceMore) {
@@ -72,12 +74,12 @@ TEST_F(PacketSender, SentPacketsAreTakenOldestFirst) {
 
 TEST_F(PacketSender, WithNoneKeptTheTransmitBufferStandsIn) {
   const SSentPacket before = sender.TakeSent();
-  EXPECT_EQ(before.block, nullptr);
+  EXPECT_FALSE(before.isKept);
   EXPECT_EQ(before.bytes, 0U);
   sender.Send(600);
   sender.ReturnSent(sender.TakeSent());
   const SSentPacket after = sender.TakeSent();
-  EXPECT_EQ(after.block, nullptr);
+  EXPECT_FALSE(after.isKept);
   EXPECT_EQ(after.bytes, 592U);
   EXPECT_TRUE(std::equal(sink.sent[0].begin() + 8, sink.sent[0].end(), after.samples));
   sender.ReturnSent(after);
@@ -96,8 +98,10 @@ TEST_F(PacketSender, AStopInsideTheHookEndsThePacketBeforeItGetsANumber) {
     int calls = 0;
   } hook(stop);
   controls.hook = &hook;
-  for (const size_t position : {1U, 2U, 33U})
-    rings.At(position).transmit.PushReady(rings.At(position).transmit.PopFree(), true, 0);
+  for (const size_t position : {1U, 2U, 33U}) {
+    rings.Transmit().NextFree(position).note->mark = true;
+    rings.Transmit().PushReady(position);
+  }
   sender.Send(8 + 16 * 64);
   while (!stop.IsSet())
     sender.Send(8 + 16 * 64);
@@ -115,11 +119,36 @@ TEST_F(PacketSender, TheLatestPacketsAreNotKeptOnce256Wait) {
   EXPECT_EQ(sink.sent.size(), 300U);
   for (size_t i = 0; i < 256; ++i) {
     const SSentPacket sent = sender.TakeSent();
-    ASSERT_NE(sent.block, nullptr);
+    ASSERT_TRUE(sent.isKept);
     ASSERT_EQ(sent.bytes, 592 + i);
     sender.ReturnSent(sent);
   }
-  EXPECT_EQ(sender.TakeSent().block, nullptr);
+  const SSentPacket last = sender.TakeSent();
+  EXPECT_FALSE(last.isKept);
+  EXPECT_EQ(last.bytes, 592 + 299U);
+}
+
+// Sends and takings in a random order, against a plain queue.
+TEST_F(PacketSender, KeptPacketsStayWholeWhateverTheOrderOfSendingAndTaking) {
+  std::mt19937 random(1);
+  std::deque<size_t> kept;
+  size_t lengthOfLast = 0;
+  for (int turn = 0; turn < 3000; ++turn) {
+    if (random() % 100 < (turn % 1000 < 500 ? 60U : 40U)) {
+      lengthOfLast = 600 + random() % 800;
+      sender.Send(lengthOfLast);
+      if (kept.size() < 256)
+        kept.push_back(sink.sent.size() - 1);
+    } else {
+      const SSentPacket taken = sender.TakeSent();
+      ASSERT_EQ(taken.isKept, !kept.empty());
+      const Packet& wanted = sink.sent.at(kept.empty() ? sink.sent.size() - 1 : kept.front());
+      ASSERT_TRUE(std::equal(wanted.begin() + 8, wanted.end(), taken.samples, taken.samples + taken.bytes));
+      sender.ReturnSent(taken);
+      if (!kept.empty())
+        kept.pop_front();
+    }
+  }
 }
 
 }  // namespace

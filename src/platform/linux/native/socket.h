@@ -15,6 +15,7 @@ using NativeSocket = int;
 using NativeSize = socklen_t;
 using NativeLength = size_t;
 constexpr NativeSocket kNoSocket = -1;
-constexpr int kSendFlags = MSG_NOSIGNAL;
+constexpr int kSendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
+constexpr int kReceiveFlags = MSG_DONTWAIT;
 
 }  // namespace zelk

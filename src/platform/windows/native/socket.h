@@ -12,5 +12,6 @@ using NativeSize = int;
 using NativeLength = int;
 constexpr NativeSocket kNoSocket = INVALID_SOCKET;
 constexpr int kSendFlags = 0;
+constexpr int kReceiveFlags = 0;
 
 }  // namespace zelk
