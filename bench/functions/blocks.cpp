@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // The samples of a packet into the channels' blocks and back, for 8 trunks and 5 frames a packet: our way (a copy into
-// rows, turned once in 20 ms), the literal one (a byte at a time), and a plain copy of as many bytes. An item is a packet.
+// rows, turned once in 20 ms), the literal one (a byte at a time), and a plain copy of as many bytes. An item is a
+// packet.
 #include <benchmark/benchmark.h>
 
 #include <array>

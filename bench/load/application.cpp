@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
+// An application for the load program. Usage: load_application LIBRARY idle|busy|numbered   (until its input ends)
+//   idle       opens nothing, plays nothing, has no callbacks
+//   busy       every channel open, with a second of sound queued at all times, and recorded
+//   numbered   the same with blocks that say where they belong, and a look at every block that is recorded
+// "ready CHANNELS" when the library is started and everything is queued; a line of JSON at the end.
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "load/numbered.h"
+#include "native_module.h"
+#include "support/library_functions.h"
+#include "zelk/ZelkApi.h"
+
+namespace {
+
+constexpr uint32_t kKeptMs = 1000;
+constexpr size_t kBlocksAtOnce = 25;  // half a second
+constexpr int32_t kParts = 25;        // of the channels, one of which is looked after every 20 ms
+
+struct SLibrary {
+#define ZELK_FUNCTION(name) decltype(&::ZELK_##name) name = nullptr;
+  ZELK_LIBRARY_FUNCTIONS(ZELK_FUNCTION)
+#undef ZELK_FUNCTION
+
+  explicit SLibrary(const std::string& path) {
+    Module module = OpenModule(path);
+#define ZELK_FUNCTION(name)                                              \
+  name = FindFunction<decltype(name)>(module, "ZELK_" #name);            \
+  if ((name) == nullptr) {                                               \
+    throw std::runtime_error("the library does not export ZELK_" #name); \
+  }
+    ZELK_LIBRARY_FUNCTIONS(ZELK_FUNCTION)
+#undef ZELK_FUNCTION
+  }
+};
+
+// The callbacks have no other way to these. A channel's counts belong to its card's pacer.
+std::array<std::atomic<uint64_t>, ZELK_MAX_CHANNELS> recorded;
+std::vector<load::CBlockFollower> followers;
+std::atomic<uint64_t> digits{0};
+std::atomic<uint64_t> playsDone{0};
+std::atomic<uint64_t> touched{0};
+
+void ZELK_CALL OnEvent(int32_t, uint32_t event, int32_t) {
+  digits += event == ZELK_EVENT_DTMF ? 1 : 0;
+  playsDone += event == ZELK_EVENT_PLAY_DONE ? 1 : 0;
+}
+
+// As much as any application does: it reads every byte.
+void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
+  uint64_t sum = 0;
+  for (uint32_t at = 0; at + sizeof sum <= length; at += sizeof sum) {
+    uint64_t word = 0;
+    std::memcpy(&word, data + at, sizeof word);
+    sum ^= word;
+  }
+  touched.store(sum, std::memory_order_relaxed);
+  recorded[channel].store(recorded[channel].load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+void ZELK_CALL OnNumberedRecord(uint32_t channel, const uint8_t* data, uint32_t) {
+  followers[channel].Take(data);
+}
+
+class CPlayer {
+ public:
+  CPlayer(const SLibrary& usedLibrary, bool isNumbered) : library(usedLibrary), numbered(isNumbered) {
+    for (size_t i = 0; i < sound.size(); ++i) {
+      sound[i] = static_cast<uint8_t>(i * 37 % 251);
+    }
+  }
+
+  // Half a second for every channel of this part that has less than a second left.
+  void Refill(int32_t part) {
+    for (int32_t channel = part; channel < library.GetChannelCount(); channel += kParts) {
+      while (library.PlayTimeLeft(channel) < kKeptMs) {
+        Play(channel);
+      }
+    }
+  }
+
+ private:
+  void Play(int32_t channel) {
+    uint32_t& number = numbers[static_cast<size_t>(channel)];
+    for (size_t block = 0; numbered && block < kBlocksAtOnce; ++block) {
+      load::WriteBlock({load::EDirection::kFromLibrary, static_cast<uint16_t>(channel), number++},
+                       &sound[block * load::kBlockBytes]);
+    }
+    library.PlayBuffer(channel, sound.data(), static_cast<uint32_t>(sound.size()));
+  }
+
+  const SLibrary& library;
+  const bool numbered;
+  std::array<uint32_t, ZELK_MAX_CHANNELS> numbers{};
+  std::array<uint8_t, kBlocksAtOnce * load::kBlockBytes> sound{};
+};
+
+void Report() {
+  load::SBlockCounts sum;
+  for (const load::CBlockFollower& each : followers) {
+    sum.Add(each.counts);
+  }
+  uint64_t blocks = sum.good + sum.silent;
+  for (const auto& each : recorded) {
+    blocks += each;
+  }
+  const auto wide = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+  std::printf(
+      "{\"recorded\": %llu, \"digits\": %llu, \"plays_done\": %llu, \"heard\": {\"good\": %llu, \"lost\": %llu, "
+      "\"repeated\": %llu, \"crossed\": %llu, \"altered\": %llu}}\n",
+      wide(blocks), wide(digits), wide(playsDone), wide(sum.good), wide(sum.lost), wide(sum.repeated),
+      wide(sum.crossed), wide(sum.altered));
+  std::fflush(stdout);
+}
+
+void Run(const std::string& path, const std::string& mode) {
+  const SLibrary library(path);
+  const bool plays = mode != "idle";
+  for (uint16_t channel = 0; mode == "numbered" && channel < ZELK_MAX_CHANNELS; ++channel) {
+    followers.emplace_back(load::EDirection::kToLibrary, channel);
+  }
+  if (plays) {
+    library.SetEventCallback(&OnEvent);
+    library.SetRecordCallback(mode == "numbered" ? &OnNumberedRecord : &OnRecord);
+  }
+  if (!library.Init()) {
+    throw std::runtime_error("ZELK_Init failed");
+  }
+  CPlayer player(library, mode == "numbered");
+  for (int32_t channel = 0; plays && channel < library.GetChannelCount(); ++channel) {
+    library.OpenChannel(channel);
+  }
+  std::atomic<bool> stopping{false};
+  std::thread feeder([&] {
+    for (int32_t part = 0; plays && !stopping; part = (part + 1) % kParts) {
+      player.Refill(part);
+      std::this_thread::sleep_for(std::chrono::milliseconds(ZELK_BLOCK_MS));
+    }
+  });
+  std::printf("ready %d\n", static_cast<int>(library.GetChannelCount()));
+  std::fflush(stdout);
+  while (std::getchar() != EOF) {
+  }
+  stopping = true;
+  feeder.join();
+  library.Shutdown();
+  Report();
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  try {
+    if (count != 3) {
+      throw std::runtime_error("usage: load_application LIBRARY idle|busy|numbered");
+    }
+    Run(arguments[1], arguments[2]);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "load_application: %s\n", error.what());
+    return 1;
+  }
+  return 0;
+}
