@@ -18,8 +18,8 @@ namespace load {
 struct SExchange {
   uint64_t sent = 0;
   uint64_t answered = 0;
-  uint64_t repeated = 0;    // replies under a number that was there before
-  uint64_t unexpected = 0;  // of another length, or to no packet
+  uint64_t repeated = 0;        // replies under a number that was there before
+  uint64_t unexpected = 0;      // of another length, or to no packet
   std::vector<int64_t> delays;  // ns from before the call that sends to the reply's arrival at the socket
 };
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Cards for the load program, all in one process: they let a library find and open them, or send to an echo at once, and
-// exchange audio packets at the pace of their lines. Lines on the input: "begin" and "end" of a measurement, after which
-// one line of JSON says what it was like; the end of the input ends the program.
+// Cards for the load program, all in one process: they let a library find and open them, or send to an echo at once,
+// and exchange audio packets at the pace of their lines. Lines on the input: "begin" and "end" of a measurement, after
+// which one line of JSON says what it was like; the end of the input ends the program.
 #include <sys/prctl.h>
 
 #include <algorithm>

@@ -1,7 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "call/card_channels.h"
 
+#include "runtime/prefetch.h"
+
 namespace zelk {
+namespace {
+
+constexpr size_t kHalfWay = 8;
+
+}  // namespace
 
 CCardChannels::CCardChannels(const CChannelTable& channelTable, uint32_t index)
     : table(channelTable), cardIndex(index) {}
@@ -27,6 +34,16 @@ CCardChannels::SSlots CCardChannels::SlotsOfCard() const {
 CDevice* CCardChannels::At(size_t slot) const {
   CDevice* device = table.At(slot);
   return device != nullptr && device->CardIndex() == static_cast<int32_t>(cardIndex) ? device : nullptr;
+}
+
+void CCardChannels::Foresee(size_t slot) const {
+  if (const CDevice* device = table.At(slot)) {
+    Prefetch(device);
+    device->Wave().ForeseeState();
+  }
+  // Whoever's it is: nothing of it is told.
+  if (const CDevice* device = slot >= kHalfWay ? table.At(slot - kHalfWay) : nullptr)
+    device->Wave().ForeseeAudio();
 }
 
 }  // namespace zelk

@@ -42,6 +42,9 @@ class CCardChannels {
   SSlots SlotsOfCard() const;
   // The channel in a slot when it is this card's, else null.
   CDevice* At(size_t slot) const;
+  // Asks for the memory that At and a fill look at: the channel's record, and what the record of the one half way there
+  // says of its audio.
+  void Foresee(size_t slot) const;
 
  private:
   const CChannelTable& table;

@@ -71,6 +71,10 @@ void CChannelHandlers::OnTime(CCard& card, uint32_t nowMs, const CStopFlag& call
   lateReleases.OnTime(card, nowMs, caller);
 }
 
+void CChannelHandlers::Foresee(uint32_t trunk, uint32_t timeslot) {
+  media.Foresee(trunk, timeslot);
+}
+
 void CChannelHandlers::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) {
   media.FillBlock(trunk, timeslot, fill);
 }

@@ -35,6 +35,7 @@ class CChannelHandlers : public ICardHandlers {
   void OnRegister(uint32_t trunk, uint16_t registerNumber, uint8_t value) override;
   bool AwaitsTime() const override;
   void OnTime(CCard& card, uint32_t nowMs, const CStopFlag& caller) override;
+  void Foresee(uint32_t trunk, uint32_t timeslot) override;
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override;
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) override;
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) override;

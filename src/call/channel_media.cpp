@@ -9,6 +9,13 @@ namespace zelk {
 
 CChannelMedia::CChannelMedia(const CCardChannels& cardChannels) : channels(cardChannels) {}
 
+void CChannelMedia::Foresee(uint32_t trunk, uint32_t timeslot) const {
+  size_t slot = 0;
+  if (FindSlot(trunk, timeslot, slot)) {
+    channels.Foresee(slot);
+  }
+}
+
 // The bytes are kept as the application finds them. Of a channel without a play nothing is touched that the pacer does
 // not know already, its flush count among it.
 void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) const {

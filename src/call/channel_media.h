@@ -16,6 +16,7 @@ class CChannelMedia {
  public:
   explicit CChannelMedia(const CCardChannels& channels);
 
+  void Foresee(uint32_t trunk, uint32_t timeslot) const;
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) const;
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) const;
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) const;

@@ -39,8 +39,8 @@ inline void TransposeTile(Bytes (&tile)[kTile]) {
 }  // namespace
 
 void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks) {
-  for (size_t row = 0; row < kBlockBytes; row += kTile) {
-    for (size_t position = 0; position < positions; position += kTile) {
+  for (size_t position = 0; position < positions; position += kTile) {
+    for (size_t row = 0; row < kBlockBytes; row += kTile) {
       Bytes tile[kTile];
       for (size_t i = 0; i < kTile; ++i)
         std::memcpy(&tile[i], rows + (row + i) * positions + position, kTile);
@@ -54,8 +54,8 @@ void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks)
 }
 
 void BlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* rows) {
-  for (size_t row = 0; row < kBlockBytes; row += kTile) {
-    for (size_t position = 0; position < positions; position += kTile) {
+  for (size_t position = 0; position < positions; position += kTile) {
+    for (size_t row = 0; row < kBlockBytes; row += kTile) {
       Bytes tile[kTile];
       for (size_t i = 0; i < kTile; ++i)
         std::memcpy(&tile[i], blocks[position + i] + row, kTile);

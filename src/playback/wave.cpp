@@ -104,6 +104,7 @@ bool CWave::Enqueue(std::unique_ptr<CWaveBlock> block) {
   tail = added;
   queuedBytes += static_cast<int32_t>(added->size);
   hasBlocks = true;
+  NoteNext();
   playState = EPlayState::kPlaying;
   return true;
 }
@@ -119,6 +120,7 @@ void CWave::Flush() {
     dropped = std::move(head);
     tail = nullptr;
     hasBlocks = false;
+    NoteNext();
     playState = EPlayState::kIdle;
     queuedBytes = 0;
     owner.SilenceTransmit();  // before anything can be queued or taken again
@@ -176,7 +178,13 @@ uint32_t CWave::CopyQueued(uint8_t* data, uint32_t length) {
     tail = head ? tail : nullptr;
     hasBlocks = head != nullptr;
   }
+  NoteNext();
   return copied;
+}
+
+void CWave::NoteNext() {
+  nextBlock.store(head.get(), std::memory_order_relaxed);
+  nextAudio.store(head ? head->data.get() + head->readPosition : nullptr, std::memory_order_relaxed);
 }
 
 bool CWave::QueryPlayMark() {

@@ -11,6 +11,7 @@
 #include "playback/buffer.h"
 #include "playback/dword_queue.h"
 #include "playback/wave_block.h"
+#include "runtime/prefetch.h"
 
 namespace zelk {
 
@@ -34,7 +35,7 @@ using WaveDataCallback = void (*)(uint32_t direction, uint64_t cookie, uint8_t* 
 // Thread: application (Open, Close, Enqueue, Flush, TimeLeftMs, formats), pacer (FillBlock, QueryPlayMark, RecordTap),
 // receive (PlayMarkSent). TimeLeftMs and the mark exchange take no lock; the others hold it for a few instructions (a
 // fill for the copy of one block), and nothing waits under it. Owns the queued blocks. Failures: null, false.
-class CWave {
+class alignas(kCacheLineBytes) CWave {
  public:
   static constexpr uint32_t kNoRecordLimit = 0xFFFFFFFF;
   // The two settings that Open stores beside the format record. Kept, never read by the library.
@@ -69,6 +70,12 @@ class CWave {
         !hasBlocks.load(std::memory_order_acquire) && playState.load(std::memory_order_acquire) != EPlayState::kPlaying;
     return (isStopped || isEmpty) && dataCallback.load(std::memory_order_relaxed) == nullptr;
   }
+  // Asks for the memory of what a fill looks at, and of what it will copy.
+  void ForeseeState() const { Prefetch(this, 2 * kCacheLineBytes); }
+  void ForeseeAudio() const {
+    Prefetch(nextBlock.load(std::memory_order_relaxed));
+    Prefetch(nextAudio.load(std::memory_order_relaxed), kFillBytes);
+  }
   // The byte of the format's silence.
   uint8_t Silence() const { return silence.load(std::memory_order_relaxed); }
   // The flush count at the moment when the bytes were taken: a later stop is meant for them, an earlier one is not.
@@ -102,13 +109,16 @@ class CWave {
   enum class EPlayState : uint8_t { kIdle, kPlaying, kDrained, kMarked };
 
   void Reset();
+  void NoteNext() ZELK_REQUIRES(lock);
   void DropAll(std::unique_ptr<CWaveBlock> list);
   // The bytes that were copied.
   uint32_t CopyQueued(uint8_t* data, uint32_t length) ZELK_REQUIRES(lock);
   void StoreFormat(const SWaveFormat& value) ZELK_REQUIRES(lock);
   void CallDataCallback(uint32_t direction, uint8_t* data, uint32_t length);
 
-  // What a fill looks at stands together.
+  static constexpr size_t kFillBytes = 160;
+
+  // What a fill looks at stands together, from the object's first cache line on.
   std::atomic<bool> open{false};
   std::atomic<EPlayState> playState{EPlayState::kIdle};
   std::atomic<bool> hasBlocks{false};  // whether there is a head; written under the lock
@@ -117,6 +127,9 @@ class CWave {
   std::atomic<int32_t> recordState{-1};
   std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an Open was played
   std::atomic<WaveDataCallback> dataCallback{nullptr};
+  // Where the next fill will read, as far as is known without the lock. Never read through: it may be gone.
+  std::atomic<const CWaveBlock*> nextBlock{nullptr};
+  std::atomic<const uint8_t*> nextAudio{nullptr};
   std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
   CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
   mutable CMutex lock;

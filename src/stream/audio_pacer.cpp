@@ -28,6 +28,9 @@ void SilenceQueued(SBlockFill& fill) {
   std::fill(rest, end, kIdleByte);
 }
 
+// How many positions ahead a channel's memory is asked for: what is done at them takes as long as it takes to come.
+constexpr size_t kForeseen = 16;
+
 }  // namespace
 
 void CAudioPacer::Run(CStopFlag& stop) {
@@ -53,6 +56,8 @@ void CAudioPacer::Pass(const CStopFlag& stop) {
   CFillRegister::CEntry entry(controls.fills);
   FindDigitsOfAll();
   for (size_t position = 0; position < rings.PositionCount() && !stop.IsSet(); ++position) {
+    if (position + kForeseen < rings.PositionCount())
+      hook->Foresee(TrunkOf(position + kForeseen), TimeslotOf(position + kForeseen));
     if (!RefillTransmit(*hook, position, stop, entry) || !DeliverReceived(*hook, position, stop))
       return;
   }

@@ -50,6 +50,8 @@ struct SBlockFill {
 class IMediaHook {
  public:
   virtual ~IMediaHook() = default;
+  // A pass comes to this position soon: what its fill will read may be brought into the cache. Changes nothing.
+  virtual void Foresee(uint32_t /*trunk*/, uint32_t /*timeslot*/) {}
   // MEDIA_PLAY (0x202): puts the next audio to send into the block, with the flush count under which it came from the
   // queue, and keeps the queue's bytes before the application gets the block.
   virtual void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) = 0;

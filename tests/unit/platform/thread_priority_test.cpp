@@ -92,6 +92,32 @@ TEST_F(ThreadPriority, WhereBothAreRefusedItRunsAllTheSame) {
   EXPECT_EQ(CallsOf(EThreadPriority::kProAudio), (Calls{"fifo 1", "nice -11"}));
 }
 
+// Read back from the kernel: the slice of a thread of the usual policy.
+TEST_F(ThreadPriority, WhereRealTimeIsRefusedItHasShortSlices) {
+  struct SAttributes {
+    uint32_t size, policy;
+    uint64_t flags;
+    int32_t nice;
+    uint32_t priority;
+    uint64_t runtimeNs, deadlineNs, periodNs;
+  };
+  const auto sliceNs = [] {
+    SAttributes attributes{};
+    EXPECT_EQ(syscall(SYS_sched_getattr, 0, &attributes, sizeof attributes, 0), 0);
+    return attributes.runtimeNs;
+  };
+  if (sliceNs() == 0)
+    GTEST_SKIP() << "this kernel has no slice a thread";
+  system.fifoIsRefused = true;
+  uint64_t own = 0;
+  CThread thread;
+  EXPECT_TRUE(thread.Start(
+      "test", [&] { own = sliceNs(); }, EThreadPriority::kProAudio));
+  EXPECT_TRUE(thread.JoinFor(10'000));
+  EXPECT_EQ(own, 100'000U);
+  EXPECT_GT(sliceNs(), own);
+}
+
 }  // namespace
 }  // namespace zelk
 
