@@ -2,7 +2,7 @@
 
 // An application for the load program. Usage: load_application LIBRARY idle|busy|numbered   (until its input ends)
 //   idle       opens nothing, plays nothing, has no callbacks
-//   busy       every channel open, with a second of sound queued at all times, and recorded
+//   busy       every channel open, with a second and a half of sound queued at all times, and recorded
 //   numbered   the same with blocks that say where they belong, and a look at every block that is recorded
 // "ready CHANNELS" when the library is started and everything is queued; a line of JSON at the end.
 #include <array>
@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr uint32_t kKeptMs = 1000;
+constexpr uint32_t kKeptMs = 1500;
 constexpr size_t kBlocksAtOnce = 25;  // half a second
 constexpr int32_t kParts = 25;        // of the channels, one of which is looked after every 20 ms
 
@@ -80,7 +80,7 @@ class CPlayer {
     }
   }
 
-  // Half a second for every channel of this part that has less than a second left.
+  // Half a second for every channel of this part that has less than it should.
   void Refill(int32_t part) {
     for (int32_t channel = part; channel < library.GetChannelCount(); channel += kParts) {
       while (library.PlayTimeLeft(channel) < kKeptMs) {
@@ -105,21 +105,18 @@ class CPlayer {
   std::array<uint8_t, kBlocksAtOnce * load::kBlockBytes> sound{};
 };
 
-void Report() {
+void Report(int32_t channels) {
   load::SBlockCounts sum;
-  for (const load::CBlockFollower& each : followers) {
-    sum.Add(each.counts);
+  for (int32_t channel = 0; !followers.empty() && channel < channels; ++channel) {
+    sum.Add(followers[static_cast<size_t>(channel)].counts);
   }
-  uint64_t blocks = sum.good + sum.silent;
+  uint64_t blocks = 0;
   for (const auto& each : recorded) {
     blocks += each;
   }
   const auto wide = [](uint64_t value) { return static_cast<unsigned long long>(value); };
-  std::printf(
-      "{\"recorded\": %llu, \"digits\": %llu, \"plays_done\": %llu, \"heard\": {\"good\": %llu, \"lost\": %llu, "
-      "\"repeated\": %llu, \"crossed\": %llu, \"altered\": %llu}}\n",
-      wide(blocks), wide(digits), wide(playsDone), wide(sum.good), wide(sum.lost), wide(sum.repeated),
-      wide(sum.crossed), wide(sum.altered));
+  std::printf("{\"recorded\": %llu, \"digits\": %llu, \"plays_done\": %llu, \"heard\": %s}\n", wide(blocks),
+              wide(digits), wide(playsDone), load::Text(sum).c_str());
   std::fflush(stdout);
 }
 
@@ -153,8 +150,9 @@ void Run(const std::string& path, const std::string& mode) {
   }
   stopping = true;
   feeder.join();
+  const int32_t channels = library.GetChannelCount();
   library.Shutdown();
-  Report();
+  Report(channels);
 }
 
 }  // namespace

@@ -173,15 +173,13 @@ class CCards {
     };
     std::printf(
         "{\"sent\": %llu, \"answered\": %llu, \"repeated\": %llu, \"unexpected\": %llu, \"delay_us\": {\"p50\": %.1f, "
-        "\"p99\": %.1f, \"p99.9\": %.1f, \"max\": %.1f}, \"heard\": {\"good\": %llu, \"lost\": %llu, \"repeated\": "
-        "%llu, \"crossed\": %llu, \"altered\": %llu}}\n",
-        ULL(sum.sent), ULL(sum.answered), ULL(sum.repeated), ULL(sum.unexpected), percentile(0.5), percentile(0.99),
-        percentile(0.999), percentile(1), ULL(heard.good), ULL(heard.lost), ULL(heard.repeated), ULL(heard.crossed),
-        ULL(heard.altered));
+        "\"p99\": %.1f, \"p99.9\": %.1f, \"max\": %.1f}, \"heard\": %s}\n",
+        Wide(sum.sent), Wide(sum.answered), Wide(sum.repeated), Wide(sum.unexpected), percentile(0.5), percentile(0.99),
+        percentile(0.999), percentile(1), load::Text(heard).c_str());
     std::fflush(stdout);
   }
 
-  static unsigned long long ULL(uint64_t value) { return value; }
+  static unsigned long long Wide(uint64_t value) { return value; }
 
   const SOptions options;
   std::unique_ptr<load::CVoices> voicesOf[9];

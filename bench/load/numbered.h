@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 // Sound that says where it belongs: every block of 160 bytes names its direction, its channel and its number, and all
 // other bytes follow from these. What is lost, repeated, altered or crossed shows in the first block that is hit.
@@ -39,17 +40,18 @@ inline SBlockName NameOf(const uint8_t* block) {
           static_cast<uint32_t>(word >> 32U)};
 }
 
-// What became of a channel's blocks, or of all channels'.
+// What became of the blocks of a channel, or of several.
 struct SBlockCounts {
   uint64_t good = 0;
+  uint64_t least = UINT64_MAX;  // good ones of the channel that has the fewest
   uint64_t silent = 0;  // before the first
   uint64_t lost = 0;
   uint64_t repeated = 0;
   uint64_t crossed = 0;  // another channel's
   uint64_t altered = 0;
 
-  uint64_t Faults() const { return lost + repeated + crossed + altered; }
   void Add(const SBlockCounts& other) {
+    least = std::min(least, other.least);
     good += other.good;
     silent += other.silent;
     lost += other.lost;
@@ -59,11 +61,14 @@ struct SBlockCounts {
   }
 };
 
-// One channel's blocks in one direction. Thread: one.
+// One channel's blocks in one direction, from the first that must arrive. Thread: one.
 class CBlockFollower {
  public:
+  // The library does not take the first block of a connection.
   CBlockFollower(EDirection blockDirection, uint16_t channelNumber)
-      : direction(blockDirection), channel(channelNumber) {}
+      : direction(blockDirection), channel(channelNumber), next(direction == EDirection::kToLibrary ? 1 : 0) {
+    counts.least = 0;
+  }
 
   void Take(const uint8_t* block) {
     const SBlockName name = NameOf(block);
@@ -94,18 +99,25 @@ class CBlockFollower {
   }
 
   void TakeNumber(uint32_t number) {
-    if (counts.good > 0 && number < next) {
+    if (number < next) {
       ++counts.repeated;
       return;
     }
-    counts.lost += counts.good > 0 ? number - next : 0;
-    ++counts.good;
+    counts.lost += number - next;
+    counts.least = ++counts.good;
     next = number + 1;
   }
 
   const EDirection direction;
   const uint16_t channel;
-  uint32_t next = 0;
+  uint32_t next;
 };
+
+// The counts as JSON.
+inline std::string Text(const SBlockCounts& counts) {
+  return "{\"good\": " + std::to_string(counts.good) + ", \"least\": " + std::to_string(counts.least) +
+         ", \"lost\": " + std::to_string(counts.lost) + ", \"repeated\": " + std::to_string(counts.repeated) +
+         ", \"crossed\": " + std::to_string(counts.crossed) + ", \"altered\": " + std::to_string(counts.altered) + "}";
+}
 
 }  // namespace load
