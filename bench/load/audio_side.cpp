@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstring>
-#include <limits>
 
 namespace load {
 
@@ -94,7 +93,6 @@ void CAudioLine::Take(const uint8_t* packet, size_t length, int64_t arrived) {
 void CAudioLine::Begin() {
   exchange = SExchange();
   beginOfWindow = sent.size();
-  endOfWindow = std::numeric_limits<size_t>::max();
 }
 
 const SExchange& CAudioLine::Exchange() {

@@ -3,7 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,6 +40,8 @@ class CAudioLine {
 
   void SetTarget(const std::string& address, uint16_t port);
   bool HasTarget() const { return target.sin_port != 0; }
+  // Nothing is sent behind the end, so that replies that are missing then are lost.
+  bool IsSending() const { return HasTarget() && sent.size() < endOfWindow; }
   int64_t Due() const { return due; }
   void Start(int64_t monotonicNs) { due = monotonicNs + options.offsetNs; }
   void Send();
@@ -68,7 +70,7 @@ class CAudioLine {
   int64_t due = 0;
   std::vector<SSent> sent;
   size_t beginOfWindow = 0;
-  size_t endOfWindow = 0;
+  size_t endOfWindow = std::numeric_limits<size_t>::max();
   uint32_t nextReply = 0;
   SExchange exchange;
 };

@@ -82,7 +82,7 @@ class CCards {
       FindTargets();
       load::CAudioLine* next = nullptr;
       for (const auto& line : lines) {
-        if (line->HasTarget() && (next == nullptr || line->Due() < next->Due())) {
+        if (line->IsSending() && (next == nullptr || line->Due() < next->Due())) {
           next = line.get();
         }
       }
