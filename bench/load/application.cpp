@@ -9,17 +9,14 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "load/library.h"
 #include "load/numbered.h"
-#include "native_module.h"
-#include "support/library_functions.h"
-#include "zelk/ZelkApi.h"
 
 namespace {
 
@@ -27,45 +24,19 @@ constexpr uint32_t kKeptMs = 1500;
 constexpr size_t kBlocksAtOnce = 25;  // half a second
 constexpr int32_t kParts = 25;        // of the channels, one of which is looked after every 20 ms
 
-struct SLibrary {
-#define ZELK_FUNCTION(name) decltype(&::ZELK_##name) name = nullptr;
-  ZELK_LIBRARY_FUNCTIONS(ZELK_FUNCTION)
-#undef ZELK_FUNCTION
-
-  explicit SLibrary(const std::string& path) {
-    Module module = OpenModule(path);
-#define ZELK_FUNCTION(name)                                              \
-  name = FindFunction<decltype(name)>(module, "ZELK_" #name);            \
-  if ((name) == nullptr) {                                               \
-    throw std::runtime_error("the library does not export ZELK_" #name); \
-  }
-    ZELK_LIBRARY_FUNCTIONS(ZELK_FUNCTION)
-#undef ZELK_FUNCTION
-  }
-};
-
-// The callbacks have no other way to these. A channel's counts belong to its card's pacer.
-std::array<std::atomic<uint64_t>, ZELK_MAX_CHANNELS> recorded;
+// The callbacks have no other way to these.
+load::CRecordCount recorded;
 std::vector<load::CBlockFollower> followers;
 std::atomic<uint64_t> digits{0};
 std::atomic<uint64_t> playsDone{0};
-std::atomic<uint64_t> touched{0};
 
 void ZELK_CALL OnEvent(int32_t, uint32_t event, int32_t) {
   digits += event == ZELK_EVENT_DTMF ? 1 : 0;
   playsDone += event == ZELK_EVENT_PLAY_DONE ? 1 : 0;
 }
 
-// As much as any application does: it reads every byte.
 void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
-  uint64_t sum = 0;
-  for (uint32_t at = 0; at + sizeof sum <= length; at += sizeof sum) {
-    uint64_t word = 0;
-    std::memcpy(&word, data + at, sizeof word);
-    sum ^= word;
-  }
-  touched.store(sum, std::memory_order_relaxed);
-  recorded[channel].store(recorded[channel].load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  recorded.Take(channel, data, length);
 }
 
 void ZELK_CALL OnNumberedRecord(uint32_t channel, const uint8_t* data, uint32_t) {
@@ -74,7 +45,7 @@ void ZELK_CALL OnNumberedRecord(uint32_t channel, const uint8_t* data, uint32_t)
 
 class CPlayer {
  public:
-  CPlayer(const SLibrary& usedLibrary, bool isNumbered) : library(usedLibrary), numbered(isNumbered) {
+  CPlayer(const load::SLibrary& usedLibrary, bool isNumbered) : library(usedLibrary), numbered(isNumbered) {
     for (size_t i = 0; i < sound.size(); ++i) {
       sound[i] = static_cast<uint8_t>(i * 37 % 251);
     }
@@ -99,7 +70,7 @@ class CPlayer {
     library.PlayBuffer(channel, sound.data(), static_cast<uint32_t>(sound.size()));
   }
 
-  const SLibrary& library;
+  const load::SLibrary& library;
   const bool numbered;
   std::array<uint32_t, ZELK_MAX_CHANNELS> numbers{};
   std::array<uint8_t, kBlocksAtOnce * load::kBlockBytes> sound{};
@@ -110,18 +81,14 @@ void Report(int32_t channels) {
   for (int32_t channel = 0; !followers.empty() && channel < channels; ++channel) {
     sum.Add(followers[static_cast<size_t>(channel)].counts);
   }
-  uint64_t blocks = 0;
-  for (const auto& each : recorded) {
-    blocks += each;
-  }
   const auto wide = [](uint64_t value) { return static_cast<unsigned long long>(value); };
-  std::printf("{\"recorded\": %llu, \"digits\": %llu, \"plays_done\": %llu, \"heard\": %s}\n", wide(blocks),
+  std::printf("{\"recorded\": %llu, \"digits\": %llu, \"plays_done\": %llu, \"heard\": %s}\n", wide(recorded.Blocks()),
               wide(digits), wide(playsDone), load::Text(sum).c_str());
   std::fflush(stdout);
 }
 
 void Run(const std::string& path, const std::string& mode) {
-  const SLibrary library(path);
+  const load::SLibrary library(path);
   const bool plays = mode != "idle";
   for (uint16_t channel = 0; mode == "numbered" && channel < ZELK_MAX_CHANNELS; ++channel) {
     followers.emplace_back(load::EDirection::kToLibrary, channel);

@@ -44,7 +44,7 @@ inline SBlockName NameOf(const uint8_t* block) {
 struct SBlockCounts {
   uint64_t good = 0;
   uint64_t least = UINT64_MAX;  // good ones of the channel that has the fewest
-  uint64_t silent = 0;  // before the first
+  uint64_t silent = 0;          // before the first
   uint64_t lost = 0;
   uint64_t repeated = 0;
   uint64_t crossed = 0;  // another channel's
