@@ -35,8 +35,8 @@ struct SConnected {
 
 // What the callbacks and the caller share.
 std::mutex lock;
-std::deque<int32_t> idle;           // guarded by lock
-std::deque<SConnected> connected;   // guarded by lock
+std::deque<int32_t> idle;          // guarded by lock
+std::deque<SConnected> connected;  // guarded by lock
 std::atomic<uint64_t> dialled{0};
 std::atomic<uint64_t> talked{0};
 std::atomic<uint64_t> ended{0};

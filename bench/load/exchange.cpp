@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Cards with a telephone exchange behind them, for the load program: every D-channel up, every call answered at once by a
-// far end that speaks. Usage: load_exchange audio|no-audio ADDRESS BROADCAST TRUNKS...   (until its input ends)
+// Cards with a telephone exchange behind them, for the load program: every D-channel up, every call answered at once by
+// a far end that speaks. Usage: load_exchange audio|no-audio ADDRESS BROADCAST TRUNKS...   (until its input ends)
 #include <atomic>
 #include <cstdio>
 #include <exception>
