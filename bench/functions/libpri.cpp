@@ -105,7 +105,8 @@ class CPlainSide {
 // The same through the adapter.
 class CAdapterSide : public zelk::IPriWriter {
  public:
-  explicit CAdapterSide(int nodeType) : controller(zelk::CPriController::Create(*this, 0, nodeType, zelk::kEuroIsdnE1)) {}
+  explicit CAdapterSide(int nodeType)
+      : controller(zelk::CPriController::Create(*this, 0, nodeType, zelk::kEuroIsdnE1)) {}
 
   void Dial() {
     call = controller->NewCall();

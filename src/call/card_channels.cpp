@@ -31,16 +31,9 @@ CCardChannels::SSlots CCardChannels::SlotsOfCard() const {
   return {SlotsOfTrunk(0).first, SlotsOfTrunk(kMaxTrunks).first};
 }
 
-CDevice* CCardChannels::At(size_t slot) const {
-  CDevice* device = table.At(slot);
-  return device != nullptr && device->CardIndex() == static_cast<int32_t>(cardIndex) ? device : nullptr;
-}
-
 void CCardChannels::Foresee(size_t slot) const {
-  if (const CDevice* device = table.At(slot)) {
-    Prefetch(device);
+  if (const CDevice* device = table.At(slot))
     device->Wave().ForeseeState();
-  }
   // Whoever's it is: nothing of it is told.
   if (const CDevice* device = slot >= kHalfWay ? table.At(slot - kHalfWay) : nullptr)
     device->Wave().ForeseeAudio();

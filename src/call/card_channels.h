@@ -41,8 +41,8 @@ class CCardChannels {
   SSlots SlotsOfTrunk(uint32_t trunk) const;
   SSlots SlotsOfCard() const;
   // The channel in a slot when it is this card's, else null.
-  CDevice* At(size_t slot) const;
-  // Asks for the memory that At and a fill look at: the channel's record, and what the record of the one half way there
+  CDevice* At(size_t slot) const { return table.At(slot, cardIndex); }
+  // Asks for the memory that a fill looks at: the channel's record, and what the record of the one half way there
   // says of its audio.
   void Foresee(size_t slot) const;
 

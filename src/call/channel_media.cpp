@@ -31,7 +31,7 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
     }
     if (const ZelkPlayCallback play = ApplicationEvents().PlayCallback()) {
       fill.KeepQueued();
-      play(device->ChannelNumber(), fill.data, kBlockBytes);
+      play(static_cast<uint32_t>(slot), fill.data, kBlockBytes);
     }
   }
 }
@@ -53,9 +53,8 @@ void CChannelMedia::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBloc
   if (!FindSlot(trunk, timeslot, slot)) {
     std::fill(block.begin(), block.end(), uint8_t{0});
   } else if (CDevice* device = channels.At(slot)) {
-    const uint32_t channel = device->ChannelNumber();
     device->Wave().RecordTap(block.data(), kBlockBytes);
-    ApplicationEvents().Record(channel, block.data(), kBlockBytes);
+    ApplicationEvents().Record(static_cast<uint32_t>(slot), block.data(), kBlockBytes);
   }
 }
 

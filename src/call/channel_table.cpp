@@ -12,6 +12,7 @@ bool CChannelTable::Add(std::unique_ptr<CDevice> device) {
   if (static_cast<uint32_t>(channel) >= kMaxChannels) {
     return false;
   }
+  cards[static_cast<size_t>(channel)].store(static_cast<uint32_t>(device->CardIndex()), std::memory_order_relaxed);
   slots[static_cast<size_t>(channel)].store(device.release(), std::memory_order_release);
   count.store(channel + 1, std::memory_order_release);
   return true;
@@ -24,10 +25,6 @@ CDevice* CChannelTable::Find(int32_t channel) const {
     return nullptr;
   }
   return At(number);
-}
-
-CDevice* CChannelTable::At(size_t index) const {
-  return index < kMaxChannels ? slots[index].load(std::memory_order_acquire) : nullptr;
 }
 
 void CChannelTable::CloseAll() {

@@ -30,12 +30,20 @@ class CChannelTable {
   // The check that opens every export: null for a number that no channel has.
   CDevice* Find(int32_t channel) const;
   // The slot itself, null when it is empty or outside the table.
-  CDevice* At(size_t index) const;
+  CDevice* At(size_t index) const {
+    return index < kMaxChannels ? slots[index].load(std::memory_order_acquire) : nullptr;
+  }
+  // The same for a slot that a card's channel stands in, else null. Looks at the table alone, not at the channel.
+  CDevice* At(size_t index, uint32_t cardIndex) const {
+    CDevice* device = At(index);
+    return device != nullptr && cards[index].load(std::memory_order_relaxed) == cardIndex ? device : nullptr;
+  }
   void CloseAll();
   void Clear();
 
  private:
   std::array<std::atomic<CDevice*>, kMaxChannels> slots = {};
+  std::array<std::atomic<uint32_t>, kMaxChannels> cards = {};  // whose channel stands in each slot
   std::atomic<int32_t> count{0};
 };
 

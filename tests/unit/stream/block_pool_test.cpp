@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <random>
 #include <thread>
 
 #include "support/allocation_probe.h"
@@ -155,6 +157,34 @@ TEST(BlockPool, TheRingsTurnManyTimesWithoutLosingABlock) {
         pool.PushFree(kPosition);
       }
     }
+  }
+}
+
+// Against a queue of what was pushed: the order holds whatever blocks are used for it.
+TEST(BlockPool, BlocksComeInTheirOrderWhateverTheTurnsOfFillingAndEmptying) {
+  std::mt19937 random(5);
+  CBlockPool pool;
+  ASSERT_TRUE(pool.Create(32, 6));
+  std::deque<uint32_t> waiting;
+  uint32_t number = 0;
+  for (int turn = 0; turn < 20000; ++turn) {
+    if (random() % 100 < (turn % 2000 < 1000 ? 60U : 40U)) {
+      ASSERT_EQ(!pool.NextFree(kPosition), waiting.size() == 6) << turn;
+      if (waiting.size() < 6) {
+        Fill(pool, kPosition, static_cast<int>(number % 251), {number, false, false});
+        waiting.push_back(number++);
+      }
+    } else {
+      const SPoolBlock block = pool.NextReady(kPosition);
+      ASSERT_EQ(!block, waiting.empty()) << turn;
+      if (!block)
+        continue;
+      ASSERT_EQ(block.note->flushCount, waiting.front());
+      ASSERT_TRUE(Holds(block, static_cast<int>(waiting.front() % 251)));
+      waiting.pop_front();
+      pool.PushFree(kPosition);
+    }
+    ASSERT_EQ(pool.ReadyCount(kPosition), waiting.size());
   }
 }
 
