@@ -14,16 +14,6 @@
 #include "echo_signals.h"
 #include "formats/g711.h"
 
-// The two builds of the canceller, by the names that the build gives them.
-extern "C" {
-void* echo_can_init_base(int taps, int mode);
-int echo_can_free_base(void* state);
-int16_t echo_can_update_base(void* state, int16_t sent, int16_t received);
-void* echo_can_init_avx2(int taps, int mode);
-int echo_can_free_avx2(void* state);
-int16_t echo_can_update_avx2(void* state, int16_t sent, int16_t received);
-}
-
 namespace zelk {
 namespace {
 
@@ -109,23 +99,6 @@ TEST(EchoCanceller, ProcessWorksOnStridedALawWithIdleBytesAfterTheReference) {
   }
   strided->Process(received.data() + 3, sent.data() + 3, 40, 25, 32);
   EXPECT_EQ(received, expected);
-}
-
-TEST(EchoCanceller, TheCancellerIsTheSameOnEveryInstructionSet) {
-#if defined(__x86_64__)
-  if (!__builtin_cpu_supports("avx2"))
-    GTEST_SKIP() << "this processor has no AVX2, so only one build can run here";
-  const Signal sent = Line(Speech(2, -12, 3));
-  const Signal received = Line(Add(Echo(sent, 16), Noise(2, -40)));
-  void* base = echo_can_init_base(256, 1);
-  void* avx2 = echo_can_init_avx2(256, 1);
-  for (size_t i = 0; i < sent.size(); ++i)
-    ASSERT_EQ(echo_can_update_base(base, sent[i], received[i]), echo_can_update_avx2(avx2, sent[i], received[i])) << i;
-  echo_can_free_base(base);
-  echo_can_free_avx2(avx2);
-#else
-  GTEST_SKIP() << "one build only on this processor family";
-#endif
 }
 
 TEST(EchoCanceller, NothingIsPrinted) {
