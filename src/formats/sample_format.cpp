@@ -6,9 +6,8 @@
 #include <new>
 #include <utility>
 
-#include "formats/g711.h"
+#include "formats/block_codec.h"
 #include "formats/wave_format.h"
-#include "platform/bytes.h"
 
 namespace zelk {
 namespace {
@@ -23,61 +22,23 @@ SampleBuffer NewSamples(size_t bytes) {
   return SampleBuffer(new (std::nothrow) uint8_t[bytes]);
 }
 
-int16_t ExpandPcm8(uint8_t byte) {
-  return static_cast<int16_t>((byte - 128) * 256);
-}
-
-// The quotient is cut toward zero, so 128 covers -255 to 255.
-uint8_t CompressPcm8(int16_t sample) {
-  return static_cast<uint8_t>(sample / 256 + 128);
-}
-
-// 8-bit codes to 16-bit samples, low byte first. Null without memory.
-template <int16_t (*Expand)(uint8_t)>
-SampleBuffer ExpandAll(const uint8_t* input, size_t count) {
-  SampleBuffer output = NewSamples(count * 2);
-  for (size_t i = 0; output && i < count; ++i) {
-    const auto sample = static_cast<uint16_t>(Expand(input[i]));
-    WriteLittle16(&output[2 * i], sample);
-  }
-  return output;
-}
-
-template <uint8_t (*Compress)(int16_t)>
-SampleBuffer CompressAll(const uint8_t* input, size_t count) {
-  SampleBuffer output = NewSamples(count);
-  for (size_t i = 0; output && i < count; ++i) {
-    output[i] = Compress(static_cast<int16_t>(ReadLittle16(input + 2 * i)));
-  }
+// The output of one step, count samples of the given width each. Null without memory.
+template <class Step>
+SampleBuffer Convert(Step step, const SampleBuffer& input, size_t count, size_t width) {
+  SampleBuffer output = NewSamples(count * width);
+  if (output)
+    step(input.get(), count, output.get());
   return output;
 }
 
 SampleBuffer ToPcm16(ESampleFormat source, SampleBuffer buffer, size_t count) {
-  switch (source) {
-    case ESampleFormat::kPcm8:
-      return ExpandAll<ExpandPcm8>(buffer.get(), count);
-    case ESampleFormat::kALaw:
-      return ExpandAll<ALawToLinear>(buffer.get(), count);
-    case ESampleFormat::kMuLaw:
-      return ExpandAll<MuLawToLinear>(buffer.get(), count);
-    case ESampleFormat::kPcm16:
-      break;
-  }
-  return buffer;
+  const SBlockCodec* const codec = BlockCodecs().Of(source);
+  return codec ? Convert(codec->expand, buffer, count, 2) : std::move(buffer);
 }
 
 SampleBuffer FromPcm16(ESampleFormat target, SampleBuffer buffer, size_t count) {
-  switch (target) {
-    case ESampleFormat::kPcm8:
-      return CompressAll<CompressPcm8>(buffer.get(), count);
-    case ESampleFormat::kALaw:
-      return CompressAll<LinearToALaw>(buffer.get(), count);
-    case ESampleFormat::kMuLaw:
-      return CompressAll<LinearToMuLaw>(buffer.get(), count);
-    case ESampleFormat::kPcm16:
-      break;
-  }
-  return buffer;
+  const SBlockCodec* const codec = BlockCodecs().Of(target);
+  return codec ? Convert(codec->compress, buffer, count, 1) : std::move(buffer);
 }
 
 }  // namespace
