@@ -3,7 +3,7 @@
 
 #include <bit>
 
-#include "formats/block_codec_lanes.h"
+#include "formats/block_codec_floats.h"
 #include "formats/g711.h"
 #include "platform/bytes.h"
 
@@ -38,7 +38,7 @@ constinit const SBlockCodecs kPlainCodecs = {
     {ExpandEach<ALawToLinear>, CompressEach<LinearToALaw>},
     {ExpandEach<MuLawToLinear>, CompressEach<LinearToMuLaw>},
 };
-constinit const SBlockCodecs kBaselineCodecs = kLanesCodecs;
+constinit const SBlockCodecs kBaselineCodecs = kFloatCodecs;
 
 const SBlockCodec* SBlockCodecs::Of(ESampleFormat format) const {
   switch (format) {
