@@ -46,7 +46,7 @@ struct SCardSound {
 template <class Action>
 void ForEachPacket(benchmark::State& state, Action action) {
   SCardSound sound;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     sound.Turn();
     for (size_t at = 0; at < zelk::kBlockBytes; at += kFrames) {
       action(sound, at);

@@ -160,7 +160,7 @@ void Calls(benchmark::State& state) {
     }
   };
   exchange();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     user.Dial();
     exchange();
     user.Hangup();
@@ -192,7 +192,7 @@ void LibraryCalls(benchmark::State& state) {
   trunk.Run();
   zelk::CDevice& channel = *table.Find(kTimeslot - 1);
   eventsSeen = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     zelk::Dial(channel, calledNumber, callingNumber);
     trunk.Run();
     const zelk::SPriEvent ring = trunk.PeerEvent(zelk::kPriRing);

@@ -42,7 +42,7 @@ std::atomic<uint64_t> talked{0};
 std::atomic<uint64_t> ended{0};
 std::atomic<uint64_t> failed{0};
 load::CRecordCount recorded;
-std::array<uint8_t, 2 * ZELK_BYTES_PER_MS * 100> sound;
+std::array<uint8_t, 1600> sound;  // twice what is heard before the end
 const load::SLibrary* library = nullptr;
 
 void ZELK_CALL OnEvent(int32_t channel, uint32_t event, int32_t parameter) {
