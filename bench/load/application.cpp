@@ -22,7 +22,9 @@ namespace {
 
 constexpr uint32_t kKeptMs = 1500;
 constexpr size_t kBlocksAtOnce = 25;  // half a second
-constexpr int32_t kParts = 25;        // of the channels, one of which is looked after every 20 ms
+// Parts of the channels, one of which is looked after at a time: the packets do not wait for the application.
+constexpr int32_t kParts = 100;
+constexpr std::chrono::milliseconds kBetweenParts{5};
 
 // The callbacks have no other way to these.
 load::CRecordCount recorded;
@@ -108,7 +110,7 @@ void Run(const std::string& path, const std::string& mode) {
   std::thread feeder([&] {
     for (int32_t part = 0; plays && !stopping; part = (part + 1) % kParts) {
       player.Refill(part);
-      std::this_thread::sleep_for(std::chrono::milliseconds(ZELK_BLOCK_MS));
+      std::this_thread::sleep_for(kBetweenParts);
     }
   });
   std::printf("ready %d\n", static_cast<int>(library.GetChannelCount()));
