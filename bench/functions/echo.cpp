@@ -63,9 +63,8 @@ void ForEachPacket(benchmark::State& state, Packet packet) {
     at = (at + 1) % kPackets;
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(kFrames * kTimeslotsPerTrunk));
-  state.counters["channels"] =
-      benchmark::Counter(static_cast<double>(kFrames * kTimeslotsPerTrunk) / 8000,
-                         benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["channels"] = benchmark::Counter(static_cast<double>(kFrames * kTimeslotsPerTrunk) / 8000,
+                                                  benchmark::Counter::kIsIterationInvariantRate);
 }
 
 void Library(benchmark::State& state, int taps) {

@@ -21,11 +21,11 @@ void CChannelMedia::Foresee(uint32_t trunk, uint32_t timeslot) const {
 void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) const {
   size_t slot = 0;
   if (!FindSlot(trunk, timeslot, slot)) {
-    std::fill_n(fill.data, kBlockBytes, uint8_t{0});
+    fill.FillWith(0);
   } else if (CDevice* device = channels.At(slot)) {
     CWave& wave = device->Wave();
     if (wave.IsIdle()) {
-      fill.Silence(wave.Silence());
+      fill.FillWith(wave.Silence());
     } else {
       fill.flushCount = wave.FillBlock(fill.data, kBlockBytes);
     }

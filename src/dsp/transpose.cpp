@@ -55,6 +55,8 @@ void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks)
 
 void BlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* rows) {
   for (size_t position = 0; position < positions; position += kTile) {
+    if (blocks[position] == nullptr)
+      continue;
     for (size_t row = 0; row < kBlockBytes; row += kTile) {
       Bytes tile[kTile];
       for (size_t i = 0; i < kTile; ++i)

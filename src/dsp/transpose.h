@@ -15,7 +15,8 @@ namespace zelk {
 
 // Writes each position's 160 bytes to its block; a null block is left out.
 void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks);
-// Fills the 160 rows from each position's block. No block may be null.
+// Fills the 160 rows from each position's block. Of 16 positions, from a multiple of 16 on, all blocks are null or
+// none: these positions' bytes stay as they are.
 void BlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* rows);
 
 }  // namespace zelk

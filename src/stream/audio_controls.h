@@ -97,7 +97,7 @@ struct SAudioControls {
       std::memset(own->data, kIdleByte, kBlockBytes);
       own->queued.fill(kIdleByte);
       own->isKept = true;
-      own->isSilent = false;
+      own->uniform = kNotUniform;
       ++own->flushCount;
     }
   }

@@ -14,7 +14,7 @@ namespace {
 // and no other thread may write into the block meanwhile. What it changed, from the first changed byte to the last,
 // counts as written after the stop and stays; the rest came from the queue before it.
 void SilenceQueued(SBlockFill& fill) {
-  fill.isSilent = false;
+  fill.uniform = kNotUniform;
   if (!fill.isKept) {
     std::fill_n(fill.data, kBlockBytes, kIdleByte);
     return;
@@ -79,15 +79,15 @@ bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopF
                                  CFillRegister::CEntry& entry) {
   CBlockPool& pool = rings.Transmit();
   while (const SPoolBlock block = pool.NextFree(position)) {
-    fill.Begin(block.data, controls.flushCounts[position].load(std::memory_order_acquire), block.note->isSilent);
-    block.note->isSilent = false;  // until the fill is through
+    fill.Begin(block.data, controls.flushCounts[position].load(std::memory_order_acquire), block.note->uniform);
+    block.note->uniform = kNotUniform;  // until the fill is through
     Fill(hook, position, entry);
     if (stop.IsSet())
       return false;
     const bool endsPlay = hook.EndsPlay(TrunkOf(position), TimeslotOf(position));
     if (stop.IsSet())
       return false;
-    *block.note = {fill.flushCount, endsPlay, fill.isSilent};
+    *block.note = {fill.flushCount, endsPlay, fill.uniform};
     pool.PushReady(position);
   }
   return true;

@@ -11,11 +11,14 @@
 
 namespace zelk {
 
+// Of a block whose bytes are not known to be all the same.
+constexpr int16_t kNotUniform = -1;
+
 // What goes with a block from the thread that fills it to the one that empties it.
 struct SBlockNote {
-  uint32_t flushCount = 0;  // of the position, under which the block was filled
-  bool mark = false;        // the block ends a play
-  bool isSilent = false;    // it is known to hold A-law silence alone; false says nothing
+  uint32_t flushCount = 0;        // of the position, under which the block was filled
+  bool mark = false;              // the block ends a play
+  int16_t uniform = kNotUniform;  // what all its bytes are known to be
 };
 
 // A block of a pool and its note; null where there is none.

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <span>
 
-#include "formats/g711.h"
 #include "runtime/e1.h"
+#include "stream/block_pool.h"
 
 namespace zelk {
 
@@ -18,30 +18,30 @@ using AudioBlock = std::span<uint8_t, kBlockBytes>;
 struct SBlockFill {
   uint8_t* data = nullptr;                  // kBlockBytes, to be filled
   uint32_t flushCount = 0;                  // of the position, when the bytes left its play queue
-  bool wasSilent = false;                   // the block is known to hold A-law silence alone, from the time before
-  bool isSilent = false;                    // the same from now on
+  int16_t wasUniform = kNotUniform;         // what all bytes of the block are known to be, from the time before
+  int16_t uniform = kNotUniform;            // the same from now on
   bool isKept = false;                      // the application has had the block, and `queued` is what it found
   std::array<uint8_t, kBlockBytes> queued;  // read only when kept
 
   // Makes it the fill of another block. What the bytes above are is left open: most fills never need them.
-  void Begin(uint8_t* block, uint32_t count, bool silent) {
+  void Begin(uint8_t* block, uint32_t count, int16_t known) {
     data = block;
     flushCount = count;
-    wasSilent = silent;
-    isSilent = false;
+    wasUniform = known;
+    uniform = kNotUniform;
     isKept = false;
   }
-  // A play queue with nothing in it: its format's silence.
-  void Silence(uint8_t byte) {
-    isSilent = byte == kALawSilence;
-    if (!isSilent || !wasSilent)
+  // All bytes the same: written only when they are not known to be there.
+  void FillWith(uint8_t byte) {
+    uniform = byte;
+    if (wasUniform != byte)
       std::memset(data, byte, kBlockBytes);
   }
   // The bytes that are in the block now are those of the queue; the application may write into it from here on.
   void KeepQueued() {
     std::copy_n(data, kBlockBytes, queued.begin());
     isKept = true;
-    isSilent = false;
+    uniform = kNotUniform;
   }
 };
 

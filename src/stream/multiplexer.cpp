@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "dsp/transpose.h"
 #include "formats/g711.h"
@@ -11,16 +12,17 @@
 namespace zelk {
 namespace {
 
+constexpr size_t kGroup = 16;  // positions that BlocksToRows turns together
+
 using Block = std::array<uint8_t, kBlockBytes>;
 
-constexpr Block BlockOf(uint8_t byte) {
+constexpr Block MakeIdleBlock() {
   Block block{};
-  block.fill(byte);
+  block.fill(kIdleByte);
   return block;
 }
 
-constexpr Block kIdleBlock = BlockOf(kIdleByte);
-constexpr Block kSilentBlock = BlockOf(kALawSilence);
+constexpr Block kIdleBlock = MakeIdleBlock();
 
 }  // namespace
 
@@ -31,7 +33,7 @@ bool CMultiplexer::Create(CCardRings& cardRings) {
   if (rows == nullptr)
     return false;
   std::memset(rows.get(), kIdleByte, bytes);
-  columns.fill({});
+  columns.fill({false, kIdleByte, 0});
   next = 0;
   // Nothing but idle bytes stands in the rows, so flushes up to the next block need no look.
   flushesSeen = controls.flushes.load(std::memory_order_acquire);
@@ -56,9 +58,8 @@ bool CMultiplexer::CopyFrames(uint8_t* target, size_t frames) {
 bool CMultiplexer::TurnBlocks() {
   std::array<const uint8_t*, kMaxPositions> sources;
   const size_t positions = rings->PositionCount();
-  for (size_t i = 0; i < positions; ++i) {
-    sources[i] = TakeBlock(i);
-    if (sources[i] == nullptr)
+  for (size_t first = 0; first < positions; first += kGroup) {
+    if (!TakeGroup(first, &sources[first]))
       return false;
   }
   BlocksToRows(sources.data(), positions, rows.get());
@@ -66,9 +67,22 @@ bool CMultiplexer::TurnBlocks() {
   return true;
 }
 
-// The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed. Null after a stop. A
-// silent block is not read: that would bring a line of memory after the other in, for bytes that are known.
-const uint8_t* CMultiplexer::TakeBlock(size_t position) {
+// The next blocks of positions that are turned together; none when all of them are what the rows hold already: what a
+// card with idle lines sends costs nothing to turn. False after a stop.
+bool CMultiplexer::TakeGroup(size_t first, const uint8_t** sources) {
+  bool changes = false;
+  for (size_t i = 0; i < kGroup; ++i) {
+    sources[i] = TakeBlock(first + i, changes);
+    if (sources[i] == nullptr)
+      return false;
+  }
+  if (!changes)
+    std::fill_n(sources, kGroup, nullptr);
+  return true;
+}
+
+// The next block's bytes for the rows: its own, or idle ones if it is missing or was flushed. Null after a stop.
+const uint8_t* CMultiplexer::TakeBlock(size_t position, bool& changes) {
   CBlockPool& pool = rings->Transmit();
   SColumn& column = columns[position];
   if (column.hasBlock)
@@ -78,9 +92,10 @@ const uint8_t* CMultiplexer::TakeBlock(size_t position) {
   if (taken && taken.note->mark && !ReportMark(position))
     return nullptr;
   column.flushCount = controls.flushCounts[position].load(std::memory_order_acquire);
-  if (!taken || taken.note->flushCount != column.flushCount)
-    return kIdleBlock.data();
-  return taken.note->isSilent ? kSilentBlock.data() : taken.data;
+  const bool isIdle = !taken || taken.note->flushCount != column.flushCount;
+  const int16_t before = std::exchange(column.uniform, isIdle ? int16_t{kIdleByte} : taken.note->uniform);
+  changes = changes || column.uniform == kNotUniform || column.uniform != before;
+  return isIdle ? kIdleBlock.data() : taken.data;
 }
 
 bool CMultiplexer::ReportMark(size_t position) {
@@ -101,6 +116,7 @@ void CMultiplexer::SilenceFlushed() {
     if (flushCount == columns[i].flushCount)
       continue;
     columns[i].flushCount = flushCount;
+    columns[i].uniform = kNotUniform;
     for (size_t row = next; row < kBlockBytes; ++row)
       rows[row * frameBytes + i] = kIdleByte;
   }

@@ -30,12 +30,14 @@ class CMultiplexer {
 
  private:
   struct SColumn {
-    bool hasBlock = false;    // false: the idle block
-    uint32_t flushCount = 0;  // of the position, which its bytes in the rows obey
+    bool hasBlock = false;          // false: the idle block
+    int16_t uniform = kNotUniform;  // what all its bytes in the rows are known to be
+    uint32_t flushCount = 0;        // of the position, which its bytes in the rows obey
   };
 
   bool TurnBlocks();
-  const uint8_t* TakeBlock(size_t position);
+  bool TakeGroup(size_t first, const uint8_t** sources);
+  const uint8_t* TakeBlock(size_t position, bool& changes);
   bool ReportMark(size_t position);
   void SilenceFlushed();
 

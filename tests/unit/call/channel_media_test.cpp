@@ -43,7 +43,7 @@ class ChannelMedia : public CCallFixture {
 
   void Fill(uint32_t trunk, uint32_t timeslot) {
     SBlockFill fill;
-    fill.Begin(block.data(), 0, false);
+    fill.Begin(block.data(), 0, kNotUniform);
     firstHandlers.FillBlock(trunk, timeslot, fill);
   }
   void Receive(uint32_t trunk, uint32_t timeslot) { firstHandlers.OnBlockReceived(trunk, timeslot, block); }
@@ -109,36 +109,40 @@ TEST_F(ChannelMedia, PlayFillsWithSilenceAndLetsTheApplicationChangeIt) {
 }
 
 // A block that holds silence already is not written again; one that the application may have written is not known.
-TEST_F(ChannelMedia, ASilentBlockIsTakenAsItIsUnlessTheApplicationSeesIt) {
+TEST_F(ChannelMedia, AUniformBlockStaysAsItIsUnlessTheApplicationSeesIt) {
   ApplicationEvents().SetPlayCallback(nullptr);
   SBlockFill fill;
-  fill.Begin(block.data(), 0, true);
+  fill.Begin(block.data(), 0, 0xD5);
   firstHandlers.FillBlock(0, 1, fill);
   EXPECT_EQ(block[0], 0x33);  // it was said to be silent
-  EXPECT_TRUE(fill.isSilent);
-  fill.Begin(block.data(), 0, false);
+  EXPECT_EQ(fill.uniform, 0xD5);
+  fill.Begin(block.data(), 0, kNotUniform);
   firstHandlers.FillBlock(0, 1, fill);
   EXPECT_EQ(block[0], 0xD5);
-  EXPECT_TRUE(fill.isSilent);
+  EXPECT_EQ(fill.uniform, 0xD5);
   ApplicationEvents().SetPlayCallback([](uint32_t, uint8_t*, uint32_t) {});
-  fill.Begin(block.data(), 0, true);
+  fill.Begin(block.data(), 0, 0xD5);
   firstHandlers.FillBlock(0, 1, fill);
-  EXPECT_FALSE(fill.isSilent);
+  EXPECT_EQ(fill.uniform, kNotUniform);
 }
 
-TEST_F(ChannelMedia, ABlockOfAPlayOrOfAnotherFormatsSilenceIsNotSilent) {
+TEST_F(ChannelMedia, ABlockOfAPlayIsNotUniformAndSilenceIsItsFormats) {
   ApplicationEvents().SetPlayCallback(nullptr);
   Channel(0).Open();
   Play(0, 100);
   SBlockFill fill;
-  fill.Begin(block.data(), 0, true);
+  fill.Begin(block.data(), 0, 0xD5);
   firstHandlers.FillBlock(0, 1, fill);
-  EXPECT_FALSE(fill.isSilent);
+  EXPECT_EQ(fill.uniform, kNotUniform);
   Channel(1).Wave().SetFormat({7, 1, 8000, 8000, 1, 8, 0});
-  fill.Begin(block.data(), 0, true);
+  fill.Begin(block.data(), 0, 0xD5);
   firstHandlers.FillBlock(0, 2, fill);
-  EXPECT_FALSE(fill.isSilent);
+  EXPECT_EQ(fill.uniform, 0x7F);
   EXPECT_EQ(block[0], 0x7F);
+  fill.Begin(block.data(), 0, 0x7F);
+  firstHandlers.FillBlock(0, 16, fill);
+  EXPECT_EQ(fill.uniform, 0);
+  EXPECT_EQ(block, Block{});
 }
 
 TEST_F(ChannelMedia, RecordHandsTheBlockOverUnchangedOnClosedChannelsToo) {

@@ -35,6 +35,18 @@ TEST(Transpose, RowsBecomeBlocksAndBlocksRowsForEveryTrunkCount) {
   }
 }
 
+TEST(Transpose, SixteenPositionsWithoutBlocksKeepTheirRows) {
+  const std::vector<uint8_t> storage = RandomBytes(160 * 32);
+  std::vector<const uint8_t*> blocks(64, nullptr);
+  for (size_t i = 0; i < 32; ++i)
+    blocks[16 + i] = &storage[160 * i];
+  std::vector<uint8_t> rows(160 * 64, 0x77);
+  BlocksToRows(blocks.data(), 64, rows.data());
+  for (size_t i = 0; i < 64; ++i)
+    for (size_t frame = 0; frame < 160; ++frame)
+      ASSERT_EQ(rows[frame * 64 + i], i < 16 || i >= 48 ? 0x77 : storage[160 * (i - 16) + frame]);
+}
+
 TEST(Transpose, ANullBlockIsLeftOut) {
   const std::vector<uint8_t> rows = RandomBytes(160 * 32);
   std::vector<uint8_t> only(160);

@@ -49,28 +49,28 @@ TEST_F(AudioPacer, FilledBlocksCarryTheirMarkAndTheFlushCount) {
 }
 
 // What the hook says of a block comes back to it with the block, until it says otherwise.
-TEST_F(AudioPacer, ABlockIsKnownToBeSilentFromOneFillToTheNext) {
+TEST_F(AudioPacer, WhatABlockIsFullOfIsKnownFromOneFillToTheNext) {
   class CSilence : public CIdleHook {
    public:
     void FillBlock(uint32_t, uint32_t timeslot, SBlockFill& fill) override {
       if (timeslot != 5)
         return;
-      seen.push_back(fill.wasSilent);
-      fill.Silence(silence);
+      seen.push_back(fill.wasUniform);
+      fill.FillWith(silence);
     }
     uint8_t silence = 0xD5;
-    std::vector<bool> seen;
+    std::vector<int16_t> seen;
   } silent;
   controls.hook = &silent;
   for (const uint8_t silence : {uint8_t{0xD5}, uint8_t{0x7F}, uint8_t{0xD5}}) {
     silent.silence = silence;
     pacer.Pass(stop);
     for (; const SPoolBlock block = rings.Transmit().NextReady(5); rings.Transmit().PushFree(5)) {
-      EXPECT_EQ(block.note->isSilent, silence == 0xD5);
+      EXPECT_EQ(block.note->uniform, silence);
       EXPECT_EQ(block.data[159], silence);
     }
   }
-  EXPECT_EQ(silent.seen, (std::vector<bool>{false, false, true, true, false, false}));
+  EXPECT_EQ(silent.seen, (std::vector<int16_t>{-1, -1, 0xD5, 0xD5, 0x7F, 0x7F}));
 }
 
 TEST_F(AudioPacer, WithoutAHookNothingMoves) {

@@ -51,19 +51,19 @@ TEST(BlockPool, AllBlocksOfAllPositionsAreFreeZeroedAndApart) {
 TEST(BlockPool, ReadyBlocksComeInOrderWithTheirNotes) {
   CBlockPool pool;
   ASSERT_TRUE(pool.Create(32, 3));
-  Fill(pool, kPosition, 7, {7, true, false});
-  Fill(pool, kPosition, 8, {0xFFFFFFFF, false, true});
+  Fill(pool, kPosition, 7, {7, true, kNotUniform});
+  Fill(pool, kPosition, 8, {0xFFFFFFFF, false, 8});
   EXPECT_EQ(pool.ReadyCount(kPosition), 2U);
   SPoolBlock taken = pool.NextReady(kPosition);
   EXPECT_TRUE(Holds(taken, 7));
   EXPECT_TRUE(taken.note->mark);
-  EXPECT_FALSE(taken.note->isSilent);
+  EXPECT_EQ(taken.note->uniform, kNotUniform);
   EXPECT_EQ(taken.note->flushCount, 7U);
   pool.PushFree(kPosition);
   taken = pool.NextReady(kPosition);
   EXPECT_TRUE(Holds(taken, 8));
   EXPECT_FALSE(taken.note->mark);
-  EXPECT_TRUE(taken.note->isSilent);
+  EXPECT_EQ(taken.note->uniform, 8);
   EXPECT_EQ(taken.note->flushCount, 0xFFFFFFFFU);
   pool.PushFree(kPosition);
   EXPECT_FALSE(pool.NextReady(kPosition));
@@ -92,10 +92,10 @@ TEST(BlockPool, OnePositionsRingsLeaveTheOthersAlone) {
 TEST(BlockPool, ABlockKeepsBytesAndNoteWhileItIsFree) {
   CBlockPool pool;
   ASSERT_TRUE(pool.Create(32, 1));
-  Fill(pool, kPosition, 9, {5, false, true});
+  Fill(pool, kPosition, 9, {5, false, 9});
   pool.PushFree(kPosition);
   EXPECT_TRUE(Holds(pool.NextFree(kPosition), 9));
-  EXPECT_TRUE(pool.NextFree(kPosition).note->isSilent);
+  EXPECT_EQ(pool.NextFree(kPosition).note->uniform, 9);
 }
 
 TEST(BlockPool, APoolOfNoBlocksGivesNone) {
@@ -149,7 +149,7 @@ TEST(BlockPool, TheRingsTurnManyTimesWithoutLosingABlock) {
     ASSERT_TRUE(pool.Create(32, count));
     for (uint32_t turn = 0; turn < 50; ++turn) {
       for (uint32_t i = 0; i < count; ++i)
-        Fill(pool, kPosition, static_cast<int>(turn), {turn * count + i, false, false});
+        Fill(pool, kPosition, static_cast<int>(turn), {turn * count + i, false, kNotUniform});
       ASSERT_FALSE(pool.NextFree(kPosition));
       ASSERT_EQ(pool.ReadyCount(kPosition), count);
       for (uint32_t i = 0; i < count; ++i) {
@@ -171,7 +171,7 @@ TEST(BlockPool, BlocksComeInTheirOrderWhateverTheTurnsOfFillingAndEmptying) {
     if (random() % 100 < (turn % 2000 < 1000 ? 60U : 40U)) {
       ASSERT_EQ(!pool.NextFree(kPosition), waiting.size() == 6) << turn;
       if (waiting.size() < 6) {
-        Fill(pool, kPosition, static_cast<int>(number % 251), {number, false, false});
+        Fill(pool, kPosition, static_cast<int>(number % 251), {number, false, kNotUniform});
         waiting.push_back(number++);
       }
     } else {
@@ -198,7 +198,7 @@ TEST(BlockPool, OneThreadFillsAndOneEmptiesWithoutTearing) {
         std::this_thread::yield();
         continue;
       }
-      Fill(pool, kPosition, static_cast<int>(n % 251), {n, n % 3 == 0, false});
+      Fill(pool, kPosition, static_cast<int>(n % 251), {n, n % 3 == 0, kNotUniform});
       ++n;
     }
   });

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "audio_fakes.h"
@@ -22,11 +24,11 @@ class Multiplexer : public testing::Test {
     controls.hook = &hook;
   }
 
-  void Push(uint8_t fill, bool mark = false, uint32_t flushCount = 0, bool isSilent = false) {
+  void Push(uint8_t fill, bool mark = false, uint32_t flushCount = 0, int16_t uniform = kNotUniform) {
     const SPoolBlock block = Pool().NextFree(kPosition);
     ASSERT_TRUE(block);
     std::memset(block.data, fill, kBlockBytes);
-    *block.note = {flushCount, mark, isSilent};
+    *block.note = {flushCount, mark, uniform};
     Pool().PushReady(kPosition);
   }
 
@@ -78,16 +80,27 @@ TEST_F(Multiplexer, TheMarkIsReportedWhenItsBlockIsTaken) {
   EXPECT_EQ(hook.calls.size(), 1U);
 }
 
-// Its bytes are known, so they are not fetched from memory.
-TEST_F(Multiplexer, ABlockThatIsKnownToBeSilentIsSentAsSilence) {
-  Push(0xD5, false, 0, true);
-  Push(0xD5, true, 0, true);
-  Copy(160);
-  EXPECT_EQ(Copy(160), All(160, 0xD5));
-  EXPECT_EQ(Copy(1), All(1, 0xD5));
-  EXPECT_EQ(hook.calls, std::vector<std::string>{"sent 0.5"});
-  controls.Flush(kPosition);
-  EXPECT_EQ(Copy(159), All(159, 0x54));
+// Blocks of one byte in any order with others, flushes among them: rows that hold a byte already are not written, and
+// every byte is right all the same.
+TEST_F(Multiplexer, WhatStandsInTheRowsAlreadyIsNotTurnedAgain) {
+  std::mt19937 random(3);
+  std::vector<uint8_t> expected = All(160, 0x54);
+  uint32_t flushes = 0;
+  for (int turn = 0; turn < 500; ++turn) {
+    ASSERT_EQ(Copy(60), std::vector<uint8_t>(expected.begin(), expected.begin() + 60)) << turn;
+    if (random() % 8 == 0) {
+      controls.Flush(kPosition);
+      ++flushes;
+      std::fill(expected.begin() + 60, expected.end(), uint8_t{0x54});
+    }
+    ASSERT_EQ(Copy(100), std::vector<uint8_t>(expected.begin() + 60, expected.end())) << turn;
+    const uint8_t byte = std::array<uint8_t, 3>{0xD5, 0x54, 0}[random() % 3];
+    expected = All(160, byte);
+    if (random() % 4 == 0)
+      expected = All(160, 0x54);  // nothing is ready
+    else
+      Push(byte, false, flushes, random() % 4 == 0 ? kNotUniform : int16_t{byte});
+  }
 }
 
 TEST_F(Multiplexer, WithoutAHookAMarkIsForgotten) {
