@@ -62,6 +62,14 @@ class CLiteralDetector {
     return result;
   }
 
+  // What they would be after one more.
+  std::array<float, 8> EnergiesAfter(int16_t sample) const {
+    CLiteralDetector next = *this;
+    next.count = 0;  // the block does not end with it
+    next.Process(sample);
+    return next.Energies();
+  }
+
   std::string digits;
   char inDigit = 0;
   char lastHit = 0;
