@@ -36,7 +36,8 @@ constexpr int32_t kLearnableSent =
 
 }  // namespace
 
-CDoubleTalkDetector::CDoubleTalkDetector(int32_t taps) : stretches(std::min(taps, kMaxTaps) / kStretch + 2) {}
+CDoubleTalkDetector::CDoubleTalkDetector(int32_t taps, int32_t* stretchMaxima)
+    : maxima(stretchMaxima), stretches(static_cast<int32_t>(StretchesOf(taps))) {}
 
 bool CDoubleTalkDetector::MayLearn(int16_t sent, int16_t received) {
   sentPower += (int32_t{sent} * sent - sentPower) >> kSentShift;
@@ -56,10 +57,10 @@ void CDoubleTalkDetector::TrackTail() {
   if (++samplesInStretch < kStretch)
     return;
   samplesInStretch = 0;
-  stretchMaxima[static_cast<size_t>(stretchAt)] = stretchMaximum;
+  maxima[stretchAt] = stretchMaximum;
   stretchAt = (stretchAt + 1) % stretches;
   stretchMaximum = 0;
-  tailMaximum = *std::max_element(stretchMaxima.begin(), stretchMaxima.begin() + stretches);
+  tailMaximum = *std::max_element(maxima, maxima + stretches);
 }
 
 bool CDoubleTalkDetector::NearEndHeard() {

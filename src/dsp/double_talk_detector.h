@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace zelk {
@@ -11,13 +11,18 @@ namespace zelk {
 // looks to it like somebody speaking, and it falls back to what it knew half a second before: with speech it never
 // learns an echo that is late. Here "somebody speaks" is decided against the loudest of the whole tail, and, once the
 // filter has proven itself, by the residual growing beyond the echo estimate. A second of that is a changed line.
-// Pure. Thread: one at a time. Allocates nothing.
+// Pure. Thread: one at a time. Allocates nothing: the maxima that it keeps are the caller's, who keeps them as long.
 class CDoubleTalkDetector {
  public:
   static constexpr int32_t kMaxTaps = 8192;
 
-  // taps at most kMaxTaps.
-  explicit CDoubleTalkDetector(int32_t taps);
+  // How many maxima a tail of so many taps has; one above kMaxTaps counts as that.
+  static constexpr size_t StretchesOf(int32_t taps) {
+    return static_cast<size_t>((taps < kMaxTaps ? taps : kMaxTaps) / kStretch + 2);
+  }
+
+  // stretchMaxima: StretchesOf(taps) of them, all 0.
+  CDoubleTalkDetector(int32_t taps, int32_t* stretchMaxima);
   // Before a sample pair goes through the filter: may it learn from it?
   bool MayLearn(int16_t sent, int16_t received);
   // What came of it.
@@ -29,8 +34,8 @@ class CDoubleTalkDetector {
   void TrackTail();
   bool NearEndHeard();
 
+  int32_t* maxima;  // of the tail's stretches, a ring
   int32_t stretches;
-  std::array<int32_t, kMaxTaps / kStretch + 2> stretchMaxima{};
   int32_t stretchAt = 0;
   int32_t samplesInStretch = 0;
   int32_t stretchMaximum = 0;

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <type_traits>
+#include <utility>
 
 #include "formats/g711.h"
 #include "platform/instruction_set.h"
@@ -22,30 +24,17 @@
 
 // The build compiles the canceller once for every instruction set and ends its public names with the set's.
 extern "C" {
-echo_can_state_t* echo_can_init_base(int taps, int mode);
-int echo_can_free_base(echo_can_state_t* state);
 int16_t echo_can_update_base(echo_can_state_t* state, int16_t sent, int16_t received);
-echo_can_state_t* echo_can_init_avx2(int taps, int mode);
-int echo_can_free_avx2(echo_can_state_t* state);
 int16_t echo_can_update_avx2(echo_can_state_t* state, int16_t sent, int16_t received);
 }
 
 namespace zelk {
 namespace {
 
-struct SCancellerBuild {
-  echo_can_state_t* (*init)(int, int);
-  int (*free)(echo_can_state_t*);
-  int16_t (*update)(echo_can_state_t*, int16_t, int16_t);
-};
+using UpdateFunction = int16_t (*)(echo_can_state_t*, int16_t, int16_t);
 
-SCancellerBuild ChooseBuild() {
-  if (BestInstructionSet() == EInstructionSet::kAvx2)
-    return {echo_can_init_avx2, echo_can_free_avx2, echo_can_update_avx2};
-  return {echo_can_init_base, echo_can_free_base, echo_can_update_base};
-}
-
-const SCancellerBuild kBuild = ChooseBuild();
+const UpdateFunction kUpdate =
+    BestInstructionSet() == EInstructionSet::kAvx2 ? echo_can_update_avx2 : echo_can_update_base;
 
 constexpr int32_t kTapsPerMs = kSampleRate / 1000;
 static_assert(kMinEchoTailMs * kTapsPerMs == 256 && kMaxEchoTailMs * kTapsPerMs == CDoubleTalkDetector::kMaxTaps);
@@ -76,6 +65,51 @@ constexpr float kMostNoise = 160;  // about -40 dBm0: louder is not background. 
 
 constexpr int kEchoFraction = 8;  // bits after the point of the echo that has its low sounds back
 
+int32_t TapsOf(int32_t tailMs) {
+  return std::clamp(tailMs, kMinEchoTailMs, kMaxEchoTailMs) * kTapsPerMs;
+}
+
+// A canceller's memory, each part at the beginning of a cache line: the taps in 32 bits, four sets of them in 16 bits,
+// the history twice, and the maxima of the double-talk detector.
+constexpr size_t kLineBytes = 64;
+constexpr size_t kTapSets = 4;
+
+constexpr size_t Lines(size_t bytes) {
+  return (bytes + kLineBytes - 1) / kLineBytes * kLineBytes;
+}
+
+// What comes next of a memory, as an array of this many; moves on behind it.
+template <class Element>
+Element* Take(uint8_t*& memory, size_t count) {
+  auto* const array = reinterpret_cast<Element*>(memory);
+  memory += Lines(count * sizeof(Element));
+  return array;
+}
+
+uint8_t* AtLine(uint8_t* memory) {
+  const auto address = reinterpret_cast<uintptr_t>(memory);
+  return memory + (Lines(address) - address);
+}
+
+// As the canceller's own init leaves it, but on a memory; moves on behind what it took.
+echo_can_state_t* MakeState(std::byte* place, int32_t taps, uint8_t*& memory) {
+  memory = AtLine(memory);
+  const auto count = static_cast<size_t>(taps);
+  auto* const state = new (place) echo_can_state_t{};
+  state->taps = taps;
+  state->tap_mask = taps - 1;
+  state->curr_pos = taps - 1;
+  state->fir_taps32 = Take<int32_t>(memory, count);
+  for (int16_t*& set : state->fir_taps16)
+    set = Take<int16_t>(memory, count);
+  state->fir_state = {taps, taps - 1, state->fir_taps16[0], Take<int16_t>(memory, 2 * count)};
+  state->rx_power_threshold = 10000000;
+  state->tap_rotate_counter = 1600;
+  state->cng_level = 1000;
+  state->adaption_mode = ECHO_CAN_USE_ADAPTION;
+  return state;
+}
+
 int16_t Saturate(int32_t value) {
   return static_cast<int16_t>(
       std::clamp<int32_t>(value, std::numeric_limits<int16_t>::min(), std::numeric_limits<int16_t>::max()));
@@ -89,25 +123,37 @@ int16_t CEchoCanceller::STilt::Apply(int16_t sample) {
   return tilted;
 }
 
+void CEchoCanceller::SFree::operator()(uint8_t* memory) const {
+  std::free(memory);
+}
+
+size_t CEchoCanceller::MemoryBytes(int32_t tailMs) {
+  const int32_t taps = TapsOf(tailMs);
+  const auto count = static_cast<size_t>(taps);
+  return Lines(count * sizeof(int32_t)) + kTapSets * Lines(count * sizeof(int16_t)) +
+         Lines(2 * count * sizeof(int16_t)) + Lines(CDoubleTalkDetector::StretchesOf(taps) * sizeof(int32_t));
+}
+
+CEchoCanceller::Memory CEchoCanceller::NewMemory(size_t count, int32_t tailMs) {
+  return Memory(static_cast<uint8_t*>(std::calloc(count * MemoryBytes(tailMs) + kLineBytes, 1)));
+}
+
 std::unique_ptr<CEchoCanceller> CEchoCanceller::Create(int32_t tailMs) {
-  const int32_t taps = std::clamp(tailMs, kMinEchoTailMs, kMaxEchoTailMs) * kTapsPerMs;
-  echo_can_state_t* state = kBuild.init(taps, ECHO_CAN_USE_ADAPTION);
-  if (state == nullptr)
+  Memory memory = NewMemory(1, tailMs);
+  if (memory == nullptr)
     return nullptr;
-  std::unique_ptr<CEchoCanceller> made(new (std::nothrow) CEchoCanceller(state, taps));
-  if (made == nullptr)
-    kBuild.free(state);
+  std::unique_ptr<CEchoCanceller> made(new (std::nothrow) CEchoCanceller(tailMs, memory.get()));
+  if (made != nullptr)
+    made->ownMemory = std::move(memory);
   return made;
 }
 
-CEchoCanceller::CEchoCanceller(echo_can_state_s* cancellerState, int32_t tapCount)
-    : canceller(cancellerState),
-      taps(tapCount),
-      doubleTalk(tapCount),
-      tailDecay(1.0F - 1.0F / static_cast<float>(tapCount)) {}
-
-CEchoCanceller::~CEchoCanceller() {
-  kBuild.free(canceller);
+CEchoCanceller::CEchoCanceller(int32_t tailMs, uint8_t* memory)
+    : taps(TapsOf(tailMs)),
+      canceller(MakeState(state.data(), taps, memory)),
+      doubleTalk(taps, reinterpret_cast<int32_t*>(memory)),
+      tailDecay(1.0F - 1.0F / static_cast<float>(taps)) {
+  static_assert(sizeof(echo_can_state_t) <= kStateBytes && std::is_trivially_destructible_v<echo_can_state_t>);
 }
 
 int16_t CEchoCanceller::Update(int16_t sent, int16_t received) {
@@ -130,20 +176,19 @@ int32_t CEchoCanceller::CancelLinear(int16_t sent, int16_t received) {
 
 // What the filter says is the echo, as weakened as its input.
 int16_t CEchoCanceller::EstimateEcho(int16_t sent, int16_t received) {
-  echo_can_state_t* state = canceller;
   // The double-talk detector decides in place of the canceller's own test. With what is sent just now at its loudest
   // that test finds no near end; the canceller does not learn while its dwell count runs, and goes back to older taps
   // only where an onset begins.
-  state->tx_power[0] = kLoudest;
-  state->tx_power[1] = kLoudest;
-  state->nonupdate_dwell = doubleTalk.MayLearn(sent, received) ? 0 : kDwell;
-  state->dtd_onset = 1;
+  canceller->tx_power[0] = kLoudest;
+  canceller->tx_power[1] = kLoudest;
+  canceller->nonupdate_dwell = doubleTalk.MayLearn(sent, received) ? 0 : kDwell;
+  canceller->dtd_onset = 1;
   // Its test for tones finds them in vowels, and it learns nothing while the score stands: voices would take twice as
   // long. What it learns from a tone does no harm to the rest. After a long one it would also go back to older taps,
   // and index its sets with -1 if the first is in use.
-  state->narrowband_score = 0;
+  canceller->narrowband_score = 0;
   SetStep(sent);
-  const int16_t wrapped = kBuild.update(state, sent, received);
+  const int16_t wrapped = kUpdate(canceller, sent, received);
   // It returns the difference in 16 bits and lets it wrap into a click. The echo it took away fits 16 bits, so it can
   // be had back exactly.
   const auto echo = static_cast<int16_t>(static_cast<uint16_t>(received) - static_cast<uint16_t>(wrapped));
@@ -155,12 +200,11 @@ int16_t CEchoCanceller::EstimateEcho(int16_t sent, int16_t received) {
 // loud syllable it would be many times what is stable, and the filter louder than the echo. The divisor, whose top bit
 // alone counts, is set to what the tail's energy allows.
 void CEchoCanceller::SetStep(int16_t sent) {
-  echo_can_state_t* state = canceller;
-  const int32_t leaving = state->fir_state.history[state->fir_state.curr_pos];
+  const int32_t leaving = canceller->fir_state.history[canceller->fir_state.curr_pos];
   tailEnergy += int64_t{sent} * sent - int64_t{leaving} * leaving;
   const int shift = std::max(static_cast<int>(std::bit_width(static_cast<uint64_t>(tailEnergy))) - kStepShift, 0);
   // Halfway up its octave, so that the canceller's own smoothing leaves the top bit as it is.
-  state->tx_power[3] = 3 << (shift + kDivisorBits - 1);
+  canceller->tx_power[3] = 3 << (shift + kDivisorBits - 1);
 }
 
 void CEchoCanceller::TrackLevels(int16_t sent, int32_t residual) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,13 +16,25 @@ namespace zelk {
 // The linear part is spandsp's adaptive filter, which learns when the double-talk detector lets it. What it leaves is
 // clipped to the tracked background noise, but only while the echo stands at least 24 dB below what was sent: near-end
 // speech, alone or over the far end, passes as it is. Thread: Create any; the rest one thread at a time (receive).
-// Nothing blocks; nothing allocates after Create.
+// Nothing blocks; nothing allocates once it is made.
 class CEchoCanceller {
  public:
+  struct SFree {
+    void operator()(uint8_t* memory) const;
+  };
+  // What cancellers work on, several bytes a tap: zeros, which a system that gives memory as it is written to need not
+  // have before the first sample.
+  using Memory = std::unique_ptr<uint8_t[], SFree>;
+  // For count cancellers of this tail, MemoryBytes after MemoryBytes. Null when there is no memory.
+  static Memory NewMemory(size_t count, int32_t tailMs);
+  static size_t MemoryBytes(int32_t tailMs);
+
   // tailMs is brought into 32..1024: the canceller looks at 256 samples of history whatever its length is, and a longer
   // tail than a second only costs. Null when there is no memory.
   static std::unique_ptr<CEchoCanceller> Create(int32_t tailMs);
-  ~CEchoCanceller();
+  // On the caller's memory, which stays as long: one of NewMemory's parts.
+  CEchoCanceller(int32_t tailMs, uint8_t* memory);
+  ~CEchoCanceller() = default;
   CEchoCanceller(const CEchoCanceller&) = delete;
   CEchoCanceller& operator=(const CEchoCanceller&) = delete;
 
@@ -40,15 +53,17 @@ class CEchoCanceller {
     int16_t before = 0;
   };
 
-  CEchoCanceller(echo_can_state_s* cancellerState, int32_t tapCount);
-
   int32_t CancelLinear(int16_t sent, int16_t received);
   int16_t EstimateEcho(int16_t sent, int16_t received);
   void SetStep(int16_t sent);
   void TrackLevels(int16_t sent, int32_t residual);
 
-  echo_can_state_s* canceller;  // owned
+  static constexpr size_t kStateBytes = 448;
+
+  Memory ownMemory;  // of one that Create made
   int32_t taps;
+  alignas(16) std::array<std::byte, kStateBytes> state;
+  echo_can_state_s* canceller;  // there
   CDoubleTalkDetector doubleTalk;
   STilt sentTilt;
   STilt receivedTilt;

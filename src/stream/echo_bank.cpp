@@ -19,8 +19,10 @@ void CEchoBank::Configure(uint32_t trunk, int32_t tailMs) {
   std::unique_ptr<SSet> set(new (std::nothrow) SSet);
   if (set == nullptr)
     return;
-  for (std::unique_ptr<CEchoCanceller>& canceller : set->cancellers)
-    canceller = CEchoCanceller::Create(tailMs);
+  const size_t bytes = CEchoCanceller::MemoryBytes(tailMs);
+  set->memory = CEchoCanceller::NewMemory(kTimeslotsPerTrunk, tailMs);
+  for (size_t s = 0; set->memory != nullptr && s < kTimeslotsPerTrunk; ++s)
+    set->cancellers[s].reset(new (std::nothrow) CEchoCanceller(tailMs, &set->memory[s * bytes]));
   STrunk& target = trunkSets[trunk];
   delete target.offered.exchange(set.release(), std::memory_order_acq_rel);  // one that was never used
   FreeRetired(target);

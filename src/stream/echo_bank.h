@@ -30,7 +30,8 @@ class CEchoBank {
 
  private:
   struct SSet {
-    std::array<std::unique_ptr<CEchoCanceller>, kTimeslotsPerTrunk> cancellers;
+    CEchoCanceller::Memory memory;
+    std::array<std::unique_ptr<CEchoCanceller>, kTimeslotsPerTrunk> cancellers;  // which work on that
     SSet* nextRetired = nullptr;
   };
   struct STrunk {

@@ -25,7 +25,8 @@ class DoubleTalkDetector : public testing::Test {
 
   std::mt19937 random{5};
   std::uniform_real_distribution<double> uniform{-1, 1};
-  CDoubleTalkDetector detector{256};
+  std::array<int32_t, CDoubleTalkDetector::StretchesOf(256)> maxima{};
+  CDoubleTalkDetector detector{256, maxima.data()};
 };
 
 TEST_F(DoubleTalkDetector, IsOpenWhileTheEchoIsWeakerThanTheSound) {
@@ -71,7 +72,8 @@ TEST_F(DoubleTalkDetector, AFilterNotYetProvenIsNotShutByItsResidual) {
 // above the most counts as the most.
 TEST(DoubleTalkDetectorTail, SoundIsRememberedForTheTailWhateverItsLength) {
   for (const int32_t taps : {1, 31, 32, 256, 8191, 8192, 1000000}) {
-    CDoubleTalkDetector detector(taps);
+    std::vector<int32_t> maxima(CDoubleTalkDetector::StretchesOf(taps));
+    CDoubleTalkDetector detector(taps, maxima.data());
     for (int i = 0; i < 320; ++i) {
       detector.MayLearn(i % 2 == 0 ? -32768 : 32767, i % 2 == 0 ? 8000 : -8000);
       detector.Note(65535, -65535);

@@ -101,6 +101,28 @@ TEST(EchoCanceller, ProcessWorksOnStridedALawWithIdleBytesAfterTheReference) {
   EXPECT_EQ(received, expected);
 }
 
+TEST(EchoCanceller, CancellersOnOneMemoryHaveNothingElseInCommon) {
+  for (const int32_t tailMs : {32, 33, 128, 1024}) {
+    const CEchoCanceller::Memory memory = CEchoCanceller::NewMemory(3, tailMs);
+    ASSERT_NE(memory, nullptr);
+    std::vector<std::unique_ptr<CEchoCanceller>> together;
+    std::vector<std::unique_ptr<CEchoCanceller>> alone;
+    std::vector<Signal> sent;
+    std::vector<Signal> received;
+    for (unsigned i = 0; i < 3; ++i) {
+      together.push_back(std::make_unique<CEchoCanceller>(tailMs, &memory[i * CEchoCanceller::MemoryBytes(tailMs)]));
+      alone.push_back(CEchoCanceller::Create(tailMs));
+      sent.push_back(Noise(2, -12, i + 1));
+      received.push_back(Echo(sent.back(), 5 + 3 * i));
+    }
+    for (size_t at = 0; at < sent[0].size(); ++at) {
+      for (size_t i = 0; i < 3; ++i)
+        ASSERT_EQ(together[i]->Update(sent[i][at], received[i][at]), alone[i]->Update(sent[i][at], received[i][at]))
+            << tailMs << " ms, canceller " << i << ", sample " << at;
+    }
+  }
+}
+
 TEST(EchoCanceller, NothingIsPrinted) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
