@@ -81,19 +81,17 @@ void CompressInSpandsp(benchmark::State& state, ESampleFormat law) {
 
 // The conversion takes its input, which is made anew while the clock stands.
 void Convert(benchmark::State& state, ESampleFormat law, bool expand) {
-  SSound sound(law);
   const char* const name = law == ESampleFormat::kALaw ? "ALAW" : "MULAW";
-  const uint8_t* const from = expand ? sound.codes.data() : sound.Bytes();
-  const size_t bytes = sound.codes.size() * (expand ? 1 : 2);
-  for (auto _ : state) {
+  Run(state, law, [&state, name, expand](SSound& sound) {
     state.PauseTiming();
+    const uint8_t* const from = expand ? sound.codes.data() : sound.Bytes();
+    const size_t bytes = sound.codes.size() * (expand ? 1 : 2);
     zelk::SampleBuffer input(new uint8_t[bytes]);
     std::copy_n(from, bytes, input.get());
     state.ResumeTiming();
     benchmark::DoNotOptimize(zelk::ConvertSamples(expand ? "PCM16" : name, expand ? name : "PCM16", std::move(input),
                                                   static_cast<uint32_t>(bytes)));
-  }
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(sound.codes.size()));
+  });
 }
 
 constexpr auto kA = ESampleFormat::kALaw;

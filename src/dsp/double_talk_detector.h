@@ -18,7 +18,7 @@ class CDoubleTalkDetector {
 
   // How many maxima a tail of so many taps has; one above kMaxTaps counts as that.
   static constexpr size_t StretchesOf(int32_t taps) {
-    return static_cast<size_t>((taps < kMaxTaps ? taps : kMaxTaps) / kStretch + 2);
+    return static_cast<size_t>(taps < kMaxTaps ? taps : kMaxTaps) / size_t{kStretch} + 2;
   }
 
   // stretchMaxima: StretchesOf(taps) of them, all 0.
