@@ -8,22 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "echo_literal.h"
 #include "echo_signals.h"
 #include "platform/instruction_set.h"
 
-// Each of these headers needs what those before it define, and <cstring>.
-// clang-format off
-#include <spandsp/telephony.h>
-#include <spandsp/echo.h>
-#include <spandsp/private/echo.h>
-// clang-format on
-
-// The builds of the canceller, by the names that the build gives them. The plain one has the release's own loops.
+// The other builds of the canceller, by the names that the build gives them.
 extern "C" {
-echo_can_state_t* echo_can_init_plain(int taps, int mode);
-int echo_can_free_plain(echo_can_state_t* state);
-void echo_can_flush_plain(echo_can_state_t* state);
-int16_t echo_can_update_plain(echo_can_state_t* state, int16_t sent, int16_t received);
 echo_can_state_t* echo_can_init_base(int taps, int mode);
 int echo_can_free_base(echo_can_state_t* state);
 void echo_can_flush_base(echo_can_state_t* state);
