@@ -42,6 +42,8 @@ class CCardChannels {
   SSlots SlotsOfCard() const;
   // The channel in a slot when it is this card's, else null.
   CDevice* At(size_t slot) const { return table.At(slot, cardIndex); }
+  // Of a slot that At gives a channel for.
+  bool IsBusy(size_t slot) const { return table.IsBusy(slot); }
   // Asks for the memory that a fill looks at: the channel's record, and what the record of the one half way there
   // says of its audio.
   void Foresee(size_t slot) const;

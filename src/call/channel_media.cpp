@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "call/application_events.h"
+#include "formats/g711.h"
 
 namespace zelk {
 
@@ -24,7 +25,9 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
     fill.FillWith(0);
   } else if (CDevice* device = channels.At(slot)) {
     CWave& wave = device->Wave();
-    if (wave.IsIdle()) {
+    if (!channels.IsBusy(slot)) {
+      fill.FillWith(kALawSilence);
+    } else if (wave.IsIdle()) {
       fill.FillWith(wave.Silence());
     } else {
       fill.flushCount = wave.FillBlock(fill.data, kBlockBytes);
@@ -37,8 +40,9 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
 }
 
 bool CChannelMedia::EndsPlay(uint32_t trunk, uint32_t timeslot) const {
-  CDevice* device = Find(trunk, timeslot);
-  return device != nullptr && device->Wave().QueryPlayMark();
+  size_t slot = 0;
+  CDevice* device = FindSlot(trunk, timeslot, slot) ? channels.At(slot) : nullptr;
+  return device != nullptr && channels.IsBusy(slot) && device->Wave().QueryPlayMark();
 }
 
 void CChannelMedia::OnMarkSent(uint32_t trunk, uint32_t timeslot) const {
@@ -53,7 +57,9 @@ void CChannelMedia::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBloc
   if (!FindSlot(trunk, timeslot, slot)) {
     std::fill(block.begin(), block.end(), uint8_t{0});
   } else if (CDevice* device = channels.At(slot)) {
-    device->Wave().RecordTap(block.data(), kBlockBytes);
+    if (channels.IsBusy(slot)) {
+      device->Wave().RecordTap(block.data(), kBlockBytes);
+    }
     ApplicationEvents().Record(static_cast<uint32_t>(slot), block.data(), kBlockBytes);
   }
 }

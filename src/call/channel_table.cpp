@@ -13,6 +13,7 @@ bool CChannelTable::Add(std::unique_ptr<CDevice> device) {
     return false;
   }
   cards[static_cast<size_t>(channel)].store(static_cast<uint32_t>(device->CardIndex()), std::memory_order_relaxed);
+  device->Wave().ShowBusyIn(busy[static_cast<size_t>(channel)]);
   slots[static_cast<size_t>(channel)].store(device.release(), std::memory_order_release);
   count.store(channel + 1, std::memory_order_release);
   return true;

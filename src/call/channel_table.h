@@ -38,12 +38,15 @@ class CChannelTable {
     CDevice* device = At(index);
     return device != nullptr && cards[index].load(std::memory_order_relaxed) == cardIndex ? device : nullptr;
   }
+  // Whether the play queue of the slot's channel has anything to do but A-law silence (CWave::ShowBusyIn).
+  bool IsBusy(size_t index) const { return busy[index].load(std::memory_order_acquire); }
   void CloseAll();
   void Clear();
 
  private:
   std::array<std::atomic<CDevice*>, kMaxChannels> slots = {};
   std::array<std::atomic<uint32_t>, kMaxChannels> cards = {};  // whose channel stands in each slot
+  std::array<std::atomic<bool>, kMaxChannels> busy = {};
   std::atomic<int32_t> count{0};
 };
 

@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "formats/g711.h"
 #include "runtime/log.h"
 
 namespace zelk {
@@ -45,6 +46,8 @@ void CWave::Open() {
   Reset();
   recordState = kTapOff;
   open = true;
+  CScopedLock<CMutex> hold(lock);
+  NoteBusy();
 }
 
 void CWave::Close() {
@@ -104,8 +107,9 @@ bool CWave::Enqueue(std::unique_ptr<CWaveBlock> block) {
   tail = added;
   queuedBytes += static_cast<int32_t>(added->size);
   hasBlocks = true;
-  NoteNext();
   playState = EPlayState::kPlaying;
+  NoteNext();
+  NoteBusy();
   return true;
 }
 
@@ -125,6 +129,7 @@ void CWave::Flush() {
     queuedBytes = 0;
     owner.SilenceTransmit();  // before anything can be queued or taken again
     stopFlag = 0;
+    NoteBusy();
   }
   DropAll(std::move(dropped));
 }
@@ -155,6 +160,7 @@ uint32_t CWave::FillBlock(uint8_t* data, uint32_t length) {
     const uint32_t copied = CopyQueued(data, length);
     std::memset(data + copied, silence, length - copied);
     CallDataCallback(1, data, length);
+    NoteBusy();
     return count;
   }
   std::memset(data, silence, length);
@@ -182,6 +188,21 @@ uint32_t CWave::CopyQueued(uint8_t* data, uint32_t length) {
   return copied;
 }
 
+void CWave::ShowBusyIn(std::atomic<bool>& place) {
+  CScopedLock<CMutex> hold(lock);
+  busy = &place;
+  NoteBusy();
+}
+
+// After every change toward busy, so that whoever reads "idle" is at most as far behind as one who came before it.
+void CWave::NoteBusy() {
+  if (busy == nullptr) {
+    return;
+  }
+  const bool hasToSay = playState == EPlayState::kDrained || silence != kALawSilence || recordState == kTapRecording;
+  busy->store(hasToSay || !IsIdle(), std::memory_order_release);
+}
+
 void CWave::NoteNext() {
   nextBlock.store(head.get(), std::memory_order_relaxed);
   nextAudio.store(head ? head->data.get() + head->readPosition : nullptr, std::memory_order_relaxed);
@@ -189,7 +210,12 @@ void CWave::NoteNext() {
 
 bool CWave::QueryPlayMark() {
   EPlayState expected = EPlayState::kDrained;
-  return playState == expected && playState.compare_exchange_strong(expected, EPlayState::kMarked);
+  if (playState != expected || !playState.compare_exchange_strong(expected, EPlayState::kMarked)) {
+    return false;
+  }
+  CScopedLock<CMutex> hold(lock);
+  NoteBusy();
+  return true;
 }
 
 bool CWave::PlayMarkSent() {
@@ -227,6 +253,7 @@ const char* CWave::FormatName() const {
 void CWave::SetFormat(const SWaveFormat& value) {
   CScopedLock<CMutex> hold(lock);
   StoreFormat(value);
+  NoteBusy();
 }
 
 void CWave::StoreFormat(const SWaveFormat& value) {
@@ -237,12 +264,16 @@ void CWave::StoreFormat(const SWaveFormat& value) {
 void CWave::SetDataCallback(WaveDataCallback callback, uint64_t cookie) {
   dataCookie = cookie;
   dataCallback = callback;
+  CScopedLock<CMutex> hold(lock);
+  NoteBusy();
 }
 
 void CWave::StartRecord(uint32_t limit) {
   recordLimit = limit;
   int32_t expected = kTapOff;
   recordState.compare_exchange_strong(expected, kTapRecording);
+  CScopedLock<CMutex> hold(lock);
+  NoteBusy();
 }
 
 int32_t CWave::RecordState() const {

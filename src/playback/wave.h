@@ -70,6 +70,10 @@ class alignas(kCacheLineBytes) CWave {
         !hasBlocks.load(std::memory_order_acquire) && playState.load(std::memory_order_acquire) != EPlayState::kPlaying;
     return (isStopped || isEmpty) && dataCallback.load(std::memory_order_relaxed) == nullptr;
   }
+  // Has the queue say there whether it is busy, from now on: whether a fill, the query after it or a received block
+  // finds anything to do but A-law silence. A pacer that reads it in a table of many need not come to the idle ones.
+  // Before audio flows.
+  void ShowBusyIn(std::atomic<bool>& place);
   // Asks for the memory of what a fill looks at, and of what it will copy.
   void ForeseeState() const { Prefetch(this, 2 * kCacheLineBytes); }
   void ForeseeAudio() const {
@@ -110,6 +114,7 @@ class alignas(kCacheLineBytes) CWave {
 
   void Reset();
   void NoteNext() ZELK_REQUIRES(lock);
+  void NoteBusy() ZELK_REQUIRES(lock);
   void DropAll(std::unique_ptr<CWaveBlock> list);
   // The bytes that were copied.
   uint32_t CopyQueued(uint8_t* data, uint32_t length) ZELK_REQUIRES(lock);
@@ -133,6 +138,7 @@ class alignas(kCacheLineBytes) CWave {
   std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
   CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
   mutable CMutex lock;
+  std::atomic<bool>* busy ZELK_GUARDED_BY(lock) = nullptr;
   IWaveOwner& owner;
   SWaveFormat format ZELK_GUARDED_BY(lock);
 

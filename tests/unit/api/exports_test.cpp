@@ -188,7 +188,7 @@ TEST_F(Exports, CallbacksAreStoredAtAnyTimeAndNeverCleared) {
   ZELK_Shutdown();
   uint8_t block[160] = {};
   ApplicationEvents().Post(0, zelk::EVENT_DTMF, 0);
-  ApplicationEvents().Play(0, block, 160);
+  ApplicationEvents().PlayCallback()(0, block, 160);
   ApplicationEvents().Record(0, block, 160);
   EXPECT_EQ(events, 111);
   ZELK_SetEventCallback(nullptr);

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
+#include <functional>
 #include <random>
 
 #include "playback/wave.h"
@@ -84,6 +87,40 @@ TEST_F(WaveIdle, AFillOfAnIdleQueueIsSilenceAndChangesNothing) {
     wave.QueryPlayMark();
   }
   EXPECT_GT(idleFills, 1000);
+}
+
+// Any change of the queue, and after each: what it shows is what the next fill, query and received block would find.
+TEST_F(WaveIdle, WhetherItIsBusyIsShownAfterEveryChange) {
+  std::atomic<bool> busy{true};
+  wave.ShowBusyIn(busy);
+  EXPECT_FALSE(busy);
+  std::mt19937 random(11);
+  const std::array<std::function<void()>, 10> changes = {
+      [&] { wave.Open(); },
+      [&] { wave.Close(); },
+      [&] { wave.Flush(); },
+      [&] { Queue(static_cast<uint32_t>(random() % 400)); },
+      [&] { wave.PlayMarkSent(); },
+      [&] { wave.SetFormat({7, 1, 8000, 8000, 1, 8, 0}); },
+      [&] { wave.SetFormat(SWaveFormat{}); },
+      [&] { wave.StartRecord(500); },
+      [&] { wave.SetDataCallback([](uint32_t, uint64_t, uint8_t*, uint32_t) {}, 0); },
+      [&] { wave.SetDataCallback(nullptr, 0); },
+  };
+  std::array<uint8_t, kBlock> received{};
+  std::array<int, 2> seen{};
+  for (int turn = 0; turn < 20000; ++turn) {
+    changes[random() % changes.size()]();
+    Fill();
+    const bool beforeQuery = busy;
+    const bool ends = wave.QueryPlayMark();
+    ASSERT_TRUE(beforeQuery || !ends) << turn;
+    ASSERT_EQ(busy, !wave.IsIdle() || wave.Silence() != 0xD5 || wave.RecordState() == 1) << turn;
+    wave.RecordTap(received.data(), kBlock);
+    ++seen[busy ? 1 : 0];
+  }
+  EXPECT_GT(seen[0], 1000);
+  EXPECT_GT(seen[1], 1000);
 }
 
 }  // namespace
