@@ -58,7 +58,7 @@ struct SDtmfFilters {
 constexpr uint32_t kQuietEnergy = (1U << 21) / 64;
 // 102 samples of this magnitude, 136, are quiet, and so is every block without a louder one.
 constexpr uint8_t kQuietCode = 8;
-static_assert(uint32_t{136} * 136 * kDtmfBlock <= uint64_t{kQuietEnergy} * 64);
+static_assert(kDtmfBlock * 136 * 136 <= uint64_t{kQuietEnergy} * 64);
 
 // The form for an instruction set that this machine supports.
 const SDtmfFilters& DtmfFilters(EInstructionSet instructionSet);
