@@ -91,6 +91,7 @@ struct SFilterGroup {
 void RunLanes(const uint8_t* const* blocks, const SDtmfTables& tables, SLaneEnergies& result) {
   alignas(kRegister) float samples[kDtmfBlock][kLanes];
   for (size_t lane = 0; lane < kLanes; ++lane) {
+#pragma GCC unroll 6
     for (size_t i = 0; i < kDtmfBlock; ++i)
       samples[i][lane] = tables.expansion[blocks[lane][i]];
   }
