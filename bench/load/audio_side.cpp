@@ -72,7 +72,7 @@ void CAudioLine::TakeReplies() {
 void CAudioLine::Take(const uint8_t* packet, size_t length, int64_t arrived) {
   const uint32_t reply = SequenceOf(packet);
   const size_t index = size_t{reply} + (options.answersFirst ? 0 : 1);
-  if (length != packetBytes || index >= sent.size() || reply > nextReply) {
+  if (length != packetBytes || index >= sent.size()) {
     ++exchange.unexpected;
     return;
   }
@@ -81,7 +81,6 @@ void CAudioLine::Take(const uint8_t* packet, size_t length, int64_t arrived) {
     return;
   }
   sent[index].isAnswered = true;
-  nextReply = reply + 1;
   if (IsInWindow(index)) {
     exchange.delays.push_back(arrived - sent[index].at);
   }

@@ -71,7 +71,6 @@ class CAudioLine {
   std::vector<SSent> sent;
   size_t beginOfWindow = 0;
   size_t endOfWindow = std::numeric_limits<size_t>::max();
-  uint32_t nextReply = 0;
   SExchange exchange;
 };
 

@@ -33,12 +33,13 @@ ssize_t Receive(int descriptor, bool polls, std::array<uint8_t, 2048>& packet, s
 void Echo(int descriptor, bool polls) {
   std::array<uint8_t, 2048> packet{};
   sockaddr_in sender{};
-  for (uint32_t sequence = 0;; ++sequence) {
+  for (;;) {
     const ssize_t received = Receive(descriptor, polls, packet, sender);
     if (received < static_cast<ssize_t>(load::kHeaderBytes)) {
       continue;
     }
-    load::WriteHeader(packet.data(), sequence);
+    // Counted from 0, as a library does; a packet that was lost leaves a gap.
+    load::WriteHeader(packet.data(), load::SequenceOf(packet.data()) - 1);
     sendto(descriptor, packet.data(), static_cast<size_t>(received), 0, reinterpret_cast<const sockaddr*>(&sender),
            sizeof sender);
   }
