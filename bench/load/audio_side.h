@@ -43,7 +43,8 @@ class CAudioLine {
   // Nothing is sent behind the end, so that replies that are missing then are lost.
   bool IsSending() const { return HasTarget() && sent.size() < endOfWindow; }
   int64_t Due() const { return due; }
-  void Start(int64_t monotonicNs) { due = monotonicNs + options.offsetNs; }
+  // In step with the other cards, whenever each was opened.
+  void Start(int64_t monotonicNs) { due = (monotonicNs / intervalNs + 1) * intervalNs + options.offsetNs; }
   void Send();
   void TakeReplies();
   void Begin();
