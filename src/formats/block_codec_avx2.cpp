@@ -12,7 +12,7 @@
 namespace zelk {
 namespace {
 
-// Bytes 0 to 7 and 8 to 15, the first one lowest.
+// Bytes 0 to 7 and 8 to 15, the first one lowest, by the low halves of bytes; 0 by a byte from 128 on.
 inline Bytes Look(uint64_t first, uint64_t last, Bytes at) {
   const auto low = (long long)first;
   const auto high = (long long)last;
@@ -91,7 +91,7 @@ inline Bytes ALawSteps(Words low, Words high) {
   const Bytes tops =
       PackUnsigned((Words)((UnsignedWords)magnitudes.low >> 8), (Words)((UnsignedWords)magnitudes.high >> 8));
   const Bytes segments =
-      Larger(Look(0x0303030302020100, 0x0404040404040404, tops & 0x0F), Look(0x0707070706060500, 0, HighHalves(tops)));
+      Larger(Look(0x0303030302020100, 0x0404040404040404, tops), Look(0x0707070706060500, 0, HighHalves(tops)));
   return StepsOf(magnitudes, Look(0x0102040810204040, 0, segments)) + Look(0x6050403020100000, 0, segments);
 }
 
@@ -103,7 +103,7 @@ inline Bytes MuLawSteps(Words low, Words high) {
   const SPair biased = {Plus(clippedLow, kMuLawBias + Words{}), Plus(clippedHigh, kMuLawBias + Words{})};
   const Bytes tops = PackUnsigned((Words)((UnsignedWords)Plus(biased.low, biased.low) >> 8),
                                   (Words)((UnsignedWords)Plus(biased.high, biased.high) >> 8));
-  const Bytes segments = Larger(Look(0x0202020201010000, 0x0303030303030303, tops & 0x0F),
+  const Bytes segments = Larger(Look(0x0202020201010000, 0x0303030303030303, tops),
                                 Look(0x0606060605050400, 0x0707070707070707, HighHalves(tops)));
   return StepsOf(biased, Look(0x0102040810204080, 0, segments)) + Look(0x60504030201000F0, 0, segments);
 }
