@@ -2,17 +2,34 @@
 #include "runtime/format.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <utility>
 
 namespace zelk {
 
-namespace {
+CFormattedText::CFormattedText(const char* format, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  const int needed = std::vsnprintf(scratch.data(), scratch.size(), format, arguments);
+  if (needed < 0) {
+    scratch[0] = '\0';  // a conversion that the locale does not know
+  } else {
+    count = std::min(static_cast<size_t>(needed), kMaxFormattedChars);
+  }
+  if (count > kScratchChars) {
+    longer.resize(count);
+    std::vsnprintf(longer.data(), longer.size() + 1, format, again);
+  }
+  va_end(again);
+}
 
-constexpr size_t kScratchChars = 2048;
-
-}  // namespace
+void CFormattedText::MoveTo(std::string& target) {
+  if (longer.empty()) {
+    target.assign(scratch.data(), count);
+  } else {
+    target = std::move(longer);
+  }
+}
 
 void FormatString(std::string& target, const char* format, ...) {
   va_list arguments;
@@ -23,20 +40,7 @@ void FormatString(std::string& target, const char* format, ...) {
 
 // An argument may point into the target, so the result is built apart from it.
 void FormatStringV(std::string& target, const char* format, va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
-  std::array<char, kScratchChars + 1> scratch;
-  const int needed = std::vsnprintf(scratch.data(), scratch.size(), format, arguments);
-  if (needed < 0) {
-    target.clear();  // a conversion that the locale does not know
-  } else if (static_cast<size_t>(needed) <= kScratchChars) {
-    target.assign(scratch.data(), static_cast<size_t>(needed));
-  } else {
-    std::string result(std::min(static_cast<size_t>(needed), kMaxFormattedChars), '\0');
-    std::vsnprintf(result.data(), result.size() + 1, format, again);
-    target = std::move(result);
-  }
-  va_end(again);
+  CFormattedText(format, arguments).MoveTo(target);
 }
 
 }  // namespace zelk

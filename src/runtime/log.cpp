@@ -4,7 +4,6 @@
 #include <cstdarg>
 #include <exception>
 #include <new>
-#include <string>
 
 #include "runtime/config.h"
 #include "runtime/format.h"
@@ -57,9 +56,8 @@ void LogFormat(ELogClass logClass, int32_t channel, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
   try {
-    std::string text;
-    FormatStringV(text, format, arguments);
-    LogLine(text.c_str(), channel);
+    const CFormattedText text(format, arguments);
+    LogLine(text.Text(), channel);
   } catch (const std::exception&) {
     Log().LineLost();
   }

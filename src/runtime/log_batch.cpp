@@ -16,12 +16,16 @@ constexpr size_t kPieceBytes = 64U << 10;
 
 }  // namespace
 
-void AddText(LogPieces& pieces, const std::string& text) {
-  if (pieces.empty() || pieces.back().size() + text.size() > kPieceBytes) {
-    pieces.push_back(text);
-  } else {
+// The first piece grows as it needs to, so that a few lines take little memory; after a full one a full one is likely.
+void AddText(LogPieces& pieces, std::string_view text) {
+  if (!pieces.empty() && pieces.back().size() + text.size() <= kPieceBytes) {
     pieces.back() += text;
+    return;
   }
+  std::string piece;
+  piece.reserve(pieces.empty() ? text.size() : kPieceBytes);
+  piece += text;
+  pieces.push_back(std::move(piece));
 }
 
 void CLogBatch::Take(LogPieces& text) noexcept {

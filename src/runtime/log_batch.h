@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <list>
 #include <string>
+#include <string_view>
 
 namespace zelk {
 
@@ -23,7 +24,7 @@ class ILogFile {
 using LogPieces = std::list<std::string>;
 
 // Adds whole lines after the others. Throws std::bad_alloc when there is no memory; nothing has changed then.
-void AddText(LogPieces& pieces, const std::string& text);
+void AddText(LogPieces& pieces, std::string_view text);
 
 // The text a log writer has taken and not yet written, with the rules for opening, writing and closing the file. What
 // could not be written stays before what is taken next, so nothing is dropped and the order is kept. Nothing here

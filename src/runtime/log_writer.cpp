@@ -162,9 +162,8 @@ void CLogWriter::WriteLast(LogPieces& rest) {
 void CLogWriter::Line(const char* text, int32_t channel) {
   try {
     const SLocalTime now = LocalNow();
-    std::string line;
-    BuildLogLine(line, now, text, channel);
-    Append(line, now);
+    const CLogLine line(now, text, channel);
+    Append(line.Characters(), now);
   } catch (const std::exception&) {
     LineLost();
   }
@@ -179,13 +178,13 @@ void CLogWriter::LineLost() {
 }
 
 // A line that is lost wakes the thread too: what waits may then be written, which makes room.
-void CLogWriter::Append(const std::string& line, const SLocalTime& now) {
+void CLogWriter::Append(std::string_view line, const SLocalTime& now) {
   {
     const CScopedLock hold(lock);
     if (waitingBytes + line.size() > mostWaitingBytes) {
       ++lostLines;
     } else if (lostLines > 0) {
-      AddToPending(LossNotice(now) + line);
+      AddToPending(LossNotice(now).append(line));
       lostLines = 0;
     } else {
       AddToPending(line);
@@ -194,7 +193,7 @@ void CLogWriter::Append(const std::string& line, const SLocalTime& now) {
   wake.Set();
 }
 
-void CLogWriter::AddToPending(const std::string& text) {
+void CLogWriter::AddToPending(std::string_view text) {
   AddText(pending, text);
   waitingBytes += text.size();
 }
@@ -202,9 +201,7 @@ void CLogWriter::AddToPending(const std::string& text) {
 std::string CLogWriter::LossNotice(const SLocalTime& now) const {
   std::string text;
   FormatString(text, "Log: lines lost for want of memory: %llu", static_cast<unsigned long long>(lostLines));
-  std::string line;
-  BuildLogLine(line, now, text.c_str(), kGeneralLine);
-  return line;
+  return std::string(CLogLine(now, text.c_str(), kGeneralLine).Characters());
 }
 
 void CLogWriter::WriteUntilStopped(SRun& mine) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/event.h"
 #include "platform/mutex.h"
@@ -51,8 +52,8 @@ class CLogWriter {
   struct SRun;
 
   bool StartThread(const std::string& logPath);
-  void Append(const std::string& line, const SLocalTime& now);
-  void AddToPending(const std::string& text) ZELK_REQUIRES(lock);
+  void Append(std::string_view line, const SLocalTime& now);
+  void AddToPending(std::string_view text) ZELK_REQUIRES(lock);
   std::string LossNotice(const SLocalTime& now) const ZELK_REQUIRES(lock);
   void AddLastNotice() ZELK_REQUIRES(lock);
   void WriteLast(LogPieces& rest);
