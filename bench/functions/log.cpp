@@ -2,6 +2,8 @@
 
 // What a log line costs the thread that writes it, beside spdlog's asynchronous logger: a queue of 8192 lines, a caller
 // that waits when it is full (it never is: what is queued goes out between the bursts), the same line in the file.
+#include "runtime/log.h"
+
 #include <benchmark/benchmark.h>
 #include <spdlog/async.h>
 #include <spdlog/pattern_formatter.h>
@@ -16,8 +18,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "runtime/log.h"
 
 namespace {
 

@@ -110,6 +110,13 @@ int CCardCore::OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) {
   return static_cast<int>(length);
 }
 
+void CCardCore::OnTimersMoved(uint32_t trunk) {
+  if (trunk < kMaxTrunks) {
+    std::atomic<uint32_t>& moves = trunks[trunk].timerMoves;
+    moves.store(moves.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+  }
+}
+
 uint32_t CCardCore::MessageCard() const {
   const ICardHandlers* current = handlers;
   return current == nullptr ? 0 : current->FirstGlobalTrunk();

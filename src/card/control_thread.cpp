@@ -99,17 +99,32 @@ int32_t CControlThread::WaitMs() {
 }
 
 int32_t CControlThread::PriWaitMs() {
-  SUnixTime earliest{};
-  bool isPending = false;
-  for (CTrunk& trunk : core->trunks) {
-    const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    SUnixTime due{};
-    if (trunk.controller != nullptr && trunk.controller->NextTimer(due) && (!isPending || IsEarlier(due, earliest))) {
-      earliest = due;
-      isPending = true;
+  const SUnixTime* earliest = nullptr;
+  for (uint32_t trunk = 0; trunk < kMaxTrunks; ++trunk) {
+    LookForTimer(trunk);
+    const std::optional<SUnixTime>& due = timers[trunk].earliest;
+    if (due && (earliest == nullptr || IsEarlier(*due, *earliest))) {
+      earliest = &*due;
     }
   }
-  return isPending ? TimerWaitMs(earliest, UnixNow()) : kWaitForever;
+  return earliest != nullptr ? TimerWaitMs(*earliest, UnixNow()) : kWaitForever;
+}
+
+// The trunk's lock is taken only when somebody has been at its controller.
+void CControlThread::LookForTimer(uint32_t trunk) {
+  CTrunk& entry = core->trunks[trunk];
+  STimers& known = timers[trunk];
+  const uint32_t moves = entry.timerMoves.load(std::memory_order_acquire);
+  if (moves == known.moves) {
+    return;
+  }
+  known.moves = moves;
+  known.earliest.reset();
+  const CScopedLock<CRecursiveMutex> held(entry.lock);
+  SUnixTime due{};
+  if (entry.controller != nullptr && entry.controller->NextTimer(due)) {
+    known.earliest = due;
+  }
 }
 
 void CControlThread::OnWaitError() {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "card/card_core.h"
 #include "card/control_parser.h"
@@ -42,10 +43,17 @@ class CControlThread : public IControlSink {
   void OnHdlcError(uint8_t trunk, uint8_t code) override;
 
  private:
+  // The earliest timer of a trunk, as it was when its timers had moved so often.
+  struct STimers {
+    uint32_t moves = 0;
+    std::optional<SUnixTime> earliest;
+  };
+
   void Turn();
   EWait Wait(int32_t waitMs);
   int32_t WaitMs();
   int32_t PriWaitMs();
+  void LookForTimer(uint32_t trunk);
   void LookForHandlers();
   void OnWaitError();
   void OnTimeout();
@@ -66,6 +74,7 @@ class CControlThread : public IControlSink {
   bool hasSeenHandlers = false;
   CControlParser parser;
   std::array<CHdlcErrorRule, kMaxTrunks> hdlcRules;
+  std::array<STimers, kMaxTrunks> timers;
   uint32_t lastDataMs = 0;
   uint32_t lastTimersMs = 0;
   std::array<uint8_t, 8000> buffer{};

@@ -32,6 +32,7 @@ static_assert(kEuroIsdnE1 == PRI_SWITCH_EUROISDN_E1 && kNationalIsdnNumber == PR
 // Two address bytes, one of control and two of FCS: libpri reads that much of any frame.
 constexpr size_t kShortestFrame = 5;
 constexpr size_t kLongestFrame = 1024;
+constexpr uint8_t kReceiveReady = 0x01;
 // libpri reads past the end of malformed information elements; an element claims 255 bytes at most.
 constexpr size_t kGuardBytes = 512;
 constexpr uint8_t kGuardByte = 0xFF;
@@ -136,6 +137,7 @@ struct CPriController::SImpl {
 
   CCallRegistry calls;
 
+  bool IsEstablished() const;
   void UpdateCalls();
   bool TakeEvent(const pri_event* from, SPriEvent& to);
   // Does something to one of our calls; -1 for any other. libpri may free the call, or others, meanwhile.
@@ -145,7 +147,13 @@ struct CPriController::SImpl {
   static void Message(pri* controller, char* text) noexcept;
 };
 
+// Layer 2 is up, on the only link.
+bool CPriController::SImpl::IsEstablished() const {
+  return controller->link.state == Q921_MULTI_FRAME_ESTABLISHED && controller->link.next == nullptr;
+}
+
 void CPriController::SImpl::UpdateCalls() {
+  writer.OnTimersMoved(trunk);
   ReleaseAbandonedCalls(controller);
   calls.Update(*controller->callpool, [](const q931_call* call) { return call->next; });
 }
@@ -234,9 +242,14 @@ bool CPriController::Receive(const uint8_t* frame, size_t length, SPriEvent& eve
   impl->calls.Reserve();
   std::copy_n(frame, length, impl->frameBuffer.begin());
   std::fill_n(impl->frameBuffer.begin() + static_cast<ptrdiff_t>(length), kGuardBytes, kGuardByte);
-  return impl->TakeEvent(
-      q921_receive(impl->controller, reinterpret_cast<q921_h*>(impl->frameBuffer.data()), static_cast<int>(length)),
-      event);
+  const bool isReceiveReady = frame[0] >> 2 == 0 && frame[2] == kReceiveReady && impl->IsEstablished();
+  const pri_event* taken =
+      q921_receive(impl->controller, reinterpret_cast<q921_h*>(impl->frameBuffer.data()), static_cast<int>(length));
+  if (isReceiveReady && taken == nullptr && impl->IsEstablished()) {
+    impl->writer.OnTimersMoved(impl->trunk);
+    return false;  // a matter of layer 2: no call has changed
+  }
+  return impl->TakeEvent(taken, event);
 }
 
 bool CPriController::NextTimer(SUnixTime& due) const {

@@ -69,7 +69,8 @@ void ReleaseController(pri* controller) {
 void ReleaseAbandonedCalls(pri* controller) {
   for (q931_call* call = *controller->callpool; call != nullptr;) {
     q931_call* const next = call->next;
-    if (call->ourcallstate == Q931_CALL_STATE_RELEASE_REQUEST && call->alive == 0 && call->retranstimer == 0) {
+    // What lies beside the link comes first: for a living call no other part of its record is read.
+    if (call->alive == 0 && call->ourcallstate == Q931_CALL_STATE_RELEASE_REQUEST && call->retranstimer == 0) {
       pri_destroycall(controller, call);
     }
     call = next;
