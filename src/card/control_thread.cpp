@@ -148,11 +148,19 @@ void CControlThread::OnReadable() {
     stop.SleepFor(kErrorPauseMs);
     return;
   }
-  lastDataMs = TickMs();
+  const uint32_t sinceReadBeforeMs = TickMs() - lastDataMs;
+  lastDataMs += sinceReadBeforeMs;
   parser.Feed(buffer.data(), static_cast<size_t>(received));
   // A card that never stops sending must not hold libpri's timers back.
   if (IsRunning() && TickMs() - lastTimersMs >= static_cast<uint32_t>(kTimerWaitMs)) {
     RunTimers();
+  }
+  Gather(GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size()));
+}
+
+void CControlThread::Gather(uint32_t milliseconds) {
+  if (milliseconds != 0 && SleepsAreExact()) {
+    stop.SleepFor(milliseconds);
   }
 }
 

@@ -18,7 +18,8 @@ namespace zelk {
 // frames to libpri, runs libpri's timers and delivers call and status events.
 //
 //   wait for bytes, or for the earliest timer (at most 100 ms) once the controllers run
-//     bytes    -> parser -> information, line status, registers, HDLC errors, frames -> libpri -> event router
+//     bytes    -> parser -> information, line status, registers, HDLC errors, frames -> libpri -> event router; a
+//                 pause of 1 ms while the card is busy
 //     time-out -> due timers -> event router; card down after 1000 ms without data
 //     error    -> the same, then a pause of 10 ms
 //
@@ -58,6 +59,7 @@ class CControlThread : public IControlSink {
   void OnWaitError();
   void OnTimeout();
   void OnReadable();
+  void Gather(uint32_t milliseconds);
   void RunTimers();
   void RunTrunkTimers(uint32_t trunk);
   void CheckSilence();

@@ -3,6 +3,12 @@
 
 namespace zelk {
 
+namespace {
+
+constexpr uint32_t kGatherMs = 1;
+
+}  // namespace
+
 bool IsEarlier(const SUnixTime& left, const SUnixTime& right) {
   return left.seconds != right.seconds ? left.seconds < right.seconds : left.microseconds < right.microseconds;
 }
@@ -21,6 +27,10 @@ int32_t TimerWaitMs(const SUnixTime& due, const SUnixTime& now) {
     return kTimerWaitMs;
   }
   return (microseconds + 999) / 1000;
+}
+
+uint32_t GatherMs(uint32_t sinceReadBeforeMs, size_t received, size_t capacity) {
+  return sinceReadBeforeMs <= kGatherMs && received < capacity ? kGatherMs : 0;
 }
 
 }  // namespace zelk

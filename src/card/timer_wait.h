@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/clock.h"
@@ -15,5 +16,10 @@ bool IsEarlier(const SUnixTime& left, const SUnixTime& right);
 // How long to wait for a timer due at an instant: 0 when it has passed, at most kTimerWaitMs. Part milliseconds count
 // as whole ones, so that a wait does not end before its timer is due. Thread: any.
 int32_t TimerWaitMs(const SUnixTime& due, const SUnixTime& now);
+
+// How long to leave the control connection alone after a read, so that what comes meanwhile is read together: a busy
+// card sends some message every tenth of a millisecond, and each would wake the thread. Nothing unless the read before
+// was just now, nor when the read filled the buffer. A D-channel takes longer for its shortest frame. Thread: any.
+uint32_t GatherMs(uint32_t sinceReadBeforeMs, size_t received, size_t capacity);
 
 }  // namespace zelk

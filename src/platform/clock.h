@@ -34,4 +34,8 @@ SLocalTime LocalNow();
 // Blocks the calling thread for at least the given time; 0 gives up the rest of its time slice.
 void SleepMs(uint32_t milliseconds);
 
+// Whether short sleeps and waits take about as long as they are asked to. Where they do not, they end with a tick of
+// the system, up to 16 ms later.
+bool SleepsAreExact();
+
 }  // namespace zelk

@@ -71,4 +71,8 @@ void SleepMs(uint32_t milliseconds) {
   }
 }
 
+bool SleepsAreExact() {
+  return true;
+}
+
 }  // namespace zelk

@@ -35,4 +35,8 @@ void SleepMs(uint32_t milliseconds) {
   Sleep(milliseconds);
 }
 
+bool SleepsAreExact() {
+  return false;
+}
+
 }  // namespace zelk

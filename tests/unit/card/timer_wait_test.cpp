@@ -37,6 +37,21 @@ TEST(TimerWait, TakesTheFullSecondThatLibpriWritesAsMicroseconds) {
   EXPECT_EQ(TimerWaitMs({100, 1000000}, {100, 0}), 100);
 }
 
+TEST(GatherMs, IsAMillisecondAfterReadsThatFollowOneAnother) {
+  EXPECT_EQ(GatherMs(0, 11, 8000), 1U);
+  EXPECT_EQ(GatherMs(1, 7999, 8000), 1U);
+}
+
+TEST(GatherMs, IsNothingForAReadOnItsOwn) {
+  EXPECT_EQ(GatherMs(2, 11, 8000), 0U);
+  EXPECT_EQ(GatherMs(250, 10, 8000), 0U);
+  EXPECT_EQ(GatherMs(UINT32_MAX, 10, 8000), 0U);
+}
+
+TEST(GatherMs, IsNothingWhenMoreWaitsAlready) {
+  EXPECT_EQ(GatherMs(0, 8000, 8000), 0U);
+}
+
 TEST(IsEarlier, ComparesSecondsFirst) {
   EXPECT_TRUE(IsEarlier({1, 999}, {2, 0}));
   EXPECT_FALSE(IsEarlier({2, 0}, {1, 999}));
