@@ -93,6 +93,12 @@ class CLogCapture {
   CLogCapture(const CLogCapture&) = delete;
   CLogCapture& operator=(const CLogCapture&) = delete;
 
+  // Nothing waits to be written afterwards: the next line needs memory.
+  void WriteOut() {
+    Log().Stop();
+    Log().Start(path.string());
+  }
+
   // The texts of the lines, tagged with their channel ("  5 :text") or "  G :text", in order.
   std::vector<std::string> Lines() {
     Log().Stop();

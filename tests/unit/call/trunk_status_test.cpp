@@ -162,9 +162,10 @@ TEST_F(TrunkStatusWithoutMemory, StatesNeedNone) {
   ExpectStates(120, [this] { firstHandlers.OnCardDown(caller); });
   ExpectStates(1, [this] { firstHandlers.OnCardReopening(caller); });
   statesPosted = 0;
+  log.WriteOut();
   support::FailAllocation(1);
   firstHandlers.OnDchannelUp(0, caller);
-  EXPECT_TRUE(support::AllocationFailed()) << "the line had to be formatted";
+  EXPECT_TRUE(support::AllocationFailed()) << "the line had to be kept";
   support::FailAllocation(0);
   EXPECT_EQ(statesPosted, 30);
   firstHandlers.OnDchannelDown(0, caller);

@@ -34,6 +34,18 @@ TEST_F(Card, AnIncomingCallIsRungAnsweredAndCleared) {
   EXPECT_TRUE(peer.WaitForNetworkEvent(kPriHangupRequest));
 }
 
+// Layer 2 asks three times, a second apart, and nobody answers. The card speaks 20 times a second, and a thread that
+// waits for a timer wakes ten times.
+TEST_F(Card, TheControlThreadSleepsUntilATimerIsDue) {
+  constexpr int kMostTurns = 2000;
+  CFakeCard& peer = Fake();
+  ASSERT_TRUE(OpenWithHandlers());
+  EXPECT_TRUE(peer.WaitFor({0xFF, 0x10, 0x01}, 3));
+  EXPECT_TRUE(peer.WaitFor({0xFF, 0x10, 0x02}, 3));
+  EXPECT_GT(handlers.turns, 0);
+  EXPECT_LT(handlers.turns, kMostTurns);
+}
+
 TEST_F(Card, AnAnswerIsAcknowledgedExactlyOnce) {
   CFakeCard& peer = FakeNetwork();
   ASSERT_TRUE(OpenWithHandlers());

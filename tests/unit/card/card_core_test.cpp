@@ -37,6 +37,15 @@ TEST_F(CardCore, AFrameTooLongForAMessageIsRefusedButTakenFromLibpri) {
   EXPECT_EQ(core.OnPriFrame(0, frame.data(), 303), 303);
 }
 
+TEST_F(CardCore, CountsTheTimerMovesOfEachTrunk) {
+  const uint32_t before = core.trunks[7].timerMoves;
+  core.OnTimersMoved(7);
+  core.OnTimersMoved(7);
+  core.OnTimersMoved(kMaxTrunks);
+  EXPECT_EQ(core.trunks[7].timerMoves, before + 2);
+  EXPECT_EQ(core.trunks[6].timerMoves, before);
+}
+
 TEST_F(CardCore, AudioNoticesAreCardNotices) {
   core.OnAudioNotice("before the handlers");
   core.handlers = &handlers;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/pri_pair.h"
@@ -182,6 +183,31 @@ TEST(PriController, AnEventOfACallThatIsFreedWithItStillHasItsHandle) {
   EXPECT_EQ(acknowledge.code, kPriHangupAck);
   EXPECT_EQ(acknowledge.call, second);
   EXPECT_FALSE(pair.user.controller->IsCallValid(second));
+}
+
+// Whoever waits for the earliest timer asks again after each of them.
+TEST(PriController, EveryOperationTellsThatTimersMayHaveMoved) {
+  CPriPair pair;
+  pair.Run();
+  CPriSide& user = pair.user;
+  uint32_t told = user.timerMoves;
+  const auto hasTold = [&] { return std::exchange(told, user.timerMoves) < user.timerMoves; };
+  const PriCall call = user.controller->NewCall();
+  EXPECT_TRUE(hasTold());
+  EXPECT_EQ(user.controller->Setup(call, 3, "1", "2", kNationalIsdnNumber), 0);
+  EXPECT_TRUE(hasTold());
+  SPriEvent event;
+  EXPECT_FALSE(user.controller->RunTimers(event));
+  EXPECT_TRUE(hasTold());
+  pair.network.Receive(user.written.front());
+  user.written.clear();
+  const PriFrame receiveReady = pair.network.written.front();
+  ASSERT_EQ(receiveReady[2], 0x01) << "the SETUP is acknowledged first";
+  EXPECT_FALSE(user.controller->Receive(receiveReady.data(), receiveReady.size(), event));
+  EXPECT_TRUE(hasTold());
+  EXPECT_TRUE(user.controller->IsCallValid(call));
+  EXPECT_EQ(user.controller->Hangup(call, 16), 0);
+  EXPECT_TRUE(hasTold());
 }
 
 TEST(PriController, ASecondHangupOfAClearingCallWritesNothingAndSucceeds) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -53,6 +54,11 @@ class CRecordingHandlers : public ICardHandlers {
       now(caller);
     }
   }
+  // Asked once a turn of the control thread.
+  bool AwaitsTime() const override {
+    ++turns;
+    return false;
+  }
   // May be changed while a listener runs.
   void SetOnReopening(std::function<void(const CStopFlag&)> function) {
     const std::lock_guard<std::mutex> held(lock);
@@ -99,6 +105,7 @@ class CRecordingHandlers : public ICardHandlers {
   }
 
   // Set before the handlers are given to a card.
+  mutable std::atomic<int> turns{0};
   std::function<void(uint32_t trunk)> onDchannelUp;
   std::function<void(CCard&, uint16_t, ECallEvent, const SPriEvent&)> onCall;
   std::function<void(const CStopFlag&)> onReopening;
