@@ -103,12 +103,14 @@ bool CWave::Enqueue(std::unique_ptr<CWaveBlock> block) {
     return false;
   }
   CWaveBlock* const added = block.get();
-  (tail ? tail->next : head) = std::move(block);
+  if (head) {
+    tail->next = std::move(block);
+  } else {
+    SetHead(std::move(block));
+  }
   tail = added;
   queuedBytes += static_cast<int32_t>(added->size);
-  hasBlocks = true;
   playState = EPlayState::kPlaying;
-  NoteNext();
   NoteBusy();
   return true;
 }
@@ -122,9 +124,7 @@ void CWave::Flush() {
   {
     CScopedLock<CMutex> hold(lock);
     dropped = std::move(head);
-    tail = nullptr;
-    hasBlocks = false;
-    NoteNext();
+    SetHead(nullptr);
     playState = EPlayState::kIdle;
     queuedBytes = 0;
     owner.SilenceTransmit();  // before anything can be queued or taken again
@@ -173,19 +173,30 @@ uint32_t CWave::CopyQueued(uint8_t* data, uint32_t length) {
   uint32_t copied = 0;
   while (copied < length && head) {
     const uint32_t wanted = length - copied;
-    const bool staysQueued = head->Unread() >= wanted;
-    const uint32_t read = head->Read(data + copied, wanted);
-    copied += read;
-    queuedBytes -= static_cast<int32_t>(read);
+    const bool staysQueued = unread >= wanted;
+    const uint32_t count = std::min(wanted, unread);
+    const uint8_t* const from = nextAudio.load(std::memory_order_relaxed);
+    std::memcpy(data + copied, from, count);
+    nextAudio.store(from + count, std::memory_order_relaxed);
+    unread -= count;
+    copied += count;
+    queuedBytes.store(queuedBytes.load(std::memory_order_relaxed) - static_cast<int32_t>(count),
+                      std::memory_order_relaxed);
     if (staysQueued) {
       break;  // a block read to its last byte goes with the next fill, so a play ends one silent block later
     }
-    head = std::move(head->next);
-    tail = head ? tail : nullptr;
-    hasBlocks = head != nullptr;
+    SetHead(std::move(head->next));
   }
-  NoteNext();
   return copied;
+}
+
+// What is read of the first block is kept here: a fill need not touch the block's record.
+void CWave::SetHead(std::unique_ptr<CWaveBlock> block) {
+  head = std::move(block);
+  tail = head ? tail : nullptr;
+  unread = head ? head->size : 0;
+  nextAudio.store(head ? head->data.get() : nullptr, std::memory_order_relaxed);
+  hasBlocks.store(head != nullptr, std::memory_order_release);
 }
 
 void CWave::ShowBusyIn(std::atomic<bool>& place) {
@@ -201,11 +212,6 @@ void CWave::NoteBusy() {
   }
   const bool hasToSay = playState == EPlayState::kDrained || silence != kALawSilence || recordState == kTapRecording;
   busy->store(hasToSay || !IsIdle(), std::memory_order_release);
-}
-
-void CWave::NoteNext() {
-  nextBlock.store(head.get(), std::memory_order_relaxed);
-  nextAudio.store(head ? head->data.get() + head->readPosition : nullptr, std::memory_order_relaxed);
 }
 
 bool CWave::QueryPlayMark() {

@@ -76,10 +76,7 @@ class alignas(kCacheLineBytes) CWave {
   void ShowBusyIn(std::atomic<bool>& place);
   // Asks for the memory of what a fill looks at, and of what it will copy.
   void ForeseeState() const { Prefetch(this, 2 * kCacheLineBytes); }
-  void ForeseeAudio() const {
-    Prefetch(nextBlock.load(std::memory_order_relaxed));
-    Prefetch(nextAudio.load(std::memory_order_relaxed), kFillBytes);
-  }
+  void ForeseeAudio() const { Prefetch(nextAudio.load(std::memory_order_relaxed), kFillBytes); }
   // The byte of the format's silence.
   uint8_t Silence() const { return silence.load(std::memory_order_relaxed); }
   // The flush count at the moment when the bytes were taken: a later stop is meant for them, an earlier one is not.
@@ -113,7 +110,7 @@ class alignas(kCacheLineBytes) CWave {
   enum class EPlayState : uint8_t { kIdle, kPlaying, kDrained, kMarked };
 
   void Reset();
-  void NoteNext() ZELK_REQUIRES(lock);
+  void SetHead(std::unique_ptr<CWaveBlock> block) ZELK_REQUIRES(lock);
   void NoteBusy() ZELK_REQUIRES(lock);
   void DropAll(std::unique_ptr<CWaveBlock> list);
   // The bytes that were copied.
@@ -132,9 +129,9 @@ class alignas(kCacheLineBytes) CWave {
   std::atomic<int32_t> recordState{-1};
   std::atomic<int32_t> queuedBytes{0};  // written under the lock; below 0 once audio from before an Open was played
   std::atomic<WaveDataCallback> dataCallback{nullptr};
-  // Where the next fill will read, as far as is known without the lock. Never read through: it may be gone.
-  std::atomic<const CWaveBlock*> nextBlock{nullptr};
+  // Where the next fill reads, in the first block. Without the lock it is never read through: the bytes may be gone.
   std::atomic<const uint8_t*> nextAudio{nullptr};
+  uint32_t unread ZELK_GUARDED_BY(lock) = 0;  // bytes from there to the block's end
   std::unique_ptr<CWaveBlock> head ZELK_GUARDED_BY(lock);
   CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
   mutable CMutex lock;

@@ -18,13 +18,8 @@ class CWaveBlock {
   // There is always room to spare: 256 bytes ask for 512, none for 256.
   static constexpr size_t AreaBytes(uint32_t size) { return (size_t{size} & ~size_t{0xFF}) + 256; }
 
-  uint32_t Unread() const { return size - readPosition; }
-  // Copies up to `wanted` unread bytes and moves on; the number copied.
-  uint32_t Read(uint8_t* target, uint32_t wanted);
-
   std::unique_ptr<uint8_t[]> data;
-  uint32_t size = 0;          // bytes of audio
-  uint32_t readPosition = 0;  // bytes already copied out
+  uint32_t size = 0;  // bytes of audio; how many of the first block are copied out, its queue knows
   std::unique_ptr<CWaveBlock> next;
 
   // Kept, never read by the library.

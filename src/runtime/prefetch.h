@@ -16,4 +16,11 @@ inline void Prefetch(const void* memory, size_t bytes = 1) {
   }
 }
 
+inline void PrefetchToWrite(void* memory, size_t bytes) {
+  auto* const first = static_cast<char*>(memory);
+  for (size_t at = 0; at < bytes; at += kCacheLineBytes) {
+    __builtin_prefetch(first + at, 1);
+  }
+}
+
 }  // namespace zelk

@@ -36,8 +36,16 @@ constexpr size_t kForeseen = 16;
 void CAudioPacer::Run(CStopFlag& stop) {
   CPacerSchedule schedule(TickMs());
   while (!stop.IsSet()) {
-    if (const uint32_t waitMs = Turn(schedule, TickMs(), stop))
+    const uint32_t waitMs = Turn(schedule, TickMs(), stop);
+    if (waitMs == 0)
+      continue;
+    if (atRest) {
+      rings.Rest().Sleep(movesBefore, stop);
+      schedule.Skip(TickMs());
+      atRest = false;
+    } else {
       stop.SleepFor(waitMs);
+    }
   }
 }
 
@@ -51,13 +59,14 @@ uint32_t CAudioPacer::Turn(CPacerSchedule& schedule, uint32_t now, const CStopFl
 void CAudioPacer::Pass(const CStopFlag& stop) {
   // Once a pass: a hook that is removed meanwhile still gets the blocks of this one, so none is lost.
   IMediaHook* hook = controls.hook.load(std::memory_order_acquire);
+  atRest = hook != nullptr;
   if (hook == nullptr)
     return;
+  movesBefore = rings.Rest().Moves();
   CFillRegister::CEntry entry(controls.fills);
   FindDigitsOfAll();
   for (size_t position = 0; position < rings.PositionCount() && !stop.IsSet(); ++position) {
-    if (position + kForeseen < rings.PositionCount())
-      hook->Foresee(TrunkOf(position + kForeseen), TimeslotOf(position + kForeseen));
+    Foresee(*hook, position + kForeseen);
     if (!RefillTransmit(*hook, position, stop, entry) || !DeliverReceived(*hook, position, stop))
       return;
   }
@@ -75,10 +84,18 @@ void CAudioPacer::FindDigitsOfAll() {
   FindDigits(jobs.data(), count);
 }
 
+void CAudioPacer::Foresee(IMediaHook& hook, size_t position) {
+  if (position >= rings.PositionCount())
+    return;
+  rings.Transmit().Foresee(position);
+  hook.Foresee(TrunkOf(position), TimeslotOf(position));
+}
+
 bool CAudioPacer::RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop,
                                  CFillRegister::CEntry& entry) {
   CBlockPool& pool = rings.Transmit();
   while (const SPoolBlock block = pool.NextFree(position)) {
+    atRest = false;
     fill.Begin(block.data, controls.flushCounts[position].load(std::memory_order_acquire), block.note->uniform);
     block.note->uniform = kNotUniform;  // until the fill is through
     Fill(hook, position, entry);
@@ -108,6 +125,7 @@ void CAudioPacer::Fill(IMediaHook& hook, size_t position, CFillRegister::CEntry&
 bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop) {
   CBlockPool& pool = rings.Receive();
   while (const SPoolBlock block = pool.NextReady(position)) {
+    atRest = false;
     if (rings.DetectsDigits(position)) {
       if (!std::exchange(isSearched[position], false))
         rings.Detector(position).ProcessBlock(block.data, kBlockBytes);

@@ -27,9 +27,12 @@ class CAudioPacer {
   uint32_t Turn(CPacerSchedule& schedule, uint32_t now, const CStopFlag& stop);
   // Every position once; nothing without a hook. Ends early when the flag is set.
   void Pass(const CStopFlag& stop);
+  // Whether the last pass had a hook and found no block to fill or to deliver, with the moves of before.
+  bool IsAtRest() const { return atRest; }
 
  private:
   void FindDigitsOfAll();
+  void Foresee(IMediaHook& hook, size_t position);
   // Each is false when the stop flag was set meanwhile.
   bool RefillTransmit(IMediaHook& hook, size_t position, const CStopFlag& stop, CFillRegister::CEntry& entry);
   bool DeliverReceived(IMediaHook& hook, size_t position, const CStopFlag& stop);
@@ -39,6 +42,8 @@ class CAudioPacer {
   SAudioControls& controls;
   CCardRings& rings;
   SBlockFill fill;
+  uint32_t movesBefore = 0;  // the last pass
+  bool atRest = false;
   std::array<SDigitJob, kMaxPositions> jobs{};
   std::array<bool, kMaxPositions> isSearched{};  // the digits of the position's oldest block are found
 };

@@ -34,7 +34,10 @@ class CAudioSession : private IPacketSink {
   void RunReceiver() { receiver.Run(socket, cardAddress); }
   void RunPacer() { pacer.Run(stop); }
 
-  void Stop() { stop.Set(); }
+  void Stop() {
+    stop.Set();
+    rings.Rest().Wake();
+  }
   void CloseSocket() { socket.Close(); }
 
  private:

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "runtime/e1.h"
+#include "runtime/prefetch.h"
 
 namespace zelk {
 
@@ -58,6 +59,11 @@ class CBlockPool {
     return Between(emptied[position].load(std::memory_order_acquire), own) < blockCount ? At(position, own)
                                                                                         : SPoolBlock();
   }
+  // Asks for the memory of that block, if it is likely to be written.
+  void Foresee(size_t position) {
+    if (const SPoolBlock block = NextFree(position); block && block.note->uniform == kNotUniform)
+      PrefetchToWrite(block.data, kBlockBytes);
+  }
   // Hands the block that NextFree gave, with its note, to the other side.
   void PushReady(size_t position) { Step(filled[position]); }
 
@@ -78,7 +84,6 @@ class CBlockPool {
  private:
   // Counters run to twice the number of blocks, so that full and empty stay apart.
   using Counters = std::array<std::atomic<uint32_t>, kMaxPositions>;
-  static constexpr size_t kCacheLine = 64;
 
   uint32_t Between(uint32_t from, uint32_t to) const { return to >= from ? to - from : to + 2 * blockCount - from; }
   void Step(std::atomic<uint32_t>& counter) const {
@@ -94,8 +99,8 @@ class CBlockPool {
   std::unique_ptr<SBlockNote[]> notes;
   size_t positionCount = 0;
   uint32_t blockCount = 0;
-  alignas(kCacheLine) Counters filled{};   // written by the filling thread
-  alignas(kCacheLine) Counters emptied{};  // written by the emptying one
+  alignas(kCacheLineBytes) Counters filled{};   // written by the filling thread
+  alignas(kCacheLineBytes) Counters emptied{};  // written by the emptying one
 };
 
 }  // namespace zelk

@@ -8,6 +8,7 @@
 #include "dsp/dtmf_decode.h"
 #include "runtime/config.h"
 #include "stream/block_pool.h"
+#include "stream/pacer_rest.h"
 
 namespace zelk {
 
@@ -27,6 +28,7 @@ class CCardRings {
   void ResetDetectors(const SDtmfSettings& settings);
 
   size_t PositionCount() const { return positions; }
+  CPacerRest& Rest() { return rest; }
   CBlockPool& Transmit() { return transmit; }
   CBlockPool& Receive() { return receive; }
   CDtmfDecode& Detector(size_t position) { return detectors[position]; }
@@ -35,6 +37,7 @@ class CCardRings {
 
  private:
   size_t positions = 0;
+  CPacerRest rest;
   CBlockPool transmit;
   CBlockPool receive;
   std::array<CDtmfDecode, kMaxPositions> detectors;

@@ -40,6 +40,7 @@ void CDemultiplexer::TurnBlocks() {
     blocks[i] = pool.NextFree(i).data;
   }
   fill = 0;
+  rings->Rest().Wake();
 }
 
 }  // namespace zelk

@@ -64,6 +64,7 @@ bool CMultiplexer::TurnBlocks() {
   }
   BlocksToRows(sources.data(), positions, rows.get());
   next = 0;
+  rings->Rest().Wake();
   return true;
 }
 

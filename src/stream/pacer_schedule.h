@@ -16,6 +16,8 @@ class CPacerSchedule {
   explicit CPacerSchedule(uint32_t now) : due(now) {}
   // True: do one pass now. False: sleep waitMs first. The counter may wrap.
   bool PassDue(uint32_t now, uint32_t& waitMs);
+  // The passes up to now would have found nothing to do: none of them is made up for.
+  void Skip(uint32_t now) { due += (now - due) / kPeriodMs * kPeriodMs; }
 
  private:
   uint32_t due;  // when the pass after the last one began to count

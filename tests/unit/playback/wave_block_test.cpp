@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 
 #include "support/allocation_probe.h"
 
@@ -21,21 +20,9 @@ TEST(WaveBlock, DataAreaIsTheSizeCutTo256PlusAnother256) {
   EXPECT_EQ(support::LargestAllocation(), 512U);
   ASSERT_TRUE(block);
   EXPECT_EQ(block->size, 256U);
-  EXPECT_EQ(block->readPosition, 0U);
   EXPECT_EQ(block->owner, 5U);
   EXPECT_EQ(block->reserved, (std::array<uint32_t, 2>{}));
   EXPECT_FALSE(block->next);
-}
-
-TEST(WaveBlock, ReadsItsBytesOnceInOrder) {
-  const auto block = CWaveBlock::Create(5, 0);
-  std::memcpy(block->data.get(), "abcde", 5);
-  std::array<uint8_t, 8> target{};
-  EXPECT_EQ(block->Read(target.data(), 3), 3U);
-  EXPECT_EQ(block->Unread(), 2U);
-  EXPECT_EQ(block->Read(target.data() + 3, 5), 2U);
-  EXPECT_EQ(block->Read(target.data(), 5), 0U);
-  EXPECT_EQ(std::memcmp(target.data(), "abcde\0\0\0", 8), 0);
 }
 
 TEST(WaveBlock, IsNullAndLeaksNothingWhenEitherAllocationFails) {

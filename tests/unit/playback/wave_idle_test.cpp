@@ -101,7 +101,9 @@ TEST_F(WaveIdle, WhetherItIsBusyIsShownAfterEveryChange) {
       [&] { wave.Flush(); },
       [&] { Queue(static_cast<uint32_t>(random() % 400)); },
       [&] { wave.PlayMarkSent(); },
-      [&] { wave.SetFormat({7, 1, 8000, 8000, 1, 8, 0}); },
+      [&] {
+        wave.SetFormat({7, 1, 8000, 8000, 1, 8, 0});
+      },
       [&] { wave.SetFormat(SWaveFormat{}); },
       [&] { wave.StartRecord(500); },
       [&] { wave.SetDataCallback([](uint32_t, uint64_t, uint8_t*, uint32_t) {}, 0); },
