@@ -72,6 +72,14 @@ class CBlockPool {
     const uint32_t own = emptied[position].load(std::memory_order_relaxed);
     return filled[position].load(std::memory_order_acquire) != own ? At(position, own) : SPoolBlock();
   }
+  // Asks for the memory of the oldest ready block, or of the one after it.
+  void ForeseeReady(size_t position, bool after) {
+    uint32_t counter = emptied[position].load(std::memory_order_relaxed);
+    if (after)
+      counter = After(counter);
+    if (counter != filled[position].load(std::memory_order_acquire))
+      Prefetch(At(position, counter).data, kBlockBytes);
+  }
   // Gives the block that NextReady gave back to be filled.
   void PushFree(size_t position) { Step(emptied[position]); }
 
@@ -86,9 +94,9 @@ class CBlockPool {
   using Counters = std::array<std::atomic<uint32_t>, kMaxPositions>;
 
   uint32_t Between(uint32_t from, uint32_t to) const { return to >= from ? to - from : to + 2 * blockCount - from; }
+  uint32_t After(uint32_t counter) const { return counter + 1 == 2 * blockCount ? 0 : counter + 1; }
   void Step(std::atomic<uint32_t>& counter) const {
-    const uint32_t next = counter.load(std::memory_order_relaxed) + 1;
-    counter.store(next == 2 * blockCount ? 0 : next, std::memory_order_release);
+    counter.store(After(counter.load(std::memory_order_relaxed)), std::memory_order_release);
   }
   SPoolBlock At(size_t position, uint32_t counter) {
     const size_t block = (counter < blockCount ? counter : counter - blockCount) * positionCount + position;

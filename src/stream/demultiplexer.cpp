@@ -6,6 +6,7 @@
 #include <new>
 
 #include "dsp/transpose.h"
+#include "runtime/prefetch.h"
 
 namespace zelk {
 
@@ -24,9 +25,18 @@ void CDemultiplexer::Add(const uint8_t* samples, size_t frames) {
       TurnBlocks();
     const size_t count = std::min(frames, kBlockBytes - fill);
     std::memcpy(rows.get() + fill * frameBytes, samples, count * frameBytes);
+    Foresee(fill * frameBytes / kBlockBytes, (fill + count) * frameBytes / kBlockBytes);
     samples += count * frameBytes;
     frames -= count;
     fill += count;
+  }
+}
+
+// The blocks that will be written in at most 20 ms, a few with each packet.
+void CDemultiplexer::Foresee(size_t first, size_t end) {
+  for (size_t i = first; i < end; ++i) {
+    if (blocks[i] != nullptr)
+      PrefetchToWrite(blocks[i], kBlockBytes);
   }
 }
 

@@ -21,6 +21,7 @@ class CDemultiplexer {
   void Add(const uint8_t* samples, size_t frames);
 
  private:
+  void Foresee(size_t first, size_t end);
   void TurnBlocks();
 
   CCardRings* rings = nullptr;

@@ -48,6 +48,9 @@ bool CMultiplexer::CopyFrames(uint8_t* target, size_t frames) {
       return false;
     const size_t count = std::min(frames, kBlockBytes - next);
     std::memcpy(target, rows.get() + next * frameBytes, count * frameBytes);
+    // The blocks that will be read in at most 20 ms, a few with each packet.
+    for (size_t i = next * frameBytes / kBlockBytes; i < (next + count) * frameBytes / kBlockBytes; ++i)
+      rings->Transmit().ForeseeReady(i, columns[i].hasBlock);
     target += count * frameBytes;
     frames -= count;
     next += count;

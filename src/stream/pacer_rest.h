@@ -9,10 +9,9 @@
 
 namespace zelk {
 
-// Lets a pacer sleep on while its card has no audio: a pass that found nothing to do is followed by others that do, until
-// the receive thread moves a block.
-// Thread: Wake any; Moves and Sleep pacer. Sleep blocks up to kLongestMs; Wake never does, and costs a thread that finds
-// nobody asleep one atomic operation.
+// Lets a pacer sleep on while its card has no audio: a pass that found nothing to do is followed by others that do,
+// until the receive thread moves a block. Thread: Wake any; Moves and Sleep pacer. Sleep blocks up to kLongestMs; Wake
+// never does, and costs a thread that finds nobody asleep one atomic operation.
 class CPacerRest {
  public:
   static constexpr uint32_t kLongestMs = 500;
