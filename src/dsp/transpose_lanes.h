@@ -4,8 +4,8 @@
 #include "dsp/transpose.h"
 
 // The vector form, compiled into each source that includes this, at the width of its registers: one tile of 16 x 16
-// bytes, or two side by side. Nothing here has external linkage: the linker would keep one copy for all, and it could be
-// one for newer machines.
+// bytes, or two side by side. Nothing here has external linkage: the linker would keep one copy for all, and it could
+// be one for newer machines.
 namespace zelk {
 namespace {
 namespace turning {

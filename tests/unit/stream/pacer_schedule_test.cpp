@@ -37,5 +37,21 @@ TEST(PacerSchedule, TheCounterMayWrap) {
   EXPECT_EQ(wait, 20U);
 }
 
+// A pacer that rested: what was due meanwhile is not made up for, and the grid is the old one.
+TEST(PacerSchedule, SkippedPassesAreGoneAndTheGridStays) {
+  for (const uint32_t start : {0U, 1000U, 0xFFFFFFF0U}) {
+    CPacerSchedule schedule(start);
+    uint32_t waitMs = 0;
+    schedule.Skip(start + 107);
+    EXPECT_FALSE(schedule.PassDue(start + 107, waitMs));
+    EXPECT_EQ(waitMs, 13U);
+    EXPECT_TRUE(schedule.PassDue(start + 120, waitMs));
+    EXPECT_FALSE(schedule.PassDue(start + 120, waitMs));
+    schedule.Skip(start + 125);
+    EXPECT_FALSE(schedule.PassDue(start + 139, waitMs));
+    EXPECT_TRUE(schedule.PassDue(start + 140, waitMs));
+  }
+}
+
 }  // namespace
 }  // namespace zelk

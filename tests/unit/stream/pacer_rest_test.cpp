@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "stream/pacer_rest.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "audio_pacer_fixture.h"
+#include "platform/clock.h"
+#include "platform/event.h"
+
+namespace zelk {
+namespace {
+
+TEST(PacerRest, AMoveSinceTheLookEndsTheSleepBeforeItBegins) {
+  CPacerRest rest;
+  CStopFlag stop;
+  const uint32_t seen = rest.Moves();
+  rest.Wake();
+  const uint32_t before = TickMs();
+  rest.Sleep(seen, stop);
+  EXPECT_LT(TickMs() - before, CPacerRest::kLongestMs / 2);
+}
+
+TEST(PacerRest, NobodySleepsOnceTheThreadIsStopped) {
+  CPacerRest rest;
+  CStopFlag stop;
+  stop.Set();
+  const uint32_t before = TickMs();
+  rest.Sleep(rest.Moves(), stop);
+  EXPECT_LT(TickMs() - before, CPacerRest::kLongestMs / 2);
+}
+
+TEST(PacerRest, WithoutAMoveItSleepsForItsTime) {
+  CPacerRest rest;
+  CStopFlag stop;
+  const uint32_t before = TickMs();
+  rest.Sleep(rest.Moves(), stop);
+  EXPECT_GE(TickMs() - before, CPacerRest::kLongestMs - 1);
+}
+
+// Whatever moment the move comes at: a sleeper that missed one would sleep for its time in each of many turns.
+TEST(PacerRest, NoMoveIsMissed) {
+  constexpr uint32_t kTurns = 2000;
+  CPacerRest rest;
+  CStopFlag stop;
+  std::atomic<uint32_t> awake{0};
+  std::thread sleeper([&] {
+    for (uint32_t turn = 0; turn < kTurns; ++turn) {
+      const uint32_t seen = rest.Moves();
+      awake = turn + 1;
+      rest.Sleep(seen, stop);
+    }
+  });
+  const uint32_t before = TickMs();
+  for (uint32_t turn = 1; turn <= kTurns; ++turn) {
+    while (awake < turn)
+      std::this_thread::yield();
+    rest.Wake();
+  }
+  sleeper.join();
+  EXPECT_LT(TickMs() - before, kTurns * CPacerRest::kLongestMs / 20);
+}
+
+class RestingPacer : public AudioPacer {
+ protected:
+  // Everything that the line does in 20 ms at one position: a block comes and one is sent.
+  void LineGoesOn(size_t position) {
+    const std::vector<uint8_t> silence(160, 0xD5);
+    Receive(position, silence.data());
+    if (rings.Transmit().NextReady(position))
+      rings.Transmit().PushFree(position);
+  }
+};
+
+TEST_F(RestingPacer, RestsOnlyAfterAPassThatFoundNothing) {
+  pacer.Pass(stop);
+  EXPECT_FALSE(pacer.IsAtRest());  // it filled the transmit ring
+  pacer.Pass(stop);
+  EXPECT_TRUE(pacer.IsAtRest());
+  LineGoesOn(7);
+  pacer.Pass(stop);
+  EXPECT_FALSE(pacer.IsAtRest());
+}
+
+TEST_F(RestingPacer, DoesNotRestBeforeItHasAHook) {
+  controls.hook = nullptr;
+  pacer.Pass(stop);
+  EXPECT_FALSE(pacer.IsAtRest());
+}
+
+// The thread itself: it is asleep for long when the block comes, and serves it in the next pass of its grid.
+TEST_F(RestingPacer, AMovedBlockEndsTheRest) {
+  class CTelling : public CIdleHook {
+   public:
+    void OnCall(EMediaCall call) override {
+      if (call == EMediaCall::kBlockReceived)
+        received.Set();
+    }
+    CEvent received;
+  } telling;
+  controls.hook = &telling;
+  pacer.Pass(stop);  // the transmit ring is full when the thread starts
+  std::thread thread([this] { pacer.Run(stop); });
+  for (int turn = 0; turn < 5; ++turn) {
+    telling.received.Reset();
+    LineGoesOn(3);
+    rings.Rest().Wake();
+    EXPECT_TRUE(telling.received.WaitFor(CPacerRest::kLongestMs / 2)) << turn;
+  }
+  stop.Set();
+  rings.Rest().Wake();
+  thread.join();
+}
+
+}  // namespace
+}  // namespace zelk
