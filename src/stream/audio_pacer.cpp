@@ -40,7 +40,7 @@ void CAudioPacer::Run(CStopFlag& stop) {
     if (waitMs == 0)
       continue;
     if (atRest) {
-      rings.Rest().Sleep(movesBefore, stop);
+      rings.Rest().WaitForMove(movesBefore, stop);
       schedule.Skip(TickMs());
       atRest = false;
     } else {

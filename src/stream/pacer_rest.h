@@ -10,8 +10,8 @@
 namespace zelk {
 
 // Lets a pacer sleep on while its card has no audio: a pass that found nothing to do is followed by others that do,
-// until the receive thread moves a block. Thread: Wake any; Moves and Sleep pacer. Sleep blocks up to kLongestMs; Wake
-// never does, and costs a thread that finds nobody asleep one atomic operation.
+// until the receive thread moves a block. Thread: Wake any; Moves and WaitForMove pacer. WaitForMove blocks up to
+// kLongestMs; Wake never does, and costs a thread that finds nobody asleep one atomic operation.
 class CPacerRest {
  public:
   static constexpr uint32_t kLongestMs = 500;
@@ -24,7 +24,7 @@ class CPacerRest {
   }
   uint32_t Moves() const { return moves; }
   // Returns at once when something has moved since there were so many moves.
-  void Sleep(uint32_t seenMoves, const CStopFlag& stop) {
+  void WaitForMove(uint32_t seenMoves, const CStopFlag& stop) {
     wake.Reset();
     // In this order, and Wake's in its own: either the move is seen here, or the sleeper there.
     resting = true;

@@ -19,7 +19,7 @@ TEST(PacerRest, AMoveSinceTheLookEndsTheSleepBeforeItBegins) {
   const uint32_t seen = rest.Moves();
   rest.Wake();
   const uint32_t before = TickMs();
-  rest.Sleep(seen, stop);
+  rest.WaitForMove(seen, stop);
   EXPECT_LT(TickMs() - before, CPacerRest::kLongestMs / 2);
 }
 
@@ -28,7 +28,7 @@ TEST(PacerRest, NobodySleepsOnceTheThreadIsStopped) {
   CStopFlag stop;
   stop.Set();
   const uint32_t before = TickMs();
-  rest.Sleep(rest.Moves(), stop);
+  rest.WaitForMove(rest.Moves(), stop);
   EXPECT_LT(TickMs() - before, CPacerRest::kLongestMs / 2);
 }
 
@@ -36,7 +36,7 @@ TEST(PacerRest, WithoutAMoveItSleepsForItsTime) {
   CPacerRest rest;
   CStopFlag stop;
   const uint32_t before = TickMs();
-  rest.Sleep(rest.Moves(), stop);
+  rest.WaitForMove(rest.Moves(), stop);
   EXPECT_GE(TickMs() - before, CPacerRest::kLongestMs - 1);
 }
 
@@ -50,7 +50,7 @@ TEST(PacerRest, NoMoveIsMissed) {
     for (uint32_t turn = 0; turn < kTurns; ++turn) {
       const uint32_t seen = rest.Moves();
       awake = turn + 1;
-      rest.Sleep(seen, stop);
+      rest.WaitForMove(seen, stop);
     }
   });
   const uint32_t before = TickMs();
