@@ -87,7 +87,7 @@ char* PutTag(char* to, int32_t channel) {
 
 // By hand, because printf would take most of the time that a line costs its caller.
 CLogLine::CLogLine(const SLocalTime& time, const char* text, int32_t channel) {
-  const std::string_view shown = text == nullptr ? std::string_view() : std::string_view(text);
+  const std::string_view shown = text == nullptr ? "" : text;
   const auto headChars = static_cast<size_t>(PutTag(PutTime(start, time), channel) - start);
   const size_t textChars = std::min(shown.size(), kMaxFormattedChars - headChars);
   const size_t endChars = std::min(kEnd.size(), kMaxFormattedChars - headChars - textChars);
