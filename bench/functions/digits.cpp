@@ -62,7 +62,7 @@ Sound Of(EKind kind, unsigned channel) {
     }
     case EKind::kTones: {
       Sound digits = cardsim::RenderDtmf("123A456B789C*0#D", {.onMs = 60, .offMs = 60, .level = -10});
-      const auto from = digits.begin() + static_cast<ptrdiff_t>(31 * channel % (digits.size() - kSamples));
+      const auto from = digits.begin() + static_cast<ptrdiff_t>(size_t{31} * channel % (digits.size() - kSamples));
       return {from, from + kSamples};
     }
     case EKind::kIdle:

@@ -28,7 +28,7 @@ namespace {
 using zelk::kTimeslotsPerTrunk;
 
 constexpr size_t kFrames = 5;
-constexpr size_t kStride = 8 * kTimeslotsPerTrunk;
+constexpr size_t kStride = size_t{8} * kTimeslotsPerTrunk;
 constexpr size_t kPackets = 1600;
 constexpr int kAdaption = 1;
 

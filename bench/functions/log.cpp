@@ -180,9 +180,10 @@ void Run(benchmark::State& state, int callers, bool isFormatted) {
 template <class Logger>
 void Register(const std::string& subject) {
   for (const int callers : {1, 4}) {
-    const std::string suffix = callers == 1 ? "/" : "-" + std::to_string(callers) + "-callers/";
+    const std::string suffix =
+        callers == 1 ? "/" : std::string("-").append(std::to_string(callers)).append("-callers/");
     for (const bool isFormatted : {false, true}) {
-      const std::string name = std::string(isFormatted ? "log/formatted" : "log/line") + suffix + subject;
+      const std::string name = std::string(isFormatted ? "log/formatted" : "log/line").append(suffix).append(subject);
       benchmark::RegisterBenchmark(name.c_str(), [callers, isFormatted](benchmark::State& state) {
         Run<Logger>(state, callers, isFormatted);
       })->UseManualTime();
