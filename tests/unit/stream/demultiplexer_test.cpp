@@ -81,6 +81,14 @@ TEST_F(Demultiplexer, With32BlocksA640MsBacklogIsKeptAndWhatComesBeyondIsLost) {
   EXPECT_EQ(next.data[0], static_cast<uint8_t>(42 * 160 + 9));
 }
 
+TEST_F(Demultiplexer, TellsARestingPacerWhenBlocksLeaveAndNotBefore) {
+  Create(4);
+  Add(160);
+  EXPECT_EQ(rings.Rest().Moves(), 0U);
+  Add(1);
+  EXPECT_EQ(rings.Rest().Moves(), 1U);
+}
+
 TEST_F(Demultiplexer, WithoutBlocksEverythingIsLost) {
   Create(0);
   Add(1000);

@@ -103,6 +103,13 @@ TEST_F(Multiplexer, WhatStandsInTheRowsAlreadyIsNotTurnedAgain) {
   }
 }
 
+TEST_F(Multiplexer, TellsARestingPacerWhenBlocksAreTakenAndNotBefore) {
+  Copy(160);
+  EXPECT_EQ(rings.Rest().Moves(), 0U);
+  Copy(1);
+  EXPECT_EQ(rings.Rest().Moves(), 1U);
+}
+
 TEST_F(Multiplexer, WithoutAHookAMarkIsForgotten) {
   controls.hook = nullptr;
   Push(8, true);
