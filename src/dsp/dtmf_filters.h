@@ -5,13 +5,14 @@
 #include <cstdint>
 
 #include "platform/instruction_set.h"
+#include "runtime/e1.h"
 
 namespace zelk {
 
 // The digit detector's work on samples, for each instruction set: everything in it that costs time a sample.
 // A block here is the 102 A-law bytes of one analysis. Thread: any; constant tables, no state.
 constexpr size_t kDtmfBlock = 102;
-constexpr size_t kDelivered = 160;
+constexpr size_t kDelivered = kBlockBytes;
 constexpr size_t kTonesOfGroup = 4;
 constexpr size_t kMostLanes = 8;
 constexpr size_t kDtmfHalfRoom = 64;

@@ -14,6 +14,8 @@ namespace zelk {
 // a time: a byte costs a twentieth of what it costs one by one.
 // positions is a multiple of 32, a trunk's. Thread: any; no state.
 
+constexpr size_t kTurnedTogether = 16;  // positions
+
 // Writes each position's 160 bytes to its block; a null block is left out.
 void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks);
 // Fills the 160 rows from each position's block. Of 16 positions, from a multiple of 16 on, all blocks are null or

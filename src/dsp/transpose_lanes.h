@@ -10,7 +10,7 @@ namespace zelk {
 namespace {
 namespace turning {
 
-constexpr size_t kTile = 16;
+constexpr size_t kTile = kTurnedTogether;
 #if defined(__AVX2__)
 constexpr size_t kTiles = 2;
 #else

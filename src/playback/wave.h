@@ -11,6 +11,7 @@
 #include "playback/buffer.h"
 #include "playback/dword_queue.h"
 #include "playback/wave_block.h"
+#include "runtime/e1.h"
 #include "runtime/prefetch.h"
 
 namespace zelk {
@@ -76,7 +77,7 @@ class alignas(kCacheLineBytes) CWave {
   void ShowBusyIn(std::atomic<bool>& place);
   // Asks for the memory of what a fill looks at, and of what it will copy.
   void ForeseeState() const { Prefetch(this, 2 * kCacheLineBytes); }
-  void ForeseeAudio() const { Prefetch(nextAudio.load(std::memory_order_relaxed), kFillBytes); }
+  void ForeseeAudio() const { Prefetch(nextAudio.load(std::memory_order_relaxed), kBlockBytes); }
   // The byte of the format's silence.
   uint8_t Silence() const { return silence.load(std::memory_order_relaxed); }
   // The flush count at the moment when the bytes were taken: a later stop is meant for them, an earlier one is not.
@@ -117,8 +118,6 @@ class alignas(kCacheLineBytes) CWave {
   uint32_t CopyQueued(uint8_t* data, uint32_t length) ZELK_REQUIRES(lock);
   void StoreFormat(const SWaveFormat& value) ZELK_REQUIRES(lock);
   void CallDataCallback(uint32_t direction, uint8_t* data, uint32_t length);
-
-  static constexpr size_t kFillBytes = 160;
 
   // What a fill looks at stands together, from the object's first cache line on.
   std::atomic<bool> open{false};

@@ -7,8 +7,8 @@
 namespace zelk {
 
 // Tells when a receive thread cannot keep up with its card: whenever it looked, for two seconds, a packet waited. After
-// a stall a thread that can keep up is through with what waited long before that. Pure. Thread: receive. The time of
-// the last line is the card's, so that a card opened again does not repeat it.
+// a stall a thread that can keep up is through with what waited long before that.
+// Pure. Thread: receive. The time of the last line is the card's, so that a card opened again does not repeat it.
 class CBacklogWatch {
  public:
   static constexpr uint32_t kBehindMs = 2000;

@@ -12,8 +12,6 @@
 namespace zelk {
 namespace {
 
-constexpr size_t kGroup = 16;  // positions that BlocksToRows turns together
-
 using Block = std::array<uint8_t, kBlockBytes>;
 
 constexpr Block MakeIdleBlock() {
@@ -61,7 +59,7 @@ bool CMultiplexer::CopyFrames(uint8_t* target, size_t frames) {
 bool CMultiplexer::TurnBlocks() {
   std::array<const uint8_t*, kMaxPositions> sources;
   const size_t positions = rings->PositionCount();
-  for (size_t first = 0; first < positions; first += kGroup) {
+  for (size_t first = 0; first < positions; first += kTurnedTogether) {
     if (!TakeGroup(first, &sources[first]))
       return false;
   }
@@ -75,13 +73,13 @@ bool CMultiplexer::TurnBlocks() {
 // card with idle lines sends costs nothing to turn. False after a stop.
 bool CMultiplexer::TakeGroup(size_t first, const uint8_t** sources) {
   bool changes = false;
-  for (size_t i = 0; i < kGroup; ++i) {
+  for (size_t i = 0; i < kTurnedTogether; ++i) {
     sources[i] = TakeBlock(first + i, changes);
     if (sources[i] == nullptr)
       return false;
   }
   if (!changes)
-    std::fill_n(sources, kGroup, nullptr);
+    std::fill_n(sources, kTurnedTogether, nullptr);
   return true;
 }
 
