@@ -9,10 +9,12 @@ void CApplicationEvents::Post(uint32_t channel, EApplicationEvent event, int32_t
   }
 }
 
-void CApplicationEvents::Record(uint32_t channel, const uint8_t* data, uint32_t length) const {
-  if (ZelkRecordCallback callback = recordCallback) {
+bool CApplicationEvents::Record(uint32_t channel, const uint8_t* data, uint32_t length) const {
+  ZelkRecordCallback callback = recordCallback;
+  if (callback != nullptr) {
     callback(channel, data, length);
   }
+  return callback != nullptr;
 }
 
 // Constant-initialised: ready before any constructor runs.

@@ -34,7 +34,8 @@ class CApplicationEvents {
   void Post(uint32_t channel, EApplicationEvent event, int32_t param) const;
   // Null when the application has none.
   ZelkPlayCallback PlayCallback() const { return playCallback; }
-  void Record(uint32_t channel, const uint8_t* data, uint32_t length) const;
+  // Whether the application has one, and so has had the block.
+  bool Record(uint32_t channel, const uint8_t* data, uint32_t length) const;
 
  private:
   std::atomic<ZelkEventCallback> eventCallback{nullptr};

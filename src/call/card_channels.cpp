@@ -32,12 +32,11 @@ CCardChannels::SSlots CCardChannels::SlotsOfCard() const {
 }
 
 void CCardChannels::Foresee(size_t slot) const {
-  if (const CDevice* device = table.At(slot); device != nullptr && table.IsBusy(slot))
-    device->Wave().ForeseeState();
+  if (table.At(slot) != nullptr && table.IsBusy(slot))
+    table.Wave(slot).ForeseeState();
   // Whoever's it is: nothing of it is told.
-  if (const CDevice* device = slot >= kHalfWay ? table.At(slot - kHalfWay) : nullptr;
-      device != nullptr && table.IsBusy(slot - kHalfWay))
-    device->Wave().ForeseeAudio();
+  if (slot >= kHalfWay && table.At(slot - kHalfWay) != nullptr && table.IsBusy(slot - kHalfWay))
+    table.Wave(slot - kHalfWay).ForeseeAudio();
 }
 
 }  // namespace zelk

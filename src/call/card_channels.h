@@ -43,6 +43,7 @@ class CCardChannels {
   // The channel in a slot when it is this card's, else null.
   CDevice* At(size_t slot) const { return table.At(slot, cardIndex); }
   // Of a slot that At gives a channel for.
+  CWave& Wave(size_t slot) const { return table.Wave(slot); }
   bool IsBusy(size_t slot) const { return table.IsBusy(slot); }
   // Asks for the memory that a fill looks at: the channel's record, and what the record of the one half way there
   // says of its audio.

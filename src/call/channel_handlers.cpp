@@ -87,8 +87,8 @@ void CChannelHandlers::OnMarkSent(uint32_t trunk, uint32_t timeslot) {
   media.OnMarkSent(trunk, timeslot);
 }
 
-void CChannelHandlers::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) {
-  media.OnBlockReceived(trunk, timeslot, block);
+bool CChannelHandlers::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) {
+  return media.OnBlockReceived(trunk, timeslot, block);
 }
 
 void CChannelHandlers::OnDigit(uint32_t trunk, uint32_t timeslot, char digit) {

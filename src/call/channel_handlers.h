@@ -39,7 +39,7 @@ class CChannelHandlers : public ICardHandlers {
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) override;
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) override;
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) override;
-  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override;
+  bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override;
   void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) override;
   uint32_t FirstGlobalTrunk() const override;
 

@@ -23,8 +23,8 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
   size_t slot = 0;
   if (!FindSlot(trunk, timeslot, slot)) {
     fill.FillWith(0);
-  } else if (CDevice* device = channels.At(slot)) {
-    CWave& wave = device->Wave();
+  } else if (channels.At(slot) != nullptr) {
+    CWave& wave = channels.Wave(slot);
     if (!channels.IsBusy(slot)) {
       fill.FillWith(kALawSilence);
     } else if (wave.IsIdle()) {
@@ -41,8 +41,8 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
 
 bool CChannelMedia::EndsPlay(uint32_t trunk, uint32_t timeslot) const {
   size_t slot = 0;
-  CDevice* device = FindSlot(trunk, timeslot, slot) ? channels.At(slot) : nullptr;
-  return device != nullptr && channels.IsBusy(slot) && device->Wave().QueryPlayMark();
+  return FindSlot(trunk, timeslot, slot) && channels.At(slot) != nullptr && channels.IsBusy(slot) &&
+         channels.Wave(slot).QueryPlayMark();
 }
 
 void CChannelMedia::OnMarkSent(uint32_t trunk, uint32_t timeslot) const {
@@ -52,16 +52,20 @@ void CChannelMedia::OnMarkSent(uint32_t trunk, uint32_t timeslot) const {
   }
 }
 
-void CChannelMedia::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) const {
+bool CChannelMedia::OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) const {
   size_t slot = 0;
   if (!FindSlot(trunk, timeslot, slot)) {
     std::fill(block.begin(), block.end(), uint8_t{0});
-  } else if (CDevice* device = channels.At(slot)) {
-    if (channels.IsBusy(slot)) {
-      device->Wave().RecordTap(block.data(), kBlockBytes);
-    }
-    ApplicationEvents().Record(static_cast<uint32_t>(slot), block.data(), kBlockBytes);
+    return true;
   }
+  if (channels.At(slot) == nullptr) {
+    return false;
+  }
+  const bool isTapped = channels.IsBusy(slot);
+  if (isTapped) {
+    channels.Wave(slot).RecordTap(block.data(), kBlockBytes);
+  }
+  return ApplicationEvents().Record(static_cast<uint32_t>(slot), block.data(), kBlockBytes) || isTapped;
 }
 
 void CChannelMedia::OnDigit(uint32_t trunk, uint32_t timeslot, char digit) const {

@@ -20,7 +20,7 @@ class CChannelMedia {
   void FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fill) const;
   bool EndsPlay(uint32_t trunk, uint32_t timeslot) const;
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) const;
-  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) const;
+  bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) const;
   void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) const;
 
  private:

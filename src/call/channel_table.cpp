@@ -14,6 +14,7 @@ bool CChannelTable::Add(std::unique_ptr<CDevice> device) {
   }
   cards[static_cast<size_t>(channel)].store(static_cast<uint32_t>(device->CardIndex()), std::memory_order_relaxed);
   device->Wave().ShowBusyIn(busy[static_cast<size_t>(channel)]);
+  waves[static_cast<size_t>(channel)].store(&device->Wave(), std::memory_order_relaxed);
   slots[static_cast<size_t>(channel)].store(device.release(), std::memory_order_release);
   count.store(channel + 1, std::memory_order_release);
   return true;

@@ -38,6 +38,8 @@ class CChannelTable {
     CDevice* device = At(index);
     return device != nullptr && cards[index].load(std::memory_order_relaxed) == cardIndex ? device : nullptr;
   }
+  // The play queue of the channel in a slot that At gives one for. Nothing else of the channel is touched.
+  CWave& Wave(size_t index) const { return *waves[index].load(std::memory_order_relaxed); }
   // Whether the play queue of the slot's channel has anything to do but A-law silence (CWave::ShowBusyIn).
   bool IsBusy(size_t index) const { return busy[index].load(std::memory_order_acquire); }
   void CloseAll();
@@ -46,6 +48,7 @@ class CChannelTable {
  private:
   std::array<std::atomic<CDevice*>, kMaxChannels> slots = {};
   std::array<std::atomic<uint32_t>, kMaxChannels> cards = {};  // whose channel stands in each slot
+  std::array<std::atomic<CWave*>, kMaxChannels> waves = {};    // of the channel last in the slot
   std::array<std::atomic<bool>, kMaxChannels> busy = {};
   std::atomic<int32_t> count{0};
 };

@@ -32,7 +32,8 @@ CDevice::CDevice(CCard& ownCard, const SDevicePlace& ownPlace, int32_t direction
       firmwareVersion(ownCard.FirmwareVersion()),
       call(*this, direction),
       name(DisplayName(ownCard, ownPlace)),
-      wave(*this) {
+      wave(std::make_unique<CWave>(
+          *this, ownCard.Audio().FlushCounter(static_cast<uint32_t>(ownPlace.trunkIndex), ownPlace.timeslot))) {
   endQueue.Create(kDwordQueueCapacity);
   startQueue.Create(kDwordQueueCapacity);
 }
@@ -45,7 +46,7 @@ void CDevice::Open() {
   }
   ClearMessage();
   isOpen = true;
-  wave.Open();
+  wave->Open();
 }
 
 void CDevice::Close() {
@@ -54,7 +55,7 @@ void CDevice::Close() {
   }
   ClearMessage();
   call.CloseChannel();
-  wave.Close();
+  wave->Close();
   isOpen = false;
 }
 
@@ -177,10 +178,6 @@ void CDevice::SwitchEcho(bool on) {
 
 void CDevice::SilenceTransmit() {
   card.Audio().SilenceTransmit(static_cast<uint32_t>(place.trunkIndex), place.timeslot);
-}
-
-uint32_t CDevice::FlushCount() const {
-  return card.Audio().FlushCount(static_cast<uint32_t>(place.trunkIndex), place.timeslot);
 }
 
 int32_t CDevice::LogChannel() const {

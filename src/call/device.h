@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "call/call_state.h"
@@ -57,8 +58,8 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
 
   CCallState& Call() { return call; }
   const CCallState& Call() const { return call; }
-  CWave& Wave() { return wave; }
-  const CWave& Wave() const { return wave; }
+  CWave& Wave() { return *wave; }
+  const CWave& Wave() const { return *wave; }
   CDwordQueue& StartQueue() { return startQueue; }
   CDwordQueue& EndQueue() { return endQueue; }
 
@@ -99,7 +100,6 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
 
   void SwitchEcho(bool on) override;
   void SilenceTransmit() override;
-  uint32_t FlushCount() const override;
   int32_t LogChannel() const override;
 
  private:
@@ -132,7 +132,7 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
   CDwordQueue endQueue;
   CDwordQueue startQueue;
 
-  CWave wave;  // last: it is destroyed first and still calls up to this channel
+  const std::unique_ptr<CWave> wave;  // last: it is destroyed first and still calls up to this channel
 };
 
 }  // namespace zelk

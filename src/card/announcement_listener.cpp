@@ -6,8 +6,8 @@
 #include <exception>
 
 #include "platform/socket.h"
-#include "platform/stop_flag.h"
 #include "runtime/log.h"
+#include "runtime/stop_flag.h"
 
 namespace zelk {
 

@@ -9,8 +9,8 @@
 #include "card/trunk.h"
 #include "platform/ipv4_address.h"
 #include "platform/mutex.h"
-#include "platform/stop_flag.h"
 #include "platform/thread.h"
+#include "runtime/stop_flag.h"
 #include "stream/audio_stream.h"
 
 namespace zelk {

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "card/pri_adapter.h"
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 #include "stream/media_hook.h"
 
 namespace zelk {

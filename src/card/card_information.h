@@ -8,7 +8,7 @@
 
 #include "platform/event.h"
 #include "platform/mutex.h"
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 
 namespace zelk {
 

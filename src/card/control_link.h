@@ -7,7 +7,7 @@
 
 #include "platform/mutex.h"
 #include "platform/socket.h"
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 
 namespace zelk {
 

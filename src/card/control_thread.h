@@ -10,7 +10,7 @@
 #include "card/card_core.h"
 #include "card/control_parser.h"
 #include "card/hdlc_error_rule.h"
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 
 namespace zelk {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "platform/mutex.h"
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 
 namespace zelk {
 

@@ -33,12 +33,18 @@ char Decide(const SLaneEnergies& energies, size_t lane, const SDtmfSettings& thr
 // How many jobs ahead their memory is asked for: a quiet job takes less time than its memory to come.
 constexpr size_t kForeseen = 8;
 
+// The code of a byte: without sign and inversion.
+constexpr uint8_t CodeOf(int16_t byte) {
+  return static_cast<uint8_t>((byte ^ 0x55) & 0x7F);
+}
+
 void Foresee(const SDigitJob& job) {
   constexpr size_t kLine = 64;
-  for (size_t at = 0; at < kBlockBytes; at += kLine)
+  for (size_t at = 0; job.uniform < 0 && at < kBlockBytes; at += kLine)
     __builtin_prefetch(job.alaw + at);
   __builtin_prefetch(job.decoder, 1);
-  __builtin_prefetch(reinterpret_cast<const uint8_t*>(job.decoder) + kLine, 1);
+  if (job.uniform < 0)
+    __builtin_prefetch(reinterpret_cast<const uint8_t*>(job.decoder) + kLine, 1);
 }
 
 }  // namespace
@@ -57,6 +63,7 @@ class CDtmfBatch {
     char hit;
   };
 
+  static void KeepTail(CDtmfDecode& decoder, const SDigitJob& job);
   const uint8_t* Join(const CDtmfDecode& decoder, const uint8_t* alaw);
   void EndBlock(CDtmfDecode& decoder, const uint8_t* block, uint8_t loudest);
   void RunFilters(size_t candidateCount);
@@ -84,7 +91,7 @@ void CDtmfBatch::Take(const SDigitJob& job) {
   const size_t held = decoder.sampleCount;
   const uint8_t* const second = job.alaw + (kDtmfBlock - held);
   const bool endsTwo = 2 * kDtmfBlock - held <= kBlockBytes;
-  const uint8_t loudest = filters.loudest(job.alaw);
+  const uint8_t loudest = job.uniform < 0 ? filters.loudest(job.alaw) : CodeOf(job.uniform);
   const uint8_t loudestOfFirst = std::max(loudest, decoder.loudest);
   // Between digits, blocks without one change nothing.
   if (loudestOfFirst > kQuietCode || !decoder.IsIdle()) {
@@ -92,9 +99,18 @@ void CDtmfBatch::Take(const SDigitJob& job) {
     if (endsTwo)
       EndBlock(decoder, second, loudest);
   }
-  std::memcpy(decoder.tail.data(), job.alaw + (kBlockBytes - CDtmfDecode::kTail), CDtmfDecode::kTail);
+  KeepTail(decoder, job);
   decoder.loudest = loudest;
   decoder.sampleCount = static_cast<uint8_t>(held + kBlockBytes - (endsTwo ? 2 : 1) * kDtmfBlock);
+}
+
+// A steady tail that stays as it is is not written again: of a quiet line's decoder one cache line is touched.
+void CDtmfBatch::KeepTail(CDtmfDecode& decoder, const SDigitJob& job) {
+  if (job.uniform < 0)
+    std::memcpy(decoder.tail.data(), job.alaw + (kBlockBytes - CDtmfDecode::kTail), CDtmfDecode::kTail);
+  else if (!decoder.isTailSteady || decoder.tail[0] != job.uniform)
+    decoder.tail.fill(static_cast<uint8_t>(job.uniform));
+  decoder.isTailSteady = job.uniform >= 0;
 }
 
 // The block that began in what the decoder has kept, in one piece.

@@ -13,6 +13,7 @@ namespace zelk {
 struct SDigitJob {
   CDtmfDecode* decoder;
   const uint8_t* alaw;
+  int16_t uniform = -1;  // what all its bytes are known to be: a quiet one is not read then
 };
 
 // What ProcessBlock does for each job in this order, for a card's blocks at once. A delivered block yields at most one

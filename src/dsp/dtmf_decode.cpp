@@ -146,6 +146,7 @@ void CDtmfDecode::Append(const uint8_t* alaw, uint32_t count) {
       Step(DtmfTables().expansion[alaw[i]]);
     return;
   }
+  isTailSteady = false;
   std::memmove(tail.data(), tail.data() + count, kTail - count);
   std::memcpy(tail.data() + kTail - count, alaw, count);
   loudest = UINT8_MAX;

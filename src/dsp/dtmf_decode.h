@@ -91,6 +91,7 @@ class alignas(64) CDtmfDecode {
   char inDigit = 0;          // the digit held as reported, 0 none
   char lastHit = 0;          // what the previous block showed
   uint8_t digitCount = 0;
+  bool isTailSteady = false;             // all its bytes are the first one
   std::array<uint8_t, kTail> tail = {};  // its last sampleCount bytes are the current block so far
 
   SDtmfSettings thresholds = kUnsetDtmf;

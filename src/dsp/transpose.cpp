@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "dsp/transpose.h"
 
+#include <algorithm>
+
 #include "dsp/transpose_lanes.h"
 
 namespace zelk {
@@ -20,8 +22,16 @@ void PlainBlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* 
   }
 }
 
-constexpr STurning kTurningPlain{PlainRowsToBlocks, PlainBlocksToRows};
-constexpr STurning kTurningBaseline{turning::RowsToBlocks, turning::BlocksToRows};
+void PlainFindSteady(const uint8_t* rows, size_t positions, uint8_t* changes) {
+  std::fill_n(changes, positions, uint8_t{0});
+  for (size_t row = 1; row < kBlockBytes; ++row) {
+    for (size_t position = 0; position < positions; ++position)
+      changes[position] = static_cast<uint8_t>(changes[position] | (rows[row * positions + position] ^ rows[position]));
+  }
+}
+
+constexpr STurning kTurningPlain{PlainRowsToBlocks, PlainBlocksToRows, PlainFindSteady};
+constexpr STurning kTurningBaseline{turning::RowsToBlocks, turning::BlocksToRows, turning::FindSteady};
 
 const STurning& kTurning = TurningFor(BestInstructionSet());
 
@@ -41,6 +51,10 @@ const STurning& TurningFor(EInstructionSet instructionSet) {
 
 void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks) {
   kTurning.rowsToBlocks(rows, positions, blocks);
+}
+
+void FindSteady(const uint8_t* rows, size_t positions, uint8_t* changes) {
+  kTurning.findSteady(rows, positions, changes);
 }
 
 void BlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* rows) {

@@ -18,6 +18,8 @@ constexpr size_t kTurnedTogether = 16;  // positions
 
 // Writes each position's 160 bytes to its block; a null block is left out.
 void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks);
+// Finds each position's byte when all its 160 are the same: 0 in `changes` then, anything else otherwise.
+void FindSteady(const uint8_t* rows, size_t positions, uint8_t* changes);
 // Fills the 160 rows from each position's block. Of 16 positions, from a multiple of 16 on, all blocks are null or
 // none: these positions' bytes stay as they are.
 void BlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* rows);
@@ -26,6 +28,7 @@ void BlocksToRows(const uint8_t* const* blocks, size_t positions, uint8_t* rows)
 struct STurning {
   void (*rowsToBlocks)(const uint8_t* rows, size_t positions, uint8_t* const* blocks);
   void (*blocksToRows)(const uint8_t* const* blocks, size_t positions, uint8_t* rows);
+  void (*findSteady)(const uint8_t* rows, size_t positions, uint8_t* changes);
 };
 const STurning& TurningFor(EInstructionSet instructionSet);
 extern const STurning kTurningAvx2;  // in its own source

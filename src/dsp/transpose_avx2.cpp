@@ -3,6 +3,6 @@
 
 namespace zelk {
 
-constinit const STurning kTurningAvx2{turning::RowsToBlocks, turning::BlocksToRows};
+constinit const STurning kTurningAvx2{turning::RowsToBlocks, turning::BlocksToRows, turning::FindSteady};
 
 }  // namespace zelk

@@ -76,8 +76,31 @@ inline const uint8_t* TileOf(const Bytes& vector, size_t t) {
   return reinterpret_cast<const uint8_t*>(&vector) + t * kTile;
 }
 
+void FindSteady(const uint8_t* rows, size_t positions, uint8_t* changes) {
+  for (size_t position = 0; position < positions; position += sizeof(Bytes)) {
+    Bytes first;
+    __builtin_memcpy(&first, rows + position, sizeof first);
+    Bytes moved = first ^ first;
+    for (size_t row = 1; row < kBlockBytes; ++row) {
+      Bytes bytes;
+      __builtin_memcpy(&bytes, rows + row * positions + position, sizeof bytes);
+      moved |= bytes ^ first;
+    }
+    __builtin_memcpy(changes + position, &moved, sizeof moved);
+  }
+}
+
+bool HasAny(uint8_t* const* blocks) {
+  bool any = false;
+  for (size_t i = 0; i < kTile * kTiles; ++i)
+    any = any || blocks[i] != nullptr;
+  return any;
+}
+
 void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks) {
   for (size_t position = 0; position < positions; position += kTile * kTiles) {
+    if (!HasAny(blocks + position))
+      continue;
     for (size_t row = 0; row < kBlockBytes; row += kTile) {
       Bytes tile[kTile];
       for (size_t i = 0; i < kTile; ++i)

@@ -296,10 +296,7 @@ int CSocket::SendTo(const void* data, size_t length, const SIpv4Endpoint& remote
     return -1;
   }
   const sockaddr_in system = ToSystem(remote);
-  return impl->Retry(EInterest::kWrite, [&] {
-    return sendto(impl->native.handle, static_cast<const char*>(data), static_cast<NativeLength>(ClampLength(length)),
-                  kSendFlags, reinterpret_cast<const sockaddr*>(&system), sizeof system);
-  });
+  return impl->Retry(EInterest::kWrite, [&] { return impl->native.SendTo(data, ClampLength(length), system); });
 }
 
 int CSocket::ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote) {

@@ -50,7 +50,7 @@ bool QueueCopy(CWave& wave, const uint8_t* data, uint32_t length, uint32_t block
     return false;
   }
   if (length > 0) {
-    std::memcpy(block->data.get(), data, length);
+    std::memcpy(block->Data(), data, length);
   }
   if (!wave.Enqueue(std::move(block))) {
     error = kErrorNoMemory;

@@ -8,6 +8,7 @@
 
 #include "formats/g711.h"
 #include "runtime/log.h"
+#include "runtime/shelf.h"
 
 namespace zelk {
 namespace {
@@ -19,6 +20,16 @@ constexpr int32_t kTapRecording = 1;
 constexpr int32_t kTapUnarmed = -1;
 constexpr int64_t kMaxQueuedBytes = std::numeric_limits<int32_t>::max();
 
+// As many as there are channels at most. Queues beyond that, and those of builds that look for use after release, come
+// from the heap.
+constexpr size_t kSideBySide = 1024;
+constinit CShelf<sizeof(CWave), kSideBySide> shelf;
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kUsesShelf = false;
+#else
+constexpr bool kUsesShelf = true;
+#endif
+
 uint8_t SilenceByte(const SWaveFormat& record) {
   const SSampleFormat* const format = SampleFormatOf(record);
   return format ? format->silence : 0;
@@ -26,8 +37,19 @@ uint8_t SilenceByte(const SWaveFormat& record) {
 
 }  // namespace
 
-CWave::CWave(IWaveOwner& waveOwner) : silence(SilenceByte(SWaveFormat{})), owner(waveOwner) {
+CWave::CWave(IWaveOwner& waveOwner, const std::atomic<uint32_t>* silencings)
+    : silence(SilenceByte(SWaveFormat{})), flushes(silencings), owner(waveOwner) {
   queue.Create(kQueueCapacity);
+}
+
+void* CWave::operator new(size_t bytes, std::align_val_t alignment) {
+  void* const place = kUsesShelf && bytes == sizeof(CWave) ? shelf.Take() : nullptr;
+  return place != nullptr ? place : ::operator new(bytes, alignment);
+}
+
+void CWave::operator delete(void* place, std::align_val_t alignment) {
+  if (!kUsesShelf || !shelf.Return(place))
+    ::operator delete(place, alignment);
 }
 
 CWave::~CWave() {
@@ -156,7 +178,7 @@ uint32_t CWave::FillBlock(uint8_t* data, uint32_t length) {
     if (playState == EPlayState::kPlaying && !head) {
       playState = EPlayState::kDrained;
     }
-    const uint32_t count = owner.FlushCount();
+    const uint32_t count = FlushCount();
     const uint32_t copied = CopyQueued(data, length);
     std::memset(data + copied, silence, length - copied);
     CallDataCallback(1, data, length);
@@ -164,7 +186,7 @@ uint32_t CWave::FillBlock(uint8_t* data, uint32_t length) {
     return count;
   }
   std::memset(data, silence, length);
-  const uint32_t count = owner.FlushCount();
+  const uint32_t count = FlushCount();
   CallDataCallback(1, data, length);
   return count;
 }
@@ -195,7 +217,7 @@ void CWave::SetHead(std::unique_ptr<CWaveBlock> block) {
   head = std::move(block);
   tail = head ? tail : nullptr;
   unread = head ? head->size : 0;
-  nextAudio.store(head ? head->data.get() : nullptr, std::memory_order_relaxed);
+  nextAudio.store(head ? head->Data() : nullptr, std::memory_order_relaxed);
   hasBlocks.store(head != nullptr, std::memory_order_release);
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 
 #include "formats/wave_format.h"
 #include "platform/mutex.h"
@@ -23,8 +24,6 @@ class IWaveOwner {
   // Silences what waits in the channel's transmit ring on its card. Thread: any.
   // Called under the queue's lock, so that it is in step with what a fill takes.
   virtual void SilenceTransmit() = 0;
-  // How often that has been done; 0 for an owner without a ring.
-  virtual uint32_t FlushCount() const { return 0; }
   // The number that the channel's log lines carry.
   virtual int32_t LogChannel() const = 0;
 };
@@ -36,13 +35,19 @@ using WaveDataCallback = void (*)(uint32_t direction, uint64_t cookie, uint8_t* 
 // Thread: application (Open, Close, Enqueue, Flush, TimeLeftMs, formats), pacer (FillBlock, QueryPlayMark, RecordTap),
 // receive (PlayMarkSent). TimeLeftMs and the mark exchange take no lock; the others hold it for a few instructions (a
 // fill for the copy of one block), and nothing waits under it. Owns the queued blocks. Failures: null, false.
+// Queues that are made with new stand side by side, in the order in which they are made: a pass over a card's channels
+// walks memory forward.
 class alignas(kCacheLineBytes) CWave {
  public:
+  static void* operator new(size_t bytes, std::align_val_t alignment);
+  static void operator delete(void* place, std::align_val_t alignment);
+
   static constexpr uint32_t kNoRecordLimit = 0xFFFFFFFF;
   // The two settings that Open stores beside the format record. Kept, never read by the library.
   static constexpr std::array<uint32_t, 2> kOpenSettings = {800, 3};
 
-  explicit CWave(IWaveOwner& owner);
+  // silencings: counts what the owner has silenced, for as long as the queue lives; null without a ring.
+  explicit CWave(IWaveOwner& owner, const std::atomic<uint32_t>* silencings = nullptr);
   virtual ~CWave();
   CWave(const CWave&) = delete;
   CWave& operator=(const CWave&) = delete;
@@ -114,6 +119,7 @@ class alignas(kCacheLineBytes) CWave {
   void SetHead(std::unique_ptr<CWaveBlock> block) ZELK_REQUIRES(lock);
   void NoteBusy() ZELK_REQUIRES(lock);
   void DropAll(std::unique_ptr<CWaveBlock> list);
+  uint32_t FlushCount() const { return flushes != nullptr ? flushes->load(std::memory_order_acquire) : 0; }
   // The bytes that were copied.
   uint32_t CopyQueued(uint8_t* data, uint32_t length) ZELK_REQUIRES(lock);
   void StoreFormat(const SWaveFormat& value) ZELK_REQUIRES(lock);
@@ -135,6 +141,7 @@ class alignas(kCacheLineBytes) CWave {
   CWaveBlock* tail ZELK_GUARDED_BY(lock) = nullptr;
   mutable CMutex lock;
   std::atomic<bool>* busy ZELK_GUARDED_BY(lock) = nullptr;
+  const std::atomic<uint32_t>* const flushes;
   IWaveOwner& owner;
   SWaveFormat format ZELK_GUARDED_BY(lock);
 

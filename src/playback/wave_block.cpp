@@ -6,17 +6,8 @@
 namespace zelk {
 
 std::unique_ptr<CWaveBlock> CWaveBlock::Create(uint32_t size, uint32_t owner) {
-  std::unique_ptr<CWaveBlock> block(new (std::nothrow) CWaveBlock);
-  if (!block) {
-    return nullptr;
-  }
-  block->data.reset(new (std::nothrow) uint8_t[AreaBytes(size)]);
-  if (!block->data) {
-    return nullptr;
-  }
-  block->size = size;
-  block->owner = owner;
-  return block;
+  void* const memory = AudioStore().Take(sizeof(CWaveBlock) + AreaBytes(size));
+  return std::unique_ptr<CWaveBlock>(memory != nullptr ? ::new (memory) CWaveBlock(size, owner) : nullptr);
 }
 
 }  // namespace zelk

@@ -78,7 +78,7 @@ void CAudioPacer::FindDigitsOfAll() {
   for (size_t position = 0; position < rings.PositionCount(); ++position) {
     const SPoolBlock block = rings.DetectsDigits(position) ? rings.Receive().NextReady(position) : SPoolBlock();
     if (block)
-      jobs[count++] = {&rings.Detector(position), block.data};
+      jobs[count++] = {&rings.Detector(position), block.data, block.note->uniform};
     isSearched[position] = static_cast<bool>(block);
   }
   FindDigits(jobs.data(), count);
@@ -132,7 +132,8 @@ bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStop
       if (!ReportDigits(hook, position, stop))
         return false;
     }
-    hook.OnBlockReceived(TrunkOf(position), TimeslotOf(position), AudioBlock(block.data, kBlockBytes));
+    if (hook.OnBlockReceived(TrunkOf(position), TimeslotOf(position), AudioBlock(block.data, kBlockBytes)))
+      block.note->uniform = kNotUniform;
     if (stop.IsSet())
       return false;
     pool.PushFree(position);

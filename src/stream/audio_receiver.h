@@ -7,7 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/socket.h"
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 #include "stream/audio_packet.h"
 #include "stream/backlog_watch.h"
 #include "stream/demultiplexer.h"

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "platform/socket.h"
-#include "platform/stop_flag.h"
 #include "runtime/config.h"
+#include "runtime/stop_flag.h"
 #include "stream/audio_controls.h"
 #include "stream/audio_pacer.h"
 #include "stream/audio_receiver.h"

@@ -123,9 +123,9 @@ void CAudioStream::SilenceTransmit(uint32_t trunk, uint32_t timeslot) {
     impl->controls->Flush(PositionOf(trunk, timeslot));
 }
 
-uint32_t CAudioStream::FlushCount(uint32_t trunk, uint32_t timeslot) const {
+const std::atomic<uint32_t>* CAudioStream::FlushCounter(uint32_t trunk, uint32_t timeslot) const {
   const bool known = trunk < kMaxTrunks && timeslot < kTimeslotsPerTrunk;
-  return known ? impl->controls->flushCounts[PositionOf(trunk, timeslot)].load(std::memory_order_acquire) : 0;
+  return known ? &impl->controls->flushCounts[PositionOf(trunk, timeslot)] : nullptr;
 }
 
 }  // namespace zelk

@@ -47,8 +47,8 @@ class CAudioStream {
   bool EchoSwitch(uint32_t trunk) const;
   // Turns all audio that waits in the channel's transmit ring into the idle byte 0x54, at once.
   void SilenceTransmit(uint32_t trunk, uint32_t timeslot);
-  // How often that was done; 0 out of range.
-  uint32_t FlushCount(uint32_t trunk, uint32_t timeslot) const;
+  // How often that was done: lives as long as the stream. Null out of range.
+  const std::atomic<uint32_t>* FlushCounter(uint32_t trunk, uint32_t timeslot) const;
 
  private:
   class CImpl;

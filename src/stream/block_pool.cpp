@@ -11,9 +11,8 @@ bool CBlockPool::Create(size_t positions, uint32_t blocks) {
   if (positions > kMaxPositions || blocks > std::numeric_limits<uint32_t>::max() / 2)
     return false;
   const size_t count = positions * blocks;
-  storage.reset(new (std::nothrow) uint8_t[count * kBlockBytes]());
   notes.reset(new (std::nothrow) SBlockNote[count]);
-  if (storage == nullptr || notes == nullptr) {
+  if (!storage.Create(count * kBlockBytes) || notes == nullptr) {
     Release();
     return false;
   }
@@ -23,7 +22,7 @@ bool CBlockPool::Create(size_t positions, uint32_t blocks) {
 }
 
 void CBlockPool::Release() {
-  storage.reset();
+  storage.Release();
   notes.reset();
   positionCount = 0;
   blockCount = 0;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/large_memory.h"
 #include "runtime/e1.h"
 #include "runtime/prefetch.h"
 
@@ -72,13 +73,16 @@ class CBlockPool {
     const uint32_t own = emptied[position].load(std::memory_order_relaxed);
     return filled[position].load(std::memory_order_acquire) != own ? At(position, own) : SPoolBlock();
   }
-  // Asks for the memory of the oldest ready block, or of the one after it.
+  // Asks for the memory of the oldest ready block, or of the one after it, if it is likely to be read.
   void ForeseeReady(size_t position, bool after) {
     uint32_t counter = emptied[position].load(std::memory_order_relaxed);
     if (after)
       counter = After(counter);
-    if (counter != filled[position].load(std::memory_order_acquire))
-      Prefetch(At(position, counter).data, kBlockBytes);
+    if (counter == filled[position].load(std::memory_order_acquire))
+      return;
+    const SPoolBlock block = At(position, counter);
+    if (block.note->uniform == kNotUniform)
+      Prefetch(block.data, kBlockBytes);
   }
   // Gives the block that NextReady gave back to be filled.
   void PushFree(size_t position) { Step(emptied[position]); }
@@ -100,10 +104,10 @@ class CBlockPool {
   }
   SPoolBlock At(size_t position, uint32_t counter) {
     const size_t block = (counter < blockCount ? counter : counter - blockCount) * positionCount + position;
-    return {storage.get() + block * kBlockBytes, &notes[block]};
+    return {storage.Data() + block * kBlockBytes, &notes[block]};
   }
 
-  std::unique_ptr<uint8_t[]> storage;
+  CLargeBytes storage;
   std::unique_ptr<SBlockNote[]> notes;
   size_t positionCount = 0;
   uint32_t blockCount = 0;

@@ -13,7 +13,7 @@ namespace zelk {
 bool CDemultiplexer::Create(CCardRings& cardRings) {
   rings = &cardRings;
   rows.reset(new (std::nothrow) uint8_t[kBlockBytes * rings->PositionCount()]());
-  blocks.fill(nullptr);
+  blocks.fill({});
   fill = 0;
   return rows != nullptr;
 }
@@ -35,22 +35,39 @@ void CDemultiplexer::Add(const uint8_t* samples, size_t frames) {
 // The blocks that will be written in at most 20 ms, a few with each packet.
 void CDemultiplexer::Foresee(size_t first, size_t end) {
   for (size_t i = first; i < end; ++i) {
-    if (blocks[i] != nullptr)
-      PrefetchToWrite(blocks[i], kBlockBytes);
+    if (blocks[i] && blocks[i].note->uniform == kNotUniform)
+      PrefetchToWrite(blocks[i].data, kBlockBytes);
   }
 }
 
 void CDemultiplexer::TurnBlocks() {
   const size_t positions = rings->PositionCount();
   CBlockPool& pool = rings->Receive();
-  RowsToBlocks(rows.get(), positions, blocks.data());
+  LeaveSteady();
+  RowsToBlocks(rows.get(), positions, targets.data());
   for (size_t i = 0; i < positions; ++i) {
-    if (blocks[i] != nullptr)
+    if (blocks[i])
       pool.PushReady(i);
-    blocks[i] = pool.NextFree(i).data;
+    blocks[i] = pool.NextFree(i);
   }
   fill = 0;
   rings->Rest().Wake();
+}
+
+// Picks the blocks that must be turned, after it has done with the others.
+void CDemultiplexer::LeaveSteady() {
+  const size_t positions = rings->PositionCount();
+  std::array<uint8_t, kMaxPositions> changes;
+  FindSteady(rows.get(), positions, changes.data());
+  for (size_t i = 0; i < positions; ++i) {
+    targets[i] = changes[i] != 0 ? blocks[i].data : nullptr;
+    if (!blocks[i])
+      continue;
+    const int16_t uniform = changes[i] != 0 ? kNotUniform : int16_t{rows[i]};
+    if (uniform != kNotUniform && uniform != blocks[i].note->uniform)
+      std::memset(blocks[i].data, uniform, kBlockBytes);
+    blocks[i].note->uniform = uniform;
+  }
 }
 
 }  // namespace zelk

@@ -13,6 +13,8 @@ namespace zelk {
 // Collects received sample frames until 160 stand together, then turns them into the positions' blocks.
 // All positions share one fill position. A full block is pushed only when the next frame arrives, and the block for the
 // following 20 ms is popped at that moment; a position without one loses those 20 ms. The first 160 frames are lost.
+// A block whose bytes are all the same says so in its note, and is written only when they were not so before: what idle
+// lines bring is hardly touched.
 // Thread: receive, but Create (false when there is no memory) the opener. Nothing blocks or allocates after Create.
 class CDemultiplexer {
  public:
@@ -23,10 +25,12 @@ class CDemultiplexer {
  private:
   void Foresee(size_t first, size_t end);
   void TurnBlocks();
+  void LeaveSteady();
 
   CCardRings* rings = nullptr;
-  std::unique_ptr<uint8_t[]> rows;               // 160 frames
-  std::array<uint8_t*, kMaxPositions> blocks{};  // where this 20 ms will go; null: nowhere
+  std::unique_ptr<uint8_t[]> rows;                 // 160 frames
+  std::array<SPoolBlock, kMaxPositions> blocks{};  // where this 20 ms will go; none: nowhere
+  std::array<uint8_t*, kMaxPositions> targets{};   // those of them that must be written
   size_t fill = 0;
 };
 

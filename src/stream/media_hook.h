@@ -59,8 +59,9 @@ class IMediaHook {
   virtual bool EndsPlay(uint32_t trunk, uint32_t timeslot) = 0;
   // MEDIA_PLAY_MARK (0x204): a block that ended a play went out.
   virtual void OnMarkSent(uint32_t trunk, uint32_t timeslot) = 0;
-  // MEDIA_RECORD (0x201): a received block, after its digits. What is written into it goes nowhere.
-  virtual void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) = 0;
+  // MEDIA_RECORD (0x201): a received block, after its digits. What is written into it goes nowhere; false when nothing
+  // can have been.
+  virtual bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) = 0;
   // MEDIA_DTMF (0x203): one of 0-9, A-D, * and #.
   virtual void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) = 0;
 };

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 #include "stream/audio_controls.h"
 #include "stream/card_rings.h"
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "platform/event.h"
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 
 namespace zelk {
 
@@ -14,7 +14,7 @@ namespace zelk {
 // kLongestMs; Wake never does, and costs a thread that finds nobody asleep one atomic operation.
 class CPacerRest {
  public:
-  static constexpr uint32_t kLongestMs = 500;
+  static constexpr uint32_t kLongestMs = 2000;
 
   // A block has moved, or the pacer shall end.
   void Wake() {

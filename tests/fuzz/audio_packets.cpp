@@ -71,9 +71,10 @@ class CCardAudio : private IMediaHook, private IAudioNotice, private IPacketSink
     return timeslot % 2 != 0;
   }
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) override { RequirePosition(trunk, timeslot); }
-  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+  bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
     RequirePosition(trunk, timeslot);
     std::fill(block.begin(), block.end(), static_cast<uint8_t>(block[0] ^ timeslot));
+    return true;
   }
   void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) override {
     RequirePosition(trunk, timeslot);

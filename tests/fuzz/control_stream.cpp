@@ -70,7 +70,7 @@ class CHandlers : public ICardHandlers {
   void FillBlock(uint32_t, uint32_t, SBlockFill&) override {}
   bool EndsPlay(uint32_t, uint32_t) override { return false; }
   void OnMarkSent(uint32_t, uint32_t) override {}
-  void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override {}
+  bool OnBlockReceived(uint32_t, uint32_t, AudioBlock) override { return false; }
   void OnDigit(uint32_t, uint32_t, char) override {}
 
  private:

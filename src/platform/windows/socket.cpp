@@ -114,6 +114,11 @@ bool SNativeSocket::SetSharedPort() {
   return true;
 }
 
+int SNativeSocket::SendTo(const void* data, int length, const sockaddr_in& to) {
+  return sendto(handle, static_cast<const char*>(data), length, kSendFlags, reinterpret_cast<const sockaddr*>(&to),
+                sizeof to);
+}
+
 int SNativeSocket::ReceiveFrom(void* data, int capacity, sockaddr_in& from) {
   int size = sizeof from;
   const int got = recvfrom(handle, static_cast<char*>(data), capacity, 0, reinterpret_cast<sockaddr*>(&from), &size);

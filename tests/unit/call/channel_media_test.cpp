@@ -152,6 +152,17 @@ TEST_F(ChannelMedia, RecordHandsTheBlockOverUnchangedOnClosedChannelsToo) {
   EXPECT_EQ(block[159], 0x33);
 }
 
+TEST_F(ChannelMedia, TellsWhetherSomebodyHadTheReceivedBlock) {
+  EXPECT_TRUE(firstHandlers.OnBlockReceived(1, 1, block));
+  EXPECT_TRUE(firstHandlers.OnBlockReceived(1, 0, block));  // overwritten
+  ApplicationEvents().SetRecordCallback(nullptr);
+  EXPECT_FALSE(firstHandlers.OnBlockReceived(1, 1, block));
+  EXPECT_FALSE(firstHandlers.OnBlockReceived(6, 1, block));  // nobody's
+  Channel(30).Open();
+  Channel(30).Wave().StartRecord(1000);
+  EXPECT_TRUE(firstHandlers.OnBlockReceived(1, 1, block));
+}
+
 TEST_F(ChannelMedia, EndOfPlayIsMarkedOnceAndReportedWhenItWentOut) {
   Channel(0).Open();
   Play(0, 100);

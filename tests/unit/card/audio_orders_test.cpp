@@ -30,12 +30,13 @@ class CHearingHandlers : public CRecordingHandlers {
     std::fill_n(fill.data, kBlockBytes, uint8_t{0xD5});
     fill.KeepQueued();
   }
-  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+  bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
     if (trunk == 0 && timeslot == 1) {
       const std::lock_guard<std::mutex> held(hearing);
       heard.insert(heard.end(), block.begin(), block.end());
       grown.notify_all();
     }
+    return false;
   }
   bool WaitHeard(size_t bytes) {
     std::unique_lock<std::mutex> held(hearing);

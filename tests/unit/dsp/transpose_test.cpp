@@ -46,6 +46,21 @@ TEST_P(Transpose, RowsBecomeBlocksAndBlocksRowsForEveryTrunkCount) {
   }
 }
 
+TEST_P(Transpose, FindsThePositionsWhoseBytesAreAllTheSame) {
+  for (size_t positions = 32; positions <= 256; positions += 32) {
+    std::vector<uint8_t> rows(160 * positions);
+    for (size_t i = 0; i < rows.size(); ++i)
+      rows[i] = static_cast<uint8_t>(i % positions * 3);
+    // One byte of each second position is another one: each time in another row, the first and the last among them.
+    for (size_t i = 1; i < positions; i += 2)
+      rows[(i == 1 ? 0 : i == 3 ? 159 : i * 7 % 160) * positions + i] ^= static_cast<uint8_t>(1U << i % 8);
+    std::vector<uint8_t> changes(positions, 0x33);
+    turning->findSteady(rows.data(), positions, changes.data());
+    for (size_t i = 0; i < positions; ++i)
+      EXPECT_EQ(changes[i] != 0, i % 2 == 1) << positions << " " << i;
+  }
+}
+
 TEST_P(Transpose, SixteenPositionsWithoutBlocksKeepTheirRows) {
   const std::vector<uint8_t> storage = RandomBytes(160 * 32);
   std::vector<const uint8_t*> blocks(64, nullptr);

@@ -19,15 +19,14 @@ class COwner : public IWaveOwner {
  public:
   void SilenceTransmit() override { ++silenced; }
   int32_t LogChannel() const override { return 17; }
-  uint32_t FlushCount() const override { return static_cast<uint32_t>(silenced.load()); }
-  std::atomic<int> silenced{0};
+  std::atomic<uint32_t> silenced{0};
 };
 
 class CWaveTest : public testing::Test {
  protected:
   bool Queue(uint32_t length, uint8_t value = 0x11) {
     auto block = wave.NewBlock(length);
-    std::memset(block->data.get(), value, length);
+    std::memset(block->Data(), value, length);
     return wave.Enqueue(std::move(block));
   }
 
@@ -49,7 +48,7 @@ class CWaveTest : public testing::Test {
   }
 
   COwner owner;
-  CWave wave{owner};
+  CWave wave{owner, &owner.silenced};
 };
 
 }  // namespace zelk::wavetest

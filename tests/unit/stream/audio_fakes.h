@@ -51,7 +51,10 @@ class CIdleHook : public IMediaHook {
     return false;
   }
   void OnMarkSent(uint32_t, uint32_t) override { OnCall(EMediaCall::kMarkSent); }
-  void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override { OnCall(EMediaCall::kBlockReceived); }
+  bool OnBlockReceived(uint32_t, uint32_t, AudioBlock) override {
+    OnCall(EMediaCall::kBlockReceived);
+    return false;
+  }
   void OnDigit(uint32_t, uint32_t, char) override { OnCall(EMediaCall::kDigit); }
 
  protected:
@@ -75,8 +78,9 @@ class CFakeHook : public IMediaHook {
     return mark;
   }
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) override { calls.push_back("sent " + Place(trunk, timeslot)); }
-  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+  bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
     calls.push_back("record " + Place(trunk, timeslot) + " " + std::to_string(block[0]));
+    return false;
   }
   void OnDigit(uint32_t trunk, uint32_t timeslot, char digit) override {
     calls.push_back("digit " + Place(trunk, timeslot) + " " + std::string(1, digit));

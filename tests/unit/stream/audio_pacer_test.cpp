@@ -73,6 +73,26 @@ TEST_F(AudioPacer, WhatABlockIsFullOfIsKnownFromOneFillToTheNext) {
   EXPECT_EQ(silent.seen, (std::vector<int16_t>{-1, -1, 0xD5, 0xD5, 0x7F, 0x7F}));
 }
 
+// A block that nobody could write into is as it was when it goes back to be filled, and only then.
+TEST_F(AudioPacer, WhatAReceivedBlockIsFullOfIsForgottenWhenTheHookGaveItOn) {
+  class CReader : public CIdleHook {
+   public:
+    bool OnBlockReceived(uint32_t, uint32_t timeslot, AudioBlock) override { return timeslot == 6; }
+  } reader;
+  controls.hook = &reader;
+  const std::vector<uint8_t> silence(160, 0xD5);
+  for (const size_t position : {5U, 6U}) {
+    rings.Receive().NextFree(position).note->uniform = 0xD5;
+    rings.Receive().NextFree(position).data[0] = 0xD5;
+    rings.Receive().PushReady(position);
+  }
+  pacer.Pass(stop);
+  rings.Receive().PushReady(5);  // the other one of the two
+  rings.Receive().PushReady(6);
+  EXPECT_EQ(rings.Receive().NextFree(5).note->uniform, 0xD5);
+  EXPECT_EQ(rings.Receive().NextFree(6).note->uniform, kNotUniform);
+}
+
 TEST_F(AudioPacer, WithoutAHookNothingMoves) {
   const std::vector<uint8_t> silence(160, 0xD5);
   Receive(1, silence.data());

@@ -82,8 +82,9 @@ class CUnderTest : private IMediaHook, private IAudioNotice, private IPacketSink
   void OnMarkSent(uint32_t trunk, uint32_t timeslot) override {
     events.push_back("mark " + std::to_string(trunk * 32 + timeslot));
   }
-  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+  bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
     events.push_back("record " + std::to_string(trunk * 32 + timeslot) + " " + Text(block.data(), block.size()));
+    return false;
   }
   void OnDigit(uint32_t, uint32_t, char) override {}
   void OnAudioNotice(const char* text) override { events.push_back(std::string("log ") + text); }

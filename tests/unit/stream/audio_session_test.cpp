@@ -25,7 +25,7 @@ namespace {
 
 class CQuietHook : public CIdleHook {
  public:
-  void OnBlockReceived(uint32_t, uint32_t, AudioBlock) override { ++records; }
+  bool OnBlockReceived(uint32_t, uint32_t, AudioBlock) override { return ++records == 0; }
   int records = 0;
 };
 

@@ -112,11 +112,12 @@ class CTestHook : public IMediaHook {
     ++marksSent;
     Count(markThreads);
   }
-  void OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
+  bool OnBlockReceived(uint32_t trunk, uint32_t timeslot, AudioBlock block) override {
     const std::lock_guard hold(mutex);
     if (trunk == 0 && timeslot == 1)
       recorded.emplace_back(block.begin(), block.end());
     Count(otherThreads);
+    return false;
   }
   void OnDigit(uint32_t, uint32_t, char) override {
     const std::lock_guard hold(mutex);

@@ -81,6 +81,66 @@ TEST_F(Demultiplexer, With32BlocksA640MsBacklogIsKeptAndWhatComesBeyondIsLost) {
   EXPECT_EQ(next.data[0], static_cast<uint8_t>(42 * 160 + 9));
 }
 
+// The lines say nothing but what is given here, one byte a position.
+class SteadyLines : public Demultiplexer {
+ protected:
+  void AddSteady(size_t count, uint8_t byteOf5) {
+    std::vector<uint8_t> samples(count * 32, 0xD5);
+    for (size_t i = 5; i < samples.size(); i += 32)
+      samples[i] = byteOf5;
+    demultiplexer.Add(samples.data(), count);
+  }
+  // Of the oldest block, which goes back.
+  std::vector<uint8_t> Take(size_t position, int16_t uniform) {
+    const SPoolBlock block = rings.Receive().NextReady(position);
+    EXPECT_TRUE(block);
+    EXPECT_EQ(block.note->uniform, uniform);
+    const std::vector<uint8_t> bytes(block.data, block.data + kBlockBytes);
+    rings.Receive().PushFree(position);
+    return bytes;
+  }
+  static std::vector<uint8_t> All(uint8_t byte) { return std::vector<uint8_t>(kBlockBytes, byte); }
+};
+
+TEST_F(SteadyLines, ABlockOfEqualBytesSaysSo) {
+  Create(2);
+  AddSteady(160, 0x11);
+  for (const int byte : {0x11, 0x11, 0x12, 0x11, 0x13})
+    AddSteady(160, static_cast<uint8_t>(byte));
+  for (int block = 0; block < 2; ++block) {  // the later ones found no room
+    EXPECT_EQ(Take(4, 0xD5), All(0xD5));
+    EXPECT_EQ(Take(5, 0x11), All(0x11));
+  }
+}
+
+TEST_F(SteadyLines, WhatChangesWithinABlockIsWrittenByteByByte) {
+  Create(1);
+  AddSteady(160, 0x11);
+  AddSteady(100, 0x11);
+  AddSteady(60, 0x22);
+  AddSteady(1, 0x33);
+  std::vector<uint8_t> expected(100, 0x11);
+  expected.resize(kBlockBytes, 0x22);
+  EXPECT_EQ(Take(5, kNotUniform), expected);
+  EXPECT_EQ(Take(6, 0xD5), All(0xD5));
+}
+
+TEST_F(SteadyLines, ABlockThatIsKnownToHoldTheByteIsNotWrittenAgain) {
+  Create(1);
+  AddSteady(320, 0x11);
+  AddSteady(1, 0x11);
+  const SPoolBlock block = rings.Receive().NextReady(5);
+  ASSERT_TRUE(block);
+  block.data[7] = 0x44;  // shows who writes
+  EXPECT_EQ(Take(5, 0x11)[7], 0x44);
+  AddSteady(160, 0x11);
+  AddSteady(160, 0x11);
+  EXPECT_EQ(Take(5, 0x11)[7], 0x44);
+  AddSteady(160, 0x12);
+  AddSteady(160, 0x12);
+  EXPECT_EQ(Take(5, 0x12), All(0x12));
+}
+
 TEST_F(Demultiplexer, TellsARestingPacerWhenBlocksLeaveAndNotBefore) {
   Create(4);
   Add(160);

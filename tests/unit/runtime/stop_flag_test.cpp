@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/stop_flag.h"
+#include "runtime/stop_flag.h"
 
 #include <gtest/gtest.h>
 
