@@ -19,6 +19,12 @@ constexpr size_t kTiles = 1;
 static_assert(kBlockBytes % kTile == 0 && kTimeslotsPerTrunk % (kTile * kTiles) == 0);
 
 typedef uint8_t Bytes __attribute__((vector_size(kTile * kTiles)));
+typedef Bytes UnalignedBytes __attribute__((aligned(1), may_alias));
+
+// Not by memcpy: the compiler moves 32 bytes in two halves by way of the stack, and waits there for both stores.
+inline Bytes Load(const uint8_t* bytes) {
+  return *reinterpret_cast<const UnalignedBytes*>(bytes);
+}
 
 #if defined(__AVX2__)
 typedef uint8_t HalfBytes __attribute__((vector_size(kTile)));
@@ -78,15 +84,11 @@ inline const uint8_t* TileOf(const Bytes& vector, size_t t) {
 
 void FindSteady(const uint8_t* rows, size_t positions, uint8_t* changes) {
   for (size_t position = 0; position < positions; position += sizeof(Bytes)) {
-    Bytes first;
-    __builtin_memcpy(&first, rows + position, sizeof first);
+    const Bytes first = Load(rows + position);
     Bytes moved = first ^ first;
-    for (size_t row = 1; row < kBlockBytes; ++row) {
-      Bytes bytes;
-      __builtin_memcpy(&bytes, rows + row * positions + position, sizeof bytes);
-      moved |= bytes ^ first;
-    }
-    __builtin_memcpy(changes + position, &moved, sizeof moved);
+    for (size_t row = 1; row < kBlockBytes; ++row)
+      moved |= Load(rows + row * positions + position) ^ first;
+    *reinterpret_cast<UnalignedBytes*>(changes + position) = moved;
   }
 }
 
@@ -104,7 +106,7 @@ void RowsToBlocks(const uint8_t* rows, size_t positions, uint8_t* const* blocks)
     for (size_t row = 0; row < kBlockBytes; row += kTile) {
       Bytes tile[kTile];
       for (size_t i = 0; i < kTile; ++i)
-        __builtin_memcpy(&tile[i], rows + (row + i) * positions + position, sizeof tile[i]);
+        tile[i] = Load(rows + (row + i) * positions + position);
       Transpose(tile);
       for (size_t t = 0; t < kTiles; ++t) {
         for (size_t i = 0; i < kTile; ++i) {

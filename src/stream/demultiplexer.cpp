@@ -64,9 +64,12 @@ void CDemultiplexer::LeaveSteady() {
     if (!blocks[i])
       continue;
     const int16_t uniform = changes[i] != 0 ? kNotUniform : int16_t{rows[i]};
-    if (uniform != kNotUniform && uniform != blocks[i].note->uniform)
+    int16_t& known = blocks[i].note->uniform;
+    if (uniform == known)
+      continue;
+    known = uniform;
+    if (uniform != kNotUniform)
       std::memset(blocks[i].data, uniform, kBlockBytes);
-    blocks[i].note->uniform = uniform;
   }
 }
 
