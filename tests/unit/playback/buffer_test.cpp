@@ -36,6 +36,24 @@ TEST(Buffer, GrowsByStepsOf80000BytesAndKeepsWhatItHas) {
   EXPECT_EQ(buffer.Data()[80000], 'x');
 }
 
+TEST(Buffer, IsFilledToItsLastByteWithoutAskingForMore) {
+  CBuffer buffer;
+  const std::vector<uint8_t> bytes(79999, 7);
+  ASSERT_TRUE(buffer.Append(bytes.data(), 79999));
+  const uint64_t before = support::AllocationCount();
+  EXPECT_TRUE(buffer.Append(Octets("x"), 1));
+  EXPECT_EQ(support::AllocationCount(), before);
+  EXPECT_EQ(buffer.Data()[79999], 'x');
+}
+
+TEST(Buffer, KeepsASingleByteWhenItGrows) {
+  CBuffer buffer;
+  const std::vector<uint8_t> bytes(80000, 7);
+  ASSERT_TRUE(buffer.Append(Octets("x"), 1));
+  ASSERT_TRUE(buffer.Append(bytes.data(), 80000));
+  EXPECT_EQ(buffer.Data()[0], 'x');
+}
+
 TEST(Buffer, GrowsSeveralStepsForOneLargePiece) {
   CBuffer buffer;
   const std::vector<uint8_t> bytes(200000, 7);

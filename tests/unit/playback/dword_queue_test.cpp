@@ -50,6 +50,15 @@ TEST(DwordQueue, ClearEmptiesIt) {
   EXPECT_EQ(value, 3U);
 }
 
+TEST(DwordQueue, IsEmptyWhenItIsCreatedAgain) {
+  CDwordQueue queue;
+  ASSERT_TRUE(queue.Create(2));
+  queue.Push(1);
+  ASSERT_TRUE(queue.Create(2));
+  uint32_t value = 0;
+  EXPECT_FALSE(queue.Pop(value));
+}
+
 TEST(DwordQueue, HasNoRoomWhenCreatedWithoutMemoryOrCapacity) {
   CDwordQueue queue;
   support::FailAllocation(1);

@@ -60,6 +60,18 @@ TEST_F(FilePlayer, BufferIsQueuedAsItIs) {
   EXPECT_EQ(Fill(4), (Bytes{'a', 'b', 'c', 0xD5}));
 }
 
+TEST_F(FilePlayer, BufferOfOneByteIsHeard) {
+  EXPECT_TRUE(PlayBuffer(wave, Octets("a"), 1, error));
+  EXPECT_EQ(Fill(2), (Bytes{'a', 0xD5}));
+}
+
+// What is queued has its memory, but nobody touches it here.
+TEST_F(FilePlayer, BufferForAFullQueueGivesCode2) {
+  ASSERT_TRUE(wave.Enqueue(wave.NewBlock(0x7FFFFFFF)));
+  EXPECT_FALSE(PlayBuffer(wave, Octets("a"), 1, error));
+  EXPECT_EQ(error, kErrorNoMemory);
+}
+
 TEST_F(FilePlayer, EmptyBufferIsAccepted) {
   EXPECT_TRUE(PlayBuffer(wave, Octets(""), 0, error));
   EXPECT_TRUE(PlayBuffer(wave, nullptr, 0, error));

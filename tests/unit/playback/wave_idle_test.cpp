@@ -113,6 +113,7 @@ TEST_F(WaveIdle, WhetherItIsBusyIsShownAfterEveryChange) {
   std::array<int, 2> seen{};
   for (int turn = 0; turn < 20000; ++turn) {
     changes[random() % changes.size()]();
+    ASSERT_TRUE(busy || (wave.IsIdle() && wave.Silence() == 0xD5 && wave.RecordState() != 1)) << turn;
     Fill();
     const bool beforeQuery = busy;
     const bool ends = wave.QueryPlayMark();

@@ -46,6 +46,12 @@ TEST_F(WaveMemory, OneQueuedBufferTakesOneAllocation) {
   EXPECT_EQ(support::AllocationCount(), before + 1);
 }
 
+TEST_F(WaveMemory, TakesAsManyBytesAsItCanCount) {
+  wave.Open();
+  EXPECT_TRUE(wave.Enqueue(wave.NewBlock(0x7FFFFFFF)));  // its bytes are never touched
+  EXPECT_EQ(wave.TimeLeftMs(), 0x7FFFFFFFU / 8);
+}
+
 TEST_F(WaveMemory, RefusesABlockThatWouldOverflowTheCountOfQueuedBytes) {
   wave.Open();
   Queue(100);

@@ -61,6 +61,21 @@ TEST_F(Wave, CloseDropsTheQueueSilencesTheLineAndUnarmsTheTap) {
   EXPECT_FALSE(wave.QueryPlayMark());
 }
 
+TEST_F(Wave, DestroyedWhileOpenSilencesTheLine) {
+  {
+    CWave other(owner);
+    other.Open();
+  }
+  EXPECT_EQ(owner.silenced, 1);
+}
+
+TEST_F(Wave, HasAQueueOf40Numbers) {
+  for (uint32_t i = 0; i < 40; ++i) {
+    EXPECT_TRUE(wave.Queue().Push(i));
+  }
+  EXPECT_FALSE(wave.Queue().Push(40));
+}
+
 TEST_F(Wave, NothingQueuedSendsSilenceAndNoMark) {
   wave.Open();
   for (int i = 0; i < 3; ++i) {
@@ -251,6 +266,31 @@ TEST_F(Wave, FlushAfterTheMarkWasGivenTakesTheEventBack) {
   EXPECT_EQ(wave.TimeLeftMs(), 0U);
 }
 
+TEST_F(Wave, QueuedBytesCountFromNothingAfterAnOpenAndAfterAFlush) {
+  wave.Open();
+  Queue(15);
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+  wave.Flush();
+  Queue(15);
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
+}
+
+TEST_F(Wave, AFillOfAClosedQueueTellsTheFlushCountToo) {
+  owner.silenced = 7;
+  std::vector<uint8_t> block(kBlock);
+  EXPECT_EQ(wave.FillBlock(block.data(), kBlock), 7U);
+}
+
+TEST_F(Wave, EachFillGoesOnWhereTheOneBeforeEnded) {
+  wave.Open();
+  auto block = wave.NewBlock(2 * kBlock);
+  std::memset(block->data.get(), 0x11, kBlock);
+  std::memset(block->data.get() + kBlock, 0x22, kBlock);
+  wave.Enqueue(std::move(block));
+  EXPECT_EQ(Fill(), Audio(kBlock, 0x11));
+  EXPECT_EQ(Fill(), Audio(kBlock, 0x22));
+}
+
 TEST_F(Wave, FlushOfAClosedQueueDoesNothing) {
   Queue(1000);
   wave.Flush();
@@ -279,14 +319,27 @@ TEST_F(Wave, AudioQueuedBeforeTheOpeningPlaysWithoutTimeLeftAndWithoutAnEvent) {
   EXPECT_EQ(wave.TimeLeftMs(), 32U);
 }
 
+// More blocks than a stack has room for, were each to release the next. They take no memory but their records.
+void QueueLongList(CWave& wave) {
+  for (int i = 0; i < 1000000; ++i) {
+    auto block = wave.NewBlock(0);
+    block->data.reset();
+    wave.Enqueue(std::move(block));
+  }
+}
+
 TEST_F(Wave, LongListIsDroppedWithoutDeepRecursion) {
   wave.Open();
-  for (int i = 0; i < 200000; ++i) {
-    Queue(1);
-  }
-  EXPECT_EQ(wave.TimeLeftMs(), 25000U);
+  QueueLongList(wave);
+  EXPECT_EQ(wave.TimeLeftMs(), 1U);
   wave.Flush();
   EXPECT_EQ(wave.TimeLeftMs(), 0U);
+}
+
+TEST_F(Wave, LongListOfAQueueThatWasNeverOpenedGoesWithItWithoutDeepRecursion) {
+  CWave other(owner);
+  QueueLongList(other);
+  EXPECT_EQ(other.TimeLeftMs(), 1U);
 }
 
 }  // namespace
