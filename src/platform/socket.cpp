@@ -308,7 +308,7 @@ int CSocket::ReceiveFrom(void* data, size_t capacity, SIpv4Endpoint& remote) {
   const int moved =
       impl->Retry(EInterest::kRead, [&] { return impl->native.ReceiveFrom(data, ClampLength(capacity), system); });
   if (moved >= 0) {
-    remote = {system.sin_addr.s_addr, ntohs(system.sin_port)};
+    remote = {{system.sin_addr.s_addr}, ntohs(system.sin_port)};
   }
   return moved;
 }
@@ -327,7 +327,7 @@ int CSocket::ReceiveFromWaiting(void* data, size_t capacity, SIpv4Endpoint& remo
   if (moved < 0 || (moved == 0 && !impl->gate.IsOpen())) {
     return -1;
   }
-  remote = {system.sin_addr.s_addr, ntohs(system.sin_port)};
+  remote = {{system.sin_addr.s_addr}, ntohs(system.sin_port)};
   return moved;
 }
 

@@ -6,12 +6,10 @@
 #include "formats/wave_file.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <random>
 
 #include "formats/wave_header.h"
+#include "fuzz/scratch_file.h"
 #include "fuzz/target.h"
 #include "platform/riff_walk.h"
 #include "playback/file_player.h"
@@ -20,26 +18,6 @@
 
 namespace zelk::fuzz {
 namespace {
-
-// One file for all inputs; it goes with the program.
-class CScratchFile {
- public:
-  CScratchFile()
-      : path((std::filesystem::temp_directory_path() / ("zelk-fuzz-" + std::to_string(std::random_device()()) + ".wav"))
-                 .string()) {}
-  ~CScratchFile() { std::remove(path.c_str()); }
-
-  const char* Write(const Bytes& content) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    Require(file != nullptr, "the scratch file can be made");
-    const size_t written = content.empty() ? 0 : std::fwrite(content.data(), 1, content.size(), file);
-    Require(std::fclose(file) == 0 && written == content.size(), "the scratch file can be written");
-    return path.c_str();
-  }
-
- private:
-  const std::string path;
-};
 
 class COwner : public IWaveOwner {
  public:
@@ -125,7 +103,7 @@ void Convert(const char* path, const Bytes& content, uint32_t type) {
 }
 
 void Run(const uint8_t* bytes, size_t length) {
-  static CScratchFile scratch;
+  static CScratchFile scratch(".wav");
   CInput input(bytes, length);
   const uint8_t choice = input.Byte();
   const Bytes content = input.Rest();
