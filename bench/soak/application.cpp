@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
+// An application that dials, answers, refuses, plays and listens on all channels of the cards of soak_cards, and holds
+// what the library does against the rules of a call. Usage: soak_application LIBRARY SEED CHANNELS QUIET_SERIAL
+// Cards with serial numbers below QUIET_SERIAL meet no faults: their calls must be exact.
+//
+// "ready" once all channels are READY. Lines on the input: "calls" begins calls, "end" ends them; every line is
+// answered by one of JSON with the counts up to then. At the end of the input the last one, after the shut-down.
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "load/library.h"
+#include "soak/oracle.h"
+#include "soak/sound.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using EState = soak::COracle::EState;
+using std::chrono::milliseconds;
+
+constexpr milliseconds kTurn{10};
+constexpr milliseconds kPatience{60000};
+constexpr milliseconds kConnectWait{10000};
+constexpr milliseconds kSoundWait{15000};
+constexpr milliseconds kClearWait{45000};  // T305 and twice T308
+constexpr milliseconds kAfterSound{300};
+constexpr uint32_t kFirstNumber = 1000000;
+constexpr size_t kMostRecorded = 40000;
+
+// A channel as the application sees it. Guarded by its lock, which is never held in a call of the library.
+struct SChannel {
+  std::mutex lock;
+  soak::COracle oracle;
+  uint32_t number = 0;  // of its call
+  bool isQuiet = false;
+  bool isPlayed = false;
+  soak::Bytes expected;  // of the far end
+  soak::Bytes recorded;
+  std::string digits;
+  Clock::time_point since;  // of the state
+  Clock::time_point actAt;  // of what the application does next
+  Clock::time_point completeAt;
+};
+
+const load::SLibrary* library = nullptr;
+std::vector<std::unique_ptr<SChannel>> channels;
+std::atomic<bool> isWatched{false};
+std::atomic<bool> hasCalls{false};
+std::atomic<uint64_t> events{0};
+std::atomic<uint64_t> connected{0};
+std::atomic<uint64_t> exact{0};
+std::mutex violationLock;
+std::vector<std::string> violations;  // guarded by violationLock
+
+void Violate(size_t channel, const SChannel& its, const std::string& what) {
+  const std::lock_guard<std::mutex> held(violationLock);
+  violations.push_back("channel " + std::to_string(channel) + " call " + std::to_string(its.number) + ": " + what);
+}
+
+void Changed(SChannel& its, milliseconds actIn) {
+  its.since = Clock::now();
+  its.actAt = its.since + actIn;
+}
+
+void TakeEvent(size_t index, SChannel& its, uint32_t event, int32_t parameter) {
+  const EState before = its.oracle.State();
+  const bool isAllowed = its.oracle.Take(event, parameter);
+  if (isWatched && (!isAllowed || (its.isQuiet && event == ZELK_EVENT_CHANNEL_STATE))) {
+    Violate(index, its,
+            "event " + std::to_string(event) + "(" + std::to_string(parameter) + ") of a channel that is " +
+                soak::COracle::NameOf(before));
+  }
+  if (event == ZELK_EVENT_CONNECTED) {
+    ++connected;
+    its.recorded.clear();
+    its.digits.clear();
+    its.isPlayed = false;
+    its.completeAt = {};
+  }
+  if (its.oracle.State() != before) {
+    Changed(its, milliseconds(100 + its.number % 500));
+  }
+}
+
+void ZELK_CALL OnEvent(int32_t channel, uint32_t event, int32_t parameter) {
+  const auto index = static_cast<size_t>(channel);
+  SChannel& its = *channels[index];
+  ++events;
+  const uint32_t calling =
+      event != ZELK_EVENT_INCOMING_CALL ? 0 : soak::NumberOf(library->GetChannelInfoString(channel, ZELK_INFO_CLI));
+  soak::Bytes sound;
+  {
+    const std::lock_guard<std::mutex> held(its.lock);
+    its.number = event == ZELK_EVENT_INCOMING_CALL ? calling : its.number;
+    if (event == ZELK_EVENT_DTMF) {
+      its.digits += static_cast<char>(parameter);
+    } else if (event == ZELK_EVENT_PLAY_DONE) {
+      its.isPlayed = true;
+    } else {
+      TakeEvent(index, its, event, parameter);
+    }
+    if (event == ZELK_EVENT_CONNECTED) {
+      sound = soak::SCallRules(its.number).FromApplication();
+      its.expected = soak::SCallRules(its.number).FromFarEnd();
+    }
+  }
+  if (event == ZELK_EVENT_CONNECTED) {
+    library->PlayBuffer(channel, sound.data(), static_cast<uint32_t>(sound.size()));
+  } else if (event == ZELK_EVENT_DISCONNECTED || event == ZELK_EVENT_CHANNEL_STATE) {
+    library->StopPlay(channel);
+  }
+}
+
+void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
+  SChannel& its = *channels[channel];
+  const std::lock_guard<std::mutex> held(its.lock);
+  if (its.isQuiet && its.oracle.State() == EState::kConnected && its.recorded.size() < kMostRecorded) {
+    its.recorded.insert(its.recorded.end(), data, data + length);
+  }
+}
+
+// Whether a call has had all of its sound, as far as amounts tell.
+bool IsComplete(const SChannel& its) {
+  return its.isPlayed && its.recorded.size() > its.expected.size() && its.digits.size() >= 4;
+}
+
+// What is wrong with a quiet call that has had time for all of its sound; empty when nothing is.
+std::string FaultOf(const SChannel& its) {
+  const std::string sound = soak::FaultOf(its.recorded, its.expected, true);
+  if (!sound.empty()) {
+    return "what was heard " + sound;
+  }
+  const std::string sent = soak::SCallRules(its.number).Digits();
+  if (its.digits != sent) {
+    return "digits " + its.digits + " were heard, sent were " + sent;
+  }
+  return its.isPlayed ? "" : "the play did not end";
+}
+
+class CTalker {
+ public:
+  explicit CTalker(uint32_t seed) : random(seed) {}
+
+  // One look at a channel; what there is to do is done without its lock.
+  void Look(size_t index) {
+    SChannel& its = *channels[index];
+    std::unique_lock<std::mutex> held(its.lock);
+    const auto now = Clock::now();
+    const auto channel = static_cast<int32_t>(index);
+    switch (its.oracle.State()) {
+      case EState::kIdle:
+        return hasCalls && now > its.actAt && random() % 200 == 0 ? Dial(channel, its, held) : void();
+      case EState::kDialled:
+        return now > its.since + kConnectWait ? HangUp(channel, its, held) : void();
+      case EState::kOffered:
+        return now > its.actAt ? Take(channel, its, held) : void();
+      case EState::kAnswered:
+        return now > its.since + kConnectWait ? HangUp(channel, its, held) : void();
+      case EState::kConnected:
+        return Listen(index, its, held);
+      case EState::kClearing:
+        return now > its.since + kClearWait ? GiveUp(index, its, held) : void();
+      case EState::kDown:
+        return;
+    }
+  }
+
+ private:
+  using Held = std::unique_lock<std::mutex>;
+
+  void Dial(int32_t channel, SChannel& its, Held& held) {
+    its.number = kFirstNumber + dialled++;
+    its.oracle.Dialled();
+    Changed(its, milliseconds(0));
+    const std::string number = std::to_string(its.number);
+    held.unlock();
+    if (!library->Dial(channel, number.c_str(), "100")) {
+      held.lock();
+      its.oracle.NotDialled();
+      Changed(its, milliseconds(500));
+    }
+  }
+  void Take(int32_t channel, SChannel& its, Held& held) {
+    const bool isRejected = soak::SCallRules(its.number).IsRejected();
+    isRejected ? its.oracle.Rejected() : its.oracle.Answered();
+    Changed(its, milliseconds(500));
+    held.unlock();
+    isRejected ? library->Reject(channel) : library->Answer(channel);
+  }
+  void HangUp(int32_t channel, SChannel& its, Held& held) {
+    its.oracle.HungUp();
+    Changed(its, milliseconds(0));
+    held.unlock();
+    library->StopPlay(channel);
+    library->Hangup(channel);
+  }
+  void GiveUp(size_t index, SChannel& its, Held& held) {
+    if (its.isQuiet) {
+      Violate(index, its, "no end within 45 s");
+    }
+    its.oracle.Rejected();
+    Changed(its, milliseconds(500));
+    held.unlock();
+    library->Reject(static_cast<int32_t>(index));
+  }
+  // A call that is the application's to end goes on until all was heard and played; others end by themselves.
+  void Listen(size_t index, SChannel& its, Held& held) {
+    const auto now = Clock::now();
+    const bool isLate = now > its.since + kSoundWait;
+    const bool isOurs = !soak::SCallRules(its.number).EndsAtFarEnd();
+    if (its.isQuiet && isOurs && its.completeAt == Clock::time_point() && (isLate || IsComplete(its))) {
+      its.completeAt = now + kAfterSound;
+    }
+    const bool isDone = its.isQuiet ? its.completeAt != Clock::time_point() && now > its.completeAt
+                                    : now > its.since + milliseconds(2500);
+    if (isLate || (isOurs && isDone)) {
+      if (its.isQuiet && isOurs) {
+        const std::string fault = FaultOf(its);
+        fault.empty() ? void(++exact) : Violate(index, its, fault);
+      }
+      HangUp(static_cast<int32_t>(index), its, held);
+    }
+  }
+
+  std::mt19937 random;
+  uint32_t dialled = 0;
+};
+
+size_t Entries(const char* folder) {
+  const std::filesystem::directory_iterator begin(folder);
+  return static_cast<size_t>(std::distance(begin, std::filesystem::directory_iterator()));
+}
+
+void Report() {
+  const std::lock_guard<std::mutex> held(violationLock);
+  uint32_t busy = 0;
+  for (size_t i = 0; i < static_cast<size_t>(library->GetChannelCount()); ++i) {
+    busy += library->GetChannelInfo(static_cast<int32_t>(i), ZELK_INFO_CHANNELSTATE) == ZELK_CHANNEL_READY ? 0 : 1;
+  }
+  std::printf(
+      "{\"busy\": %u, \"events\": %llu, \"connected\": %llu, \"exact\": %llu, \"threads\": %zu, \"descriptors\": %zu, ",
+      busy, static_cast<unsigned long long>(events), static_cast<unsigned long long>(connected),
+      static_cast<unsigned long long>(exact), Entries("/proc/self/task"), Entries("/proc/self/fd"));
+  std::printf("\"violations\": [");
+  for (size_t i = 0; i < violations.size(); ++i) {
+    std::printf("%s\"%s\"", i == 0 ? "" : ", ", violations[i].c_str());
+  }
+  std::puts("]}");
+  std::fflush(stdout);
+}
+
+void WaitUp(uint32_t quietSerial) {
+  const auto deadline = Clock::now() + kPatience;
+  for (size_t i = 0; i < channels.size(); ++i) {
+    const auto channel = static_cast<int32_t>(i);
+    while (library->GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_READY) {
+      if (Clock::now() > deadline) {
+        throw std::runtime_error("channel " + std::to_string(i) + " is not READY");
+      }
+      std::this_thread::sleep_for(kTurn);
+    }
+    library->OpenChannel(channel);
+    const std::lock_guard<std::mutex> held(channels[i]->lock);
+    channels[i]->isQuiet = library->GetChannelInfo(channel, ZELK_INFO_SERIALNO) < quietSerial;
+    channels[i]->oracle = soak::COracle();
+    channels[i]->oracle.Take(ZELK_EVENT_CHANNEL_STATE, 1);
+  }
+}
+
+void Run(const std::string& path, uint32_t seed, size_t count, uint32_t quietSerial) {
+  const load::SLibrary loaded(path);
+  library = &loaded;
+  for (size_t i = 0; i < ZELK_MAX_CHANNELS; ++i) {
+    channels.push_back(std::make_unique<SChannel>());
+  }
+  Report();
+  loaded.SetEventCallback(&OnEvent);
+  loaded.SetRecordCallback(&OnRecord);
+  if (!loaded.Init() || loaded.GetChannelCount() != static_cast<int32_t>(count)) {
+    throw std::runtime_error("found " + std::to_string(loaded.GetChannelCount()) + " channels");
+  }
+  channels.resize(count);
+  WaitUp(quietSerial);
+  isWatched = true;
+  std::atomic<bool> isOver{false};
+  std::thread talking([&] {
+    for (CTalker talker(seed); !isOver; std::this_thread::sleep_for(kTurn)) {
+      for (size_t i = 0; i < channels.size(); ++i) {
+        talker.Look(i);
+      }
+    }
+  });
+  std::puts("ready");
+  std::fflush(stdout);
+  for (std::string line; std::getline(std::cin, line);) {
+    hasCalls = line == "calls" || (hasCalls && line != "end");
+    Report();
+  }
+  isOver = true;
+  talking.join();
+  isWatched = false;
+  loaded.Shutdown();
+  Report();
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  try {
+    if (count != 5) {
+      throw std::runtime_error("usage: soak_application LIBRARY SEED CHANNELS QUIET_SERIAL");
+    }
+    Run(arguments[1], soak::NumberOf(arguments[2]), soak::NumberOf(arguments[3]), soak::NumberOf(arguments[4]));
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "soak_application: %s\n", error.what());
+    return 1;
+  }
+  return 0;
+}
