@@ -126,6 +126,17 @@ TEST_F(AudioPacer, ADigitIsReportedBeforeTheAudioOfItsBlock) {
   EXPECT_EQ(delivered.size(), 11U);
 }
 
+// Two blocks of the detector, 204 samples, make a digit. A received block is heard once.
+TEST_F(AudioPacer, ASoundTooShortForADigitIsNone) {
+  Receive(7, TwoTones(0).data());
+  pacer.Pass(stop);
+  for (int block = 1; block < 4; ++block) {
+    Receive(7, std::vector<uint8_t>(160, 0xD5).data());
+    pacer.Pass(stop);
+  }
+  EXPECT_TRUE(std::none_of(hook.calls.begin(), hook.calls.end(), [](const auto& call) { return call[0] == 'd'; }));
+}
+
 TEST_F(AudioPacer, DigitsAreNotLookedForWhereDetectionIsOff) {
   rings.SetDetectsDigits(7, false);
   for (int block = 0; block < 5; ++block) {

@@ -23,6 +23,13 @@ TEST(AudioPacket, TheHeaderIsReadLittleEndian) {
   EXPECT_EQ(header.backlogHint, 7);
 }
 
+TEST(AudioPacket, AHeaderThatWasUsedBeforeHoldsTheNewSequence) {
+  SAudioHeader header;
+  header.sequence = 0xFFFFFFFF;
+  ASSERT_TRUE(ReadAudioHeader(Packet(600).data(), 600, header));
+  EXPECT_EQ(header.sequence, 0x92345678U);
+}
+
 TEST(AudioPacket, OnlyLengthsFrom584To1448AreAccepted) {
   for (size_t length = 0; length <= 1522; ++length) {
     SAudioHeader header;

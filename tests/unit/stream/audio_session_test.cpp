@@ -158,5 +158,16 @@ TEST(AudioSession, WithoutASocketOrWithAWrongTrunkCountItIsNotCreated) {
   EXPECT_FALSE(create(local, 9));
 }
 
+TEST(AudioSession, EachHasAPortThatTheSystemChose) {
+  CFakeNotice notice;
+  const SIpv4Address local = Address("127.0.0.1");
+  CAudioSession first(std::make_shared<SAudioControls>(), notice);
+  CAudioSession second(std::make_shared<SAudioControls>(), notice);
+  ASSERT_TRUE(first.Create(local, local, 1, 2, SDtmfSettings()));
+  ASSERT_TRUE(second.Create(local, local, 1, 2, SDtmfSettings()));
+  EXPECT_GE(first.LocalPort(), 1024);
+  EXPECT_NE(first.LocalPort(), second.LocalPort());
+}
+
 }  // namespace
 }  // namespace zelk

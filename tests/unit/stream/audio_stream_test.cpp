@@ -256,6 +256,47 @@ TEST_F(AudioStream, AWrongTrunkCountOrAddressFailsThisGenerationOnly) {
   Close();
 }
 
+TEST_F(AudioStream, AnOpenThatFailsLeavesNothingOfTheGenerationBefore) {
+  ASSERT_TRUE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 1, 2));
+  EXPECT_NE(stream.LocalPort(), 0);
+  EXPECT_FALSE(stream.OpenSocket(Address("192.0.2.1"), Address(kCardAddress), 1, 2));
+  EXPECT_EQ(stream.LocalPort(), 0);
+}
+
+TEST_F(AudioStream, EachFailingAllocationOfAnOpenFailsIt) {
+  bool isOpen = false;
+  const uint32_t failures = support::ForEachFailingAllocation(
+      [&] { isOpen = stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 1, 2); },
+      [&](bool failed) {
+        EXPECT_EQ(isOpen, !failed);
+        EXPECT_EQ(stream.LocalPort() != 0, isOpen);
+      });
+  EXPECT_GT(failures, 5U);
+}
+
+TEST_F(AudioStream, AThreadWithoutMemoryForItsRecordIsNotStarted) {
+  ASSERT_TRUE(stream.OpenSocket(Address("127.0.0.1"), Address(kCardAddress), 1, 2));
+  support::FailAllocation(1);
+  EXPECT_FALSE(stream.StartPacer());
+  EXPECT_TRUE(support::AllocationFailed());
+  support::FailAllocation(0);
+  EXPECT_TRUE(stream.StartPacer());
+  Close();
+}
+
+TEST_F(AudioStream, FlushesAreCountedForEachPositionThatACardCanHave) {
+  EXPECT_EQ(stream.FlushCount(7, 31), 0U);
+  stream.SilenceTransmit(7, 31);
+  stream.SilenceTransmit(7, 31);
+  EXPECT_EQ(stream.FlushCount(7, 31), 2U);
+  EXPECT_EQ(stream.FlushCount(7, 30), 0U);
+  stream.SilenceTransmit(6, 32);  // not timeslot 0 of the next trunk
+  EXPECT_EQ(stream.FlushCount(7, 0), 0U);
+  stream.SilenceTransmit(7, 0);
+  EXPECT_EQ(stream.FlushCount(6, 32), 0U);
+  EXPECT_EQ(stream.FlushCount(8, 0), 0U);
+}
+
 TEST_F(AudioStream, WithoutMemoryAStepFailsAndTheNextGenerationSucceeds) {
   const auto openAndClose = [&] {
     stream.ResetChannels(SDtmfSettings());

@@ -123,6 +123,32 @@ TEST(BlockPool, CreationAgainStartsAnew) {
   EXPECT_TRUE(Holds(pool.NextFree(kPosition), 0));
 }
 
+TEST(BlockPool, AfterItsReleaseItIsEmptyAtEveryPosition) {
+  CBlockPool pool;
+  ASSERT_TRUE(pool.Create(32, 2));
+  for (const size_t position : {size_t{0}, kPosition}) {
+    Fill(pool, position, 1);
+    Fill(pool, position, 2);
+    pool.PushFree(position);
+  }
+  pool.Release();
+  for (const size_t position : {size_t{0}, kPosition}) {
+    EXPECT_FALSE(pool.NextFree(position));
+    EXPECT_FALSE(pool.NextReady(position));
+    EXPECT_EQ(pool.ReadyCount(position), 0U);
+    EXPECT_EQ(pool.FreeCount(position), 0U);
+  }
+}
+
+TEST(BlockPool, AFailedCreationLeavesNothingOfThePoolBefore) {
+  CBlockPool pool;
+  ASSERT_TRUE(pool.Create(32, 2));
+  Fill(pool, 0, 1);
+  EXPECT_FALSE(pool.Create(kMaxPositions + 1, 2));
+  EXPECT_FALSE(pool.NextFree(0));
+  EXPECT_FALSE(pool.NextReady(0));
+}
+
 TEST(BlockPool, ASizeThatCannotBeHadFailsAndLeavesAnEmptyPool) {
   CBlockPool pool;
   EXPECT_FALSE(pool.Create(kMaxPositions, 0xFFFFFFFF));

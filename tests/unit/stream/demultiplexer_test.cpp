@@ -43,6 +43,20 @@ TEST_F(Demultiplexer, ABlockLeavesWithTheNextFrameAndTheFirst160AreLost) {
   }
 }
 
+TEST_F(Demultiplexer, CreatedAgainItBeginsAnew) {
+  Create(4);
+  Add(200);  // a block of the old rings is being filled
+  Create(4);
+  frame = 0;
+  Add(160);
+  EXPECT_EQ(rings.Receive().ReadyCount(3), 0U);
+  Add(1);
+  EXPECT_EQ(rings.Receive().ReadyCount(3), 0U) << "the first 160 frames are lost";
+  Add(160);
+  ASSERT_EQ(rings.Receive().ReadyCount(3), 1U);
+  EXPECT_EQ(rings.Receive().NextReady(3).data[0], static_cast<uint8_t>(160 + 3));
+}
+
 TEST_F(Demultiplexer, APositionWithoutAFreeBlockLosesThose20MsOnly) {
   Create(1);
   CBlockPool& pool = rings.Receive();

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "audio_fakes.h"
+#include "support/allocation_probe.h"
 
 namespace zelk {
 namespace {
@@ -57,6 +58,23 @@ TEST_F(Multiplexer, IdleBytesComeFirstAndWheneverNothingIsReady) {
   EXPECT_EQ(Copy(160), All(160, 0x54));
   EXPECT_EQ(Copy(160), All(160, 7));
   EXPECT_EQ(Copy(160), All(160, 0x54));
+}
+
+TEST_F(Multiplexer, CreatedAgainItBeginsWithIdleBytes) {
+  Push(7);
+  Copy(170);
+  ASSERT_TRUE(rings.Create(1, 3));
+  ASSERT_TRUE(multiplexer.Create(rings));
+  Push(8);
+  EXPECT_EQ(Copy(160), All(160, 0x54));
+  EXPECT_EQ(Copy(160), All(160, 8));
+}
+
+TEST_F(Multiplexer, WithoutMemoryItIsNotCreated) {
+  CMultiplexer other(controls, stop);
+  support::FailAllocation(1);
+  EXPECT_FALSE(other.Create(rings));
+  support::FailAllocation(0);
 }
 
 TEST_F(Multiplexer, ABlockGoesBackOnlyWhenTheNextByteIsNeeded) {

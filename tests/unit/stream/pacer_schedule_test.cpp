@@ -18,6 +18,13 @@ TEST(PacerSchedule, APassIsDueEvery20Ms) {
   EXPECT_EQ(wait, 17U);
 }
 
+TEST(PacerSchedule, APassThatIsDueWaitsForNothing) {
+  CPacerSchedule schedule(0);
+  uint32_t wait = 99;
+  EXPECT_TRUE(schedule.PassDue(20, wait));
+  EXPECT_EQ(wait, 0U);
+}
+
 TEST(PacerSchedule, LatePassesAreMadeUpForOneByOneOnTheOldGrid) {
   CPacerSchedule schedule(0);
   uint32_t wait = 0;

@@ -82,6 +82,10 @@ class AudioPacerFlush : public AudioPacer, protected CIdleHook {
     beforeTaking();
     fill.flushCount = controls.flushCounts[kPosition];
     std::memset(fill.data, 0x11, kBlockBytes);
+    for (size_t i = 0; isCounting && i < kBlockBytes; ++i)
+      fill.data[i] = static_cast<uint8_t>(0x60 + i % 64);
+    if (isUniform)
+      fill.FillWith(0x11);
     if (isSeen)
       fill.KeepQueued();
     inCallback(fill.data);
@@ -110,9 +114,29 @@ class AudioPacerFlush : public AudioPacer, protected CIdleHook {
   std::function<void(uint8_t*)> inCallback = [](uint8_t*) {};
   std::function<void()> inQuery = [] {};
   bool isSeen = true;
+  bool isCounting = false;
+  bool isUniform = false;
   bool filled = false;
   bool isSent = false;
 };
+
+// The end of what was written is told byte by byte, against what the queue had just there.
+TEST_F(AudioPacerFlush, KeepsWhatWasWrittenIntoSoundThatIsNowhereTheSame) {
+  isCounting = true;
+  inCallback = [this](uint8_t* data) {
+    StopFromAnotherThread();
+    Write(data, 50, 60);
+  };
+  EXPECT_EQ(Filled(), Written(50, 60));
+}
+
+TEST_F(AudioPacerFlush, OfABlockThatWasAllOneByteIsNotTakenForThat) {
+  isSeen = false;
+  isUniform = true;
+  inCallback = [this](uint8_t*) { StopFromAnotherThread(); };
+  EXPECT_EQ(Filled(), Written(0, 0));
+  EXPECT_EQ(rings.Transmit().NextReady(kPosition).note->uniform, kNotUniform);
+}
 
 TEST_F(AudioPacerFlush, BeforeTheQueueIsReadLeavesTheBlockWhole) {
   beforeTaking = [this] { StopFromAnotherThread(); };
