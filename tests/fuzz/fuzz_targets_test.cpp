@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The fuzz targets without a fuzzer: every seed, then mutations of the seeds that are the same in every run.
+// The fuzz targets without a fuzzer: every seed, every input of the repository's corpus, then mutations of the seeds
+// that are the same in every run.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <ostream>
 #include <random>
 
@@ -74,6 +76,20 @@ std::string HexOf(const Bytes& bytes) {
   return text;
 }
 
+// The inputs that the repository keeps of a target, a line of hexadecimal digits each.
+std::vector<Bytes> KeptInputs(const std::string& target) {
+  std::ifstream file(std::string(ZELK_FUZZ_CORPUS) + "/" + target);
+  std::vector<Bytes> inputs;
+  for (std::string line; std::getline(file, line);) {
+    Bytes input;
+    for (size_t at = 0; line[0] != '#' && at + 1 < line.size(); at += 2) {
+      input.push_back(static_cast<uint8_t>(std::stoi(line.substr(at, 2), nullptr, 16)));
+    }
+    inputs.push_back(std::move(input));
+  }
+  return inputs;
+}
+
 void RunOne(const STarget& target, const Bytes& input) {
   try {
     target.run(input.data(), input.size());
@@ -94,6 +110,14 @@ TEST_P(FuzzTargets, KeepTheirPromisesForSeedsAndMutations) {
   CMutator mutator;
   for (size_t i = 0; i < kMutations && !HasFailure(); ++i) {
     RunOne(GetParam(), mutator.Mutate(seeds[i % seeds.size()], seeds[i * 7 % seeds.size()]));
+  }
+}
+
+TEST_P(FuzzTargets, KeepTheirPromisesForTheKeptInputs) {
+  const std::vector<Bytes> inputs = KeptInputs(GetParam().name);
+  ASSERT_GT(inputs.size(), 3U) << "no corpus";
+  for (const Bytes& input : inputs) {
+    RunOne(GetParam(), input);
   }
 }
 
