@@ -136,8 +136,49 @@ TEST_F(CallEnd, RestartClearsTheCallAndResetsNothing) {
   EXPECT_EQ(application.Take(), Posted{});
   EXPECT_NE(View(6).callHandle, nullptr);
   EXPECT_TRUE(View(6).connected);
+  EXPECT_EQ(View(6).state, ECallState::kClearing);
   EXPECT_NE(trunk.PeerEvent(kPriHangupRequest).call, nullptr);
   EXPECT_EQ(trunk.PeerEvent(kPriHangupRequest).cause, kCauseNormalClearing);
+}
+
+// Each of the three ends of a lost call is its last word: the next one on the channel is the channel's.
+TEST_F(CallEnd, EveryKindOfEndIsTheLastWordOfALostCall) {
+  for (const EPriEventCode code : {kPriHangup, kPriHangupRequest, kPriHangupAck}) {
+    Connect(6);
+    SPriEvent late;
+    late.call = View(6).callHandle;
+    firstHandlers.OnDchannelDown(0, caller);
+    firstHandlers.OnDchannelUp(0, caller);
+    application.Take();
+    ASSERT_TRUE(Channel(6).Call().IsLost(late.call));
+    Raise(7, code, late);
+    EXPECT_EQ(application.Take(), Posted{});
+    EXPECT_FALSE(Channel(6).Call().IsLost(late.call)) << code;
+    trunk.Run();
+  }
+}
+
+TEST_F(CallEnd, TheEndOfACallWithoutAChannelIsConfirmedAndNothingElseOfIt) {
+  constexpr uint16_t kSignallingTimeslot = 16;
+  for (const EPriEventCode code : {kPriHangup, kPriHangupRequest, kPriProceeding, kPriAnswer}) {
+    SPriEvent event;
+    event.call = OwnCall();
+    Raise(kSignallingTimeslot, code, event);
+    EXPECT_EQ(IsValid(event.call), code != kPriHangup && code != kPriHangupRequest) << code;
+  }
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
+TEST_F(CallEnd, AConfirmedClearingOfAnotherCallFreesNoChannel) {
+  Connect(6);
+  SPriEvent event;
+  event.call = OwnCall();
+  Raise(7, kPriHangupAck, event);
+  firstHandlers.OnTime(firstCard, 0, caller);
+  firstHandlers.OnTime(firstCard, 60000, caller);
+  EXPECT_EQ(application.Take(), Posted{});
+  EXPECT_FALSE(firstHandlers.AwaitsTime());
+  EXPECT_TRUE(View(6).connected);
 }
 
 }  // namespace
