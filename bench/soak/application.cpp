@@ -37,6 +37,7 @@ constexpr milliseconds kConnectWait{10000};
 constexpr milliseconds kSoundWait{15000};
 constexpr milliseconds kClearWait{45000};  // T305 and twice T308
 constexpr milliseconds kAfterSound{300};
+constexpr milliseconds kBetweenCalls{1500};
 constexpr uint32_t kFirstNumber = 1000000;
 constexpr size_t kMostRecorded = 40000;
 
@@ -91,7 +92,8 @@ void TakeEvent(size_t index, SChannel& its, uint32_t event, int32_t parameter) {
     its.completeAt = {};
   }
   if (its.oracle.State() != before) {
-    Changed(its, milliseconds(100 + its.number % 500));
+    // Sound of the last call may be on its way for as long as blocks wait in a card's rings.
+    Changed(its, its.oracle.State() == EState::kIdle ? kBetweenCalls : milliseconds(100 + its.number % 500));
   }
 }
 
@@ -313,6 +315,10 @@ void Run(const std::string& path, uint32_t seed, size_t count, uint32_t quietSer
   talking.join();
   isWatched = false;
   loaded.Shutdown();
+  // A thread that was joined may still be leaving.
+  for (int i = 0; i < 100 && Entries("/proc/self/task") > 1; ++i) {
+    std::this_thread::sleep_for(kTurn);
+  }
   Report();
 }
 

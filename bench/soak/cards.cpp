@@ -5,11 +5,13 @@
 //
 // "ready" when they are there. Lines on the input: "calls" begins calls and faults, "rest" ends the faults, "end" the
 // calls; at the end of the input a line of JSON with what was heard. Faults go to the error output, one a line.
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <mutex>
 #include <random>
 #include <sstream>
@@ -27,6 +29,7 @@ using cardsim::CCard;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kTurn{20};
+constexpr milliseconds kBetweenCalls{1500};
 constexpr uint32_t kFirstNumber = 2000000;
 
 std::vector<int> TrunksOf(const std::string& text) {
@@ -55,7 +58,7 @@ class CSoakCards {
     for (size_t card = 0; hasCalls && card < simulator.CardCount(); ++card) {
       for (int trunk = 0; trunk < simulator.Card(card).TrunkCount(); ++trunk) {
         if (Draw(1000) < 2 * static_cast<uint32_t>(kTurn.count())) {
-          Place(simulator.Card(card), trunk);
+          PlaceCall(simulator.Card(card), trunk);
         }
       }
     }
@@ -81,6 +84,8 @@ class CSoakCards {
   void Stop() { simulator.Stop(); }
 
  private:
+  using Place = std::array<int, 3>;  // card, trunk, timeslot
+
   static cardsim::SSimulatorConfig ConfigOf(std::vector<int> trunks, const std::vector<int>& faultyTrunks) {
     trunks.insert(trunks.end(), faultyTrunks.begin(), faultyTrunks.end());
     cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks(trunks, "127.0.1.1");
@@ -113,7 +118,7 @@ class CSoakCards {
     return plan;
   }
 
-  void Place(CCard& card, int trunk) {
+  void PlaceCall(CCard& card, int trunk) {
     const uint32_t number = kFirstNumber + placed++;
     cardsim::SCallRequest request;
     request.trunk = trunk;
@@ -121,9 +126,17 @@ class CSoakCards {
     request.calling = std::to_string(number);
     request.giveUpAfter = milliseconds(8000);
     request.farEnd = FarEndOf(number, static_cast<size_t>(card.Index()) < quiet);
-    if (request.timeslot != 16 && card.IsTimeslotIdle(trunk, request.timeslot)) {
+    const bool isVoice = request.timeslot != 16 && card.IsTimeslotIdle(trunk, request.timeslot);
+    if (isVoice && IsRested({card.Index(), trunk, request.timeslot})) {
       card.PlaceCall(request);
     }
+  }
+
+  // Sound of the last call there may be on its way for as long as blocks wait in the library's rings.
+  bool IsRested(const Place& place) {
+    const std::lock_guard<std::mutex> held(lock);
+    const auto last = ends.find(place);
+    return last == ends.end() || std::chrono::steady_clock::now() - last->second > kBetweenCalls;
   }
 
   // Thread: signalling. What the far end heard of a call that no fault could touch.
@@ -132,6 +145,7 @@ class CSoakCards {
     const uint32_t number = soak::NumberOf(fromLibrary ? call->Called() : call->Calling());
     const std::lock_guard<std::mutex> held(lock);
     ++ended;
+    ends[{call->card, call->trunk, call->Timeslot()}] = std::chrono::steady_clock::now();
     if (!isQuiet || !call->Reached(cardsim::ESimCallState::kConnected)) {
       return;
     }
@@ -236,9 +250,10 @@ class CSoakCards {
   uint32_t faults = 0;
   std::vector<SMend> mends;
   std::mutex lock;
-  uint64_t ended = 0;      // guarded by lock
-  uint64_t exact = 0;      // guarded by lock
-  std::string violations;  // guarded by lock; of a JSON list
+  std::map<Place, std::chrono::steady_clock::time_point> ends;  // guarded by lock
+  uint64_t ended = 0;                                           // guarded by lock
+  uint64_t exact = 0;                                           // guarded by lock
+  std::string violations;                                       // guarded by lock; of a JSON list
   cardsim::CSimulator simulator;
 };
 
