@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <ostream>
 #include <random>
@@ -78,7 +79,7 @@ std::string HexOf(const Bytes& bytes) {
 
 // The inputs that the repository keeps of a target, a line of hexadecimal digits each.
 std::vector<Bytes> KeptInputs(const std::string& target) {
-  std::ifstream file(std::string(ZELK_FUZZ_CORPUS) + "/" + target);
+  std::ifstream file(std::filesystem::path(ZELK_FUZZ_CORPUS) / target);
   std::vector<Bytes> inputs;
   for (std::string line; std::getline(file, line);) {
     Bytes input;
