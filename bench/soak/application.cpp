@@ -39,7 +39,7 @@ constexpr milliseconds kClearWait{45000};  // T305 and twice T308
 constexpr milliseconds kAfterSound{300};
 constexpr milliseconds kBetweenCalls{1500};
 constexpr uint32_t kFirstNumber = 1000000;
-constexpr size_t kMostRecorded = 40000;
+constexpr size_t kMostRecorded = 200000;
 
 // A channel as the application sees it. Guarded by its lock, which is never held in a call of the library.
 struct SChannel {
@@ -76,6 +76,14 @@ void Changed(SChannel& its, milliseconds actIn) {
   its.actAt = its.since + actIn;
 }
 
+// Before the call can be connected: its sound, which another thread brings, may be here before the event.
+void BeginListening(SChannel& its) {
+  its.recorded.clear();
+  its.digits.clear();
+  its.isPlayed = false;
+  its.completeAt = {};
+}
+
 void TakeEvent(size_t index, SChannel& its, uint32_t event, int32_t parameter) {
   const EState before = its.oracle.State();
   const bool isAllowed = its.oracle.Take(event, parameter);
@@ -84,13 +92,7 @@ void TakeEvent(size_t index, SChannel& its, uint32_t event, int32_t parameter) {
             "event " + std::to_string(event) + "(" + std::to_string(parameter) + ") of a channel that is " +
                 soak::COracle::NameOf(before));
   }
-  if (event == ZELK_EVENT_CONNECTED) {
-    ++connected;
-    its.recorded.clear();
-    its.digits.clear();
-    its.isPlayed = false;
-    its.completeAt = {};
-  }
+  connected += event == ZELK_EVENT_CONNECTED ? 1 : 0;
   if (its.oracle.State() != before) {
     // Sound of the last call may be on its way for as long as blocks wait in a card's rings.
     Changed(its, its.oracle.State() == EState::kIdle ? kBetweenCalls : milliseconds(100 + its.number % 500));
@@ -129,14 +131,18 @@ void ZELK_CALL OnEvent(int32_t channel, uint32_t event, int32_t parameter) {
 void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
   SChannel& its = *channels[channel];
   const std::lock_guard<std::mutex> held(its.lock);
-  if (its.isQuiet && its.oracle.State() == EState::kConnected && its.recorded.size() < kMostRecorded) {
+  const EState state = its.oracle.State();
+  const bool isInCall = state == EState::kDialled || state == EState::kAnswered || state == EState::kConnected;
+  if (its.isQuiet && isInCall && its.recorded.size() < kMostRecorded) {
     its.recorded.insert(its.recorded.end(), data, data + length);
   }
 }
 
 // Whether a call has had all of its sound, as far as amounts tell.
 bool IsComplete(const SChannel& its) {
-  return its.isPlayed && its.recorded.size() > its.expected.size() && its.digits.size() >= 4;
+  const auto start = std::find_if_not(its.recorded.begin(), its.recorded.end(), soak::IsSilent);
+  const auto heard = static_cast<size_t>(its.recorded.end() - start);
+  return its.isPlayed && heard >= its.expected.size() && its.digits.size() >= 4;
 }
 
 // What is wrong with a quiet call that has had time for all of its sound; empty when nothing is.
@@ -186,6 +192,7 @@ class CTalker {
   void Dial(int32_t channel, SChannel& its, Held& held) {
     its.number = kFirstNumber + dialled++;
     its.oracle.Dialled();
+    BeginListening(its);
     Changed(its, milliseconds(0));
     const std::string number = std::to_string(its.number);
     held.unlock();
@@ -198,6 +205,7 @@ class CTalker {
   void Take(int32_t channel, SChannel& its, Held& held) {
     const bool isRejected = soak::SCallRules(its.number).IsRejected();
     isRejected ? its.oracle.Rejected() : its.oracle.Answered();
+    BeginListening(its);
     Changed(its, milliseconds(500));
     held.unlock();
     isRejected ? library->Reject(channel) : library->Answer(channel);

@@ -58,11 +58,14 @@ inline uint32_t NumberOf(const std::string& text) {
   return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
 }
 
+inline bool IsSilent(uint8_t byte) {
+  return byte == 0xD5 || byte == 0x54;
+}
+
 // What is wrong with what was heard of a sound; empty when nothing is. Silence may go before it and must follow it. Of
 // a call that the other side ended a part may be missing at the end.
 inline std::string FaultOf(const Bytes& heard, const Bytes& sound, bool isWhole) {
-  const auto isSilent = [](uint8_t byte) { return byte == 0xD5 || byte == 0x54; };
-  const auto start = std::find_if_not(heard.begin(), heard.end(), isSilent);
+  const auto start = std::find_if_not(heard.begin(), heard.end(), IsSilent);
   const auto left = static_cast<size_t>(heard.end() - start);
   const size_t compared = std::min(left, sound.size());
   const auto wrong = std::mismatch(start, start + static_cast<ptrdiff_t>(compared), sound.begin()).first;
@@ -72,7 +75,7 @@ inline std::string FaultOf(const Bytes& heard, const Bytes& sound, bool isWhole)
   if (isWhole && left < sound.size()) {
     return std::to_string(sound.size() - left) + " of " + std::to_string(sound.size()) + " bytes are missing";
   }
-  const bool isQuietAfter = std::all_of(start + static_cast<ptrdiff_t>(compared), heard.end(), isSilent);
+  const bool isQuietAfter = std::all_of(start + static_cast<ptrdiff_t>(compared), heard.end(), IsSilent);
   return isQuietAfter ? "" : "is followed by another";
 }
 
