@@ -285,16 +285,15 @@ TEST_F(AudioStream, AThreadWithoutMemoryForItsRecordIsNotStarted) {
 }
 
 TEST_F(AudioStream, FlushesAreCountedForEachPositionThatACardCanHave) {
-  EXPECT_EQ(stream.FlushCount(7, 31), 0U);
+  EXPECT_EQ(*stream.FlushCounter(7, 31), 0U);
   stream.SilenceTransmit(7, 31);
   stream.SilenceTransmit(7, 31);
-  EXPECT_EQ(stream.FlushCount(7, 31), 2U);
-  EXPECT_EQ(stream.FlushCount(7, 30), 0U);
+  EXPECT_EQ(*stream.FlushCounter(7, 31), 2U);
+  EXPECT_EQ(*stream.FlushCounter(7, 30), 0U);
   stream.SilenceTransmit(6, 32);  // not timeslot 0 of the next trunk
-  EXPECT_EQ(stream.FlushCount(7, 0), 0U);
-  stream.SilenceTransmit(7, 0);
-  EXPECT_EQ(stream.FlushCount(6, 32), 0U);
-  EXPECT_EQ(stream.FlushCount(8, 0), 0U);
+  EXPECT_EQ(*stream.FlushCounter(7, 0), 0U);
+  EXPECT_EQ(stream.FlushCounter(6, 32), nullptr);
+  EXPECT_EQ(stream.FlushCounter(8, 0), nullptr);
 }
 
 TEST_F(AudioStream, WithoutMemoryAStepFailsAndTheNextGenerationSucceeds) {
