@@ -57,6 +57,13 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   endif()
 endif()
 
+# zelk_add_variants(SOURCE...): those of the sources that are built for more than every machine has. The property is kept
+# by a folder's build file, so each that makes a library of them says so.
+function(zelk_add_variants)
+  list(FILTER ARGN INCLUDE REGEX "_avx2\\.cpp$")
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${ZELK_AVX2_OPTIONS}")
+endfunction()
+
 # zelk_add_layer(NAME [LOWER layer...] [OUTSIDE library...]): the folder src/NAME as the static library zelk_NAME over the
 # layers it may include, with the outside libraries that only this layer may use.
 # Sources are found by their place; an operating system's own are in its folder (linux/, windows/).
@@ -67,14 +74,31 @@ function(zelk_add_layer name)
        ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system}/*.cpp)
   list(FILTER sources EXCLUDE REGEX "/api/exports\\.cpp$")
   add_library(zelk_${name} STATIC ${sources})
-  list(FILTER sources INCLUDE REGEX "_avx2\\.cpp$")
-  set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS "${ZELK_AVX2_OPTIONS}")
+  zelk_add_variants(${sources})
   list(TRANSFORM layer_LOWER PREPEND zelk_)
   target_link_libraries(zelk_${name} PRIVATE zelk_options ${layer_OUTSIDE} PUBLIC ${layer_LOWER})
   zelk_add_include_root(zelk_${name} PUBLIC ${name})
   if(IS_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system})
     target_include_directories(zelk_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/${name}/${system})
   endif()
+endfunction()
+
+# zelk_add_simulated_layer(NAME [LOWER layer...] [OUTSIDE library...]): the same folder once more, as zelk_sim_NAME, over
+# the simulated system of src/platform/simulated. For tests.
+function(zelk_add_simulated_layer name)
+  cmake_parse_arguments(PARSE_ARGV 1 layer "" "" "LOWER;OUTSIDE")
+  set(folder ${CMAKE_SOURCE_DIR}/src/${name})
+  file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/simulated/*.cpp)
+  add_library(zelk_sim_${name} STATIC EXCLUDE_FROM_ALL ${sources})
+  zelk_add_variants(${sources})
+  list(TRANSFORM layer_LOWER PREPEND zelk_sim_)
+  target_link_libraries(zelk_sim_${name} PRIVATE zelk_options ${layer_OUTSIDE} PUBLIC ${layer_LOWER})
+  zelk_add_include_root(zelk_sim_${name} PUBLIC ${name})
+  if(IS_DIRECTORY ${folder}/simulated)
+    target_include_directories(zelk_sim_${name} PUBLIC ${folder}/simulated)
+  endif()
+  # A report names functions where the linker knows their names.
+  set_target_properties(zelk_sim_${name} PROPERTIES CXX_VISIBILITY_PRESET default)
 endfunction()
 
 # zelk_compile_quickly(SOURCE...): sources of templates from outside, a command line or a report, that run once in a
@@ -124,6 +148,10 @@ endfunction()
 # case runs as a ctest of its own, inside a private network namespace of its own; Windows programs run whole under Wine.
 function(zelk_add_tests target directory)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${directory}/*_test.cpp ${directory}/*_test.c)
+  # What stands in a folder simulated/ is for a program over the simulated system.
+  if(NOT directory MATCHES "/simulated$")
+    list(FILTER sources EXCLUDE REGEX "/simulated/")
+  endif()
   if(NOT sources)
     return()
   endif()

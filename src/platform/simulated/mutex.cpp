@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "platform/mutex.h"
+
+#include "platform/simulated/scheduler.h"
+
+namespace zelk {
+
+using sim::CScheduler;
+using sim::EStep;
+
+bool CSimulatedMutex::IsHeld() const {
+  const CScheduler* const scheduler = CScheduler::Current();
+  return holder != 0 && scheduler != nullptr && world == scheduler->WorldNumber();
+}
+
+CSimulatedMutex::~CSimulatedMutex() {
+  if (IsHeld()) {
+    CScheduler::Current()->Fail("a mutex is destroyed while a task holds it");
+  }
+}
+
+void CSimulatedMutex::Take() {
+  const CScheduler& scheduler = *CScheduler::Current();
+  depth = IsHeld() ? depth + 1 : 1;
+  world = scheduler.WorldNumber();
+  holder = scheduler.Number();
+}
+
+void CSimulatedMutex::lock() {
+  CScheduler* const scheduler = CScheduler::Current();
+  if (scheduler == nullptr) {
+    return;
+  }
+  scheduler->Step(EStep::kLock);
+  while (IsHeld() && !(isRecursive && holder == scheduler->Number())) {
+    isAwaited = true;
+    scheduler->Block({sim::EWaitFor::kMutex, this, sim::kNever, holder});
+  }
+  Take();
+}
+
+bool CSimulatedMutex::try_lock() {
+  CScheduler* const scheduler = CScheduler::Current();
+  if (scheduler == nullptr) {
+    return true;
+  }
+  scheduler->Step(EStep::kLock);
+  if (IsHeld() && !(isRecursive && holder == scheduler->Number())) {
+    return false;
+  }
+  Take();
+  return true;
+}
+
+void CSimulatedMutex::unlock() {
+  CScheduler* const scheduler = CScheduler::Current();
+  if (scheduler == nullptr) {
+    return;
+  }
+  if (!IsHeld() || holder != scheduler->Number()) {
+    scheduler->Fail("a mutex is released by a task that does not hold it");
+    return;
+  }
+  if (--depth > 0) {
+    return;
+  }
+  holder = 0;
+  if (isAwaited) {
+    isAwaited = false;
+    scheduler->Wake(this);
+  }
+  // The mutex may be gone when this returns.
+  scheduler->Step(EStep::kUnlock);
+}
+
+}  // namespace zelk

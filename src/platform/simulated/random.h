@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace zelk::sim {
+
+// The order in which 64-bit numbers are mixed up (splitmix64): every bit of the input reaches every bit of the result.
+constexpr uint64_t Mixed(uint64_t value) {
+  value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9U;
+  value = (value ^ (value >> 27)) * 0x94D049BB133111EBU;
+  return value ^ (value >> 31);
+}
+
+// The numbers that a world draws; the same ones for the same seed, everywhere.
+// Thread: the one that runs in the world.
+class CRandom {
+ public:
+  explicit CRandom(uint64_t seed) : state(Mixed(seed + kStep)) {}
+
+  uint64_t Next() {
+    state += kStep;
+    return Mixed(state);
+  }
+  // 0..count - 1; count is not 0.
+  uint64_t Below(uint64_t count) { return static_cast<uint64_t>((Wide{Next()} * count) >> 64); }
+  // Both ends included.
+  int64_t Between(int64_t least, int64_t most) {
+    return least + static_cast<int64_t>(Below(static_cast<uint64_t>(most - least) + 1));
+  }
+  // True so many times in a million; draws nothing where there is nothing to decide.
+  bool Chance(uint32_t perMillion) {
+    return perMillion != 0 && (perMillion >= 1'000'000 || Below(1'000'000) < perMillion);
+  }
+
+ private:
+  __extension__ using Wide = unsigned __int128;
+  static constexpr uint64_t kStep = 0x9E3779B97F4A7C15U;
+
+  uint64_t state;
+};
+
+// What happened in a world so far, as one number: two runs that differ anywhere differ in it.
+class CTrace {
+ public:
+  void Add(uint64_t what) { hash = (std::rotl(hash, 23) ^ what) * 0x9E3779B97F4A7C15U; }
+  void AddBytes(const void* data, size_t length) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    Add(length);
+    for (uint64_t word = 0; length > 0; bytes += sizeof word) {
+      const size_t taken = length < sizeof word ? length : sizeof word;
+      word = 0;
+      std::memcpy(&word, bytes, taken);
+      Add(word);
+      length -= taken;
+    }
+  }
+  uint64_t Hash() const { return Mixed(hash); }
+
+ private:
+  uint64_t hash = 0;
+};
+
+}  // namespace zelk::sim
