@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "platform/adapters.h"
 
-#include "platform/simulated/fabric.h"
+#include "platform/simulated/net/fabric.h"
 #include "platform/simulated/world.h"
 
 namespace zelk {

@@ -2,7 +2,7 @@
 #include "platform/event.h"
 
 #include "platform/clock.h"
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/tasks/scheduler.h"
 
 namespace zelk {
 

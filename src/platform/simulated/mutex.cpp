@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "platform/mutex.h"
 
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/tasks/scheduler.h"
 
 namespace zelk {
 

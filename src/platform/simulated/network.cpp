@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "platform/simulated/fabric.h"
+#include "platform/simulated/net/fabric.h"
 #include "platform/simulated/world.h"
 
 namespace zelk::sim {

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "platform/native_socket.h"
-#include "platform/simulated/fabric.h"
+#include "platform/simulated/net/fabric.h"
 #include "platform/simulated/world.h"
 
 namespace zelk {

@@ -25,7 +25,7 @@
 
 #include "platform/simulated/options.h"
 #include "platform/simulated/random.h"
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/tasks/scheduler.h"
 
 namespace zelk::sim {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/policy.h"
+#include "platform/simulated/tasks/policy.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/lines.h"
+#include "platform/simulated/net/lines.h"
 
 #include <algorithm>
 

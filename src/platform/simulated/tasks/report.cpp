@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/report.h"
+#include "platform/simulated/tasks/report.h"
 
 #include <cxxabi.h>
 #include <dlfcn.h>

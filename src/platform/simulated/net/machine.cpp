@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/machine.h"
+#include "platform/simulated/net/machine.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/scheduler.h"
+#include "platform/simulated/tasks/scheduler.h"
 
 #include <algorithm>
 #include <exception>
 #include <utility>
 
-#include "platform/simulated/report.h"
+#include "platform/simulated/tasks/report.h"
 
 namespace zelk::sim {
 

@@ -6,7 +6,7 @@
 
 #include "platform/simulated/options.h"
 #include "platform/simulated/random.h"
-#include "platform/simulated/task.h"
+#include "platform/simulated/tasks/task.h"
 
 namespace zelk::sim {
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/simulated/carrier.h"
+#include "platform/simulated/tasks/carrier.h"
 
 namespace zelk::sim {
 

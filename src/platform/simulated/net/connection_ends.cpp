@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/simulated/connection.h"
+#include "platform/simulated/net/connection.h"
 #include "platform/simulated/world.h"
 
 namespace zelk::sim {

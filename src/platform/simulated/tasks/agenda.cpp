@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/agenda.h"
+#include "platform/simulated/tasks/agenda.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/connection.h"
+#include "platform/simulated/net/connection.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -7,8 +7,8 @@
 #include <memory>
 #include <span>
 
-#include "platform/simulated/lines.h"
-#include "platform/simulated/machine.h"
+#include "platform/simulated/net/lines.h"
+#include "platform/simulated/net/machine.h"
 
 namespace zelk::sim {
 

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/simulated/agenda.h"
 #include "platform/simulated/options.h"
-#include "platform/simulated/policy.h"
 #include "platform/simulated/random.h"
-#include "platform/simulated/task.h"
+#include "platform/simulated/tasks/agenda.h"
+#include "platform/simulated/tasks/policy.h"
+#include "platform/simulated/tasks/task.h"
 
 namespace zelk::sim {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/simulated/fabric.h"
+#include "platform/simulated/net/fabric.h"
 
 #include <algorithm>
 #include <cerrno>

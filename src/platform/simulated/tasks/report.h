@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/simulated/task.h"
+#include "platform/simulated/tasks/task.h"
 
 namespace zelk::sim {
 

@@ -6,9 +6,9 @@
 #include <span>
 #include <vector>
 
-#include "platform/simulated/connection.h"
-#include "platform/simulated/lines.h"
-#include "platform/simulated/machine.h"
+#include "platform/simulated/net/connection.h"
+#include "platform/simulated/net/lines.h"
+#include "platform/simulated/net/machine.h"
 #include "platform/simulated/network.h"
 
 namespace zelk::sim {

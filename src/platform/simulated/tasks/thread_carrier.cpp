@@ -8,7 +8,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/simulated/carrier.h"
+#include "platform/simulated/tasks/carrier.h"
 
 // The thread sanitizer would take the baton for a lock around everything that tasks do, and find nothing.
 #define ZELK_UNSEEN __attribute__((no_sanitize("thread"), noinline))

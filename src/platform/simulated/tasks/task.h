@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/simulated/carrier.h"
+#include "platform/simulated/tasks/carrier.h"
 
 namespace zelk::sim {
 
