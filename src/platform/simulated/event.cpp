@@ -3,6 +3,7 @@
 
 #include "platform/clock.h"
 #include "platform/simulated/tasks/scheduler.h"
+#include "platform/simulated/tasks/unseen.h"
 
 namespace zelk {
 
@@ -18,8 +19,9 @@ SNativeEvent::~SNativeEvent() {
 
 void CEvent::Set() {
   CScheduler* const scheduler = CScheduler::Current();
-  const bool wasSet = native.set;
-  native.set = true;
+  sim::Publish(&native);
+  const bool wasSet = native.IsSet();
+  native.SetTo(true);
   if (scheduler != nullptr) {
     if (!wasSet) {
       scheduler->Wake(&native);
@@ -33,7 +35,7 @@ void CEvent::Reset() {
   if (CScheduler* const scheduler = CScheduler::Current()) {
     scheduler->Step(EStep::kReset);
   }
-  native.set = false;
+  native.SetTo(false);
 }
 
 // Outside of a world nobody could set it any more.
@@ -43,21 +45,26 @@ void CEvent::Wait() {
     return;
   }
   scheduler->Step(EStep::kWait);
-  while (!native.set) {
+  while (!native.IsSet()) {
     scheduler->Block({sim::EWaitFor::kEvent, &native, sim::kNever, 0});
   }
+  sim::Receive(&native);
 }
 
 bool CEvent::WaitFor(uint32_t timeoutMs) {
   CScheduler* const scheduler = CScheduler::Current();
   if (scheduler == nullptr) {
-    return native.set;
+    return native.IsSet();
   }
   scheduler->Step(EStep::kWait, timeoutMs);
   const int64_t dueUs = scheduler->NowUs() + int64_t{timeoutMs} * sim::kUsPerMs;
-  while (!native.set && timeoutMs != 0 && scheduler->Block({sim::EWaitFor::kEvent, &native, dueUs, 0})) {
+  while (!native.IsSet() && timeoutMs != 0 && scheduler->Block({sim::EWaitFor::kEvent, &native, dueUs, 0})) {
   }
-  return native.set;
+  if (native.IsSet()) {
+    sim::Receive(&native);
+    return true;
+  }
+  return false;
 }
 
 }  // namespace zelk

@@ -29,7 +29,7 @@ struct SFile {
   bool isLocked = false;  // by a CUpdateFile
 };
 
-// The files of a world. The library's is /world (ini: /world/libZelkApi-64.ini beside the module).
+// The files of a world. The library's is /world , the module in it: libZelkApi.ini and libZelkApi.log.
 // Thread: tasks and acts of the world.
 class CFiles {
  public:

@@ -2,6 +2,7 @@
 #include "platform/mutex.h"
 
 #include "platform/simulated/tasks/scheduler.h"
+#include "platform/simulated/tasks/unseen.h"
 
 namespace zelk {
 
@@ -9,6 +10,7 @@ using sim::CScheduler;
 using sim::EStep;
 
 bool CSimulatedMutex::IsHeld() const {
+  const sim::CUnseen unseen;
   const CScheduler* const scheduler = CScheduler::Current();
   return holder != 0 && scheduler != nullptr && world == scheduler->WorldNumber();
 }
@@ -20,10 +22,17 @@ CSimulatedMutex::~CSimulatedMutex() {
 }
 
 void CSimulatedMutex::Take() {
+  sim::Receive(this);
+  const sim::CUnseen unseen;
   const CScheduler& scheduler = *CScheduler::Current();
   depth = IsHeld() ? depth + 1 : 1;
   world = scheduler.WorldNumber();
   holder = scheduler.Number();
+}
+
+bool CSimulatedMutex::IsOthers() const {
+  const sim::CUnseen unseen;
+  return IsHeld() && !(isRecursive && holder == CScheduler::Current()->Number());
 }
 
 void CSimulatedMutex::lock() {
@@ -32,7 +41,8 @@ void CSimulatedMutex::lock() {
     return;
   }
   scheduler->Step(EStep::kLock);
-  while (IsHeld() && !(isRecursive && holder == scheduler->Number())) {
+  while (IsOthers()) {
+    const sim::CUnseen unseen;
     isAwaited = true;
     scheduler->Block({sim::EWaitFor::kMutex, this, sim::kNever, holder});
   }
@@ -45,7 +55,7 @@ bool CSimulatedMutex::try_lock() {
     return true;
   }
   scheduler->Step(EStep::kLock);
-  if (IsHeld() && !(isRecursive && holder == scheduler->Number())) {
+  if (IsOthers()) {
     return false;
   }
   Take();
@@ -57,6 +67,8 @@ void CSimulatedMutex::unlock() {
   if (scheduler == nullptr) {
     return;
   }
+  sim::Publish(this);
+  const sim::CUnseen unseen;
   if (!IsHeld() || holder != scheduler->Number()) {
     scheduler->Fail("a mutex is released by a task that does not hold it");
     return;

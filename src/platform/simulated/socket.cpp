@@ -6,6 +6,7 @@
 
 #include "platform/native_socket.h"
 #include "platform/simulated/net/fabric.h"
+#include "platform/simulated/tasks/unseen.h"
 #include "platform/simulated/world.h"
 
 namespace zelk {
@@ -42,6 +43,7 @@ class CCall {
   }
 
  private:
+  const sim::CUnseen unseen;
   CWorld* const world;
   SSocket* socket = nullptr;
 };

@@ -20,6 +20,7 @@ class CSimulatedMutex {
 
  private:
   bool IsHeld() const;
+  bool IsOthers() const;
   void Take();
 
   uint64_t world = 0;   // in which it was taken last

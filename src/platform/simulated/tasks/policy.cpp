@@ -54,14 +54,20 @@ STask* CPolicy::Choose(const std::vector<STask*>& ready, STask* current) {
     const bool goesOn = current != nullptr && (ready.size() == 1 || !random.Chance(options.switchPerMillion));
     return goesOn ? current : AnyOf(ready);
   }
-  if (options.policy == EPolicy::kInOrder) {
-    return NextInTurn(ready, current);
+  if (current != nullptr && current->number != lastGoing) {
+    lastGoing = current->number;
+    stepsInARow = 0;
   }
-  if (!changes.empty() && steps >= changes.back() && current != nullptr) {
+  const bool hasFall = !changes.empty() && steps >= changes.back() && current != nullptr;
+  if (hasFall) {
     changes.pop_back();
+  }
+  const bool isGreedy = current != nullptr && ready.size() > 1 && ++stepsInARow > kMostStepsInARow;
+  if (hasFall || isGreedy) {
     Yield(*current);
   }
-  return HighestOf(ready);
+  stepsInARow = isGreedy ? 0 : stepsInARow;
+  return options.policy == EPolicy::kPriorities ? HighestOf(ready) : NextInTurn(ready, isGreedy ? nullptr : current);
 }
 
 }  // namespace zelk::sim

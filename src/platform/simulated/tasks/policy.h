@@ -33,6 +33,10 @@ class CPolicy {
   std::vector<uint64_t> changes;  // the steps at which the running task falls, last one first
   uint64_t lowest = UINT64_MAX >> 1;
   uint32_t lastInTurn = 0;
+  // A task that looks again and again for what another one is to do would keep it from doing it.
+  static constexpr uint32_t kMostStepsInARow = 2000;
+  uint32_t stepsInARow = 0;
+  uint32_t lastGoing = 0;
 };
 
 }  // namespace zelk::sim

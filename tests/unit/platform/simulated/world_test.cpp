@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "in_world.h"
 #include "platform/clock.h"
 #include "platform/event.h"
+#include "platform/file.h"
 #include "platform/mutex.h"
+#include "platform/simulated/files.h"
 #include "platform/simulated/network.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
@@ -17,68 +21,158 @@
 namespace zelk::sim {
 namespace {
 
-TEST(World, TimeJumpsToWhatIsDueNext) {
-  CWorld world({});
-  uint32_t slept = 0;
-  const SOutcome outcome = world.Run([&] {
-    const uint32_t start = TickMs();
-    SleepMs(600'000);
-    slept = TickMs() - start;
-  });
-  EXPECT_EQ(EVerdict::kEnded, outcome.verdict) << outcome.report;
-  EXPECT_EQ(600'000U, slept);
-  EXPECT_GT(20U, outcome.steps);
-}
+constexpr SIpv4Endpoint kCard{Address(10, 1, 0, 9), 8150};
 
-TEST(World, TasksThatWaitForEachOtherAreADeadlock) {
-  CWorld world({});
-  CMutex first;
-  CMutex second;
-  CEvent taken;
-  const SOutcome outcome = world.Run([&] {
-    CThread other;
-    other.Start("other", [&] {
-      const CScopedLock hold(second);
-      taken.Set();
-      const CScopedLock both(first);
+// Tasks that lock, wait, send, write and sleep, with an echo outside that loses some.
+void BeBusy(CWorld& world) {
+  CMutex lock;
+  CEvent go;
+  int count = 0;
+  std::vector<std::unique_ptr<CThread>> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.push_back(std::make_unique<CThread>());
+    threads.back()->Start("worker", [&] {
+      CSocket socket;
+      socket.OpenUdp();
+      CAppendFile file;
+      file.Open("/world/file");
+      go.Wait();
+      for (int round = 0; round < 50; ++round) {
+        const CScopedLock hold(lock);
+        ++count;
+        socket.SendTo(&count, sizeof count, kCard);
+        file.Write(&count, sizeof count);
+        SleepMs(static_cast<uint32_t>(world.Random().Below(3)));
+      }
     });
-    const CScopedLock hold(first);
-    taken.Wait();
-    const CScopedLock both(second);
-  });
-  EXPECT_EQ(EVerdict::kDeadlock, outcome.verdict);
-  EXPECT_NE(std::string::npos, outcome.report.find("task 1 'main' waits for mutex")) << outcome.report;
-  EXPECT_NE(std::string::npos, outcome.report.find("held by task 2 'other'")) << outcome.report;
+  }
+  SleepMs(10);
+  go.Set();
 }
 
-TEST(World, StreamsAndDatagramsReachTheOutside) {
+SOutcome RunBusy(SWorldOptions options) {
+  options.stallPerMillion = 10'000;
+  CWorld world(options);
+  world.Network().SetDefaultLink({.jitterUs = 500, .lossPerMillion = 100'000, .duplicatePerMillion = 100'000});
+  std::unique_ptr<CDatagrams> echo = world.Network().OpenDatagrams(
+      kCard, [&](std::span<const uint8_t> data, SIpv4Endpoint from) { echo->SendTo(data, from); });
+  return RunToEnd(world, [&] { BeBusy(world); });
+}
+
+TEST(World, DoesTheSameAgainFromTheSameSeed) {
+  for (const EPolicy policy : {EPolicy::kRandom, EPolicy::kPriorities, EPolicy::kInOrder}) {
+    const SOutcome one = RunBusy({.seed = 5, .policy = policy});
+    const SOutcome other = RunBusy({.seed = 5, .policy = policy});
+    EXPECT_EQ(one.hash, other.hash);
+    EXPECT_EQ(one.steps, other.steps);
+    EXPECT_EQ(one.nowUs, other.nowUs);
+    EXPECT_NE(one.hash, RunBusy({.seed = 6, .policy = policy}).hash);
+  }
+}
+
+TEST(World, DoesTheSameOnFibersAndOnThreads) {
+  for (uint64_t seed = 0; seed < 5; ++seed) {
+    EXPECT_EQ(RunBusy({.seed = seed, .carrier = ECarrier::kFibers}).hash,
+              RunBusy({.seed = seed, .carrier = ECarrier::kThreads}).hash);
+  }
+}
+
+TEST(World, WhatATestNotesIsPartOfTheHash) {
+  const auto hash = [](const char* noted) {
+    CWorld world({});
+    return RunToEnd(world, [&] { world.Note(noted, 3); }).hash;
+  };
+  EXPECT_EQ(hash("abc"), hash("abc"));
+  EXPECT_NE(hash("abc"), hash("abd"));
+}
+
+TEST(World, ActsComeAtTheirTimesBetweenTasks) {
+  CWorld world({.stepUs = 0});
+  std::vector<int64_t> times;
+  world.At(2000, [&] { times.push_back(world.NowUs()); });
+  const uint64_t cancelled = world.At(1000, [&] { times.push_back(-1); });
+  EXPECT_TRUE(world.Cancel(cancelled));
+  RunToEnd(world, [&] {
+    world.After(5000, [&] { times.push_back(world.NowUs()); });
+    SleepMs(10);
+    times.push_back(world.NowUs());
+  });
+  EXPECT_EQ(times, (std::vector<int64_t>{2000, 5000, 10'000}));
+}
+
+TEST(World, AnInvariantThatFailsEndsTheRunAtOnce) {
   CWorld world({});
-  const SIpv4Endpoint card{Address(10, 1, 0, 9), 8150};
-  std::unique_ptr<CDatagrams> datagrams = world.Network().OpenDatagrams(
-      card, [&](std::span<const uint8_t> data, SIpv4Endpoint from) { datagrams->SendTo(data, from); });
-  const auto listener = world.Network().Listen(card, [&](std::shared_ptr<CStream> stream) {
-    stream->OnData([stream](std::span<const uint8_t> data) { stream->Write(data); });
-    stream->OnEnd([stream] { stream->Close(); });
-  });
-  std::string echoed;
-  int got = 0;
+  bool goesOn = false;
+  world.After(3000, [&] { world.Fail("a count is wrong"); });
   const SOutcome outcome = world.Run([&] {
-    CSocket udp;
-    char buffer[16];
-    SIpv4Endpoint from;
-    udp.OpenUdp();
-    udp.SendTo("abc", 3, card);
-    got = udp.ReceiveFrom(buffer, sizeof buffer, from);
-    CSocket tcp;
-    tcp.OpenTcp();
-    EXPECT_EQ(CSocket::EConnect::kDone, tcp.Connect(card));
-    tcp.Send("hello", 5);
-    const int length = tcp.Receive(buffer, sizeof buffer);
-    echoed.assign(buffer, static_cast<size_t>(std::max(length, 0)));
+    SleepMs(5);
+    goesOn = true;
   });
-  EXPECT_EQ(EVerdict::kEnded, outcome.verdict) << outcome.report;
-  EXPECT_EQ(3, got);
-  EXPECT_EQ("hello", echoed);
+  EXPECT_EQ(outcome.verdict, EVerdict::kFailed);
+  EXPECT_NE(outcome.report.find("a count is wrong (at 3000 us)"), std::string::npos) << outcome.report;
+  EXPECT_FALSE(goesOn);
+}
+
+TEST(World, ABoundThatIsPassedFailsAndOneThatIsKeptDoesNot) {
+  CWorld kept({});
+  RunToEnd(kept, [&] {
+    const CBound bound(kept, "a sleep", 10 * kUsPerMs);
+    SleepMs(9);
+  });
+  CWorld passed({});
+  const SOutcome outcome = passed.Run([&] {
+    const CBound bound(passed, "a sleep", 10 * kUsPerMs);
+    SleepMs(11);
+  });
+  EXPECT_EQ(outcome.verdict, EVerdict::kFailed);
+  EXPECT_NE(outcome.report.find("a sleep takes longer than it may"), std::string::npos) << outcome.report;
+}
+
+TEST(World, ARunThatTakesTooManyStepsOrTooLongEnds) {
+  CWorld busy({.mostSteps = 1000});
+  EXPECT_EQ(busy.Run([] {
+                  while (true) {
+                    TickMs();
+                  }
+                })
+                .verdict,
+            EVerdict::kTooLong);
+  CWorld slow({.mostUs = kUsPerSecond});
+  EXPECT_EQ(slow.Run([] { SleepMs(2000); }).verdict, EVerdict::kTooLong);
+}
+
+TEST(World, ATaskThatIsLeftWhenTheFirstHasEndedIsNamed) {
+  CWorld world({.mostAfterMainUs = kUsPerSecond});
+
+  const SOutcome outcome = world.Run([&] {
+    world.Start("left", [&] { SleepMs(2000); });
+    world.Start("in time", [&] { SleepMs(500); });
+  });
+  EXPECT_EQ(outcome.verdict, EVerdict::kLeftOver);
+  EXPECT_NE(outcome.report.find("'left'"), std::string::npos) << outcome.report;
+  EXPECT_EQ(outcome.report.find("'in time'"), std::string::npos) << outcome.report;
+}
+
+TEST(World, TheNthThreadOrSocketIsNotToBeHad) {
+  CWorld world({});
+  RunToEnd(world, [&] {
+    world.Scarcity() = {.failingThreadStart = 2, .failingSocketOpen = 1};
+    CThread first;
+    CThread second;
+    EXPECT_TRUE(first.Start("first", [] {}));
+    EXPECT_FALSE(second.Start("second", [] {}));
+    EXPECT_TRUE(second.Start("second", [] {}));
+    CSocket socket;
+    EXPECT_FALSE(socket.OpenUdp());
+    EXPECT_TRUE(socket.OpenUdp());
+  });
+}
+
+TEST(World, AnExceptionThatLeavesATaskIsTold) {
+  CWorld world({});
+  const SOutcome outcome = world.Run([] { throw std::runtime_error("lost"); });
+  EXPECT_EQ(outcome.verdict, EVerdict::kFailed);
+  EXPECT_NE(outcome.report.find("task 'main' threw: lost"), std::string::npos) << outcome.report;
 }
 
 }  // namespace
