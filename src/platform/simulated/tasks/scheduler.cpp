@@ -165,6 +165,11 @@ void CScheduler::Act() {
   isActing = false;
 }
 
+void CScheduler::PassTime() {
+  nowUs = std::max(nowUs, agenda.NextDueUs());
+  Act();
+}
+
 // Lets time pass until a task can run. Null when the run is over.
 STask* CScheduler::AwaitReady() {
   while (ready.empty()) {
@@ -172,8 +177,7 @@ STask* CScheduler::AwaitReady() {
       End(EVerdict::kDeadlock, "every task waits, and nothing is left that could wake one");
       return nullptr;
     }
-    nowUs = std::max(nowUs, agenda.NextDueUs());
-    Act();
+    PassTime();
     CheckLimits();
     if (hasEnded) {
       return nullptr;

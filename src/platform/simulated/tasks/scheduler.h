@@ -51,6 +51,8 @@ class CScheduler {
   bool Block(const SWait& wait);
   void Wake(const void* object);
   bool IsAwaited(const void* object) const;
+  // Outside of a run: goes to what is due next on the agenda, which is not empty, and does it.
+  void PassTime();
   // Ends the run with this verdict.
   void Fail(const std::string& why);
 

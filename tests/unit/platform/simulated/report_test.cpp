@@ -24,7 +24,6 @@ TEST(Report, ShowsTheStackOfEveryTask) {
     const SOutcome outcome = world.Run([&] {
       CThread other;
       other.Start("other", [&] { WaitInAFunctionOfThisName(never); });
-      other.JoinFor(UINT32_MAX);
       never.Wait();
     });
     EXPECT_EQ(outcome.verdict, EVerdict::kDeadlock);

@@ -53,7 +53,7 @@ TEST(Scheduler, TasksThatWaitInARingAreADeadlock) {
 TEST(Scheduler, AWakeUpThatIsLostIsADeadlock) {
   int lost = 0;
   for (uint64_t seed = 0; seed < 100; ++seed) {
-    CWorld world({.seed = seed});
+    CWorld world({.seed = seed, .switchPerMillion = 500'000});
     CMutex lock;
     CEvent wake;
     bool hasWork = false;

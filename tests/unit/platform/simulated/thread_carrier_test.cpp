@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "carrier_body.h"
+
+namespace zelk::sim {
+namespace {
+
+TEST(ThreadCarrier, StrandsRunInTurn) {
+  StrandsRunInTurn(*MakeThreadCarrier());
+}
+
+TEST(ThreadCarrier, ExceptionsStayWithTheirStrand) {
+  ExceptionsStayWithTheirStrand(*MakeThreadCarrier());
+}
+
+TEST(ThreadCarrier, StrandsHaveStacksOfTheirOwn) {
+  StrandsHaveStacksOfTheirOwn(*MakeThreadCarrier());
+}
+
+}  // namespace
+}  // namespace zelk::sim
