@@ -34,7 +34,9 @@ SLine& CConnection::LineOf(const SWay& way) {
 }
 
 void CConnection::Push(SWay& way, EKind kind, std::span<const uint8_t> data) {
-  world.Scheduler().Trace().Add(static_cast<uint64_t>(kind));
+  CTrace& trace = world.Scheduler().Trace();
+  trace.Add(static_cast<uint64_t>(kind));
+  trace.AddBytes(data.data(), data.size());
   way.queue.push_back({kind, Bytes(data.begin(), data.end()), lines.InOrder(LineOf(way), data.size())});
   Pump(way);
 }
@@ -66,7 +68,7 @@ void CConnection::Arrive(SWay& way) {
   way.failures = 0;
   SMessage message = std::move(way.queue.front());
   way.queue.pop_front();
-  world.Scheduler().Trace().AddBytes(message.data.data(), message.data.size());
+  world.Scheduler().Trace().Add(message.data.size());
   const bool isTaken = &way == &toOutside ? TakeAtOutside(message) : TakeAtLibrary(message);
   if (!isTaken) {
     way.queue.push_front(std::move(message));

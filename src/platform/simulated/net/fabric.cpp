@@ -182,7 +182,7 @@ void COutsideDatagrams::SendTo(std::span<const uint8_t> data, SIpv4Endpoint remo
 
 void COutsideDatagrams::Take(const SDatagram& datagram) const {
   const std::shared_ptr<const CNetwork::DatagramHandler> kept = handler;
-  network.world.Scheduler().Trace().AddBytes(datagram.data.data(), datagram.data.size());
+  network.world.Scheduler().Trace().Add(datagram.data.size());
   (*kept)(datagram.data, datagram.from);
 }
 
