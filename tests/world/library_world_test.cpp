@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include "world/library_world.h"
+
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -8,7 +10,6 @@
 #include "platform/simulated/files.h"
 #include "platform/simulated/network.h"
 #include "platform/simulated/world.h"
-#include "world/library_world.h"
 #include "zelk/ZelkApi.h"
 
 namespace zelk::sim {

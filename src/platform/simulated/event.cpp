@@ -3,7 +3,6 @@
 
 #include "platform/clock.h"
 #include "platform/simulated/tasks/scheduler.h"
-#include "platform/simulated/tasks/unseen.h"
 
 namespace zelk {
 
@@ -19,9 +18,8 @@ SNativeEvent::~SNativeEvent() {
 
 void CEvent::Set() {
   CScheduler* const scheduler = CScheduler::Current();
-  sim::Publish(&native);
-  const bool wasSet = native.IsSet();
-  native.SetTo(true);
+  const bool wasSet = native.set;
+  native.set = true;
   if (scheduler != nullptr) {
     if (!wasSet) {
       scheduler->Wake(&native);
@@ -35,7 +33,7 @@ void CEvent::Reset() {
   if (CScheduler* const scheduler = CScheduler::Current()) {
     scheduler->Step(EStep::kReset);
   }
-  native.SetTo(false);
+  native.set = false;
 }
 
 // Outside of a world nobody could set it any more.
@@ -45,26 +43,21 @@ void CEvent::Wait() {
     return;
   }
   scheduler->Step(EStep::kWait);
-  while (!native.IsSet()) {
+  while (!native.set) {
     scheduler->Block({sim::EWaitFor::kEvent, &native, sim::kNever, 0});
   }
-  sim::Receive(&native);
 }
 
 bool CEvent::WaitFor(uint32_t timeoutMs) {
   CScheduler* const scheduler = CScheduler::Current();
   if (scheduler == nullptr) {
-    return native.IsSet();
+    return native.set;
   }
   scheduler->Step(EStep::kWait, timeoutMs);
   const int64_t dueUs = scheduler->NowUs() + int64_t{timeoutMs} * sim::kUsPerMs;
-  while (!native.IsSet() && timeoutMs != 0 && scheduler->Block({sim::EWaitFor::kEvent, &native, dueUs, 0})) {
+  while (!native.set && timeoutMs != 0 && scheduler->Block({sim::EWaitFor::kEvent, &native, dueUs, 0})) {
   }
-  if (native.IsSet()) {
-    sim::Receive(&native);
-    return true;
-  }
-  return false;
+  return native.set;
 }
 
 }  // namespace zelk

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/simulated/tasks/unseen.h"
 #include "platform/simulated/world.h"
 
 namespace zelk::sim {
@@ -59,7 +58,6 @@ void CFiles::SetWritable(const std::string& path, bool on) {
 }
 
 std::shared_ptr<SFile> CFiles::Open(const std::string& path, bool forWriting, bool mayMake) {
-  const CUnseen unseen;
   Step(path.size());
   const auto found = files.find(path);
   const bool isRefused = forWriting && unwritable.count(path) != 0;
@@ -75,7 +73,6 @@ std::shared_ptr<SFile> CFiles::Open(const std::string& path, bool forWriting, bo
 }
 
 int64_t CFiles::Write(SFile& file, size_t offset, const void* data, size_t length) {
-  const CUnseen unseen;
   Step(length);
   world.Scheduler().Trace().AddBytes(data, length);
   if (world.Random().Chance(faults.writePerMillion)) {
@@ -101,7 +98,6 @@ int64_t CFiles::Write(SFile& file, size_t offset, const void* data, size_t lengt
 }
 
 size_t CFiles::ReadAt(const SFile& file, uint64_t offset, void* data, size_t length) {
-  const CUnseen unseen;
   Step(length);
   if (offset >= file.content.size()) {
     return 0;

@@ -2,7 +2,6 @@
 #include "platform/mutex.h"
 
 #include "platform/simulated/tasks/scheduler.h"
-#include "platform/simulated/tasks/unseen.h"
 
 namespace zelk {
 
@@ -10,7 +9,6 @@ using sim::CScheduler;
 using sim::EStep;
 
 bool CSimulatedMutex::IsHeld() const {
-  const sim::CUnseen unseen;
   const CScheduler* const scheduler = CScheduler::Current();
   return holder != 0 && scheduler != nullptr && world == scheduler->WorldNumber();
 }
@@ -22,8 +20,6 @@ CSimulatedMutex::~CSimulatedMutex() {
 }
 
 void CSimulatedMutex::Take() {
-  sim::Receive(this);
-  const sim::CUnseen unseen;
   const CScheduler& scheduler = *CScheduler::Current();
   depth = IsHeld() ? depth + 1 : 1;
   world = scheduler.WorldNumber();
@@ -31,7 +27,6 @@ void CSimulatedMutex::Take() {
 }
 
 bool CSimulatedMutex::IsOthers() const {
-  const sim::CUnseen unseen;
   return IsHeld() && !(isRecursive && holder == CScheduler::Current()->Number());
 }
 
@@ -42,7 +37,6 @@ void CSimulatedMutex::lock() {
   }
   scheduler->Step(EStep::kLock);
   while (IsOthers()) {
-    const sim::CUnseen unseen;
     isAwaited = true;
     scheduler->Block({sim::EWaitFor::kMutex, this, sim::kNever, holder});
   }
@@ -67,8 +61,6 @@ void CSimulatedMutex::unlock() {
   if (scheduler == nullptr) {
     return;
   }
-  sim::Publish(this);
-  const sim::CUnseen unseen;
   if (!IsHeld() || holder != scheduler->Number()) {
     scheduler->Fail("a mutex is released by a task that does not hold it");
     return;

@@ -28,10 +28,11 @@ std::unique_ptr<CDatagrams> CNetwork::OpenDatagrams(SIpv4Endpoint local, Datagra
 
 std::unique_ptr<CListener> CNetwork::Listen(SIpv4Endpoint local, AcceptHandler handler) {
   impl->knownMachines.insert(local.address.networkOrder);
-  if (impl->FindListener(local) != nullptr) {
+  const SIpv4Endpoint at = impl->WithPort(local);
+  if (impl->FindListener(at) != nullptr) {
     return nullptr;
   }
-  return std::make_unique<COutsideListener>(*impl, local, std::move(handler));
+  return std::make_unique<COutsideListener>(*impl, at, std::move(handler));
 }
 
 void CNetwork::SetLink(SIpv4Address machine, const SLink& link) {

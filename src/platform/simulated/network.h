@@ -102,6 +102,7 @@ class CListener {
   };
 
   virtual ~CListener() = default;
+  virtual SIpv4Endpoint Local() const = 0;
   virtual void SetAnswer(EAnswer answer) = 0;
 };
 

@@ -6,7 +6,6 @@
 
 #include "platform/native_socket.h"
 #include "platform/simulated/net/fabric.h"
-#include "platform/simulated/tasks/unseen.h"
 #include "platform/simulated/world.h"
 
 namespace zelk {
@@ -43,7 +42,6 @@ class CCall {
   }
 
  private:
-  const sim::CUnseen unseen;
   CWorld* const world;
   SSocket* socket = nullptr;
 };
@@ -233,7 +231,7 @@ int getsockopt(NativeSocket socket, int level, int name, char* value, NativeSize
 int setsockopt(NativeSocket socket, int level, int name, const char* value, NativeSize) {
   const CCall call(socket);
   const bool isBroadcast = level == SOL_SOCKET && name == SO_BROADCAST;
-  if (!call || !(isBroadcast || (level == IPPROTO_TCP && name == TCP_NODELAY))) {
+  if (!call || !(isBroadcast || (level == IPPROTO_TCP && name == TCP_NODELAY && call->isStream))) {
     return kOptionFailed;
   }
   if (isBroadcast) {

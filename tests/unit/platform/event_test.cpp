@@ -3,8 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
 #include <vector>
+
+#include "native_worker.h"
 
 namespace zelk {
 namespace {
@@ -42,12 +43,12 @@ TEST(Event, CanBeSetAgainAfterAReset) {
 
 TEST(Event, ReleasesEveryWaitingThread) {
   CEvent event;
-  std::vector<std::thread> threads;
+  std::vector<CWorker> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&event] { event.Wait(); });
   }
   event.Set();
-  for (std::thread& thread : threads) {
+  for (CWorker& thread : threads) {
     thread.join();
   }
 }
@@ -57,7 +58,7 @@ TEST(Event, WhatWasWrittenBeforeSetIsSeenBehindTheWait) {
   CEvent request;
   CEvent answer;
   int value = 0;
-  std::thread worker([&] {
+  CWorker worker([&] {
     for (int i = 1; i <= 200; ++i) {
       request.Wait();
       request.Reset();

@@ -3,8 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
 #include <vector>
+
+#include "native_worker.h"
 
 namespace zelk {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 template <class Mutex>
 int CountUnder(Mutex& mutex) {
   int count = 0;
-  std::vector<std::thread> threads;
+  std::vector<CWorker> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int turn = 0; turn < 1000; ++turn) {
@@ -22,7 +23,7 @@ int CountUnder(Mutex& mutex) {
       }
     });
   }
-  for (std::thread& thread : threads) {
+  for (CWorker& thread : threads) {
     thread.join();
   }
   return count;
@@ -48,7 +49,7 @@ void LockTwice(CRecursiveMutex& mutex) ZELK_NO_THREAD_SAFETY_ANALYSIS {
 TEST(RecursiveMutex, ItsHolderMayTakeItAgainAndThenOthersGetIt) {
   CRecursiveMutex mutex;
   LockTwice(mutex);
-  std::thread([&mutex] { const CScopedLock hold(mutex); }).join();
+  CWorker([&mutex] { const CScopedLock hold(mutex); }).join();
 }
 
 }  // namespace

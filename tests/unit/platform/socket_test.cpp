@@ -8,10 +8,10 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "loopback.h"
+#include "native_worker.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 
@@ -102,7 +102,7 @@ TEST(UdpSocket, ABlockingReceiveWaitsForTheDatagram) {
   std::array<char, 4> bytes{};
   SIpv4Endpoint from;
   int received = -2;
-  std::thread reader([&] { received = socket.ReceiveFrom(bytes.data(), bytes.size(), from); });
+  CWorker reader([&] { received = socket.ReceiveFrom(bytes.data(), bytes.size(), from); });
   EXPECT_EQ(sender.SendTo("abc", 3, {kLoopback, socket.LocalPort()}), 3);
   reader.join();
   EXPECT_EQ(received, 3);
@@ -198,13 +198,13 @@ class BlockedSocket : public testing::TestWithParam<EBlockedIn> {
 TEST_P(BlockedSocket, IsReleasedByACloseFromAnotherThread) {
   CSocket socket;
   ASSERT_TRUE(OpenBound(socket));
-  std::vector<std::thread> blocked;
+  std::vector<CWorker> blocked;
   std::atomic<int> failed{0};
   for (int i = 0; i < 3; ++i) {
     blocked.emplace_back([&] { failed += Fails(socket) ? 1 : 0; });
   }
   socket.Close();
-  for (std::thread& thread : blocked) {
+  for (CWorker& thread : blocked) {
     thread.join();
   }
   EXPECT_EQ(failed, 3);
@@ -221,7 +221,7 @@ TEST(UdpSocket, AWaitingReceiveWaitsOnANonBlockingSocketToo) {
   CSocket sender;
   ASSERT_TRUE(OpenBound(socket) && OpenBound(sender) && socket.SetNonBlocking(true));
   CEvent received;
-  std::thread reader([&] {
+  CWorker reader([&] {
     std::array<char, 8> bytes{};
     SIpv4Endpoint from;
     EXPECT_EQ(socket.ReceiveFromWaiting(bytes.data(), bytes.size(), from), 2);
@@ -252,7 +252,7 @@ TEST(UdpSocket, ACloseReachesAThreadInTheMiddleOfItsLoop) {
   CSocket socket;
   ASSERT_TRUE(OpenBound(socket));
   CEvent looping;
-  std::thread reader([&] {
+  CWorker reader([&] {
     std::array<char, 8> bytes{};
     SIpv4Endpoint from;
     while (socket.WaitReadable(kWaitForever) == EWait::kReady) {
@@ -276,7 +276,7 @@ TEST(UdpSocket, CallsOfManyThreadsSurviveClosingAndOpening) {
   ASSERT_TRUE(sink.SetNonBlocking(true));
   const SIpv4Endpoint target{kLoopback, sink.LocalPort()};
   std::atomic<bool> stop{false};
-  std::vector<std::thread> users;
+  std::vector<CWorker> users;
   for (int i = 0; i < 4; ++i) {
     users.emplace_back([&, i] {
       std::array<char, 8> bytes{};
@@ -300,7 +300,7 @@ TEST(UdpSocket, CallsOfManyThreadsSurviveClosingAndOpening) {
     socket.Close();
   }
   stop = true;
-  for (std::thread& user : users) {
+  for (CWorker& user : users) {
     user.join();
   }
 }
@@ -310,7 +310,7 @@ TEST(UdpSocket, TheDestructorWaitsForTheThreadsThatItReleases) {
     auto socket = std::make_unique<CSocket>();
     ASSERT_TRUE(OpenBound(*socket));
     CEvent entering;
-    std::thread waiter([&entering, inside = socket.get()] {
+    CWorker waiter([&entering, inside = socket.get()] {
       entering.Set();
       inside->WaitReadable(kWaitForever);
     });

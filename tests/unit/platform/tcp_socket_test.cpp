@@ -5,14 +5,14 @@
 #include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "loopback.h"
+#include "native_tcp_peer.h"
+#include "native_worker.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "platform/socket.h"
-#include "tcp_peer.h"
 
 // Streams: connecting, the orderly end, resets.
 namespace zelk {
@@ -157,7 +157,7 @@ TEST_F(TcpSocket, ABlockedSendIsReleasedByAClose) {
   ASSERT_TRUE(socket.SetNonBlocking(false));
   const std::vector<char> huge(64 << 20, 'x');
   int sent = 0;
-  std::thread sender([&] { sent = socket.Send(huge.data(), huge.size()); });
+  CWorker sender([&] { sent = socket.Send(huge.data(), huge.size()); });
   socket.Close();
   sender.join();
   EXPECT_LT(sent, static_cast<int>(huge.size()));

@@ -3,8 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
+#include "native_worker.h"
 #include "platform/clock.h"
 
 namespace zelk {
@@ -14,7 +13,7 @@ TEST(StopFlag, WakesItsSleeperAtOnce) {
   CStopFlag stop;
   EXPECT_FALSE(stop.IsSet());
   const uint32_t before = TickMs();
-  std::thread sleeper([&stop] { stop.SleepFor(60000); });
+  CWorker sleeper([&stop] { stop.SleepFor(60000); });
   stop.Set();
   sleeper.join();
   EXPECT_TRUE(stop.IsSet());

@@ -7,10 +7,6 @@ namespace zelk {
 struct SNativeEvent {
   ~SNativeEvent();
 
-  bool IsSet() const { return __atomic_load_n(&set, __ATOMIC_RELAXED); }
-  void SetTo(bool on) { __atomic_store_n(&set, on, __ATOMIC_RELAXED); }
-
- private:
   bool set = false;
 };
 

@@ -78,7 +78,7 @@ class COutsideListener : public CListener {
 
   void SetAnswer(EAnswer toGive) override { answer = toGive; }
   EAnswer Answer() const { return answer; }
-  SIpv4Endpoint Local() const { return local; }
+  SIpv4Endpoint Local() const override { return local; }
   std::shared_ptr<const CNetwork::AcceptHandler> Handler() const { return handler; }
 
  private:

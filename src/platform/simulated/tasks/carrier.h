@@ -31,8 +31,8 @@ class CCarrier {
 
 // Stacks of our own in one thread: a switch takes some ten nanoseconds.
 std::unique_ptr<CCarrier> MakeFiberCarrier();
-// Threads of the system that hand over a baton, for sanitizers, debuggers and profilers, which know threads. The
-// handing over does not count as synchronisation for the thread sanitizer: it sees the tasks' own.
+// Threads of the system that hand over a baton, for sanitizers, debuggers and profilers, which know threads. What one
+// did before it handed over is seen by the next: the thread sanitizer finds no races between tasks.
 std::unique_ptr<CCarrier> MakeThreadCarrier();
 
 }  // namespace zelk::sim

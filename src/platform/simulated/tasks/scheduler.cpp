@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/simulated/tasks/report.h"
-#include "platform/simulated/tasks/unseen.h"
 
 namespace zelk::sim {
 
@@ -69,7 +68,6 @@ void CScheduler::MakeWaiting(STask& task) {
 }
 
 EVerdict CScheduler::Run(std::function<void()> main) {
-  const CUnseen unseen;
   CScheduler* const outer = std::exchange(running, this);
   STask* const first = Start("main", [this, body = std::move(main)] {
     body();
@@ -87,7 +85,6 @@ EVerdict CScheduler::Run(std::function<void()> main) {
 }
 
 STask* CScheduler::Start(std::string name, std::function<void()> body) {
-  const CUnseen unseen;
   spent.clear();
   auto task = std::make_unique<STask>();
   STask* const started = task.get();
@@ -116,7 +113,6 @@ void CScheduler::RunTask(STask& task) {
 
 // The last thing that runs on the task's strand, which the next start or the end of the run takes back.
 void CScheduler::EndTask(STask& task) {
-  const CUnseen unseen;
   TakeFrom(ready, task);
   const std::unique_ptr<STask> ended = std::move(tasks[task.number - 1]);
   CStrand& own = *ended->strand;
@@ -190,7 +186,6 @@ void CScheduler::Step(EStep what, uint64_t detail) {
   if (!IsInTask()) {
     return;
   }
-  const CUnseen unseen;
   ++steps;
   nowUs += options.stepUs;
   trace.Add(detail << 8 | static_cast<uint64_t>(what));
@@ -215,7 +210,6 @@ void CScheduler::Yield() {
 }
 
 bool CScheduler::Block(const SWait& wait) {
-  const CUnseen unseen;
   if (!IsInTask()) {
     Fail("something that must not wait did");
     return false;
@@ -240,7 +234,6 @@ bool CScheduler::Block(const SWait& wait) {
 
 // From the last one on: the one that takes a freed place was looked at before.
 void CScheduler::Wake(const void* object) {
-  const CUnseen unseen;
   for (size_t i = waiting.size(); i-- > 0;) {
     if (waiting[i]->wait.object == object) {
       MakeReady(*waiting[i]);
@@ -281,7 +274,6 @@ void CScheduler::Fail(const std::string& why) {
 
 // Leaves for good to whoever started the run, from wherever this is, unless no task is running.
 void CScheduler::End(EVerdict how, const std::string& why) {
-  const CUnseen unseen;
   if (hasEnded) {
     return;
   }

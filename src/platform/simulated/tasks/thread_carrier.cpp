@@ -1,17 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <new>
+#include <atomic>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "platform/simulated/tasks/carrier.h"
-
-// The thread sanitizer would take the baton for a lock around everything that tasks do, and find nothing.
-#define ZELK_UNSEEN __attribute__((no_sanitize("thread"), noinline))
 
 namespace zelk::sim {
 
@@ -20,18 +13,17 @@ namespace {
 // Whose turn it is, said by one thread and awaited by another.
 class CTurn {
  public:
-  ZELK_UNSEEN void Give() {
-    __atomic_store_n(&given, 1, __ATOMIC_RELEASE);
-    syscall(SYS_futex, &given, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+  void Give() {
+    given.store(true, std::memory_order_release);
+    given.notify_one();
   }
-  ZELK_UNSEEN void Await() {
-    while (__atomic_exchange_n(&given, 0, __ATOMIC_ACQUIRE) == 0) {
-      syscall(SYS_futex, &given, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
-    }
+  void Await() {
+    given.wait(false, std::memory_order_acquire);
+    given.store(false, std::memory_order_relaxed);
   }
 
  private:
-  int given = 0;
+  std::atomic<bool> given{false};
 };
 
 class CThreadStrand : public CStrand {
