@@ -33,7 +33,10 @@ CWorld::CWorld(const SWorldOptions& worldOptions)
       files(std::make_unique<CFiles>(*this)),
       wallClockMs(options.startUnixMs) {}
 
-CWorld::~CWorld() = default;
+// Acts may hold what belongs to the network.
+CWorld::~CWorld() {
+  scheduler.Agenda() = CAgenda();
+}
 
 CWorld* CWorld::Current() {
   return running;

@@ -85,7 +85,8 @@ EVerdict CScheduler::Run(std::function<void()> main) {
 }
 
 STask* CScheduler::Start(std::string name, std::function<void()> body) {
-  spent.clear();
+  // An act may start a task from the strand of one that has just ended.
+  std::erase_if(spent, [this](const std::unique_ptr<CStrand>& strand) { return strand.get() != here; });
   auto task = std::make_unique<STask>();
   STask* const started = task.get();
   started->number = static_cast<uint32_t>(tasks.size() + 1);
@@ -111,12 +112,13 @@ void CScheduler::RunTask(STask& task) {
   EndTask(task);
 }
 
-// The last thing that runs on the task's strand, which the next start or the end of the run takes back.
+// The last thing that runs on the task's strand, which the next start or the end of the run takes back. The strand may
+// never come to the end of this: nothing is left to be destroyed there.
 void CScheduler::EndTask(STask& task) {
   TakeFrom(ready, task);
-  const std::unique_ptr<STask> ended = std::move(tasks[task.number - 1]);
-  CStrand& own = *ended->strand;
-  spent.push_back(std::move(ended->strand));
+  CStrand& own = *task.strand;
+  spent.push_back(std::move(task.strand));
+  tasks[task.number - 1] = nullptr;
   current = nullptr;
   if (ready.empty() && waiting.empty()) {
     hasEnded = true;

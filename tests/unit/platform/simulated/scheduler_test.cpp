@@ -122,6 +122,20 @@ TEST(Scheduler, AnActThatWaitsEndsTheRun) {
   EXPECT_NE(outcome.report.find("must not wait"), std::string::npos) << outcome.report;
 }
 
+// While no task runs, an act stands on what the task before it has left.
+TEST(Scheduler, AnActMayStartATaskWhenAnotherHasJustEnded) {
+  for (const ECarrier carrier : {kDefaultCarrier, ECarrier::kThreads}) {
+    CWorld world({.carrier = carrier});
+    bool hasRun = false;
+    world.At(5 * kUsPerMs, [&] { world.Start("late", [&] { hasRun = true; }); });
+    RunToEnd(world, [&] {
+      world.Start("short", [] { SleepMs(1); });
+      SleepMs(10);
+    });
+    EXPECT_TRUE(hasRun);
+  }
+}
+
 TEST(Scheduler, ManyTasksComeAndGo) {
   CWorld world({});
   int ended = 0;
