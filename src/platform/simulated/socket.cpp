@@ -187,6 +187,16 @@ bool SNativeSocket::SetSharedPort() {
   return static_cast<bool>(call);
 }
 
+int SNativeSocket::SendTo(const void* data, int length, const sockaddr_in& to) {
+  const CCall call(handle);
+  if (!call) {
+    return -1;
+  }
+  const std::span<const uint8_t> bytes(static_cast<const uint8_t*>(data), static_cast<size_t>(length));
+  const int error = call.Network().SendDatagram(*call, bytes, FromSystem(reinterpret_cast<const sockaddr*>(&to)));
+  return static_cast<int>(call.Result(error == 0 ? length : -error));
+}
+
 int SNativeSocket::ReceiveFrom(void* data, int capacity, sockaddr_in& from) {
   const CCall call(handle);
   return call ? static_cast<int>(call.Result(TakeDatagram(*call, data, static_cast<size_t>(capacity), from))) : -1;
@@ -266,15 +276,6 @@ int64_t recv(NativeSocket socket, char* data, NativeLength length, int) {
   }
   const std::span<uint8_t> room(reinterpret_cast<uint8_t*>(data), length);
   return call.Result(call->connection == nullptr ? -ENOTCONN : call->connection->Receive(room));
-}
-
-int64_t sendto(NativeSocket socket, const char* data, NativeLength length, int, const sockaddr* address, NativeSize) {
-  const CCall call(socket);
-  if (!call) {
-    return -1;
-  }
-  const int error = call.Network().SendDatagram(*call, BytesOf(data, length), FromSystem(address));
-  return call.Result(error == 0 ? static_cast<int64_t>(length) : -error);
 }
 
 int LastSocketError() {

@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "native_worker.h"
+#include <thread>
+
 #include "platform/clock.h"
 
 namespace zelk {
@@ -13,7 +14,7 @@ TEST(StopFlag, WakesItsSleeperAtOnce) {
   CStopFlag stop;
   EXPECT_FALSE(stop.IsSet());
   const uint32_t before = TickMs();
-  CWorker sleeper([&stop] { stop.SleepFor(60000); });
+  std::thread sleeper([&stop] { stop.SleepFor(60000); });
   stop.Set();
   sleeper.join();
   EXPECT_TRUE(stop.IsSet());

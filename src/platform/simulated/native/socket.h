@@ -27,7 +27,5 @@ int getsockopt(NativeSocket socket, int level, int name, char* value, NativeSize
 int setsockopt(NativeSocket socket, int level, int name, const char* value, NativeSize size);
 int64_t send(NativeSocket socket, const char* data, NativeLength length, int flags);
 int64_t recv(NativeSocket socket, char* data, NativeLength length, int flags);
-int64_t sendto(NativeSocket socket, const char* data, NativeLength length, int flags, const sockaddr* address,
-               NativeSize size);
 
 }  // namespace zelk
