@@ -31,6 +31,24 @@ TEST(SimulatedEvent, ReleasesEveryWaitUntilItIsReset) {
   EXPECT_EQ(released, 2);
 }
 
+// The harsher of what the systems do: who has not looked in time has seen nothing.
+TEST(SimulatedEvent, OneThatIsResetBeforeTheWaiterRunsReleasesNobody) {
+  CWorld world({.policy = EPolicy::kInOrder});
+  CEvent event;
+  bool isReleased = false;
+  RunToEnd(world, [&] {
+    CThread waiter;
+    waiter.Start("waiter", [&] { event.Wait(), isReleased = true; });
+    SleepMs(10);
+    event.Set();
+    event.Reset();
+    SleepMs(10);
+    EXPECT_FALSE(isReleased);
+    event.Set();
+  });
+  EXPECT_TRUE(isReleased);
+}
+
 TEST(SimulatedEvent, AWaitEndsAtItsTime) {
   CWorld world({.stepUs = 0});
   CEvent event;

@@ -70,6 +70,11 @@ TEST_F(Machine, ADatagramGoesToTheMostSpecificBind) {
   machine.Deliver({{1}, {Address(10, 1, 0, 9), 1}}, {Address(10, 1, 0, 255), 9000}, true);
   EXPECT_EQ(wildcard.datagrams.size(), 2U);
   EXPECT_EQ(specific.datagrams.size(), 1U);
+  SSocket& later = Open();
+  later.mayShare = true;
+  machine.Bind(later, {kAnyAddress, 9000});
+  machine.Deliver({{1}, {Address(10, 1, 0, 9), 1}}, {kLibraryAddress, 9000}, false);
+  EXPECT_EQ(specific.datagrams.size(), 2U);
 }
 
 TEST_F(Machine, AFullReceiveBufferLosesWhatComes) {
