@@ -2,7 +2,6 @@
 #include "cardsim/audio/audio_pacer.h"
 
 #include <algorithm>
-#include <asio.hpp>
 
 namespace cardsim {
 namespace {
@@ -12,15 +11,7 @@ constexpr std::chrono::milliseconds kLongestSleep{5};
 
 }  // namespace
 
-struct CAudioPacer::STimer {
-  explicit STimer(asio::io_context& io) : wake(io) {}
-  asio::steady_timer wake;
-};
-
-CAudioPacer::CAudioPacer(CReactor& audioReactor)
-    : reactor(audioReactor), timer(std::make_unique<STimer>(audioReactor.Io())) {}
-
-CAudioPacer::~CAudioPacer() = default;
+CAudioPacer::CAudioPacer(IReactor& audioReactor) : reactor(audioReactor), timer(audioReactor.MakeTimer()) {}
 
 void CAudioPacer::Start(std::vector<CAudioPort*> cardPorts) {
   reactor.Call([&] {
@@ -32,12 +23,12 @@ void CAudioPacer::Start(std::vector<CAudioPort*> cardPorts) {
 void CAudioPacer::Stop() {
   reactor.Call([&] {
     ports.clear();
-    timer->wake.cancel();
+    timer->Cancel();
   });
 }
 
 void CAudioPacer::Turn() {
-  const auto now = std::chrono::steady_clock::now();
+  const auto now = reactor.Now();
   auto next = now + kLongestSleep;
   for (CAudioPort* port : ports) {
     next = std::min(next, port->SendDue(now).value_or(next));
@@ -45,12 +36,7 @@ void CAudioPacer::Turn() {
   if (ports.empty()) {
     return;
   }
-  timer->wake.expires_at(next);
-  timer->wake.async_wait([this](const asio::error_code& error) {
-    if (!error) {
-      Turn();
-    }
-  });
+  timer->At(next, [this] { Turn(); });
 }
 
 }  // namespace cardsim

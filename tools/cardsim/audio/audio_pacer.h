@@ -13,19 +13,17 @@ namespace cardsim {
 // are the cards' and outlive it. Nothing fails.
 class CAudioPacer {
  public:
-  explicit CAudioPacer(CReactor& audioReactor);
-  ~CAudioPacer();
+  explicit CAudioPacer(IReactor& audioReactor);
 
   void Start(std::vector<CAudioPort*> cardPorts);
   void Stop();
 
  private:
-  struct STimer;
   void Turn();
 
-  CReactor& reactor;
+  IReactor& reactor;
   std::vector<CAudioPort*> ports;  // audio thread
-  std::unique_ptr<STimer> timer;   // audio thread
+  std::unique_ptr<ITimer> timer;   // audio thread
 };
 
 }  // namespace cardsim

@@ -15,12 +15,11 @@ int FramesOf(const SCardConfig& config) {
 
 }  // namespace
 
-CAudioPort::CAudioPort(CReactor& audioReactor, const SCardConfig& config, ProbeHandler probeHandler)
+CAudioPort::CAudioPort(IReactor& audioReactor, const SCardConfig& config, ProbeHandler probeHandler)
     : reactor(audioReactor),
       trunks(config.identity.trunks),
       frames(FramesOf(config)),
-      socket(audioReactor, std::move(probeHandler),
-             [this](ByteView reply) { OnReply(reply, std::chrono::steady_clock::now()); }),
+      socket(audioReactor, std::move(probeHandler), [this](ByteView reply) { OnReply(reply, reactor.Now()); }),
       timeslots(config.identity.trunks),
       checker(config.lateAfter),
       hint(config.backlogHint) {}
@@ -33,10 +32,10 @@ void CAudioPort::Close() {
 void CAudioPort::Start(const std::string& address, std::uint16_t port) {
   socket.SetLibrary(address, port);
   const std::lock_guard guard(lock);
-  checker.Restart(std::chrono::steady_clock::now());
+  checker.Restart(reactor.Now());
   network.Clear();
   streaming = true;
-  due = std::chrono::steady_clock::now();
+  due = reactor.Now();
   lastSent = due;
   nextSequence = 1;
   framesSent = 0;
@@ -48,7 +47,7 @@ void CAudioPort::Stop() {
     const std::lock_guard guard(lock);
     streaming = false;
     network.Clear();
-    checker.Finish(std::chrono::steady_clock::now());
+    checker.Finish(reactor.Now());
   }
   changed.notify_all();
 }
@@ -120,7 +119,7 @@ void CAudioPort::SendPacket(std::optional<std::uint32_t> sequence) {
   reactor.Call([&] {
     const std::lock_guard guard(lock);
     if (streaming) {
-      const auto now = std::chrono::steady_clock::now();
+      const auto now = reactor.Now();
       nextSequence = sequence.value_or(nextSequence);
       SendNext(now);
       SendUnderWay(now, now);
@@ -131,7 +130,7 @@ void CAudioPort::SendPacket(std::optional<std::uint32_t> sequence) {
 void CAudioPort::SetPacing(bool on) {
   const std::lock_guard guard(lock);
   if (on && !pacing) {
-    due = std::chrono::steady_clock::now();
+    due = reactor.Now();
   }
   pacing = on;
 }
@@ -143,7 +142,7 @@ void CAudioPort::SetFaults(const SAudioFaults& faults) {
 
 void CAudioPort::PauseFor(std::chrono::milliseconds time) {
   const std::lock_guard guard(lock);
-  network.PauseUntil(std::chrono::steady_clock::now() + time);
+  network.PauseUntil(reactor.Now() + time);
 }
 
 SAudioFaultCounts CAudioPort::FaultCounts() const {
@@ -153,7 +152,7 @@ SAudioFaultCounts CAudioPort::FaultCounts() const {
 
 bool CAudioPort::WaitArrived(std::chrono::milliseconds timeout) const {
   std::unique_lock guard(lock);
-  return changed.wait_for(guard, timeout, [&] { return network.IsIdle(std::chrono::steady_clock::now()); });
+  return changed.wait_for(guard, timeout, [&] { return network.IsIdle(reactor.Now()); });
 }
 
 void CAudioPort::SetWaitForReplies(bool on) {

@@ -33,7 +33,7 @@ class CAudioPort {
   using Time = std::chrono::steady_clock::time_point;
   using ProbeHandler = CAudioSocket::ProbeHandler;
 
-  CAudioPort(CReactor& audioReactor, const SCardConfig& config, ProbeHandler probeHandler);
+  CAudioPort(IReactor& audioReactor, const SCardConfig& config, ProbeHandler probeHandler);
 
   void Open(const std::string& address) { socket.Open(address); }
   void Close();
@@ -95,7 +95,7 @@ class CAudioPort {
   void Launch(const SAudioPacket& datagram, Time now);
   Time SendUnderWay(Time now, Time next);
 
-  CReactor& reactor;
+  IReactor& reactor;
   const int trunks;
   const int frames;
   CAudioSocket socket;

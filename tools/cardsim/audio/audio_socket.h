@@ -19,8 +19,7 @@ class CAudioSocket {
   using ProbeHandler = std::function<void(const std::string& fromAddress)>;
   using ReplyHandler = std::function<void(ByteView reply)>;
 
-  CAudioSocket(CReactor& audioReactor, ProbeHandler probeHandler, ReplyHandler replyHandler);
-  ~CAudioSocket();
+  CAudioSocket(IReactor& audioReactor, ProbeHandler probeHandler, ReplyHandler replyHandler);
 
   void Open(const std::string& address);
   void Close();
@@ -32,16 +31,14 @@ class CAudioSocket {
   void SendTo(Bytes datagram, const std::string& address, std::uint16_t port);
 
  private:
-  struct SSocket;
+  void TakeDatagram(ByteView datagram, const SEndpoint& from);
+  void Write(ByteView datagram, const SEndpoint& to);
 
-  void BeginReceive();
-  void TakeDatagrams();
-  void Write(ByteView datagram, const std::string& address, std::uint16_t port);
-
-  CReactor& reactor;
+  IReactor& reactor;
   const ProbeHandler onProbe;
   const ReplyHandler onReply;
-  std::unique_ptr<SSocket> socket;  // audio thread
+  std::unique_ptr<IDatagrams> socket;  // audio thread
+  SEndpoint library;                   // audio thread
 };
 
 }  // namespace cardsim

@@ -84,7 +84,6 @@ void CControlParser::Emit(bool wellFormed) {
   message.type = pending.size() > 1 ? pending[1] : 0;
   message.wellFormed = wellFormed;
   message.bytes = std::move(pending);
-  message.time = std::chrono::steady_clock::now();
   pending.clear();
   sink(std::move(message));
 }

@@ -25,7 +25,7 @@ struct SControlMessage {
   std::uint8_t type = 0;
   bool wellFormed = true;
   Bytes bytes;
-  std::chrono::steady_clock::time_point time;
+  std::chrono::steady_clock::time_point time;  // when it came, as its connection tells
 
   bool Is(EControlType wanted) const { return wellFormed && type == static_cast<std::uint8_t>(wanted); }
 };

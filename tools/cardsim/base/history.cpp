@@ -24,11 +24,9 @@ void CHistory::AddMessage(const SControlMessage& message) {
   }
 }
 
-void CHistory::AddFrame(EDirection direction, int trunk, ByteView frame) {
+void CHistory::AddFrame(EDirection direction, int trunk, ByteView frame, Time time) {
   if (keep) {
-    Change([&] {
-      frames.push_back({direction, trunk, Bytes(frame.begin(), frame.end()), std::chrono::steady_clock::now()});
-    });
+    Change([&] { frames.push_back({direction, trunk, Bytes(frame.begin(), frame.end()), time}); });
   }
 }
 

@@ -31,10 +31,12 @@ struct SFrameRecord {
 // it. Thread: signalling writes, any reads and waits; only the waits block and return false on time-out.
 class CHistory {
  public:
+  using Time = std::chrono::steady_clock::time_point;
+
   explicit CHistory(bool keepAll) : keep(keepAll) {}
 
   void AddMessage(const SControlMessage& message);
-  void AddFrame(EDirection direction, int trunk, ByteView frame);
+  void AddFrame(EDirection direction, int trunk, ByteView frame, Time time);
   void AddConnection();
   void SetConnected(bool value);
   void SetReady(bool value);

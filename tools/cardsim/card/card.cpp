@@ -10,7 +10,7 @@
 namespace cardsim {
 
 CCard::CCard(int cardIndex, const SCardConfig& cardConfig, std::string broadcastAddress, bool keepHistory,
-             CReactor& signallingReactor, CReactor& audioReactor)
+             IReactor& signallingReactor, IReactor& audioReactor)
     : index(cardIndex),
       config(cardConfig),
       broadcast(std::move(broadcastAddress)),
@@ -57,7 +57,7 @@ void CCard::Tick() {
   for (const auto& trunk : trunks) {
     trunk->RunTimers();
   }
-  if (connected && std::chrono::steady_clock::now() >= nextStatus) {
+  if (connected && reactor.Now() >= nextStatus) {
     SendStatus();
   }
 }
@@ -138,7 +138,7 @@ void CCard::Send(Bytes bytes) {
 }
 
 void CCard::SendStatus() {
-  nextStatus = std::chrono::steady_clock::now() + config.statusInterval;
+  nextStatus = reactor.Now() + config.statusInterval;
   Send(BuildTrunkStatus(status));
 }
 

@@ -29,7 +29,7 @@ class CTrunk;
 class CCard {
  public:
   CCard(int cardIndex, const SCardConfig& cardConfig, std::string broadcastAddress, bool keepHistory,
-        CReactor& signallingReactor, CReactor& audioReactor);
+        IReactor& signallingReactor, IReactor& audioReactor);
   ~CCard();
 
   int Index() const { return index; }
@@ -131,7 +131,7 @@ class CCard {
   const int index;
   const SCardConfig config;
   const std::string broadcast;
-  CReactor& reactor;
+  IReactor& reactor;
   CHistory history;
   CAudioPort audio;
 

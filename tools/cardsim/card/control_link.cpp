@@ -2,8 +2,6 @@
 #include "cardsim/card/control_link.h"
 
 #include <algorithm>
-#include <array>
-#include <asio.hpp>
 #include <deque>
 #include <utility>
 
@@ -11,77 +9,51 @@
 
 namespace cardsim {
 
-using asio::ip::tcp;
-
-struct CControlLink::SAcceptor {
-  explicit SAcceptor(asio::io_context& io) : listener(io) {}
-  tcp::acceptor listener;
-};
-
 struct CControlLink::SSession {
-  SSession(tcp::socket connection, CControlParser::Sink sink)
-      : socket(std::move(connection)), parser(std::move(sink)) {}
-  tcp::socket socket;
+  SSession(std::unique_ptr<IStream> connection, CControlParser::Sink sink)
+      : stream(std::move(connection)), parser(std::move(sink)) {}
+  std::unique_ptr<IStream> stream;
   CControlParser parser;
-  std::array<std::uint8_t, 8192> buffer{};
-  std::deque<Bytes> queue;
+  std::deque<Bytes> queue;  // the first is under way
   Bytes held;
   bool isHalfClosed = false;
 };
 
-CControlLink::CControlLink(CReactor& signallingReactor, SHandlers eventHandlers)
+CControlLink::CControlLink(IReactor& signallingReactor, SHandlers eventHandlers)
     : reactor(signallingReactor), handlers(std::move(eventHandlers)) {}
 
 CControlLink::~CControlLink() = default;
 
 void CControlLink::Listen(const std::string& address) {
-  const tcp::endpoint endpoint(asio::ip::make_address_v4(address), kCardPort);
-  acceptor = std::make_unique<SAcceptor>(reactor.Io());
-  acceptor->listener.open(endpoint.protocol());
-  acceptor->listener.set_option(tcp::acceptor::reuse_address(true));
-  acceptor->listener.bind(endpoint);
-  acceptor->listener.listen();
-  BeginAccept();
+  listener = reactor.Listen(
+      ToEndpoint(address, kCardPort),
+      [this](std::unique_ptr<IStream> stream, const SEndpoint& peer) { OnAccept(std::move(stream), peer); });
 }
 
 void CControlLink::StopListening() {
-  acceptor.reset();
+  listener.reset();
 }
 
-void CControlLink::BeginAccept() {
-  acceptor->listener.async_accept([this](const asio::error_code& error, tcp::socket socket) {
-    if (error == asio::error::operation_aborted) {
-      return;
-    }
-    asio::error_code failed = error;
-    const auto peer = failed ? tcp::endpoint() : socket.remote_endpoint(failed);
-    if (!failed) {
-      Drop();
-      socket.set_option(tcp::no_delay(true), failed);
-      session = std::make_shared<SSession>(std::move(socket),
-                                           [this](SControlMessage&& message) { handlers.message(std::move(message)); });
-      handlers.connected(peer.address().to_string());
-      BeginRead(session);
-    }
-    BeginAccept();
+void CControlLink::OnAccept(std::unique_ptr<IStream> stream, const SEndpoint& peer) {
+  Drop();
+  const auto open = std::make_shared<SSession>(std::move(stream), [this](SControlMessage&& message) {
+    message.time = reactor.Now();
+    handlers.message(std::move(message));
   });
-}
-
-void CControlLink::BeginRead(const std::shared_ptr<SSession>& open) {
-  open->socket.async_read_some(asio::buffer(open->buffer),
-                               [this, open](const asio::error_code& error, std::size_t bytes) {
-                                 if (open != session) {
-                                   return;
-                                 }
-                                 if (error) {
-                                   End(open);
-                                   return;
-                                 }
-                                 open->parser.Feed(ByteView(open->buffer.data(), bytes));
-                                 if (open == session) {
-                                   BeginRead(open);
-                                 }
-                               });
+  session = open;
+  handlers.connected(FormatIpv4(peer.address));
+  // The stream is the session's: its handlers must not hold the session.
+  const std::weak_ptr<SSession> mine = open;
+  open->stream->Read({[mine](ByteView data) {
+                        if (const auto reading = mine.lock()) {
+                          reading->parser.Feed(data);
+                        }
+                      },
+                      [this, mine] {
+                        if (const auto ending = mine.lock(); ending != nullptr && ending == session) {
+                          End(ending);
+                        }
+                      }});
 }
 
 void CControlLink::Send(Bytes bytes) {
@@ -108,17 +80,17 @@ void CControlLink::Queue(Bytes bytes) {
 }
 
 void CControlLink::BeginWrite(const std::shared_ptr<SSession>& open) {
-  asio::async_write(open->socket, asio::buffer(open->queue.front()),
-                    [this, open](const asio::error_code& error, std::size_t) {
-                      if (open != session) {
-                        return;
-                      }
-                      if (error && !open->isHalfClosed) {
-                        End(open);
-                        return;
-                      }
-                      EndWrite(open);
-                    });
+  open->stream->Write(std::move(open->queue.front()), [this, mine = std::weak_ptr<SSession>(open)](bool isWhole) {
+    const auto writing = mine.lock();
+    if (writing == nullptr || writing != session) {
+      return;
+    }
+    if (!isWhole && !writing->isHalfClosed) {
+      End(writing);
+      return;
+    }
+    EndWrite(writing);
+  });
 }
 
 void CControlLink::EndWrite(const std::shared_ptr<SSession>& open) {
@@ -151,9 +123,7 @@ void CControlLink::Hold(bool on) {
 
 void CControlLink::Reset() {
   if (session != nullptr) {
-    asio::error_code ignored;
-    session->socket.set_option(tcp::socket::linger(true, 0), ignored);
-    session->socket.close(ignored);
+    session->stream->Reset();
     Drop();
   }
 }
@@ -161,8 +131,7 @@ void CControlLink::Reset() {
 void CControlLink::HalfClose() {
   if (session != nullptr) {
     session->isHalfClosed = true;
-    asio::error_code ignored;
-    session->socket.shutdown(tcp::socket::shutdown_send, ignored);
+    session->stream->HalfClose();
   }
 }
 
@@ -177,9 +146,7 @@ void CControlLink::End(const std::shared_ptr<SSession>& open) {
   // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
   const std::shared_ptr<SSession> ending = open;
   session.reset();
-  asio::error_code ignored;
-  ending->socket.shutdown(tcp::socket::shutdown_both, ignored);
-  ending->socket.close(ignored);
+  ending->stream.reset();
   handlers.disconnected();
 }
 

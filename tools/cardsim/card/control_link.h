@@ -23,7 +23,7 @@ class CControlLink {
     std::function<void(SControlMessage&&)> message;
   };
 
-  CControlLink(CReactor& signallingReactor, SHandlers eventHandlers);
+  CControlLink(IReactor& signallingReactor, SHandlers eventHandlers);
   ~CControlLink();
 
   void Listen(const std::string& address);
@@ -38,19 +38,17 @@ class CControlLink {
   void Hold(bool on);
 
  private:
-  struct SAcceptor;
   struct SSession;
 
-  void BeginAccept();
-  void BeginRead(const std::shared_ptr<SSession>& open);
+  void OnAccept(std::unique_ptr<IStream> stream, const SEndpoint& peer);
   void Queue(Bytes bytes);
   void BeginWrite(const std::shared_ptr<SSession>& open);
   void EndWrite(const std::shared_ptr<SSession>& open);
   void End(const std::shared_ptr<SSession>& open);
 
-  CReactor& reactor;
+  IReactor& reactor;
   const SHandlers handlers;
-  std::unique_ptr<SAcceptor> acceptor;
+  std::unique_ptr<IListener> listener;
   std::shared_ptr<SSession> session;
   std::size_t pieceBytes = 0;
   std::chrono::milliseconds piecePause{0};

@@ -15,19 +15,15 @@ class CDiscovery {
  public:
   using ProbeHandler = std::function<void(const std::string& fromAddress)>;
 
-  CDiscovery(CReactor& signallingReactor, ProbeHandler handler);
-  ~CDiscovery();
+  CDiscovery(IReactor& signallingReactor, ProbeHandler handler);
 
   void Open(const std::string& broadcastAddress);
   void Close();
 
  private:
-  struct SSocket;
-  void BeginReceive();
-
-  CReactor& reactor;
+  IReactor& reactor;
   const ProbeHandler onProbe;
-  std::unique_ptr<SSocket> socket;
+  std::unique_ptr<IDatagrams> socket;
 };
 
 }  // namespace cardsim

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "cardsim/audio/audio_pacer.h"
+#include "cardsim/base/asio_reactor.h"
 #include "cardsim/card/discovery.h"
 
 namespace cardsim {
@@ -33,9 +34,12 @@ void Check(const SSimulatorConfig& config) {
 
 // In this order: what uses a reactor goes before it.
 struct CSimulator::SParts {
-  CReactor signalling;
-  CReactor audio;
-  CAudioPacer pacer{audio};
+  SParts(std::unique_ptr<IReactor> signallingReactor, std::unique_ptr<IReactor> audioReactor)
+      : signalling(std::move(signallingReactor)), audio(std::move(audioReactor)), pacer(*audio) {}
+
+  const std::unique_ptr<IReactor> signalling;
+  const std::unique_ptr<IReactor> audio;
+  CAudioPacer pacer;
   std::vector<std::unique_ptr<CCard>> cards;
   std::unique_ptr<CDiscovery> discovery;
   bool started = false;
@@ -43,13 +47,17 @@ struct CSimulator::SParts {
 };
 
 CSimulator::CSimulator(SSimulatorConfig simulatorConfig)
-    : config(std::move(simulatorConfig)), parts(std::make_unique<SParts>()) {
+    : CSimulator(std::move(simulatorConfig), std::make_unique<CAsioReactor>(), std::make_unique<CAsioReactor>()) {}
+
+CSimulator::CSimulator(SSimulatorConfig simulatorConfig, std::unique_ptr<IReactor> signalling,
+                       std::unique_ptr<IReactor> audio)
+    : config(std::move(simulatorConfig)), parts(std::make_unique<SParts>(std::move(signalling), std::move(audio))) {
   Check(config);
   for (const SCardConfig& card : config.cards) {
     parts->cards.push_back(std::make_unique<CCard>(static_cast<int>(parts->cards.size()), card, config.broadcast,
-                                                   config.keepHistory, parts->signalling, parts->audio));
+                                                   config.keepHistory, *parts->signalling, *parts->audio));
   }
-  parts->discovery = std::make_unique<CDiscovery>(parts->signalling, [this](const std::string& from) {
+  parts->discovery = std::make_unique<CDiscovery>(*parts->signalling, [this](const std::string& from) {
     for (const auto& card : parts->cards) {
       card->OnProbe(from);
     }
@@ -65,8 +73,8 @@ void CSimulator::Start() {
     throw std::logic_error("a simulator runs once");
   }
   parts->started = true;
-  parts->signalling.Start();
-  parts->audio.Start();
+  parts->signalling->Start();
+  parts->audio->Start();
   std::string place;
   try {
     for (const auto& card : parts->cards) {
@@ -74,7 +82,7 @@ void CSimulator::Start() {
       card->Open();
     }
     place = config.broadcast;
-    parts->signalling.Call([this] { parts->discovery->Open(config.broadcast); });
+    parts->signalling->Call([this] { parts->discovery->Open(config.broadcast); });
   } catch (const std::system_error& error) {
     Stop();
     throw std::system_error(error.code(), place + ":" + std::to_string(kCardPort));
@@ -88,7 +96,7 @@ void CSimulator::Start() {
 }
 
 void CSimulator::ScheduleTick() {
-  parts->signalling.After(kTick, [this] {
+  parts->signalling->After(kTick, [this] {
     for (const auto& card : parts->cards) {
       card->Tick();
     }
@@ -102,12 +110,12 @@ void CSimulator::Stop() {
   }
   parts->stopped = true;
   parts->pacer.Stop();
-  parts->signalling.Call([this] { parts->discovery->Close(); });
+  parts->signalling->Call([this] { parts->discovery->Close(); });
   for (const auto& card : parts->cards) {
     card->Close();
   }
-  parts->signalling.Stop();
-  parts->audio.Stop();
+  parts->signalling->Stop();
+  parts->audio->Stop();
 }
 
 std::size_t CSimulator::CardCount() const {

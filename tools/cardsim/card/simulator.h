@@ -24,6 +24,8 @@ namespace cardsim {
 class CSimulator {
  public:
   explicit CSimulator(SSimulatorConfig simulatorConfig);
+  // The same in a world of somebody else's making. The two may be run by one thread.
+  CSimulator(SSimulatorConfig simulatorConfig, std::unique_ptr<IReactor> signalling, std::unique_ptr<IReactor> audio);
   ~CSimulator();
   CSimulator(const CSimulator&) = delete;
   CSimulator& operator=(const CSimulator&) = delete;

@@ -5,11 +5,12 @@
 
 namespace cardsim {
 
-CCall::CCall(ECallDirection callDirection, int cardIndex, int trunkIndex, CAudioPort& audioPort,
-             std::weak_ptr<ICallControl> owner)
+CCall::CCall(ECallDirection callDirection, int cardIndex, int trunkIndex, const IReactor& signallingReactor,
+             CAudioPort& audioPort, std::weak_ptr<ICallControl> owner)
     : direction(callDirection),
       card(cardIndex),
       trunk(trunkIndex),
+      reactor(signallingReactor),
       audio(audioPort),
       control(std::move(owner)),
       recorder(std::make_shared<CRecorder>()) {}
@@ -44,17 +45,19 @@ std::vector<SCallStep> CCall::Steps() const {
   return steps;
 }
 
+bool CCall::Has(ESimCallState state) const {
+  return std::any_of(steps.begin(), steps.end(), [&](const SCallStep& step) { return step.state == state; });
+}
+
 bool CCall::Reached(ESimCallState state) const {
-  return WaitState(state, std::chrono::milliseconds(0));
+  const std::lock_guard guard(lock);
+  return Has(state);
 }
 
 bool CCall::WaitState(ESimCallState state, std::chrono::milliseconds timeout) const {
-  const auto has = [&](ESimCallState wanted) {
-    return std::any_of(steps.begin(), steps.end(), [&](const SCallStep& step) { return step.state == wanted; });
-  };
   std::unique_lock guard(lock);
-  changed.wait_for(guard, timeout, [&] { return has(state) || has(ESimCallState::kEnded); });
-  return has(state);
+  changed.wait_for(guard, timeout, [&] { return Has(state) || Has(ESimCallState::kEnded); });
+  return Has(state);
 }
 
 void CCall::Alert() {
@@ -111,7 +114,7 @@ bool CCall::WaitPlayed(std::chrono::milliseconds timeout) const {
 void CCall::Step(ESimCallState state) {
   {
     const std::lock_guard guard(lock);
-    steps.push_back({state, std::chrono::steady_clock::now()});
+    steps.push_back({state, reactor.Now()});
   }
   changed.notify_all();
 }

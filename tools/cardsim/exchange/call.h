@@ -56,8 +56,8 @@ class ICallControl {
 // call has ended without what is waited for. Lives as long as someone holds it; use it while the simulator lives.
 class CCall : public std::enable_shared_from_this<CCall> {
  public:
-  CCall(ECallDirection callDirection, int cardIndex, int trunkIndex, CAudioPort& audioPort,
-        std::weak_ptr<ICallControl> owner);
+  CCall(ECallDirection callDirection, int cardIndex, int trunkIndex, const IReactor& signallingReactor,
+        CAudioPort& audioPort, std::weak_ptr<ICallControl> owner);
 
   const ECallDirection direction;
   const int card;
@@ -96,11 +96,13 @@ class CCall : public std::enable_shared_from_this<CCall> {
  private:
   friend class CTrunkCalls;
 
+  bool Has(ESimCallState state) const;  // under the lock
   void Step(ESimCallState state);
   void SetCleared(EClearedBy by, int clearingCause);
   void SetTimeslot(int value);
   void SetNumbers(const std::string& callingNumber, const std::string& calledNumber);
 
+  const IReactor& reactor;
   CAudioPort& audio;
   const std::weak_ptr<ICallControl> control;
   const Recorder recorder;

@@ -14,14 +14,16 @@ constexpr std::size_t kMostEarlyFrames = 16;
 
 }  // namespace
 
-CTrunk::CTrunk(int cardIndex, int trunkIndex, SPeerRole role, CReactor& reactor, CAudioPort& audio,
+CTrunk::CTrunk(int cardIndex, int trunkIndex, SPeerRole role, IReactor& signallingReactor, CAudioPort& audio,
                CHistory& cardHistory, SendFrame sendFrame, CTrunkCalls::SHandlers handlers)
     : trunk(trunkIndex),
+      reactor(signallingReactor),
       history(cardHistory),
       send(std::move(sendFrame)),
       peer(
           role, [this](ByteView frame) { ToLibrary(frame); }, [this](const SPriEvent& event) { OnEvent(event); }),
-      calls(std::make_shared<CTrunkCalls>(cardIndex, trunkIndex, reactor, audio, peer, std::move(handlers))) {}
+      calls(std::make_shared<CTrunkCalls>(cardIndex, trunkIndex, signallingReactor, audio, peer, std::move(handlers))) {
+}
 
 void CTrunk::LineUp() {
   if (peer.IsRunning()) {
@@ -52,7 +54,7 @@ void CTrunk::SetHold(bool value) {
 }
 
 void CTrunk::FromLibrary(ByteView frame) {
-  history.AddFrame(EDirection::kFromLibrary, trunk, frame);
+  history.AddFrame(EDirection::kFromLibrary, trunk, frame, reactor.Now());
   if (cut) {
     return;
   }
@@ -69,7 +71,7 @@ void CTrunk::ToLibrary(ByteView frame) {
   if (cut) {
     return;
   }
-  history.AddFrame(EDirection::kToLibrary, trunk, frame);
+  history.AddFrame(EDirection::kToLibrary, trunk, frame, reactor.Now());
   send(trunk, frame);
 }
 

@@ -17,8 +17,8 @@ class CTrunk {
  public:
   using SendFrame = std::function<void(int trunk, ByteView frame)>;
 
-  CTrunk(int cardIndex, int trunkIndex, SPeerRole role, CReactor& reactor, CAudioPort& audio, CHistory& cardHistory,
-         SendFrame sendFrame, CTrunkCalls::SHandlers handlers);
+  CTrunk(int cardIndex, int trunkIndex, SPeerRole role, IReactor& signallingReactor, CAudioPort& audio,
+         CHistory& cardHistory, SendFrame sendFrame, CTrunkCalls::SHandlers handlers);
 
   void LineUp();
   void LineDown();
@@ -39,6 +39,7 @@ class CTrunk {
   void OnEvent(const SPriEvent& event);
 
   const int trunk;
+  const IReactor& reactor;
   CHistory& history;
   const SendFrame send;
   CPriPeer peer;

@@ -5,6 +5,8 @@ extern "C" {
 #include <libpri.h>
 }
 
+#include <algorithm>
+
 namespace cardsim {
 namespace {
 
@@ -15,7 +17,7 @@ constexpr int kCauseChannelUnavailable = 44;
 
 }  // namespace
 
-CTrunkCalls::CTrunkCalls(int cardIndex, int trunkIndex, CReactor& signallingReactor, CAudioPort& audioPort,
+CTrunkCalls::CTrunkCalls(int cardIndex, int trunkIndex, IReactor& signallingReactor, CAudioPort& audioPort,
                          CPriPeer& priPeer, SHandlers eventHandlers)
     : card(cardIndex),
       trunk(trunkIndex),
@@ -25,7 +27,7 @@ CTrunkCalls::CTrunkCalls(int cardIndex, int trunkIndex, CReactor& signallingReac
       handlers(std::move(eventHandlers)) {}
 
 Call CTrunkCalls::Place(SCallRequest request) {
-  auto call = std::make_shared<CCall>(ECallDirection::kToLibrary, card, trunk, audio, weak_from_this());
+  auto call = std::make_shared<CCall>(ECallDirection::kToLibrary, card, trunk, reactor, audio, weak_from_this());
   call->SetNumbers(request.calling, request.called);
   reactor.Post([self = shared_from_this(), call, wanted = std::move(request)] { self->Send(call, wanted); });
   return call;
@@ -52,7 +54,7 @@ void CTrunkCalls::Send(const Call& call, const SCallRequest& request) {
     End(call);
     return;
   }
-  calls[call->handle] = call;
+  Keep(call);
   call->Step(ESimCallState::kSetup);
   OpenAudio(call, EAudioFrom::kSetup);
   if (request.giveUpAfter) {
@@ -118,10 +120,10 @@ void CTrunkCalls::OnRing(const SPriEvent& event) {
   if (Find(event.call) != nullptr) {
     return;
   }
-  auto call = std::make_shared<CCall>(ECallDirection::kFromLibrary, card, trunk, audio, weak_from_this());
+  auto call = std::make_shared<CCall>(ECallDirection::kFromLibrary, card, trunk, reactor, audio, weak_from_this());
   call->handle = event.call;
   call->SetNumbers(event.calling, event.called);
-  calls[event.call] = call;
+  Keep(call);
   call->Step(ESimCallState::kSetup);
   const int timeslot = event.timeslot < 0 ? timeslots.FirstIdle() : event.timeslot;
   if (!IsVoiceTimeslot(timeslot) || !TakeTimeslot(call, timeslot)) {
@@ -226,7 +228,7 @@ void CTrunkCalls::Disconnect(const Call& call, int cause) {
 
 void CTrunkCalls::End(const Call& call) {
   CloseAudio(call);
-  calls.erase(call->handle);
+  std::erase(calls, call);
   call->handle = nullptr;
   timeslots.Free(call);
   call->Step(ESimCallState::kEnded);
@@ -235,7 +237,7 @@ void CTrunkCalls::End(const Call& call) {
 
 void CTrunkCalls::LoseAll() {
   while (!calls.empty()) {
-    const Call call = calls.begin()->second;
+    const Call call = calls.front();
     call->SetCleared(EClearedBy::kLost, kCauseTemporaryFailure);
     End(call);
   }
@@ -328,9 +330,15 @@ void CTrunkCalls::CloseAudio(const Call& call) {
   }
 }
 
+// libpri may have freed a call without a word: its place is the new one's.
+void CTrunkCalls::Keep(const Call& call) {
+  std::erase_if(calls, [&](const Call& known) { return known->handle == call->handle; });
+  calls.push_back(call);
+}
+
 Call CTrunkCalls::Find(q931_call* handle) const {
-  const auto found = calls.find(handle);
-  return found == calls.end() ? nullptr : found->second;
+  const auto found = std::find_if(calls.begin(), calls.end(), [&](const Call& call) { return call->handle == handle; });
+  return found == calls.end() ? nullptr : *found;
 }
 
 }  // namespace cardsim

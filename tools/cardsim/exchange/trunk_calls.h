@@ -3,8 +3,8 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
+#include <vector>
 
 #include "cardsim/audio/audio_port.h"
 #include "cardsim/base/reactor.h"
@@ -26,7 +26,7 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
     std::function<void(const Call&)> ended;         // any call
   };
 
-  CTrunkCalls(int cardIndex, int trunkIndex, CReactor& signallingReactor, CAudioPort& audioPort, CPriPeer& priPeer,
+  CTrunkCalls(int cardIndex, int trunkIndex, IReactor& signallingReactor, CAudioPort& audioPort, CPriPeer& priPeer,
               SHandlers eventHandlers);
 
   Call Place(SCallRequest request);
@@ -62,15 +62,16 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   bool TakeTimeslot(const Call& call, int timeslot);
   void OpenAudio(const Call& call, EAudioFrom point);
   void CloseAudio(const Call& call);
+  void Keep(const Call& call);
   Call Find(q931_call* handle) const;
 
   const int card;
   const int trunk;
-  CReactor& reactor;
+  IReactor& reactor;
   CAudioPort& audio;
   CPriPeer& peer;
   const SHandlers handlers;
-  std::map<q931_call*, Call> calls;
+  std::vector<Call> calls;  // in the order in which they came
   CTimeslots timeslots;
 };
 

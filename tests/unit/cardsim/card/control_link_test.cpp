@@ -7,6 +7,7 @@
 #include <atomic>
 #include <future>
 
+#include "cardsim/base/asio_reactor.h"
 #include "cardsim/base/wire.h"
 
 namespace cardsim::test {
@@ -43,7 +44,7 @@ class ControlLink : public testing::Test {
     return buffer;
   }
 
-  CReactor reactor;
+  CAsioReactor reactor;
   std::promise<void> connected;
   std::atomic<int> disconnects{0};
   std::promise<SControlMessage> message;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/reactor.h"
+#include "cardsim/base/asio_reactor.h"
 
 #include <asio.hpp>
 #include <exception>
@@ -7,9 +7,32 @@
 #include <mutex>
 #include <thread>
 
-namespace cardsim {
+#include "cardsim/base/asio_sockets.h"
 
-struct CReactor::SState {
+namespace cardsim {
+namespace {
+
+class CAsioTimer : public ITimer {
+ public:
+  explicit CAsioTimer(asio::io_context& io) : wake(io) {}
+
+  void At(std::chrono::steady_clock::time_point time, std::function<void()> work) override {
+    wake.expires_at(time);
+    wake.async_wait([action = std::move(work)](const asio::error_code& error) {
+      if (!error) {
+        action();
+      }
+    });
+  }
+  void Cancel() override { wake.cancel(); }
+
+ private:
+  asio::steady_timer wake;
+};
+
+}  // namespace
+
+struct CAsioReactor::SState {
   asio::io_context io;
   asio::executor_work_guard<asio::io_context::executor_type> work = asio::make_work_guard(io);
   std::mutex lock;
@@ -18,13 +41,13 @@ struct CReactor::SState {
   std::thread thread;        // touched by Start and Stop only
 };
 
-CReactor::CReactor() : state(std::make_unique<SState>()) {}
+CAsioReactor::CAsioReactor() : state(std::make_unique<SState>()) {}
 
-CReactor::~CReactor() {
+CAsioReactor::~CAsioReactor() {
   Stop();
 }
 
-void CReactor::Start() {
+void CAsioReactor::Start() {
   const std::lock_guard guard(state->lock);
   if (state->running) {
     return;
@@ -35,7 +58,7 @@ void CReactor::Start() {
   state->threadId = state->thread.get_id();
 }
 
-void CReactor::Stop() {
+void CAsioReactor::Stop() {
   {
     const std::lock_guard guard(state->lock);
     if (!state->running) {
@@ -47,11 +70,11 @@ void CReactor::Stop() {
   state->thread.join();
 }
 
-void CReactor::Post(std::function<void()> work) {
+void CAsioReactor::Post(std::function<void()> work) {
   asio::post(state->io, std::move(work));
 }
 
-void CReactor::After(std::chrono::milliseconds delay, std::function<void()> work) {
+void CAsioReactor::After(std::chrono::milliseconds delay, std::function<void()> work) {
   auto timer = std::make_shared<asio::steady_timer>(state->io, delay);
   timer->async_wait([timer, action = std::move(work)](const asio::error_code& error) {
     if (!error) {
@@ -60,7 +83,7 @@ void CReactor::After(std::chrono::milliseconds delay, std::function<void()> work
   });
 }
 
-void CReactor::Call(const std::function<void()>& work) {
+void CAsioReactor::Call(const std::function<void()>& work) {
   bool inPlace = false;
   {
     const std::lock_guard guard(state->lock);
@@ -82,8 +105,16 @@ void CReactor::Call(const std::function<void()>& work) {
   done.get_future().get();
 }
 
-asio::io_context& CReactor::Io() {
-  return state->io;
+std::unique_ptr<IDatagrams> CAsioReactor::OpenDatagrams(const SDatagramOptions& options, IDatagrams::Handler handler) {
+  return OpenAsioDatagrams(state->io, options, std::move(handler));
+}
+
+std::unique_ptr<IListener> CAsioReactor::Listen(const SEndpoint& local, IListener::Handler handler) {
+  return ListenWithAsio(state->io, local, std::move(handler));
+}
+
+std::unique_ptr<ITimer> CAsioReactor::MakeTimer() {
+  return std::make_unique<CAsioTimer>(state->io);
 }
 
 }  // namespace cardsim
