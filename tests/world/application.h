@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cardsim/base/bytes.h"
+#include "platform/simulated/world.h"
+
+namespace world {
+
+// An event as the application got it.
+struct SEvent {
+  int64_t timeUs = 0;
+  int32_t channel = 0;
+  uint32_t code = 0;
+  int32_t param = 0;
+};
+
+// Job: the application of a world: takes the library's callbacks, keeps events in order and the sound of channels.
+// Thread: tasks of the world. One at a time (C callbacks carry no context); it gives the callbacks back when it goes,
+// which is after ZELK_Shutdown.
+class CApplication {
+ public:
+  explicit CApplication(zelk::sim::CWorld& ownWorld);
+  ~CApplication();
+  CApplication(const CApplication&) = delete;
+  CApplication& operator=(const CApplication&) = delete;
+
+  // Run on the library's threads, after the event was kept, or for every block of a channel.
+  std::function<void(const SEvent&)> onEvent;
+  std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> onPlay;
+
+  // Keeps what the channel receives from now on.
+  void Record(int32_t channel) { recordings[channel].clear(); }
+  void StopRecording(int32_t channel) { recordings.erase(channel); }
+  const cardsim::Bytes& Recorded(int32_t channel) { return recordings[channel]; }
+
+  const std::vector<SEvent>& Events() const { return events; }
+  std::vector<uint32_t> CallEvents(int32_t channel) const;  // codes, without the channel-state ones
+  size_t Count(int32_t channel, uint32_t code) const;
+  // Parameter of the last event of this code; -9999 when there was none.
+  int32_t LastParam(int32_t channel, uint32_t code) const;
+
+  // For a task: true as soon as the condition holds, false when it does not within this time of the world.
+  bool Await(const std::function<bool()>& condition, int64_t mostMs) const;
+  bool AwaitEvent(int32_t channel, uint32_t code, int64_t mostMs, size_t count = 1) const;
+  bool AwaitAllReady(int64_t mostMs) const;
+
+ private:
+  static void OnEvent(int32_t channel, uint32_t code, int32_t param);
+  static void OnPlay(uint32_t channel, uint8_t* data, uint32_t length);
+  static void OnRecord(uint32_t channel, const uint8_t* data, uint32_t length);
+
+  zelk::sim::CWorld& world;
+  std::vector<SEvent> events;
+  std::map<int32_t, cardsim::Bytes> recordings;
+};
+
+// What the unloading of the library does after ZELK_Shutdown: the log's thread ends. For a task.
+void UnloadLibrary();
+
+// One line: time, channel, name and parameter.
+std::string ToText(const SEvent& event);
+
+}  // namespace world
