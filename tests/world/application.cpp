@@ -61,6 +61,7 @@ void CApplication::OnEvent(int32_t channel, uint32_t code, int32_t param) {
   CApplication& self = *current;
   const SEvent event{self.world.NowUs(), channel, code, param};
   self.events.push_back(event);
+  ++self.counts[{channel, code}];
   const std::array<int64_t, 3> noted{channel, code, param};
   self.world.Note(noted.data(), sizeof noted);
   if (self.onEvent) {
@@ -92,15 +93,13 @@ std::vector<uint32_t> CApplication::CallEvents(int32_t channel) const {
 }
 
 size_t CApplication::Count(int32_t channel, uint32_t code) const {
-  return static_cast<size_t>(std::count_if(events.begin(), events.end(), [&](const SEvent& event) {
-    return event.channel == channel && event.code == code;
-  }));
+  const auto found = counts.find({channel, code});
+  return found == counts.end() ? 0 : found->second;
 }
 
 int32_t CApplication::LastParam(int32_t channel, uint32_t code) const {
-  const auto found = std::find_if(events.rbegin(), events.rend(), [&](const SEvent& event) {
-    return event.channel == channel && event.code == code;
-  });
+  const auto found = std::find_if(events.rbegin(), events.rend(),
+                                  [&](const SEvent& event) { return event.channel == channel && event.code == code; });
   return found == events.rend() ? -9999 : found->param;
 }
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cardsim/base/bytes.h"
@@ -57,6 +58,7 @@ class CApplication {
 
   zelk::sim::CWorld& world;
   std::vector<SEvent> events;
+  std::map<std::pair<int32_t, uint32_t>, size_t> counts;  // of events, by channel and code
   std::map<int32_t, cardsim::Bytes> recordings;
 };
 

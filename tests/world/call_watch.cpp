@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "world/call_watch.h"
+
+#include <algorithm>
+
+#include "world/world_reactor.h"
+#include "zelk/ZelkApi.h"
+
+namespace world {
+namespace {
+
+using cardsim::Bytes;
+using cardsim::ESimCallState;
+using zelk::sim::kUsPerMs;
+
+constexpr int64_t kToApplicationMs = 300;  // sound that may still be under way when a call ends
+constexpr int64_t kToFarEndMs = 800;       // the transmit ring's blocks too
+constexpr size_t kMarkBytes = 160;
+constexpr int64_t kDigitMs = 160;
+
+std::string Name(int32_t channel) {
+  return "channel " + std::to_string(channel) + ": ";
+}
+
+}  // namespace
+
+CCallWatch::CCallWatch(zelk::sim::CWorld& ownWorld, const SWorldPlan& worldPlan, CChecks& ownChecks,
+                       CApplication& application, CFarEnds& ends, const CFaultDriver& faultDriver)
+    : world(ownWorld),
+      plan(worldPlan),
+      checks(ownChecks),
+      app(application),
+      farEnds(ends),
+      faults(faultDriver),
+      calls(static_cast<size_t>(worldPlan.Trunks()) * ZELK_CHANNELS_PER_TRUNK),
+      clearedUs(calls.size(), -1) {}
+
+void CCallWatch::OnBegin(int32_t channel) {
+  calls.at(static_cast<size_t>(channel)) = {};
+  app.Record(channel);
+}
+
+void CCallWatch::OnClearing(int32_t channel) {
+  SCall& call = calls.at(static_cast<size_t>(channel));
+  call.clearingUs = call.clearingUs < 0 ? world.NowUs() : call.clearingUs;
+  clearedUs.at(static_cast<size_t>(channel)) = world.NowUs();
+}
+
+int64_t CCallWatch::StepUs(const SFarCall& far, ESimCallState state) {
+  const std::vector<cardsim::SCallStep> steps = far.call->Steps();
+  const auto found =
+      std::find_if(steps.begin(), steps.end(), [&](const cardsim::SCallStep& step) { return step.state == state; });
+  return found == steps.end() ? -1 : ToWorldUs(found->time);
+}
+
+bool CCallWatch::IsTouched(int32_t channel, const SFarCall& far, bool alsoSound) const {
+  const SPlace place = PlaceOf(plan, channel);
+  return alsoSound ? faults.TouchesSound(place.card, place.trunk, far.beganUs, world.NowUs())
+                   : faults.TouchesSignalling(place.card, place.trunk, far.beganUs, world.NowUs());
+}
+
+bool CCallWatch::OnConnected(int32_t channel) {
+  SCall& call = calls.at(static_cast<size_t>(channel));
+  if (call.connectedUs >= 0) {
+    return false;
+  }
+  call.connectedUs = world.NowUs();
+  CheckParties(channel);
+  return true;
+}
+
+// It is the call of its far end, and of no other.
+void CCallWatch::CheckParties(int32_t channel) {
+  const SPlace place = PlaceOf(plan, channel);
+  const SFarCall* far = farEnds.CallOf(channel);
+  if (plan.isNetworkSide || faults.TouchesSignalling(place.card, place.trunk,
+                                                     far == nullptr ? world.NowUs() : far->beganUs, world.NowUs())) {
+    return;
+  }
+  if (far == nullptr) {
+    checks.Fail(Name(channel) + "connected with nobody");
+    return;
+  }
+  const bool isOffer = far->call->direction == cardsim::ECallDirection::kToLibrary;
+  const char* text = ZELK_GetChannelInfoString(channel, isOffer ? ZELK_INFO_CLI : ZELK_INFO_DLI);
+  const std::string wanted = isOffer ? far->call->Calling() : far->call->Called();
+  checks.Require(text != nullptr && wanted == text,
+                 Name(channel) + "connected with " + (text == nullptr ? "?" : text) + " instead of " + wanted);
+}
+
+void CCallWatch::OnPlay(int32_t channel, const Bytes& sound) {
+  SCall& call = calls.at(static_cast<size_t>(channel));
+  call.playedUs = world.NowUs();
+  call.sound = sound;
+  call.isStopped = call.isPlayed = false;
+}
+
+void CCallWatch::OnStopPlay(int32_t channel) {
+  calls.at(static_cast<size_t>(channel)).isStopped = true;
+}
+
+void CCallWatch::OnPlayDone(int32_t channel) {
+  calls.at(static_cast<size_t>(channel)).isPlayed = true;
+}
+
+void CCallWatch::OnDigit(int32_t channel, int32_t digit) {
+  calls.at(static_cast<size_t>(channel)).digits += static_cast<char>(digit);
+}
+
+void CCallWatch::OnDisconnected(int32_t channel, int32_t cause) {
+  const SFarCall* far = farEnds.CallOf(channel);
+  if (far != nullptr) {
+    CheckClearing(channel, *far, cause);
+    CheckSound(channel, *far);
+  }
+  app.StopRecording(channel);
+}
+
+// A call that its far end still has, and that the application has not cleared, has not ended.
+void CCallWatch::CheckClearing(int32_t channel, const SFarCall& far, int32_t cause) {
+  const SCall& call = calls.at(static_cast<size_t>(channel));
+  if (IsTouched(channel, far, false)) {
+    return;
+  }
+  checks.Require(call.clearingUs >= 0 || far.call->Reached(ESimCallState::kDisconnecting) ||
+                     far.call->Reached(ESimCallState::kEnded),
+                 Name(channel) + "disconnected while its far end has the call");
+  if (call.connectedUs >= 0 && call.clearingUs < 0 && far.call->ClearedBy() == cardsim::EClearedBy::kNetwork) {
+    checks.Require(cause == far.call->Cause(), Name(channel) + "disconnected with cause " + std::to_string(cause) +
+                                                   " instead of " + std::to_string(far.call->Cause()));
+  }
+}
+
+void CCallWatch::OnFarEnded(int32_t channel, const SFarCall& far) {
+  constexpr int kChannelUnavailable = 44;
+  if (far.call->ClearedBy() == cardsim::EClearedBy::kLibrary && far.call->Cause() != kChannelUnavailable &&
+      !IsTouched(channel, far, false)) {
+    checks.Require(clearedUs.at(static_cast<size_t>(channel)) >= far.beganUs, Name(channel) + "cleared by nobody, with cause " +
+                                                       std::to_string(far.call->Cause()));
+  }
+}
+
+void CCallWatch::CheckSound(int32_t channel, const SFarCall& far) {
+  const SCall& call = calls.at(static_cast<size_t>(channel));
+  const int64_t farConnectedUs = StepUs(far, ESimCallState::kConnected);
+  if (call.connectedUs < 0 || farConnectedUs < 0 || IsTouched(channel, far, true)) {
+    return;
+  }
+  int64_t endUs = call.clearingUs < 0 ? world.NowUs() : std::min(call.clearingUs, world.NowUs());
+  for (const ESimCallState state : {ESimCallState::kDisconnecting, ESimCallState::kEnded}) {
+    const int64_t stepUs = StepUs(far, state);
+    endUs = stepUs < 0 ? endUs : std::min(endUs, stepUs);
+  }
+  ++compared;
+  const int64_t heardMs = (endUs - std::max(call.connectedUs, farConnectedUs)) / kUsPerMs - kToApplicationMs;
+  Compare(Name(channel) + "the application does not hear", app.Recorded(channel), far.sound, heardMs);
+  CheckDigits(channel, far, heardMs);
+  if (call.playedUs >= 0 && !call.isStopped) {
+    const int64_t playedMs = (endUs - std::max(call.playedUs, farConnectedUs)) / kUsPerMs - kToFarEndMs;
+    Compare(Name(channel) + "the far end does not hear", far.call->Recorded(), call.sound, playedMs);
+    checks.Require(call.isPlayed || playedMs * ZELK_BYTES_PER_MS < static_cast<int64_t>(call.sound.size()),
+                   Name(channel) + "no play-done");
+  }
+}
+
+void CCallWatch::CheckDigits(int32_t channel, const SFarCall& far, int64_t heardMs) {
+  const std::string& heard = calls.at(static_cast<size_t>(channel)).digits;
+  const size_t least =
+      heardMs <= 0 ? 0 : std::min(far.digits.size(), static_cast<size_t>(heardMs / kDigitMs));
+  checks.Require(far.digits.substr(0, heard.size()) == heard && heard.size() >= least,
+                 Name(channel) + "digits " + far.digits + " heard as " + heard);
+}
+
+void CCallWatch::Compare(const std::string& what, const Bytes& heard, const Bytes& sound, int64_t ms) {
+  const size_t most = ms <= 0 ? 0 : static_cast<size_t>(ms) * ZELK_BYTES_PER_MS;
+  const size_t wanted = std::min(most, sound.size());
+  if (wanted < kMarkBytes) {
+    return;
+  }
+  comparedBytes += wanted;
+  const auto found = std::search(heard.begin(), heard.end(), sound.begin(), sound.begin() + kMarkBytes);
+  const auto after = static_cast<size_t>(heard.end() - found);
+  if (after < wanted) {
+    checks.Fail(what + ": " + std::to_string(after) + " of " + std::to_string(wanted) + " bytes, of " +
+                std::to_string(heard.size()) + " heard");
+    return;
+  }
+  const auto differ = std::mismatch(sound.begin(), sound.begin() + static_cast<std::ptrdiff_t>(wanted), found).first;
+  if (differ != sound.begin() + static_cast<std::ptrdiff_t>(wanted)) {
+    checks.Fail(what + ": byte " + std::to_string(differ - sound.begin()) + " of " + std::to_string(wanted));
+  }
+}
+
+}  // namespace world

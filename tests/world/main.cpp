@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
+// Runs worlds.
+//   world --seed N        one, with its plan, and where it fails its events and the library's log
+//   world --seeds A-B     those, until one fails
+//   world --minutes M [--from A]   from a seed on (1), for so long
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "world/run.h"
+
+namespace {
+
+using world::SRunResult;
+using world::SWorldPlan;
+
+using Clock = std::chrono::steady_clock;
+
+struct SOptions {
+  uint64_t first = 1;
+  uint64_t last = UINT64_MAX;
+  double minutes = 0;
+  bool isVerbose = false;
+};
+
+bool Parse(int argc, char** argv, SOptions& options) {
+  for (int i = 1; i + 1 < argc; i += 2) {
+    const std::string name = argv[i];
+    const std::string value = argv[i + 1];
+    if (name == "--seed") {
+      options.first = options.last = std::stoull(value);
+      options.isVerbose = true;
+    } else if (name == "--seeds") {
+      const size_t dash = value.find('-');
+      options.first = std::stoull(value);
+      options.last = dash == std::string::npos ? options.first : std::stoull(value.substr(dash + 1));
+    } else if (name == "--from") {
+      options.first = std::stoull(value);
+    } else if (name == "--minutes") {
+      options.minutes = std::stod(value);
+    } else {
+      return false;
+    }
+  }
+  return argc > 1 && argc % 2 == 1 && (options.minutes > 0 || options.last != UINT64_MAX);
+}
+
+void PrintFailure(const SWorldPlan& plan, const SRunResult& result) {
+  std::printf("%s\n", ToText(plan).c_str());
+  std::printf("log:\n%s\nevents:\n%s\n", result.log.c_str(), result.eventText.c_str());
+  std::printf("seed %llu failed:\n", static_cast<unsigned long long>(plan.seed));
+  for (const std::string& failure : result.failures) {
+    std::printf("  %s\n", failure.c_str());
+  }
+}
+
+struct STotals {
+  uint64_t seeds = 0;
+  uint64_t faults = 0;
+  uint64_t calls = 0;
+  uint64_t compared = 0;
+  double hours = 0;
+};
+
+void PrintTotals(const STotals& totals, double seconds) {
+  std::printf("%llu seeds in %.1f s: %.2f a second, %.1f virtual hours a minute, %llu faults, %llu calls, %llu heard\n",
+              static_cast<unsigned long long>(totals.seeds), seconds, static_cast<double>(totals.seeds) / seconds,
+              totals.hours / (seconds / 60), static_cast<unsigned long long>(totals.faults),
+              static_cast<unsigned long long>(totals.calls), static_cast<unsigned long long>(totals.compared));
+}
+
+bool RunSeeds(const SOptions& options) {
+  const auto began = Clock::now();
+  const auto seconds = [&] { return std::chrono::duration<double>(Clock::now() - began).count(); };
+  STotals totals;
+  bool isRight = true;
+  for (uint64_t seed = options.first; isRight && seed <= options.last; ++seed) {
+    if (options.minutes > 0 && seconds() > options.minutes * 60) {
+      break;
+    }
+    const SWorldPlan plan = world::DrawPlan(seed);
+    const SRunResult result = world::RunWorldApart(plan);
+    ++totals.seeds;
+    totals.faults += plan.faults.size();
+    totals.calls += result.calls;
+    totals.compared += result.comparedCalls;
+    totals.hours += static_cast<double>(result.virtualMs) / 3'600'000;
+    isRight = result.failures.empty();
+    if (!isRight) {
+      PrintFailure(plan, result);
+    } else if (options.isVerbose) {
+      std::printf("%s\nhash %llx, %llu steps, %llu events\n", ToText(plan).c_str(),
+                  static_cast<unsigned long long>(result.hash), static_cast<unsigned long long>(result.steps),
+                  static_cast<unsigned long long>(result.events));
+    }
+  }
+  PrintTotals(totals, seconds());
+  return isRight;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SOptions options;
+  if (!Parse(argc, argv, options)) {
+    std::fprintf(stderr, "world --seed N | --seeds A-B | --minutes M [--from A]\n");
+    return 2;
+  }
+  return RunSeeds(options) ? 0 : 1;
+}

@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "world/plan.h"
+
+#include <algorithm>
+
+#include "platform/simulated/random.h"
+
+namespace world {
+namespace {
+
+using zelk::sim::CRandom;
+
+constexpr int kLastTimeslot = 31;
+constexpr int kSignallingTimeslot = 16;
+constexpr int kChannelsPerTrunk = 30;
+
+int Pick(CRandom& random, int least, int most) {
+  return static_cast<int>(random.Between(least, most));
+}
+
+bool OneIn(CRandom& random, uint64_t count) {
+  return random.Below(count) == 0;
+}
+
+EReaction AnyReaction(CRandom& random) {
+  return static_cast<EReaction>(random.Below(3));
+}
+
+int AnyTimeslot(CRandom& random) {
+  // Mostly the first ones, so that calls meet.
+  const int most = OneIn(random, 4) ? kLastTimeslot : 4;
+  const int timeslot = Pick(random, 1, most);
+  return timeslot == kSignallingTimeslot ? kLastTimeslot : timeslot;
+}
+
+int AnyCause(CRandom& random) {
+  constexpr int kCauses[] = {1, 16, 17, 18, 19, 21, 27, 31, 34, 38, 41, 44, 127};
+  return kCauses[random.Below(std::size(kCauses))];
+}
+
+SFarEndPlan DrawFarEnd(CRandom& random) {
+  SFarEndPlan farEnd;
+  farEnd.alertAfterMs = OneIn(random, 3) ? random.Between(0, 2000) : 0;
+  farEnd.answerAfterMs = farEnd.alertAfterMs + (OneIn(random, 3) ? random.Between(0, 5000) : 0);
+  if (OneIn(random, 8)) {
+    farEnd.answerAfterMs.reset();
+  }
+  if (OneIn(random, 8)) {
+    farEnd.refuseCause = AnyCause(random);
+  }
+  if (OneIn(random, 4)) {
+    farEnd.giveUpAfterMs = random.Between(0, 4000);
+  }
+  if (OneIn(random, 2)) {
+    farEnd.hangupAfterMs = random.Between(0, 8000);
+  }
+  farEnd.hangupCause = AnyCause(random);
+  farEnd.clearing = OneIn(random, 3) ? Pick(random, 0, 3) : 0;
+  farEnd.sendsDigits = OneIn(random, 3);
+  return farEnd;
+}
+
+SManner DrawManner(CRandom& random) {
+  SManner manner;
+  manner.answers = OneIn(random, 6) ? EReaction::kNone : AnyReaction(random);
+  manner.rejects = AnyReaction(random);
+  manner.hangsUp = AnyReaction(random);
+  manner.dialsAgain = OneIn(random, 4) ? AnyReaction(random) : EReaction::kNone;
+  manner.plays = !OneIn(random, 4);
+  manner.stopsInCallback = OneIn(random, 8);
+  manner.laterMs = OneIn(random, 3) ? random.Between(0, 20) : random.Between(100, 6000);
+  manner.callbackMs = OneIn(random, 10) ? random.Between(1, 50) : 0;
+  return manner;
+}
+
+int64_t DrawLength(CRandom& random, EFault kind) {
+  switch (kind) {
+    case EFault::kSilence:
+    case EFault::kLineDown:
+    case EFault::kTornControl:
+      return random.Between(100, 8000);
+    case EFault::kFramesLost:
+    case EFault::kAudioPause:
+      return random.Between(10, 700);
+    case EFault::kSlowExchange:
+    case EFault::kAudioStops:
+    case EFault::kAudioBad:
+      return random.Between(50, 5000);
+    default:
+      return 0;
+  }
+}
+
+SFault DrawFault(CRandom& random, const SWorldPlan& plan) {
+  SFault fault;
+  fault.atMs = random.Between(0, plan.lengthMs);
+  fault.kind = static_cast<EFault>(random.Below(kFaultKinds));
+  fault.card = Pick(random, 0, static_cast<int>(plan.cards.size()) - 1);
+  fault.trunk = Pick(random, 0, plan.cards[static_cast<size_t>(fault.card)].trunks - 1);
+  fault.lengthMs = DrawLength(random, fault.kind);
+  fault.amount = fault.kind == EFault::kRestartSlot ? AnyTimeslot(random) : Pick(random, 1, 20);
+  return fault;
+}
+
+SOffer DrawOffer(CRandom& random, const SWorldPlan& plan) {
+  SOffer offer;
+  offer.atMs = random.Between(0, plan.lengthMs);
+  offer.card = Pick(random, 0, static_cast<int>(plan.cards.size()) - 1);
+  offer.trunk = Pick(random, 0, plan.cards[static_cast<size_t>(offer.card)].trunks - 1);
+  offer.timeslot = AnyTimeslot(random);
+  offer.farEnd = DrawFarEnd(random);
+  return offer;
+}
+
+SStep DrawStep(CRandom& random, const SWorldPlan& plan) {
+  SStep step;
+  step.atMs = random.Between(0, plan.lengthMs);
+  step.thread = Pick(random, 0, plan.threads - 1);
+  step.what = OneIn(random, 2) ? EStep::kDial : static_cast<EStep>(random.Below(kStepKinds));
+  step.channel = Pick(random, 0, plan.Trunks() - 1) * kChannelsPerTrunk + AnyTimeslot(random) % kChannelsPerTrunk;
+  step.farEnd = DrawFarEnd(random);
+  return step;
+}
+
+void DrawCards(CRandom& random, SWorldPlan& plan) {
+  const int cards = OneIn(random, 3) ? Pick(random, 2, 4) : 1;
+  for (int i = 0; i < cards; ++i) {
+    SCardPlan card;
+    card.trunks = OneIn(random, 4) ? Pick(random, 2, 3) : 1;
+    card.trunks = OneIn(random, 40) ? 8 : card.trunks;
+    plan.cards.push_back(card);
+  }
+}
+
+template <class Part>
+void SortByTime(std::vector<Part>& parts) {
+  std::stable_sort(parts.begin(), parts.end(), [](const Part& one, const Part& other) { return one.atMs < other.atMs; });
+}
+
+}  // namespace
+
+int SWorldPlan::Trunks() const {
+  int trunks = 0;
+  for (const SCardPlan& card : cards) {
+    trunks += card.trunks;
+  }
+  return trunks;
+}
+
+int64_t SWorldPlan::LastFaultMs() const {
+  int64_t last = 0;
+  for (const SFault& fault : faults) {
+    last = std::max(last, fault.atMs + fault.lengthMs);
+  }
+  return last;
+}
+
+SWorldPlan DrawPlan(uint64_t seed) {
+  CRandom random(seed);
+  SWorldPlan plan;
+  plan.seed = seed;
+  plan.policy = Pick(random, 0, 2);
+  plan.switchPerMillion = static_cast<uint32_t>(random.Between(1000, 300'000));
+  plan.stallPerMillion = 0;
+  DrawCards(random, plan);
+  plan.isNetworkSide = OneIn(random, 5);
+  plan.threads = Pick(random, 1, 3);
+  plan.lengthMs = random.Between(30, 600) * 1000;
+  for (int i = 0; i < 7; ++i) {
+    plan.manners.push_back(DrawManner(random));
+  }
+  const int busy = Pick(random, 2, 20);  // seconds between two of a kind
+  const int64_t parts = plan.lengthMs / 1000 / busy + 1;
+  const int64_t faults = OneIn(random, 6) ? 0 : random.Between(1, 30);
+  for (int64_t i = 0; i < faults; ++i) {
+    plan.faults.push_back(DrawFault(random, plan));
+  }
+  for (int64_t i = 0; i < parts; ++i) {
+    plan.offers.push_back(DrawOffer(random, plan));
+    plan.steps.push_back(DrawStep(random, plan));
+  }
+  SortByTime(plan.faults);
+  SortByTime(plan.offers);
+  SortByTime(plan.steps);
+  return plan;
+}
+
+}  // namespace world

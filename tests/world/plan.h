@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace world {
+
+// What happens in one world, as plain data: it can be printed, and parts of it left out. All times in milliseconds of
+// the world; those of faults, calls and steps count from the time at which every trunk was up first.
+
+enum class EFault {
+  kDropControl,    // the card closes the connection and announces itself
+  kResetControl,   // the same by a reset
+  kSilence,        // the card says nothing for so long, then announces itself
+  kAnnounce,       // amount announcements, one every 10 ms
+  kLineDown,       // layer 1 is lost for so long
+  kFramesLost,     // D-channel frames are, for so long
+  kLayer2Down,     // a DISC
+  kSlowExchange,   // frames of the library wait for so long at the card
+  kRestartSlot,    // RESTART of timeslot amount
+  kRestartAll,     // RESTART of the interface
+  kOddMessage,     // a Q.931 message that fits nothing; amount draws it
+  kHdlcErrors,     // amount of them in one piece
+  kAudioStops,     // no packet is sent for so long
+  kAudioPause,     // packets wait for so long and come in a burst
+  kAudioBad,       // loss, duplicates, disorder and jitter for so long; amount percent of each
+  kTornControl,    // the control stream comes in pieces of amount bytes for so long
+};
+constexpr int kFaultKinds = 16;
+
+struct SFault {
+  int64_t atMs = 0;
+  EFault kind = EFault::kDropControl;
+  int card = 0;
+  int trunk = 0;
+  int64_t lengthMs = 0;
+  int amount = 0;
+};
+
+// The far end of a call, whoever placed it.
+struct SFarEndPlan {
+  int64_t alertAfterMs = 0;
+  std::optional<int64_t> answerAfterMs = 0;  // of a call from the library
+  std::optional<int> refuseCause;            // of a call from the library
+  std::optional<int64_t> giveUpAfterMs;      // of a call to the library
+  std::optional<int64_t> hangupAfterMs;      // after it was connected
+  int hangupCause = 16;
+  int clearing = 0;          // how it answers a DISCONNECT: as cardsim::EClearing
+  bool sendsDigits = false;  // digits instead of sound
+};
+
+// A call that the exchange offers.
+struct SOffer {
+  int64_t atMs = 0;
+  int card = 0;
+  int trunk = 0;
+  int timeslot = 1;
+  SFarEndPlan farEnd;
+};
+
+enum class EStep { kDial, kAnswer, kReject, kHangup, kHangupTwice, kPlay, kStopPlay, kReadInfo, kReopen };
+constexpr int kStepKinds = 9;
+
+// What a thread of the application does out of itself.
+struct SStep {
+  int64_t atMs = 0;
+  int thread = 0;
+  EStep what = EStep::kDial;
+  int channel = 0;
+  SFarEndPlan farEnd;  // of a kDial
+};
+
+enum class EReaction { kNone, kAtOnce, kLater };
+
+// How the application treats the calls of a channel.
+struct SManner {
+  EReaction answers = EReaction::kAtOnce;    // an offered call; at once: in the callback
+  EReaction rejects = EReaction::kNone;      // one that it does not answer
+  EReaction hangsUp = EReaction::kNone;      // a connected call
+  EReaction dialsAgain = EReaction::kNone;   // once a call has ended
+  bool plays = true;                         // into a connected call
+  bool stopsInCallback = false;              // and stops at once
+  int64_t laterMs = 500;
+  int64_t callbackMs = 0;  // what a callback takes
+};
+
+struct SCardPlan {
+  int trunks = 1;
+  int framesPerPacket = 0;
+};
+
+struct SWorldPlan {
+  uint64_t seed = 1;
+  int policy = 0;  // as zelk::sim::EPolicy
+  uint32_t switchPerMillion = 100'000;
+  uint32_t stallPerMillion = 0;
+  std::vector<SCardPlan> cards;
+  bool isNetworkSide = false;  // the library plays the network
+  int threads = 1;
+  std::vector<SManner> manners;  // of channel i: the (i modulo their number)-th
+  std::vector<SFault> faults;
+  std::vector<SOffer> offers;
+  std::vector<SStep> steps;
+  int64_t lengthMs = 60'000;  // until all is left alone
+
+  int Trunks() const;
+  int64_t LastFaultMs() const;  // the end of the last one; 0 without any
+};
+
+// The world of a seed: the same one for ever.
+SWorldPlan DrawPlan(uint64_t seed);
+
+// One line a part.
+std::string ToText(const SWorldPlan& plan);
+
+}  // namespace world
