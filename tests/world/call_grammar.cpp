@@ -20,8 +20,10 @@ void CCallGrammar::AnswerOutcomes(EPhase phase, Visit visit) const {
   if (phase == EPhase::kConnected || phase == EPhase::kClearing || phase == EPhase::kEmpty) {
     visit(phase, true);
   }
-  if (phase != EPhase::kConnected) {
+  if (phase != EPhase::kConnected && !IsFree(phase)) {
     visit(isNetworkSide ? EPhase::kConnected : EPhase::kAnswered, true);
+  }
+  if (phase != EPhase::kConnected) {
     visit(isNetworkSide ? EPhase::kEmpty : IsFree(phase) ? phase : EPhase::kGivenUp, true);  // the call was gone
   }
 }

@@ -31,7 +31,7 @@ class CCallGrammar {
 
   // A ticket for the return. At most kMostAtOnce under way.
   int Begin(EAction action);
-  std::string Return(int ticket, bool result);  // empty when it fits
+  std::string Return(int ticket, bool result);      // empty when it fits
   std::string Event(uint32_t code, int32_t param);  // the same
   bool IsFree() const;
 

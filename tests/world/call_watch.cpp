@@ -73,8 +73,8 @@ bool CCallWatch::OnConnected(int32_t channel) {
 void CCallWatch::CheckParties(int32_t channel) {
   const SPlace place = PlaceOf(plan, channel);
   const SFarCall* far = farEnds.CallOf(channel);
-  if (plan.isNetworkSide || faults.TouchesSignalling(place.card, place.trunk,
-                                                     far == nullptr ? world.NowUs() : far->beganUs, world.NowUs())) {
+  if (plan.isNetworkSide ||
+      faults.TouchesSignalling(place.card, place.trunk, far == nullptr ? world.NowUs() : far->beganUs, world.NowUs())) {
     return;
   }
   if (far == nullptr) {
@@ -135,8 +135,8 @@ void CCallWatch::OnFarEnded(int32_t channel, const SFarCall& far) {
   constexpr int kChannelUnavailable = 44;
   if (far.call->ClearedBy() == cardsim::EClearedBy::kLibrary && far.call->Cause() != kChannelUnavailable &&
       !IsTouched(channel, far, false)) {
-    checks.Require(clearedUs.at(static_cast<size_t>(channel)) >= far.beganUs, Name(channel) + "cleared by nobody, with cause " +
-                                                       std::to_string(far.call->Cause()));
+    checks.Require(clearedUs.at(static_cast<size_t>(channel)) >= far.beganUs,
+                   Name(channel) + "cleared by nobody, with cause " + std::to_string(far.call->Cause()));
   }
 }
 
@@ -164,9 +164,11 @@ void CCallWatch::CheckSound(int32_t channel, const SFarCall& far) {
 }
 
 void CCallWatch::CheckDigits(int32_t channel, const SFarCall& far, int64_t heardMs) {
+  if (far.digits.empty()) {
+    return;
+  }
   const std::string& heard = calls.at(static_cast<size_t>(channel)).digits;
-  const size_t least =
-      heardMs <= 0 ? 0 : std::min(far.digits.size(), static_cast<size_t>(heardMs / kDigitMs));
+  const size_t least = heardMs <= 0 ? 0 : std::min(far.digits.size(), static_cast<size_t>(heardMs / kDigitMs));
   checks.Require(far.digits.substr(0, heard.size()) == heard && heard.size() >= least,
                  Name(channel) + "digits " + far.digits + " heard as " + heard);
 }

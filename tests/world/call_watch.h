@@ -22,11 +22,11 @@ class CCallWatch {
   CCallWatch(const CCallWatch&) = delete;
   CCallWatch& operator=(const CCallWatch&) = delete;
 
-  void OnBegin(int32_t channel);                               // before it is dialled, or with its offer
-  void OnClearing(int32_t channel);                            // before the application clears it
-  bool OnConnected(int32_t channel);                           // false: it was already
-  void OnPlay(int32_t channel, const cardsim::Bytes& sound);   // before it is queued
-  void OnStopPlay(int32_t channel);                            // before it is stopped
+  void OnBegin(int32_t channel);                              // before it is dialled, or with its offer
+  void OnClearing(int32_t channel);                           // before the application clears it
+  bool OnConnected(int32_t channel);                          // false: it was already
+  void OnPlay(int32_t channel, const cardsim::Bytes& sound);  // before it is queued
+  void OnStopPlay(int32_t channel);                           // before it is stopped
   void OnPlayDone(int32_t channel);
   void OnDigit(int32_t channel, int32_t digit);
   void OnDisconnected(int32_t channel, int32_t cause);
@@ -61,8 +61,8 @@ class CCallWatch {
   CApplication& app;
   CFarEnds& farEnds;
   const CFaultDriver& faults;
-  std::vector<SCall> calls;         // by channel
-  std::vector<int64_t> clearedUs;   // by channel: when the application has last cleared whatever call it had
+  std::vector<SCall> calls;        // by channel
+  std::vector<int64_t> clearedUs;  // by channel: when the application has last cleared whatever call it had
   uint64_t compared = 0;
   uint64_t comparedBytes = 0;
 };

@@ -10,6 +10,7 @@ namespace {
 using zelk::sim::kUsPerMs;
 
 constexpr size_t kPlayBytes = 8000;
+constexpr int64_t kPlantedCallbackMs = 300;
 constexpr uint32_t kFirstPlay = 1'000'000;
 
 }  // namespace
@@ -74,8 +75,11 @@ void CCallers::Reject(int32_t channel) {
 }
 
 void CCallers::Play(int32_t channel) {
-  const cardsim::Bytes sound = cardsim::RenderTestPattern(kPlayBytes, kFirstPlay + plays++);
+  cardsim::Bytes sound = cardsim::RenderTestPattern(kPlayBytes, kFirstPlay + plays++);
   watch.OnPlay(channel, sound);
+  if (plan.planted == EPlanted::kOwnSound) {
+    sound[kPlayBytes / 8] ^= 1;
+  }
   checks.Play(channel, sound);
 }
 
@@ -103,7 +107,8 @@ void CCallers::React(EReaction reaction, int32_t channel, void (CCallers::*what)
 
 void CCallers::OnEvent(const SEvent& event) {
   checks.OnEvent(event);
-  if (const int64_t takesMs = Manner(event.channel).callbackMs; takesMs > 0 && mood == EMood::kBusy) {
+  const int64_t plantedMs = plan.planted == EPlanted::kSlowCallback ? kPlantedCallbackMs : 0;
+  if (const int64_t takesMs = Manner(event.channel).callbackMs + plantedMs; takesMs > 0 && mood == EMood::kBusy) {
     zelk::SleepMs(static_cast<uint32_t>(takesMs));
   }
   switch (event.code) {

@@ -17,7 +17,7 @@ struct SBounds {
   int trunks = 1;
   int64_t callbackMs = 0;
 
-  int64_t CallMs() const;      // exports for one channel
+  int64_t CallMs() const;  // exports for one channel
   int64_t InitMs() const;
   int64_t ShutdownMs() const;
 };
@@ -52,9 +52,17 @@ class CChecks {
   bool Open(int32_t channel);
   uint32_t State(int32_t channel);
 
- private:
+  // Does body, which is an export of that name, and returns its result.
   template <class Body>
-  auto Timed(const char* name, int32_t channel, int64_t mostMs, Body body);
+  auto Timed(const char* name, int32_t channel, int64_t mostMs, Body body) {
+    const int64_t beganUs = world.NowUs();
+    const auto result = body();
+    CheckTime(name, channel, mostMs, world.NowUs() - beganUs);
+    return result;
+  }
+
+ private:
+  void CheckTime(const char* name, int32_t channel, int64_t mostMs, int64_t tookUs);
   template <class Body>
   bool Act(const char* name, EAction action, int32_t channel, Body body);
 

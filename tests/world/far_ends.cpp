@@ -63,6 +63,16 @@ int32_t CFarEnds::ChannelOf(const cardsim::CCall& call) const {
   return call.Timeslot() < 1 ? -1 : ChannelAt(plan, {call.card, call.trunk, call.Timeslot()});
 }
 
+cardsim::Bytes CFarEnds::Played(const SFarCall& call) const {
+  cardsim::Bytes sound = call.sound;
+  if (plan.planted == EPlanted::kFarSound) {
+    sound[sound.size() / 8] ^= 1;
+  } else if (plan.planted == EPlanted::kDigit && !call.digits.empty()) {
+    sound = cardsim::RenderDtmf(call.digits.substr(1), 80, 80, -7);
+  }
+  return sound;
+}
+
 SFarEnd CFarEnds::MakeFarEnd(SFarCall& call) {
   ++calls;
   call.beganUs = world.NowUs();
@@ -73,7 +83,7 @@ SFarEnd CFarEnds::MakeFarEnd(SFarCall& call) {
     call.sound = cardsim::RenderTestPattern(kSoundBytes, static_cast<uint32_t>(calls));
   }
   SFarEnd farEnd;
-  farEnd.play = cardsim::MakeBytesSource(call.sound);
+  farEnd.play = cardsim::MakeBytesSource(Played(call));
   farEnd.hangupAfter = ToMs(call.farEnd.hangupAfterMs);
   farEnd.hangupCause = call.farEnd.hangupCause;
   farEnd.clearing = static_cast<cardsim::EClearing>(call.farEnd.clearing);
@@ -150,7 +160,7 @@ void CFarEnds::OnEnded(const Call& call) {
 }
 
 const SFarCall* CFarEnds::CallOf(int32_t channel) const {
-  const auto found = current.find(channel);
+  const auto found = current.find(plan.planted == EPlanted::kSwappedCalls ? channel ^ 1 : channel);
   return found == current.end() || found->second.call == nullptr ? nullptr : &found->second;
 }
 

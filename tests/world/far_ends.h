@@ -53,6 +53,7 @@ class CFarEnds {
   uint64_t Calls() const { return calls; }
 
  private:
+  cardsim::Bytes Played(const SFarCall& call) const;
   cardsim::SFarEnd MakeFarEnd(SFarCall& call);
   cardsim::SAnswerPlan Plan(int card, const cardsim::CCall& call);
   void OnArrived(int card, const cardsim::Call& call);

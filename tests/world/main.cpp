@@ -4,10 +4,12 @@
 //   world --seed N        one, with its plan, and where it fails its events and the library's log
 //   world --seeds A-B     those, until one fails
 //   world --minutes M [--from A]   from a seed on (1), for so long
+//   world --file F        those of a file, one at the beginning of a line
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "world/run.h"
 
@@ -22,8 +24,20 @@ struct SOptions {
   uint64_t first = 1;
   uint64_t last = UINT64_MAX;
   double minutes = 0;
+  std::vector<uint64_t> kept;
   bool isVerbose = false;
 };
+
+std::vector<uint64_t> ReadSeeds(const std::string& path) {
+  std::ifstream file(path);
+  std::vector<uint64_t> seeds;
+  for (std::string line; std::getline(file, line);) {
+    if (!line.empty() && line[0] >= '0' && line[0] <= '9') {
+      seeds.push_back(std::stoull(line));
+    }
+  }
+  return seeds;
+}
 
 bool Parse(int argc, char** argv, SOptions& options) {
   for (int i = 1; i + 1 < argc; i += 2) {
@@ -38,6 +52,9 @@ bool Parse(int argc, char** argv, SOptions& options) {
       options.last = dash == std::string::npos ? options.first : std::stoull(value.substr(dash + 1));
     } else if (name == "--from") {
       options.first = std::stoull(value);
+    } else if (name == "--file") {
+      options.kept = ReadSeeds(value);
+      options.last = options.first + options.kept.size() - 1;
     } else if (name == "--minutes") {
       options.minutes = std::stod(value);
     } else {
@@ -71,6 +88,24 @@ void PrintTotals(const STotals& totals, double seconds) {
               static_cast<unsigned long long>(totals.calls), static_cast<unsigned long long>(totals.compared));
 }
 
+bool RunSeed(uint64_t seed, bool isVerbose, STotals& totals) {
+  const SWorldPlan plan = world::DrawPlan(seed);
+  const SRunResult result = world::RunWorldApart(plan);
+  ++totals.seeds;
+  totals.faults += plan.faults.size();
+  totals.calls += result.calls;
+  totals.compared += result.comparedCalls;
+  totals.hours += static_cast<double>(result.virtualMs) / 3'600'000;
+  if (!result.failures.empty()) {
+    PrintFailure(plan, result);
+  } else if (isVerbose) {
+    std::printf("%s\nhash %llx, %llu steps, %llu events\n", ToText(plan).c_str(),
+                static_cast<unsigned long long>(result.hash), static_cast<unsigned long long>(result.steps),
+                static_cast<unsigned long long>(result.events));
+  }
+  return result.failures.empty();
+}
+
 bool RunSeeds(const SOptions& options) {
   const auto began = Clock::now();
   const auto seconds = [&] { return std::chrono::duration<double>(Clock::now() - began).count(); };
@@ -80,21 +115,7 @@ bool RunSeeds(const SOptions& options) {
     if (options.minutes > 0 && seconds() > options.minutes * 60) {
       break;
     }
-    const SWorldPlan plan = world::DrawPlan(seed);
-    const SRunResult result = world::RunWorldApart(plan);
-    ++totals.seeds;
-    totals.faults += plan.faults.size();
-    totals.calls += result.calls;
-    totals.compared += result.comparedCalls;
-    totals.hours += static_cast<double>(result.virtualMs) / 3'600'000;
-    isRight = result.failures.empty();
-    if (!isRight) {
-      PrintFailure(plan, result);
-    } else if (options.isVerbose) {
-      std::printf("%s\nhash %llx, %llu steps, %llu events\n", ToText(plan).c_str(),
-                  static_cast<unsigned long long>(result.hash), static_cast<unsigned long long>(result.steps),
-                  static_cast<unsigned long long>(result.events));
-    }
+    isRight = RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first], options.isVerbose, totals);
   }
   PrintTotals(totals, seconds());
   return isRight;
@@ -105,7 +126,7 @@ bool RunSeeds(const SOptions& options) {
 int main(int argc, char** argv) {
   SOptions options;
   if (!Parse(argc, argv, options)) {
-    std::fprintf(stderr, "world --seed N | --seeds A-B | --minutes M [--from A]\n");
+    std::fprintf(stderr, "world --seed N | --seeds A-B | --minutes M [--from A] | --file F\n");
     return 2;
   }
   return RunSeeds(options) ? 0 : 1;

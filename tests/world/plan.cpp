@@ -134,7 +134,8 @@ void DrawCards(CRandom& random, SWorldPlan& plan) {
 
 template <class Part>
 void SortByTime(std::vector<Part>& parts) {
-  std::stable_sort(parts.begin(), parts.end(), [](const Part& one, const Part& other) { return one.atMs < other.atMs; });
+  std::stable_sort(parts.begin(), parts.end(),
+                   [](const Part& one, const Part& other) { return one.atMs < other.atMs; });
 }
 
 }  // namespace

@@ -12,22 +12,22 @@ namespace world {
 // the world; those of faults, calls and steps count from the time at which every trunk was up first.
 
 enum class EFault {
-  kDropControl,    // the card closes the connection and announces itself
-  kResetControl,   // the same by a reset
-  kSilence,        // the card says nothing for so long, then announces itself
-  kAnnounce,       // amount announcements, one every 10 ms
-  kLineDown,       // layer 1 is lost for so long
-  kFramesLost,     // D-channel frames are, for so long
-  kLayer2Down,     // a DISC
-  kSlowExchange,   // frames of the library wait for so long at the card
-  kRestartSlot,    // RESTART of timeslot amount
-  kRestartAll,     // RESTART of the interface
-  kOddMessage,     // a Q.931 message that fits nothing; amount draws it
-  kHdlcErrors,     // amount of them in one piece
-  kAudioStops,     // no packet is sent for so long
-  kAudioPause,     // packets wait for so long and come in a burst
-  kAudioBad,       // loss, duplicates, disorder and jitter for so long; amount percent of each
-  kTornControl,    // the control stream comes in pieces of amount bytes for so long
+  kDropControl,   // the card closes the connection and announces itself
+  kResetControl,  // the same by a reset
+  kSilence,       // the card says nothing for so long, then announces itself
+  kAnnounce,      // amount announcements, one every 10 ms
+  kLineDown,      // layer 1 is lost for so long
+  kFramesLost,    // D-channel frames are, for so long
+  kLayer2Down,    // a DISC
+  kSlowExchange,  // frames of the library wait for so long at the card
+  kRestartSlot,   // RESTART of timeslot amount
+  kRestartAll,    // RESTART of the interface
+  kOddMessage,    // a Q.931 message that fits nothing; amount draws it
+  kHdlcErrors,    // amount of them in one piece
+  kAudioStops,    // no packet is sent for so long
+  kAudioPause,    // packets wait for so long and come in a burst
+  kAudioBad,      // loss, duplicates, disorder and jitter for so long; amount percent of each
+  kTornControl,   // the control stream comes in pieces of amount bytes for so long
 };
 constexpr int kFaultKinds = 16;
 
@@ -77,14 +77,29 @@ enum class EReaction { kNone, kAtOnce, kLater };
 
 // How the application treats the calls of a channel.
 struct SManner {
-  EReaction answers = EReaction::kAtOnce;    // an offered call; at once: in the callback
-  EReaction rejects = EReaction::kNone;      // one that it does not answer
-  EReaction hangsUp = EReaction::kNone;      // a connected call
-  EReaction dialsAgain = EReaction::kNone;   // once a call has ended
-  bool plays = true;                         // into a connected call
-  bool stopsInCallback = false;              // and stops at once
+  EReaction answers = EReaction::kAtOnce;   // an offered call; at once: in the callback
+  EReaction rejects = EReaction::kNone;     // one that it does not answer
+  EReaction hangsUp = EReaction::kNone;     // a connected call
+  EReaction dialsAgain = EReaction::kNone;  // once a call has ended
+  bool plays = true;                        // into a connected call
+  bool stopsInCallback = false;             // and stops at once
   int64_t laterMs = 500;
   int64_t callbackMs = 0;  // what a callback takes
+};
+
+// What is put into a world on purpose, to see that it is found. Nothing that is drawn.
+enum class EPlanted {
+  kNothing,
+  kFarSound,      // far ends play one byte that is not theirs
+  kOwnSound,      // the application does
+  kDigit,         // far ends leave out a digit
+  kSwappedCalls,  // the watch takes each call for the next channel's
+  kSlowCallback,  // callbacks take longer than the bounds know
+  kDeadCard,      // the first card falls silent and stays so
+  kHungThread,    // a thread of the application waits for nothing
+  kSocket,        // a socket is left open
+  kLateReplies,   // every reply counts as late
+  kLeftCall,      // the exchange has a call after the end
 };
 
 struct SCardPlan {
@@ -105,6 +120,7 @@ struct SWorldPlan {
   std::vector<SOffer> offers;
   std::vector<SStep> steps;
   int64_t lengthMs = 60'000;  // until all is left alone
+  EPlanted planted = EPlanted::kNothing;
 
   int Trunks() const;
   int64_t LastFaultMs() const;  // the end of the last one; 0 without any

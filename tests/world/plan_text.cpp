@@ -6,10 +6,10 @@
 namespace world {
 namespace {
 
-constexpr const char* kFaultNames[kFaultKinds] = {
-    "control dropped", "control reset", "silence",     "announcements", "line down", "frames lost", "layer 2 down",
-    "slow exchange",   "restart slot",  "restart all", "odd message",   "HDLC",      "audio stops", "audio pause",
-    "audio bad",       "torn control"};
+constexpr const char* kFaultNames[kFaultKinds] = {"control dropped", "control reset", "silence",      "announcements",
+                                                  "line down",       "frames lost",   "layer 2 down", "slow exchange",
+                                                  "restart slot",    "restart all",   "odd message",  "HDLC",
+                                                  "audio stops",     "audio pause",   "audio bad",    "torn control"};
 constexpr const char* kStepNames[kStepKinds] = {"dial", "answer",    "reject",    "hangup", "hangup twice",
                                                 "play", "stop play", "read info", "open"};
 constexpr const char* kReactionNames[] = {"no", "at once", "later"};

@@ -6,6 +6,7 @@
 #include "platform/clock.h"
 #include "platform/simulated/files.h"
 #include "platform/simulated/network.h"
+#include "platform/socket.h"
 #include "world/callers.h"
 #include "world/world_card.h"
 #include "zelk/ZelkApi.h"
@@ -41,6 +42,9 @@ cardsim::SSimulatorConfig CardsOf(const SWorldPlan& plan) {
   config.keepHistory = false;
   for (size_t i = 0; i < config.cards.size(); ++i) {
     config.cards[i].framesPerPacket = plan.cards[i].framesPerPacket;
+    if (plan.planted == EPlanted::kLateReplies) {
+      config.cards[i].lateAfter = std::chrono::milliseconds(0);
+    }
     for (int trunk = 0; plan.isNetworkSide && trunk < trunks[i]; ++trunk) {
       config.cards[i].roles[trunk].userSide = true;
     }
@@ -75,6 +79,7 @@ class CScene {
  private:
   void Main();
   void Live(CApplication& app);
+  void Plant(CWorkers& workers);
   void Settle();
   void Try(CApplication& app);
   void TryOut(CApplication& app, int32_t channel);
@@ -95,6 +100,8 @@ class CScene {
   std::unique_ptr<CCallWatch> watch;
   std::unique_ptr<CCallers> callers;
   SRunResult result;
+  zelk::CEvent nothing;  // never set
+  zelk::CSocket left;
 };
 
 SRunResult CScene::Run() {
@@ -165,11 +172,28 @@ void CScene::Live(CApplication& app) {
   faults.Begin(baseUs);
   farEnds.BeginOffers(baseUs);
   callers->BeginSteps(baseUs);
+  Plant(workers);
   SleepUntil(baseUs + plan.lengthMs * kUsPerMs);
   callers->Rest();
   checks.Require(workers.Join(60'000), "a thread of the application does not end");
   Settle();
   Try(app);
+}
+
+void CScene::Plant(CWorkers& workers) {
+  switch (plan.planted) {
+    case EPlanted::kDeadCard:
+      sim->Card(0).SetControlSilent(true);
+      break;
+    case EPlanted::kHungThread:
+      workers.Do(0, baseUs, [this] { nothing.Wait(); });
+      break;
+    case EPlanted::kSocket:
+      left.OpenUdp();
+      break;
+    default:
+      break;
+  }
 }
 
 void CScene::SleepUntil(int64_t us) {
@@ -247,7 +271,7 @@ void CScene::CheckEnd() {
                  "sockets left behind: " + std::to_string(world.Network().OpenSockets()));
   for (size_t card = 0; card < sim->CardCount(); ++card) {
     for (int trunk = 0; trunk < sim->Card(card).TrunkCount(); ++trunk) {
-      const size_t calls = sim->Card(card).CallCount(trunk);
+      const size_t calls = sim->Card(card).CallCount(trunk) + (plan.planted == EPlanted::kLeftCall ? 1 : 0);
       checks.Require(calls == 0, "calls left at the exchange: " + std::to_string(calls));
     }
     CheckReplies(card);

@@ -18,7 +18,7 @@ struct SRunResult {
   uint64_t calls = 0;          // that a far end had
   uint64_t comparedCalls = 0;  // whose sound was looked at
   uint64_t events = 0;
-  std::string log;     // the library's, where something failed
+  std::string log;  // the library's, where something failed
   std::string eventText;
 
   std::string ToText() const;  // for FromText: between processes

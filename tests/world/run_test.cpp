@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "world/run.h"
+
+#include <gtest/gtest.h>
+
+namespace world {
+namespace {
+
+// Calls in both directions and nothing wrong.
+SWorldPlan QuietPlan() {
+  SWorldPlan plan;
+  plan.seed = 5;
+  plan.cards = {{2, 0}};
+  plan.threads = 2;
+  plan.manners = {SManner()};
+  plan.lengthMs = 20'000;
+  for (int i = 0; i < 6; ++i) {
+    SFarEndPlan farEnd;
+    farEnd.hangupAfterMs = 2500;
+    farEnd.sendsDigits = i % 2 == 1;
+    plan.offers.push_back({2000 * i, 0, i % 2, 4 + i, farEnd});
+    plan.steps.push_back({2100 * i, i % 2, EStep::kDial, 30 * (i % 2) + 20 + i, farEnd});
+  }
+  return plan;
+}
+
+std::string FailuresOf(const SWorldPlan& plan) {
+  std::string text;
+  for (const std::string& failure : RunWorldApart(plan).failures) {
+    text += failure + "\n";
+  }
+  return text;
+}
+
+TEST(Run, AQuietWorldHasNoFailures) {
+  const SRunResult result = RunWorldApart(QuietPlan());
+  EXPECT_EQ("", FailuresOf(QuietPlan()));
+  EXPECT_EQ(16U, result.calls);
+  EXPECT_EQ(16U, result.comparedCalls);
+}
+
+TEST(Run, ASeedIsOneRunForEver) {
+  for (uint64_t seed = 2; seed < 6; ++seed) {
+    const SRunResult first = RunWorldApart(DrawPlan(seed));
+    const SRunResult second = RunWorldApart(DrawPlan(seed));
+    EXPECT_EQ(first.ToText(), second.ToText()) << seed;
+    EXPECT_NE(0U, first.hash);
+  }
+}
+
+struct SPlantedCase {
+  const char* name;
+  EPlanted planted;
+  const char* failure;
+};
+
+class Planted : public testing::TestWithParam<SPlantedCase> {};
+
+TEST_P(Planted, IsFound) {
+  SWorldPlan plan = QuietPlan();
+  plan.planted = GetParam().planted;
+  const std::string failures = FailuresOf(plan);
+  EXPECT_NE(std::string::npos, failures.find(GetParam().failure)) << failures;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, Planted,
+    testing::Values(SPlantedCase{"FarSound", EPlanted::kFarSound, "the application does not hear"},
+                    SPlantedCase{"OwnSound", EPlanted::kOwnSound, "the far end does not hear"},
+                    SPlantedCase{"Digit", EPlanted::kDigit, "digits 159D*0#7A26B48C3 heard as 59D*0#7A26B48C3"},
+                    SPlantedCase{"SwappedCalls", EPlanted::kSwappedCalls, "connected with "},
+                    SPlantedCase{"SlowCallback", EPlanted::kSlowCallback, "took "},
+                    SPlantedCase{"DeadCard", EPlanted::kDeadCard, "not ready 15 s after the last fault"},
+                    SPlantedCase{"HungThread", EPlanted::kHungThread, "a thread of the application does not end"},
+                    SPlantedCase{"Socket", EPlanted::kSocket, "sockets left behind: 1"},
+                    SPlantedCase{"LateReplies", EPlanted::kLateReplies, "replies late"},
+                    SPlantedCase{"LeftCall", EPlanted::kLeftCall, "calls left at the exchange"}),
+    [](const testing::TestParamInfo<SPlantedCase>& param) { return std::string(param.param.name); });
+
+}  // namespace
+}  // namespace world
