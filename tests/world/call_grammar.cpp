@@ -53,9 +53,29 @@ void CCallGrammar::Outcomes(EPhase phase, EAction action, Visit visit) const {
   }
 }
 
-// What an event may mean: visit(phase afterwards).
-template <class Visit>
-void CCallGrammar::After(EPhase phase, uint32_t code, int32_t param, Visit visit) const {
+CCallGrammar::SPossible CCallGrammar::Moved(SPossible one, EPhase phase) {
+  constexpr uint8_t kMostStrays = 3;
+  const bool isReplaced = (one.phase == EPhase::kDialled && phase == EPhase::kOffered) ||
+                          (one.phase == EPhase::kGivenUp && phase != EPhase::kGivenUp && phase != EPhase::kFree);
+  one.stray = static_cast<uint8_t>(std::min<int>(one.stray + (isReplaced ? 1 : 0), kMostStrays));
+  one.phase = phase;
+  return one;
+}
+
+void CCallGrammar::AfterDisconnected(SPossible one, std::set<SPossible>& left) const {
+  if (one.phase != EPhase::kFree) {
+    left.insert(Moved(one, EPhase::kFree));
+  }
+  if (one.stray > 0 && IsFree(one.phase)) {
+    --one.stray;
+    left.insert(one);
+  }
+}
+
+// What there may be after an event.
+void CCallGrammar::After(const SPossible& one, uint32_t code, int32_t param, std::set<SPossible>& left) const {
+  const EPhase phase = one.phase;
+  const auto visit = [&](EPhase to) { left.insert(Moved(one, to)); };
   switch (code) {
     case ZELK_EVENT_INCOMING_CALL:
       // A call of ours that the network has not heard of gives way; one that is cleared may have left the network.
@@ -71,25 +91,20 @@ void CCallGrammar::After(EPhase phase, uint32_t code, int32_t param, Visit visit
       }
       return;
     case ZELK_EVENT_CONNECTED:
-      if (phase == EPhase::kClearing) {
-        visit(EPhase::kClearing);
-      } else if (phase == EPhase::kDialled || phase == EPhase::kAnswered) {
-        visit(EPhase::kConnected);
-      }
-      if (isNetworkSide) {
+      if (phase == EPhase::kClearing || isNetworkSide) {
         visit(phase);
+      }
+      if (phase == EPhase::kDialled || phase == EPhase::kAnswered) {
+        visit(EPhase::kConnected);
       }
       return;
     case ZELK_EVENT_DISCONNECTED:
-      if (phase != EPhase::kFree) {
-        visit(EPhase::kFree);
-      }
-      return;
+      return AfterDisconnected(one, left);
     case ZELK_EVENT_CHANNEL_STATE:
-      visit(param == 0 ? EPhase::kFree : phase);
+      left.insert(param == 0 ? SPossible{EPhase::kFree, 0, one.done, one.results} : one);
       return;
     default:
-      visit(phase);
+      left.insert(one);
   }
 }
 
@@ -104,8 +119,9 @@ void CCallGrammar::Close() {
         continue;
       }
       Outcomes(from.phase, tickets[ticket].action, [&](EPhase phase, bool result) {
-        const auto results = static_cast<uint8_t>(result ? from.results | Bit(ticket) : from.results);
-        const SPossible to{phase, static_cast<uint8_t>(from.done | Bit(ticket)), results};
+        SPossible to = Moved(from, phase);
+        to.done = static_cast<uint8_t>(from.done | Bit(ticket));
+        to.results = static_cast<uint8_t>(result ? from.results | Bit(ticket) : from.results);
         if (possible.insert(to).second) {
           open.push_back(to);
         }
@@ -153,13 +169,13 @@ std::string CCallGrammar::Event(uint32_t code, int32_t param) {
   const std::string before = Describe();
   std::set<SPossible> left;
   for (const SPossible& one : possible) {
-    After(one.phase, code, param, [&](EPhase phase) { left.insert({phase, one.done, one.results}); });
+    After(one, code, param, left);
   }
   if (left.empty()) {
     const EPhase phase = code == ZELK_EVENT_INCOMING_CALL ? EPhase::kOffered
                          : code == ZELK_EVENT_CONNECTED   ? EPhase::kConnected
                                                           : EPhase::kFree;
-    possible = {SPossible{phase, 0, 0}};
+    possible = {SPossible{phase}};
     Close();
     return isOdd ? std::string() : "came where " + before;
   }

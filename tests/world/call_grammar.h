@@ -18,8 +18,9 @@ enum class EAction { kDial, kAnswer, kHangup, kReject };
 //   free -- Dial ----------> dialled -- PROCEEDING, ALERTING, PROGRESS --> dialled -- CONNECTED --> connected
 //   any call -- Hangup --> clearing;  any call -- DISCONNECTED --> free;  any -- CHANNEL_STATE 0 --> free
 //   any unconnected call -- Reject --> given up: free, but for one DISCONNECTED of the network's release
-//   Where the library plays the network an answer connects at once, whatever there is to answer (empty: connected
-//   without a call), and CONNECTED may come once more.
+//   A call that gives way to an offered one, or was given up, may bring its DISCONNECTED once the channel is free
+//   again. Where the library plays the network an answer connects at once, whatever there is to answer (empty:
+//   connected without a call), and CONNECTED may come once more.
 //
 // Thread: one at a time. After a report it goes on as if the event had been right.
 class CCallGrammar {
@@ -40,6 +41,7 @@ class CCallGrammar {
   enum class EPhase : uint8_t { kFree, kGivenUp, kEmpty, kOffered, kAnswered, kDialled, kConnected, kClearing };
   struct SPossible {
     EPhase phase = EPhase::kFree;
+    uint8_t stray = 0;    // DISCONNECTED of earlier calls that may come
     uint8_t done = 0;     // tickets that have taken effect
     uint8_t results = 0;  // and what they return
     auto operator<=>(const SPossible&) const = default;
@@ -57,8 +59,9 @@ class CCallGrammar {
   void AnswerOutcomes(EPhase phase, Visit visit) const;
   template <class Visit>
   void Outcomes(EPhase phase, EAction action, Visit visit) const;
-  template <class Visit>
-  void After(EPhase phase, uint32_t code, int32_t param, Visit visit) const;
+  void After(const SPossible& one, uint32_t code, int32_t param, std::set<SPossible>& left) const;
+  void AfterDisconnected(SPossible one, std::set<SPossible>& left) const;
+  static SPossible Moved(SPossible one, EPhase phase);
   std::string Describe() const;
 
   bool isNetworkSide = false;

@@ -25,7 +25,7 @@ class CallGrammar : public testing::Test {
 
   std::string One(char letter) {
     static const std::string kEvents = "IPLCEXU";
-    static constexpr uint32_t kCodes[] = {ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_PROCEEDING,    ZELK_EVENT_ALERTING,
+    static constexpr uint32_t kCodes[] = {ZELK_EVENT_INCOMING_CALL, ZELK_EVENT_PROCEEDING,   ZELK_EVENT_ALERTING,
                                           ZELK_EVENT_CONNECTED,     ZELK_EVENT_DISCONNECTED, ZELK_EVENT_CHANNEL_STATE,
                                           ZELK_EVENT_CHANNEL_STATE};
     static const std::string kActions = "dahrDAHR";
@@ -52,8 +52,9 @@ class CallGrammar : public testing::Test {
 };
 
 TEST_F(CallGrammar, WhatACallBringsIsRight) {
-  for (const char* script : {"dPLCE", "dE", "IaCE", "IaChE", "IE", "Ir", "IrE", "dhE", "dPLChCE", "IX", "dPXUIaCE",
-                             "hhh", "IhE", "dI", "dhIaCE", "IaE", "IrdPLCE", "dUPLCE", "aaIaCE"}) {
+  for (const char* script :
+       {"dPLCE", "dE",  "IaCE", "IaChE",  "IE",  "Ir",      "IrE",    "dhE",    "dPLChCE", "IX",    "dPXUIaCE",
+        "hhh",   "IhE", "dI",   "dhIaCE", "IaE", "IrdPLCE", "dUPLCE", "aaIaCE", "dIrEE",   "IrdPEE"}) {
     SCOPED_TRACE(script);
     EXPECT_TRUE(Play(script));
     grammar = {};
@@ -61,8 +62,9 @@ TEST_F(CallGrammar, WhatACallBringsIsRight) {
 }
 
 TEST_F(CallGrammar, WhatNoCallBringsIsNot) {
-  for (const char* script : {"P", "C", "E", "IC", "II", "dPLCEE", "dEE", "IaCI", "IP", "dd", "dCC", "XE", "dXP",
-                             "IaCEC", "IaCa.E.E", "IrEE", "L", "IaCL", "dPLCd", "hE", "UE"}) {
+  for (const char* script :
+       {"P",   "C",     "E",        "IC",   "II", "dPLCEE", "dEE",   "IaCI", "IP", "dd",     "dCC",     "XE",
+        "dXP", "IaCEC", "IaCa.E.E", "IrEE", "L",  "IaCL",   "dPLCd", "hE",   "UE", "dIrEEE", "IrdPEEE", "dIrXE"}) {
     SCOPED_TRACE(script);
     EXPECT_FALSE(Play(script));
     grammar = {};

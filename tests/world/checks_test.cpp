@@ -38,7 +38,8 @@ TEST(Checks, AnEventOfAnotherChannelsCallIsFound) {
     checks.OnEvent({0, 3, ZELK_EVENT_INCOMING_CALL, 0});
     checks.OnEvent({0, 4, ZELK_EVENT_DISCONNECTED, 16});
   });
-  EXPECT_NE(std::string::npos, failures.find("channel    4 DISCONNECTED 16 came where the call may be free")) << failures;
+  EXPECT_NE(std::string::npos, failures.find("channel    4 DISCONNECTED 16 came where the call may be free"))
+      << failures;
 }
 
 TEST(Checks, AnEventOfNoChannelIsFound) {

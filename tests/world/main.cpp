@@ -4,6 +4,7 @@
 //   world --seed N        one, with its plan, and where it fails its events and the library's log
 //   world --seeds A-B     those, until one fails
 //   world --minutes M [--from A]   from a seed on (1), for so long
+//   world --shrink N      what of a failing seed's plan it fails without is left out
 //   world --file F        those of a file, one at the beginning of a line
 #include <chrono>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "world/run.h"
+#include "world/shrink.h"
 
 namespace {
 
@@ -26,6 +28,7 @@ struct SOptions {
   double minutes = 0;
   std::vector<uint64_t> kept;
   bool isVerbose = false;
+  bool shrinks = false;
 };
 
 std::vector<uint64_t> ReadSeeds(const std::string& path) {
@@ -43,9 +46,10 @@ bool Parse(int argc, char** argv, SOptions& options) {
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string name = argv[i];
     const std::string value = argv[i + 1];
-    if (name == "--seed") {
+    if (name == "--seed" || name == "--shrink") {
       options.first = options.last = std::stoull(value);
       options.isVerbose = true;
+      options.shrinks = name == "--shrink";
     } else if (name == "--seeds") {
       const size_t dash = value.find('-');
       options.first = std::stoull(value);
@@ -106,6 +110,31 @@ bool RunSeed(uint64_t seed, bool isVerbose, STotals& totals) {
   return result.failures.empty();
 }
 
+// What a failure is about, without its time and numbers.
+std::string KindOf(const std::string& failure) {
+  std::string kind;
+  for (const char letter : failure.substr(0, failure.find('\n'))) {
+    kind += letter < '0' || letter > '9' ? std::string(1, letter) : "";
+  }
+  return kind;
+}
+
+// True where there was nothing to shrink.
+bool ShrinkSeed(uint64_t seed) {
+  const SWorldPlan whole = world::DrawPlan(seed);
+  const SRunResult result = world::RunWorldApart(whole);
+  if (result.failures.empty()) {
+    return true;
+  }
+  const std::string kind = KindOf(result.failures.front());
+  const SWorldPlan small = world::Shrink(whole, [&kind](const SWorldPlan& plan) {
+    const SRunResult tried = world::RunWorldApart(plan);
+    return !tried.failures.empty() && KindOf(tried.failures.front()) == kind;
+  });
+  PrintFailure(small, world::RunWorldApart(small));
+  return false;
+}
+
 bool RunSeeds(const SOptions& options) {
   const auto began = Clock::now();
   const auto seconds = [&] { return std::chrono::duration<double>(Clock::now() - began).count(); };
@@ -126,8 +155,8 @@ bool RunSeeds(const SOptions& options) {
 int main(int argc, char** argv) {
   SOptions options;
   if (!Parse(argc, argv, options)) {
-    std::fprintf(stderr, "world --seed N | --seeds A-B | --minutes M [--from A] | --file F\n");
+    std::fprintf(stderr, "world --seed N | --shrink N | --seeds A-B | --minutes M [--from A] | --file F\n");
     return 2;
   }
-  return RunSeeds(options) ? 0 : 1;
+  return (options.shrinks ? ShrinkSeed(options.first) : RunSeeds(options)) ? 0 : 1;
 }

@@ -70,6 +70,7 @@ SManner DrawManner(CRandom& random) {
   manner.stopsInCallback = OneIn(random, 8);
   manner.laterMs = OneIn(random, 3) ? random.Between(0, 20) : random.Between(100, 6000);
   manner.callbackMs = OneIn(random, 10) ? random.Between(1, 50) : 0;
+  manner.callbackMs = OneIn(random, 60) ? random.Between(1000, 5000) : manner.callbackMs;
   return manner;
 }
 
@@ -91,9 +92,9 @@ int64_t DrawLength(CRandom& random, EFault kind) {
   }
 }
 
-SFault DrawFault(CRandom& random, const SWorldPlan& plan) {
+SFault DrawFault(CRandom& random, const SWorldPlan& plan, int64_t atMs) {
   SFault fault;
-  fault.atMs = random.Between(0, plan.lengthMs);
+  fault.atMs = atMs;
   fault.kind = static_cast<EFault>(random.Below(kFaultKinds));
   fault.card = Pick(random, 0, static_cast<int>(plan.cards.size()) - 1);
   fault.trunk = Pick(random, 0, plan.cards[static_cast<size_t>(fault.card)].trunks - 1);
@@ -122,12 +123,25 @@ SStep DrawStep(CRandom& random, const SWorldPlan& plan) {
   return step;
 }
 
+// In bursts, so that they meet, and calls between them are left alone.
+void DrawFaults(CRandom& random, SWorldPlan& plan) {
+  constexpr int64_t kBurstMs = 20'000;
+  std::vector<int64_t> bursts;
+  for (int i = Pick(random, 2, 6); i > 0; --i) {
+    bursts.push_back(random.Between(0, plan.lengthMs - kBurstMs));
+  }
+  for (int i = Pick(random, 20, 40); i > 0; --i) {
+    const int64_t atMs = bursts[random.Below(bursts.size())] + random.Between(0, kBurstMs);
+    plan.faults.push_back(DrawFault(random, plan, atMs));
+  }
+}
+
 void DrawCards(CRandom& random, SWorldPlan& plan) {
-  const int cards = OneIn(random, 3) ? Pick(random, 2, 4) : 1;
+  const int cards = OneIn(random, 5) ? Pick(random, 2, 4) : 1;
   for (int i = 0; i < cards; ++i) {
     SCardPlan card;
-    card.trunks = OneIn(random, 4) ? Pick(random, 2, 3) : 1;
-    card.trunks = OneIn(random, 40) ? 8 : card.trunks;
+    card.trunks = OneIn(random, 5) ? Pick(random, 2, 3) : 1;
+    card.trunks = OneIn(random, 100) ? 8 : card.trunks;
     plan.cards.push_back(card);
   }
 }
@@ -156,6 +170,11 @@ int64_t SWorldPlan::LastFaultMs() const {
   return last;
 }
 
+bool SWorldPlan::HasSlowCallbacks() const {
+  constexpr int64_t kSlowMs = 60;
+  return std::any_of(manners.begin(), manners.end(), [](const SManner& manner) { return manner.callbackMs > kSlowMs; });
+}
+
 SWorldPlan DrawPlan(uint64_t seed) {
   CRandom random(seed);
   SWorldPlan plan;
@@ -166,16 +185,13 @@ SWorldPlan DrawPlan(uint64_t seed) {
   DrawCards(random, plan);
   plan.isNetworkSide = OneIn(random, 5);
   plan.threads = Pick(random, 1, 3);
-  plan.lengthMs = random.Between(30, 600) * 1000;
+  plan.lengthMs = random.Between(580, 640) * 1000;
   for (int i = 0; i < 7; ++i) {
     plan.manners.push_back(DrawManner(random));
   }
   const int busy = Pick(random, 2, 20);  // seconds between two of a kind
   const int64_t parts = plan.lengthMs / 1000 / busy + 1;
-  const int64_t faults = OneIn(random, 6) ? 0 : random.Between(1, 30);
-  for (int64_t i = 0; i < faults; ++i) {
-    plan.faults.push_back(DrawFault(random, plan));
-  }
+  DrawFaults(random, plan);
   for (int64_t i = 0; i < parts; ++i) {
     plan.offers.push_back(DrawOffer(random, plan));
     plan.steps.push_back(DrawStep(random, plan));

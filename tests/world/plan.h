@@ -124,6 +124,8 @@ struct SWorldPlan {
 
   int Trunks() const;
   int64_t LastFaultMs() const;  // the end of the last one; 0 without any
+  // Callbacks take so long that sound is torn and replies are late: that is described.
+  bool HasSlowCallbacks() const;
 };
 
 // The world of a seed: the same one for ever.

@@ -283,8 +283,9 @@ void CScene::CheckReplies(size_t card) {
   const cardsim::SAudioStatistics seen = sim->Card(card).Audio().Statistics();
   const std::string name = "card " + std::to_string(card) + ": ";
   checks.Require(seen.replies > 0, name + "no replies");
-  checks.Require(seen.missing == 0, name + "replies missing: " + std::to_string(seen.missing));
-  checks.Require(seen.late == 0, name + "replies late: " + std::to_string(seen.late));
+  const bool isSlow = plan.HasSlowCallbacks();
+  checks.Require(isSlow || seen.missing == 0, name + "replies missing: " + std::to_string(seen.missing));
+  checks.Require(isSlow || seen.late == 0, name + "replies late: " + std::to_string(seen.late));
   checks.Require(seen.wrongSize == 0, name + "replies of a wrong size: " + std::to_string(seen.wrongSize));
   checks.Require(seen.sequenceGaps == 0, name + "gaps in the replies: " + std::to_string(seen.sequenceGaps));
   checks.Require(seen.badMagic == 0, name + "replies without their mark: " + std::to_string(seen.badMagic));

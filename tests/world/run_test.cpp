@@ -39,10 +39,22 @@ TEST(Run, AQuietWorldHasNoFailures) {
   EXPECT_EQ(16U, result.comparedCalls);
 }
 
+// The first minute of a seed's world.
+SWorldPlan Minute(uint64_t seed) {
+  constexpr int64_t kMinuteMs = 60'000;
+  SWorldPlan plan = DrawPlan(seed);
+  plan.lengthMs = kMinuteMs;
+  const auto isLater = [](const auto& part) { return part.atMs > kMinuteMs; };
+  std::erase_if(plan.faults, isLater);
+  std::erase_if(plan.offers, isLater);
+  std::erase_if(plan.steps, isLater);
+  return plan;
+}
+
 TEST(Run, ASeedIsOneRunForEver) {
   for (uint64_t seed = 2; seed < 6; ++seed) {
-    const SRunResult first = RunWorldApart(DrawPlan(seed));
-    const SRunResult second = RunWorldApart(DrawPlan(seed));
+    const SRunResult first = RunWorldApart(Minute(seed));
+    const SRunResult second = RunWorldApart(Minute(seed));
     EXPECT_EQ(first.ToText(), second.ToText()) << seed;
     EXPECT_NE(0U, first.hash);
   }
