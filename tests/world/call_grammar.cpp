@@ -54,11 +54,16 @@ void CCallGrammar::Outcomes(EPhase phase, EAction action, Visit visit) const {
 }
 
 CCallGrammar::SPossible CCallGrammar::Moved(SPossible one, EPhase phase) {
-  constexpr uint8_t kMostStrays = 3;
   const bool isReplaced = (one.phase == EPhase::kDialled && phase == EPhase::kOffered) ||
                           (one.phase == EPhase::kGivenUp && phase != EPhase::kGivenUp && phase != EPhase::kFree);
-  one.stray = static_cast<uint8_t>(std::min<int>(one.stray + (isReplaced ? 1 : 0), kMostStrays));
+  one.stray = std::min(static_cast<uint8_t>(one.stray + (isReplaced ? 1 : 0)), kMostStrays);
   one.phase = phase;
+  return one;
+}
+
+CCallGrammar::SPossible CCallGrammar::Down(SPossible one) {
+  one.stray = std::min(static_cast<uint8_t>(one.stray + (one.phase == EPhase::kGivenUp ? 1 : 0)), kMostStrays);
+  one.phase = EPhase::kFree;
   return one;
 }
 
@@ -79,7 +84,7 @@ void CCallGrammar::After(const SPossible& one, uint32_t code, int32_t param, std
   switch (code) {
     case ZELK_EVENT_INCOMING_CALL:
       // A call of ours that the network has not heard of gives way; one that is cleared may have left the network.
-      if (IsFree(phase) || phase == EPhase::kDialled || phase == EPhase::kClearing) {
+      if (IsFree(phase) || phase == EPhase::kDialled || phase == EPhase::kClearing || isForgetful) {
         visit(EPhase::kOffered);
       }
       return;
@@ -101,7 +106,8 @@ void CCallGrammar::After(const SPossible& one, uint32_t code, int32_t param, std
     case ZELK_EVENT_DISCONNECTED:
       return AfterDisconnected(one, left);
     case ZELK_EVENT_CHANNEL_STATE:
-      left.insert(param == 0 ? SPossible{EPhase::kFree, 0, one.done, one.results} : one);
+      // A call that goes with its trunk brings nothing more; one that was given up before may.
+      left.insert(param == 0 ? Down(one) : one);
       return;
     default:
       left.insert(one);

@@ -27,6 +27,8 @@ class CCallGrammar {
  public:
   // The library plays the network.
   void SetNetworkSide(bool on) { isNetworkSide = on; }
+  // The network loses calls without a word: it may offer one where it has lost one.
+  void SetForgetful() { isForgetful = true; }
   // From now on the network sends messages that fit nothing: what they bring is not judged until the next free.
   void SetOdd() { isOdd = true; }
 
@@ -38,6 +40,7 @@ class CCallGrammar {
 
  private:
   static constexpr int kMostAtOnce = 8;
+  static constexpr uint8_t kMostStrays = 3;
   enum class EPhase : uint8_t { kFree, kGivenUp, kEmpty, kOffered, kAnswered, kDialled, kConnected, kClearing };
   struct SPossible {
     EPhase phase = EPhase::kFree;
@@ -62,9 +65,11 @@ class CCallGrammar {
   void After(const SPossible& one, uint32_t code, int32_t param, std::set<SPossible>& left) const;
   void AfterDisconnected(SPossible one, std::set<SPossible>& left) const;
   static SPossible Moved(SPossible one, EPhase phase);
+  static SPossible Down(SPossible one);
   std::string Describe() const;
 
   bool isNetworkSide = false;
+  bool isForgetful = false;
   bool isOdd = false;
   std::array<STicket, kMostAtOnce> tickets{};
   std::set<SPossible> possible{SPossible{}};

@@ -53,8 +53,8 @@ class CallGrammar : public testing::Test {
 
 TEST_F(CallGrammar, WhatACallBringsIsRight) {
   for (const char* script :
-       {"dPLCE", "dE",  "IaCE", "IaChE",  "IE",  "Ir",      "IrE",    "dhE",    "dPLChCE", "IX",    "dPXUIaCE",
-        "hhh",   "IhE", "dI",   "dhIaCE", "IaE", "IrdPLCE", "dUPLCE", "aaIaCE", "dIrEE",   "IrdPEE"}) {
+       {"dPLCE", "dE", "IaCE",   "IaChE", "IE",      "Ir",     "IrE",    "dhE",   "dPLChCE", "IX",    "dPXUIaCE", "hhh",
+        "IhE",   "dI", "dhIaCE", "IaE",   "IrdPLCE", "dUPLCE", "aaIaCE", "dIrEE", "IrdPEE",  "IrXUE", "dIrXE"}) {
     SCOPED_TRACE(script);
     EXPECT_TRUE(Play(script));
     grammar = {};
@@ -63,8 +63,8 @@ TEST_F(CallGrammar, WhatACallBringsIsRight) {
 
 TEST_F(CallGrammar, WhatNoCallBringsIsNot) {
   for (const char* script :
-       {"P",   "C",     "E",        "IC",   "II", "dPLCEE", "dEE",   "IaCI", "IP", "dd",     "dCC",     "XE",
-        "dXP", "IaCEC", "IaCa.E.E", "IrEE", "L",  "IaCL",   "dPLCd", "hE",   "UE", "dIrEEE", "IrdPEEE", "dIrXE"}) {
+       {"P",     "C",        "E",    "IC", "II",   "dPLCEE", "dEE", "IaCI", "IP",     "dd",      "dCC",    "XE", "dXP",
+        "IaCEC", "IaCa.E.E", "IrEE", "L",  "IaCL", "dPLCd",  "hE",  "UE",   "dIrEEE", "IrdPEEE", "IrXUEE", "dXE"}) {
     SCOPED_TRACE(script);
     EXPECT_FALSE(Play(script));
     grammar = {};
@@ -92,6 +92,14 @@ TEST_F(CallGrammar, TheNetworkSideConnectsWhateverThereIs) {
   grammar = {};
   grammar.SetNetworkSide(true);
   EXPECT_FALSE(Play("IaCEE"));
+}
+
+TEST_F(CallGrammar, AForgetfulNetworkOffersOverACall) {
+  EXPECT_FALSE(Play("IaCI"));
+  grammar = {};
+  grammar.SetForgetful();
+  EXPECT_TRUE(Play("IaCIaCE"));
+  EXPECT_FALSE(Play("E"));
 }
 
 TEST_F(CallGrammar, OddMessagesAreNotJudgedUntilTheChannelIsFree) {

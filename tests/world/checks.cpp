@@ -39,10 +39,13 @@ void CChecks::Require(bool holds, const std::string& what) {
   }
 }
 
-void CChecks::SetChannels(int32_t count, bool isNetworkSide) {
+void CChecks::SetChannels(int32_t count, bool isNetworkSide, bool isForgetful) {
   grammars.resize(static_cast<size_t>(count));
   for (CCallGrammar& grammar : grammars) {
     grammar.SetNetworkSide(isNetworkSide);
+    if (isForgetful) {
+      grammar.SetForgetful();
+    }
   }
 }
 

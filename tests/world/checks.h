@@ -35,7 +35,7 @@ class CChecks {
   void Require(bool holds, const std::string& what);
   const std::vector<std::string>& Failures() const { return failures; }
 
-  void SetChannels(int32_t count, bool isNetworkSide);
+  void SetChannels(int32_t count, bool isNetworkSide, bool isForgetful = false);
   void OnEvent(const SEvent& event);
   CCallGrammar& Grammar(int32_t channel) { return grammars.at(static_cast<size_t>(channel)); }
 

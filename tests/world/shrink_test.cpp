@@ -16,9 +16,8 @@ TEST(Shrink, LeavesWhatTheFailureNeeds) {
   const auto has = [](const SWorldPlan& plan, int64_t atMs) {
     return std::any_of(plan.faults.begin(), plan.faults.end(), [&](const SFault& fault) { return fault.atMs == atMs; });
   };
-  const SWorldPlan small = Shrink(whole, [&](const SWorldPlan& plan) {
-    return has(plan, first) && has(plan, second) && !plan.steps.empty();
-  });
+  const SWorldPlan small = Shrink(
+      whole, [&](const SWorldPlan& plan) { return has(plan, first) && has(plan, second) && !plan.steps.empty(); });
   EXPECT_EQ(2U, small.faults.size());
   EXPECT_TRUE(has(small, first) && has(small, second));
   EXPECT_EQ(0U, small.offers.size());
