@@ -76,7 +76,7 @@ bool CCallWatch::OnConnected(int32_t channel) {
 void CCallWatch::CheckParties(int32_t channel) {
   const SPlace place = PlaceOf(plan, channel);
   const SFarCall* far = farEnds.CallOf(channel);
-  if (plan.isNetworkSide ||
+  if (plan.isNetworkSide || plan.HasSlowCallbacks() ||
       faults.TouchesSignalling(place.card, place.trunk, far == nullptr ? world.NowUs() : far->beganUs, world.NowUs())) {
     return;
   }

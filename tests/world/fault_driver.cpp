@@ -124,9 +124,11 @@ void CFaultDriver::DoToTrunk(const SFault& fault) {
       Last(fault, place, [&card, trunk](bool on) { card.HoldFromLibrary(trunk, on); });
       break;
     case EFault::kRestartSlot:
+      TellOdd(fault);
       card.RestartTimeslot(trunk, fault.amount);
       break;
     case EFault::kRestartAll:
+      TellOdd(fault);
       card.RestartInterface(trunk);
       break;
     case EFault::kHdlcErrors:
@@ -137,10 +139,14 @@ void CFaultDriver::DoToTrunk(const SFault& fault) {
   }
 }
 
-void CFaultDriver::SendOdd(const SFault& fault) {
+void CFaultDriver::TellOdd(const SFault& fault) {
   if (onOdd) {
     onOdd(fault.card, fault.trunk);
   }
+}
+
+void CFaultDriver::SendOdd(const SFault& fault) {
+  TellOdd(fault);
   sim.Card(static_cast<size_t>(fault.card)).SendQ931(fault.trunk, OddMessage(fault.amount));
 }
 

@@ -23,7 +23,7 @@ class CFaultDriver {
 
   // From this time of the world on.
   void Begin(int64_t baseUs);
-  // Called with each odd message, before it goes.
+  // Called with each odd message and each RESTART, which ends a call without a word to the application, before it goes.
   std::function<void(int card, int trunk)> onOdd;
 
   // Something was wrong with the trunk's signalling, or the card's sound, between the two, or shortly before.
@@ -39,6 +39,7 @@ class CFaultDriver {
   void DoToSound(const SFault& fault);
   // Calls change(true) now and change(false) at its end, unless another of the kind goes on.
   void Last(const SFault& fault, int place, const std::function<void(bool)>& change);
+  void TellOdd(const SFault& fault);
   void SendOdd(const SFault& fault);
   bool Overlaps(const SFault& fault, int64_t fromUs, int64_t toUs) const;
 
