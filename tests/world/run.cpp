@@ -216,7 +216,12 @@ std::string CScene::NotReady() {
 void CScene::Settle() {
   SleepUntil(baseUs + plan.LastFaultMs() * kUsPerMs);
   callers->ClearAll();
-  world.After(0, [this] { farEnds.Rest(); });
+  world.After(0, [this] {
+    farEnds.Rest();
+    for (size_t card = 0; plan.HasSlowCallbacks() && card < sim->CardCount(); ++card) {
+      sim->Card(card).Announce();  // a callback of more than a second may have cost its connection
+    }
+  });
   const int64_t endUs = world.NowUs() + (plan.HasSlowCallbacks() ? kSlowReadyMs : kReadyMs) * kUsPerMs;
   std::string notReady = NotReady();
   while (!notReady.empty() && world.NowUs() < endUs) {
