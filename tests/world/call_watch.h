@@ -42,6 +42,7 @@ class CCallWatch {
     int64_t playedUs = -1;
     cardsim::Bytes sound;
     bool isStopped = false;
+    bool isBehind = false;
     bool isPlayed = false;
     std::string digits;
   };
