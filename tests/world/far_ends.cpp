@@ -112,7 +112,10 @@ void CFarEnds::Rest() {
 void CFarEnds::Offer(const SPlace& place, const SFarEndPlan& farEnd) {
   cardsim::CCard& card = sim.Card(static_cast<size_t>(place.card));
   // A timeslot with a call on it is not offered another one: the last call of the channel stays what it is.
-  if (!card.IsTimeslotIdle(place.trunk, place.timeslot)) {
+  const auto last = current.find(ChannelAt(plan, place));
+  const bool hasCall = last != current.end() && last->second.call != nullptr &&
+                       !last->second.call->Reached(cardsim::ESimCallState::kEnded);
+  if (hasCall || !card.IsTimeslotIdle(place.trunk, place.timeslot)) {
     return;
   }
   SFarCall call;
