@@ -6,12 +6,15 @@
 //   world --minutes M [--from A]   from a seed on (1), for so long
 //   world --shrink N      what of a failing seed's plan it fails without is left out
 //   world --file F        those of a file, one at the beginning of a line
+//   --jobs J              beside any of the last three: in so many processes (1)
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "world/crew.h"
 #include "world/run.h"
 #include "world/shrink.h"
 
@@ -29,6 +32,7 @@ struct SOptions {
   std::vector<uint64_t> kept;
   bool isVerbose = false;
   bool shrinks = false;
+  size_t jobs = 1;
 };
 
 std::vector<uint64_t> ReadSeeds(const std::string& path) {
@@ -61,11 +65,13 @@ bool Parse(int argc, char** argv, SOptions& options) {
       options.last = options.first + options.kept.size() - 1;
     } else if (name == "--minutes") {
       options.minutes = std::stod(value);
+    } else if (name == "--jobs") {
+      options.jobs = std::stoul(value);
     } else {
       return false;
     }
   }
-  return argc > 1 && argc % 2 == 1 && (options.minutes > 0 || options.last != UINT64_MAX);
+  return options.jobs > 0 && argc > 1 && argc % 2 == 1 && (options.minutes > 0 || options.last != UINT64_MAX);
 }
 
 void PrintFailure(const SWorldPlan& plan, const SRunResult& result) {
@@ -83,7 +89,19 @@ struct STotals {
   uint64_t calls = 0;
   uint64_t compared = 0;
   double hours = 0;
+
+  void Add(const STotals& others) {
+    seeds += others.seeds;
+    faults += others.faults;
+    calls += others.calls;
+    compared += others.compared;
+    hours += others.hours;
+  }
 };
+
+double SecondsSince(Clock::time_point began) {
+  return std::chrono::duration<double>(Clock::now() - began).count();
+}
 
 void PrintTotals(const STotals& totals, double seconds) {
   std::printf("%llu seeds in %.1f s: %.2f a second, %.1f virtual hours a minute, %llu faults, %llu calls, %llu heard\n",
@@ -135,19 +153,43 @@ bool ShrinkSeed(uint64_t seed) {
   return false;
 }
 
-bool RunSeeds(const SOptions& options) {
+// One process's share of the seeds. False when one of them failed.
+bool RunShare(const SOptions& options, size_t worker, world::ICrewStop& stop, STotals& totals) {
   const auto began = Clock::now();
-  const auto seconds = [&] { return std::chrono::duration<double>(Clock::now() - began).count(); };
-  STotals totals;
-  bool isRight = true;
-  for (uint64_t seed = options.first; isRight && seed <= options.last; ++seed) {
-    if (options.minutes > 0 && seconds() > options.minutes * 60) {
+  for (uint64_t seed = options.first + worker; !stop.IsSet() && seed <= options.last; seed += options.jobs) {
+    if (options.minutes > 0 && SecondsSince(began) > options.minutes * 60) {
       break;
     }
-    isRight = RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first], options.isVerbose, totals);
+    if (!RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first], options.isVerbose, totals)) {
+      stop.Set();
+      return false;
+    }
   }
-  PrintTotals(totals, seconds());
-  return isRight;
+  return true;
+}
+
+bool RunSeeds(const SOptions& options) {
+  const auto began = Clock::now();
+  const auto shares = world::RunCrew(options.jobs, [&](size_t worker, world::ICrewStop& stop) {
+    STotals own;
+    const bool isRight = RunShare(options, worker, stop, own);
+    std::ostringstream text;
+    text << isRight << ' ' << own.seeds << ' ' << own.faults << ' ' << own.calls << ' ' << own.compared << ' '
+         << own.hours;
+    return text.str();
+  });
+  STotals totals;
+  bool areRight = true;
+  for (const std::string& share : shares) {
+    std::istringstream text(share);
+    STotals own;
+    bool isRight = false;
+    text >> isRight >> own.seeds >> own.faults >> own.calls >> own.compared >> own.hours;
+    areRight = areRight && isRight;
+    totals.Add(own);
+  }
+  PrintTotals(totals, SecondsSince(began));
+  return areRight;
 }
 
 }  // namespace
@@ -155,7 +197,7 @@ bool RunSeeds(const SOptions& options) {
 int main(int argc, char** argv) {
   SOptions options;
   if (!Parse(argc, argv, options)) {
-    std::fprintf(stderr, "world --seed N | --shrink N | --seeds A-B | --minutes M [--from A] | --file F\n");
+    std::fprintf(stderr, "world --seed N | --shrink N | --seeds A-B | --minutes M [--from A] | --file F, [--jobs J]\n");
     return 2;
   }
   return (options.shrinks ? ShrinkSeed(options.first) : RunSeeds(options)) ? 0 : 1;
