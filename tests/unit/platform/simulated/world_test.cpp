@@ -71,6 +71,8 @@ TEST(World, DoesTheSameAgainFromTheSameSeed) {
 }
 
 TEST(World, DoesTheSameOnFibersAndOnThreads) {
+  if (kDefaultCarrier != ECarrier::kFibers)
+    GTEST_SKIP() << "the sanitizers lose track of fibers";
   for (uint64_t seed = 0; seed < 5; ++seed) {
     EXPECT_EQ(RunBusy({.seed = seed, .carrier = ECarrier::kFibers}).hash,
               RunBusy({.seed = seed, .carrier = ECarrier::kThreads}).hash);
