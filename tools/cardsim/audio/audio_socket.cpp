@@ -6,7 +6,7 @@
 namespace cardsim {
 namespace {
 
-constexpr std::size_t kSocketBuffer = 4 * 1024 * 1024;
+constexpr std::size_t kSocketBuffer = std::size_t{4} * 1024 * 1024;
 
 }  // namespace
 

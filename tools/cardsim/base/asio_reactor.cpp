@@ -44,7 +44,7 @@ struct CAsioReactor::SState {
 CAsioReactor::CAsioReactor() : state(std::make_unique<SState>()) {}
 
 CAsioReactor::~CAsioReactor() {
-  Stop();
+  CAsioReactor::Stop();
 }
 
 void CAsioReactor::Start() {
