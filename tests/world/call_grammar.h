@@ -44,10 +44,10 @@ class CCallGrammar {
   enum class EPhase : uint8_t { kFree, kGivenUp, kEmpty, kOffered, kAnswered, kDialled, kConnected, kClearing };
   struct SPossible {
     EPhase phase = EPhase::kFree;
-    uint8_t stray = 0;    // DISCONNECTED of earlier calls that may come
-    uint8_t done = 0;     // tickets that have taken effect
-    uint8_t results = 0;  // and what they return
-    auto operator<=>(const SPossible&) const = default;
+    uint8_t stray = 0;                                   // DISCONNECTED of earlier calls that may come
+    uint8_t done = 0;                                    // tickets that have taken effect
+    uint8_t results = 0;                                 // and what they return
+    auto operator<=>(const SPossible&) const = default;  // NOLINT(modernize-use-nullptr): the check misreads it
   };
   struct STicket {
     bool isUsed = false;
