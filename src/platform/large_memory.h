@@ -9,6 +9,19 @@ namespace zelk {
 
 constexpr size_t kLargePageBytes = size_t{2} << 20;
 
+// In builds that look for use after release, which they find on the heap alone: stores of our own stand aside there.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMemoryIsWatched = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kMemoryIsWatched = true;
+#else
+constexpr bool kMemoryIsWatched = false;
+#endif
+#else
+constexpr bool kMemoryIsWatched = false;
+#endif
+
 // Memory of its own for bytes that are read here and there: in large pages where the system has them to give, so that
 // the processor need not look up a page for each read. bytes is a multiple of kLargePageBytes. Zeroed; null when there
 // is no memory. Thread: any; a system call each.

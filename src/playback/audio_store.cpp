@@ -7,13 +7,6 @@
 namespace zelk {
 namespace {
 
-// Use after release is found on the heap alone.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kUsesSlabs = false;
-#else
-constexpr bool kUsesSlabs = true;
-#endif
-
 constinit CAudioStore store;
 
 }  // namespace
@@ -53,7 +46,7 @@ void* CAudioStore::Take(size_t bytes) {
   SPrefix* piece = nullptr;
   {
     const CScopedLock<CMutex> held(lock);
-    if (kUsesSlabs && pieces >= kFew)
+    if (!kMemoryIsWatched && pieces >= kFew)
       piece = TakeCell(whole);
     ++pieces;
   }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "formats/g711.h"
+#include "platform/large_memory.h"
 #include "runtime/log.h"
 #include "runtime/shelf.h"
 
@@ -20,15 +21,9 @@ constexpr int32_t kTapRecording = 1;
 constexpr int32_t kTapUnarmed = -1;
 constexpr int64_t kMaxQueuedBytes = std::numeric_limits<int32_t>::max();
 
-// As many as there are channels at most. Queues beyond that, and those of builds that look for use after release, come
-// from the heap.
+// As many as there are channels at most. Queues beyond that come from the heap.
 constexpr size_t kSideBySide = 1024;
 constinit CShelf<sizeof(CWave), kSideBySide> shelf;
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kUsesShelf = false;
-#else
-constexpr bool kUsesShelf = true;
-#endif
 
 uint8_t SilenceByte(const SWaveFormat& record) {
   const SSampleFormat* const format = SampleFormatOf(record);
@@ -43,12 +38,12 @@ CWave::CWave(IWaveOwner& waveOwner, const std::atomic<uint32_t>* silencings)
 }
 
 void* CWave::operator new(size_t bytes, std::align_val_t alignment) {
-  void* const place = kUsesShelf && bytes == sizeof(CWave) ? shelf.Take() : nullptr;
+  void* const place = !kMemoryIsWatched && bytes == sizeof(CWave) ? shelf.Take() : nullptr;
   return place != nullptr ? place : ::operator new(bytes, alignment);
 }
 
 void CWave::operator delete(void* place, std::align_val_t alignment) {
-  if (!kUsesShelf || !shelf.Return(place))
+  if (kMemoryIsWatched || !shelf.Return(place))
     ::operator delete(place, alignment);
 }
 

@@ -14,11 +14,7 @@
 namespace zelk {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kUsesSlabs = false;  // all comes from the heap there
-#else
-constexpr bool kUsesSlabs = true;
-#endif
+constexpr bool kUsesSlabs = !kMemoryIsWatched;
 
 // Pieces that are full of a byte of their own, so that any two that overlap show it.
 class CPieces {
