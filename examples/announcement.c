@@ -20,7 +20,7 @@ typedef struct {
 /* Events on their way from the library's threads to main. No function of the library is called under this lock. */
 enum { kRoom = 8 * ZELK_MAX_CHANNELS };
 static Event queue[kRoom];
-static unsigned first, count;
+static unsigned put, taken; /* counted since the start */
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static sem_t filled;
 static volatile sig_atomic_t stopped;
@@ -28,8 +28,8 @@ static volatile sig_atomic_t stopped;
 /* Runs on threads that have a whole card to serve: what there is to do is left to main. */
 static void ZELK_CALL OnEvent(int32_t channel, uint32_t code, int32_t param) {
   pthread_mutex_lock(&lock);
-  if (count < kRoom) {
-    queue[(first + count++) % kRoom] = (Event){channel, code, param};
+  if (put - taken < kRoom) {
+    queue[put++ % kRoom] = (Event){channel, code, param};
     sem_post(&filled);
   }
   pthread_mutex_unlock(&lock);
@@ -41,21 +41,7 @@ static void OnSignal(int number) {
   sem_post(&filled); /* the one way to wake somebody that a signal handler has */
 }
 
-static bool NextEvent(Event* event) {
-  while (sem_wait(&filled) != 0) {
-  }
-  if (stopped) {
-    return false;
-  }
-  pthread_mutex_lock(&lock);
-  *event = queue[first];
-  first = (first + 1) % kRoom;
-  --count;
-  pthread_mutex_unlock(&lock);
-  return true;
-}
-
-/* The last samples of a play are sent after PLAY_DONE: 20 ms of silence follow the prompt, so that it is heard whole.
+/* The last samples of a play are sent after PLAY_DONE: 20 ms of silence follow them, so that the prompt is heard whole.
  */
 enum { kTail = ZELK_BLOCK_BYTES, kSilence = 0xD5 };
 static unsigned char* prompt;
@@ -77,7 +63,7 @@ static bool ReadPrompt(const char* path) {
       goesOn = fread(head, 1, 16, file) == 16 && fseek(file, (long)(size - 16), SEEK_CUR) == 0;
       isALaw = memcmp(head, "\6\0\1\0\x40\x1F\0\0", 8) == 0; /* format 6, 1 channel, 8000 a second */
     } else {
-      goesOn = fseek(file, (long)size + size % 2, SEEK_CUR) == 0;
+      goesOn = fseek(file, (long)(size + size % 2), SEEK_CUR) == 0;
     }
   }
   if (!goesOn || prompt == NULL) {
@@ -92,8 +78,7 @@ static bool ReadPrompt(const char* path) {
 static void Handle(int32_t channel, uint32_t code, int32_t param) {
   static bool inCall[ZELK_MAX_CHANNELS], playing[ZELK_MAX_CHANNELS];
   if (code == ZELK_EVENT_INCOMING_CALL) {
-    const char* caller = ZELK_GetChannelInfoString(channel, ZELK_INFO_CLI);
-    printf("channel %d: call from %s\n", channel, *caller ? caller : "-");
+    printf("channel %d: call from %s\n", channel, ZELK_GetChannelInfoString(channel, ZELK_INFO_CLI));
     inCall[channel] = true;
     ZELK_Answer(channel);
   } else if (code == ZELK_EVENT_CONNECTED && inCall[channel] && !playing[channel]) {
@@ -105,10 +90,9 @@ static void Handle(int32_t channel, uint32_t code, int32_t param) {
     ZELK_Hangup(channel);
   } else if (code == ZELK_EVENT_DISCONNECTED || (code == ZELK_EVENT_CHANNEL_STATE && param == 0)) {
     ZELK_StopPlay(channel); /* what is left must not be heard in the next call */
-    if (inCall[channel] && code == ZELK_EVENT_DISCONNECTED) {
-      printf("channel %d: ended, %s\n", channel, ZELK_DisconnectReasonToString(param));
-    } else if (inCall[channel]) {
-      printf("channel %d: lost\n", channel);
+    if (inCall[channel]) {
+      const char* reason = code == ZELK_EVENT_DISCONNECTED ? ZELK_DisconnectReasonToString(param) : "trunk lost";
+      printf("channel %d: ended, %s\n", channel, reason);
     }
     inCall[channel] = playing[channel] = false;
   }
@@ -129,14 +113,16 @@ int main(int argc, char** argv) {
   ZELK_SetEventCallback(OnEvent);
   if (!ZELK_Init() || ZELK_GetChannelCount() == 0) {
     fprintf(stderr, "announcement: no card found\n");
-    ZELK_Shutdown();
     return 1;
   }
   for (int32_t channel = 0; channel < ZELK_GetChannelCount(); ++channel) {
     ZELK_OpenChannel(channel);
   }
   printf("waiting for calls on %d channels, Ctrl-C ends\n", ZELK_GetChannelCount());
-  for (Event event; NextEvent(&event);) {
+  while (sem_wait(&filled) == 0 && !stopped) {
+    pthread_mutex_lock(&lock);
+    const Event event = queue[taken++ % kRoom];
+    pthread_mutex_unlock(&lock);
     Handle(event.channel, event.code, event.param);
   }
   ZELK_Shutdown();

@@ -71,7 +71,7 @@ TEST_F(Announcement, OutlivesTheLossOfATrunk) {
   const Call other = Connect({.trunk = 1, .timeslot = 1});
   ASSERT_TRUE(lost->Heard()->WaitContains(cardsim::ByteView(prompt).first(1600), kSoon));
   LoseTrunk(0);
-  EXPECT_TRUE(example->WaitLine("channel 0: lost", kSoon));
+  EXPECT_TRUE(example->WaitLine("channel 0: ended, trunk lost", kSoon));
   ExpectHeardWhole(other);
   MendTrunk(0);
   ExpectHeardWhole(Connect({.trunk = 0, .timeslot = 2}));
