@@ -268,25 +268,48 @@ void CControlDecoder::Emit(ByteView message, std::size_t end) {
   out.time = mark.time;
   out.packet = mark.packet;
   out.isAfterGap = std::exchange(isAfterGap, false);
+  if (message[0] == kFrame) {
+    FillFrame(message, out);
+  } else if (IsFromCard()) {
+    FillFromCard(message, out);
+  } else {
+    FillFromLibrary(message, out);
+  }
+  ++counts.messages;
+  sink(std::move(out));
+}
+
+void CControlDecoder::FillFromCard(ByteView message, SControl& out) {
+  out.body.assign(message.begin() + 1, message.end());
   switch (message[0]) {
     case kInformation:
-      out.kind = IsFromCard() ? EControl::kInformation : EControl::kInformationRequest;
-      out.body.assign(message.begin() + 1, message.end());
-      trunks = IsFromCard() && out.body[6] >= 1 && out.body[6] <= tool::kMaxTrunks ? out.body[6] : trunks;
+      out.kind = EControl::kInformation;
+      trunks = out.body[6] >= 1 && out.body[6] <= tool::kMaxTrunks ? out.body[6] : trunks;
       break;
     case kRegister:
-      out.kind = IsFromCard() ? EControl::kRegisterValue : EControl::kRegisterRead;
-      out.trunk = IsFromCard() ? message[1] : message[1] - 1;
+      out.kind = EControl::kRegisterValue;
+      out.trunk = message[1];
       out.value = tool::ReadLe16(&message[2]);
-      break;
-    case kStatus:
-      out.kind = EControl::kStatus;
-      out.body.assign(message.begin() + 1, message.end());
       break;
     case kHdlcError:
       out.kind = EControl::kHdlcError;
       out.trunk = message[1];
       out.value = message[2];
+      break;
+    default:
+      out.kind = EControl::kStatus;
+  }
+}
+
+void CControlDecoder::FillFromLibrary(ByteView message, SControl& out) {
+  switch (message[0]) {
+    case kInformation:
+      out.kind = EControl::kInformationRequest;
+      break;
+    case kRegister:
+      out.kind = EControl::kRegisterRead;
+      out.trunk = message[1] - 1;
+      out.value = tool::ReadLe16(&message[2]);
       break;
     case kAudioPort:
       out.kind = EControl::kAudioPort;
@@ -296,17 +319,12 @@ void CControlDecoder::Emit(ByteView message, std::size_t end) {
       out.kind = EControl::kConfiguration;
       out.trunk = message[1] - 1;
       break;
-    case kFrame:
-      EmitFrame(message, out);
-      break;
     default:
       out.kind = EControl::kStart;
   }
-  ++counts.messages;
-  sink(std::move(out));
 }
 
-void CControlDecoder::EmitFrame(ByteView message, SControl& out) {
+void CControlDecoder::FillFrame(ByteView message, SControl& out) {
   out.kind = EControl::kFrame;
   out.trunk = message[1] - 1;
   if (!IsFromCard()) {

@@ -88,7 +88,9 @@ class CControlDecoder {
   bool HasItsEnd(ByteView message) const;
   std::size_t SizeOf(ByteView bytes) const;
   void Emit(ByteView message, std::size_t end);
-  void EmitFrame(ByteView message, SControl& out);
+  void FillFromCard(ByteView message, SControl& out);
+  void FillFromLibrary(ByteView message, SControl& out);
+  void FillFrame(ByteView message, SControl& out);
   const SMark& MarkOf(std::size_t at) const;
   bool IsFromCard() const { return direction == EDirection::kToLibrary; }
 

@@ -115,14 +115,17 @@ class CCallPrinter : public ITraceSink {
   void OnCallEnds(const SCall& call) override {
     lines[call.number] = IsWanted(call) ? TextOf(call) : std::string();
     while (!lines.empty() && lines.begin()->second) {
-      Print(*lines.begin()->second);
+      PrintCall(*lines.begin()->second);
       lines.erase(lines.begin());
     }
   }
-  void End() {
-    if (options.form == EForm::kCsv && count == 0) {
+  void Begin() const {
+    if (options.form == EForm::kCsv) {
       Print(CsvOf(JsonOf({}), true));
-    } else if (options.form == EForm::kJson) {
+    }
+  }
+  void End() const {
+    if (options.form == EForm::kJson) {
       Print(count == 0 ? "[]\n" : "\n]\n");
     }
   }
@@ -135,17 +138,25 @@ class CCallPrinter : public ITraceSink {
     return isNumber && (options.cause < 0 || options.cause == call.cause);
   }
 
-  std::string TextOf(const SCall& call) {
-    const bool isFirst = count++ == 0;
+  std::string TextOf(const SCall& call) const {
     if (options.form == EForm::kText) {
       return LineOf(call);
     }
     const ordered_json json = JsonOf(call);
-    if (options.form == EForm::kCsv) {
-      return (isFirst ? CsvOf(json, true) : "") + CsvOf(json, false);
-    }
     // Numbers come from the line: bytes that are no UTF-8 are replaced.
-    return (isFirst ? "[\n  " : ",\n  ") + json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+    return options.form == EForm::kCsv ? CsvOf(json, false)
+                                       : json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+  }
+
+  void PrintCall(const std::string& text) {
+    if (text.empty()) {
+      return;
+    }
+    if (options.form == EForm::kJson) {
+      Print(count == 0 ? "[\n  " : ",\n  ");
+    }
+    Print(text);
+    ++count;
   }
 
   const SCallsOptions& options;
@@ -157,6 +168,7 @@ class CCallPrinter : public ITraceSink {
 
 EExit RunCalls(const SCallsOptions& options) {
   CCallPrinter printer(options);
+  printer.Begin();
   const EExit result = Analyse(options.input, printer);
   printer.End();
   return result == EExit::kDone && printer.Count() == 0 ? EExit::kNothingFound : result;

@@ -26,4 +26,29 @@ struct SCallsOptions {
 
 EExit RunCalls(const SCallsOptions& options);
 
+struct SLadderOptions {
+  SInput input;
+  std::uint64_t call = 0;  // as `calls` numbers them
+  bool layer2 = false;     // every frame of the D-channel while the call goes on
+  std::string svg;         // file for the picture; empty for text
+};
+
+EExit RunLadder(const SLadderOptions& options);
+
+struct SAudioOptions {
+  SInput input;
+  std::uint64_t call = 0;
+  std::string output;
+};
+
+EExit RunAudio(const SAudioOptions& options);
+
+struct SExportOptions {
+  SInput input;  // a capture, or a D-channel file of the library (.hdlc)
+  std::string output;
+  bool anonymise = false;
+};
+
+EExit RunExport(const SExportOptions& options);
+
 }  // namespace trace

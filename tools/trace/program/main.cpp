@@ -35,12 +35,43 @@ void AddCalls(CLI::App& app, trace::SCallsOptions& options, Action& action) {
   command->callback([&] { action = [&] { return trace::RunCalls(options); }; });
 }
 
+void AddLadder(CLI::App& app, trace::SLadderOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("ladder", "the messages of a call between exchange and library");
+  AddInput(*command, options.input);
+  command->add_option("--call", options.call, "number of the call, as calls tells it")->required();
+  command->add_flag("--layer2", options.layer2, "every frame of the D-channel while the call goes on");
+  command->add_option("--svg", options.svg, "write a picture to this file");
+  command->callback([&] { action = [&] { return trace::RunLadder(options); }; });
+}
+
+void AddAudio(CLI::App& app, trace::SAudioOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("audio", "the sound of a call: from the line left, to the line right");
+  AddInput(*command, options.input);
+  command->add_option("--call", options.call, "number of the call, as calls tells it")->required();
+  command->add_option("-o,--output", options.output, "WAV file")->required();
+  command->callback([&] { action = [&] { return trace::RunAudio(options); }; });
+}
+
+void AddExport(CLI::App& app, trace::SExportOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("export", "the D-channels alone, for Wireshark");
+  AddInput(*command, options.input);
+  command->add_option("-o,--output", options.output, "pcapng file")->required();
+  command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
+  command->callback([&] { action = [&] { return trace::RunExport(options); }; });
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("What cards and library said to each other, from a capture of the network between them");
   app.require_subcommand(1);
   Action action;
   trace::SCallsOptions calls;
   AddCalls(app, calls, action);
+  trace::SLadderOptions ladder;
+  AddLadder(app, ladder, action);
+  trace::SAudioOptions audio;
+  AddAudio(app, audio, action);
+  trace::SExportOptions exported;
+  AddExport(app, exported, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 
 namespace trace {
 
@@ -39,6 +40,15 @@ namespace {
 void Print(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
     FailOutput();
+  }
+}
+
+void WriteFile(const std::string& path, const std::string& contents) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << contents;
+  file.close();
+  if (!file) {
+    throw CTraceError(EExit::kBadOutput, path + ": cannot be written");
   }
 }
 

@@ -14,6 +14,8 @@ EExit Analyse(const SInput& input, ITraceSink& sink);
 
 // Writes to standard output. Throws CTraceError when that cannot be written to; a reader that has gone is none of that.
 void Print(const std::string& text);
+// Throws CTraceError when the file cannot be written.
+void WriteFile(const std::string& path, const std::string& contents);
 // All that was printed has arrived.
 void FlushOutput();
 
