@@ -7,7 +7,7 @@
 #include <numbers>
 #include <stdexcept>
 
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 
 namespace phone {
 namespace {

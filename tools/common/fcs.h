@@ -3,11 +3,11 @@
 
 #include <cstdint>
 
-#include "cardsim/base/bytes.h"
+#include "common/bytes.h"
 
-namespace cardsim {
+namespace tool {
 
 // The HDLC frame check sequence of ITU-T Q.921 (CRC-16/X.25). Sent low byte first after the frame.
 std::uint16_t FrameCheckSequence(ByteView frame);
 
-}  // namespace cardsim
+}  // namespace tool

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 #include <algorithm>
 #include <string_view>
 
-#include "cardsim/base/fcs.h"
+#include "common/fcs.h"
 
-namespace cardsim {
+namespace tool {
 namespace {
 
 constexpr std::uint8_t kLead = 0xFF;
@@ -119,4 +119,4 @@ std::uint32_t ReadLe32(const std::uint8_t* bytes) {
   return ReadLe16(bytes) | (static_cast<std::uint32_t>(ReadLe16(bytes + 2)) << 16);
 }
 
-}  // namespace cardsim
+}  // namespace tool

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/fcs.h"
+#include "common/fcs.h"
 
 #include <gtest/gtest.h>
 
 #include <string_view>
 
-namespace cardsim {
+namespace tool {
 namespace {
 
 ByteView View(std::string_view text) {
@@ -31,4 +31,4 @@ TEST(Fcs, OfAFrameWithItsFcsIsTheConstantRemainder) {
 }
 
 }  // namespace
-}  // namespace cardsim
+}  // namespace tool

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 #include <gtest/gtest.h>
 
-#include "cardsim/base/fcs.h"
+#include "common/fcs.h"
 
-namespace cardsim {
+namespace tool {
 namespace {
 
 TEST(Wire, FrameMessageCountsTheFcsAndPutsItLowByteFirst) {
@@ -73,4 +73,4 @@ TEST(Wire, AudioHeader) {
 }
 
 }  // namespace
-}  // namespace cardsim
+}  // namespace tool

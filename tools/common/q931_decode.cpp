@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/q931_decode.h"
+#include "common/q931_decode.h"
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
-namespace cardsim {
+namespace tool {
 namespace {
 
 constexpr std::uint8_t kQ931 = 0x08;
@@ -37,12 +37,31 @@ constexpr std::array<std::pair<std::uint8_t, const char*>, 22> kNames{{
     {0x7D, "STATUS"},
 }};
 
+// Which codeset an element is of: a shift holds for the element after it, or to the end of the message.
+class CCodesets {
+ public:
+  void Shift(std::uint8_t id) {
+    next = id & 0x07;
+    locked = (id & 0x08) == 0 ? next : locked;
+  }
+  std::uint8_t Take() { return std::exchange(next, locked); }
+
+ private:
+  std::uint8_t locked = 0;
+  std::uint8_t next = 0;
+};
+
 // Reads the elements; false when one is longer than the message.
 bool ReadElements(ByteView bytes, std::vector<SInformationElement>& out) {
+  CCodesets codesets;
   while (!bytes.empty()) {
     const std::uint8_t id = bytes[0];
     if ((id & 0x80) != 0) {  // single octet
-      out.push_back({id, {}});
+      const bool isShift = (id & 0xF0) == 0x90;
+      out.push_back({id, {}, isShift ? std::uint8_t{0} : codesets.Take()});
+      if (isShift) {
+        codesets.Shift(id);
+      }
       bytes = bytes.subspan(1);
       continue;
     }
@@ -50,7 +69,7 @@ bool ReadElements(ByteView bytes, std::vector<SInformationElement>& out) {
       return false;
     }
     const ByteView content = bytes.subspan(2, bytes[1]);
-    out.push_back({id, Bytes(content.begin(), content.end())});
+    out.push_back({id, Bytes(content.begin(), content.end()), codesets.Take()});
     bytes = bytes.subspan(2 + content.size());
   }
   return true;
@@ -105,8 +124,8 @@ std::string Q931Name(std::uint8_t type) {
 }
 
 const SInformationElement* SQ931Message::Find(std::uint8_t id) const {
-  const auto found =
-      std::find_if(elements.begin(), elements.end(), [&](const auto& element) { return element.id == id; });
+  const auto found = std::find_if(elements.begin(), elements.end(),
+                                  [&](const auto& element) { return element.id == id && element.codeset == 0; });
   return found == elements.end() ? nullptr : &*found;
 }
 
@@ -168,13 +187,18 @@ SQ921Frame DecodeFrame(ByteView frame) {
   if (frame.size() < 3) {
     return out;
   }
+  out.sapi = frame[0] >> 2;
+  out.commandBit = (frame[0] & 2) != 0;
+  out.tei = frame[1] >> 1;
   const std::uint8_t control = frame[2];
   if ((control & 3) == 3) {
     out.kind = UnnumberedKind(control);
+    out.pollFinal = (control & 0x10) != 0;
   } else if (frame.size() >= 4) {
     const bool information = (control & 1) == 0;
     out.kind = information ? EFrameKind::kInformation : SupervisoryKind(control);
     out.receiveNumber = frame[3] >> 1;
+    out.pollFinal = (frame[3] & 1) != 0;
     if (information) {
       out.sendNumber = control >> 1;
       out.message = DecodeQ931(frame.subspan(4));
@@ -183,4 +207,4 @@ SQ921Frame DecodeFrame(ByteView frame) {
   return out;
 }
 
-}  // namespace cardsim
+}  // namespace tool

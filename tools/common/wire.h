@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-#include "cardsim/base/bytes.h"
+#include "common/bytes.h"
 
 // The card's side of every wire format, stated here on its own: nothing is shared with the library, so that a mistake
 // there cannot hide. All multi-byte integers are little-endian; `trunk` counts from 0.
@@ -12,7 +12,7 @@
 //   control, card to library:  FF 01 information(22) | FF 02 trunk reg16 value | FF 07 status(trunk count)
 //                              FF 10 trunk+1 len16 frame(len, with FCS)       | FF 11 trunk code
 //   audio, both ways:          FF 55 seq32 hint 00 then F frames of trunks x 32 bytes
-namespace cardsim {
+namespace tool {
 
 inline constexpr std::uint16_t kCardPort = 5854;
 inline constexpr int kMaxCards = 20;
@@ -59,4 +59,4 @@ void WriteAudioHeader(std::uint8_t* packet, std::uint32_t sequence, std::uint8_t
 std::uint16_t ReadLe16(const std::uint8_t* bytes);
 std::uint32_t ReadLe32(const std::uint8_t* bytes);
 
-}  // namespace cardsim
+}  // namespace tool

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
 
-namespace cardsim {
+namespace tool {
 namespace {
 
 // Values of table 1a/G.711 (13-bit scale, here times 8): code as sent, with the even bits inverted.
@@ -45,4 +45,4 @@ TEST(G711, FullScaleSineIs3Point14Dbm0) {
 }
 
 }  // namespace
-}  // namespace cardsim
+}  // namespace tool

@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "cardsim/base/bytes.h"
+#include "common/bytes.h"
 
-namespace cardsim {
+namespace tool {
 
 struct SInformationElement {
   std::uint8_t id = 0;
-  Bytes content;  // empty for a single-octet element
+  Bytes content;             // empty for a single-octet element
+  std::uint8_t codeset = 0;  // what the shifts before it say
 };
 
 // A Q.931 message taken apart. `valid` is false when the bytes end too early or are of another protocol.
@@ -23,6 +24,7 @@ struct SQ931Message {
   std::string name;  // as in ITU-T Q.931: "SETUP", "CALL PROCEEDING", ...
   std::vector<SInformationElement> elements;
 
+  // The first of codeset 0, or null.
   const SInformationElement* Find(std::uint8_t id) const;
   // Cause value of the cause element, or -1.
   int Cause() const;
@@ -49,6 +51,10 @@ enum class EFrameKind {
 // A Q.921 frame (without FCS) taken apart; `message` is valid for information frames that carry Q.931.
 struct SQ921Frame {
   EFrameKind kind = EFrameKind::kInvalid;
+  int sapi = -1;
+  int tei = -1;
+  bool commandBit = false;  // C/R as it stands: 1 in commands of the network side and in responses of the user side
+  bool pollFinal = false;
   int sendNumber = -1;
   int receiveNumber = -1;
   SQ931Message message;
@@ -58,4 +64,4 @@ SQ931Message DecodeQ931(ByteView bytes);
 SQ921Frame DecodeFrame(ByteView frame);
 std::string Q931Name(std::uint8_t type);
 
-}  // namespace cardsim
+}  // namespace tool

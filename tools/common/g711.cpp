@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 
 #include <algorithm>
 #include <bit>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <limits>
 
-namespace cardsim {
+namespace tool {
 namespace {
 
 constexpr double kFullScaleDbm0 = 3.14;
@@ -54,4 +54,4 @@ double Dbm0OfALaw(const std::uint8_t* samples, unsigned long count) {
   return kFullScaleDbm0 + 10.0 * std::log10(power / static_cast<double>(count) / fullScaleSine);
 }
 
-}  // namespace cardsim
+}  // namespace tool

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/q931_decode.h"
+#include "common/q931_decode.h"
 
 #include <gtest/gtest.h>
 
-namespace cardsim {
+namespace tool {
 namespace {
 
 // Made by hand from ITU-T Q.931: SETUP, reference 5, speech, channel 17 exclusive, calling 123, called 456, sending
@@ -66,4 +66,4 @@ TEST(Q931Decode, FramesOfQ921) {
 }
 
 }  // namespace
-}  // namespace cardsim
+}  // namespace tool

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/fcs.h"
+#include "common/fcs.h"
 
-namespace cardsim {
+namespace tool {
 
 std::uint16_t FrameCheckSequence(ByteView frame) {
   unsigned crc = 0xFFFF;
@@ -14,4 +14,4 @@ std::uint16_t FrameCheckSequence(ByteView frame) {
   return static_cast<std::uint16_t>(crc ^ 0xFFFF);
 }
 
-}  // namespace cardsim
+}  // namespace tool

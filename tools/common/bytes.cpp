@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "cardsim/base/bytes.h"
+#include "common/bytes.h"
 
 #include <algorithm>
 
-namespace cardsim {
+namespace tool {
 
 std::ptrdiff_t FindBytes(ByteView data, ByteView pattern) {
   if (pattern.empty()) {
@@ -13,4 +13,4 @@ std::ptrdiff_t FindBytes(ByteView data, ByteView pattern) {
   return found == data.end() ? -1 : found - data.begin();
 }
 
-}  // namespace cardsim
+}  // namespace tool

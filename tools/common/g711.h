@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-namespace cardsim {
+namespace tool {
 
 // A-law of ITU-T G.711 with even bits inverted, 16-bit linear on the other side.
 std::uint8_t EncodeALaw(std::int16_t linear);
@@ -14,4 +14,4 @@ double AmplitudeOfDbm0(double level);
 // Level of a block of A-law samples by their mean power.
 double Dbm0OfALaw(const std::uint8_t* samples, unsigned long count);
 
-}  // namespace cardsim
+}  // namespace tool
