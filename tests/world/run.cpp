@@ -8,6 +8,9 @@
 #include "platform/simulated/network.h"
 #include "platform/socket.h"
 #include "world/callers.h"
+#include "world/lives.h"
+#include "world/log_watch.h"
+#include "world/stop_trials.h"
 #include "world/world_card.h"
 #include "zelk/ZelkApi.h"
 
@@ -31,6 +34,7 @@ zelk::sim::SWorldOptions OptionsOf(const SWorldPlan& plan) {
   options.policy = static_cast<zelk::sim::EPolicy>(plan.policy);
   options.switchPerMillion = plan.switchPerMillion;
   options.stallPerMillion = plan.stallPerMillion;
+  options.watchesLocks = true;
   return options;
 }
 
@@ -80,10 +84,14 @@ class CScene {
  private:
   void Main();
   void Live(CApplication& app);
+  void LiveAgain(CApplication& app);
+  void TryStops(CApplication& app);
   void Plant(CWorkers& workers);
   void Settle();
   void Try(CApplication& app);
   void TryOut(CApplication& app, int32_t channel);
+  bool Connect(CApplication& app, int32_t channel);
+  void Disconnect(CApplication& app, int32_t channel);
   void TryIn(CApplication& app, int32_t channel);
   void CheckEnd();
   void CheckReplies(size_t card);
@@ -100,6 +108,7 @@ class CScene {
   int64_t baseUs = 0;
   std::unique_ptr<CCallWatch> watch;
   std::unique_ptr<CCallers> callers;
+  std::unique_ptr<CLogWatch> logWatch;
   SRunResult result;
   zelk::CEvent nothing;  // never set
   zelk::CSocket left;
@@ -142,8 +151,12 @@ void CScene::Main() {
     Live(app);
   }
   checks.Shutdown();
+  app.SetDown(true);
   checks.Require(ZELK_GetChannelCount() == 0, "channels after the shut-down");
   UnloadLibrary();
+  if (logWatch != nullptr) {
+    logWatch->CheckFile();
+  }
   result.events = app.Events().size();
   if (watch != nullptr) {
     result.comparedCalls = watch->ComparedCalls();
@@ -174,11 +187,37 @@ void CScene::Live(CApplication& app) {
   farEnds.BeginOffers(baseUs);
   callers->BeginSteps(baseUs);
   Plant(workers);
+  if (plan.watchesLog) {
+    logWatch = std::make_unique<CLogWatch>(world, checks, plan);
+    logWatch->Begin();
+  }
   SleepUntil(baseUs + plan.lengthMs * kUsPerMs);
   callers->Rest();
   checks.Require(workers.Join(60'000), "a thread of the application does not end");
   Settle();
+  LiveAgain(app);
   Try(app);
+  TryStops(app);
+  if (logWatch != nullptr) {
+    logWatch->End();
+  }
+}
+
+void CScene::LiveAgain(CApplication& app) {
+  if (plan.lives.empty()) {
+    return;
+  }
+  CLives lives(world, plan, checks, app, *sim, farEnds, faults, *watch, *callers);
+  app.onOddCallback = [this](const std::string& what) { checks.Fail("a callback comes that must not: " + what); };
+  app.onEvent = [this, &lives](const SEvent& event) {
+    if (lives.OnEvent(event)) {
+      callers->OnEvent(event);
+    }
+  };
+  app.onPlay = [&lives](uint32_t channel, uint8_t*, uint32_t) { lives.OnBlock(static_cast<int32_t>(channel)); };
+  lives.Run();
+  app.onPlay = nullptr;
+  app.onEvent = [this](const SEvent& event) { callers->OnEvent(event); };
 }
 
 void CScene::Plant(CWorkers& workers) {
@@ -241,18 +280,38 @@ void CScene::Try(CApplication& app) {
 }
 
 void CScene::TryOut(CApplication& app, int32_t channel) {
-  const std::string name = "a last call of channel " + std::to_string(channel);
+  if (Connect(app, channel)) {
+    callers->Play(channel);
+    zelk::SleepMs(kTrialMs);
+    Disconnect(app, channel);
+  }
+}
+
+bool CScene::Connect(CApplication& app, int32_t channel) {
   const size_t connected = app.Count(channel, ZELK_EVENT_CONNECTED);
-  const size_t disconnected = app.Count(channel, ZELK_EVENT_DISCONNECTED);
   callers->Dial(channel, SFarEndPlan());
-  if (!app.AwaitEvent(channel, ZELK_EVENT_CONNECTED, kSoonMs, connected + 1)) {
-    checks.Fail(name + " is not answered");
+  const bool isConnected = app.AwaitEvent(channel, ZELK_EVENT_CONNECTED, kSoonMs, connected + 1);
+  checks.Require(isConnected, "a last call of channel " + std::to_string(channel) + " is not answered");
+  return isConnected;
+}
+
+void CScene::Disconnect(CApplication& app, int32_t channel) {
+  const size_t disconnected = app.Count(channel, ZELK_EVENT_DISCONNECTED);
+  callers->Hangup(channel);
+  checks.Require(app.AwaitEvent(channel, ZELK_EVENT_DISCONNECTED, kSoonMs, disconnected + 1),
+                 "a last call of channel " + std::to_string(channel) + " does not end");
+}
+
+void CScene::TryStops(CApplication& app) {
+  constexpr int32_t kChannel = 4;
+  if (plan.stopTrials == 0 || !Connect(app, kChannel)) {
     return;
   }
-  callers->Play(channel);
-  zelk::SleepMs(kTrialMs);
-  callers->Hangup(channel);
-  checks.Require(app.AwaitEvent(channel, ZELK_EVENT_DISCONNECTED, kSoonMs, disconnected + 1), name + " does not end");
+  CStopTrials trials(world, plan, checks, farEnds);
+  app.onPlay = [&trials](uint32_t channel, uint8_t*, uint32_t) { trials.OnBlock(static_cast<int32_t>(channel)); };
+  trials.Try(kChannel, plan.stopTrials);
+  app.onPlay = nullptr;
+  Disconnect(app, kChannel);
 }
 
 void CScene::TryIn(CApplication& app, int32_t channel) {
@@ -289,7 +348,7 @@ void CScene::CheckReplies(size_t card) {
   const cardsim::SAudioStatistics seen = sim->Card(card).Audio().Statistics();
   const std::string name = "card " + std::to_string(card) + ": ";
   checks.Require(seen.replies > 0, name + "no replies");
-  const bool isSlow = plan.HasSlowCallbacks();
+  const bool isSlow = plan.HasLateReplies();
   checks.Require(isSlow || seen.missing == 0, name + "replies missing: " + std::to_string(seen.missing));
   checks.Require(isSlow || seen.late == 0, name + "replies late: " + std::to_string(seen.late));
   checks.Require(seen.wrongSize == 0, name + "replies of a wrong size: " + std::to_string(seen.wrongSize));
