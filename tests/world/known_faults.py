@@ -254,10 +254,10 @@ def examine(fault, options):
         build()
         seed, words = run(seeds)
     first = words.strip().splitlines()[0].strip() if words.strip() else ""
-    isRight = seed is not None and re.search(fault.words, words) is not None
-    print(f"{'found' if isRight else 'NOT FOUND'}: {fault.name}: {fault.what}")
+    is_right = seed is not None and re.search(fault.words, words) is not None
+    print(f"{'found' if is_right else 'NOT FOUND'}: {fault.name}: {fault.what}")
     print(f"  seeds {seeds}" if seed is None else f"  seed {seed}: {first}", flush=True)
-    return isRight
+    return is_right
 
 
 def arguments():

@@ -69,6 +69,10 @@ void CLives::End(const SLifeEnd& end) {
   isLocked = end.isUnderLock;
   isFree.Reset();
   goesDown.Set();
+  if (plan.planted == EPlanted::kEarlyDown) {
+    app.SetDown(true);
+    zelk::SleepMs(100);
+  }
   checks.Shutdown(end.moment != EMoment::kAnyTime);
   app.SetDown(true);
   ++shutdowns;

@@ -8,9 +8,9 @@
 #include "platform/simulated/network.h"
 #include "platform/socket.h"
 #include "world/callers.h"
+#include "world/last_calls.h"
 #include "world/lives.h"
 #include "world/log_watch.h"
-#include "world/stop_trials.h"
 #include "world/world_card.h"
 #include "zelk/ZelkApi.h"
 
@@ -24,9 +24,7 @@ using zelk::sim::SOutcome;
 
 constexpr int64_t kReadyMs = 15'000;
 constexpr int64_t kSlowReadyMs = 60'000;  // layer 2 has been lost, and calls that only timers end
-constexpr int64_t kSoonMs = 3000;
 constexpr int64_t kLookMs = 100;
-constexpr int64_t kTrialMs = 2600;  // sound of a second both ways, and what is under way
 
 zelk::sim::SWorldOptions OptionsOf(const SWorldPlan& plan) {
   zelk::sim::SWorldOptions options;
@@ -85,14 +83,8 @@ class CScene {
   void Main();
   void Live(CApplication& app);
   void LiveAgain(CApplication& app);
-  void TryStops(CApplication& app);
   void Plant(CWorkers& workers);
   void Settle();
-  void Try(CApplication& app);
-  void TryOut(CApplication& app, int32_t channel);
-  bool Connect(CApplication& app, int32_t channel);
-  void Disconnect(CApplication& app, int32_t channel);
-  void TryIn(CApplication& app, int32_t channel);
   void CheckEnd();
   void CheckReplies(size_t card);
   std::string NotReady();
@@ -196,8 +188,7 @@ void CScene::Live(CApplication& app) {
   checks.Require(workers.Join(60'000), "a thread of the application does not end");
   Settle();
   LiveAgain(app);
-  Try(app);
-  TryStops(app);
+  CLastCalls(world, plan, checks, app, farEnds, *callers).Try();
   if (logWatch != nullptr) {
     logWatch->End();
   }
@@ -269,66 +260,6 @@ void CScene::Settle() {
   }
   checks.Require(notReady.empty(), "not ready 15 s after the last fault:" + notReady);
   SleepUntil(endUs);
-}
-
-void CScene::Try(CApplication& app) {
-  callers->BeginTrial();
-  for (int32_t channel = 0; channel < channels; channel += ZELK_CHANNELS_PER_TRUNK) {
-    TryOut(app, channel + 2);
-    TryIn(app, channel + 17);
-  }
-}
-
-void CScene::TryOut(CApplication& app, int32_t channel) {
-  if (Connect(app, channel)) {
-    callers->Play(channel);
-    zelk::SleepMs(kTrialMs);
-    Disconnect(app, channel);
-  }
-}
-
-bool CScene::Connect(CApplication& app, int32_t channel) {
-  const size_t connected = app.Count(channel, ZELK_EVENT_CONNECTED);
-  callers->Dial(channel, SFarEndPlan());
-  const bool isConnected = app.AwaitEvent(channel, ZELK_EVENT_CONNECTED, kSoonMs, connected + 1);
-  checks.Require(isConnected, "a last call of channel " + std::to_string(channel) + " is not answered");
-  return isConnected;
-}
-
-void CScene::Disconnect(CApplication& app, int32_t channel) {
-  const size_t disconnected = app.Count(channel, ZELK_EVENT_DISCONNECTED);
-  callers->Hangup(channel);
-  checks.Require(app.AwaitEvent(channel, ZELK_EVENT_DISCONNECTED, kSoonMs, disconnected + 1),
-                 "a last call of channel " + std::to_string(channel) + " does not end");
-}
-
-void CScene::TryStops(CApplication& app) {
-  constexpr int32_t kChannel = 4;
-  if (plan.stopTrials == 0 || !Connect(app, kChannel)) {
-    return;
-  }
-  CStopTrials trials(world, plan, checks, farEnds);
-  app.onPlay = [&trials](uint32_t channel, uint8_t*, uint32_t) { trials.OnBlock(static_cast<int32_t>(channel)); };
-  trials.Try(kChannel, plan.stopTrials);
-  app.onPlay = nullptr;
-  Disconnect(app, kChannel);
-}
-
-void CScene::TryIn(CApplication& app, int32_t channel) {
-  const std::string name = "a last call to channel " + std::to_string(channel);
-  const size_t connected = app.Count(channel, ZELK_EVENT_CONNECTED);
-  const size_t disconnected = app.Count(channel, ZELK_EVENT_DISCONNECTED);
-  SFarEndPlan farEnd;
-  farEnd.hangupAfterMs = kTrialMs;
-  farEnd.hangupCause = 31;
-  world.After(0, [this, channel, farEnd] { farEnds.Offer(PlaceOf(plan, channel), farEnd); });
-  if (!app.AwaitEvent(channel, ZELK_EVENT_CONNECTED, kSoonMs, connected + 1)) {
-    checks.Fail(name + " is not connected");
-    return;
-  }
-  callers->Play(channel);
-  checks.Require(app.AwaitEvent(channel, ZELK_EVENT_DISCONNECTED, kTrialMs + kSoonMs, disconnected + 1),
-                 name + " does not end");
 }
 
 void CScene::CheckEnd() {
