@@ -98,7 +98,7 @@ TEST(SimulatedMutex, WhatAWorldLeftLockedIsFreeInTheNext) {
 }
 
 // Nobody waits for anybody in this run.
-TEST(SimulatedMutex, TwoThatAreTakenInTwoOrdersEndTheRunWhereLocksAreWatched) {
+TEST(SimulatedMutex, TwoOrdersOfTwoEndTheRunWhereLocksAreWatched) {
   for (const bool isWatched : {true, false}) {
     CWorld world({.watchesLocks = isWatched});
     CMutex one;
