@@ -9,11 +9,16 @@
 #include <thread>
 #include <vector>
 
+#include "support/eventually.h"
+
 namespace {
 
 using zelkapi::Blocks;
 using zelkapi::Sound;
 using namespace std::chrono_literals;
+
+// Long enough for a thread to be inside its wait; where it is not, a test still passes.
+constexpr auto kUntilItWaits = 10ms;
 
 std::vector<uint8_t> Block(uint8_t fill) {
   return std::vector<uint8_t>(ZELK_BLOCK_BYTES, fill);
@@ -135,12 +140,39 @@ TEST(Sound, AWaitEndsWithSoundAWakeAndTheEnd) {
   while (step != 1) {
     std::this_thread::yield();
   }
+  support::LetPass(kUntilItWaits);
   sound.wake();
   while (step != 2) {
     std::this_thread::yield();
   }
+  support::LetPass(kUntilItWaits);
   sound.end();
   waiter.join();
+}
+
+// Each block comes when the one before was read, so that each has to wake the reader anew.
+TEST(Sound, EveryBlockWakesAReaderThatWaits) {
+  constexpr size_t kRounds = 300;
+  Sound sound;
+  sound.begin();
+  sound.keep(0, 10);
+  std::atomic<size_t> read{0};
+  std::thread reader([&] {
+    while (read < kRounds) {
+      ASSERT_EQ(sound.wait(1), std::vector<int32_t>{0});
+      read += sound.read(0).alaw.size() / ZELK_BLOCK_BYTES;
+    }
+  });
+  for (size_t round = 0; round < kRounds; ++round) {
+    while (read != round) {
+      std::this_thread::yield();
+    }
+    if (round % 50 == 0) {
+      support::LetPass(kUntilItWaits);
+    }
+    Put(sound, 0, {1});
+  }
+  reader.join();
 }
 
 TEST(Sound, AWaitHasItsTime) {
