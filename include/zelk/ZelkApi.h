@@ -49,7 +49,9 @@
 #define ZELK_API __declspec(dllimport)
 #endif
 #else
+/** How functions and callbacks are called: stated on Windows, the only way there is elsewhere. */
 #define ZELK_CALL
+/** What makes a function one of the library's. */
 #define ZELK_API __attribute__((visibility("default")))
 #endif
 
