@@ -32,11 +32,14 @@ LINKED = {
     "libZelkApi-64.so": ("libpri", "spandsp", *LINUX),
     "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", *LINUX),
     "zelk-phone": ("CLI11", *LINUX),
+    "libzelkqueue.so": LINUX,
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
     "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", *WINDOWS),
     "zelk-phone.exe": ("CLI11", *WINDOWS),
     # Archives for linkers: they name what is in the DLL.
+    "zelkqueue.dll": WINDOWS,
     "libZelkApi64.dll.a": (),
+    "libzelkqueue.dll.a": (),
     "ZelkApi64.lib": (),
 }
 
