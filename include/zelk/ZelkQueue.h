@@ -19,9 +19,9 @@
  * when it says ZELKQ_STOPPED; but not inside a callback of the library and, since locks are taken, not in a signal
  * handler. A callback never waits for a reader to read: what finds no room is counted, and the reader is told.
  *
- * End of the process: nothing has to be stopped before, and no thread has to have left a wait. This library stays loaded
- * until then. In a child made by fork the parent's queues are gone: every function says ZELKQ_STOPPED there, ZELKQ_Start
- * ZELKQ_FORKED.
+ * End of the process: nothing has to be stopped before, and no thread has to have left a wait. This library stays
+ * loaded until then. In a child made by fork the parent's queues are gone: every function says ZELKQ_STOPPED there,
+ * ZELKQ_Start ZELKQ_FORKED.
  */
 #ifndef ZELK_ZELKQUEUE_H
 #define ZELK_ZELKQUEUE_H
@@ -112,9 +112,9 @@ ZELKQ_API int32_t ZELKQ_CALL ZELKQ_WaitEvents(ZelkQueueEvent* events, int32_t ro
 ZELKQ_API int32_t ZELKQ_CALL ZELKQ_Wake(void);
 
 /**
- * Copies the text of a ZelkInfo key. ZELK_GetChannelInfoString gives a text that any other thread's request on the channel
- * overwrites; this asks and copies under one lock, which ZELKQ_GetNumber takes too. So ask for texts and numbers here
- * alone.
+ * Copies the text of a ZelkInfo key. ZELK_GetChannelInfoString gives a text that any other thread's request on the
+ * channel overwrites; this asks and copies under one lock, which ZELKQ_GetNumber takes too. So ask for texts and
+ * numbers here alone.
  * @param channel  0 to ZELK_GetChannelCount() - 1
  * @param key      a ZelkInfo
  * @param buffer   gets the text and a zero byte, cut to fit; may be null when size is 0
@@ -151,8 +151,8 @@ ZELKQ_API int32_t ZELKQ_CALL ZELKQ_SetRing(int32_t channel, int32_t blocks);
 ZELKQ_API int32_t ZELKQ_CALL ZELKQ_ReadBlocks(int32_t channel, uint8_t* data, int32_t blocks, uint64_t* lost);
 
 /**
- * Waits until some channels have so many blocks, or a full ring where that is shorter. Takes nothing: those that are not
- * read are found again.
+ * Waits until some channels have so many blocks, or a full ring where that is shorter. Takes nothing: those that are
+ * not read are found again.
  * @param blocks     how many, 1 or more
  * @param channels   gets the numbers of the channels; where not all fit, later calls go on behind the last
  * @param room       how many fit there, 1 or more
