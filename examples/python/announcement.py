@@ -17,7 +17,7 @@ def show(channel: zelkapi.Channel, text: str) -> None:
 def handle(event: zelkapi.Event, prompt: bytes, calls: Set[zelkapi.Channel]) -> None:
     """calls: the channels with a call that was told of."""
     if isinstance(event, zelkapi.IncomingCall):
-        show(event.channel, f"call from {event.calling or '-'}")
+        show(event.channel, f"call from {event.calling}")
         calls.add(event.channel)
         event.channel.answer()
     elif isinstance(event, zelkapi.Connected) and event.channel in calls:
@@ -30,7 +30,7 @@ def handle(event: zelkapi.Event, prompt: bytes, calls: Set[zelkapi.Channel]) -> 
         event.channel.stop()  # what is left must not be heard in the next call
         if event.channel in calls:
             calls.remove(event.channel)
-            show(event.channel, f"ended, {event.reason}" if isinstance(event, zelkapi.Disconnected) else "lost")
+            show(event.channel, f"ended, {event.reason}" if isinstance(event, zelkapi.Disconnected) else "ended, trunk lost")
 
 
 def serve(prompt: bytes) -> None:

@@ -7,11 +7,9 @@ ZELKAPI_LIBRARY names the library.
 """
 import argparse
 import sys
-from typing import Callable, Dict, List, Optional, TextIO
+from typing import Dict, List, Optional, TextIO
 
 import zelkapi
-
-BUSY, NO_ANSWER = 17, (18, 19)
 
 
 class Entry:
@@ -20,14 +18,14 @@ class Entry:
     def __init__(self, place: int, number: str) -> None:
         self.place, self.number, self.tries = place, number, 0
         self.connected = self.played = self.given_up = False
-        self.limit: Optional[zelkapi.Timer] = None
+        self.limit: zelkapi.Timer  # for the answer, of this try
 
 
 def read_numbers(path: str) -> List[str]:
     numbers = []
     with open(path, encoding="utf-8", errors="replace") as file:
         for line, text in enumerate(file, 1):
-            number = text.split(",")[0].strip()
+            number = text.rstrip("\n").split(",")[0]
             if not text.strip() or (line == 1 and number == "number"):
                 continue
             try:
@@ -59,23 +57,21 @@ class Dialler:
         entry.tries += 1
         entry.connected = entry.played = entry.given_up = False
         self.calls[channel] = entry
+        entry.limit = channel.after(self.options.give_up)
         try:
             channel.dial(entry.number)
-            entry.limit = channel.after(self.options.give_up, "give up")
         except zelkapi.CallError:
             self.end(channel, None, lost=True)
 
     def end(self, channel: zelkapi.Channel, cause: Optional[int], lost: bool = False) -> None:
         entry = self.calls.pop(channel)
         channel.stop()  # what is left must not be heard in the next call
-        if entry.limit:
-            entry.limit.cancel()
+        entry.limit.cancel()
+        result = "lost" if lost else "busy" if cause == 17 else "failed"
         if entry.played or (entry.connected and not lost):
             result = "answered"
-        elif entry.given_up or cause in NO_ANSWER:
+        elif entry.given_up or cause in (18, 19):
             result = "no-answer"
-        else:
-            result = "lost" if lost else "busy" if cause == BUSY else "failed"
         if result in ("lost", "busy") and entry.tries < self.options.tries:
             self.retries[channel.after(self.options.retry_wait, f"retry {entry.place}").name] = entry
             return
@@ -100,8 +96,7 @@ class Dialler:
             channel.hangup()
         elif isinstance(event, zelkapi.Connected) and not entry.given_up and not entry.connected:
             entry.connected = True
-            if entry.limit:
-                entry.limit.cancel()
+            entry.limit.cancel()
             channel.play(self.prompt)
         elif isinstance(event, zelkapi.PlayDone) and entry.connected and channel.play_time_left == 0:
             entry.played = True
@@ -131,35 +126,23 @@ def serve(options: argparse.Namespace, prompt: bytes) -> None:
             dialler.fill()
 
 
-def whole(least: int) -> Callable[[str], int]:
-    """A whole number of at least this, as an argument."""
-
-    def convert(text: str) -> int:
-        if not text.isdecimal() or int(text) < least:
-            raise argparse.ArgumentTypeError(f"{text!r} is no whole number of at least {least}")
-        return int(text)
-
-    return convert
-
-
 def main() -> int:
     parser = argparse.ArgumentParser(prog="dialler.py", description="dials the numbers of a list")
-    parser.add_argument("numbers", metavar="NUMBERS.csv")
-    parser.add_argument("results", metavar="RESULTS.csv")
-    parser.add_argument("prompt", metavar="PROMPT.wav")
-    for option, least, default in (("--at-once", 1, 2), ("--give-up", 1, 30), ("--tries", 1, 3), ("--retry-wait", 0, 60)):
-        parser.add_argument(option, type=whole(least), default=default, help=f"({default})")
+    for name in ("NUMBERS.csv", "RESULTS.csv", "PROMPT.wav"):
+        parser.add_argument(name[:-4].lower(), metavar=name)
+    for option, default in (("--at-once", 2), ("--give-up", 30), ("--tries", 3), ("--retry-wait", 60)):
+        parser.add_argument(option, metavar="N", type=int, default=default, help=f"({default})")
     options = parser.parse_args()
+    if min(options.at_once, options.give_up, options.tries, options.retry_wait + 1) < 1:
+        parser.error("these are whole numbers of at least 1, --retry-wait of at least 0")
     try:
         options.list = read_numbers(options.numbers)
         # The last samples are on the line a moment after PlayDone: silence behind them keeps the hang-up off.
         serve(options, zelkapi.read_wave(options.prompt) + zelkapi.silence(20))
-    except (zelkapi.ZelkError, OSError) as error:
+    except (zelkapi.ZelkError, OSError, KeyboardInterrupt) as error:
         text = f"{error.filename}: {error.strerror}" if isinstance(error, OSError) else str(error)
-        print(f"dialler: {text}", file=sys.stderr)
+        print(f"dialler: {text or 'interrupted'}", file=sys.stderr)
         return 1
-    except KeyboardInterrupt:
-        return 1  # before the first event could come
     return 0
 
 

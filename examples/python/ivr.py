@@ -79,7 +79,7 @@ def show(channel: zelkapi.Channel, text: str) -> None:
 
 def handle(event: zelkapi.Event, callers: Dict[zelkapi.Channel, Caller], prompts: Dict[str, bytes], wait: float) -> None:
     if isinstance(event, zelkapi.IncomingCall):
-        show(event.channel, f"call from {event.calling or '-'}")
+        show(event.channel, f"call from {event.calling}")
         callers[event.channel] = Caller(event.channel, prompts, wait)
         event.channel.answer()
         return
@@ -98,7 +98,7 @@ def handle(event: zelkapi.Event, callers: Dict[zelkapi.Channel, Caller], prompts
         caller.end_wait()
         caller.channel.stop()  # what is left must not be heard in the next call
         del callers[caller.channel]
-        show(caller.channel, f"ended, {event.reason}" if isinstance(event, zelkapi.Disconnected) else "lost")
+        show(caller.channel, f"ended, {event.reason}" if isinstance(event, zelkapi.Disconnected) else "ended, trunk lost")
 
 
 def serve(prompts: Dict[str, bytes], wait: float) -> None:

@@ -33,39 +33,42 @@ class Call:
 
     def __init__(self, folder: str, event: zelkapi.IncomingCall) -> None:
         self.channel = event.channel
-        self.name = name_of(event)
-        self.path = os.path.join(folder, self.name)
+        self.path = os.path.join(folder, name_of(event))
         self.recording: Optional[zelkapi.Recording] = None
-        show(self.channel, f"call from {event.calling or '-'}")
+        show(self.channel, f"call from {event.calling}")
         try:
             self.recording = event.channel.record(self.path + ".part")
         except zelkapi.SoundError as error:
-            complain(f"{self.name}: {error.reason}")
+            complain(f"{self.path}: {error.reason}")
         event.channel.answer()
 
-    def complete(self) -> None:
+    def complete(self) -> int:
+        """The blocks that the disk was too slow for."""
         if self.recording is None:
-            return
+            return 0
         self.recording.stop()
         try:
             os.rename(self.path + ".part", self.path)
         except OSError as error:
-            complain(f"{self.name}: {error.strerror}")
+            complain(f"{self.path}: {error.strerror}")
         else:
-            show(self.channel, f"recorded {self.name}")
+            show(self.channel, f"recorded {self.path}")
+        return self.recording.lost
 
 
-def handle(event: zelkapi.Event, folder: str, calls: Dict[zelkapi.Channel, Call]) -> None:
+def handle(event: zelkapi.Event, folder: str, calls: Dict[zelkapi.Channel, Call]) -> int:
+    """The blocks that were lost of a call that has ended."""
     if isinstance(event, zelkapi.IncomingCall):
         calls[event.channel] = Call(folder, event)
     elif isinstance(event, zelkapi.RecordingFailed) and event.channel in calls:
-        complain(f"{calls[event.channel].name}: {event.reason}")
+        complain(f"{calls[event.channel].path}: {event.reason}")
     elif isinstance(event, zelkapi.Disconnected) and event.channel in calls:
         show(event.channel, f"ended, {event.reason}")
-        calls.pop(event.channel).complete()
+        return calls.pop(event.channel).complete()
     elif isinstance(event, zelkapi.ChannelState) and not event.up and event.channel in calls:
-        show(event.channel, "lost")
-        calls.pop(event.channel).complete()
+        show(event.channel, "ended, trunk lost")
+        return calls.pop(event.channel).complete()
+    return 0
 
 
 def serve(folder: str) -> None:
@@ -75,10 +78,10 @@ def serve(folder: str) -> None:
             raise zelkapi.ZelkError("no card found")
         events = zelk.events()
         print(f"waiting for calls on {len(zelk.channels)} channels, Ctrl-C ends", flush=True)
-        for event in events:
-            handle(event, folder, calls)
-        for call in calls.values():
-            call.complete()
+        lost = sum(handle(event, folder, calls) for event in events)
+        lost += sum(call.complete() for call in calls.values())
+        if lost:
+            print(f"the disk was too slow for {lost} blocks", flush=True)
 
 
 def main() -> int:
