@@ -21,12 +21,16 @@ void CAnalysis::Run(CCaptureFile& file) {
   CPacketReader reader(file);
   for (SCaptured captured; file.Next(captured);) {
     if (const std::optional<SPacket> packet = reader.Read(captured)) {
-      traffic.OnPacket(*packet);
+      TakePacket(*packet);
     }
   }
+  Finish();
+  packets = reader.Counts();
+}
+
+void CAnalysis::Finish() {
   traffic.Finish();
   calls.Finish();
-  packets = reader.Counts();
 }
 
 void CAnalysis::OnControl(const SConnection& connection, const SControl& message) {

@@ -22,6 +22,9 @@ class CAnalysis : private ITrafficSink {
   // Reads to the end of the file, or to where it makes no sense any more. Throws CTraceError for a link type without
   // IP.
   void Run(CCaptureFile& file);
+  // The same by the packet: each in turn, then the end.
+  void TakePacket(const SPacket& packet) { traffic.OnPacket(packet); }
+  void Finish();
 
   // What was passed over, is missing or was guessed, a sentence each.
   std::vector<std::string> Notes() const;

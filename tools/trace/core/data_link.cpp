@@ -57,11 +57,12 @@ EVerdict CDataLink::OnFrame(const SControl& message, const tool::SQ921Frame& fra
   }
   LearnRoles(message.direction, frame);
   if (frame.receiveNumber >= 0) {
-    OnAcknowledged(message.direction, frame.receiveNumber);
+    acknowledged[1 - Index(message.direction)] = frame.receiveNumber;
   }
   switch (frame.kind) {
     case EFrameKind::kSabme:
       expected = {0, 0};
+      acknowledged = {0, 0};
       hadGap = {};
       ++counts.establishments;
       return EVerdict::kNoMessage;
@@ -101,17 +102,6 @@ void CDataLink::LearnRoles(EDirection direction, const tool::SQ921Frame& frame) 
   }
 }
 
-// What the other side has acknowledged it has received: when it is not here, the capture lacks it.
-void CDataLink::OnAcknowledged(EDirection by, int number) {
-  const EDirection sender = by == EDirection::kToLibrary ? EDirection::kFromLibrary : EDirection::kToLibrary;
-  std::optional<int>& next = expected[Index(sender)];
-  const int ahead = next ? Ahead(number, *next) : 0;
-  if (ahead > 0) {
-    counts.missing += static_cast<std::uint64_t>(ahead);
-    next = number;
-  }
-}
-
 EVerdict CDataLink::OnInformation(const SControl& message, int number) {
   std::optional<int>& next = expected[Index(message.direction)];
   bool& gap = hadGap[Index(message.direction)];
@@ -120,7 +110,9 @@ EVerdict CDataLink::OnInformation(const SControl& message, int number) {
     ++counts.repeated;
     return EVerdict::kRepeated;
   }
-  if (ahead > 0 && !gap) {
+  // What its receiver has acknowledged does not come again: the capture lacks it.
+  const bool isReceived = next && Ahead(acknowledged[Index(message.direction)].value_or(*next), *next) > 0;
+  if (ahead > 0 && !gap && !isReceived) {
     ++counts.outOfSequence;
     return EVerdict::kOutOfSequence;
   }

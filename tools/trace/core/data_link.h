@@ -41,10 +41,10 @@ class CDataLink {
 
  private:
   void LearnRoles(EDirection direction, const tool::SQ921Frame& frame);
-  void OnAcknowledged(EDirection by, int number);
   EVerdict OnInformation(const SControl& message, int number);
 
-  std::array<std::optional<int>, 2> expected;  // N(S) of each direction
+  std::array<std::optional<int>, 2> expected;      // N(S) of each direction
+  std::array<std::optional<int>, 2> acknowledged;  // by the receiver of each direction
   std::array<bool, 2> hadGap{};
   std::optional<bool> libraryIsNetwork;
   std::optional<bool> up;

@@ -61,6 +61,12 @@ void CTcpStream::OnAcknowledged(std::uint32_t number, Time now) {
   }
 }
 
+bool CTcpStream::HasReceived(std::uint32_t number) const {
+  // The end of a stream counts as a byte.
+  const std::int64_t ahead = begun ? PlaceOf(number) - next : 0;
+  return ahead <= 1 || ahead > kFarAway;
+}
+
 void CTcpStream::Finish() {
   while (!held.empty()) {
     PassGap();

@@ -44,10 +44,11 @@ class CTcpStream {
   void OnSegment(const SPacket& segment);
   // What the other side has acknowledged, and when.
   void OnAcknowledged(std::uint32_t number, Time now);
+  // Whether all before `number` has come, so far as it can be told.
+  bool HasReceived(std::uint32_t number) const;
   // No more segments: what is held back goes out, with its gaps.
   void Finish();
   const STcpCounts& Counts() const { return counts; }
-  bool HasBegun() const { return begun; }
 
  private:
   struct SHeld {

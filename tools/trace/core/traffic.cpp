@@ -2,7 +2,8 @@
 #include "trace/core/traffic.h"
 
 #include <algorithm>
-#include <cstring>
+#include <deque>
+#include <list>
 #include <string_view>
 #include <utility>
 
@@ -10,6 +11,8 @@
 
 namespace trace {
 namespace {
+
+constexpr std::size_t kMostDeferred = 1000;
 
 bool BeginsWith(ByteView bytes, std::string_view text) {
   return bytes.size() >= text.size() && std::equal(text.begin(), text.end(), bytes.begin());
@@ -37,6 +40,15 @@ std::string CardName(const SConnection& connection) {
   return connection.serial != 0 ? std::to_string(connection.serial) : AddressText(connection.card);
 }
 
+// A segment that waits, with its bytes.
+struct SDeferred {
+  explicit SDeferred(const SPacket& source) : bytes(source.payload.begin(), source.payload.end()), packet(source) {
+    packet.payload = bytes;
+  }
+  Bytes bytes;
+  SPacket packet;
+};
+
 // A connection with both of its directions.
 struct CTraffic::SLive {
   SLive(CTraffic& owner, const SConnection& begun)
@@ -58,6 +70,8 @@ struct CTraffic::SLive {
   CTcpStream fromLibrary;
   CControlDecoder cardDecoder;
   CControlDecoder libraryDecoder;
+  std::list<SDeferred> deferred;
+  std::deque<SControl> waiting;
   bool isEnded = false;
   bool hasCardEnded = false;
   bool hasLibraryEnded = false;
@@ -88,16 +102,45 @@ void CTraffic::OnSegment(const SPacket& packet) {
   if (live == nullptr) {
     return;
   }
-  CTcpStream& own = isToCard ? live->fromLibrary : live->fromCard;
-  CTcpStream& other = isToCard ? live->fromCard : live->fromLibrary;
+  const CTcpStream& other = isToCard ? live->fromCard : live->fromLibrary;
+  if (packet.isAck && !packet.isSyn && !other.HasReceived(packet.acknowledged)) {
+    live->deferred.emplace_back(packet);
+  } else {
+    Process(*live, packet);
+  }
+  ProcessDeferred(*live, false);
+}
+
+void CTraffic::Process(SLive& live, const SPacket& packet) {
+  const bool isToCard = packet.to.port == tool::kCardPort;
+  CTcpStream& own = isToCard ? live.fromLibrary : live.fromCard;
+  CTcpStream& other = isToCard ? live.fromCard : live.fromLibrary;
   own.OnSegment(packet);
   if (packet.isAck) {
     other.OnAcknowledged(packet.acknowledged, packet.time);
   }
-  live->hasLibraryEnded = live->hasLibraryEnded || (packet.isFin && isToCard);
-  live->hasCardEnded = live->hasCardEnded || (packet.isFin && !isToCard);
-  if (packet.isReset || (live->hasCardEnded && live->hasLibraryEnded)) {
-    End(*live, packet.time);
+  live.hasLibraryEnded = live.hasLibraryEnded || (packet.isFin && isToCard);
+  live.hasCardEnded = live.hasCardEnded || (packet.isFin && !isToCard);
+  if (!live.isEnded && (packet.isReset || (live.hasCardEnded && live.hasLibraryEnded))) {
+    End(live, packet.time);
+  }
+}
+
+// Those whose time has come, or all.
+void CTraffic::ProcessDeferred(SLive& live, bool isAll) {
+  for (auto each = live.deferred.begin(); each != live.deferred.end();) {
+    const bool isToCard = each->packet.to.port == tool::kCardPort;
+    const CTcpStream& other = isToCard ? live.fromCard : live.fromLibrary;
+    const bool isDue = isAll || last - each->packet.time >= kPatience || live.deferred.size() > kMostDeferred ||
+                       other.HasReceived(each->packet.acknowledged);
+    if (!isDue) {
+      ++each;
+      continue;
+    }
+    const SDeferred packet = std::move(*each);
+    live.deferred.erase(each);
+    Process(live, packet.packet);
+    each = live.deferred.begin();
   }
 }
 
@@ -155,7 +198,22 @@ void CTraffic::OnPiece(SLive& live, EDirection direction, const SPiece& piece) {
   decoder.Feed(piece);
 }
 
+// As long as nothing of the card can be read, what the library says waits for its place between.
 void CTraffic::OnMessage(SLive& live, SControl&& message) {
+  const bool isWaiting = live.connection.isBegunBefore && live.cardDecoder.Trunks() == 0;
+  if (isWaiting && message.direction == EDirection::kFromLibrary) {
+    live.waiting.push_back(std::move(message));
+    return;
+  }
+  const bool isFromCard = message.direction == EDirection::kToLibrary;
+  while (!live.waiting.empty() && (!isFromCard || live.waiting.front().packet < message.packet)) {
+    Tell(live, live.waiting.front());
+    live.waiting.pop_front();
+  }
+  Tell(live, message);
+}
+
+void CTraffic::Tell(SLive& live, const SControl& message) {
   if (message.kind == EControl::kInformation) {
     live.connection.serial = tool::ReadLe32(&message.body[11]);
   } else if (message.kind == EControl::kAudioPort) {
@@ -173,8 +231,12 @@ void CTraffic::End(SLive& live, Time time) {
 }
 
 void CTraffic::Drain(SLive& live) {
+  ProcessDeferred(live, true);
   live.fromLibrary.Finish();
   live.fromCard.Finish();
+  for (; !live.waiting.empty(); live.waiting.pop_front()) {
+    Tell(live, live.waiting.front());
+  }
   const bool isUnread = live.cardDecoder.Trunks() == 0 && live.fromCard.Counts().segments > 0;
   counts.withoutTrunkCount += isUnread ? 1 : 0;
   AddTcp(counts.tcp, live.fromLibrary.Counts());

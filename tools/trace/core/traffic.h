@@ -71,10 +71,13 @@ struct STrafficCounts {
 };
 
 // Job: tells packets of cards from others and takes them apart: discovery, control connections, audio. A connection
-// ends with a reset, with both sides' ends, or when its card is connected anew.
+// ends with a reset, with both sides' ends, or when its card is connected anew. A capture may have the two directions
+// out of order: a segment that acknowledges what is not here yet waits for that, kPatience at most.
 // Thread: one. Owns the connections. Nothing fails.
 class CTraffic {
  public:
+  static constexpr Time kPatience = kSecond / 5;
+
   // `trunkCount`: for cards of which the capture does not tell it; 0 for none.
   CTraffic(ITrafficSink& trafficSink, int trunkCount);
 
@@ -92,10 +95,13 @@ class CTraffic {
 
   void OnSegment(const SPacket& packet);
   void OnDatagram(const SPacket& packet);
+  void Process(SLive& live, const SPacket& packet);
+  void ProcessDeferred(SLive& live, bool isAll);
   SLive* Find(const SPacket& packet, EDirection direction);
   SLive& Begin(const SPacket& packet, EDirection direction);
   void OnPiece(SLive& live, EDirection direction, const SPiece& piece);
   void OnMessage(SLive& live, SControl&& message);
+  void Tell(SLive& live, const SControl& message);
   void Drain(SLive& live);
   void End(SLive& live, Time time);
 

@@ -157,6 +157,9 @@ class CCallPrinter : public ITraceSink {
     }
     Print(text);
     ++count;
+    if (options.input.file == "-") {
+      FlushOutput();  // it may be live
+    }
   }
 
   const SCallsOptions& options;

@@ -51,4 +51,13 @@ struct SExportOptions {
 
 EExit RunExport(const SExportOptions& options);
 
+enum class EBoardForm { kText, kJson, kMetrics };
+
+struct SBoardOptions {
+  SInput input;
+  EBoardForm form = EBoardForm::kText;
+};
+
+EExit RunBoard(const SBoardOptions& options);
+
 }  // namespace trace

@@ -60,6 +60,20 @@ void AddExport(CLI::App& app, trace::SExportOptions& options, Action& action) {
   command->callback([&] { action = [&] { return trace::RunExport(options); }; });
 }
 
+void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("board", "every trunk and channel at the end of the capture");
+  AddInput(*command, options.input);
+  command->add_flag("--once", "show it once and end, as it does for a file in any case");
+  auto* json = command->add_flag_callback(
+      "--json", [&] { options.form = trace::EBoardForm::kJson; }, "as an object");
+  command
+      ->add_flag_callback(
+          "--metrics", [&] { options.form = trace::EBoardForm::kMetrics; },
+          "as text that Prometheus collects from a folder")
+      ->excludes(json);
+  command->callback([&] { action = [&] { return trace::RunBoard(options); }; });
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("What cards and library said to each other, from a capture of the network between them");
   app.require_subcommand(1);
@@ -72,6 +86,8 @@ int Run(int argc, char** argv) {
   AddAudio(app, audio, action);
   trace::SExportOptions exported;
   AddExport(app, exported, action);
+  trace::SBoardOptions board;
+  AddBoard(app, board, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
