@@ -9,6 +9,7 @@
 using System;
 using System.Collections.Generic;
 using System.IO;
+using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Text;
 using System.Threading;
@@ -63,7 +64,7 @@ namespace Zelk
     public delegate void ZelkBlockCallback(uint channel, IntPtr data, uint length);
 
     /// <summary>The functions as they are; nothing is checked. Callbacks run on threads that serve a whole card, which wait
-    /// while the collector works: for events use ZelkLibrary.</summary>
+    /// while the collector works: for events use ZelkLibrary. Under mono callbacks need MONO_THREADS_SUSPEND=coop.</summary>
     public static class ZelkNative
     {
         internal const string Dll = "ZelkApi64.dll";
@@ -115,6 +116,11 @@ namespace Zelk
 
         private static void Keep(Delegate callback)
         {
+            // The library's threads hear no signals. Mono stops threads for a collection by a signal unless it is told to
+            // have them stop by themselves: it would wait for a thread that came in by a callback, and for ever.
+            if (callback != null && Type.GetType("Mono.Runtime") != null
+                && Environment.GetEnvironmentVariable("MONO_THREADS_SUSPEND") != "coop")
+                throw new InvalidOperationException("callbacks under mono need MONO_THREADS_SUSPEND=coop in the environment");
             lock (registered) registered.Add(callback);
         }
 
@@ -252,6 +258,21 @@ namespace Zelk
             var neighbour = Path.Combine(Path.GetDirectoryName(Path.GetFullPath(beside)), name);
             if (path == null && File.Exists(neighbour)) path = neighbour;
             lock (loaded) Load(ZelkQueueNative.Dll, path == null ? name : Path.GetFullPath(path), ZelkQueueNative.Names);
+        }
+
+        // A runtime that looks into its own folders first may have found another copy there.
+        internal static void CheckOnlyOne(string path)
+        {
+            const string maps = "/proc/self/maps";
+            if (!unix || !File.Exists(maps)) return;
+            var files = new HashSet<string>();
+            foreach (var line in File.ReadAllLines(maps))
+            {
+                var at = line.IndexOf('/');
+                if (at >= 0 && Path.GetFileName(line.Substring(at)) == "libZelkApi-64.so") files.Add(line.Substring(at));
+            }
+            if (files.Count > 1)
+                throw new ZelkLibraryException(path, "the runtime took another copy: " + string.Join(" and ", files));
         }
 
         private static void Load(string dll, string path, string[] names)
@@ -596,12 +617,10 @@ namespace Zelk
                 if (current != null) throw new InvalidOperationException("a ZelkLibrary is in use already in this process");
                 ZelkLoader.LoadLibrary(path);
                 ZelkLoader.LoadQueue(queuePath, path);
-                var result = ZelkQueueNative.ZELKQ_Start();
-                if (result == ZelkQueueNative.InitFailed) throw new ZelkLibraryException(path, "ZELK_Init failed");
-                Check(result);
+                Start(path);
                 current = this;
             }
-            var channels = new ZelkChannel[ZelkNative.ZELK_GetChannelCount()];
+            var channels = new ZelkChannel[ChannelCount()];
             for (var number = 0; number < channels.Length; ++number)
             {
                 channels[number] = new ZelkChannel(this, number);
@@ -610,6 +629,21 @@ namespace Zelk
             Channels = channels;
             thread = new Thread(TakeEvents) { Name = "zelk-events", IsBackground = true };
         }
+
+        // The runtime looks for what a method calls when it compiles the method, which must be after the loading.
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        private static void Start(string path)
+        {
+            ZelkNative.ZELK_GetChannelCount();
+            ZelkQueueNative.ZELKQ_GetVersion();
+            ZelkLoader.CheckOnlyOne(path);
+            var result = ZelkQueueNative.ZELKQ_Start();
+            if (result == ZelkQueueNative.InitFailed) throw new ZelkLibraryException(path, "ZELK_Init failed");
+            Check(result);
+        }
+
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        private static int ChannelCount() => ZelkNative.ZELK_GetChannelCount();
 
         public IReadOnlyList<ZelkChannel> Channels { get; }
 
@@ -638,21 +672,63 @@ namespace Zelk
                 if (thread.ThreadState.HasFlag(ThreadState.Unstarted)) thread.Start();
         }
 
-        /// <summary>Begin, and waits for Stop or Ctrl-C.</summary>
-        public void Run()
+        /// <summary>Begin, and waits for Stop, Ctrl-C or SIGTERM. ready: a line to print when events come and Ctrl-C is
+        /// heard. Under mono a program without a terminal hears both when Mono.Posix is installed.</summary>
+        public void Run(string ready = null)
         {
             ConsoleCancelEventHandler end = (sender, arguments) => { arguments.Cancel = true; Stop(); };
-            Console.CancelKeyPress += end;
+            var signals = HearSignals();
+            if (signals == null) Console.CancelKeyPress += end;
             try
             {
+                if (ready != null) Console.Out.WriteLine(ready);
                 Begin();
                 stop.WaitOne();
             }
             finally
             {
-                Console.CancelKeyPress -= end;
+                if (signals == null) Console.CancelKeyPress -= end;
+                else foreach (var signal in signals) signal.Dispose();
             }
         }
+
+#if NET6_0_OR_GREATER
+        private List<IDisposable> HearSignals()
+        {
+            Action<PosixSignalContext> end = signal => { signal.Cancel = true; Stop(); };
+            return new List<IDisposable>
+            {
+                PosixSignalRegistration.Create(PosixSignal.SIGINT, end), PosixSignalRegistration.Create(PosixSignal.SIGTERM, end)
+            };
+        }
+#else
+        // Mono's own, where it is installed. Null elsewhere.
+        private List<IDisposable> HearSignals()
+        {
+            const string assembly = ", Mono.Posix, Version=4.0.0.0, Culture=neutral, PublicKeyToken=0738eb9f132ed756";
+            var signalType = Type.GetType("Mono.Unix.UnixSignal" + assembly);
+            var numberType = Type.GetType("Mono.Unix.Native.Signum" + assembly);
+            if (signalType == null || numberType == null) return null;
+            var heard = new List<IDisposable>();
+            foreach (var number in new[] { 2, 15 }) // SIGINT, SIGTERM
+            {
+                var signal = (WaitHandle)Activator.CreateInstance(signalType, Enum.ToObject(numberType, number));
+                heard.Add(signal);
+                new Thread(() =>
+                {
+                    try
+                    {
+                        if (signal.WaitOne()) Stop();
+                    }
+                    catch (ObjectDisposedException)
+                    {
+                        // Run has ended in another way
+                    }
+                }) { Name = "zelk-signal", IsBackground = true }.Start();
+            }
+            return heard;
+        }
+#endif
 
         /// <summary>Ends Run, from any thread or handler.</summary>
         public void Stop() => stop.Set();
