@@ -132,6 +132,7 @@ TEST_F(Bridge, AnswersNobodyBeforeThereIsSomethingToHear) {
   const SBridge busy = Offer({.timeslot = 2});
   ExpectEndedByBridge(busy.caller);
   EXPECT_FALSE(busy.caller->Reached(ESimCallState::kConnected));
+  EXPECT_EQ(busy.caller->Cause(), 21);
   EndInGoodOrder();
 }
 
