@@ -4,7 +4,7 @@
 if(WIN32)
   # libsndfile comes from deps/. The others are headers of the distribution's packages, which serve every system; they
   # are reached through a folder of links of their own, because /usr/include would bring the build machine's C library.
-  set(outside_headers ${CMAKE_BINARY_DIR}/outside/include)
+  set(outside_headers ${PROJECT_BINARY_DIR}/outside/include)
   file(MAKE_DIRECTORY ${outside_headers})
   foreach(name asio asio.hpp CLI nlohmann)
     if(NOT EXISTS /usr/include/${name})

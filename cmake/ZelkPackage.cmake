@@ -8,24 +8,26 @@ include(CMakePackageConfigHelpers)
 
 set_target_properties(ZelkApi PROPERTIES EXPORT_NAME ZelkApi64)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ZelkApi64)
-install(TARGETS ZelkApi EXPORT ZelkApi64
+install(TARGETS ZelkApi zelkqueue EXPORT ZelkApi64
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT ZelkApi64 NAMESPACE ZelkApi64:: FILE ZelkApi64Config.cmake DESTINATION ${package_dir}
   COMPONENT development)
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/ZelkApi64ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_BINARY_DIR}/ZelkApi64ConfigVersion.cmake DESTINATION ${package_dir} COMPONENT development)
-install(FILES include/zelk/ZelkApi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelk COMPONENT development)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ZelkApi64ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ZelkApi64ConfigVersion.cmake DESTINATION ${package_dir} COMPONENT development)
+install(DIRECTORY include/zelk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
+  FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 if(WIN32)
   set(zelk_link_name ZelkApi64)
-  install(FILES ${CMAKE_BINARY_DIR}/lib/ZelkApi64.lib DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  install(FILES ${PROJECT_BINARY_DIR}/lib/ZelkApi64.lib DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 else()
   set(zelk_link_name ZelkApi-64)
 endif()
 configure_file(cmake/zelkapi64.pc.in zelkapi64.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/zelkapi64.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+configure_file(cmake/zelkqueue.pc.in zelkqueue.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/zelkapi64.pc ${PROJECT_BINARY_DIR}/zelkqueue.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 install(TARGETS zelk-cardsim zelk-phone RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development
   FILES_MATCHING PATTERN "*.c" PATTERN "*.py")
@@ -41,7 +43,7 @@ install(FILES examples/ZelkApi.ini DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT
 set(CPACK_PACKAGE_NAME zelkapi64)
 set(CPACK_PACKAGE_VENDOR "ZelkApi64")
 set(CPACK_PACKAGE_CONTACT "ZelkApi64 developers <zelkapi64@localhost>")
-set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL library development)
 if(WIN32)
@@ -60,6 +62,6 @@ else()
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libzelkapi64 (= ${PROJECT_VERSION})")
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/lib)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
 endif()
 include(CPack)

@@ -5,7 +5,7 @@
 
 add_library(zelk_options INTERFACE)
 target_compile_options(zelk_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
   # Single precision must give the same digits on every build: no fused multiply-add that the compiler chose.
   -ffp-contract=off)
 if(WIN32)
@@ -35,16 +35,16 @@ target_compile_options(zelk_posix_sockets INTERFACE -Wno-conversion -Wno-narrowi
 # the others comes from the libraries it links, so that an include in the wrong direction does not compile.
 function(zelk_add_include_root target scope name)
   foreach(place src tools)
-    if(IS_DIRECTORY ${CMAKE_SOURCE_DIR}/${place}/${name})
-      set(folder ${CMAKE_SOURCE_DIR}/${place}/${name})
+    if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${place}/${name})
+      set(folder ${PROJECT_SOURCE_DIR}/${place}/${name})
     endif()
   endforeach()
   string(REPLACE "/" "_" root ${name})
-  set(link ${CMAKE_BINARY_DIR}/include-roots/${root}/${name})
+  set(link ${PROJECT_BINARY_DIR}/include-roots/${root}/${name})
   get_filename_component(parent ${link} DIRECTORY)
   file(MAKE_DIRECTORY ${parent})
   file(CREATE_LINK ${folder} ${link} SYMBOLIC)
-  target_include_directories(${target} ${scope} ${CMAKE_BINARY_DIR}/include-roots/${root})
+  target_include_directories(${target} ${scope} ${PROJECT_BINARY_DIR}/include-roots/${root})
 endfunction()
 
 # Sources named *_avx2.cpp hold what platform/instruction_set.h chooses on machines that have AVX2. They use no inline
@@ -87,7 +87,7 @@ endfunction()
 # the simulated system of src/platform/simulated. For tests.
 function(zelk_add_simulated_layer name)
   cmake_parse_arguments(PARSE_ARGV 1 layer "" "" "LOWER;OUTSIDE")
-  set(folder ${CMAKE_SOURCE_DIR}/src/${name})
+  set(folder ${PROJECT_SOURCE_DIR}/src/${name})
   file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp ${folder}/simulated/*.cpp ${folder}/simulated/*/*.cpp)
   add_library(zelk_sim_${name} STATIC EXCLUDE_FROM_ALL ${sources})
   zelk_add_variants(${sources})
@@ -108,7 +108,7 @@ function(zelk_compile_quickly)
 endfunction()
 
 # What Wine cannot do as Windows does is left out by name; the file says why.
-file(STRINGS ${CMAKE_SOURCE_DIR}/tests/windows/skipped-under-wine.txt ZELK_SKIPPED_UNDER_WINE REGEX "^[A-Z]")
+file(STRINGS ${PROJECT_SOURCE_DIR}/tests/windows/skipped-under-wine.txt ZELK_SKIPPED_UNDER_WINE REGEX "^[A-Z]")
 list(TRANSFORM ZELK_SKIPPED_UNDER_WINE REPLACE " #.*" "")
 list(JOIN ZELK_SKIPPED_UNDER_WINE ":" ZELK_SKIPPED_UNDER_WINE)
 
@@ -116,7 +116,7 @@ list(JOIN ZELK_SKIPPED_UNDER_WINE ":" ZELK_SKIPPED_UNDER_WINE)
 # the program fails, if it ends early (the closing line is missing then), and if no test ran.
 function(zelk_wine_test test)
   set_tests_properties(${test} PROPERTIES TIMEOUT 600 PASS_REGULAR_EXPRESSION "PASSED  . [1-9]"
-    FAIL_REGULAR_EXPRESSION "FAILED  ." ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wine;${ARGN}")
+    FAIL_REGULAR_EXPRESSION "FAILED  ." ENVIRONMENT "WINEPREFIX=${PROJECT_BINARY_DIR}/wine;${ARGN}")
 endfunction()
 
 # What a test costs is its compilation: little optimisation, and of the sanitizers those that the linked code needs; what
@@ -131,8 +131,8 @@ endif()
 # zelk_add_test_headers(): the target test_headers, whose precompiled headers every test program uses.
 function(zelk_add_test_headers)
   # A program too, so that it is compiled as the others are.
-  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/test_headers.cpp CONTENT "int main() {}\n")
-  add_executable(test_headers ${CMAKE_BINARY_DIR}/test_headers.cpp)
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test_headers.cpp CONTENT "int main() {}\n")
+  add_executable(test_headers ${PROJECT_BINARY_DIR}/test_headers.cpp)
   target_link_libraries(test_headers PRIVATE zelk_options zelk_test_options GTest::gmock GTest::gtest_main
     Threads::Threads)
   if(WIN32)
@@ -157,8 +157,8 @@ function(zelk_add_tests target directory)
   endif()
   add_executable(${target} ${sources})
   string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
-  target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${directory}
-    ${CMAKE_SOURCE_DIR}/tests/support/${system})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${directory}
+    ${PROJECT_SOURCE_DIR}/tests/support/${system})
   target_link_libraries(${target} PRIVATE zelk_options zelk_test_options ${ARGN} GTest::gmock GTest::gtest_main)
   # The test framework's headers are read once for all.
   target_precompile_headers(${target} REUSE_FROM test_headers)
@@ -167,14 +167,14 @@ function(zelk_add_tests target directory)
   if(WIN32)
     # The tests keep sockets in ints, as POSIX has them.
     target_link_libraries(${target} PRIVATE zelk_posix_sockets)
-    add_test(NAME ${target} COMMAND ${CMAKE_SOURCE_DIR}/scripts/wine-netns $<TARGET_FILE:${target}>
+    add_test(NAME ${target} COMMAND ${PROJECT_SOURCE_DIR}/scripts/wine-netns $<TARGET_FILE:${target}>
                                     --gtest_filter=-${ZELK_SKIPPED_UNDER_WINE})
     zelk_wine_test(${target})
     set_tests_properties(${target} PROPERTIES RESOURCE_LOCK wine)
     return()
   endif()
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
-    set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/scripts/netns)
+    set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${PROJECT_SOURCE_DIR}/scripts/netns)
   endif()
   gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()
