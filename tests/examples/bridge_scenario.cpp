@@ -129,7 +129,7 @@ TEST_F(Bridge, AnswersNobodyBeforeThereIsSomethingToHear) {
   ExpectEndedByBridge(bridge.called);
   // A called one who is busy: the caller is refused, and pays for nothing.
   Card().SetAnswerPlan(SAnswerPlan::Refuse(17));
-  const SBridge busy = Offer({.timeslot = 2});
+  const SBridge busy = Offer({.timeslot = 31});
   ExpectEndedByBridge(busy.caller);
   EXPECT_FALSE(busy.caller->Reached(ESimCallState::kConnected));
   EXPECT_EQ(busy.caller->Cause(), 21);
