@@ -58,6 +58,9 @@ install(DIRECTORY examples/ DESTINATION ${doc_development}/examples COMPONENT de
 
 # The programs.
 install(TARGETS zelk-cardsim zelk-phone RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+if(TARGET zelk-trace)
+  install(TARGETS zelk-trace RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
 if(NOT WIN32)
   install(PROGRAMS scripts/decode-capture RENAME zelk-decode-capture DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
