@@ -193,6 +193,9 @@ void CScene::Live(CApplication& app) {
   callers->Rest();
   checks.Require(workers.Join(60'000), "a thread of the application does not end");
   Settle();
+  if (logWatch != nullptr) {
+    logWatch->StartNoMore();
+  }
   LiveAgain(app);
   CLastCalls(world, plan, checks, app, farEnds, *callers).Try();
   if (logWatch != nullptr) {
