@@ -170,7 +170,7 @@ FAULTS = (
             ),
         ),
         "a controller of libpri is used without its lock",
-        0,
+        1,
     ),
     Fault(
         "lock-order-in-dial",
@@ -184,8 +184,8 @@ FAULTS = (
                 "    result = PlaceCall(device, trunk, number);",
             ),
         ),
-        "locks are taken in two orders|wait in a ring",
-        0,
+        "locks are taken in two orders",
+        1,
     ),
     Fault(
         "ring-off-by-one",
@@ -197,8 +197,8 @@ FAULTS = (
                 "to >= from ? to - from : to + 2 * blockCount - from - 1;",
             ),
         ),
-        "hear",
-        0,
+        "the far end does not hear: byte",
+        50,
     ),
     Fault(
         "descriptor-closed-inside",
@@ -210,8 +210,8 @@ FAULTS = (
                 "  native.Wake();\n  gate.Leave();\n  Release();\n",
             ),
         ),
-        "is closed",
-        0,
+        "a call on socket .*, which is closed",
+        1,
     ),
 )
 
