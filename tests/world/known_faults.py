@@ -95,7 +95,7 @@ FAULTS = (
                 "entries.push_back({record, CCallHandle(reinterpret_cast<uintptr_t>(record))});",
             ),
         ),
-        "cleared by nobody",
+        "cleared by nobody|while its far end has the call",
         16,
     ),
     Fault(

@@ -56,6 +56,15 @@ TEST(Run, ALibraryThatIsShutDownInACallbackLivesAgain) {
   }
 }
 
+// A thread that a callback of another thread keeps inside an export: the library is shut down and does not wait for it.
+TEST(Run, AnExportThatIsKeptOutlivesItsChannel) {
+  for (const EMoment moment : {EMoment::kIncoming, EMoment::kDisconnected, EMoment::kChannelState}) {
+    SWorldPlan plan = QuietPlan();
+    plan.lives.push_back({.afterMs = 700, .moment = moment, .isUnderLock = true, .hangsUpInBlock = true});
+    EXPECT_EQ("", FailuresOf(plan)) << static_cast<int>(moment);
+  }
+}
+
 // The first minute of a seed's world.
 SWorldPlan Minute(uint64_t seed) {
   constexpr int64_t kMinuteMs = 60'000;
