@@ -146,7 +146,7 @@ bool CLives::OnEvent(const SEvent& event) {
 void CLives::OnBlock(int32_t channel) {
   if (heldTrunk >= 0 && channel / ZELK_CHANNELS_PER_TRUNK == heldTrunk) {
     heldTrunk = -1;
-    ZELK_Hangup(channel);  // how long it takes is the other callback's matter
+    ZELK_Dial(channel, "5551000", nullptr);  // how long it takes is the other callback's matter
   }
   if (armed != nullptr && armed->moment == EMoment::kBlock) {
     HoldUp(channel);
@@ -160,7 +160,7 @@ bool CLives::HoldUp(int32_t channel) {
   if (end.callsEverything) {
     CallEverything(channel);
   }
-  if (end.hangsUpInBlock && IsOfSignalling(end.moment)) {
+  if (end.dialsInBlock && IsOfSignalling(end.moment)) {
     heldTrunk = channel / ZELK_CHANNELS_PER_TRUNK;
     zelk::SleepMs(kBlocksMs);
   }

@@ -99,7 +99,7 @@ struct SLifeEnd {
   int64_t callbackMs = 0;        // so long the callback takes from then on
   bool isUnderLock = false;      // and waits for a lock of the application, under which the library is shut down
   bool callsEverything = false;  // it has called every function for its channel
-  bool hangsUpInBlock = false;   // a play callback of the trunk hangs up meanwhile, and waits for the trunk
+  bool dialsInBlock = false;     // a play callback of the trunk dials meanwhile, and waits for the trunk
   int64_t downMs = 0;
 };
 
