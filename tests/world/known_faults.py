@@ -95,7 +95,7 @@ FAULTS = (
                 "entries.push_back({record, CCallHandle(reinterpret_cast<uintptr_t>(record))});",
             ),
         ),
-        "cleared by nobody",
+        "cleared by nobody|while its far end has the call",
         16,
     ),
     Fault(
@@ -116,7 +116,7 @@ FAULTS = (
         "a stop that eats the first block of the next play",
         (("src/call/channel_media.cpp", "      fill.flushCount = wave.FillBlock(", "      wave.FillBlock("),),
         "hear the beginning of what was played after a stop",
-        95,
+        10,
     ),
     Fault(
         "pacer-after-stop",
@@ -130,34 +130,6 @@ FAULTS = (
         ),
         "Shutdown of channel -1 took",
         1,
-    ),
-    Fault(
-        "pacer-after-callback",
-        "a pacer that was left behind in a callback and goes on in the next life",
-        (
-            (
-                "src/stream/audio_pacer.cpp",
-                "position < rings.PositionCount() && !stop.IsSet(); ++position) {",
-                "position < rings.PositionCount(); ++position) {",
-            ),
-            (
-                "src/stream/audio_pacer.cpp",
-                "    Fill(hook, position, entry);\n    if (stop.IsSet())\n      return false;\n",
-                "    Fill(hook, position, entry);\n    (void)stop;\n",
-            ),
-            (
-                "src/stream/audio_pacer.cpp",
-                "hook.EndsPlay(TrunkOf(position), TimeslotOf(position));\n    if (stop.IsSet())\n      return false;\n",
-                "hook.EndsPlay(TrunkOf(position), TimeslotOf(position));\n",
-            ),
-            (
-                "src/stream/audio_pacer.cpp",
-                "      block.note->uniform = kNotUniform;\n    if (stop.IsSet())\n      return false;\n",
-                "      block.note->uniform = kNotUniform;\n",
-            ),
-        ),
-        "of a life before",
-        0,
     ),
     Fault(
         "trunk-lock-left-out",

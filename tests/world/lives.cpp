@@ -14,6 +14,7 @@ constexpr int64_t kMomentMs = 3000;
 constexpr int64_t kReadyMs = 15'000;
 constexpr int64_t kCallbackMs = 20'000;
 constexpr int64_t kCallBeforeMs = 300;
+constexpr uint32_t kBlocksMs = 50;  // two fetches of each channel
 
 bool IsOfSignalling(EMoment moment) {
   return moment == EMoment::kChannelState || moment == EMoment::kDisconnected || moment == EMoment::kIncoming;
@@ -112,19 +113,18 @@ void CLives::MakeCalls() {
     const int32_t channel = trunk * ZELK_CHANNELS_PER_TRUNK + 2 * i + 1;
     SFarEndPlan farEnd;
     farEnd.hangupAfterMs = random.Between(100, 6000);
+    // It may come in the next life, or when there is none.
     world.After(random.Between(0, 1000) * kUsPerMs,
-                [this, channel, farEnd] { farEnds.Offer(PlaceOf(plan, channel), farEnd); });
+                [&ends = farEnds, place = PlaceOf(plan, channel), farEnd] { ends.Offer(place, farEnd); });
     callers.Dial(channel + 1, farEnd);
   }
 }
 
 void CLives::Provoke(EMoment moment) {
-  world.After(0, [this, moment] {
-    farEnds.Offer(PlaceOf(plan, 15), SFarEndPlan());
-    if (moment == EMoment::kChannelState) {
-      world.After(kCallBeforeMs * kUsPerMs, [this] { sim.Card(0).Restart(); });
-    }
-  });
+  world.After(0, [&ends = farEnds, place = PlaceOf(plan, 15)] { ends.Offer(place, SFarEndPlan()); });
+  if (moment == EMoment::kChannelState) {
+    world.After(kCallBeforeMs * kUsPerMs, [&card = sim.Card(0)] { card.Restart(); });
+  }
 }
 
 void CLives::AwaitMoment(const SLifeEnd& end) {
@@ -144,6 +144,10 @@ bool CLives::OnEvent(const SEvent& event) {
 }
 
 void CLives::OnBlock(int32_t channel) {
+  if (heldTrunk >= 0 && channel / ZELK_CHANNELS_PER_TRUNK == heldTrunk) {
+    heldTrunk = -1;
+    ZELK_Dial(channel, "5551000", nullptr);  // how long it takes is the other callback's matter
+  }
   if (armed != nullptr && armed->moment == EMoment::kBlock) {
     HoldUp(channel);
   }
@@ -155,6 +159,10 @@ bool CLives::HoldUp(int32_t channel) {
   armed = nullptr;
   if (end.callsEverything) {
     CallEverything(channel);
+  }
+  if (end.dialsInBlock && IsOfSignalling(end.moment)) {
+    heldTrunk = channel / ZELK_CHANNELS_PER_TRUNK;
+    zelk::SleepMs(kBlocksMs);
   }
   isThere.Set();
   goesDown.Wait();

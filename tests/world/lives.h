@@ -55,6 +55,7 @@ class CLives {
   zelk::sim::CRandom random;
   const SLifeEnd* armed = nullptr;  // for the next callback of its kind
   uint32_t shutdowns = 0;
+  int32_t heldTrunk = -1;  // whose next play callback hangs up
   bool isLocked = false;
   zelk::CEvent isThere;   // the callback is under way
   zelk::CEvent goesDown;  // ZELK_Shutdown is called next

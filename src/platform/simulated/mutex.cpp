@@ -29,6 +29,16 @@ CSimulatedMutex::~CSimulatedMutex() {
   if (sim::CLockWatch* const watch = Watch()) {
     watch->Gone(this);
   }
+  // Nothing reads it any more that may: the compiler would leave it out.
+  *const_cast<volatile bool*>(&isGone) = true;
+}
+
+bool CSimulatedMutex::IsThere() const {
+  const bool isThere = !*const_cast<const volatile bool*>(&isGone);
+  if (!isThere) {
+    CScheduler::Current()->Fail("a mutex is taken after it was destroyed");
+  }
+  return isThere;
 }
 
 void CSimulatedMutex::Take() {
@@ -61,6 +71,9 @@ void CSimulatedMutex::lock() {
     return;
   }
   scheduler->Step(EStep::kLock);
+  if (!IsThere()) {
+    return;
+  }
   CheckOrder();
   while (IsOthers()) {
     isAwaited = true;

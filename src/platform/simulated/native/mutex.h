@@ -22,6 +22,7 @@ class CSimulatedMutex {
   bool IsHeld() const;
   bool IsOthers() const;
   void Take();
+  bool IsThere() const;  // ends the run where it is not
   void CheckOrder() const;
 
   uint64_t world = 0;   // in which it was taken last
@@ -29,6 +30,7 @@ class CSimulatedMutex {
   uint32_t depth = 0;
   const bool isRecursive;
   bool isAwaited = false;
+  bool isGone = false;
 };
 
 class CNativeMutex : public CSimulatedMutex {
