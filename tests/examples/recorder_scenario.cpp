@@ -56,6 +56,7 @@ class Recorder : public CExampleTest {
   static void HangUpAtTheEnd(const Call& call) {
     EXPECT_TRUE(call->WaitPlayed(kSoon));
     call->Hangup();
+    EXPECT_TRUE(call->WaitEnded(kSoon));  // for the exchange too: its timeslot is free
   }
 
   // The file that the example names for the count-th recording of a channel.
