@@ -26,7 +26,7 @@ static volatile sig_atomic_t stopped;
 typedef struct Line {
   struct Line* _Atomic peer; /* null: not bridged */
   bool waits;                /* a caller who is not answered yet */
-  bool flows;
+  atomic_bool flows;
   atomic_uint said, heard;
   uint8_t sound[kBlocks][ZELK_BLOCK_BYTES];
 } Line;
@@ -35,7 +35,7 @@ static Line lines[ZELK_MAX_CHANNELS];
 /* The sound callbacks run for every channel every 20 ms: they copy a block and wait for nobody. */
 static void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
   Line* line = &lines[channel];
-  if (line->peer != NULL && line->said - line->heard < kBlocks) {
+  if (line->peer != NULL && (int)(line->said - line->heard) < kBlocks) {
     memcpy(line->sound[line->said % kBlocks], data, length);
     ++line->said;
   }
@@ -43,7 +43,7 @@ static void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t l
 
 static void ZELK_CALL OnPlay(uint32_t channel, uint8_t* data, uint32_t length) {
   Line* peer = lines[channel].peer;
-  const unsigned waiting = peer != NULL ? peer->said - peer->heard : 0;
+  const int waiting = peer != NULL ? (int)(peer->said - peer->heard) : 0;
   if (waiting >= kDelay || (waiting > 0 && peer->flows)) {
     memcpy(data, peer->sound[peer->heard++ % kBlocks], length);
     peer->flows = waiting > 1;

@@ -19,12 +19,12 @@ volatile std::sig_atomic_t stopped = 0;
 
 // A channel, and what its far end says on its way to the other one: some blocks of 20 ms, as they do not come evenly.
 struct Line {
-  static constexpr std::uint32_t kBlocks = 16;
-  static constexpr std::uint32_t kDelay = 3;
+  static constexpr int kBlocks = 16;
+  static constexpr int kDelay = 3;
 
   std::atomic<Line*> peer{nullptr};  // none: not bridged
   bool waits = false;                // a caller who is not answered yet
-  bool flows = false;
+  std::atomic<bool> flows{false};
   std::atomic<std::uint32_t> said{0};
   std::atomic<std::uint32_t> heard{0};
   std::array<std::array<std::uint8_t, ZELK_BLOCK_BYTES>, kBlocks> sound{};
@@ -38,7 +38,7 @@ zelkapi::Channel channelOf(const Line* line) {
 // These two run on a thread of the library for every channel every 20 ms: they copy a block and wait for nobody.
 void onRecord(int channel, const std::uint8_t* alaw) {
   Line& line = lines[static_cast<std::size_t>(channel)];
-  if (line.peer != nullptr && line.said - line.heard < Line::kBlocks) {
+  if (line.peer != nullptr && static_cast<int>(line.said - line.heard) < Line::kBlocks) {
     std::copy_n(alaw, ZELK_BLOCK_BYTES, line.sound[line.said % Line::kBlocks].begin());
     ++line.said;
   }
@@ -46,7 +46,7 @@ void onRecord(int channel, const std::uint8_t* alaw) {
 
 void onPlay(int channel, std::uint8_t* alaw) {
   Line* const peer = lines[static_cast<std::size_t>(channel)].peer;
-  const std::uint32_t waiting = peer != nullptr ? peer->said - peer->heard : 0;
+  const int waiting = peer != nullptr ? static_cast<int>(peer->said - peer->heard) : 0;
   if (waiting >= Line::kDelay || (waiting > 0 && peer->flows)) {
     std::copy_n(peer->sound[peer->heard % Line::kBlocks].begin(), ZELK_BLOCK_BYTES, alaw);
     ++peer->heard;

@@ -84,6 +84,14 @@ static void ReadNumbers(const char* path) {
   fclose(file);
 }
 
+static bool ReadOptions(int words, char** word) {
+  bool isGood = true;
+  for (int option; (option = getopt_long(words, word, "", options, NULL)) != -1;) {
+    isGood = isGood && option < kOptions && (values[option] = atoi(optarg)) >= (option == kRetryWait ? 0 : 1);
+  }
+  return isGood && words - optind == 3;
+}
+
 /* Dials the first number that is due, when this channel can. */
 static void DialNext(int32_t channel, Call* call) {
   struct Number* number = numbers;
@@ -151,11 +159,7 @@ static void Serve(int32_t channel, Call* call, const char* prompt, FILE* results
 }
 
 int main(int argc, char** argv) {
-  bool isGood = true;
-  for (int option; (option = getopt_long(argc, argv, "", options, NULL)) != -1;) {
-    isGood = isGood && option < kOptions && (values[option] = atoi(optarg)) >= (option == kRetryWait ? 0 : 1);
-  }
-  if (!isGood || argc - optind != 3) {
+  if (!ReadOptions(argc, argv)) {
     fprintf(stderr, "usage: dialler NUMBERS.csv RESULTS.csv PROMPT.wav [--at-once N] [--give-up SECONDS] ...\n");
     return 2;
   }

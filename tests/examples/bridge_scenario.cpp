@@ -14,6 +14,8 @@ using cardsim::SAnswerPlan;
 
 class Bridge : public CExampleTest {
  protected:
+  Bridge() : CExampleTest(16) {}
+
   const std::string number = "0405556789";
 
   struct SBridge {
@@ -86,6 +88,7 @@ TEST_F(Bridge, CarriesWhatBothSayUntilEitherHangsUp) {
   EXPECT_EQ(first.called->Calling(), "0301");
   ExpectBothTalk(first);
   first.caller->Hangup();
+  EXPECT_TRUE(first.caller->WaitEnded(kSoon));
   ExpectEndedByBridge(first.called);
   EXPECT_TRUE(example->WaitLine(": ended, ", kSoon, 2));
   // The same channels once more, and nothing of the first bridge is left in them.

@@ -10,12 +10,11 @@
 
 std::vector<std::string> CExampleTest::command;
 
-CExampleTest::CExampleTest() {
+CExampleTest::CExampleTest(int audioBuffers) {
   const std::filesystem::path library(ZELK_LIBRARY_PATH);
   const std::string link = folder.Path(library.filename().string());
   std::filesystem::create_symlink(library, link);
-  // What is played is heard sooner than by default, so that a test of many steps is short.
-  folder.Write("libZelkApi.ini", "[General]\nAudioBuffers=12\n");
+  folder.Write("libZelkApi.ini", "[General]\nAudioBuffers=" + std::to_string(audioBuffers) + "\n");
   setenv("ZELKAPI_LIBRARY", link.c_str(), 1);
   static const char* const before = std::getenv("LD_LIBRARY_PATH");
   static const std::string others = before == nullptr ? "" : std::string(":") + before;

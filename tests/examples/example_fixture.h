@@ -29,7 +29,9 @@ class CExampleTest : public testing::Test {
   static constexpr std::chrono::seconds kSlow{30};  // for what waits for a protocol's timers
   static constexpr size_t kBytesPerMs = 8;
 
-  CExampleTest();
+  // audioBuffers: with fewer than the library's 32, what is played is heard sooner, and a test of many steps is short;
+  // a busy machine loses sound sooner, too.
+  explicit CExampleTest(int audioBuffers = 32);
   void TearDown() override;
 
   void StartCards(const std::vector<int>& trunksOfCards = {1});

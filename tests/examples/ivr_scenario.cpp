@@ -12,6 +12,8 @@ using cardsim::ESimCallState;
 
 class Ivr : public CExampleTest {
  protected:
+  Ivr() : CExampleTest(20) {}
+
   // Long enough to be interrupted: the rest of a long prompt would be heard for longer than a test may take.
   const Bytes menu = Sound(400, 1);
   const Bytes hours = Sound(20'000, 2);
