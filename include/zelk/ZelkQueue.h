@@ -38,7 +38,9 @@
 #define ZELKQ_API __declspec(dllimport)
 #endif
 #else
+/** How functions are called: stated on Windows, the only way there is elsewhere. */
 #define ZELKQ_CALL
+/** What makes a function one of the library's. */
 #define ZELKQ_API __attribute__((visibility("default")))
 #endif
 
@@ -126,7 +128,9 @@ ZELKQ_API int32_t ZELKQ_CALL ZELKQ_GetText(int32_t channel, uint32_t key, char* 
 
 /**
  * The number of a ZelkInfo key, as ZELK_GetChannelInfo, under the lock of ZELKQ_GetText.
- * @param value  gets the number; 0 for a key that has none
+ * @param channel  as there
+ * @param key      a ZelkInfo
+ * @param value    gets the number; 0 for a key that has none
  * @return 0, ZELKQ_BAD_ARGUMENT or ZELKQ_STOPPED
  */
 ZELKQ_API int32_t ZELKQ_CALL ZELKQ_GetNumber(int32_t channel, uint32_t key, uint32_t* value);
@@ -135,7 +139,8 @@ ZELKQ_API int32_t ZELKQ_CALL ZELKQ_GetNumber(int32_t channel, uint32_t key, uint
  * Keeps the received sound of a channel from now on, at most so many blocks; what was kept before is dropped and its
  * count of lost blocks begins anew. A block that comes when the ring is full is lost and counted. Blocks come every
  * 20 ms, with and without a call.
- * @param blocks  length of the ring, 1 to ZELKQ_MOST_BLOCKS; 0 keeps none any more and frees the memory
+ * @param channel  0 to ZELK_GetChannelCount() - 1
+ * @param blocks   length of the ring, 1 to ZELKQ_MOST_BLOCKS; 0 keeps none any more and frees the memory
  * @return 0, ZELKQ_BAD_ARGUMENT, ZELKQ_NO_MEMORY (then the sound is not kept) or ZELKQ_STOPPED
  */
 ZELKQ_API int32_t ZELKQ_CALL ZELKQ_SetRing(int32_t channel, int32_t blocks);
@@ -143,9 +148,10 @@ ZELKQ_API int32_t ZELKQ_CALL ZELKQ_SetRing(int32_t channel, int32_t blocks);
 /**
  * Takes whole blocks from a channel's ring, the oldest first, without waiting. The blocks of one call follow on each
  * other: where some were lost a call ends, and the next one says how many.
- * @param data    gets ZELKQ_BLOCK_BYTES bytes of A-law for each block
- * @param blocks  how many fit there, 1 or more
- * @param lost    gets the number of blocks that were lost directly in front of the first; may be null
+ * @param channel  0 to ZELK_GetChannelCount() - 1
+ * @param data     gets ZELKQ_BLOCK_BYTES bytes of A-law for each block
+ * @param blocks   how many fit there, 1 or more
+ * @param lost     gets the number of blocks that were lost directly in front of the first; may be null
  * @return how many, 0 when there is none; ZELKQ_NO_RING, ZELKQ_BAD_ARGUMENT, ZELKQ_STOPPED
  */
 ZELKQ_API int32_t ZELKQ_CALL ZELKQ_ReadBlocks(int32_t channel, uint8_t* data, int32_t blocks, uint64_t* lost);

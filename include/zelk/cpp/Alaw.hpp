@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file Samples as ITU-T G.711 has them. */
+/**
+ * @file
+ * Samples as ITU-T G.711 has them.
+ */
 #ifndef ZELK_CPP_ALAW_HPP
 #define ZELK_CPP_ALAW_HPP
 

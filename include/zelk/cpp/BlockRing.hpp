@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file Room for received sound that waits to be read. */
+/**
+ * @file
+ * Room for received sound that waits to be read.
+ */
 #ifndef ZELK_CPP_BLOCK_RING_HPP
 #define ZELK_CPP_BLOCK_RING_HPP
 
@@ -13,6 +16,7 @@
 #include "zelk/ZelkApi.h"
 
 namespace zelkapi {
+/** @cond INTERNAL */
 namespace detail {
 
 /**
@@ -78,6 +82,7 @@ class BlockRing {
 };
 
 }  // namespace detail
+/** @endcond */
 }  // namespace zelkapi
 
 #endif

@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file A channel and its calls. */
+/**
+ * @file
+ * A channel and its calls.
+ */
 #ifndef ZELK_CPP_CHANNEL_HPP
 #define ZELK_CPP_CHANNEL_HPP
 
@@ -31,10 +34,14 @@ namespace zelkapi {
  */
 class Channel {
  public:
+  /** Any number: whether there is such a channel shows with its use. */
   explicit Channel(int channelNumber) : channel(channelNumber) {}
 
+  /** Its place in the table of channels. */
   int number() const noexcept { return channel; }
+  /** The same channel. */
   friend bool operator==(const Channel& a, const Channel& b) noexcept { return a.channel == b.channel; }
+  /** Another channel. */
   friend bool operator!=(const Channel& a, const Channel& b) noexcept { return a.channel != b.channel; }
 
   /** Opens for playing and for calls that the network offers without naming a channel. */
@@ -55,9 +62,11 @@ class Channel {
     }
     return call(ZELK_Dial, called.c_str(), calling ? calling->c_str() : nullptr);
   }
+  /** Accepts the offered call, see ZELK_Answer. */
   bool answer() const { return call(ZELK_Answer); }
   /** Refuses the offered call: false, see ZELK_Reject. True, and nothing done, when it is connected. */
   bool reject() const { return call(ZELK_Reject); }
+  /** Ends the call, see ZELK_Hangup. */
   bool hangup() const { return call(ZELK_Hangup); }
 
   /** Queues A-law behind what is queued; false without memory. */
@@ -67,6 +76,7 @@ class Channel {
     }
     return call(ZELK_PlayBuffer, static_cast<const void*>(alaw), static_cast<std::uint32_t>(length));
   }
+  /** The same. */
   bool play(const std::vector<std::uint8_t>& alaw) const { return play(alaw.data(), alaw.size()); }
   /** Queues a WAV file; throws WavError, which says why it cannot be played. Reads a disk: WavFile::read it once. */
   bool playFile(const std::filesystem::path& path) const {
@@ -75,6 +85,7 @@ class Channel {
   }
   /** Drops what is queued and silences the line. */
   void stopPlay() const { call(ZELK_StopPlay); }
+  /** How much is queued, see ZELK_PlayTimeLeft. */
   std::chrono::milliseconds playTimeLeft() const { return std::chrono::milliseconds(call(ZELK_PlayTimeLeft)); }
 
   /** Keeps the received sound, at most so many blocks of 20 ms (Sound::keep). */
@@ -83,6 +94,7 @@ class Channel {
     check();
     detail::Hub::get().sound.keep(channel, blocks);
   }
+  /** Keeps it no longer. */
   void recordOff() const {
     const detail::Pass pass;
     check();
@@ -103,20 +115,30 @@ class Channel {
     const char* const words = ZELK_GetChannelInfoString(channel, key);
     return words != nullptr ? words : "";
   }
+  /** A number, under the same lock; 0 for a key that has none. */
   std::uint32_t info(ZelkInfo key) const {
     const detail::Pass pass;
     check();
     const std::lock_guard<std::mutex> held(detail::Hub::get().informationLock());
     return ZELK_GetChannelInfo(channel, key);
   }
+  /** Who calls. */
   std::string callingNumber() const { return text(ZELK_INFO_CLI); }
+  /** Who was called. */
   std::string calledNumber() const { return text(ZELK_INFO_DLI); }
+  /** From where the call was sent on. */
   std::string redirectingNumber() const { return text(ZELK_INFO_RLI); }
+  /** The card's serial number. */
   std::uint32_t serialNumber() const { return info(ZELK_INFO_SERIALNO); }
+  /** Trunk of the card, counted from 0. */
   std::uint32_t trunk() const { return info(ZELK_INFO_TRUNK); }
+  /** E1 timeslot, 1-15 or 17-31. */
   std::uint32_t timeslot() const { return info(ZELK_INFO_TIMESLOT); }
+  /** Whether it can be used. */
   ZelkChannelState state() const { return static_cast<ZelkChannelState>(info(ZELK_INFO_CHANNELSTATE)); }
+  /** Whether and why the call was sent on. */
   ZelkCallType callType() const { return static_cast<ZelkCallType>(info(ZELK_INFO_CALLTYPE)); }
+  /** Why the last function on this channel failed, whichever thread called it. */
   ZelkError lastError() const { return static_cast<ZelkError>(call(ZELK_GetLastError)); }
 
   /** Whether calls to the channel are offered or refused. */

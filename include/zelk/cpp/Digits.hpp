@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file DTMF digits as sound. */
+/**
+ * @file
+ * DTMF digits as sound.
+ */
 #ifndef ZELK_CPP_DIGITS_HPP
 #define ZELK_CPP_DIGITS_HPP
 
@@ -20,8 +23,8 @@ namespace zelkapi {
 /** Renders DTMF digits (ITU-T Q.23) as A-law, for Channel::play. */
 class Digits {
  public:
-  static constexpr int kToneMs = 100;
-  static constexpr int kPauseMs = 100;
+  static constexpr int kToneMs = 100;  /**< length of a tone where none is said */
+  static constexpr int kPauseMs = 100; /**< length of a pause where none is said */
 
   /**
    * The digits' tones, each with its pause behind it, at -9 dBm0 a frequency.

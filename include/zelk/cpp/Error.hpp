@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file What the classes of zelk/Zelk.hpp throw. */
+/**
+ * @file
+ * What the classes of zelk/Zelk.hpp throw.
+ */
 #ifndef ZELK_CPP_ERROR_HPP
 #define ZELK_CPP_ERROR_HPP
 
@@ -36,6 +39,7 @@ class StartFailed : public Error {
 /** No channel has this number. */
 class BadChannel : public Error {
  public:
+  /** The number that was asked for. */
   explicit BadChannel(int number) : Error("there is no channel " + std::to_string(number)) {}
 };
 
@@ -48,6 +52,7 @@ class BadArgument : public Error {
 /** The channel's sound is not kept (Channel::recordOn). */
 class NotRecording : public Error {
  public:
+  /** The channel that was asked for. */
   explicit NotRecording(int number) : Error("the sound of channel " + std::to_string(number) + " is not kept") {}
 };
 

@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file The queue of events. */
+/**
+ * @file
+ * The queue of events.
+ */
 #ifndef ZELK_CPP_EVENTS_HPP
 #define ZELK_CPP_EVENTS_HPP
 
@@ -32,9 +35,9 @@ enum FailedHandler : std::int32_t { kEventHandler = 0, kRecordHandler = 1, kPlay
 struct Event {
   std::uint64_t sequence = 0; /**< counts all from 1, lost ones too; of an overflow that of the first lost */
   std::int64_t timeUs = 0;    /**< when it came: microseconds since 1970 UTC; of an overflow that of the first lost */
-  std::int32_t channel = -1;
-  std::uint32_t code = 0; /**< a ZelkEvent or an OwnEvent */
-  std::int32_t param = 0; /**< see ZelkEvent */
+  std::int32_t channel = -1;  /**< -1: of no channel */
+  std::uint32_t code = 0;     /**< a ZelkEvent or an OwnEvent */
+  std::int32_t param = 0;     /**< see ZelkEvent */
 
   /** When it came. */
   std::chrono::system_clock::time_point time() const {
@@ -50,8 +53,9 @@ struct Event {
  */
 class Events {
  public:
-  static constexpr std::size_t kRoom = 65536;
+  static constexpr std::size_t kRoom = 65536; /**< events of the queue that a Library has */
 
+  /** Takes nothing before begin(). */
   explicit Events(std::size_t room = kRoom) : slots(std::max<std::size_t>(room, 1)) {}
   Events(const Events&) = delete;
   Events& operator=(const Events&) = delete;

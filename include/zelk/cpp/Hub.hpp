@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file Where the library's callbacks end: the queues of this process. */
+/**
+ * @file
+ * Where the library's callbacks end: the queues of this process.
+ */
 #ifndef ZELK_CPP_HUB_HPP
 #define ZELK_CPP_HUB_HPP
 
@@ -29,6 +32,7 @@ struct Handlers {
   std::function<void(int channel, std::uint8_t* alaw)> onPlayOnLibraryThread;
 };
 
+/** @cond INTERNAL */
 namespace detail {
 
 /**
@@ -211,6 +215,7 @@ class Pass {
 };
 
 }  // namespace detail
+/** @endcond */
 }  // namespace zelkapi
 
 #endif

@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file The start and the end of it all. */
+/**
+ * @file
+ * The start and the end of it all.
+ */
 #ifndef ZELK_CPP_LIBRARY_HPP
 #define ZELK_CPP_LIBRARY_HPP
 
@@ -45,6 +48,7 @@ class Library {
   /** Ends waits and waits for calls that are inside, then shuts down; further calls throw NotRunning. */
   void shutdown() { detail::Hub::get().stop(); }
 
+  /** How many channels there are. */
   int channelCount() const {
     const detail::Pass pass;
     return ZELK_GetChannelCount();

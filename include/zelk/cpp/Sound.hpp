@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file Received sound of chosen channels. */
+/**
+ * @file
+ * Received sound of chosen channels.
+ */
 #ifndef ZELK_CPP_SOUND_HPP
 #define ZELK_CPP_SOUND_HPP
 
@@ -37,7 +40,7 @@ struct Blocks {
  */
 class Sound {
  public:
-  static constexpr std::size_t kMostBlocks = 65536;
+  static constexpr std::size_t kMostBlocks = 65536; /**< the longest ring, some 21 minutes */
 
   Sound() = default;
   Sound(const Sound&) = delete;
@@ -56,12 +59,16 @@ class Sound {
 
   /**
    * Takes up to room blocks of 160 bytes, the oldest first and without a gap between them. Does not wait.
+   * @param channel     one whose sound is kept
+   * @param to          gets the blocks
+   * @param room        how many fit there
    * @param lostBefore  gets the number of blocks lost directly in front of the first
    * @return how many; throws NotRecording
    */
   std::size_t read(int channel, std::uint8_t* to, std::size_t room, std::uint64_t& lostBefore) {
     return withRing(channel, [&](detail::BlockRing& ring) { return ring.take(to, room, lostBefore); });
   }
+  /** The same: all that is kept up to the next gap, or as many as that. */
   Blocks read(int channel, std::size_t most = kMostBlocks) {
     return withRing(channel, [&](detail::BlockRing& ring) {
       Blocks blocks;
@@ -79,7 +86,10 @@ class Sound {
 
   /**
    * Waits until some channels have so many blocks, or a full ring where that is shorter.
+   * @param blocks    how many
    * @param channels  gets up to room of their numbers; where not all fit, the next call goes on behind the last
+   * @param room      how many fit there
+   * @param timeout   the longest wait
    * @return how many; 0 when the time is over, wake() was called or the library was shut down
    */
   std::size_t wait(std::size_t blocks, std::int32_t* channels, std::size_t room,
@@ -109,6 +119,7 @@ class Sound {
     }
     return interruption.isOver(ticket) ? 0 : found;
   }
+  /** The same: the numbers of all of them. */
   std::vector<std::int32_t> wait(std::size_t blocks, std::chrono::milliseconds timeout = kForever) {
     std::vector<std::int32_t> channels(ZELK_MAX_CHANNELS);
     channels.resize(wait(blocks, channels.data(), channels.size(), timeout));

@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file How threads wait for what the library brings, and leave when it is shut down. */
+/**
+ * @file
+ * How threads wait for what the library brings, and leave when it is shut down.
+ */
 #ifndef ZELK_CPP_WAITING_HPP
 #define ZELK_CPP_WAITING_HPP
 
@@ -19,6 +22,7 @@ namespace zelkapi {
 /** A time-out that never comes. */
 constexpr std::chrono::milliseconds kForever{-1};
 
+/** @cond INTERNAL */
 namespace detail {
 
 /** The end of a wait: a negative time-out has none. */
@@ -149,6 +153,7 @@ class Gate {
 };
 
 }  // namespace detail
+/** @endcond */
 }  // namespace zelkapi
 
 #endif

@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 
-/** @file WAV files of the line's sound. */
+/**
+ * @file
+ * WAV files of the line's sound.
+ */
 #ifndef ZELK_CPP_WAV_FILE_HPP
 #define ZELK_CPP_WAV_FILE_HPP
 
@@ -21,6 +24,7 @@ namespace zelkapi {
 /** A WAV file that cannot be played or written: why, by name. */
 class WavError : public Error {
  public:
+  /** Its name. */
   enum class Reason {
     Unreadable,    /**< not there, not allowed, no file, or the disk failed */
     NotWav,        /**< no RIFF/WAVE file with a format and samples */
@@ -30,8 +34,10 @@ class WavError : public Error {
     NotWritten     /**< the disk is full or failed, or the file would pass 4 GB */
   };
 
+  /** The file and what is wrong with it. */
   WavError(Reason what, const std::filesystem::path& file, const std::string& text)
       : Error(file.string() + ": " + text), why(what) {}
+  /** Why. */
   Reason reason() const noexcept { return why; }
 
  private:
@@ -77,6 +83,7 @@ class WavFile {
       throw WavError(WavError::Reason::NotWritten, name, "the disk does not take it");
     }
   }
+  /** The same. */
   void write(const std::vector<std::uint8_t>& alaw) { write(alaw.data(), alaw.size()); }
 
   /** Makes the file whole as far as it is: should the program end without close, this much can be played. */
