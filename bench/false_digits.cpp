@@ -21,7 +21,7 @@
 
 #include "cardsim/audio/signals.h"
 #include "cardsim/audio/wav_file.h"
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 #include "dsp/dtmf_decode.h"
 
 namespace {

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-only
 
-# The outside libraries of the tools and tests: libsndfile (PkgConfig::SNDFILE), nlohmann_json, CLI11 and asio.
+# The outside libraries of the tools and tests: libsndfile (PkgConfig::SNDFILE), nlohmann_json, CLI11 and asio;
+# for what reads captures, not on Windows yet, libpcap (PkgConfig::PCAP), libfmt and pugixml.
 if(WIN32)
   # libsndfile comes from deps/. The others are headers of the distribution's packages, which serve every system; they
   # are reached through a folder of links of their own, because /usr/include would bring the build machine's C library.
@@ -20,6 +21,9 @@ if(WIN32)
 else()
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET GLOBAL sndfile)
+  pkg_check_modules(PCAP REQUIRED IMPORTED_TARGET GLOBAL libpcap)
+  find_package(fmt REQUIRED GLOBAL)
+  find_package(pugixml REQUIRED GLOBAL)
   find_package(nlohmann_json REQUIRED GLOBAL)
   find_package(CLI11 REQUIRED GLOBAL)
 endif()

@@ -1,11 +1,27 @@
 # SPDX-License-Identifier: GPL-2.0-only
 
-# What is installed, and the packages made of it: a ZIP for Windows, a pair of .deb for Linux (scripts/package).
+# What is installed, by component; scripts/package makes the packages of it: .deb for Linux, a ZIP for Windows.
 # Packing takes what scripts/package has built, not every test.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+if(CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version AND CMAKE_INSTALL_LIBDIR STREQUAL "lib")
+  # Libraries of several architectures stand side by side there.
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "where libraries are installed" FORCE)
+endif()
 
+# Each Debian package has a folder of its own for its papers.
+foreach(component library development tools documentation)
+  set(doc_${component} ${CMAKE_INSTALL_DOCDIR})
+endforeach()
+if(NOT WIN32)
+  set(doc_library ${CMAKE_INSTALL_DATAROOTDIR}/doc/libzelkapi64)
+  set(doc_development ${CMAKE_INSTALL_DATAROOTDIR}/doc/libzelkapi64-dev)
+  set(doc_tools ${CMAKE_INSTALL_DATAROOTDIR}/doc/zelkapi64-tools)
+  set(doc_documentation ${CMAKE_INSTALL_DATAROOTDIR}/doc/zelkapi64-doc)
+endif()
+
+# The library, with what has to go along with every copy of it.
 set_target_properties(ZelkApi PROPERTIES EXPORT_NAME ZelkApi64)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ZelkApi64)
 install(TARGETS ZelkApi zelkqueue EXPORT ZelkApi64
@@ -13,6 +29,13 @@ install(TARGETS ZelkApi zelkqueue EXPORT ZelkApi64
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+foreach(component library development tools documentation)
+  install(FILES LICENSE THIRD-PARTY-NOTICES.md DESTINATION ${doc_${component}} COMPONENT ${component})
+endforeach()
+install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION ${doc_library} COMPONENT library)
+install(FILES examples/ZelkApi.ini DESTINATION ${doc_library} COMPONENT library)
+
+# What applications are built with.
 install(EXPORT ZelkApi64 NAMESPACE ZelkApi64:: FILE ZelkApi64Config.cmake DESTINATION ${package_dir}
   COMPONENT development)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/ZelkApi64ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -25,43 +48,29 @@ if(WIN32)
 else()
   set(zelk_link_name ZelkApi-64)
 endif()
+# From the .pc file up to the prefix, however deep the library's folder is.
+string(REGEX REPLACE "[^/]+" ".." zelk_pc_up ${CMAKE_INSTALL_LIBDIR})
 configure_file(cmake/zelkapi64.pc.in zelkapi64.pc @ONLY)
 configure_file(cmake/zelkqueue.pc.in zelkqueue.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zelkapi64.pc ${PROJECT_BINARY_DIR}/zelkqueue.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
-install(TARGETS zelk-cardsim zelk-phone RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
-install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development
-  FILES_MATCHING PATTERN "*.c" PATTERN "*.py")
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development FILES_MATCHING PATTERN "*.md")
-install(FILES README.md LICENSE THIRD-PARTY-NOTICES.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
-if(NOT WIN32)
-  # The tools' package carries them too: each .deb can be passed on alone.
-  install(FILES LICENSE THIRD-PARTY-NOTICES.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libzelkapi64-dev
-    COMPONENT development)
-endif()
-install(FILES examples/ZelkApi.ini DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
+install(DIRECTORY examples/ DESTINATION ${doc_development}/examples COMPONENT development
+  FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.cs" PATTERN "*.py" PATTERN "*.config")
 
-set(CPACK_PACKAGE_NAME zelkapi64)
-set(CPACK_PACKAGE_VENDOR "ZelkApi64")
-set(CPACK_PACKAGE_CONTACT "ZelkApi64 developers <zelkapi64@localhost>")
-set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL library development)
-if(WIN32)
-  set(CPACK_GENERATOR ZIP)
-  set(CPACK_PACKAGE_FILE_NAME ZelkApi64-${PROJECT_VERSION}-windows-x64)
-  set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
-  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
-  set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
-else()
-  set(CPACK_GENERATOR DEB)
-  set(CPACK_DEB_COMPONENT_INSTALL ON)
-  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-  set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libzelkapi64)
-  set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzelkapi64-dev)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libzelkapi64 (= ${PROJECT_VERSION})")
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
+# The programs.
+install(TARGETS zelk-cardsim zelk-phone RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+if(TARGET zelk-trace)
+  install(TARGETS zelk-trace RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
-include(CPack)
+install(FILES wireshark/zelk.lua DESTINATION ${doc_documentation}/wireshark COMPONENT documentation)
+if(NOT WIN32)
+  install(PROGRAMS scripts/decode-capture RENAME zelk-decode-capture DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+
+# The guides, and what scripts/dev docs has made: where it has not run there is nothing of it.
+install(DIRECTORY docs/ DESTINATION ${doc_documentation} COMPONENT documentation
+  FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
+install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/html DESTINATION ${doc_documentation} COMPONENT documentation OPTIONAL)
+if(NOT WIN32)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/man/man1 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT tools OPTIONAL)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT development OPTIONAL)
+endif()

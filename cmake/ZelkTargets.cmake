@@ -104,7 +104,7 @@ endfunction()
 # zelk_compile_quickly(SOURCE...): sources of templates from outside, a command line or a report, that run once in a
 # program's life. What they cost is their compilation: optimised, each would take as long as twenty of the others.
 function(zelk_compile_quickly)
-  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-O0;-g0")
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-O0;-g0;-fno-sanitize=undefined")
 endfunction()
 
 # What Wine cannot do as Windows does is left out by name; the file says why.
@@ -145,7 +145,8 @@ function(zelk_add_test_headers)
 endfunction()
 
 # zelk_add_tests(TARGET DIRECTORY LIBRARIES...): every *_test.cpp at or below a directory in one GoogleTest program. Each test
-# case runs as a ctest of its own, inside a private network namespace of its own; Windows programs run whole under Wine.
+# case runs as a ctest of its own, inside a private network namespace of its own. Windows programs run whole under Wine, and
+# unit tests in a few parts under sanitizers, where the start of a program costs more than most tests.
 function(zelk_add_tests target directory)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${directory}/*_test.cpp ${directory}/*_test.c)
   # What stands in a folder simulated/ is for a program over the simulated system.
@@ -175,6 +176,14 @@ function(zelk_add_tests target directory)
   endif()
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${PROJECT_SOURCE_DIR}/scripts/netns)
+  endif()
+  if(ZELK_SANITIZE AND NOT target STREQUAL "system_tests")
+    foreach(part RANGE 3)
+      add_test(NAME ${target}.${part} COMMAND ${target})
+      set_tests_properties(${target}.${part} PROPERTIES TIMEOUT 300
+        ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${part}")
+    endforeach()
+    return()
   endif()
   gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()

@@ -1,5 +1,7 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* Dials the numbers of a list, plays a WAV file to who answers and writes down what became of each number. */
+/* Dials the numbers of a list, plays a WAV file to who answers and writes down what became of each. Usage: dialler
+ * NUMBERS.csv RESULTS.csv PROMPT.wav [--at-once N] [--give-up SECONDS] [--tries N] [--retry-wait SECONDS] */
+#include <getopt.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
@@ -10,9 +12,15 @@
 #include <time.h>
 #include <zelk/ZelkApi.h>
 
-enum { kAtOnce, kGiveUp, kTries, kRetryWait, kOptions, kMostNumbers = 100000, kNoCause = -1, kGoesOn = -2 };
-static const char* const options[] = {"--at-once", "--give-up", "--tries", "--retry-wait"};
+enum { kAtOnce, kGiveUp, kTries, kRetryWait, kOptions };
+static const struct option options[] = {{"at-once", 1, NULL, kAtOnce},
+                                        {"give-up", 1, NULL, kGiveUp},
+                                        {"tries", 1, NULL, kTries},
+                                        {"retry-wait", 1, NULL, kRetryWait},
+                                        {NULL, 0, NULL, 0}};
 static int values[] = {2, 30, 3, 60};
+
+enum { kMostNumbers = 100000 };
 static struct Number {
   char digits[32];
   int tries;
@@ -21,9 +29,10 @@ static struct Number {
 static int count, left, active;
 
 /* A channel's call: what the library's threads have told of it, and what main has done. */
+enum { kNoCause = -1, kGoesOn = -2, kLost = -3 };
 typedef struct {
-  atomic_bool isConnected, isPlayed, isLost;
-  atomic_int cause;      /* kGoesOn until DISCONNECTED */
+  atomic_bool isConnected, isPlayed;
+  atomic_int end;        /* kGoesOn, kLost, or what DISCONNECTED says: a cause or kNoCause */
   struct Number* number; /* null: no call */
   time_t since;
   bool isAnswered, isGivenUp;
@@ -37,9 +46,8 @@ static void ZELK_CALL OnEvent(int32_t channel, uint32_t code, int32_t param) {
   Call* call = &calls[channel];
   call->isConnected |= code == ZELK_EVENT_CONNECTED;
   call->isPlayed |= code == ZELK_EVENT_PLAY_DONE;
-  call->isLost |= code == ZELK_EVENT_CHANNEL_STATE && param == 0;
-  if (code == ZELK_EVENT_DISCONNECTED) {
-    call->cause = param;
+  if (code == ZELK_EVENT_DISCONNECTED || (code == ZELK_EVENT_CHANNEL_STATE && param == 0)) {
+    call->end = code == ZELK_EVENT_DISCONNECTED ? param : kLost;
   }
   sem_post(&told);
 }
@@ -76,24 +84,14 @@ static void ReadNumbers(const char* path) {
   fclose(file);
 }
 
-static bool ReadOptions(int words, char** word) {
-  int option = 0;
-  for (; words >= 2 && option < kOptions; words -= 2, word += 2) {
-    for (option = 0; option < kOptions && strcmp(word[0], options[option]) != 0; ++option) {
-    }
-    option = option < kOptions && (values[option] = atoi(word[1])) >= (option != kRetryWait) ? option : kOptions;
-  }
-  return words == 0 && option < kOptions;
-}
-
 /* Dials the first number that is due, when this channel can. */
 static void DialNext(int32_t channel, Call* call) {
   struct Number* number = numbers;
   while (number < numbers + count && (number->due == 0 || number->due > time(NULL))) {
     ++number;
   }
-  call->isConnected = call->isPlayed = call->isLost = call->isAnswered = call->isGivenUp = false;
-  call->cause = kGoesOn;
+  call->isConnected = call->isPlayed = call->isAnswered = call->isGivenUp = false;
+  call->end = kGoesOn;
   if (number < numbers + count && ZELK_GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) == ZELK_CHANNEL_READY) {
     printf("channel %d: dialling %s\n", channel, number->digits);
     call->number = number;
@@ -103,7 +101,7 @@ static void DialNext(int32_t channel, Call* call) {
     ++active;
     if (!ZELK_Dial(channel, number->digits, NULL)) {
       ZELK_Reject(channel); /* frees the channel, which the request may have taken */
-      call->isLost = true;
+      call->end = kLost;
     }
   }
 }
@@ -111,12 +109,10 @@ static void DialNext(int32_t channel, Call* call) {
 /* A number that was busy is dialled again, and one that was lost with its trunk; any other has its result. */
 static void Finish(int32_t channel, Call* call, FILE* results) {
   struct Number* number = call->number;
-  const int cause = call->isLost ? kNoCause : call->cause;
-  const char* name = ZELK_DisconnectReasonToString(cause);
-  const char* unanswered = call->isGivenUp || cause == 18 || cause == 19 ? "no-answer"
-                           : cause == 17                                 ? "busy"
-                                                                         : "failed";
-  const char* result = call->isLost ? "lost" : call->isAnswered ? "answered" : unanswered;
+  const int end = call->end;
+  const char* unanswered = call->isGivenUp || end == 18 || end == 19 ? "no-answer" : end == 17 ? "busy" : "failed";
+  const char* result = end == kLost ? "lost" : call->isAnswered ? "answered" : unanswered;
+  const char* name = ZELK_DisconnectReasonToString(end);
   ZELK_StopPlay(channel); /* what is left must not be heard in the next call */
   call->number = NULL;
   --active;
@@ -125,39 +121,48 @@ static void Finish(int32_t channel, Call* call, FILE* results) {
     return;
   }
   printf("channel %d: %s %s, %s\n", channel, number->digits, result, name);
-  fprintf(results, "%s,%s,%d,%d,%s\n", number->digits, result, number->tries, cause, name);
+  fprintf(results, "%s,%s,%d,%d,%s\n", number->digits, result, number->tries, end == kLost ? kNoCause : end, name);
   fflush(results);
   --left;
 }
 
 /* What there is to do on a channel, as far as its call has come. */
+enum { kLongestClearing = 60 };
 static void Serve(int32_t channel, Call* call, const char* prompt, FILE* results) {
   if (call->number == NULL) {
     if (active < values[kAtOnce]) {
       DialNext(channel, call);
     }
-  } else if (call->isLost || call->cause != kGoesOn) {
+  } else if (call->end != kGoesOn) {
     Finish(channel, call, results);
   } else if (call->isConnected && !call->isAnswered && !call->isGivenUp) {
     call->isAnswered = true;
     call->isPlayed = !ZELK_PlayFile(channel, prompt);
-  } else if (call->isAnswered ? call->isPlayed && ZELK_PlayTimeLeft(channel) == 0
-                              : time(NULL) - call->since >= values[kGiveUp]) {
-    call->isGivenUp = !call->isAnswered;
+  } else if (call->isAnswered && call->isPlayed && ZELK_PlayTimeLeft(channel) == 0) {
     ZELK_Hangup(channel);
+  } else if (!call->isAnswered && time(NULL) - call->since >= values[kGiveUp]) {
+    call->isGivenUp = true;
+    ZELK_Hangup(channel); /* DISCONNECTED follows, but for a card that has gone without a word */
+    if (time(NULL) - call->since >= values[kGiveUp] + kLongestClearing) {
+      ZELK_Reject(channel);
+      call->end = kLost;
+    }
   }
 }
 
 int main(int argc, char** argv) {
-  if (argc < 4 || !ReadOptions(argc - 4, argv + 4)) {
-    fprintf(stderr,
-            "usage: dialler NUMBERS.csv RESULTS.csv PROMPT.wav"
-            " [--at-once N] [--give-up SECONDS] [--tries N] [--retry-wait SECONDS]\n");
+  bool isGood = true;
+  for (int option; (option = getopt_long(argc, argv, "", options, NULL)) != -1;) {
+    isGood = isGood && option < kOptions && (values[option] = atoi(optarg)) >= (option == kRetryWait ? 0 : 1);
+  }
+  if (!isGood || argc - optind != 3) {
+    fprintf(stderr, "usage: dialler NUMBERS.csv RESULTS.csv PROMPT.wav [--at-once N] [--give-up SECONDS] ...\n");
     return 2;
   }
-  ReadNumbers(argv[1]);
-  fclose(Open(argv[3], "rb"));
-  FILE* results = Open(argv[2], "w");
+  const char* prompt = argv[optind + 2];
+  ReadNumbers(argv[optind]);
+  fclose(Open(prompt, "rb"));
+  FILE* results = Open(argv[optind + 1], "w");
   fputs("number,result,tries,cause,name\n", results);
   setvbuf(stdout, NULL, _IONBF, 0); /* lines are seen at once, in a pipe too */
   sem_init(&told, 0, 0);
@@ -175,9 +180,9 @@ int main(int argc, char** argv) {
   printf("dialling %d numbers\n", left = count);
   while (left > 0 && !stopped) {
     for (int32_t channel = 0; channel < ZELK_GetChannelCount(); ++channel) {
-      Serve(channel, &calls[channel], argv[3], results);
+      Serve(channel, &calls[channel], prompt, results);
     }
-    sem_timedwait(&told, &(struct timespec){time(NULL) + 1, 0}); /* or a second's clock is at its end */
+    sem_timedwait(&told, &(struct timespec){time(NULL) + 1, 0}); /* times are looked at each second */
   }
   ZELK_Shutdown();
   fclose(results);

@@ -33,6 +33,12 @@ static_assert(zelk::kSampleFormats[static_cast<size_t>(zelk::ESampleFormat::kALa
 static_assert(zelk::kMaxChannels == ZELK_MAX_CHANNELS && zelk::kChannelsPerTrunk == ZELK_CHANNELS_PER_TRUNK &&
               zelk::kBlockBytes == ZELK_BLOCK_BYTES);
 
+extern "C" {
+// Tells a reader of the file which version it is. No code refers to it: the linker is told to keep it.
+extern const char zelkVersionText[];
+[[gnu::used]] const char zelkVersionText[] = "ZelkApi64 " ZELK_VERSION_STRING;
+}
+
 bool ZELK_CALL ZELK_Init(void) {
   return Guarded(false, [] { return Library().Init(); });
 }

@@ -4,7 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 #include "system_fixture.h"
 
 // What becomes of the sound while an application's callback takes its time or stops a play itself.

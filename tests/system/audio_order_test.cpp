@@ -3,7 +3,7 @@
 #include <random>
 #include <utility>
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 #include "system_fixture.h"
 
 namespace {

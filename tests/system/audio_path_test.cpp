@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <atomic>
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 #include "system_fixture.h"
 
 namespace {

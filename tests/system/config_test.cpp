@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <filesystem>
 
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 #include "system_fixture.h"
 
 // What the keys of the ini file do, seen from the card.

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "cardsim/audio/signals.h"
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 #include "system_fixture.h"
 
 namespace {

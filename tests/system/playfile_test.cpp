@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "cardsim/audio/signals.h"
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 #include "native_pipe.h"
 #include "system_fixture.h"
 

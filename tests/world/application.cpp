@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "platform/clock.h"
+#include "platform/thread.h"
 #include "runtime/log.h"
 #include "zelk/ZelkApi.h"
 
@@ -57,12 +58,39 @@ CApplication::~CApplication() {
   current = nullptr;
 }
 
+void CApplication::SetDown(bool on) {
+  isDown = on;
+  if (on) {
+    leftBehind.insert(inside.begin(), inside.end());
+  }
+}
+
+CApplication::CInside::CInside(const char* kind) : isCounted(current->onOddCallback != nullptr) {
+  if (!isCounted) {
+    return;
+  }
+  thread = zelk::OwnThreadNumber();
+  // What an export does inside of a callback is part of that.
+  if (current->inside.count(thread) == 0 && (current->isDown || current->leftBehind.count(thread) != 0)) {
+    current->onOddCallback(std::string(kind) + (current->isDown ? " while the library is down" : " of a life before"));
+  }
+  current->inside.insert(thread);
+}
+
+CApplication::CInside::~CInside() {
+  if (isCounted) {
+    current->inside.erase(current->inside.find(thread));
+  }
+}
+
 void CApplication::OnEvent(int32_t channel, uint32_t code, int32_t param) {
+  const CInside callback("an event");
   CApplication& self = *current;
   const SEvent event{self.world.NowUs(), channel, code, param};
   self.events.push_back(event);
   ++self.counts[{channel, code}];
-  const std::array<int64_t, 3> noted{channel, code, param};
+  // What comes with PROCEEDING has no meaning, and is not the same in another process.
+  const std::array<int64_t, 3> noted{channel, code, code == ZELK_EVENT_PROCEEDING ? 0 : param};
   self.world.Note(noted.data(), sizeof noted);
   if (self.onEvent) {
     self.onEvent(event);
@@ -70,12 +98,14 @@ void CApplication::OnEvent(int32_t channel, uint32_t code, int32_t param) {
 }
 
 void CApplication::OnPlay(uint32_t channel, uint8_t* data, uint32_t length) {
+  const CInside callback("a block to play");
   if (current->onPlay) {
     current->onPlay(channel, data, length);
   }
 }
 
 void CApplication::OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) {
+  const CInside callback("a received block");
   const auto found = current->recordings.find(static_cast<int32_t>(channel));
   if (found != current->recordings.end()) {
     found->second.insert(found->second.end(), data, data + length);

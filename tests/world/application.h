@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,6 +36,14 @@ class CApplication {
   std::function<void(const SEvent&)> onEvent;
   std::function<void(uint32_t channel, uint8_t* data, uint32_t length)> onPlay;
 
+  // Where callbacks are watched: what is wrong about one that begins.
+  std::function<void(const std::string&)> onOddCallback;
+  // The library has been shut down, or is about to be started: while it is down no callback may begin, and a thread
+  // that was in one when it went down begins none any more.
+  void SetDown(bool on);
+  bool IsDown() const { return isDown; }
+  size_t CallbacksInside() const { return inside.size(); }
+
   // Keeps what the channel receives from now on.
   void Record(int32_t channel) { recordings[channel].clear(); }
   void StopRecording(int32_t channel) { recordings.erase(channel); }
@@ -52,6 +61,19 @@ class CApplication {
   bool AwaitAllReady(int64_t mostMs) const;
 
  private:
+  // For the length of a callback.
+  class CInside {
+   public:
+    explicit CInside(const char* kind);
+    ~CInside();
+    CInside(const CInside&) = delete;
+    CInside& operator=(const CInside&) = delete;
+
+   private:
+    bool isCounted = false;
+    uint64_t thread = 0;
+  };
+
   static void OnEvent(int32_t channel, uint32_t code, int32_t param);
   static void OnPlay(uint32_t channel, uint8_t* data, uint32_t length);
   static void OnRecord(uint32_t channel, const uint8_t* data, uint32_t length);
@@ -60,6 +82,9 @@ class CApplication {
   std::vector<SEvent> events;
   std::map<std::pair<int32_t, uint32_t>, size_t> counts;  // of events, by channel and code
   std::map<int32_t, cardsim::Bytes> recordings;
+  bool isDown = false;
+  std::multiset<uint64_t> inside;  // threads in a callback, where callbacks are watched
+  std::set<uint64_t> leftBehind;   // threads that were in one when the library went down
 };
 
 // What the unloading of the library does after ZELK_Shutdown: the log's thread ends. For a task.

@@ -35,6 +35,13 @@ CCallWatch::CCallWatch(zelk::sim::CWorld& ownWorld, const SWorldPlan& worldPlan,
       calls(static_cast<size_t>(worldPlan.Trunks()) * ZELK_CHANNELS_PER_TRUNK),
       clearedUs(calls.size(), -1) {}
 
+void CCallWatch::ForgetCalls() {
+  for (size_t channel = 0; channel < calls.size(); ++channel) {
+    calls[channel] = {};
+    app.StopRecording(static_cast<int32_t>(channel));
+  }
+}
+
 void CCallWatch::OnBegin(int32_t channel) {
   calls.at(static_cast<size_t>(channel)) = {};
   app.Record(channel);

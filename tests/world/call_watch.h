@@ -22,6 +22,7 @@ class CCallWatch {
   CCallWatch(const CCallWatch&) = delete;
   CCallWatch& operator=(const CCallWatch&) = delete;
 
+  void ForgetCalls();                                         // the channels are new ones
   void OnBegin(int32_t channel);                              // before it is dialled, or with its offer
   void OnClearing(int32_t channel);                           // before the application clears it
   bool OnConnected(int32_t channel);                          // false: it was already

@@ -34,6 +34,7 @@ class CCallers {
   void Hangup(int32_t channel);
   void Reject(int32_t channel);
   void Play(int32_t channel);
+  void StopPlay(int32_t channel);
 
  private:
   static constexpr int kMostDialsAgain = 10;
@@ -45,7 +46,6 @@ class CCallers {
   void OnConnected(int32_t channel);
   void OnEnded(int32_t channel);
   void DialAgain(int32_t channel);
-  void StopPlay(int32_t channel);
   const SManner& Manner(int32_t channel) const;
 
   zelk::sim::CWorld& world;

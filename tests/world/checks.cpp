@@ -22,8 +22,8 @@ int64_t SBounds::InitMs() const {
 }
 
 // 3 s for each thread (three a card, and the listener), and 3 s for the trunks of each card.
-int64_t SBounds::ShutdownMs() const {
-  return callbackMs == 0 ? 1000 + cards * 1000 : 4000 + cards * 12'000;
+int64_t SBounds::ShutdownMs(bool isBehindCallback) const {
+  return callbackMs == 0 && !isBehindCallback ? 1000 + cards * 1000 : 4000 + cards * 12'000;
 }
 
 void CChecks::Fail(const std::string& what) {
@@ -40,13 +40,16 @@ void CChecks::Require(bool holds, const std::string& what) {
 }
 
 void CChecks::SetChannels(int32_t count, bool isNetworkSide, bool isForgetful) {
-  grammars.resize(static_cast<size_t>(count));
-  for (CCallGrammar& grammar : grammars) {
-    grammar.SetNetworkSide(isNetworkSide);
-    if (isForgetful) {
-      grammar.SetForgetful();
-    }
+  fresh = CCallGrammar();
+  fresh.SetNetworkSide(isNetworkSide);
+  if (isForgetful) {
+    fresh.SetForgetful();
   }
+  grammars.assign(static_cast<size_t>(count), fresh);
+}
+
+void CChecks::ForgetCalls() {
+  grammars.assign(grammars.size(), fresh);
 }
 
 void CChecks::OnEvent(const SEvent& event) {
@@ -78,11 +81,15 @@ bool CChecks::Act(const char* name, EAction action, int32_t channel, Body body) 
 }
 
 bool CChecks::Init() {
+  const zelk::sim::CBound bound(world, "ZELK_Init", 3 * bounds.InitMs() * kUsPerMs);
   return Timed("Init", -1, bounds.InitMs(), [] { return ZELK_Init(); });
 }
 
-void CChecks::Shutdown() {
-  Timed("Shutdown", -1, bounds.ShutdownMs(), [] {
+// A wait without an end comes to one here.
+void CChecks::Shutdown(bool isBehindCallback) {
+  const int64_t mostMs = bounds.ShutdownMs(isBehindCallback);
+  const zelk::sim::CBound bound(world, "ZELK_Shutdown", 3 * mostMs * kUsPerMs);
+  Timed("Shutdown", -1, mostMs, [] {
     ZELK_Shutdown();
     return true;
   });

@@ -19,7 +19,7 @@ struct SBounds {
 
   int64_t CallMs() const;  // exports for one channel
   int64_t InitMs() const;
-  int64_t ShutdownMs() const;
+  int64_t ShutdownMs(bool isBehindCallback) const;
 };
 
 // Job: what must hold in every world, asked with each export and event. Failures are kept, each with its time.
@@ -36,12 +36,14 @@ class CChecks {
   const std::vector<std::string>& Failures() const { return failures; }
 
   void SetChannels(int32_t count, bool isNetworkSide, bool isForgetful = false);
+  // The channels are new ones.
+  void ForgetCalls();
   void OnEvent(const SEvent& event);
   CCallGrammar& Grammar(int32_t channel) { return grammars.at(static_cast<size_t>(channel)); }
 
   // The exports, within their bounds and as the grammar knows them.
   bool Init();
-  void Shutdown();
+  void Shutdown(bool isBehindCallback = false);
   bool Dial(int32_t channel, const std::string& number);
   bool Answer(int32_t channel);
   bool Reject(int32_t channel);
@@ -69,6 +71,7 @@ class CChecks {
   zelk::sim::CWorld& world;
   const SBounds bounds;
   std::vector<CCallGrammar> grammars;
+  CCallGrammar fresh;  // of a channel without calls
   std::vector<std::string> failures;
 };
 

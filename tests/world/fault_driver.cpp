@@ -16,7 +16,8 @@ constexpr std::uint8_t kLineLost = 1;
 constexpr int kBetweenAnnouncementsMs = 10;
 
 bool IsOfSound(EFault kind) {
-  return kind == EFault::kAudioStops || kind == EFault::kAudioPause || kind == EFault::kAudioBad;
+  return kind == EFault::kAudioStops || kind == EFault::kAudioPause || kind == EFault::kAudioBad ||
+         kind == EFault::kSequenceJump;
 }
 
 bool IsOfCard(EFault kind) {
@@ -154,6 +155,8 @@ void CFaultDriver::DoToSound(const SFault& fault) {
   cardsim::CAudioPort& audio = sim.Card(static_cast<size_t>(fault.card)).Audio();
   if (fault.kind == EFault::kAudioPause) {
     audio.PauseFor(milliseconds(fault.lengthMs));
+  } else if (fault.kind == EFault::kSequenceJump) {
+    audio.SetNextSequence(0U - static_cast<uint32_t>(fault.amount));
   } else if (fault.kind == EFault::kAudioStops) {
     Last(fault, fault.card, [&audio](bool on) { audio.SetPacing(!on); });
   } else {
@@ -171,11 +174,24 @@ bool CFaultDriver::Overlaps(const SFault& fault, int64_t fromUs, int64_t toUs) c
   return fromUs <= faultIsOver && faultBegins <= toUs;
 }
 
+void CFaultDriver::BeginTouch() {
+  touches.emplace_back(world.NowUs(), zelk::sim::kNever);
+}
+
+void CFaultDriver::EndTouch() {
+  touches.back().second = world.NowUs();
+}
+
+bool CFaultDriver::IsTouched(int64_t fromUs, int64_t toUs) const {
+  return std::any_of(touches.begin(), touches.end(),
+                     [&](const auto& touch) { return fromUs <= touch.second && touch.first <= toUs; });
+}
+
 bool CFaultDriver::TouchesSignalling(int card, int trunk, int64_t fromUs, int64_t toUs) const {
-  return std::any_of(plan.faults.begin(), plan.faults.end(), [&](const SFault& fault) {
-    return fault.card == card && !IsOfSound(fault.kind) && (IsOfCard(fault.kind) || fault.trunk == trunk) &&
-           Overlaps(fault, fromUs, toUs);
-  });
+  return IsTouched(fromUs, toUs) || std::any_of(plan.faults.begin(), plan.faults.end(), [&](const SFault& fault) {
+           return fault.card == card && !IsOfSound(fault.kind) && (IsOfCard(fault.kind) || fault.trunk == trunk) &&
+                  Overlaps(fault, fromUs, toUs);
+         });
 }
 
 bool CFaultDriver::TouchesSound(int card, int trunk, int64_t fromUs, int64_t toUs) const {

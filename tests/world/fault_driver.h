@@ -29,6 +29,9 @@ class CFaultDriver {
   // Something was wrong with the trunk's signalling, or the card's sound, between the two, or shortly before.
   bool TouchesSignalling(int card, int trunk, int64_t fromUs, int64_t toUs) const;
   bool TouchesSound(int card, int trunk, int64_t fromUs, int64_t toUs) const;
+  // What is not of the plan touches everything from the one to the other.
+  void BeginTouch();
+  void EndTouch();
 
  private:
   using Key = std::pair<EFault, int>;  // a state and the card or trunk that has it
@@ -41,6 +44,7 @@ class CFaultDriver {
   void Last(const SFault& fault, int place, const std::function<void(bool)>& change);
   void TellOdd(const SFault& fault);
   void SendOdd(const SFault& fault);
+  bool IsTouched(int64_t fromUs, int64_t toUs) const;
   bool Overlaps(const SFault& fault, int64_t fromUs, int64_t toUs) const;
 
   zelk::sim::CWorld& world;
@@ -48,6 +52,7 @@ class CFaultDriver {
   const SWorldPlan& plan;
   int64_t beginUs = 0;
   std::map<Key, int> lasting;
+  std::vector<std::pair<int64_t, int64_t>> touches;  // from, to
 };
 
 }  // namespace world

@@ -10,6 +10,7 @@ namespace {
 
 using zelk::sim::CRandom;
 
+constexpr int kDrawnFaultKinds = 16;  // the others are extras
 constexpr int kLastTimeslot = 31;
 constexpr int kSignallingTimeslot = 16;
 constexpr int kChannelsPerTrunk = 30;
@@ -95,7 +96,7 @@ int64_t DrawLength(CRandom& random, EFault kind) {
 SFault DrawFault(CRandom& random, const SWorldPlan& plan, int64_t atMs) {
   SFault fault;
   fault.atMs = atMs;
-  fault.kind = static_cast<EFault>(random.Below(kFaultKinds));
+  fault.kind = static_cast<EFault>(random.Below(kDrawnFaultKinds));
   fault.card = Pick(random, 0, static_cast<int>(plan.cards.size()) - 1);
   fault.trunk = Pick(random, 0, plan.cards[static_cast<size_t>(fault.card)].trunks - 1);
   fault.lengthMs = DrawLength(random, fault.kind);
@@ -146,6 +147,41 @@ void DrawCards(CRandom& random, SWorldPlan& plan) {
   }
 }
 
+SLifeEnd DrawLifeEnd(CRandom& random) {
+  SLifeEnd end;
+  end.afterMs = random.Between(0, 3000);
+  end.moment = static_cast<EMoment>(random.Below(kMoments));
+  end.callbackMs = OneIn(random, 2) ? random.Between(0, 5000) : 0;
+  end.isUnderLock = OneIn(random, 2);
+  end.callsEverything = OneIn(random, 3);
+  end.downMs = OneIn(random, 2) ? random.Between(0, 3000) : 0;
+  return end;
+}
+
+// Drawn apart from the rest, for every other seed: the worlds that were kept before there were extras stay as they
+// were, and the salt is one that gives none of them any.
+void DrawExtras(SWorldPlan& plan) {
+  constexpr uint64_t kSalt = 133;
+  constexpr int kMostPackets = 20'000;  // half a minute
+  CRandom random(plan.seed + kSalt * 1'000'003);
+  if (OneIn(random, 2)) {
+    return;
+  }
+  plan.watchesLog = true;
+  plan.stopTrials = Pick(random, 10, 40);
+  for (int i = Pick(random, 1, 3); i > 0; --i) {
+    plan.lives.push_back(DrawLifeEnd(random));
+  }
+  for (int i = Pick(random, 0, 2); i > 0; --i) {
+    SFault jump;
+    jump.kind = EFault::kSequenceJump;
+    jump.atMs = random.Between(0, plan.lengthMs);
+    jump.card = Pick(random, 0, static_cast<int>(plan.cards.size()) - 1);
+    jump.amount = Pick(random, 1, kMostPackets);
+    plan.faults.push_back(jump);
+  }
+}
+
 template <class Part>
 void SortByTime(std::vector<Part>& parts) {
   std::stable_sort(parts.begin(), parts.end(),
@@ -175,6 +211,11 @@ bool SWorldPlan::HasSlowCallbacks() const {
   return std::any_of(manners.begin(), manners.end(), [](const SManner& manner) { return manner.callbackMs > kSlowMs; });
 }
 
+bool SWorldPlan::HasLateReplies() const {
+  return HasSlowCallbacks() ||
+         std::any_of(lives.begin(), lives.end(), [](const SLifeEnd& end) { return end.moment != EMoment::kAnyTime; });
+}
+
 SWorldPlan DrawPlan(uint64_t seed) {
   CRandom random(seed);
   SWorldPlan plan;
@@ -196,6 +237,7 @@ SWorldPlan DrawPlan(uint64_t seed) {
     plan.offers.push_back(DrawOffer(random, plan));
     plan.steps.push_back(DrawStep(random, plan));
   }
+  DrawExtras(plan);
   SortByTime(plan.faults);
   SortByTime(plan.offers);
   SortByTime(plan.steps);

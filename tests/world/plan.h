@@ -28,8 +28,9 @@ enum class EFault {
   kAudioPause,    // packets wait for so long and come in a burst
   kAudioBad,      // loss, duplicates, disorder and jitter for so long; amount percent of each
   kTornControl,   // the control stream comes in pieces of amount bytes for so long
+  kSequenceJump,  // packets are numbered anew, so that the numbers begin again at 0 after amount of them
 };
-constexpr int kFaultKinds = 16;
+constexpr int kFaultKinds = 17;
 
 struct SFault {
   int64_t atMs = 0;
@@ -87,6 +88,20 @@ struct SManner {
   int64_t callbackMs = 0;  // what a callback takes
 };
 
+// A callback that is under way when the library is shut down.
+enum class EMoment { kAnyTime, kChannelState, kDisconnected, kIncoming, kPlayDone, kBlock };
+constexpr int kMoments = 6;
+
+// The application shuts the library down in the middle of calls, and starts it again.
+struct SLifeEnd {
+  int64_t afterMs = 0;  // of calls
+  EMoment moment = EMoment::kAnyTime;
+  int64_t callbackMs = 0;        // so long the callback takes from then on
+  bool isUnderLock = false;      // and waits for a lock of the application, under which the library is shut down
+  bool callsEverything = false;  // it has called every function for its channel
+  int64_t downMs = 0;
+};
+
 // What is put into a world on purpose, to see that it is found. Nothing that is drawn.
 enum class EPlanted {
   kNothing,
@@ -100,6 +115,9 @@ enum class EPlanted {
   kSocket,        // a socket is left open
   kLateReplies,   // every reply counts as late
   kLeftCall,      // the exchange has a call after the end
+  kEatenBlock,    // a byte of what was played after a stop is not the one that was heard
+  kLostLine,      // a line of the log is not written
+  kEarlyDown,     // the library counts as down before it is shut down
 };
 
 struct SCardPlan {
@@ -119,13 +137,18 @@ struct SWorldPlan {
   std::vector<SFault> faults;
   std::vector<SOffer> offers;
   std::vector<SStep> steps;
-  int64_t lengthMs = 60'000;  // until all is left alone
+  int64_t lengthMs = 60'000;    // until all is left alone
+  std::vector<SLifeEnd> lives;  // then, one after the other
+  int stopTrials = 0;           // and at last
+  bool watchesLog = false;
   EPlanted planted = EPlanted::kNothing;
 
   int Trunks() const;
   int64_t LastFaultMs() const;  // the end of the last one; 0 without any
   // Callbacks take so long that sound is torn and replies are late: that is described.
   bool HasSlowCallbacks() const;
+  // Or they do so only when the library is shut down.
+  bool HasLateReplies() const;
 };
 
 // The world of a seed: the same one for ever.

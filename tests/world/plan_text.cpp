@@ -6,12 +6,14 @@
 namespace world {
 namespace {
 
-constexpr const char* kFaultNames[kFaultKinds] = {"control dropped", "control reset", "silence",      "announcements",
-                                                  "line down",       "frames lost",   "layer 2 down", "slow exchange",
-                                                  "restart slot",    "restart all",   "odd message",  "HDLC",
-                                                  "audio stops",     "audio pause",   "audio bad",    "torn control"};
+constexpr const char* kFaultNames[kFaultKinds] = {
+    "control dropped", "control reset", "silence",      "announcements", "line down",    "frames lost",
+    "layer 2 down",    "slow exchange", "restart slot", "restart all",   "odd message",  "HDLC",
+    "audio stops",     "audio pause",   "audio bad",    "torn control",  "sequence jump"};
 constexpr const char* kStepNames[kStepKinds] = {"dial", "answer",    "reject",    "hangup", "hangup twice",
                                                 "play", "stop play", "read info", "open"};
+constexpr const char* kMomentNames[kMoments] = {"no callback",   "channel state", "disconnected",
+                                                "incoming call", "play done",     "block"};
 constexpr const char* kReactionNames[] = {"no", "at once", "later"};
 
 void Write(std::ostream& out, const char* name, const std::optional<int64_t>& ms) {
@@ -66,6 +68,12 @@ std::string ToText(const SWorldPlan& plan) {
     Write(out, step.farEnd);
     out << '\n';
   }
+  for (const SLifeEnd& end : plan.lives) {
+    out << "shut-down after " << end.afterMs << " ms, " << kMomentNames[static_cast<size_t>(end.moment)] << " of "
+        << end.callbackMs << " ms" << (end.isUnderLock ? ", under a lock" : "")
+        << (end.callsEverything ? ", calls everything" : "") << ", start after " << end.downMs << " ms\n";
+  }
+  out << plan.stopTrials << " stop trials" << (plan.watchesLog ? ", the log is watched" : "") << '\n';
   return out.str();
 }
 

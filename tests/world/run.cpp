@@ -8,6 +8,9 @@
 #include "platform/simulated/network.h"
 #include "platform/socket.h"
 #include "world/callers.h"
+#include "world/last_calls.h"
+#include "world/lives.h"
+#include "world/log_watch.h"
 #include "world/world_card.h"
 #include "zelk/ZelkApi.h"
 
@@ -21,9 +24,7 @@ using zelk::sim::SOutcome;
 
 constexpr int64_t kReadyMs = 15'000;
 constexpr int64_t kSlowReadyMs = 60'000;  // layer 2 has been lost, and calls that only timers end
-constexpr int64_t kSoonMs = 3000;
 constexpr int64_t kLookMs = 100;
-constexpr int64_t kTrialMs = 2600;  // sound of a second both ways, and what is under way
 
 zelk::sim::SWorldOptions OptionsOf(const SWorldPlan& plan) {
   zelk::sim::SWorldOptions options;
@@ -31,6 +32,7 @@ zelk::sim::SWorldOptions OptionsOf(const SWorldPlan& plan) {
   options.policy = static_cast<zelk::sim::EPolicy>(plan.policy);
   options.switchPerMillion = plan.switchPerMillion;
   options.stallPerMillion = plan.stallPerMillion;
+  options.watchesLocks = true;
   return options;
 }
 
@@ -80,11 +82,9 @@ class CScene {
  private:
   void Main();
   void Live(CApplication& app);
+  void LiveAgain(CApplication& app);
   void Plant(CWorkers& workers);
   void Settle();
-  void Try(CApplication& app);
-  void TryOut(CApplication& app, int32_t channel);
-  void TryIn(CApplication& app, int32_t channel);
   void CheckEnd();
   void CheckReplies(size_t card);
   std::string NotReady();
@@ -100,6 +100,7 @@ class CScene {
   int64_t baseUs = 0;
   std::unique_ptr<CCallWatch> watch;
   std::unique_ptr<CCallers> callers;
+  std::unique_ptr<CLogWatch> logWatch;
   SRunResult result;
   zelk::CEvent nothing;  // never set
   zelk::CSocket left;
@@ -142,8 +143,12 @@ void CScene::Main() {
     Live(app);
   }
   checks.Shutdown();
+  app.SetDown(true);
   checks.Require(ZELK_GetChannelCount() == 0, "channels after the shut-down");
   UnloadLibrary();
+  if (logWatch != nullptr) {
+    logWatch->CheckFile();
+  }
   result.events = app.Events().size();
   if (watch != nullptr) {
     result.comparedCalls = watch->ComparedCalls();
@@ -174,11 +179,36 @@ void CScene::Live(CApplication& app) {
   farEnds.BeginOffers(baseUs);
   callers->BeginSteps(baseUs);
   Plant(workers);
+  if (plan.watchesLog) {
+    logWatch = std::make_unique<CLogWatch>(world, checks, plan);
+    logWatch->Begin();
+  }
   SleepUntil(baseUs + plan.lengthMs * kUsPerMs);
   callers->Rest();
   checks.Require(workers.Join(60'000), "a thread of the application does not end");
   Settle();
-  Try(app);
+  LiveAgain(app);
+  CLastCalls(world, plan, checks, app, farEnds, *callers).Try();
+  if (logWatch != nullptr) {
+    logWatch->End();
+  }
+}
+
+void CScene::LiveAgain(CApplication& app) {
+  if (plan.lives.empty()) {
+    return;
+  }
+  CLives lives(world, plan, checks, app, *sim, farEnds, faults, *watch, *callers);
+  app.onOddCallback = [this](const std::string& what) { checks.Fail("a callback comes that must not: " + what); };
+  app.onEvent = [this, &lives](const SEvent& event) {
+    if (lives.OnEvent(event)) {
+      callers->OnEvent(event);
+    }
+  };
+  app.onPlay = [&lives](uint32_t channel, uint8_t*, uint32_t) { lives.OnBlock(static_cast<int32_t>(channel)); };
+  lives.Run();
+  app.onPlay = nullptr;
+  app.onEvent = [this](const SEvent& event) { callers->OnEvent(event); };
 }
 
 void CScene::Plant(CWorkers& workers) {
@@ -232,46 +262,6 @@ void CScene::Settle() {
   SleepUntil(endUs);
 }
 
-void CScene::Try(CApplication& app) {
-  callers->BeginTrial();
-  for (int32_t channel = 0; channel < channels; channel += ZELK_CHANNELS_PER_TRUNK) {
-    TryOut(app, channel + 2);
-    TryIn(app, channel + 17);
-  }
-}
-
-void CScene::TryOut(CApplication& app, int32_t channel) {
-  const std::string name = "a last call of channel " + std::to_string(channel);
-  const size_t connected = app.Count(channel, ZELK_EVENT_CONNECTED);
-  const size_t disconnected = app.Count(channel, ZELK_EVENT_DISCONNECTED);
-  callers->Dial(channel, SFarEndPlan());
-  if (!app.AwaitEvent(channel, ZELK_EVENT_CONNECTED, kSoonMs, connected + 1)) {
-    checks.Fail(name + " is not answered");
-    return;
-  }
-  callers->Play(channel);
-  zelk::SleepMs(kTrialMs);
-  callers->Hangup(channel);
-  checks.Require(app.AwaitEvent(channel, ZELK_EVENT_DISCONNECTED, kSoonMs, disconnected + 1), name + " does not end");
-}
-
-void CScene::TryIn(CApplication& app, int32_t channel) {
-  const std::string name = "a last call to channel " + std::to_string(channel);
-  const size_t connected = app.Count(channel, ZELK_EVENT_CONNECTED);
-  const size_t disconnected = app.Count(channel, ZELK_EVENT_DISCONNECTED);
-  SFarEndPlan farEnd;
-  farEnd.hangupAfterMs = kTrialMs;
-  farEnd.hangupCause = 31;
-  world.After(0, [this, channel, farEnd] { farEnds.Offer(PlaceOf(plan, channel), farEnd); });
-  if (!app.AwaitEvent(channel, ZELK_EVENT_CONNECTED, kSoonMs, connected + 1)) {
-    checks.Fail(name + " is not connected");
-    return;
-  }
-  callers->Play(channel);
-  checks.Require(app.AwaitEvent(channel, ZELK_EVENT_DISCONNECTED, kTrialMs + kSoonMs, disconnected + 1),
-                 name + " does not end");
-}
-
 void CScene::CheckEnd() {
   checks.Require(world.Network().OpenSockets() == 0,
                  "sockets left behind: " + std::to_string(world.Network().OpenSockets()));
@@ -289,7 +279,7 @@ void CScene::CheckReplies(size_t card) {
   const cardsim::SAudioStatistics seen = sim->Card(card).Audio().Statistics();
   const std::string name = "card " + std::to_string(card) + ": ";
   checks.Require(seen.replies > 0, name + "no replies");
-  const bool isSlow = plan.HasSlowCallbacks();
+  const bool isSlow = plan.HasLateReplies();
   checks.Require(isSlow || seen.missing == 0, name + "replies missing: " + std::to_string(seen.missing));
   checks.Require(isSlow || seen.late == 0, name + "replies late: " + std::to_string(seen.late));
   checks.Require(seen.wrongSize == 0, name + "replies of a wrong size: " + std::to_string(seen.wrongSize));

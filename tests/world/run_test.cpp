@@ -39,6 +39,23 @@ TEST(Run, AQuietWorldHasNoFailures) {
   EXPECT_EQ(16U, result.comparedCalls);
 }
 
+// Whatever callback is under way when the library is shut down, and however long: the next life is as the first.
+TEST(Run, ALibraryThatIsShutDownInACallbackLivesAgain) {
+  for (int moment = 0; moment < kMoments; ++moment) {
+    for (const bool isUnderLock : {false, true}) {
+      SWorldPlan plan = QuietPlan();
+      plan.stopTrials = 2;
+      plan.watchesLog = true;
+      plan.lives.push_back({.afterMs = 700,
+                            .moment = static_cast<EMoment>(moment),
+                            .callbackMs = isUnderLock ? 0 : 4000,
+                            .isUnderLock = isUnderLock,
+                            .callsEverything = true});
+      EXPECT_EQ("", FailuresOf(plan)) << moment << ' ' << isUnderLock;
+    }
+  }
+}
+
 // The first minute of a seed's world.
 SWorldPlan Minute(uint64_t seed) {
   constexpr int64_t kMinuteMs = 60'000;
@@ -71,6 +88,9 @@ class Planted : public testing::TestWithParam<SPlantedCase> {};
 TEST_P(Planted, IsFound) {
   SWorldPlan plan = QuietPlan();
   plan.planted = GetParam().planted;
+  plan.stopTrials = 2;
+  plan.watchesLog = true;
+  plan.lives.push_back({.afterMs = 500});
   const std::string failures = FailuresOf(plan);
   EXPECT_NE(std::string::npos, failures.find(GetParam().failure)) << failures;
 }
@@ -86,7 +106,10 @@ INSTANTIATE_TEST_SUITE_P(
                     SPlantedCase{"HungThread", EPlanted::kHungThread, "a thread of the application does not end"},
                     SPlantedCase{"Socket", EPlanted::kSocket, "sockets left behind: 1"},
                     SPlantedCase{"LateReplies", EPlanted::kLateReplies, "replies late"},
-                    SPlantedCase{"LeftCall", EPlanted::kLeftCall, "calls left at the exchange"}),
+                    SPlantedCase{"LeftCall", EPlanted::kLeftCall, "calls left at the exchange"},
+                    SPlantedCase{"EatenBlock", EPlanted::kEatenBlock, "of what was played after a stop"},
+                    SPlantedCase{"LostLine", EPlanted::kLostLine, "not in the log after half a second"},
+                    SPlantedCase{"EarlyDown", EPlanted::kEarlyDown, "while the library is down"}),
     [](const testing::TestParamInfo<SPlantedCase>& param) { return std::string(param.param.name); });
 
 }  // namespace

@@ -40,6 +40,7 @@ SWorldPlan Shrink(SWorldPlan plan, const std::function<bool(const SWorldPlan&)>&
     isSmaller = ShrinkPart(plan, &SWorldPlan::faults, fails);
     isSmaller = ShrinkPart(plan, &SWorldPlan::offers, fails) || isSmaller;
     isSmaller = ShrinkPart(plan, &SWorldPlan::steps, fails) || isSmaller;
+    isSmaller = ShrinkPart(plan, &SWorldPlan::lives, fails) || isSmaller;
   }
   return plan;
 }

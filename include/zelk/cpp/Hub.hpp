@@ -122,8 +122,9 @@ class Hub {
       ZELK_SetPlayCallback(nullptr);
     }
     ZELK_Shutdown();
-    if (inHandlers.load() != 0) {
-      (void)own.release();  // used by a callback that the library has left behind: it is never freed
+    leftBehind.push_back(std::move(own));
+    if (inHandlers.load() == 0) {
+      leftBehind.clear();  // otherwise a callback that the library has left behind is in one of them
     }
     sound.clear();
     owner = 0;
@@ -190,6 +191,7 @@ class Hub {
   std::mutex information;
   std::atomic<long> owner{0};  // the process that started it; 0: not started
   std::atomic<const Handlers*> handlers{nullptr};
+  std::vector<std::unique_ptr<const Handlers>> leftBehind;  // guarded by lifecycle
   std::atomic<bool> hasRecordHandler{false};
   std::atomic<std::uint32_t> inHandlers{0};
   std::atomic<std::uint32_t> failedOnes{0};

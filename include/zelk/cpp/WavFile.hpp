@@ -236,7 +236,11 @@ class WavFile {
     }
   }
 
-  static void addText(std::vector<std::uint8_t>& bytes, const char* text) { bytes.insert(bytes.end(), text, text + 4); }
+  static void addText(std::vector<std::uint8_t>& bytes, const char* text) {
+    for (; *text != 0; ++text) {
+      bytes.push_back(static_cast<std::uint8_t>(*text));
+    }
+  }
 
   bool writeHeader() {
     const auto sampleBytes = static_cast<std::uint32_t>(bytesOfSample());

@@ -8,6 +8,15 @@ namespace zelk {
 using sim::CScheduler;
 using sim::EStep;
 
+namespace {
+
+sim::CLockWatch* Watch() {
+  CScheduler* const scheduler = CScheduler::Current();
+  return scheduler == nullptr ? nullptr : scheduler->LockWatch();
+}
+
+}  // namespace
+
 bool CSimulatedMutex::IsHeld() const {
   const CScheduler* const scheduler = CScheduler::Current();
   return holder != 0 && scheduler != nullptr && world == scheduler->WorldNumber();
@@ -17,17 +26,33 @@ CSimulatedMutex::~CSimulatedMutex() {
   if (IsHeld()) {
     CScheduler::Current()->Fail("a mutex is destroyed while a task holds it");
   }
+  if (sim::CLockWatch* const watch = Watch()) {
+    watch->Gone(this);
+  }
 }
 
 void CSimulatedMutex::Take() {
   const CScheduler& scheduler = *CScheduler::Current();
-  depth = IsHeld() ? depth + 1 : 1;
+  const bool isFirst = !IsHeld();
+  depth = isFirst ? 1 : depth + 1;
   world = scheduler.WorldNumber();
   holder = scheduler.Number();
+  if (sim::CLockWatch* const watch = isFirst ? Watch() : nullptr) {
+    watch->Taken(holder, this);
+  }
 }
 
 bool CSimulatedMutex::IsOthers() const {
   return IsHeld() && !(isRecursive && holder == CScheduler::Current()->Number());
+}
+
+void CSimulatedMutex::CheckOrder() const {
+  CScheduler* const scheduler = CScheduler::Current();
+  sim::CLockWatch* const watch = scheduler->LockWatch();
+  const bool isOwn = IsHeld() && holder == scheduler->Number();
+  if (watch != nullptr && !isOwn && !watch->BeforeTaking(scheduler->Number(), this)) {
+    scheduler->Fail("locks are taken in two orders");
+  }
 }
 
 void CSimulatedMutex::lock() {
@@ -36,6 +61,7 @@ void CSimulatedMutex::lock() {
     return;
   }
   scheduler->Step(EStep::kLock);
+  CheckOrder();
   while (IsOthers()) {
     isAwaited = true;
     scheduler->Block({sim::EWaitFor::kMutex, this, sim::kNever, holder});
@@ -67,6 +93,9 @@ void CSimulatedMutex::unlock() {
   }
   if (--depth > 0) {
     return;
+  }
+  if (sim::CLockWatch* const watch = scheduler->LockWatch()) {
+    watch->Released(holder, this);
   }
   holder = 0;
   if (isAwaited) {

@@ -45,6 +45,8 @@ struct SWorldOptions {
   int64_t mostStallUs = 50 * kUsPerMs;
   int64_t stepUs = 1;  // what a step takes; a task that polls the clock gets somewhere
 
+  bool watchesLocks = false;  // locks that are taken in two orders end the run, whether anybody waits or not
+
   // The run ends with a verdict beyond these.
   uint64_t mostSteps = 4'000'000'000;
   int64_t mostUs = 30LL * 24 * 3600 * kUsPerSecond;

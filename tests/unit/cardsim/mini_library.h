@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "cardsim/base/bytes.h"
-#include "cardsim/base/wire.h"
 #include "cardsim/exchange/pri_peer.h"
+#include "common/wire.h"
 
 namespace cardsim::test {
 

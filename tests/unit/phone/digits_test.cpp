@@ -7,7 +7,7 @@
 #include <numbers>
 #include <stdexcept>
 
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 
 namespace phone {
 namespace {
@@ -20,8 +20,8 @@ double LevelAt(const Sound& sound, size_t from, size_t count, double frequency) 
   double imaginary = 0;
   for (size_t i = 0; i < count; ++i) {
     const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / 8000;
-    real += cardsim::DecodeALaw(sound[from + i]) * std::cos(phase);
-    imaginary += cardsim::DecodeALaw(sound[from + i]) * std::sin(phase);
+    real += tool::DecodeALaw(sound[from + i]) * std::cos(phase);
+    imaginary += tool::DecodeALaw(sound[from + i]) * std::sin(phase);
   }
   return 3.14 + 20 * std::log10(2 * std::hypot(real, imaginary) / static_cast<double>(count) / 32768);
 }

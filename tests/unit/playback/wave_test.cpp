@@ -2,6 +2,7 @@
 #include "playback/wave.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <array>
 #include <thread>
@@ -319,13 +320,25 @@ TEST_F(Wave, AudioQueuedBeforeTheOpeningPlaysWithoutTimeLeftAndWithoutAnEvent) {
   EXPECT_EQ(wave.TimeLeftMs(), 32U);
 }
 
+void* FlushThere(void* wave) {
+  static_cast<CWave*>(wave)->Flush();
+  return nullptr;
+}
+
+// On a thread with so small a stack that a call for each of the list's blocks would leave it.
 TEST_F(Wave, LongListIsDroppedWithoutDeepRecursion) {
   wave.Open();
   for (int i = 0; i < 200000; ++i) {
     Queue(1);
   }
   EXPECT_EQ(wave.TimeLeftMs(), 25000U);
-  wave.Flush();
+  pthread_attr_t smallStack;
+  pthread_attr_init(&smallStack);
+  ASSERT_EQ(pthread_attr_setstacksize(&smallStack, 256 * 1024), 0);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, &smallStack, FlushThere, &wave), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&smallStack);
   EXPECT_EQ(wave.TimeLeftMs(), 0U);
 }
 

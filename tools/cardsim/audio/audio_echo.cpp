@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 
 namespace cardsim {
 

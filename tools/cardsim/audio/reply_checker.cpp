@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 namespace cardsim {
 namespace {

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "cardsim/base/g711.h"
-#include "cardsim/base/wire.h"
+#include "common/g711.h"
+#include "common/wire.h"
 
 namespace cardsim {
 namespace {

@@ -11,7 +11,7 @@
 #include "cardsim/audio/audio_echo.h"
 #include "cardsim/audio/audio_source.h"
 #include "cardsim/audio/recorder.h"
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 namespace cardsim {
 

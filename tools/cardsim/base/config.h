@@ -8,7 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "cardsim/base/wire.h"
+#include "cardsim/base/bytes.h"
+#include "common/wire.h"
 
 namespace cardsim {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cardsim/base/control_parser.h"
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 namespace cardsim {
 namespace {

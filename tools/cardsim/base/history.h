@@ -11,7 +11,7 @@
 
 #include "cardsim/base/bytes.h"
 #include "cardsim/base/control_parser.h"
-#include "cardsim/base/q931_decode.h"
+#include "common/q931_decode.h"
 
 namespace cardsim {
 

@@ -5,7 +5,7 @@
 #include <deque>
 #include <utility>
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 namespace cardsim {
 

@@ -3,7 +3,7 @@
 
 #include <system_error>
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 namespace cardsim {
 

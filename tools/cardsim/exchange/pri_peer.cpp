@@ -14,8 +14,8 @@ extern "C" {
 #include <mutex>
 #include <optional>
 
-#include "cardsim/base/wire.h"
 #include "cardsim/exchange/pri_translation.h"
+#include "common/wire.h"
 
 namespace cardsim {
 namespace {

@@ -22,6 +22,7 @@ class CSimulatedMutex {
   bool IsHeld() const;
   bool IsOthers() const;
   void Take();
+  void CheckOrder() const;
 
   uint64_t world = 0;   // in which it was taken last
   uint32_t holder = 0;  // a task's number; 0: free

@@ -10,6 +10,7 @@
 #include "platform/simulated/options.h"
 #include "platform/simulated/random.h"
 #include "platform/simulated/tasks/agenda.h"
+#include "platform/simulated/tasks/lock_watch.h"
 #include "platform/simulated/tasks/policy.h"
 #include "platform/simulated/tasks/task.h"
 
@@ -68,6 +69,8 @@ class CScheduler {
   CRandom& Random() { return random; }
   CTrace& Trace() { return trace; }
   CAgenda& Agenda() { return agenda; }
+  // Null where the world does not want it.
+  CLockWatch* LockWatch() { return options.watchesLocks ? &lockWatch : nullptr; }
   uint64_t WorldNumber() const { return worldNumber; }
 
  private:
@@ -94,6 +97,7 @@ class CScheduler {
   CRandom random;
   CTrace trace;
   CAgenda agenda;
+  CLockWatch lockWatch;
   CPolicy policy;
   std::unique_ptr<CCarrier> carrier;
   const uint64_t worldNumber;

@@ -7,7 +7,7 @@
 
 #include "cardsim/audio/signals.h"
 #include "cardsim/audio/timeslot_audio.h"
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 
 namespace cardsim {
 namespace {

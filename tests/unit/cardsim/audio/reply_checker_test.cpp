@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 namespace cardsim {
 namespace {

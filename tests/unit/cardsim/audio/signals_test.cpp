@@ -8,8 +8,8 @@
 #include <numbers>
 #include <stdexcept>
 
-#include "cardsim/base/g711.h"
-#include "cardsim/base/wire.h"
+#include "common/g711.h"
+#include "common/wire.h"
 
 namespace cardsim {
 namespace {

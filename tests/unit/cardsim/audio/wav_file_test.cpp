@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "cardsim/audio/audio_source.h"
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 
 namespace cardsim {
 namespace {

@@ -8,7 +8,7 @@
 #include <future>
 
 #include "cardsim/base/asio_reactor.h"
-#include "cardsim/base/wire.h"
+#include "common/wire.h"
 
 namespace cardsim::test {
 namespace {

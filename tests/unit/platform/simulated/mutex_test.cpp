@@ -97,5 +97,24 @@ TEST(SimulatedMutex, WhatAWorldLeftLockedIsFreeInTheNext) {
   RunToEnd(second, [&] { const CScopedLock hold(lock); });
 }
 
+// Nobody waits for anybody in this run.
+TEST(SimulatedMutex, TwoOrdersOfTwoEndTheRunWhereLocksAreWatched) {
+  for (const bool isWatched : {true, false}) {
+    CWorld world({.watchesLocks = isWatched});
+    CMutex one;
+    CMutex other;
+    const SOutcome outcome = world.Run([&] {
+      {
+        const CScopedLock first(one);
+        const CScopedLock second(other);
+      }
+      const CScopedLock first(other);
+      const CScopedLock second(one);
+    });
+    EXPECT_EQ(outcome.verdict, isWatched ? EVerdict::kFailed : EVerdict::kEnded);
+    EXPECT_EQ(outcome.report.find("locks are taken in two orders") != std::string::npos, isWatched) << outcome.report;
+  }
+}
+
 }  // namespace
 }  // namespace zelk::sim

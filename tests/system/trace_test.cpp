@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+
+#include "call_fixture.h"
+#include "cardsim/program/call_record.h"
+#include "common/q931_decode.h"
+
+// zelk-trace on a capture of the real network between the library and the simulated cards.
+namespace {
+
+namespace fs = std::filesystem;
+using cardsim::Bytes;
+using cardsim::Call;
+using cardsim::ECallDirection;
+using cardsim::EDirection;
+using cardsim::ESimCallState;
+
+class Trace : public CCallTest {
+ protected:
+  void SetUp() override {
+    if (remote::CRemoteLibrary::Place() != nullptr) {
+      GTEST_SKIP() << "the library is in a network of its own";
+    }
+    bin = fs::read_symlink("/proc/self/exe").parent_path();
+    if (!fs::exists(bin / "zelk-trace") || std::system("command -v dumpcap tshark > /dev/null") != 0) {
+      GTEST_SKIP() << "zelk-trace or tshark is not there";
+    }
+    folder = fs::temp_directory_path() / "zelk-trace";
+    fs::create_directories(folder);
+  }
+  void TearDown() override {
+    StopCapture();
+    CCallTest::TearDown();
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
+  }
+
+  std::string Path(const std::string& name) const { return (folder / name).string(); }
+  std::string Capture() const { return Path("net.pcapng"); }
+
+  // What a command prints.
+  std::string Run(const std::string& command, int expected = 0) const {
+    const std::string line = command + " 2> " + Path("errors");
+    std::FILE* pipe = popen(line.c_str(), "r");
+    std::string text;
+    std::array<char, 4096> part{};
+    for (size_t got = 0; (got = std::fread(part.data(), 1, part.size(), pipe)) > 0;) {
+      text.append(part.data(), got);
+    }
+    const int status = pclose(pipe);
+    EXPECT_EQ(WEXITSTATUS(status), expected) << command << "\n" << TextOf(Path("errors"));
+    return text;
+  }
+  std::string TraceOf(const std::string& arguments, int expected = 0) const {
+    return Run("'" + (bin / "zelk-trace").string() + "' " + arguments, expected);
+  }
+  static std::string TextOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+  static Names Lines(const std::string& text) {
+    Names lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+      lines.push_back(line.substr(0, line.find('\r')));
+    }
+    return lines;
+  }
+
+  // The capture runs from before the library's start: dumpcap makes its file when it has opened the adapter.
+  void StartCaptured(const std::vector<int>& trunksOfCards) {
+    dumpcap = Run("dumpcap -q -i lo -f 'tcp port 5854 or udp port 5854 or udp[8:2] = 0xff55' -w " + Capture() +
+                  " > /dev/null 2>&1 & echo $!");
+    ASSERT_TRUE(support::Eventually([&] { return fs::exists(Capture()) && fs::file_size(Capture()) > 0; }, kSlow));
+    ASSERT_NO_FATAL_FAILURE(StartOpen(trunksOfCards));
+  }
+
+  void StopCapture() {
+    if (!dumpcap.empty()) {
+      const std::string pid = dumpcap.substr(0, dumpcap.find('\n'));
+      Run("kill -INT " + pid + "; while kill -0 " + pid + "; do :; done");
+      dumpcap.clear();
+    }
+  }
+
+  // Until the file has the end of every call; then nothing more is captured.
+  void FinishCapture(size_t calls) {
+    EXPECT_TRUE(support::Eventually(
+        [&] {
+          const std::string csv =
+              Run("( '" + (bin / "zelk-trace").string() + "' calls --csv " + Capture() + " || true )");
+          size_t released = 0;
+          for (const std::string& line : Lines(csv)) {
+            released += line.find(",released,") != std::string::npos ? 1 : 0;
+          }
+          return released >= calls;
+        },
+        kSlow))
+        << TraceOf("calls " + Capture());
+    StopCapture();
+  }
+
+  // One field of each call, by the name at its head.
+  Names Column(const std::string& name) const {
+    const Names lines = Lines(TraceOf("calls --csv " + Capture()));
+    Names head = Fields(lines.front());
+    const auto at = static_cast<size_t>(std::find(head.begin(), head.end(), name) - head.begin());
+    Names column;
+    for (size_t i = 1; i < lines.size(); ++i) {
+      column.push_back(Fields(lines[i]).at(at));
+    }
+    return column;
+  }
+  // The codes of one side of a stereo A-law file.
+  static Bytes SideOf(const std::string& path, size_t side) {
+    const std::string text = TextOf(path);
+    const size_t data = text.find("data");
+    Bytes codes;
+    for (size_t at = data + 8 + side; data != std::string::npos && at < text.size(); at += 2) {
+      codes.push_back(static_cast<uint8_t>(text[at]));
+    }
+    return codes;
+  }
+  static Names Fields(const std::string& line) {
+    Names fields;
+    std::istringstream in(line);
+    for (std::string field; std::getline(in, field, ',');) {
+      fields.push_back(field);
+    }
+    return fields;
+  }
+
+  fs::path bin;
+  fs::path folder;
+  std::string dumpcap;  // its process, while it runs
+};
+
+// "1 5 to library 0301 8001 true 17 network": trunk, timeslot, direction, numbers, connected, cause, who cleared.
+std::string Line(const Call& call) {
+  const bool isConnected = call->Reached(ESimCallState::kConnected);
+  const bool isFromLibrary = call->direction == ECallDirection::kFromLibrary;
+  return std::to_string(call->trunk + 1) + " " + std::to_string(call->Timeslot()) +
+         (isFromLibrary ? " from library " : " to library ") + call->Calling() + " " + call->Called() +
+         (isConnected ? " true " : " false ") + std::to_string(call->Cause()) + " " +
+         cardsim::ClearedByName(call->ClearedBy());
+}
+
+TEST_F(Trace, tells_the_calls_that_the_exchange_had) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({2}));
+  std::vector<Call> calls;
+  for (int i = 0; i < 6; ++i) {
+    const int timeslot = i + 1;
+    const int32_t channel = ChannelOf(i % 2, timeslot);
+    calls.push_back(i % 3 == 2 ? Offer(timeslot, i % 2) : ConnectIncoming(timeslot, i % 2));
+    if (i % 3 == 0) {
+      calls.back()->Hangup(17 + i);
+    } else if (i % 3 == 1) {
+      app->zelk.Hangup(channel);
+    } else {
+      app->zelk.Reject(channel);
+    }
+    ASSERT_TRUE(calls.back()->WaitEnded(kSoon));
+  }
+  calls.push_back(ConnectOutgoing(10));
+  app->zelk.Hangup(10);
+  ASSERT_TRUE(calls.back()->WaitEnded(kSoon));
+  FinishCapture(calls.size());
+
+  Names expected;
+  std::transform(calls.begin(), calls.end(), std::back_inserter(expected), Line);
+  Names told;
+  for (const char* name : {"trunk", "timeslot", "direction", "calling", "called", "connected", "cause", "clearedBy"}) {
+    const Names column = Column(name);
+    told.resize(column.size());
+    for (size_t i = 0; i < column.size(); ++i) {
+      told[i] += (told[i].empty() ? "" : " ") + column[i];
+    }
+  }
+  EXPECT_EQ(told, expected);
+  EXPECT_EQ(Column("card"), Names(calls.size(), std::to_string(Card().Serial())));
+  EXPECT_EQ(TextOf(Path("errors")), "") << "a whole capture has nothing to remark";
+  EXPECT_EQ(Lines(TraceOf("calls --number '040*' " + Capture())).size(), 1U);
+  EXPECT_EQ(Lines(TraceOf("calls --cause 21 " + Capture())).size(), 2U);
+  TraceOf("calls --cause 99 " + Capture(), 1);
+}
+
+TEST_F(Trace, export_is_the_same_signalling_to_tshark) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({2}));
+  for (int trunk = 0; trunk < 2; ++trunk) {
+    const Call call = ConnectIncoming(3, trunk);
+    call->Hangup(31);
+    ASSERT_TRUE(call->WaitEnded(kSoon));
+  }
+  FinishCapture(2);
+  TraceOf("export " + Capture() + " -o " + Path("d.pcapng"));
+  const std::string tshark = "tshark -r " + Path("d.pcapng");
+  Names told[2];
+  for (const std::string& line :
+       Lines(Run(tshark + " -Y q931 -T fields -E separator=' ' -e frame.interface_name -e frame.p2p_dir "
+                          "-e q931.call_ref -e q931.call_ref_flag -e q931.message_type -e q931.cause_value"))) {
+    told[line.at(line.find('-') + 1) - '1'].push_back(line.substr(line.find(' ') + 1));
+  }
+  Names expected[2];
+  for (const cardsim::SFrameRecord& frame : Card().Seen().Frames()) {
+    const tool::SQ931Message message = frame.Decode().message;
+    if (message.valid) {
+      char head[64];
+      std::snprintf(head, sizeof head, "%d %04x %d 0x%02x", frame.direction == EDirection::kToLibrary ? 1 : 0,
+                    static_cast<unsigned>(message.callReference), message.fromDestination ? 1 : 0,
+                    unsigned{message.type});
+      expected[frame.trunk].push_back(head + (" " + (message.Cause() < 0 ? "" : std::to_string(message.Cause()))));
+    }
+  }
+  EXPECT_EQ(told[0], expected[0]);
+  EXPECT_EQ(told[1], expected[1]);
+  EXPECT_EQ(Lines(Run(tshark + " -Y '_ws.malformed'")), Names());
+  TraceOf("export --anonymise " + Capture() + " -o " + Path("a.pcapng"));
+  EXPECT_EQ(Lines(Run("tshark -r " + Path("a.pcapng") +
+                      " -Y 'q931.message_type==5' -T fields -e q931.called_party_number.digits")),
+            (Names{"001", "001"}));
+}
+
+TEST_F(Trace, the_dissector_shows_the_same_signalling_on_the_plain_capture) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({2}));
+  for (int trunk = 0; trunk < 2; ++trunk) {
+    const Call call = ConnectIncoming(3, trunk);
+    call->Hangup(31);
+    ASSERT_TRUE(call->WaitEnded(kSoon));
+  }
+  FinishCapture(2);
+  const std::string tshark = "tshark -X lua_script:" ZELK_WIRESHARK_PATH "/zelk.lua -r " + Capture();
+  for (const EDirection direction : {EDirection::kToLibrary, EDirection::kFromLibrary}) {
+    const bool isToLibrary = direction == EDirection::kToLibrary;
+    // A segment may carry several messages, with a comma between them.
+    std::string told = Run(tshark + " -Y 'q931 && tcp." + (isToLibrary ? "src" : "dst") +
+                           "port == 5854' -T fields -e q931.message_type");
+    std::replace(told.begin(), told.end(), ',', '\n');
+    Names expected;
+    for (const cardsim::SFrameRecord& frame : Card().Seen().Frames()) {
+      const tool::SQ931Message message = frame.Decode().message;
+      if (message.valid && frame.direction == direction) {
+        char type[8];
+        std::snprintf(type, sizeof type, "0x%02x", unsigned{message.type});
+        expected.push_back(type);
+      }
+    }
+    EXPECT_EQ(Lines(told), expected);
+  }
+  EXPECT_EQ(Lines(Run(tshark + " -Y '_ws.malformed || zelk.skipped || _ws.lua.error'")), Names());
+  EXPECT_FALSE(Lines(Run(tshark + " -Y 'zelkaudio.reply_time > 0'")).empty());
+}
+
+TEST_F(Trace, board_shows_what_stands_on_every_channel) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({2}));
+  const Call connected = ConnectIncoming(3, 1);
+  const Call ringing = Offer(20, 1);
+  const Call ended = ConnectIncoming(5, 0);
+  ended->Hangup(17);
+  ASSERT_TRUE(ended->WaitEnded(kSoon));
+  FinishCapture(1);
+  const std::string board = TraceOf("board --once " + Capture());
+  EXPECT_NE(board.find("  ..............................\n"), std::string::npos) << board;
+  EXPECT_NE(board.find("  ..C................i...........\n"), std::string::npos) << board;
+  const std::string json = TraceOf("board --json " + Capture());
+  EXPECT_NE(json.find("\"17\": 1"), std::string::npos) << json;
+  const std::string metrics = TraceOf("board --metrics " + Capture());
+  EXPECT_NE(metrics.find("\nzelk_trunk_channels_connected{card=\"100001\",trunk=\"2\"} 1\n"), std::string::npos)
+      << metrics;
+}
+
+TEST_F(Trace, audio_is_what_both_ends_sent_sample_for_sample) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({1}));
+  const Bytes sound = cardsim::RenderTestPattern(8000, 1);
+  const Call call = ConnectIncoming(4);
+  const int32_t channel = ChannelOf(0, 4);
+  const Bytes played = cardsim::RenderTestPattern(4000, 2);
+  call->Play(cardsim::MakeBytesSource(sound));
+  ASSERT_TRUE(app->zelk.PlayBuffer(channel, played.data(), static_cast<uint32_t>(played.size())));
+  ASSERT_TRUE(call->Heard()->WaitContains(played, kSlow));
+  ASSERT_TRUE(call->WaitPlayed(kSlow));
+  call->Hangup(16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  const Bytes recorded = call->Recorded();
+  FinishCapture(1);
+
+  TraceOf("audio --call 1 -o " + Path("call.wav") + " " + Capture());
+  const Bytes left = SideOf(Path("call.wav"), 0);
+  const Bytes right = SideOf(Path("call.wav"), 1);
+  EXPECT_GE(cardsim::FindBytes(left, sound), 0);
+  EXPECT_GE(cardsim::FindBytes(right, recorded), 0);
+  EXPECT_EQ(left.size(), right.size());
+  EXPECT_NE(TraceOf("ladder --call 1 " + Capture()).find("-- SETUP --"), std::string::npos);
+  TraceOf("audio --call 2 -o " + Path("none.wav") + " " + Capture(), 1);
+}
+
+}  // namespace

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: GPL-2.0-only
+
+// zelk-trace: what cards and library said to each other, from a capture of the network between them.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <functional>
+
+#include "trace/program/commands.h"
+#include "trace/program/run.h"
+
+namespace {
+
+using trace::EExit;
+using Action = std::function<EExit()>;
+
+void AddInput(CLI::App& command, trace::SInput& input) {
+  command.add_option("file", input.file, "capture, pcap or pcapng; - is standard input")->required();
+  command.add_option("--trunks", input.trunks, "trunks of a card of which the capture does not show it")
+      ->check(CLI::Range(1, 8));
+}
+
+void AddCalls(CLI::App& app, trace::SCallsOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("calls", "one line a call");
+  AddInput(*command, options.input);
+  auto* csv = command->add_flag_callback(
+      "--csv", [&] { options.form = trace::EForm::kCsv; }, "comma-separated values");
+  command
+      ->add_flag_callback(
+          "--json", [&] { options.form = trace::EForm::kJson; }, "an array of objects")
+      ->excludes(csv);
+  command->add_option("--number", options.number, "only calls from or to this number; * and ? stand for digits");
+  command->add_option("--cause", options.cause, "only calls cleared with this cause")->check(CLI::Range(0, 127));
+  command->callback([&] { action = [&] { return trace::RunCalls(options); }; });
+}
+
+void AddLadder(CLI::App& app, trace::SLadderOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("ladder", "the messages of a call between exchange and library");
+  AddInput(*command, options.input);
+  command->add_option("--call", options.call, "number of the call, as calls tells it")->required();
+  command->add_flag("--layer2", options.layer2, "every frame of the D-channel while the call goes on");
+  command->add_option("--svg", options.svg, "write a picture to this file");
+  command->callback([&] { action = [&] { return trace::RunLadder(options); }; });
+}
+
+void AddAudio(CLI::App& app, trace::SAudioOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("audio", "the sound of a call: from the line left, to the line right");
+  AddInput(*command, options.input);
+  command->add_option("--call", options.call, "number of the call, as calls tells it")->required();
+  command->add_option("-o,--output", options.output, "WAV file")->required();
+  command->callback([&] { action = [&] { return trace::RunAudio(options); }; });
+}
+
+void AddExport(CLI::App& app, trace::SExportOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("export", "the D-channels alone, for Wireshark");
+  AddInput(*command, options.input);
+  command->add_option("-o,--output", options.output, "pcapng file")->required();
+  command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
+  command->callback([&] { action = [&] { return trace::RunExport(options); }; });
+}
+
+void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("board", "every trunk and channel at the end of the capture");
+  AddInput(*command, options.input);
+  command->add_flag("--once", "show it once and end, as it does for a file in any case");
+  auto* json = command->add_flag_callback(
+      "--json", [&] { options.form = trace::EBoardForm::kJson; }, "as an object");
+  command
+      ->add_flag_callback(
+          "--metrics", [&] { options.form = trace::EBoardForm::kMetrics; },
+          "as text that Prometheus collects from a folder")
+      ->excludes(json);
+  command->callback([&] { action = [&] { return trace::RunBoard(options); }; });
+}
+
+int Run(int argc, char** argv) {
+  CLI::App app("What cards and library said to each other, from a capture of the network between them");
+  app.require_subcommand(1);
+  Action action;
+  trace::SCallsOptions calls;
+  AddCalls(app, calls, action);
+  trace::SLadderOptions ladder;
+  AddLadder(app, ladder, action);
+  trace::SAudioOptions audio;
+  AddAudio(app, audio, action);
+  trace::SExportOptions exported;
+  AddExport(app, exported, action);
+  trace::SBoardOptions board;
+  AddBoard(app, board, action);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : static_cast<int>(EExit::kUsage);
+  }
+  const EExit result = action();
+  trace::FlushOutput();
+  return static_cast<int>(result);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+#ifdef SIGPIPE
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is told by the write
+#endif
+  try {
+    return Run(argc, argv);
+  } catch (const trace::CTraceError& error) {
+    if (error.Code() != EExit::kDone) {
+      std::fprintf(stderr, "zelk-trace: %s\n", error.what());
+    }
+    return static_cast<int>(error.Code());
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zelk-trace: %s\n", error.what());
+    return static_cast<int>(EExit::kBadInput);
+  }
+}

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "trace/program/run.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+namespace trace {
+
+EExit Analyse(const SInput& input, ITraceSink& sink) {
+  CCaptureFile file(input.file);
+  CAnalysis analysis(sink, input.trunks);
+  analysis.Run(file);
+  for (const std::string& note : analysis.Notes()) {
+    fmt::print(stderr, "zelk-trace: {}: {}\n", file.Name(), note);
+  }
+  if (!file.Fault().empty()) {
+    fmt::print(stderr, "zelk-trace: {}\n", file.Fault());
+    return EExit::kBadInput;
+  }
+  if (const std::string emptiness = analysis.Emptiness(file); !emptiness.empty()) {
+    fmt::print(stderr, "zelk-trace: {}\n", emptiness);
+    return EExit::kNothingFound;
+  }
+  return EExit::kDone;
+}
+
+namespace {
+
+[[noreturn]] void FailOutput() {
+  throw CTraceError(errno == EPIPE ? EExit::kDone : EExit::kBadOutput,
+                    std::string("standard output cannot be written to (") + std::strerror(errno) + ")");
+}
+
+}  // namespace
+
+void Print(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+    FailOutput();
+  }
+}
+
+void WriteFile(const std::string& path, const std::string& contents) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << contents;
+  file.close();
+  if (!file) {
+    throw CTraceError(EExit::kBadOutput, path + ": cannot be written");
+  }
+}
+
+void FlushOutput() {
+  if (std::fflush(stdout) != 0) {
+    FailOutput();
+  }
+}
+
+}  // namespace trace
