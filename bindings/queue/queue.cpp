@@ -24,6 +24,7 @@ using zelkapi::detail::Hub;
 static_assert(Events::kRoom == ZELKQ_EVENT_ROOM && Sound::kMostBlocks == ZELKQ_MOST_BLOCKS);
 static_assert(int{ZELK_BLOCK_BYTES} == int{ZELKQ_BLOCK_BYTES});
 static_assert(zelkapi::kOverflow == static_cast<std::uint32_t>(ZELKQ_EVENT_OVERFLOW));
+static_assert(zelkapi::kForever.count() == ZELKQ_FOREVER);
 static_assert(sizeof(ZelkQueueEvent) == 32, "bindings read it by its offsets");
 
 // Runs between the start and the stop; what it throws becomes a result.
@@ -55,10 +56,6 @@ void check(bool isGood) {
   }
 }
 
-std::chrono::milliseconds timeoutOf(std::int32_t timeoutMs) {
-  return timeoutMs < 0 ? zelkapi::kForever : std::chrono::milliseconds(timeoutMs);
-}
-
 void copy(const zelkapi::Event& from, ZelkQueueEvent& to) {
   to = {from.sequence, from.timeUs, from.channel, from.code, from.param, 0};
 }
@@ -66,7 +63,7 @@ void copy(const zelkapi::Event& from, ZelkQueueEvent& to) {
 std::int32_t waitEvents(Hub& hub, ZelkQueueEvent* events, std::size_t room, std::int32_t timeoutMs) {
   std::array<zelkapi::Event, 64> some;
   std::size_t taken = 0;
-  std::chrono::milliseconds timeout = timeoutOf(timeoutMs);
+  std::chrono::milliseconds timeout(timeoutMs);
   while (taken < room) {
     const std::size_t count = hub.events.take(some.data(), (std::min)(some.size(), room - taken), timeout);
     for (std::size_t i = 0; i < count; ++i) {
@@ -189,7 +186,7 @@ std::int32_t ZELKQ_CALL ZELKQ_WaitBlocks(std::int32_t blocks, std::int32_t* chan
   return inside([=](Hub& hub) {
     check(channels != nullptr && room > 0 && blocks > 0);
     const std::size_t found = hub.sound.wait(static_cast<std::size_t>(blocks), channels, static_cast<std::size_t>(room),
-                                             timeoutOf(timeoutMs));
+                                             std::chrono::milliseconds(timeoutMs));
     return found == 0 && !hub.events.isRunning() ? std::int32_t{ZELKQ_STOPPED} : static_cast<std::int32_t>(found);
   });
 }

@@ -17,7 +17,7 @@ FILES = [
     (r"/libzelk_echocan\.a$|/echocan/", "spandsp"),
     (r"/libsndfile\.a$", "libsndfile"),
     (r"/libcardsim_asio\.a$", "asio"),
-    (r"^lib/(static/)?lib(zelk|cardsim|phone|tool)_\w+\.a$|^lib/libZelkApi64\.dll\.a$|^(src|tools)/.*\.(o|obj|res)$", None),
+    (r"^lib/(static/)?lib(zelk|cardsim|phone|tool|trace)_\w+\.a$|^lib/libZelkApi64\.dll\.a$|^(src|tools|bindings)/.*\.(o|obj|res)$", None),
     (MINGW + r".*/libstdc\+\+\.a$", "libstdc++-mingw"),
     (MINGW + r".*/(libgcc(_eh)?\.a|crt(begin|end)\w*\.o)$", "libgcc-mingw"),
     (MINGW + r".*/lib(winpthread|pthread)\.a$", "winpthreads"),
@@ -27,10 +27,10 @@ FILES = [
     (r"/(S?crt[1in]|libc_nonshared)\.[ao]$", "glibc"),
 ]
 # Libraries of headers leave no file behind, but names.
-NAMES = {"asio": r"\basio::", "CLI11": r"\bCLI::", "nlohmann-json": r"\bnlohmann::"}
+NAMES = {"asio": r"\basio::", "CLI11": r"\bCLI::", "fmt": r"\bfmt::v\d+::", "nlohmann-json": r"\bnlohmann::"}
 # What is linked from C alone has no names of its own to be seen in a program without them.
-PROGRAMS = {"Linux": ["lib/libZelkApi-64.so", "bin/zelk-phone", "bin/zelk-cardsim"],
-            "Windows": ["bin/ZelkApi64.dll", "bin/zelk-phone.exe", "bin/zelk-cardsim.exe"]}
+PROGRAMS = {"Linux": ["lib/libZelkApi-64.so", "lib/libzelkqueue.so", "bin/zelk-phone", "bin/zelk-cardsim", "bin/zelk-trace"],
+            "Windows": ["bin/ZelkApi64.dll", "bin/zelkqueue.dll", "bin/zelk-phone.exe", "bin/zelk-cardsim.exe"]}
 
 
 def link_map(build, program, work):

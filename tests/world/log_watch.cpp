@@ -17,6 +17,7 @@ constexpr uint32_t kGatherMs = 100;  // the writer's
 constexpr uint32_t kWrittenMs = 500;
 constexpr int64_t kMostBetweenMs = 4000;
 constexpr int64_t kMostSteps = 12;
+constexpr uint64_t kRoundsAStart = 8;
 constexpr uint32_t kEndMs = 10'000;
 
 std::string MarkOf(uint64_t line) {
@@ -42,6 +43,21 @@ void CLogWatch::End() {
   checks.Require(thread.JoinFor(kEndMs), "the log's watch does not end");
 }
 
+void CLogWatch::StartNoMore() {
+  mayStart = false;
+  while (isStarting) {
+    zelk::SleepMs(1);
+  }
+}
+
+void CLogWatch::StartAgain() {
+  if (mayStart && random.Below(kRoundsAStart) == 0) {
+    isStarting = true;
+    checks.Require(checks.Init(), "ZELK_Init has failed in a library that runs");
+    isStarting = false;
+  }
+}
+
 std::string CLogWatch::WriteLine() {
   std::string mark = MarkOf(++lines);
   if (plan.planted != EPlanted::kLostLine) {
@@ -58,6 +74,7 @@ void CLogWatch::Await(const std::string& mark) {
 void CLogWatch::Run() {
   while (!ending.WaitFor(static_cast<uint32_t>(random.Between(1, kMostBetweenMs)))) {
     WriteLine();
+    StartAgain();
     zelk::SleepMs(kGatherMs);
     for (int64_t steps = random.Between(0, kMostSteps); steps > 0; --steps) {
       zelk::TickMs();

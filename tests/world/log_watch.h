@@ -24,11 +24,15 @@ class CLogWatch {
 
   void Begin();
   void End();
+  // Until here it starts the library once more now and then, which begins the log's writer anew and nothing else. For
+  // a task.
+  void StartNoMore();
   // Once the library has been unloaded: every line of the file is whole, and none of the watch's own is missing.
   void CheckFile();
 
  private:
   void Run();
+  void StartAgain();
   std::string WriteLine();
   void Await(const std::string& mark);
 
@@ -39,6 +43,8 @@ class CLogWatch {
   zelk::CEvent ending;
   zelk::CThread thread;
   uint64_t lines = 0;
+  bool mayStart = true;
+  bool isStarting = false;
 };
 
 }  // namespace world

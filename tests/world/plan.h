@@ -117,6 +117,7 @@ enum class EPlanted {
   kLeftCall,      // the exchange has a call after the end
   kEatenBlock,    // a byte of what was played after a stop is not the one that was heard
   kLostLine,      // a line of the log is not written
+  kTwoOrders,     // the application takes two locks in two orders
   kEarlyDown,     // the library counts as down before it is shut down
 };
 

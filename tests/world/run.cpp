@@ -2,8 +2,10 @@
 #include "world/run.h"
 
 #include <algorithm>
+#include <array>
 
 #include "platform/clock.h"
+#include "platform/mutex.h"
 #include "platform/simulated/files.h"
 #include "platform/simulated/network.h"
 #include "platform/socket.h"
@@ -78,6 +80,7 @@ class CScene {
         channels(worldPlan.Trunks() * ZELK_CHANNELS_PER_TRUNK) {}
 
   SRunResult Run();
+  bool HasEnded() const { return hasEnded; }
 
  private:
   void Main();
@@ -102,7 +105,9 @@ class CScene {
   std::unique_ptr<CCallers> callers;
   std::unique_ptr<CLogWatch> logWatch;
   SRunResult result;
+  bool hasEnded = false;
   zelk::CEvent nothing;  // never set
+  std::array<zelk::CMutex, 2> locks;
   zelk::CSocket left;
 };
 
@@ -125,7 +130,8 @@ SRunResult CScene::Run() {
       result.log += name.ends_with(".log") ? world.Files().Read(name).value_or("") : "";
     }
   }
-  if (outcome.verdict == EVerdict::kEnded) {
+  hasEnded = outcome.verdict == EVerdict::kEnded;
+  if (hasEnded) {
     CheckEnd();
     result.failures = checks.Failures();
   }
@@ -187,6 +193,9 @@ void CScene::Live(CApplication& app) {
   callers->Rest();
   checks.Require(workers.Join(60'000), "a thread of the application does not end");
   Settle();
+  if (logWatch != nullptr) {
+    logWatch->StartNoMore();
+  }
   LiveAgain(app);
   CLastCalls(world, plan, checks, app, farEnds, *callers).Try();
   if (logWatch != nullptr) {
@@ -218,6 +227,14 @@ void CScene::Plant(CWorkers& workers) {
       break;
     case EPlanted::kHungThread:
       workers.Do(0, baseUs, [this] { nothing.Wait(); });
+      break;
+    case EPlanted::kTwoOrders:
+      for (const bool isOther : {false, true}) {
+        workers.Do(0, baseUs + 5000 * kUsPerMs, [this, isOther] {
+          const zelk::CScopedLock first(isOther ? locks[1] : locks[0]);
+          const zelk::CScopedLock second(isOther ? locks[0] : locks[1]);
+        });
+      }
       break;
     case EPlanted::kSocket:
       left.OpenUdp();
@@ -290,8 +307,14 @@ void CScene::CheckReplies(size_t card) {
 
 }  // namespace
 
+// A scene whose tasks have been left where they stood cannot be taken apart.
 SRunResult RunWorld(const SWorldPlan& plan) {
-  return CScene(plan).Run();
+  auto scene = std::make_unique<CScene>(plan);
+  SRunResult result = scene->Run();
+  if (!scene->HasEnded()) {
+    (void)scene.release();
+  }
+  return result;
 }
 
 }  // namespace world

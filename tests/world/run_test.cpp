@@ -109,6 +109,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SPlantedCase{"LeftCall", EPlanted::kLeftCall, "calls left at the exchange"},
                     SPlantedCase{"EatenBlock", EPlanted::kEatenBlock, "of what was played after a stop"},
                     SPlantedCase{"LostLine", EPlanted::kLostLine, "not in the log after half a second"},
+                    SPlantedCase{"TwoOrders", EPlanted::kTwoOrders, "locks are taken in two orders"},
                     SPlantedCase{"EarlyDown", EPlanted::kEarlyDown, "while the library is down"}),
     [](const testing::TestParamInfo<SPlantedCase>& param) { return std::string(param.param.name); });
 

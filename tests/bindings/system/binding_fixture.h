@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "bindings/support/function_table.h"
-#include "cardsim/base/wire.h"
 #include "cardsim/card/simulator.h"
 #include "support/application.h"
 #include "support/eventually.h"

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "binding_fixture.h"
-#include "cardsim/audio/signals.h"
+#include "cardsim/audio/audio_source.h"
 #include "support/temp_dir.h"
 #include "zelk/Zelk.hpp"
 

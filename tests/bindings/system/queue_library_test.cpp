@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "binding_fixture.h"
-#include "cardsim/audio/signals.h"
+#include "cardsim/audio/audio_source.h"
 #include "native_module.h"
 #include "zelk/ZelkQueue.h"
 

@@ -126,6 +126,7 @@ TEST_F(WavFileTest, SaysWhyAFileCannotBePlayed) {
             path + ": not 8000 Hz mono, but 44100 Hz with 2 channels");
   EXPECT_EQ(Why(Riff(Format({1, 1, 16000, 16}) + data), Reason::NotLineSound),
             path + ": not 8000 Hz mono, but 16000 Hz with 1 channel");
+  EXPECT_NE(Why(Riff(Format({1, 2, 8000, 16}) + data), Reason::NotLineSound), "");
   EXPECT_EQ(Why(Riff(Format({3, 1, 8000, 32}) + data), Reason::UnknownCoding),
             path + ": a coding that is not known: format 3 of 32 bits");
   EXPECT_NE(Why(Riff(Format({1, 1, 8000, 24}) + data), Reason::UnknownCoding), "");

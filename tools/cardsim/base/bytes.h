@@ -6,5 +6,5 @@
 // The simulator speaks of bytes, wire formats, Q.931 and A-law in the words that all tools share.
 namespace tool {}
 namespace cardsim {
-using namespace tool;
+using namespace tool;  // NOLINT(google-build-using-namespace)
 }

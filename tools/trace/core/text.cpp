@@ -77,14 +77,14 @@ constexpr std::pair<int, const char*> kCauses[] = {
 }  // namespace
 
 std::string IsoTime(Time time) {
-  using namespace std::chrono;
+  namespace chrono = std::chrono;
   if (time == 0) {
     return {};
   }
-  const sys_time<milliseconds> at{floor<milliseconds>(nanoseconds(time))};
-  const auto day = floor<days>(at);
-  const year_month_day date(day);
-  const hh_mm_ss clock(at - day);
+  const chrono::sys_time<chrono::milliseconds> at{chrono::floor<chrono::milliseconds>(chrono::nanoseconds(time))};
+  const auto day = chrono::floor<chrono::days>(at);
+  const chrono::year_month_day date(day);
+  const chrono::hh_mm_ss clock(at - day);
   return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", static_cast<int>(date.year()),
                      static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), clock.hours().count(),
                      clock.minutes().count(), clock.seconds().count(), clock.subseconds().count());

@@ -16,6 +16,7 @@ namespace trace {
 namespace {
 
 constexpr std::size_t kFrameBytes = tool::kTimeslots;
+constexpr std::uint64_t kMostMissing = 1'000'000;  // packets; more than half an hour
 
 // Job: collects the sound of one call, from its first message to its end. Until it is answered it may get another
 // timeslot, so the whole trunk is kept; from then on one timeslot alone.
@@ -162,6 +163,10 @@ EExit RunAudio(const SAudioOptions& options) {
   }
   if (sound.FromLine().IsEmpty()) {
     throw CTraceError(failed, fmt::format("{}: has no sound of call {}", options.input.file, options.call));
+  }
+  if (sound.FromLine().Missing() > kMostMissing) {
+    throw CTraceError(EExit::kBadInput, fmt::format("{}: the numbers of the audio packets of call {} make no sense",
+                                                    options.input.file, options.call));
   }
   TellMissing("from", sound.FromLine());
   TellMissing("to", sound.ToLine());

@@ -63,7 +63,8 @@ void AddExport(CLI::App& app, trace::SExportOptions& options, Action& action) {
 void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
   CLI::App* command = app.add_subcommand("board", "every trunk and channel at the end of the capture");
   AddInput(*command, options.input);
-  command->add_flag("--once", "show it once and end, as it does for a file in any case");
+  command->add_flag_callback(
+      "--once", [] {}, "show it once and end, as it does for a file in any case");
   auto* json = command->add_flag_callback(
       "--json", [&] { options.form = trace::EBoardForm::kJson; }, "as an object");
   command
