@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "cardsim/base/g711.h"
+#include "common/g711.h"
 #include "support/wav_bytes.h"
 
 std::vector<std::string> CExampleTest::command;
