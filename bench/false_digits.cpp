@@ -34,7 +34,7 @@ std::string Ours(const cardsim::Bytes& sound) {
   decoder.Reset();
   std::string digits;
   for (const uint8_t code : sound) {
-    decoder.Process(cardsim::DecodeALaw(code));
+    decoder.Process(tool::DecodeALaw(code));
     while (const char digit = decoder.TakeDigit()) {
       digits += digit;
     }
@@ -49,7 +49,7 @@ std::string Spandsps(const cardsim::Bytes& sound) {
   for (size_t at = 0; at + kBlock <= sound.size(); at += kBlock) {
     block.clear();
     for (size_t i = 0; i < kBlock; ++i) {
-      block.push_back(cardsim::DecodeALaw(sound[at + i]));
+      block.push_back(tool::DecodeALaw(sound[at + i]));
     }
     dtmf_rx(receiver, block.data(), static_cast<int>(block.size()));
     char heard[128] = {};

@@ -309,7 +309,7 @@ TEST_F(ConfigEffect, echo_canceller_takes_an_echo_within_its_tail_away) {
   for (int32_t channel = 0; channel < 90; channel += 30) {
     ASSERT_TRUE(app->WaitRecorded(channel, kSeconds * kSecond, kSlow));
     const std::vector<uint8_t> recorded = app->Recorded(channel);
-    levels.push_back(cardsim::Dbm0OfALaw(recorded.data() + (kSeconds - 2) * kSecond, kSecond));
+    levels.push_back(tool::Dbm0OfALaw(recorded.data() + (kSeconds - 2) * kSecond, kSecond));
   }
   EXPECT_GT(levels[0], -30);
   EXPECT_GT(levels[1], levels[0] - 3) << "an echo after the default tail of 32 ms stays";

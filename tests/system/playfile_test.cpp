@@ -66,7 +66,7 @@ Bytes Wide(const Samples& samples) {
 
 Bytes ALawOf(const Samples& samples) {
   Bytes codes(samples.size());
-  std::transform(samples.begin(), samples.end(), codes.begin(), cardsim::EncodeALaw);
+  std::transform(samples.begin(), samples.end(), codes.begin(), tool::EncodeALaw);
   return codes;
 }
 

@@ -38,7 +38,9 @@ static bool Note(const char* format, ...) {
   return answer;
 }
 
-static const char* Shown(const char* value) { return value ? value : "null"; }
+static const char* Shown(const char* value) {
+  return value ? value : "null";
+}
 
 /* ---- For the test ---- */
 
@@ -52,22 +54,48 @@ SHOW void STUB_Say(bool result, uint32_t error) {
   answer = result;
   lastError = error;
 }
-SHOW void STUB_Event(int32_t channel, uint32_t event, int32_t param) { onEvent(channel, event, param); }
-SHOW void STUB_Sound(uint32_t channel, const uint8_t* data) { onRecord(channel, data, 160); }
-SHOW void STUB_Play(uint32_t channel, uint8_t* data) { onPlay(channel, data, 160); }
-SHOW bool STUB_Hears(void) { return onEvent && onRecord; }
+SHOW void STUB_Event(int32_t channel, uint32_t event, int32_t param) {
+  onEvent(channel, event, param);
+}
+SHOW void STUB_Sound(uint32_t channel, const uint8_t* data) {
+  onRecord(channel, data, 160);
+}
+SHOW void STUB_Play(uint32_t channel, uint8_t* data) {
+  onPlay(channel, data, 160);
+}
+SHOW bool STUB_Hears(void) {
+  return onEvent && onRecord;
+}
 
 /* ---- The library ---- */
 
-SHOW void ZELK_SetEventCallback(EventCallback callback) { onEvent = callback; }
-SHOW void ZELK_SetPlayCallback(PlayCallback callback) { onPlay = callback; }
-SHOW void ZELK_SetRecordCallback(RecordCallback callback) { onRecord = callback; }
-SHOW bool ZELK_Init(void) { return Note("Init"); }
-SHOW void ZELK_Shutdown(void) { Note("Shutdown"); }
-SHOW int32_t ZELK_GetChannelCount(void) { return kChannels; }
-SHOW bool ZELK_OpenChannel(int32_t channel) { return Note("OpenChannel %d", channel); }
-SHOW void ZELK_CloseChannel(int32_t channel) { Note("CloseChannel %d", channel); }
-SHOW uint32_t ZELK_GetLastError(int32_t channel) { return Note("GetLastError %d", channel) ? lastError : lastError; }
+SHOW void ZELK_SetEventCallback(EventCallback callback) {
+  onEvent = callback;
+}
+SHOW void ZELK_SetPlayCallback(PlayCallback callback) {
+  onPlay = callback;
+}
+SHOW void ZELK_SetRecordCallback(RecordCallback callback) {
+  onRecord = callback;
+}
+SHOW bool ZELK_Init(void) {
+  return Note("Init");
+}
+SHOW void ZELK_Shutdown(void) {
+  Note("Shutdown");
+}
+SHOW int32_t ZELK_GetChannelCount(void) {
+  return kChannels;
+}
+SHOW bool ZELK_OpenChannel(int32_t channel) {
+  return Note("OpenChannel %d", channel);
+}
+SHOW void ZELK_CloseChannel(int32_t channel) {
+  Note("CloseChannel %d", channel);
+}
+SHOW uint32_t ZELK_GetLastError(int32_t channel) {
+  return Note("GetLastError %d", channel) ? lastError : lastError;
+}
 SHOW uint32_t ZELK_GetChannelInfo(int32_t channel, uint32_t key) {
   Note("GetChannelInfo %d %u", channel, key);
   return key == 6 ? 3 : key == 7 ? 0 : key * 10;
@@ -89,10 +117,18 @@ SHOW bool ZELK_Dial(int32_t channel, const char* number, const char* calling) {
   return Note("Dial %d %s %s", channel, Shown(number), Shown(calling));
 }
 #endif
-SHOW bool ZELK_Answer(int32_t channel) { return Note("Answer %d", channel); }
-SHOW bool ZELK_Reject(int32_t channel) { return Note("Reject %d", channel); }
-SHOW bool ZELK_Hangup(int32_t channel) { return Note("Hangup %d", channel); }
-SHOW bool ZELK_Transfer(int32_t channel) { return Note("Transfer %d", channel); }
+SHOW bool ZELK_Answer(int32_t channel) {
+  return Note("Answer %d", channel);
+}
+SHOW bool ZELK_Reject(int32_t channel) {
+  return Note("Reject %d", channel);
+}
+SHOW bool ZELK_Hangup(int32_t channel) {
+  return Note("Hangup %d", channel);
+}
+SHOW bool ZELK_Transfer(int32_t channel) {
+  return Note("Transfer %d", channel);
+}
 SHOW const char* ZELK_DisconnectReasonToString(int32_t cause) {
   static char names[160][16];
   if (cause < 0 || cause >= 160) {
@@ -108,9 +144,15 @@ SHOW bool ZELK_PlayBuffer(int32_t channel, const void* data, uint32_t length) {
   }
   return Note("PlayBuffer %d %u %u", channel, length, sum);
 }
-SHOW bool ZELK_PlayFile(int32_t channel, const char* path) { return Note("PlayFile %d %s", channel, Shown(path)); }
-SHOW uint32_t ZELK_PlayTimeLeft(int32_t channel) { return Note("PlayTimeLeft %d", channel) ? 120 : 0; }
-SHOW void ZELK_StopPlay(int32_t channel) { Note("StopPlay %d", channel); }
+SHOW bool ZELK_PlayFile(int32_t channel, const char* path) {
+  return Note("PlayFile %d %s", channel, Shown(path));
+}
+SHOW uint32_t ZELK_PlayTimeLeft(int32_t channel) {
+  return Note("PlayTimeLeft %d", channel) ? 120 : 0;
+}
+SHOW void ZELK_StopPlay(int32_t channel) {
+  Note("StopPlay %d", channel);
+}
 SHOW uint32_t ZELK_ConvertRawToWaveFile(const char* path, uint32_t type) {
   return Note("ConvertRawToWaveFile %s %u", Shown(path), type) ? 0 : lastError;
 }
