@@ -2,7 +2,7 @@
 //
 // ZelkApi.cs against the library and a simulated card: what it must refuse, the 24 functions as they are, and calls without
 // pause on every channel while the collector is forced after each event. Usage (see run): BindingTest.exe calls SECONDS FOLDER, or
-// BindingTest.exe plain
+// BindingTest.exe plain, or, where a copy of the library stands beside it, BindingTest.exe another
 using System;
 using System.Collections.Generic;
 using System.IO;
@@ -44,6 +44,8 @@ static class BindingTest
     static int Main(string[] arguments)
     {
         if (arguments[0] == "plain") CallPlainFunctions();
+        else if (arguments[0] == "another")
+            Throws<ZelkLibraryException>(() => new ZelkLibrary(), "the runtime took another copy: ");
         else CallByChannels(Environment.GetEnvironmentVariable("ZELKAPI_LIBRARY"), arguments[2], double.Parse(arguments[1]));
         Console.Out.WriteLine(checks + " checks held");
         return 0;

@@ -35,8 +35,6 @@ from .recording import Recording, Sound
 from .sound import WaveWriter, digits, encode_alaw, read_wave, silence
 from .timers import Timer
 
-__version__ = "1.0.0"
-
 __all__ = [
     "Alerting",
     "CallError",

@@ -137,27 +137,27 @@ def test_every_function_by_its_own_name(stub: Stub) -> None:
     api = raw.ZelkApi(stub.path)
     assert api.ZELK_Init() is True
     assert api.ZELK_GetChannelCount() == 30
-    assert api.ZELK_OpenChannel(1) is True
-    api.ZELK_CloseChannel(2)
-    assert api.ZELK_GetLastError(3) == 0
-    assert api.ZELK_GetChannelInfo(4, 263) == 2630
-    assert api.ZELK_GetChannelInfoString(5, 2) == b"text 2 of 5"
-    assert api.ZELK_GetChannelInfoString(5, 263) is None
-    assert api.ZELK_SetChannelInfo(6, 1, -1) == 1
-    assert api.ZELK_SetChannelInfoString(7, 1, b"text") == 0
-    assert api.ZELK_Dial(8, b"12", None) is True
-    assert [api.ZELK_Answer(9), api.ZELK_Reject(10), api.ZELK_Hangup(11), api.ZELK_Transfer(12)] == [True] * 4
+    assert api.ZELK_OpenChannel(1001) is True
+    api.ZELK_CloseChannel(1002)
+    assert api.ZELK_GetLastError(1003) == 0
+    assert api.ZELK_GetChannelInfo(1004, 263) == 2630
+    assert api.ZELK_GetChannelInfoString(1005, 2) == b"text 2 of 1005"
+    assert api.ZELK_GetChannelInfoString(1005, 263) is None
+    assert api.ZELK_SetChannelInfo(1006, 1, -1) == 1
+    assert api.ZELK_SetChannelInfoString(1007, 1, b"text") == 0
+    assert api.ZELK_Dial(1008, b"12", None) is True
+    assert [api.ZELK_Answer(1009), api.ZELK_Reject(1010), api.ZELK_Hangup(1011), api.ZELK_Transfer(1012)] == [True] * 4
     assert api.ZELK_DisconnectReasonToString(16) == b"CAUSE_16"
-    assert api.ZELK_PlayBuffer(13, b"\1\0", 2) is True
-    assert api.ZELK_PlayFile(14, b"a") is True
-    assert api.ZELK_PlayTimeLeft(15) == 120
-    api.ZELK_StopPlay(16)
+    assert api.ZELK_PlayBuffer(1013, b"\1\0", 2) is True
+    assert api.ZELK_PlayFile(1014, b"a") is True
+    assert api.ZELK_PlayTimeLeft(1015) == 120
+    api.ZELK_StopPlay(1016)
     assert api.ZELK_ConvertRawToWaveFile(b"b", 2) == 0
     api.ZELK_Shutdown()
     assert stub.take() == (
-        "Init;OpenChannel 1;CloseChannel 2;GetLastError 3;GetChannelInfo 4 263;GetChannelInfoString 5 2;"
-        "GetChannelInfoString 5 263;SetChannelInfo 6 1 -1;SetChannelInfoString 7 1 text;Dial 8 12 null;Answer 9;Reject 10;"
-        "Hangup 11;Transfer 12;PlayBuffer 13 2 31;PlayFile 14 a;PlayTimeLeft 15;StopPlay 16;ConvertRawToWaveFile b 2;Shutdown"
+        "Init;OpenChannel 1001;CloseChannel 1002;GetLastError 1003;GetChannelInfo 1004 263;GetChannelInfoString 1005 2;"
+        "GetChannelInfoString 1005 263;SetChannelInfo 1006 1 -1;SetChannelInfoString 1007 1 text;Dial 1008 12 null;Answer 1009;Reject 1010;"
+        "Hangup 1011;Transfer 1012;PlayBuffer 1013 2 31;PlayFile 1014 a;PlayTimeLeft 1015;StopPlay 1016;ConvertRawToWaveFile b 2;Shutdown"
     ).split(";")
 
 

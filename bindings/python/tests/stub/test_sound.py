@@ -52,10 +52,7 @@ def test_lost_blocks_are_silence_and_counted(zelk: zelkapi.Library, stub: Stub, 
             stub.sound(3, block)
     recording.stop()
     assert recording.lost == 5
-    assert recording.length in (10 * 160, 15 * 160)
-    data = (tmp_path / "a.wav").read_bytes()[44:]
-    assert data[:1600] == b"".join(sound[:10])
-    assert set(data[1600:]) <= {0xD5}
+    assert zelkapi.read_wave(tmp_path / "a.wav") == b"".join(sound[:10]) + b"\xd5" * 800
 
 
 def test_the_end_of_the_library_completes_recordings(stub: Stub, tmp_path: Path) -> None:
