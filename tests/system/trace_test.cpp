@@ -194,7 +194,10 @@ TEST_F(Trace, tells_the_calls_that_the_exchange_had) {
   }
   EXPECT_EQ(told, expected);
   EXPECT_EQ(Column("card"), Names(calls.size(), std::to_string(Card().Serial())));
-  EXPECT_EQ(TextOf(Path("errors")), "") << "a whole capture has nothing to remark";
+  // TCP may say something twice on a loaded machine; nothing is missing.
+  for (const std::string& remark : Lines(TextOf(Path("errors")))) {
+    EXPECT_NE(remark.find("TCP segments came"), std::string::npos) << remark;
+  }
   EXPECT_EQ(Lines(TraceOf("calls --number '040*' " + Capture())).size(), 1U);
   EXPECT_EQ(Lines(TraceOf("calls --cause 21 " + Capture())).size(), 2U);
   TraceOf("calls --cause 99 " + Capture(), 1);
