@@ -74,10 +74,13 @@ class Trace : public CCallTest {
   }
 
   // The capture runs from before the library's start: dumpcap makes its file when it has opened the adapter.
-  void StartCaptured(const std::vector<int>& trunksOfCards) {
+  void StartCapture() {
     dumpcap = Run("dumpcap -q -i lo -f 'tcp port 5854 or udp port 5854 or udp[8:2] = 0xff55' -w " + Capture() +
                   " > /dev/null 2>&1 & echo $!");
     ASSERT_TRUE(support::Eventually([&] { return fs::exists(Capture()) && fs::file_size(Capture()) > 0; }, kSlow));
+  }
+  void StartCaptured(const std::vector<int>& trunksOfCards) {
+    ASSERT_NO_FATAL_FAILURE(StartCapture());
     ASSERT_NO_FATAL_FAILURE(StartOpen(trunksOfCards));
   }
 
@@ -136,6 +139,13 @@ class Trace : public CCallTest {
     return fields;
   }
 
+  // Every UA is a response with F, sent by a side that has this name or by the other one.
+  static void ExpectRoles(const std::string& summary, const std::string& library) {
+    EXPECT_NE(summary.find(library), std::string::npos) << summary;
+    EXPECT_NE(summary.find("U F, func=UA"), std::string::npos) << summary;
+    EXPECT_EQ(summary.find("U P, func=UA"), std::string::npos) << summary;
+  }
+
   fs::path bin;
   fs::path folder;
   std::string dumpcap;  // its process, while it runs
@@ -184,7 +194,10 @@ TEST_F(Trace, tells_the_calls_that_the_exchange_had) {
   }
   EXPECT_EQ(told, expected);
   EXPECT_EQ(Column("card"), Names(calls.size(), std::to_string(Card().Serial())));
-  EXPECT_EQ(TextOf(Path("errors")), "") << "a whole capture has nothing to remark";
+  // TCP may say something twice on a loaded machine; nothing is missing.
+  for (const std::string& remark : Lines(TextOf(Path("errors")))) {
+    EXPECT_NE(remark.find("TCP segments came"), std::string::npos) << remark;
+  }
   EXPECT_EQ(Lines(TraceOf("calls --number '040*' " + Capture())).size(), 1U);
   EXPECT_EQ(Lines(TraceOf("calls --cause 21 " + Capture())).size(), 2U);
   TraceOf("calls --cause 99 " + Capture(), 1);
@@ -220,10 +233,22 @@ TEST_F(Trace, export_is_the_same_signalling_to_tshark) {
   EXPECT_EQ(told[0], expected[0]);
   EXPECT_EQ(told[1], expected[1]);
   EXPECT_EQ(Lines(Run(tshark + " -Y '_ws.malformed'")), Names());
+  ExpectRoles(Run(tshark), "Local User");
   TraceOf("export --anonymise " + Capture() + " -o " + Path("a.pcapng"));
   EXPECT_EQ(Lines(Run("tshark -r " + Path("a.pcapng") +
                       " -Y 'q931.message_type==5' -T fields -e q931.called_party_number.digits")),
             (Names{"001", "001"}));
+}
+
+TEST_F(Trace, export_tells_a_library_that_is_the_network) {
+  ASSERT_NO_FATAL_FAILURE(StartCapture());
+  ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
+  const Call call = ConnectIncoming(3);
+  call->Hangup(16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  FinishCapture(1);
+  TraceOf("export " + Capture() + " -o " + Path("d.pcapng"));
+  ExpectRoles(Run("tshark -r " + Path("d.pcapng")), "Local Network");
 }
 
 TEST_F(Trace, the_dissector_shows_the_same_signalling_on_the_plain_capture) {
@@ -266,7 +291,7 @@ TEST_F(Trace, board_shows_what_stands_on_every_channel) {
   FinishCapture(1);
   const std::string board = TraceOf("board --once " + Capture());
   EXPECT_NE(board.find("  ..............................\n"), std::string::npos) << board;
-  EXPECT_NE(board.find("  ..C................i...........\n"), std::string::npos) << board;
+  EXPECT_NE(board.find("  ..C...............i...........\n"), std::string::npos) << board;
   const std::string json = TraceOf("board --json " + Capture());
   EXPECT_NE(json.find("\"17\": 1"), std::string::npos) << json;
   const std::string metrics = TraceOf("board --metrics " + Capture());

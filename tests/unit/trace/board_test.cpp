@@ -45,6 +45,15 @@ TEST(ReplyWatch, CountsWhatIsLostLateAndMissing) {
   EXPECT_EQ(watch.Counts().surplus, 1U);
 }
 
+TEST(ReplyWatch, APacketThatWaitedIsNotLost) {
+  CReplyWatch watch;
+  watch.Restart(true);
+  watch.OnPacket(1, 0, 0);
+  watch.OnPacket(3, 0, 0);
+  watch.OnPacket(6, 0, 0);
+  EXPECT_EQ(watch.Counts().lost, 3U);  // 2, 4 and 5
+}
+
 TEST(ReplyWatch, InTheMiddleTheFirstPacketIsOneAsAnyOther) {
   CReplyWatch watch;
   watch.Restart(false);

@@ -95,11 +95,11 @@ TEST(ControlDecoder, FindsAMessageBehindAGap) {
   CDecoded decoded(kToLibrary, 2);
   decoded.Feed(kStatus);
   // The end of a frame whose begin is missing, with what looks like messages in it.
-  decoded.Feed(Join({{0xFF, 0x10, 0x01, 0x02, 0xFF, 0x07, 0x00}, kFrame, kStatus}), true);
+  decoded.Feed(Join({{0xFF, 0x10, 0x01, 0x04, 0x00, 0x02, 0x01, 0x7F}, kFrame, kStatus}), true);
   ASSERT_EQ(decoded.Letters(), "sfs");
   EXPECT_TRUE(decoded.messages[1].isAfterGap);
   EXPECT_FALSE(decoded.messages[2].isAfterGap);
-  EXPECT_EQ(decoded.decoder.Counts().bytesSkipped, 7U);
+  EXPECT_EQ(decoded.decoder.Counts().bytesSkipped, 8U);
 }
 
 TEST(ControlDecoder, LearnsTheNumberOfTrunksFromRepeatedStatus) {

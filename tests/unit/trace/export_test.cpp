@@ -143,6 +143,13 @@ TEST_F(HdlcFile, ReadsFramesUpToABrokenLine) {
               testing::EndsWith("zelk-4711-3.hdlc: line 3 is none of a D-channel; this is what stands before it"));
 }
 
+TEST_F(HdlcFile, AnotherOffsetIsNoneOfTheLibrary) {
+  CHdlcFile file(Write("zelk-4711-3.hdlc", "O 2013-05-09 14:03:07 0001 02 01 7F \r\n"));
+  SControl frame;
+  EXPECT_FALSE(file.Next(frame));
+  EXPECT_NE(file.Fault(), "");
+}
+
 TEST_F(HdlcFile, NeedsItsName) {
   EXPECT_THROW(CHdlcFile(Write("zelk-4711-9.hdlc", "")), CTraceError);
   EXPECT_THROW(CHdlcFile(Write("frames.hdlc", "")), CTraceError);
@@ -167,7 +174,7 @@ TEST(TraceText, CausesAndTerminals) {
   EXPECT_STREQ(CauseName(17), "USER_BUSY");
   EXPECT_STREQ(CauseName(23), "REASON_UNKNOWN");
   EXPECT_STREQ(CauseName(-1), "");
-  EXPECT_EQ(Printable("a\x1B[2J\xC3"), "a.[2J.");
+  EXPECT_EQ(Printable("a\x1B[2J\xC3\x7F"), "a.[2J..");
 }
 
 TEST(TraceText, ElementsOfAMessage) {

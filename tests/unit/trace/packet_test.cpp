@@ -55,7 +55,7 @@ TEST(Packet, PaddingIsNoPayload) {
 TEST(Packet, FragmentsAreCounted) {
   for (const int place : {20, 21}) {  // more fragments; an offset
     Bytes fragment = kEthernet;
-    fragment[static_cast<std::size_t>(place)] = 0x21;
+    fragment[static_cast<std::size_t>(place)] = 0x20;
     CPacketReader reader(1);
     EXPECT_FALSE(reader.Read({1, 0, fragment}));
     EXPECT_EQ(reader.Counts().fragments, 1U);

@@ -127,7 +127,7 @@ void CBoard::OnCallMessage(const SCall& call, const SSignal&) {
 
 void CBoard::OnCallEnds(const SCall& call) {
   SBoardTrunk* trunk = Find(call.card, call.trunk);
-  if (trunk == nullptr) {
+  if (trunk == nullptr || call.how == ECallEnd::kOpen) {
     return;
   }
   ++trunk->calls;
@@ -135,9 +135,7 @@ void CBoard::OnCallEnds(const SCall& call) {
   if (call.cause >= 0) {
     ++trunk->causes[call.cause];
   }
-  if (call.how != ECallEnd::kOpen) {
-    Hold(*trunk, call, EChannel::kIdle);
-  }
+  Hold(*trunk, call, EChannel::kIdle);
 }
 
 void CBoard::OnAudio(const SAudio& audio) {
