@@ -158,6 +158,21 @@ static void Serve(int32_t channel, Call* call, const char* prompt, FILE* results
   }
 }
 
+static bool Start(void) {
+  sem_init(&told, 0, 0);
+  signal(SIGINT, OnSignal);
+  signal(SIGTERM, OnSignal);
+  ZELK_SetEventCallback(OnEvent);
+  if (!ZELK_Init() || ZELK_GetChannelCount() == 0) {
+    return false;
+  }
+  for (int32_t channel = 0; channel < ZELK_GetChannelCount(); ++channel) {
+    ZELK_OpenChannel(channel);
+    ZELK_SetChannelInfo(channel, ZELK_SET_ALLOWINCOMING, 0);
+  }
+  return true;
+}
+
 int main(int argc, char** argv) {
   if (!ReadOptions(argc, argv)) {
     fprintf(stderr, "usage: dialler NUMBERS.csv RESULTS.csv PROMPT.wav [--at-once N] [--give-up SECONDS] ...\n");
@@ -169,17 +184,9 @@ int main(int argc, char** argv) {
   FILE* results = Open(argv[optind + 1], "w");
   fputs("number,result,tries,cause,name\n", results);
   setvbuf(stdout, NULL, _IONBF, 0); /* lines are seen at once, in a pipe too */
-  sem_init(&told, 0, 0);
-  signal(SIGINT, OnSignal);
-  signal(SIGTERM, OnSignal);
-  ZELK_SetEventCallback(OnEvent);
-  if (!ZELK_Init() || ZELK_GetChannelCount() == 0) {
+  if (!Start()) {
     fprintf(stderr, "dialler: no card found\n");
     return 1;
-  }
-  for (int32_t channel = 0; channel < ZELK_GetChannelCount(); ++channel) {
-    ZELK_OpenChannel(channel);
-    ZELK_SetChannelInfo(channel, ZELK_SET_ALLOWINCOMING, 0);
   }
   printf("dialling %d numbers\n", left = count);
   while (left > 0 && !stopped) {
