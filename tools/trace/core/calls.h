@@ -87,7 +87,7 @@ class CCalls {
     int trunk;
     bool fromLibrary;
     int reference;
-    auto operator<=>(const SKey&) const = default;
+    auto operator<=>(const SKey&) const = default;  // NOLINT(modernize-use-nullptr): the check misreads it
   };
 
   void OnMessage(const SConnection& connection, const SControl& frame, const tool::SQ931Message& message);

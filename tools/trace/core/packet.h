@@ -14,7 +14,7 @@ namespace trace {
 struct SEndpoint {
   std::uint32_t address = 0;
   std::uint16_t port = 0;
-  auto operator<=>(const SEndpoint&) const = default;
+  auto operator<=>(const SEndpoint&) const = default;  // NOLINT(modernize-use-nullptr): the check misreads it
 };
 
 std::string AddressText(std::uint32_t address);
