@@ -177,7 +177,7 @@ function(zelk_add_tests target directory)
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${PROJECT_SOURCE_DIR}/scripts/netns)
   endif()
-  if(ZELK_SANITIZE AND NOT target STREQUAL "system_tests")
+  if(ZELK_SANITIZE AND NOT target MATCHES "^system_")
     foreach(part RANGE 3)
       add_test(NAME ${target}.${part} COMMAND ${target})
       set_tests_properties(${target}.${part} PROPERTIES TIMEOUT 300
