@@ -7,6 +7,7 @@
 #ifndef ZELK_CPP_LIBRARY_HPP
 #define ZELK_CPP_LIBRARY_HPP
 
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +42,7 @@ class Library {
         break;
     }
   }
+  // NOLINTNEXTLINE(bugprone-exception-escape): only a lock that is broken throws, and nothing holds after that
   ~Library() { detail::Hub::get().stop(); }
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
@@ -64,8 +66,10 @@ class Library {
 
   /** All of them, in the order of their numbers. */
   std::vector<Channel> channels() const {
+    const int count = channelCount();
     std::vector<Channel> all;
-    for (int number = 0; number < channelCount(); ++number) {
+    all.reserve(static_cast<std::size_t>(count));
+    for (int number = 0; number < count; ++number) {
       all.emplace_back(number);
     }
     return all;

@@ -45,6 +45,7 @@ class Sound {
   Sound() = default;
   Sound(const Sound&) = delete;
   Sound& operator=(const Sound&) = delete;
+  // NOLINTNEXTLINE(bugprone-exception-escape): only a lock that is broken throws, and nothing holds after that
   ~Sound() { clear(); }
 
   /** Keeps a channel's sound from now on, at most so many blocks of 20 ms; what was kept before is dropped. */
