@@ -14,6 +14,7 @@
 #include "zelk/ZelkApi.h"
 
 using zelk::ApplicationEvents;
+using zelk::CChannelTable;
 using zelk::CDevice;
 using zelk::ForChannel;
 using zelk::Guarded;
@@ -68,7 +69,9 @@ void ZELK_CALL ZELK_CloseChannel(int32_t channel) {
 uint32_t ZELK_CALL ZELK_GetLastError(int32_t channel) {
   constexpr uint32_t kBadChannel = ZELK_ERROR_BAD_CHANNEL;
   return Guarded(kBadChannel, [channel]() -> uint32_t {
-    const CDevice* device = Library().Channels().Find(channel);
+    CChannelTable& channels = Library().Channels();
+    const CChannelTable::CVisit visit(channels);
+    const CDevice* device = channels.Find(channel);
     return device != nullptr ? device->LastError() : kBadChannel;
   });
 }

@@ -32,7 +32,9 @@ void Guarded(Body&& body) noexcept {
 template <class Result, class Body>
 Result ForChannel(int32_t channel, Result failure, Body&& body) noexcept {
   return Guarded(failure, [&]() -> Result {
-    CDevice* device = Library().Channels().Find(channel);
+    CChannelTable& channels = Library().Channels();
+    const CChannelTable::CVisit visit(channels);
+    CDevice* device = channels.Find(channel);
     if (device == nullptr) {
       return failure;
     }

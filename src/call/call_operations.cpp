@@ -11,9 +11,10 @@ namespace {
 
 enum class EDialResult { kDone, kBusy, kNoCall, kRefused };
 
-// Under the trunk lock, which keeps other calls away from the channel meanwhile.
+// Under the trunk lock, which keeps other calls away from the channel meanwhile. Who waited for it over a shut-down
+// finds the channel retired, and its trunk perhaps in use again.
 EDialResult PlaceCall(CDevice& device, CTrunk& trunk, const char* number) ZELK_REQUIRES(trunk.lock) {
-  if (device.Call().View().callHandle != nullptr) {
+  if (device.IsRetired() || device.Call().View().callHandle != nullptr) {
     return EDialResult::kBusy;
   }
   device.StartQueue().Clear();
@@ -87,6 +88,9 @@ bool Answer(CDevice& device) {
   const bool connectsAtOnce = trunk.nodeType == kNetworkSide;
   {
     CScopedLock held(trunk.lock);
+    if (device.IsRetired()) {
+      return false;
+    }
     if (device.Call().View().connected) {
       return true;  // it was while we waited for the lock
     }
@@ -113,7 +117,7 @@ bool Hangup(CDevice& device) {
   {
     CTrunk& trunk = device.Trunk();
     CScopedLock held(trunk.lock);
-    isSent = SendHangup(device, trunk);
+    isSent = !device.IsRetired() && SendHangup(device, trunk);
   }
   if (!isSent) {
     LogLine("Hangup()-> Failed in Q931 release()", device.LogChannel());
@@ -128,6 +132,9 @@ bool Reject(CDevice& device) {
   }
   CTrunk& trunk = device.Trunk();
   CScopedLock held(trunk.lock);
+  if (device.IsRetired()) {
+    return false;
+  }
   if (device.Call().View().connected) {
     return true;  // it was while we waited for the lock
   }

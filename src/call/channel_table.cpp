@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "call/channel_table.h"
 
+#include <utility>
+
 namespace zelk {
 
 CChannelTable::~CChannelTable() {
   Clear();
+  // Whoever is inside at the very end holds on to memory; the system takes it back.
+  (void)retired.release();
 }
 
 bool CChannelTable::Add(std::unique_ptr<CDevice> device) {
@@ -38,10 +42,23 @@ void CChannelTable::CloseAll() {
 }
 
 void CChannelTable::Clear() {
-  for (std::atomic<CDevice*>& slot : slots) {
-    std::unique_ptr<CDevice> gone(slot.exchange(nullptr, std::memory_order_acq_rel));
-  }
   count.store(0, std::memory_order_release);
+  for (std::atomic<CDevice*>& slot : slots) {
+    if (CDevice* const device = slot.exchange(nullptr)) {
+      device->Retire(std::move(retired));
+      retired.reset(device);
+    }
+  }
+  if (visitors == 0) {
+    DestroyRetired();
+  }
+}
+
+// One by one: a list that destroys itself goes as deep as it is long.
+void CChannelTable::DestroyRetired() {
+  while (retired) {
+    retired = retired->TakeNext();
+  }
 }
 
 }  // namespace zelk

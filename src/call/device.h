@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "call/call_state.h"
 #include "call/call_type.h"
@@ -43,6 +44,15 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
   // Reads "DOWN" from here until the trunk next comes up; a call goes on. Nothing when it is not open.
   void Close();
   bool IsOpen() const { return isOpen; }
+
+  // Taken out of the table while an export may still be inside; it does nothing more to its trunk. Keeps the next of a
+  // list. Thread: initialising; IsRetired any.
+  void Retire(std::unique_ptr<CDevice> nextRetired) {
+    next = std::move(nextRetired);
+    isRetired = true;
+  }
+  std::unique_ptr<CDevice> TakeNext() { return std::move(next); }
+  bool IsRetired() const { return isRetired; }
 
   CTrunk& Trunk() const;
   int32_t CardIndex() const { return place.cardIndex; }
@@ -111,6 +121,8 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
   const std::string burnDate;
   const uint8_t firmwareVersion;
 
+  std::unique_ptr<CDevice> next;
+  std::atomic<bool> isRetired{false};
   std::atomic<bool> isOpen{false};
   std::atomic<uint32_t> lastError{0};
   std::atomic<bool> allowIncoming{true};

@@ -99,8 +99,8 @@ struct SLifeEnd {
   int64_t callbackMs = 0;        // so long the callback takes from then on
   bool isUnderLock = false;      // and waits for a lock of the application, under which the library is shut down
   bool callsEverything = false;  // it has called every function for its channel
-  // A play callback of the trunk dials meanwhile, and waits for the trunk. Not drawn: the channel is destroyed under
-  // it.
+  // A play callback of the trunk dials meanwhile, and waits for the trunk. Not drawn: a call that it gets through is
+  // nobody's for the checks.
   bool dialsInBlock = false;
   int64_t downMs = 0;
 };

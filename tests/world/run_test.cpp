@@ -68,6 +68,15 @@ SWorldPlan Minute(uint64_t seed) {
   return plan;
 }
 
+// A shut-down gives up on callbacks that hang: here on one that has a trunk, and on one in a dial that waits for it.
+TEST(Run, AnExportThatIsKeptOverAShutDownFindsItsChannel) {
+  for (const EMoment moment : {EMoment::kIncoming, EMoment::kDisconnected, EMoment::kChannelState}) {
+    SWorldPlan plan = QuietPlan();
+    plan.lives.push_back({.afterMs = 700, .moment = moment, .isUnderLock = true, .dialsInBlock = true});
+    EXPECT_EQ("", FailuresOf(plan)) << static_cast<int>(moment);
+  }
+}
+
 TEST(Run, ASeedIsOneRunForEver) {
   for (uint64_t seed = 2; seed < 6; ++seed) {
     const SRunResult first = RunWorldApart(Minute(seed));

@@ -2,6 +2,8 @@
 #include "call/channel_table.h"
 
 #include <limits>
+#include <optional>
+#include <utility>
 
 #include "call_fixture.h"
 
@@ -47,6 +49,20 @@ TEST_F(ChannelTable, ClearingEmptiesIt) {
   EXPECT_EQ(table.Count(), 0);
   EXPECT_EQ(table.Find(0), nullptr);
   EXPECT_EQ(table.At(0), nullptr);
+}
+
+TEST_F(ChannelTable, AChannelThatIsInUseOutlivesTheClearing) {
+  std::optional<CChannelTable::CVisit> visit(std::in_place, table);
+  CDevice& found = Channel(3);
+  table.Clear();
+  EXPECT_EQ(table.Find(3), nullptr);
+  EXPECT_TRUE(found.IsRetired());
+  EXPECT_FALSE(Dial(found, "5551234", nullptr));
+  EXPECT_FALSE(Answer(found));
+  EXPECT_FALSE(Reject(found));
+  EXPECT_EQ(found.Call().View().callHandle, nullptr);
+  visit.reset();
+  table.Clear();  // and now it is gone: the address sanitizer sees both
 }
 
 TEST_F(ChannelTable, ClosingAllClosesTheOpenOnes) {
