@@ -7,7 +7,7 @@
 
 namespace trace {
 
-std::int64_t CSoundTrack::Add(std::uint32_t sequence, tool::Bytes codes) {
+std::int64_t CSoundTrack::Add(std::uint32_t sequence, tool::Bytes&& codes) {
   std::int64_t step = lastSequence ? static_cast<std::int32_t>(sequence - *lastSequence) : 0;
   if (step > kFarthestLoss || step < -kFarthestLoss) {
     step = 1;

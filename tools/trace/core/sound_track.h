@@ -17,7 +17,7 @@ class CSoundTrack {
   static constexpr std::int64_t kFarthestLoss = 10'000;  // packets
 
   // A-law codes; the place in the track that they got, counted in packets.
-  std::int64_t Add(std::uint32_t sequence, tool::Bytes codes);
+  std::int64_t Add(std::uint32_t sequence, tool::Bytes&& codes);
   // The same for every later packet: one timeslot alone of what was kept, of frames of `frameBytes`.
   void Narrow(std::size_t frameBytes, std::size_t timeslot);
 
