@@ -137,8 +137,8 @@ FAULTS = (
         (
             (
                 "src/call/call_operations.cpp",
-                "    CScopedLock held(trunk.lock);\n    isSent = SendHangup(device, trunk);",
-                "    isSent = SendHangup(device, trunk);",
+                "    CScopedLock held(trunk.lock);\n    isSent = !device.IsRetired() && SendHangup(device, trunk);",
+                "    isSent = !device.IsRetired() && SendHangup(device, trunk);",
             ),
         ),
         "a controller of libpri is used without its lock",
