@@ -177,8 +177,8 @@ function(zelk_add_tests target directory)
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${PROJECT_SOURCE_DIR}/scripts/netns)
   endif()
-  # One thread does the work in these: the thread sanitizer has nothing to see.
-  set(with_one_thread unit_formats unit_common unit_trace unit_phone unit_cardsim fuzz_tests)
+  # One thread runs in these: the thread sanitizer has nothing to see.
+  set(with_one_thread unit_formats unit_common unit_trace unit_phone fuzz_tests)
   if(ZELK_SANITIZE MATCHES "thread" AND target IN_LIST with_one_thread)
     set_target_properties(${target} PROPERTIES EXCLUDE_FROM_ALL ON)
     return()

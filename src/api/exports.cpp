@@ -69,9 +69,8 @@ void ZELK_CALL ZELK_CloseChannel(int32_t channel) {
 uint32_t ZELK_CALL ZELK_GetLastError(int32_t channel) {
   constexpr uint32_t kBadChannel = ZELK_ERROR_BAD_CHANNEL;
   return Guarded(kBadChannel, [channel]() -> uint32_t {
-    CChannelTable& channels = Library().Channels();
-    const CChannelTable::CVisit visit(channels);
-    const CDevice* device = channels.Find(channel);
+    const CChannelTable::CVisit visit(Library().Channels());
+    const CDevice* device = visit.Find(channel);
     return device != nullptr ? device->LastError() : kBadChannel;
   });
 }

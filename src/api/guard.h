@@ -32,9 +32,8 @@ void Guarded(Body&& body) noexcept {
 template <class Result, class Body>
 Result ForChannel(int32_t channel, Result failure, Body&& body) noexcept {
   return Guarded(failure, [&]() -> Result {
-    CChannelTable& channels = Library().Channels();
-    const CChannelTable::CVisit visit(channels);
-    CDevice* device = channels.Find(channel);
+    const CChannelTable::CVisit visit(Library().Channels());
+    CDevice* device = visit.Find(channel);
     if (device == nullptr) {
       return failure;
     }

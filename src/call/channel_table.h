@@ -28,6 +28,8 @@ class CChannelTable {
     CVisit(const CVisit&) = delete;
     CVisit& operator=(const CVisit&) = delete;
 
+    CDevice* Find(int32_t channel) const { return table.Find(channel); }
+
    private:
     CChannelTable& table;
   };

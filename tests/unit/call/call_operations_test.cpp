@@ -41,6 +41,28 @@ TEST_F(CallOperations, RejectClearsTheOfferWithCause21AndResetsWithoutEvent) {
   EXPECT_EQ(cleared.cause, kCauseCallRejected);
 }
 
+// As one is that waited for its trunk over a shut-down.
+TEST_F(CallOperations, ARetiredChannelPlacesNoCall) {
+  JoinTrunk(kUser);
+  Channel(4).Retire(nullptr);
+  EXPECT_FALSE(Dial(Channel(4), "5551234", nullptr));
+  EXPECT_TRUE(trunk->us.written.empty());
+  EXPECT_EQ(View(4).callHandle, nullptr);
+}
+
+TEST_F(CallOperations, ARetiredChannelLeavesItsCallAlone) {
+  JoinTrunk(kNetwork);
+  Offer(5);
+  trunk->us.written.clear();
+  Channel(4).Retire(nullptr);
+  EXPECT_FALSE(Answer(Channel(4)));
+  EXPECT_FALSE(Reject(Channel(4)));
+  EXPECT_NE(View(4).callHandle, nullptr);
+  EXPECT_TRUE(Hangup(Channel(4)));
+  EXPECT_TRUE(trunk->us.written.empty());
+  EXPECT_EQ(application.Take(), Posted{});
+}
+
 TEST_F(CallOperations, RejectWithoutCallResetsAndIsFalse) {
   EXPECT_FALSE(Reject(Channel(35)));
   EXPECT_EQ(Channel(35).LastCause(), 16);

@@ -53,16 +53,12 @@ TEST_F(ChannelTable, ClearingEmptiesIt) {
 
 TEST_F(ChannelTable, AChannelThatIsInUseOutlivesTheClearing) {
   std::optional<CChannelTable::CVisit> visit(std::in_place, table);
-  CDevice& found = Channel(3);
+  const CDevice* found = visit->Find(3);
   table.Clear();
-  EXPECT_EQ(table.Find(3), nullptr);
-  EXPECT_TRUE(found.IsRetired());
-  EXPECT_FALSE(Dial(found, "5551234", nullptr));
-  EXPECT_FALSE(Answer(found));
-  EXPECT_FALSE(Reject(found));
-  EXPECT_EQ(found.Call().View().callHandle, nullptr);
+  EXPECT_EQ(visit->Find(3), nullptr);
+  EXPECT_TRUE(found->IsRetired());  // the address sanitizer sees it if it is gone
   visit.reset();
-  table.Clear();  // and now it is gone: the address sanitizer sees both
+  table.Clear();  // and that it is gone now, or the leak checker tells
 }
 
 TEST_F(ChannelTable, ClosingAllClosesTheOpenOnes) {
