@@ -119,26 +119,33 @@ function(zelk_wine_test test)
     FAIL_REGULAR_EXPRESSION "FAILED  ." ENVIRONMENT "WINEPREFIX=${PROJECT_BINARY_DIR}/wine;${ARGN}")
 endfunction()
 
-# What a test costs is its compilation: little optimisation, and of the sanitizers those that the linked code needs; what
-# is undefined is looked for in the code under test.
+# What a test costs is its compilation: no optimisation, and of the sanitizers those that the linked code needs; what is
+# undefined is looked for in the code under test.
 # Linked after zelk_options, so that its options come after those and overrule them.
 add_library(zelk_test_options INTERFACE)
-target_compile_options(zelk_test_options INTERFACE -O1 -g1)
+target_compile_options(zelk_test_options INTERFACE -O0 -g1)
 if(ZELK_SANITIZE MATCHES "undefined")
   target_compile_options(zelk_test_options INTERFACE -fno-sanitize=undefined)
 endif()
 
-# zelk_add_test_headers(): the target test_headers, whose precompiled headers every test program uses.
-function(zelk_add_test_headers)
+# For what calculates: sound, checksums, thousands of inputs. Linked after zelk_test_options. (An option that was given
+# before is dropped where it comes again, unless it looks different.)
+add_library(zelk_optimised_test_options INTERFACE)
+target_compile_options(zelk_optimised_test_options INTERFACE SHELL:-O1)
+target_link_libraries(zelk_optimised_test_options INTERFACE zelk_test_options)
+set(ZELK_OPTIMISED_TESTS unit_formats unit_playback unit_dsp unit_stream world_tests)
+
+# zelk_add_test_headers(NAME OPTIONS): a target whose precompiled headers every test program with those options uses.
+function(zelk_add_test_headers name options)
   # A program too, so that it is compiled as the others are.
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test_headers.cpp CONTENT "int main() {}\n")
-  add_executable(test_headers ${PROJECT_BINARY_DIR}/test_headers.cpp)
-  target_link_libraries(test_headers PRIVATE zelk_options zelk_test_options GTest::gmock GTest::gtest_main
+  add_executable(${name} ${PROJECT_BINARY_DIR}/test_headers.cpp)
+  target_link_libraries(${name} PRIVATE zelk_options ${options} GTest::gmock GTest::gtest_main
     Threads::Threads)
   if(WIN32)
-    target_link_libraries(test_headers PRIVATE zelk_posix_sockets)
+    target_link_libraries(${name} PRIVATE zelk_posix_sockets)
   endif()
-  target_precompile_headers(test_headers PRIVATE
+  target_precompile_headers(${name} PRIVATE
     <gmock/gmock.h> <gtest/gtest.h>
     <algorithm> <array> <atomic> <chrono> <condition_variable> <filesystem> <fstream> <functional> <map> <memory> <mutex>
     <random> <string> <thread> <vector>)
@@ -160,9 +167,13 @@ function(zelk_add_tests target directory)
   string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${directory}
     ${PROJECT_SOURCE_DIR}/tests/support/${system})
-  target_link_libraries(${target} PRIVATE zelk_options zelk_test_options ${ARGN} GTest::gmock GTest::gtest_main)
+  set(kind test)
+  if(target IN_LIST ZELK_OPTIMISED_TESTS)
+    set(kind optimised_test)
+  endif()
+  target_link_libraries(${target} PRIVATE zelk_options zelk_${kind}_options ${ARGN} GTest::gmock GTest::gtest_main)
   # The test framework's headers are read once for all.
-  target_precompile_headers(${target} REUSE_FROM test_headers)
+  target_precompile_headers(${target} REUSE_FROM ${kind}_headers)
   file(GLOB c_sources ${directory}/*_test.c)
   set_source_files_properties(${c_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
   if(WIN32)
