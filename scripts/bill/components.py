@@ -39,8 +39,9 @@ LINKED = {
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
     "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", *WINDOWS),
     "zelk-phone.exe": ("CLI11", *WINDOWS),
-    # Archives for linkers: they name what is in the DLL.
     "zelkqueue.dll": WINDOWS,
+    "zelk-decode-capture": (),  # a script
+    # Archives for linkers: they name what is in the DLL.
     "libZelkApi64.dll.a": (),
     "libzelkqueue.dll.a": (),
     "ZelkApi64.lib": (),
