@@ -11,7 +11,11 @@ if(CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version AND CMAKE_INSTALL_L
 endif()
 
 # Each Debian package has a folder of its own for its papers.
-foreach(component library development tools documentation)
+set(components library development tools documentation)
+if(NOT WIN32)
+  list(APPEND components python)
+endif()
+foreach(component IN LISTS components)
   set(doc_${component} ${CMAKE_INSTALL_DOCDIR})
 endforeach()
 if(NOT WIN32)
@@ -19,6 +23,7 @@ if(NOT WIN32)
   set(doc_development ${CMAKE_INSTALL_DATAROOTDIR}/doc/libzelkapi64-dev)
   set(doc_tools ${CMAKE_INSTALL_DATAROOTDIR}/doc/zelkapi64-tools)
   set(doc_documentation ${CMAKE_INSTALL_DATAROOTDIR}/doc/zelkapi64-doc)
+  set(doc_python ${CMAKE_INSTALL_DATAROOTDIR}/doc/python3-zelkapi)
 endif()
 
 # The library, with what has to go along with every copy of it.
@@ -29,9 +34,14 @@ install(TARGETS ZelkApi zelkqueue EXPORT ZelkApi64
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-foreach(component library development tools documentation)
+foreach(component IN LISTS components)
   install(FILES LICENSE THIRD-PARTY-NOTICES.md DESTINATION ${doc_${component}} COMPONENT ${component})
 endforeach()
+if(WIN32)
+  # The licence of two that are linked in; Debian has it on every system.
+  install(FILES ${PROJECT_BINARY_DIR}/deps/libsndfile-1.2.0/COPYING RENAME LGPL-2.1.txt DESTINATION ${doc_library}
+    COMPONENT library)
+endif()
 install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION ${doc_library} COMPONENT library)
 install(FILES examples/ZelkApi.ini DESTINATION ${doc_library} COMPONENT library)
 
@@ -54,7 +64,30 @@ configure_file(cmake/zelkapi64.pc.in zelkapi64.pc @ONLY)
 configure_file(cmake/zelkqueue.pc.in zelkqueue.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zelkapi64.pc ${PROJECT_BINARY_DIR}/zelkqueue.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 install(DIRECTORY examples/ DESTINATION ${doc_development}/examples COMPONENT development
-  FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.cs" PATTERN "*.py" PATTERN "*.config")
+  FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.cs" PATTERN python EXCLUDE)
+# For .NET a file to add to a project.
+install(FILES bindings/dotnet/ZelkApi.cs bindings/dotnet/ZelkApi.config DESTINATION ${CMAKE_INSTALL_DATADIR}/zelkapi64/dotnet
+  COMPONENT development)
+
+# The Python package. Wheels bring the queue library along (scripts/packaging/wheel); where packages are installed it is
+# the system's. The papers are what Python's own tools know a package by.
+if(WIN32)
+  install(DIRECTORY examples/python DESTINATION ${doc_development}/examples COMPONENT development
+    FILES_MATCHING PATTERN "*.py")
+else()
+  install(DIRECTORY bindings/python/zelkapi DESTINATION lib/python3/dist-packages COMPONENT python
+    FILES_MATCHING PATTERN "*.py" PATTERN py.typed PATTERN __pycache__ EXCLUDE)
+  set(metadata ${PROJECT_BINARY_DIR}/zelkapi-${PROJECT_VERSION}.dist-info/METADATA)
+  file(CONFIGURE OUTPUT ${metadata} CONTENT "Metadata-Version: 2.1
+Name: zelkapi
+Version: ${PROJECT_VERSION}
+Summary: Voice calls on ISDN primary-rate E1 trunks, through the ZelkApi64 library
+License: GPL-2.0-only
+Requires-Python: >=3.9
+")
+  install(FILES ${metadata} DESTINATION lib/python3/dist-packages/zelkapi-${PROJECT_VERSION}.dist-info COMPONENT python)
+  install(DIRECTORY examples/python/ DESTINATION ${doc_python}/examples COMPONENT python FILES_MATCHING PATTERN "*.py")
+endif()
 
 # The programs.
 install(TARGETS zelk-cardsim zelk-phone RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

@@ -9,19 +9,20 @@ ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 POOL = "https://deb.debian.org/debian/pool/main"
 RUNTIME = "GPL-3.0-or-later WITH GCC-exception-3.1"
 
-# name: licence, and either the pinned tarball with its folder in the archive, or the package that has it.
+# name: licence, either the pinned tarball with its folder in the archive or the package that has it, and how its line in
+# THIRD-PARTY-NOTICES.md begins, where that is not the name.
 COMPONENTS = {
     "libpri": {"licence": "GPL-2.0-only", "pinned": "libp/libpri"},
     "spandsp": {"licence": "LGPL-2.1-only", "pinned": "s/spandsp"},
     "libsndfile": {"licence": "LGPL-2.1-or-later", "pinned": "libs/libsndfile"},
-    "asio": {"licence": "BSL-1.0", "package": "libasio-dev"},
+    "asio": {"licence": "BSL-1.0", "package": "libasio-dev", "notice": "Asio"},
     "CLI11": {"licence": "BSD-3-Clause", "package": "libcli11-dev"},
-    "nlohmann-json": {"licence": "MIT", "package": "nlohmann-json3-dev"},
-    "fmt": {"licence": "MIT", "package": "libfmt-dev"},
-    "libgcc": {"licence": RUNTIME, "package": "libgcc-12-dev"},
-    "glibc": {"licence": "LGPL-2.1-or-later", "package": "libc6-dev"},
-    "libstdc++-mingw": {"licence": RUNTIME, "package": "g++-mingw-w64-x86-64-posix"},
-    "libgcc-mingw": {"licence": RUNTIME, "package": "gcc-mingw-w64-x86-64-posix"},
+    "nlohmann-json": {"licence": "MIT", "package": "nlohmann-json3-dev", "notice": "JSON for Modern C++"},
+    "fmt": {"licence": "MIT", "package": "libfmt-dev", "notice": "{fmt}"},
+    "libgcc": {"licence": RUNTIME, "package": "libgcc-12-dev", "notice": "GCC run-time library libgcc"},
+    "glibc": {"licence": "LGPL-2.1-or-later", "package": "libc6-dev", "notice": "GNU C library"},
+    "libstdc++-mingw": {"licence": RUNTIME, "package": "g++-mingw-w64-x86-64-posix", "notice": "GCC run-time library libstdc++"},
+    "libgcc-mingw": {"licence": RUNTIME, "package": "gcc-mingw-w64-x86-64-posix", "notice": "GCC run-time library libgcc"},
     "mingw-w64": {"licence": "ZPL-2.1 AND MIT", "package": "mingw-w64-x86-64-dev"},
     "winpthreads": {"licence": "MIT AND BSD-3-Clause", "package": "mingw-w64-x86-64-dev"},
 }
@@ -38,8 +39,9 @@ LINKED = {
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
     "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", *WINDOWS),
     "zelk-phone.exe": ("CLI11", *WINDOWS),
-    # Archives for linkers: they name what is in the DLL.
     "zelkqueue.dll": WINDOWS,
+    "zelk-decode-capture": (),  # a script
+    # Archives for linkers: they name what is in the DLL.
     "libZelkApi64.dll.a": (),
     "libzelkqueue.dll.a": (),
     "ZelkApi64.lib": (),

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: GPL-2.0-only
 """The bill of materials of each program and library names what the linker took in, and nothing else: they are linked once more
-with a map, and what stands in it, by its file, is held against the bill. Usage: sbom_check.py BUILD
+with a map, and what stands in it, by its file, is held against the bill. The third-party notices name all of it, with its
+version. Usage: sbom_check.py BUILD
 """
 import json
 import os
@@ -10,6 +11,10 @@ import subprocess
 import sys
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(ROOT, "scripts", "bill"))
+
+from components import COMPONENTS, described  # noqa: E402
+
 MINGW = "x86_64-w64-mingw32"
 # By which a file in a link map is known; the first that fits counts. None: a file of ours, or an archive of another DLL's names.
 FILES = [
@@ -72,20 +77,38 @@ def billed(build, program, work):
     return {package["name"] for package in found}
 
 
+def unnoticed(components):
+    """What is amiss in the third-party notices, for each of the components."""
+    with open(os.path.join(ROOT, "THIRD-PARTY-NOTICES.md"), encoding="utf-8") as file:
+        lines = [line.strip("| \n").split(" | ") for line in file if line.startswith("| ")]
+    for name in sorted(components):
+        versions = [line[1] for line in lines if line[0].startswith(COMPONENTS[name].get("notice", name))]
+        version = described(name)["version"]
+        if not versions:
+            yield f"{name} is not in THIRD-PARTY-NOTICES.md"
+        elif not re.match(rf"(\d+:)?{re.escape(versions[0])}\b", version):
+            yield f"{name} is of version {version}, and of {versions[0]} in THIRD-PARTY-NOTICES.md"
+
+
 def main():
     build = os.path.abspath(sys.argv[1])
     system = "Windows" if os.path.exists(os.path.join(build, "bin", "ZelkApi64.dll")) else "Linux"
     work = os.path.abspath(sys.argv[2] if len(sys.argv) > 2 else os.path.join(build, "bill"))
     os.makedirs(work, exist_ok=True)
     failed = False
+    everything = set()
     for program in PROGRAMS[system]:
         taken = set().union(*map(components_of, link_map(build, program, work))) | by_name(build, program)
         bill = billed(build, program, work)
+        everything |= bill
         for fault, names in (("is in it and not in its bill", taken - bill), ("is in its bill and not in it", bill - taken)):
             for name in sorted(names):
                 print(f"sbom_check: {program}: {name} {fault}", file=sys.stderr)
                 failed = True
         print(f"{program}: {', '.join(sorted(bill))}")
+    for fault in unnoticed(everything):
+        print(f"sbom_check: {fault}", file=sys.stderr)
+        failed = True
     sys.exit(failed)
 
 
