@@ -84,7 +84,7 @@ class Dialler:
         channel = event.channel if isinstance(event, zelkapi.ChannelEvent) else self.zelk.channels[0]
         entry = self.calls.get(channel)
         if isinstance(event, zelkapi.Timeout) and event.name in self.retries:
-            self.waiting = sorted([*self.waiting, self.retries.pop(event.name)], key=lambda each: each.place)
+            self.waiting.append(self.retries.pop(event.name))
         elif isinstance(event, zelkapi.IncomingCall):
             channel.reject()
             if entry:

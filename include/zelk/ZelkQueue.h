@@ -65,10 +65,10 @@ enum ZelkQueueResult {
   ZELKQ_BAD_ARGUMENT = -2,    /**< a null pointer, a size out of range, a channel that does not exist */
   ZELKQ_ALREADY_STARTED = -3, /**< ZELKQ_Start: in use; stop it first */
   ZELKQ_INIT_FAILED = -4,     /**< ZELKQ_Start: ZELK_Init said false */
-  ZELKQ_NO_MEMORY = -5,
-  ZELKQ_NO_TEXT = -6, /**< ZELKQ_GetText: the key has no text */
-  ZELKQ_NO_RING = -7, /**< the channel's sound is not kept, see ZELKQ_SetRing */
-  ZELKQ_FORKED = -8   /**< ZELKQ_Start: in a child of a process that had started it */
+  ZELKQ_NO_MEMORY = -5,       /**< ZELKQ_Start, ZELKQ_SetRing: the system had none for it */
+  ZELKQ_NO_TEXT = -6,         /**< ZELKQ_GetText: the key has no text */
+  ZELKQ_NO_RING = -7,         /**< the channel's sound is not kept, see ZELKQ_SetRing */
+  ZELKQ_FORKED = -8           /**< ZELKQ_Start: in a child of a process that had started it */
 };
 
 /** An event as it waits to be read: 32 bytes, no gaps. */

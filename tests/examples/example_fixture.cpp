@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "common/g711.h"
 #include "support/wav_bytes.h"
 
 std::vector<std::string> CExampleTest::command;

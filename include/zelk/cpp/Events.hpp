@@ -29,7 +29,11 @@ enum OwnEvent : std::uint32_t {
 };
 
 /** Which code threw. */
-enum FailedHandler : std::int32_t { kEventHandler = 0, kRecordHandler = 1, kPlayHandler = 2 };
+enum FailedHandler : std::int32_t {
+  kEventHandler = 0,  /**< Handlers::onEventOnLibraryThread, told every time */
+  kRecordHandler = 1, /**< Handlers::onRecordOnLibraryThread, told the first time */
+  kPlayHandler = 2    /**< Handlers::onPlayOnLibraryThread, told the first time */
+};
 
 /** Something that happened. */
 struct Event {

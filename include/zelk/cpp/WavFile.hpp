@@ -51,7 +51,10 @@ class WavError : public Error {
 class WavFile {
  public:
   /** How samples stand in a file that is written. */
-  enum class Coding { Alaw, Linear16 };
+  enum class Coding {
+    Alaw,    /**< a byte a sample, as it came from the line */
+    Linear16 /**< two bytes a sample, for programs that do not know A-law */
+  };
 
   /** The sound of a file of 8000 Hz mono (16-bit or 8-bit linear, A-law or mu-law) as A-law; throws WavError. */
   static std::vector<std::uint8_t> read(const std::filesystem::path& path) { return Reader(path).read(); }
