@@ -9,6 +9,7 @@
 #include "phone/call_events.h"
 #include "phone/digits.h"
 #include "phone/phone_error.h"
+#include "phone/play_error.h"
 
 namespace phone {
 
@@ -19,19 +20,6 @@ using std::chrono::seconds;
 
 // The network confirms a hang-up in well under a second; past this the call is given up.
 constexpr seconds kHangUpLimit{10};
-
-const char* PlayErrorText(uint32_t error) {
-  switch (error) {
-    case ZELK_ERROR_FILE_OPEN:
-      return "it is not a readable WAV file";
-    case ZELK_ERROR_FILE_READ:
-      return "it is cut short";
-    case ZELK_ERROR_BAD_FORMAT:
-      return "it is not 8000 Hz mono in a telephone format";
-    default:
-      return "there is no memory for it";
-  }
-}
 
 }  // namespace
 

@@ -31,5 +31,7 @@ struct SDialOptions {
 void RunChannels(CReport& report, int trunkSeconds);
 void RunAnswer(CReport& report, const SAnswerOptions& options, int trunkSeconds);
 void RunDial(CReport& report, const SDialOptions& options, int trunkSeconds);
+// Commands come in lines on standard input, whose end ends it; see docs/phone.md.
+void RunServe(CReport& report, int trunkSeconds);
 
 }  // namespace phone

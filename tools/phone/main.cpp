@@ -89,23 +89,28 @@ int Run(int argc, char** argv) {
   const CLI::App* answerCommand = AddAnswerCommand(app, answer);
   phone::SDialOptions dial;
   const CLI::App* dialCommand = AddDialCommand(app, dial);
+  const CLI::App* serveCommand =
+      app.add_subcommand("serve", "take commands on all channels from standard input, one JSON object a line");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : static_cast<int>(phone::EExit::kUsage);
   }
-  return Report(asJson, app.get_subcommands().front()->get_name(), [&](phone::CReport& report) {
-    if (!isForced) {
-      phone::RequireCardsFree();
-    }
-    if (answerCommand->parsed()) {
-      phone::RunAnswer(report, answer, trunkSeconds);
-    } else if (dialCommand->parsed()) {
-      phone::RunDial(report, dial, trunkSeconds);
-    } else {
-      phone::RunChannels(report, trunkSeconds);
-    }
-  });
+  return Report(asJson || serveCommand->parsed(), app.get_subcommands().front()->get_name(),
+                [&](phone::CReport& report) {
+                  if (!isForced) {
+                    phone::RequireCardsFree();
+                  }
+                  if (answerCommand->parsed()) {
+                    phone::RunAnswer(report, answer, trunkSeconds);
+                  } else if (dialCommand->parsed()) {
+                    phone::RunDial(report, dial, trunkSeconds);
+                  } else if (serveCommand->parsed()) {
+                    phone::RunServe(report, trunkSeconds);
+                  } else {
+                    phone::RunChannels(report, trunkSeconds);
+                  }
+                });
 }
 
 }  // namespace
