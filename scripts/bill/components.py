@@ -32,12 +32,12 @@ WINDOWS = ("libstdc++-mingw", "libgcc-mingw", "mingw-w64", "winpthreads")
 LINKED = {
     "libZelkApi-64.so": ("libpri", "spandsp", *LINUX),
     "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", *LINUX),
-    "zelk-phone": ("CLI11", *LINUX),
+    "zelk-phone": ("CLI11", "nlohmann-json", *LINUX),
     "zelk-trace": ("CLI11", "fmt", "nlohmann-json", *LINUX),
     "libzelkqueue.so": LINUX,
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
     "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", *WINDOWS),
-    "zelk-phone.exe": ("CLI11", *WINDOWS),
+    "zelk-phone.exe": ("CLI11", "nlohmann-json", *WINDOWS),
     # Archives for linkers: they name what is in the DLL.
     "zelkqueue.dll": WINDOWS,
     "libZelkApi64.dll.a": (),

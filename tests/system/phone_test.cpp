@@ -253,8 +253,16 @@ TEST_F(Phone, the_port_held_on_an_address_of_its_own_does_not_matter) {
   EXPECT_EQ(run.exitCode, 0) << run.Text();
 }
 
-TEST_F(Phone, channels_fails_when_none_is_usable) {
+TEST_F(Phone, every_command_but_serve_needs_a_usable_channel) {
   Card().CutLine(0, true);
+  for (const char* words : {"dial 3 0405556789", "answer --wait 1"}) {
+    const SRun run = Run(std::string("--wait-trunks 1 ") + words);
+    EXPECT_EQ(run.exitCode, 4) << words;
+    EXPECT_EQ(run.lines.back().rfind("zelk-phone: ", 0), 0U) << run.Text();
+  }
+  // Trunks may come up under it.
+  const SRun served = Run("--wait-trunks 1 serve < /dev/null");
+  EXPECT_EQ(served.exitCode, 0) << served.Text();
   const SRun none = Run("--wait-trunks 1 channels");
   EXPECT_EQ(CountOf(none.lines, "0 of 30 channels usable"), 1U) << none.Text();
   EXPECT_EQ(none.exitCode, 4);
