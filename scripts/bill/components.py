@@ -17,6 +17,7 @@ COMPONENTS = {
     "asio": {"licence": "BSL-1.0", "package": "libasio-dev"},
     "CLI11": {"licence": "BSD-3-Clause", "package": "libcli11-dev"},
     "nlohmann-json": {"licence": "MIT", "package": "nlohmann-json3-dev"},
+    "toml11": {"licence": "MIT", "package": "libtoml11-dev"},
     "fmt": {"licence": "MIT", "package": "libfmt-dev"},
     "libgcc": {"licence": RUNTIME, "package": "libgcc-12-dev"},
     "glibc": {"licence": "LGPL-2.1-or-later", "package": "libc6-dev"},
@@ -31,12 +32,12 @@ LINUX = ("glibc", "libgcc")
 WINDOWS = ("libstdc++-mingw", "libgcc-mingw", "mingw-w64", "winpthreads")
 LINKED = {
     "libZelkApi-64.so": ("libpri", "spandsp", *LINUX),
-    "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", *LINUX),
+    "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", "toml11", *LINUX),
     "zelk-phone": ("CLI11", "nlohmann-json", *LINUX),
     "zelk-trace": ("CLI11", "fmt", "nlohmann-json", *LINUX),
     "libzelkqueue.so": LINUX,
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
-    "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", *WINDOWS),
+    "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", "toml11", *WINDOWS),
     "zelk-phone.exe": ("CLI11", "nlohmann-json", *WINDOWS),
     # Archives for linkers: they name what is in the DLL.
     "zelkqueue.dll": WINDOWS,
