@@ -101,7 +101,7 @@ endif()
 
 # The guides, and what scripts/dev docs has made: where it has not run there is nothing of it.
 install(DIRECTORY docs/ DESTINATION ${doc_documentation} COMPONENT documentation
-  FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.schema.json" PATTERN man EXCLUDE)
 install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/html DESTINATION ${doc_documentation} COMPONENT documentation OPTIONAL)
 if(NOT WIN32)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/man/man1 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT tools OPTIONAL)

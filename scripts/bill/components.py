@@ -18,6 +18,7 @@ COMPONENTS = {
     "asio": {"licence": "BSL-1.0", "package": "libasio-dev", "notice": "Asio"},
     "CLI11": {"licence": "BSD-3-Clause", "package": "libcli11-dev"},
     "nlohmann-json": {"licence": "MIT", "package": "nlohmann-json3-dev", "notice": "JSON for Modern C++"},
+    "toml11": {"licence": "MIT", "package": "libtoml11-dev"},
     "fmt": {"licence": "MIT", "package": "libfmt-dev", "notice": "{fmt}"},
     "libgcc": {"licence": RUNTIME, "package": "libgcc-12-dev", "notice": "GCC run-time library libgcc"},
     "glibc": {"licence": "LGPL-2.1-or-later", "package": "libc6-dev", "notice": "GNU C library"},
@@ -32,13 +33,13 @@ LINUX = ("glibc", "libgcc")
 WINDOWS = ("libstdc++-mingw", "libgcc-mingw", "mingw-w64", "winpthreads")
 LINKED = {
     "libZelkApi-64.so": ("libpri", "spandsp", *LINUX),
-    "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", *LINUX),
-    "zelk-phone": ("CLI11", *LINUX),
+    "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", "toml11", *LINUX),
+    "zelk-phone": ("CLI11", "nlohmann-json", *LINUX),
     "zelk-trace": ("CLI11", "fmt", "nlohmann-json", *LINUX),
     "libzelkqueue.so": LINUX,
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
-    "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", *WINDOWS),
-    "zelk-phone.exe": ("CLI11", *WINDOWS),
+    "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", "toml11", *WINDOWS),
+    "zelk-phone.exe": ("CLI11", "nlohmann-json", *WINDOWS),
     "zelkqueue.dll": WINDOWS,
     "zelk-decode-capture": (),  # a script
     # Archives for linkers: they name what is in the DLL.

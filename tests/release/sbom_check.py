@@ -32,7 +32,8 @@ FILES = [
     (r"/(S?crt[1in]|libc_nonshared)\.[ao]$", "glibc"),
 ]
 # Libraries of headers leave no file behind, but names.
-NAMES = {"asio": r"\basio::", "CLI11": r"\bCLI::", "fmt": r"\bfmt::v\d+::", "nlohmann-json": r"\bnlohmann::"}
+NAMES = {"asio": r"\basio::", "CLI11": r"\bCLI::", "fmt": r"\bfmt::v\d+::", "nlohmann-json": r"\bnlohmann::",
+         "toml11": r"\btoml::"}
 # What is linked from C alone has no names of its own to be seen in a program without them.
 PROGRAMS = {"Linux": ["lib/libZelkApi-64.so", "lib/libzelkqueue.so", "bin/zelk-phone", "bin/zelk-cardsim", "bin/zelk-trace"],
             "Windows": ["bin/ZelkApi64.dll", "bin/zelkqueue.dll", "bin/zelk-phone.exe", "bin/zelk-cardsim.exe"]}

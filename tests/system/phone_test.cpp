@@ -226,7 +226,7 @@ TEST_F(Phone, no_command_starts_beside_an_application_whose_call_goes_on) {
   ASSERT_TRUE(support::Eventually(isHeld, kSoon));
   for (const char* words : {"channels", "dial 3 0405556789 --answer-within 1", "answer --wait 1"}) {
     const SRun run = Run(words);
-    EXPECT_EQ(run.exitCode, 1) << words;
+    EXPECT_EQ(run.exitCode, 8) << words;
     ASSERT_EQ(run.lines.size(), 1U) << run.Text();
     EXPECT_EQ(run.lines[0].rfind(Holder(), 0), 0U) << run.Text();
   }
@@ -238,7 +238,7 @@ TEST_F(Phone, no_command_starts_beside_an_application_whose_call_goes_on) {
 TEST_F(Phone, force_starts_it_beside_whoever_holds_the_port) {
   const CHeldPort held("0.0.0.0");
   const SRun refused = Run("channels");
-  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_EQ(refused.exitCode, 8);
   EXPECT_EQ(refused.Text().rfind(Holder(), 0), 0U) << refused.Text();
   for (const char* words : {"channels --force", "--force channels"}) {
     const SRun forced = Run(words);
@@ -253,11 +253,19 @@ TEST_F(Phone, the_port_held_on_an_address_of_its_own_does_not_matter) {
   EXPECT_EQ(run.exitCode, 0) << run.Text();
 }
 
-TEST_F(Phone, channels_fails_when_none_is_usable) {
+TEST_F(Phone, every_command_but_serve_needs_a_usable_channel) {
   Card().CutLine(0, true);
+  for (const char* words : {"dial 3 0405556789", "answer --wait 1"}) {
+    const SRun run = Run(std::string("--wait-trunks 1 ") + words);
+    EXPECT_EQ(run.exitCode, 4) << words;
+    EXPECT_EQ(run.lines.back().rfind("zelk-phone: ", 0), 0U) << run.Text();
+  }
+  // Trunks may come up under it.
+  const SRun served = Run("--wait-trunks 1 serve < /dev/null");
+  EXPECT_EQ(served.exitCode, 0) << served.Text();
   const SRun none = Run("--wait-trunks 1 channels");
   EXPECT_EQ(CountOf(none.lines, "0 of 30 channels usable"), 1U) << none.Text();
-  EXPECT_EQ(none.exitCode, 1);
+  EXPECT_EQ(none.exitCode, 4);
   Card().CutLine(0, false);
   const SRun all = Run("--wait-trunks 30 channels");
   EXPECT_EQ(CountOf(all.lines, "30 of 30 channels usable"), 1U) << all.Text();

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <filesystem>
-#include <vector>
+#include <optional>
 
+#include "phone/call_events.h"
 #include "phone/commands.h"
+#include "phone/snapshot.h"
 
 namespace phone {
 
@@ -32,61 +34,63 @@ void OpenChannels(int wanted) {
   }
 }
 
-// The channel of the next offered call, or kAnyChannel when none came in time.
-int32_t AwaitCall(CSession& session, CProgress& progress, int waitSeconds) {
+// The next offered call; nothing when none came in time.
+std::optional<SPhoneEvent> AwaitCall(CSession& session, CReport& report, int waitSeconds) {
   const auto begin = Clock::now();
   while (!CSession::StopRequested() && (waitSeconds == 0 || Clock::now() - begin < seconds(waitSeconds))) {
     SPhoneEvent event;
     if (session.NextEvent(event, milliseconds(100)) && event.code == ZELK_EVENT_INCOMING_CALL) {
-      return event.channel;
+      return event;
     }
-    progress.Status("waiting for a call  " + Elapsed(Clock::now() - begin));
+    report.Status("waiting for a call  " + Elapsed(Clock::now() - begin));
   }
-  return kAnyChannel;
+  return std::nullopt;
+}
+
+void Tell(CReport& report, const SPhoneEvent& event) {
+  if (event.code == ZELK_EVENT_CHANNEL_STATE) {
+    report.Say("lost", "the trunk went down: call lost", {{"channel", event.channel}}, event.time);
+    return;
+  }
+  const SEventLine line = LineOf(event);
+  report.Say(line.type, line.text, line.fields, event.time);
 }
 
 // A caller may give up before the call is answered, or while it is: then there is no call, and the next one is waited
 // for.
-SCallEnd Serve(CSession& session, CRecorder& recorder, CProgress& progress, int32_t channel,
+SCallEnd Serve(CSession& session, CRecorder& recorder, CReport& report, const SPhoneEvent& offer,
                const SCallScript& script) {
-  progress.Line("incoming call on channel " + std::to_string(channel) + " from " + InfoText(channel, ZELK_INFO_CLI) +
-                " to " + InfoText(channel, ZELK_INFO_DLI) + " (" + InfoText(channel, ZELK_INFO_CALLTYPE) + ")");
-  if (session.TakeEnd(channel)) {
+  Tell(report, offer);
+  if (const std::optional<SPhoneEvent> end = session.TakeEnd(offer.channel)) {
+    Tell(report, *end);
     return {};
   }
-  CCallRun run(session, recorder, progress, channel, script);
-  ZELK_Answer(channel);
+  CCallRun run(session, recorder, report, offer.channel, script);
+  ZELK_Answer(offer.channel);
   constexpr int kConnectSeconds = 10;
   return run.Run(kConnectSeconds);
 }
 
-void RequireChannel(const CSession& session, int channel) {
-  if (channel >= session.ChannelCount()) {
-    throw CPhoneError("there is no channel " + std::to_string(channel) + "; the last is " +
-                      std::to_string(session.ChannelCount() - 1));
-  }
-}
-
 // Serves calls one by one until there have been enough; returns how many did not run to their end.
-int ServeCalls(CSession& session, CRecorder& recorder, CProgress& progress, const SAnswerOptions& options) {
+int ServeCalls(CSession& session, CRecorder& recorder, CReport& report, const SAnswerOptions& options) {
   int cut = 0;
   int served = 0;
   while (options.calls == 0 || served < options.calls) {
-    const int32_t channel = AwaitCall(session, progress, options.waitSeconds);
-    if (channel == kAnyChannel) {
+    const std::optional<SPhoneEvent> offer = AwaitCall(session, report, options.waitSeconds);
+    if (!offer) {
       if (CSession::StopRequested()) {
         return cut;
       }
-      throw CPhoneError("no call came in " + std::to_string(options.waitSeconds) + " s");
+      throw CPhoneError(EExit::kNoAnswer, "no call came in " + std::to_string(options.waitSeconds) + " s");
     }
     SCallScript script = options.script;
     script.recordFile = NumberedPath(options.script.recordFile, served + 1);
-    const SCallEnd end = Serve(session, recorder, progress, channel, script);
+    const SCallEnd end = Serve(session, recorder, report, *offer, script);
     if (end.connected) {
       ++served;
       cut += end.lost ? 1 : 0;
     } else {
-      progress.Line("no call came about, waiting for the next");
+      report.Text("no call came about, waiting for the next");
     }
   }
   return cut;
@@ -94,24 +98,25 @@ int ServeCalls(CSession& session, CRecorder& recorder, CProgress& progress, cons
 
 }  // namespace
 
-int RunAnswer(const SAnswerOptions& options, int trunkSeconds) {
+void RunAnswer(CReport& report, const SAnswerOptions& options, int trunkSeconds) {
   CheckScript(options.script);
   CRecorder recorder;
-  CProgress progress;
   CSession session(recorder);
   RequireChannel(session, options.channel);
   OpenChannels(options.channel);
   const int32_t usable = session.WaitForTrunks(seconds(trunkSeconds));
+  report.Say("snapshot", "", SnapshotJson());
   if (usable == 0) {
-    throw CPhoneError("no trunk came up in " + std::to_string(trunkSeconds) + " s");
+    throw CPhoneError(EExit::kNoTrunk, "no trunk came up in " + std::to_string(trunkSeconds) + " s");
   }
-  progress.Line(std::to_string(usable) + " of " + std::to_string(session.ChannelCount()) +
-                " channels usable, waiting for a call");
-  const int cut = ServeCalls(session, recorder, progress, options);
+  report.Say(
+      "waiting",
+      std::to_string(usable) + " of " + std::to_string(session.ChannelCount()) + " channels usable, waiting for a call",
+      {{"usable", usable}, {"channels", session.ChannelCount()}});
+  const int cut = ServeCalls(session, recorder, report, options);
   if (cut > 0) {
-    throw CPhoneError(std::to_string(cut) + " of the calls did not run to their end");
+    throw CPhoneError(EExit::kFailed, std::to_string(cut) + " of the calls did not run to their end");
   }
-  return 0;
 }
 
 }  // namespace phone

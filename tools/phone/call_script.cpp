@@ -6,7 +6,10 @@
 #include <stdexcept>
 #include <vector>
 
+#include "phone/call_events.h"
 #include "phone/digits.h"
+#include "phone/phone_error.h"
+#include "phone/play_error.h"
 
 namespace phone {
 
@@ -18,35 +21,29 @@ using std::chrono::seconds;
 // The network confirms a hang-up in well under a second; past this the call is given up.
 constexpr seconds kHangUpLimit{10};
 
-const char* PlayErrorText(uint32_t error) {
-  switch (error) {
-    case ZELK_ERROR_FILE_OPEN:
-      return "it is not a readable WAV file";
-    case ZELK_ERROR_FILE_READ:
-      return "it is cut short";
-    case ZELK_ERROR_BAD_FORMAT:
-      return "it is not 8000 Hz mono in a telephone format";
-    default:
-      return "there is no memory for it";
+}  // namespace
+
+void RequireChannel(const CSession& session, int channel) {
+  if (channel >= session.ChannelCount()) {
+    throw CPhoneError(EExit::kUsage, "there is no channel " + std::to_string(channel) + "; the last is " +
+                                         std::to_string(session.ChannelCount() - 1));
   }
 }
 
-}  // namespace
-
 void CheckScript(const SCallScript& script) {
   if (!script.playFile.empty() && !std::ifstream(script.playFile, std::ios::binary)) {
-    throw CPhoneError("cannot read " + script.playFile);
+    throw CPhoneError(EExit::kFile, "cannot read " + script.playFile);
   }
   try {
     RenderDigits(script.digits);
   } catch (const std::invalid_argument& error) {
-    throw CPhoneError(error.what());
+    throw CPhoneError(EExit::kUsage, error.what());
   }
 }
 
-CCallRun::CCallRun(CSession& ofSession, CRecorder& toRecorder, CProgress& toProgress, int32_t onChannel,
+CCallRun::CCallRun(CSession& ofSession, CRecorder& toRecorder, CReport& toReport, int32_t onChannel,
                    const SCallScript& withScript)
-    : session(ofSession), recorder(toRecorder), progress(toProgress), channel(onChannel), script(withScript) {
+    : session(ofSession), recorder(toRecorder), report(toReport), channel(onChannel), script(withScript) {
   if (script.recordFile.empty()) {
     recorder.Watch(channel);
   } else {
@@ -66,55 +63,52 @@ SCallEnd CCallRun::Run(int connectSeconds) {
   }
   // What is left to play would be heard in the channel's next call.
   ZELK_StopPlay(channel);
-  recorder.Finish();
+  FinishRecording();
   return end;
+}
+
+void CCallRun::Say(const char* type, const std::string& text, Json fields) {
+  Json all = {{"channel", channel}};
+  all.update(fields);
+  report.Say(type, text, all);
+}
+
+void CCallRun::FinishRecording() {
+  if (recorder.Finish()) {
+    Say("recorded", "", {{"file", recorder.Path()}, {"bytes", recorder.BytesRecorded()}});
+  }
 }
 
 void CCallRun::Take(const SPhoneEvent& event) {
   if (event.channel == channel) {
     Handle(event);
   } else if (event.code == ZELK_EVENT_INCOMING_CALL) {
-    progress.Line("channel " + std::to_string(event.channel) + ": another call refused, this telephone is busy");
+    report.Say("refused", "channel " + std::to_string(event.channel) + ": another call refused, this telephone is busy",
+               LineOf(event).fields, event.time);
     ZELK_Reject(event.channel);
   }
 }
 
 void CCallRun::Handle(const SPhoneEvent& event) {
-  switch (event.code) {
-    case ZELK_EVENT_PROCEEDING:
-      progress.Line("proceeding");
-      break;
-    case ZELK_EVENT_PROGRESS:
-      progress.Line("progress");
-      break;
-    case ZELK_EVENT_ALERTING:
-      state = "ringing";
-      progress.Line("alerting: the far end rings");
-      break;
-    case ZELK_EVENT_CONNECTED:
-      OnConnected();
-      break;
-    case ZELK_EVENT_PLAY_DONE:
-      playDone = true;
-      progress.Line("played to the end");
-      break;
-    case ZELK_EVENT_DTMF:
-      progress.Line(std::string("digit ") + static_cast<char>(event.param));
-      break;
-    case ZELK_EVENT_DISCONNECTED:
-      end.cause = event.param;
+  if (event.code == ZELK_EVENT_CHANNEL_STATE) {
+    if (event.param == 0) {
+      end.lost = true;
       over = true;
-      progress.Line("disconnected: " + CauseText(event.param));
-      break;
-    case ZELK_EVENT_CHANNEL_STATE:
-      if (event.param == 0) {
-        end.lost = true;
-        over = true;
-        progress.Line("the trunk went down: call lost");
-      }
-      break;
-    default:
-      break;
+      report.Say("lost", "the trunk went down: call lost", {{"channel", channel}}, event.time);
+    }
+    return;
+  }
+  const SEventLine line = LineOf(event);
+  report.Say(line.type, line.text, line.fields, event.time);
+  if (event.code == ZELK_EVENT_ALERTING) {
+    state = "ringing";
+  } else if (event.code == ZELK_EVENT_CONNECTED) {
+    OnConnected();
+  } else if (event.code == ZELK_EVENT_PLAY_DONE) {
+    playDone = true;
+  } else if (event.code == ZELK_EVENT_DISCONNECTED) {
+    end.cause = event.param;
+    over = true;
   }
 }
 
@@ -122,13 +116,12 @@ void CCallRun::OnConnected() {
   end.connected = true;
   state = "connected";
   connectedAt = Clock::now();
-  progress.Line("connected");
   if (!script.digits.empty()) {
     const std::vector<uint8_t> sound = RenderDigits(script.digits);
     if (!ZELK_PlayBuffer(channel, sound.data(), static_cast<uint32_t>(sound.size()))) {
       Fail("send " + script.digits, PlayErrorText(ZELK_GetLastError(channel)));
     }
-    progress.Line("sending digits " + script.digits);
+    Say("digits", "sending digits " + script.digits, {{"digits", script.digits}});
   }
   if (!script.playFile.empty() && !ZELK_PlayFile(channel, script.playFile.c_str())) {
     Fail("play " + script.playFile, PlayErrorText(ZELK_GetLastError(channel)));
@@ -137,11 +130,11 @@ void CCallRun::OnConnected() {
 
 void CCallRun::Fail(const std::string& what, const std::string& why) {
   ZELK_Hangup(channel);
-  throw CPhoneError("cannot " + what + ": " + why);
+  throw CPhoneError(EExit::kFile, "cannot " + what + ": " + why);
 }
 
 void CCallRun::HangUp(const char* why) {
-  progress.Line(std::string("hanging up: ") + why);
+  Say("hanging-up", std::string("hanging up: ") + why, {{"why", why}});
   hangingUp = true;
   hangUpAt = Clock::now();
   state = "clearing";
@@ -154,7 +147,7 @@ void CCallRun::HangUpWhenDue(int connectSeconds) {
   }
   const auto now = Clock::now();
   if (hangingUp) {
-    if (now - hangUpAt > kHangUpLimit || ZELK_GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_INUSE) {
+    if (now - hangUpAt > kHangUpLimit || InfoNumber(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_INUSE) {
       // The release may have been handled between two looks; its event is then the next one in the queue.
       SPhoneEvent event;
       while (!over && session.NextEvent(event, milliseconds(0))) {
@@ -168,6 +161,7 @@ void CCallRun::HangUpWhenDue(int connectSeconds) {
     HangUp("stopped by the user");
   } else if (!end.connected) {
     if (now - started > seconds(connectSeconds)) {
+      end.gaveUp = true;
       HangUp("no answer");
     }
   } else if (script.holdSeconds > 0 && now - connectedAt >= seconds(script.holdSeconds)) {
@@ -178,7 +172,7 @@ void CCallRun::HangUpWhenDue(int connectSeconds) {
 }
 
 void CCallRun::ShowStatus() {
-  if (!progress.Live() || over) {
+  if (!report.Live() || over) {
     return;
   }
   const auto since = end.connected ? connectedAt : started;
@@ -194,7 +188,7 @@ void CCallRun::ShowStatus() {
       text += numbers;
     }
   }
-  progress.Status(text);
+  report.Status(text);
 }
 
 }  // namespace phone

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "phone/progress.h"
 #include "phone/recorder.h"
+#include "phone/report.h"
 #include "phone/session.h"
 
 namespace phone {
@@ -23,9 +23,13 @@ struct SCallScript {
 // How a call ended.
 struct SCallEnd {
   bool connected = false;
-  bool lost = false;  // the trunk or card went down, or the user stopped the program
+  bool lost = false;    // the trunk or card went down, or the user stopped the program
+  bool gaveUp = false;  // it was not connected in time
   int32_t cause = 0;
 };
+
+// Throws CPhoneError when there is no such channel.
+void RequireChannel(const CSession& session, int channel);
 
 // Refuses a script whose files cannot be used, before a call is made: throws CPhoneError.
 void CheckScript(const SCallScript& script);
@@ -35,7 +39,7 @@ void CheckScript(const SCallScript& script);
 // Thread: main.
 class CCallRun {
  public:
-  CCallRun(CSession& ofSession, CRecorder& toRecorder, CProgress& toProgress, int32_t onChannel,
+  CCallRun(CSession& ofSession, CRecorder& toRecorder, CReport& toReport, int32_t onChannel,
            const SCallScript& withScript);
   // connectSeconds: how long the call may take to be connected before it is given up.
   SCallEnd Run(int connectSeconds);
@@ -50,10 +54,12 @@ class CCallRun {
   void HangUpWhenDue(int connectSeconds);
   void ShowStatus();
   void HangUp(const char* why);
+  void Say(const char* type, const std::string& text, Json fields = Json::object());
+  void FinishRecording();
 
   CSession& session;
   CRecorder& recorder;
-  CProgress& progress;
+  CReport& report;
   const int32_t channel;
   const SCallScript& script;
   SCallEnd end;

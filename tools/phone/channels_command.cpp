@@ -3,40 +3,50 @@
 #include <map>
 
 #include "phone/commands.h"
+#include "phone/snapshot.h"
 
 namespace phone {
 
 namespace {
 
-void PrintTable(int32_t count) {
-  std::printf("%7s  %10s  %5s  %8s  %s\n", "channel", "card", "trunk", "timeslot", "state");
+void ShowTable(CReport& report, int32_t count) {
+  char line[100];
+  std::snprintf(line, sizeof line, "%7s  %10s  %5s  %8s  %s", "channel", "card", "trunk", "timeslot", "state");
+  report.Text(line);
   for (int32_t channel = 0; channel < count; ++channel) {
-    std::printf("%7d  %10u  %5u  %8u  %s\n", channel, ZELK_GetChannelInfo(channel, ZELK_INFO_SERIALNO),
-                ZELK_GetChannelInfo(channel, ZELK_INFO_TRUNK) + 1, ZELK_GetChannelInfo(channel, ZELK_INFO_TIMESLOT),
-                InfoText(channel, ZELK_INFO_CHANNELSTATE).c_str());
+    std::snprintf(line, sizeof line, "%7d  %10u  %5u  %8u  %s", channel, InfoNumber(channel, ZELK_INFO_SERIALNO),
+                  InfoNumber(channel, ZELK_INFO_TRUNK) + 1, InfoNumber(channel, ZELK_INFO_TIMESLOT),
+                  InfoText(channel, ZELK_INFO_CHANNELSTATE).c_str());
+    report.Text(line);
   }
 }
 
-void PrintCards(int32_t count) {
+void ShowCards(CReport& report, int32_t count) {
   std::map<uint32_t, int32_t> channelsOfCard;
   for (int32_t channel = 0; channel < count; ++channel) {
-    ++channelsOfCard[ZELK_GetChannelInfo(channel, ZELK_INFO_SERIALNO)];
+    ++channelsOfCard[InfoNumber(channel, ZELK_INFO_SERIALNO)];
   }
   for (const auto& [serial, channels] : channelsOfCard) {
-    std::printf("card %u: %d trunks, %d channels\n", serial, channels / ZELK_CHANNELS_PER_TRUNK, channels);
+    report.Text("card " + std::to_string(serial) + ": " + std::to_string(channels / ZELK_CHANNELS_PER_TRUNK) +
+                " trunks, " + std::to_string(channels) + " channels");
   }
 }
 
 }  // namespace
 
-int RunChannels(int trunkSeconds) {
+void RunChannels(CReport& report, int trunkSeconds) {
   CRecorder recorder;
   CSession session(recorder);
   const int32_t usable = session.WaitForTrunks(std::chrono::seconds(trunkSeconds));
-  PrintTable(session.ChannelCount());
-  PrintCards(session.ChannelCount());
-  std::printf("%d of %d channels usable\n", usable, session.ChannelCount());
-  return usable > 0 ? 0 : 1;
+  report.Say("snapshot", "", SnapshotJson());
+  if (!report.AsJson()) {
+    ShowTable(report, session.ChannelCount());
+    ShowCards(report, session.ChannelCount());
+    report.Text(std::to_string(usable) + " of " + std::to_string(session.ChannelCount()) + " channels usable");
+  }
+  if (usable == 0) {
+    throw CPhoneError(EExit::kNoTrunk, "no trunk came up in " + std::to_string(trunkSeconds) + " s");
+  }
 }
 
 }  // namespace phone

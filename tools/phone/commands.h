@@ -4,6 +4,7 @@
 #include <string>
 
 #include "phone/call_script.h"
+#include "phone/report.h"
 
 namespace phone {
 
@@ -24,11 +25,13 @@ struct SDialOptions {
   SCallScript script;
 };
 
-// Each runs one command and returns the program's exit code. trunkSeconds: how long trunks may take to come up.
+// Each runs one command. trunkSeconds: how long trunks may take to come up.
 // Channels fails when none is usable; answer goes on with the next call when one does not come about.
-// Failures throw CPhoneError. Thread: main.
-int RunChannels(int trunkSeconds);
-int RunAnswer(const SAnswerOptions& options, int trunkSeconds);
-int RunDial(const SDialOptions& options, int trunkSeconds);
+// Failures throw CPhoneError with the program's exit code. Thread: main.
+void RunChannels(CReport& report, int trunkSeconds);
+void RunAnswer(CReport& report, const SAnswerOptions& options, int trunkSeconds);
+void RunDial(CReport& report, const SDialOptions& options, int trunkSeconds);
+// Commands come in lines on standard input, whose end ends it; see docs/phone.md.
+void RunServe(CReport& report, int trunkSeconds);
 
 }  // namespace phone

@@ -1,44 +1,46 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include "phone/call_events.h"
 #include "phone/commands.h"
+#include "phone/snapshot.h"
 
 namespace phone {
 
 namespace {
 
-// Waits for the one trunk that matters.
-void RequireReady(CSession& session, int32_t channel, int trunkSeconds) {
-  session.WaitForChannel(channel, std::chrono::seconds(trunkSeconds));
-  if (ZELK_GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_READY) {
-    throw CPhoneError("channel " + std::to_string(channel) + " is " + InfoText(channel, ZELK_INFO_CHANNELSTATE));
+void RequireReady(int32_t channel) {
+  if (InfoNumber(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_READY) {
+    throw CPhoneError(EExit::kNoTrunk,
+                      "channel " + std::to_string(channel) + " is " + InfoText(channel, ZELK_INFO_CHANNELSTATE));
+  }
+}
+
+void CheckEnd(const SCallEnd& end) {
+  if (end.lost) {
+    throw CPhoneError(EExit::kFailed, "the call did not run to its end");
+  }
+  if (!end.connected) {
+    throw CPhoneError(end.gaveUp ? EExit::kNoAnswer : ExitOfCause(end.cause), "not connected: " + CauseText(end.cause));
   }
 }
 
 }  // namespace
 
-int RunDial(const SDialOptions& options, int trunkSeconds) {
+void RunDial(CReport& report, const SDialOptions& options, int trunkSeconds) {
   CheckScript(options.script);
   CRecorder recorder;
-  CProgress progress;
   CSession session(recorder);
-  if (options.channel < 0 || options.channel >= session.ChannelCount()) {
-    throw CPhoneError("there is no channel " + std::to_string(options.channel) + "; the last is " +
-                      std::to_string(session.ChannelCount() - 1));
-  }
-  RequireReady(session, options.channel, trunkSeconds);
+  RequireChannel(session, options.channel);
+  session.WaitForChannel(options.channel, std::chrono::seconds(trunkSeconds));
+  report.Say("snapshot", "", SnapshotJson());
+  RequireReady(options.channel);
   ZELK_OpenChannel(options.channel);
-  progress.Line("dialling " + options.number + " on channel " + std::to_string(options.channel));
-  CCallRun run(session, recorder, progress, options.channel, options.script);
+  report.Say("dialling", "dialling " + options.number + " on channel " + std::to_string(options.channel),
+             {{"channel", options.channel}, {"number", options.number}, {"from", options.from}});
+  CCallRun run(session, recorder, report, options.channel, options.script);
   if (!ZELK_Dial(options.channel, options.number.c_str(), options.from.empty() ? nullptr : options.from.c_str())) {
-    throw CPhoneError("the call could not be placed on channel " + std::to_string(options.channel));
+    throw CPhoneError(EExit::kRefused, "the call could not be placed on channel " + std::to_string(options.channel));
   }
-  const SCallEnd end = run.Run(options.answerSeconds);
-  if (!end.connected) {
-    throw CPhoneError("not connected: " + CauseText(end.cause));
-  }
-  if (end.lost) {
-    throw CPhoneError("the call did not run to its end");
-  }
-  return 0;
+  CheckEnd(run.Run(options.answerSeconds));
 }
 
 }  // namespace phone

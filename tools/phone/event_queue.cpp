@@ -24,17 +24,18 @@ bool CEventQueue::Take(SPhoneEvent& event) {
   return true;
 }
 
-bool CEventQueue::TakeEnd(int32_t channel) {
+std::optional<SPhoneEvent> CEventQueue::TakeEnd(int32_t channel) {
   const auto end = std::find_if(events.begin(), events.end(), [channel](const SPhoneEvent& event) {
     return event.channel == channel && EndsCall(event);
   });
   if (end == events.end()) {
-    return false;
+    return std::nullopt;
   }
+  const SPhoneEvent taken = *end;
   const auto kept =
       std::remove_if(events.begin(), end + 1, [channel](const SPhoneEvent& event) { return event.channel == channel; });
   events.erase(kept, end + 1);
-  return true;
+  return taken;
 }
 
 }  // namespace phone

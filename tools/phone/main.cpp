@@ -2,8 +2,10 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <functional>
 
 #include "phone/commands.h"
+#include "phone/phone_error.h"
 #include "phone/port_check.h"
 
 namespace {
@@ -44,6 +46,32 @@ CLI::App* AddDialCommand(CLI::App& app, phone::SDialOptions& dial) {
   return command;
 }
 
+// Runs the command between the first and the last line of --json; returns the exit code.
+int Report(bool asJson, const std::string& name, const std::function<void(phone::CReport&)>& command) {
+  phone::CReport report(asJson);
+  phone::EExit code = phone::EExit::kDone;
+  std::string message;
+  report.Hello(name);
+  try {
+    command(report);
+  } catch (const phone::CPhoneError& error) {
+    code = error.code;
+    message = error.what();
+  } catch (const std::exception& error) {
+    code = phone::EExit::kFailed;
+    message = error.what();
+  }
+  report.End(code, message);
+  if (report.Failed()) {
+    code = phone::EExit::kFile;
+    message = "cannot write standard output";
+  }
+  if (code != phone::EExit::kDone && !report.Closed()) {
+    std::fprintf(stderr, "zelk-phone: %s\n", message.c_str());
+  }
+  return static_cast<int>(code);
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("A command-line telephone on ISDN primary-rate trunks");
   app.require_subcommand(1);
@@ -54,22 +82,35 @@ int Run(int argc, char** argv) {
       ->capture_default_str();
   bool isForced = false;
   app.add_flag("--force", isForced, "start also when another program uses the cards, and end its calls");
+  bool asJson = false;
+  app.add_flag("--json", asJson, "write one JSON object a line, as docs/zelk-phone.schema.json has them");
   app.add_subcommand("channels", "list the channels with card, trunk, timeslot and state; fails when none is usable");
   phone::SAnswerOptions answer;
   const CLI::App* answerCommand = AddAnswerCommand(app, answer);
   phone::SDialOptions dial;
   const CLI::App* dialCommand = AddDialCommand(app, dial);
-  CLI11_PARSE(app, argc, argv);
-  if (!isForced) {
-    phone::RequireCardsFree();
+  const CLI::App* serveCommand =
+      app.add_subcommand("serve", "take commands on all channels from standard input, one JSON object a line");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : static_cast<int>(phone::EExit::kUsage);
   }
-  if (answerCommand->parsed()) {
-    return phone::RunAnswer(answer, trunkSeconds);
-  }
-  if (dialCommand->parsed()) {
-    return phone::RunDial(dial, trunkSeconds);
-  }
-  return phone::RunChannels(trunkSeconds);
+  return Report(asJson || serveCommand->parsed(), app.get_subcommands().front()->get_name(),
+                [&](phone::CReport& report) {
+                  if (!isForced) {
+                    phone::RequireCardsFree();
+                  }
+                  if (answerCommand->parsed()) {
+                    phone::RunAnswer(report, answer, trunkSeconds);
+                  } else if (dialCommand->parsed()) {
+                    phone::RunDial(report, dial, trunkSeconds);
+                  } else if (serveCommand->parsed()) {
+                    phone::RunServe(report, trunkSeconds);
+                  } else {
+                    phone::RunChannels(report, trunkSeconds);
+                  }
+                });
 }
 
 }  // namespace

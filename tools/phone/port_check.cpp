@@ -38,7 +38,7 @@ std::string RefusalText(const std::vector<tool::SPortHolder>& holders, uint32_t 
 void RequireCardsFree() {
   const std::string refusal = RefusalText(tool::UdpWildcardHolders(kCardPort), tool::OwnProcessId());
   if (!refusal.empty()) {
-    throw CPhoneError(refusal);
+    throw CPhoneError(EExit::kCardsInUse, refusal);
   }
 }
 

@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 
-#include "phone/session.h"
+#include "phone/phone_error.h"
 #include "zelk/ZelkApi.h"
 
 namespace phone {
@@ -30,7 +30,7 @@ void CRecorder::Start(int32_t channel, const std::string& path) {
   const std::array<char, ZELK_RAW_HEADER_BYTES> room{};
   file.write(room.data(), static_cast<std::streamsize>(room.size()));
   if (!file) {
-    throw CPhoneError("cannot write the recording " + path);
+    throw CPhoneError(EExit::kFile, "cannot write the recording " + path);
   }
   const std::lock_guard<std::mutex> guard(lock);
   watched = channel;
@@ -68,24 +68,26 @@ void CRecorder::Flush() {
   }
   file.write(reinterpret_cast<const char*>(batch.data()), static_cast<std::streamsize>(batch.size()));
   if (!file) {
-    throw CPhoneError("cannot write the recording " + filePath);
+    file.close();
+    throw CPhoneError(EExit::kFile, "cannot write the recording " + filePath);
   }
 }
 
-void CRecorder::Finish() {
+bool CRecorder::Finish() {
   {
     const std::lock_guard<std::mutex> guard(lock);
     watched = -1;
     recording = false;
   }
   if (!file.is_open()) {
-    return;
+    return false;
   }
   Flush();
   file.close();
   if (!file || ZELK_ConvertRawToWaveFile(filePath.c_str(), ZELK_FORMAT_ALAW) != ZELK_ERROR_NONE) {
-    throw CPhoneError("cannot finish the recording " + filePath);
+    throw CPhoneError(EExit::kFile, "cannot finish the recording " + filePath);
   }
+  return true;
 }
 
 uint64_t CRecorder::BytesRecorded() {

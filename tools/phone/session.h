@@ -7,11 +7,12 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 
+#include "phone/block_sink.h"
 #include "phone/event_queue.h"
 #include "phone/phone_error.h"
-#include "phone/recorder.h"
 #include "zelk/ZelkApi.h"
 
 namespace phone {
@@ -22,7 +23,7 @@ namespace phone {
 // Failures throw CPhoneError.
 class CSession {
  public:
-  explicit CSession(CRecorder& blockRecorder);
+  explicit CSession(IBlockSink& blockSink);
   ~CSession();
   CSession(const CSession&) = delete;
   CSession& operator=(const CSession&) = delete;
@@ -33,12 +34,17 @@ class CSession {
   int32_t WaitForTrunks(std::chrono::milliseconds limit);
   // The same for one channel; false when it is still down.
   bool WaitForChannel(int32_t channel, std::chrono::milliseconds limit);
-  // Waits for the next event; false when the limit passed or the user asked to stop.
+  // Waits for the next event; false when the limit passed or Wake was called, and once when the user asked to stop.
   bool NextEvent(SPhoneEvent& event, std::chrono::milliseconds limit);
-  // True when the call that was last spoken of on this channel is over already: what is left of it has been dropped.
-  bool TakeEnd(int32_t channel);
+  // Ends the wait for an event, or the next one. Thread: any.
+  void Wake();
+  // The end of the call that was last spoken of on this channel, when it is over already: what is left of it has been
+  // dropped.
+  std::optional<SPhoneEvent> TakeEnd(int32_t channel);
   // The user pressed Ctrl-C, or the system asks the program to end.
   static bool StopRequested();
+  // As if the user had asked.
+  static void RequestStop();
 
  private:
   // Looks at the condition again whenever something happened.
@@ -48,15 +54,17 @@ class CSession {
   static void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length);
 
   static std::atomic<CSession*> current;
-  CRecorder& recorder;
+  IBlockSink& sink;
   std::mutex lock;
   std::condition_variable arrived;
-  CEventQueue events;  // guarded by lock
+  CEventQueue events;     // guarded by lock
+  bool woken = false;     // guarded by lock
+  bool toldStop = false;  // main thread only
 };
 
-// The text of an information key, copied; empty when there is none.
+// The text of an information key, copied; empty when there is none. Thread: any.
 std::string InfoText(int32_t channel, uint32_t key);
-// The name of a channel state or call cause with its number, as the user sees it.
-std::string CauseText(int32_t cause);
+// The number of an information key. Thread: any.
+uint32_t InfoNumber(int32_t channel, uint32_t key);
 
 }  // namespace phone

@@ -46,19 +46,20 @@ bool CRecorder::WaitSize(std::size_t bytes, std::chrono::milliseconds timeout) c
   return changed.wait_for(guard, timeout, [&] { return samples.size() >= bytes; });
 }
 
-bool CRecorder::WaitContains(ByteView pattern, std::chrono::milliseconds timeout, std::size_t* position) const {
-  std::size_t searched = 0;
+bool CRecorder::WaitContains(ByteView pattern, std::chrono::milliseconds timeout, std::size_t* position,
+                             std::size_t from) const {
+  std::size_t searched = from;
   std::ptrdiff_t found = -1;
   std::unique_lock guard(lock);
   const auto heard = [&] {
-    const std::size_t from = std::min(searched, samples.size());
-    found = FindBytes(ByteView(samples).subspan(from), pattern);
+    const std::size_t begin = std::min(searched, samples.size());
+    found = FindBytes(ByteView(samples).subspan(begin), pattern);
     if (found >= 0) {
-      found += static_cast<std::ptrdiff_t>(from);
+      found += static_cast<std::ptrdiff_t>(begin);
       return true;
     }
     // What was searched in vain need not be searched again, but for a beginning of the pattern at its end.
-    searched = samples.size() >= pattern.size() ? samples.size() - pattern.size() + 1 : 0;
+    searched = std::max(from, samples.size() >= pattern.size() ? samples.size() - pattern.size() + 1 : 0);
     return false;
   };
   const bool result = changed.wait_for(guard, timeout, heard);

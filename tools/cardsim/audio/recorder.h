@@ -34,8 +34,9 @@ class CRecorder {
   void Clear();
 
   bool WaitSize(std::size_t bytes, std::chrono::milliseconds timeout) const;
-  // True once the pattern was heard; `position` receives where it begins.
-  bool WaitContains(ByteView pattern, std::chrono::milliseconds timeout, std::size_t* position = nullptr) const;
+  // True once the pattern was heard at or behind `from`; `position` receives where it begins.
+  bool WaitContains(ByteView pattern, std::chrono::milliseconds timeout, std::size_t* position = nullptr,
+                    std::size_t from = 0) const;
 
  private:
   const Sink sink;

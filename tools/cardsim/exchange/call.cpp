@@ -111,6 +111,37 @@ bool CCall::WaitPlayed(std::chrono::milliseconds timeout) const {
   return audio.WaitPlayed(playing, timeout);
 }
 
+std::optional<std::size_t> CCall::WaitMessage(const Wanted& wanted, std::size_t from,
+                                              std::chrono::milliseconds timeout) const {
+  std::unique_lock guard(lock);
+  std::size_t looked = from;
+  const auto isThere = [&] {
+    while (looked < messages.size() && !wanted(messages[looked])) {
+      ++looked;
+    }
+    return looked < messages.size();
+  };
+  changed.wait_for(guard, timeout, [&] { return isThere() || Has(ESimCallState::kEnded); });
+  return isThere() ? std::optional(looked) : std::nullopt;
+}
+
+std::vector<SQ931Message> CCall::Messages() const {
+  const std::lock_guard guard(lock);
+  return messages;
+}
+
+void CCall::AddMessage(const SQ931Message& message) {
+  constexpr std::size_t kMost = 1000;  // of a call that is flooded the first tell the story
+  {
+    const std::lock_guard guard(lock);
+    if (messages.size() == kMost) {
+      return;
+    }
+    messages.push_back(message);
+  }
+  changed.notify_all();
+}
+
 void CCall::Step(ESimCallState state) {
   {
     const std::lock_guard guard(lock);

@@ -4,14 +4,17 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cardsim/audio/audio_port.h"
 #include "cardsim/audio/recorder.h"
 #include "cardsim/exchange/call_plan.h"
+#include "common/q931_decode.h"
 
 struct q931_call;
 
@@ -89,6 +92,13 @@ class CCall : public std::enable_shared_from_this<CCall> {
   // Until what was last given to Play has been sent whole.
   bool WaitPlayed(std::chrono::milliseconds timeout) const;
 
+  // The place among the library's messages for this call, counted from 0, of the first at or behind `from` that is
+  // wanted. Nothing on time-out, and when the call has ended without it.
+  using Wanted = std::function<bool(const SQ931Message&)>;
+  std::optional<std::size_t> WaitMessage(const Wanted& wanted, std::size_t from,
+                                         std::chrono::milliseconds timeout) const;
+  std::vector<SQ931Message> Messages() const;
+
   // What the far end heard, and the recorder to wait on.
   Bytes Recorded() const { return recorder->Samples(); }
   const Recorder& Heard() const { return recorder; }
@@ -97,6 +107,7 @@ class CCall : public std::enable_shared_from_this<CCall> {
   friend class CTrunkCalls;
 
   bool Has(ESimCallState state) const;  // under the lock
+  void AddMessage(const SQ931Message& message);
   void Step(ESimCallState state);
   void SetCleared(EClearedBy by, int clearingCause);
   void SetTimeslot(int value);
@@ -120,6 +131,7 @@ class CCall : public std::enable_shared_from_this<CCall> {
   std::string calling;                         // guarded by lock
   std::string called;                          // guarded by lock
   int cause = 0;                               // guarded by lock
+  std::vector<SQ931Message> messages;          // guarded by lock; from the library
   EClearedBy clearedBy = EClearedBy::kNobody;  // guarded by lock
   AudioSource source;                          // guarded by lock; what Play was given last
   bool audioOpen = false;                      // guarded by lock; the timeslot is the call's

@@ -270,6 +270,11 @@ bool CPriPeer::SendMessage(q931_call* call, std::uint8_t type, ByteView elements
   return SendQ931(message);
 }
 
+int CPriPeer::Reference(q931_call* call) const {
+  const std::lock_guard guard(LibpriLock());
+  return Owns(call) ? call->cr : -1;
+}
+
 std::size_t CPriPeer::CallCount() const {
   const std::lock_guard guard(LibpriLock());
   std::size_t count = 0;

@@ -67,6 +67,8 @@ class CPriPeer {
   bool SendQ931(ByteView message);
   // The same with the header of a call before it.
   bool SendMessage(q931_call* call, std::uint8_t type, ByteView elements);
+  // The call reference as the library sends it, flag included; -1 for a call that libpri does not have.
+  int Reference(q931_call* call) const;
   // The calls that libpri holds, in whatever state.
   std::size_t CallCount() const;
 

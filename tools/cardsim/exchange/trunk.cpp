@@ -33,7 +33,7 @@ void CTrunk::LineUp() {
   const std::vector<Bytes> waiting = std::move(early);
   early.clear();
   for (const Bytes& frame : waiting) {
-    peer.Receive(frame);
+    Receive(frame);
   }
 }
 
@@ -49,7 +49,17 @@ void CTrunk::SetHold(bool value) {
   hold = value;
   const std::vector<Bytes> waiting = hold ? std::vector<Bytes>() : std::exchange(held, {});
   for (const Bytes& frame : waiting) {
-    peer.Receive(frame);
+    Receive(frame);
+  }
+}
+
+// A message is the call's before what it does to it; a SETUP makes the call.
+void CTrunk::Receive(ByteView frame) {
+  const SQ931Message message = DecodeFrame(frame).message;
+  const bool isKept = message.valid && calls->OnMessage(message);
+  peer.Receive(frame);
+  if (message.valid && !isKept) {
+    calls->OnMessage(message);
   }
 }
 
@@ -61,7 +71,7 @@ void CTrunk::FromLibrary(ByteView frame) {
   if (hold) {
     held.emplace_back(frame.begin(), frame.end());
   } else if (peer.IsRunning()) {
-    peer.Receive(frame);
+    Receive(frame);
   } else if (early.size() < kMostEarlyFrames) {
     early.emplace_back(frame.begin(), frame.end());
   }

@@ -35,6 +35,7 @@ class CTrunk {
   const std::shared_ptr<CTrunkCalls>& Calls() const { return calls; }
 
  private:
+  void Receive(ByteView frame);
   void ToLibrary(ByteView frame);
   void OnEvent(const SPriEvent& event);
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // zelk-cardsim: simulated cards for demonstrations, load and trials without hardware.
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -11,6 +13,7 @@
 #include "cardsim/exchange/pri_peer.h"
 #include "cardsim/program/options.h"
 #include "cardsim/program/report.h"
+#include "cardsim/program/scenario_command.h"
 #include "cardsim/program/traffic.h"
 #include "common/terminal.h"
 
@@ -26,10 +29,11 @@ constexpr std::chrono::milliseconds kStatusInterval{500};
 constexpr std::chrono::milliseconds kLastWait{2000};
 constexpr int kNoCallConnected = 2;  // exit code
 
-volatile std::sig_atomic_t stopAsked = 0;
+std::atomic<bool> stopAsked{false};
+static_assert(std::atomic<bool>::is_always_lock_free);  // a signal sets it
 
 void OnSignal(int) {
-  stopAsked = 1;
+  stopAsked = true;
 }
 
 // One line that is written over on a terminal, a new line for each change elsewhere.
@@ -62,7 +66,7 @@ void RunUntilEnd(const SOptions& options, CSimulator& sim, CTraffic& traffic) {
   CStatusLine line;
   const auto begin = Clock::now();
   auto nextStatus = begin;
-  while (stopAsked == 0 && !traffic.IsDone() && (options.seconds <= 0 || SecondsSince(begin) < options.seconds)) {
+  while (!stopAsked && !traffic.IsDone() && (options.seconds <= 0 || SecondsSince(begin) < options.seconds)) {
     const auto now = Clock::now();
     traffic.Turn(now);
     if (now >= nextStatus) {
@@ -76,6 +80,17 @@ void RunUntilEnd(const SOptions& options, CSimulator& sim, CTraffic& traffic) {
   line.End();
 }
 
+// Every call was connected, and every audio packet answered.
+bool IsStrictlyDone(const CSimulator& sim, const CTraffic& traffic) {
+  for (std::size_t i = 0; i < sim.CardCount(); ++i) {
+    if (sim.Card(i).Audio().Statistics().missing > 0) {
+      return false;
+    }
+  }
+  return std::all_of(traffic.Records().begin(), traffic.Records().end(),
+                     [](const cardsim::SCallRecord& call) { return call.connected; });
+}
+
 int Run(const SOptions& options) {
   CSimulator sim(cardsim::ConfigOf(options));
   CTraffic traffic(sim, options);
@@ -84,14 +99,7 @@ int Run(const SOptions& options) {
   }
   const auto begin = Clock::now();
   sim.Start();
-  for (std::size_t i = 0; i < sim.CardCount(); ++i) {
-    std::printf("card %zu: %s:%d, serial %u, %d trunks\n", i + 1, sim.Card(i).Address().c_str(), cardsim::kCardPort,
-                sim.Card(i).Serial(), sim.Card(i).TrunkCount());
-    if (options.announce) {
-      sim.Card(i).Announce();
-    }
-  }
-  std::fflush(stdout);
+  cardsim::ShowCards(sim, options.announce);
   RunUntilEnd(options, sim, traffic);
   sim.Stop();
   traffic.TakeEnded();
@@ -105,6 +113,10 @@ int Run(const SOptions& options) {
     std::fprintf(stderr, "zelk-cardsim: none of the calls offered to the library was connected\n");
     return kNoCallConnected;
   }
+  if (options.strict && !IsStrictlyDone(sim, traffic)) {
+    std::fprintf(stderr, "zelk-cardsim: a call was not connected, or a reply is missing\n");
+    return 1;
+  }
   return 0;
 }
 
@@ -117,6 +129,12 @@ int main(int argc, char** argv) {
   }
   std::signal(SIGINT, OnSignal);
   std::signal(SIGTERM, OnSignal);
+  if (parsed.options->list || !parsed.options->print.empty()) {
+    return cardsim::ShowBuiltIns(*parsed.options);
+  }
+  if (!parsed.options->scenario.empty()) {
+    return cardsim::PlayScenario(*parsed.options, stopAsked);
+  }
   try {
     return Run(*parsed.options);
   } catch (const std::exception& error) {

@@ -146,6 +146,21 @@ void AddNetworkOptions(CLI::App& app, SOptions& options) {
       ->group(group);
 }
 
+void AddScenarioOptions(CLI::App& app, SOptions& options) {
+  const std::string group = "Scenarios";
+  app.add_option("--scenario", options.scenario,
+                 "play the far ends of this file, or of builtin:NAME, then end; the options of calls do not count")
+      ->group(group);
+  app.add_option("--junit", options.junit, "write what became of its calls to this file, as JUnit does")->group(group);
+  app.add_flag(
+         "--strict", options.strict,
+         "fail for calls of the library that the scenario does not expect, and for audio without a reply; without "
+         "a scenario for each call that was not connected")
+      ->group(group);
+  app.add_flag("--list", options.list, "list the built-in scenarios")->group(group);
+  app.add_option("--print", options.print, "print a built-in scenario")->group(group);
+}
+
 void AddRunOptions(CLI::App& app, SOptions& options) {
   app.add_option("--seconds", options.seconds, "end after this time")->check(CLI::NonNegativeNumber)->group("Run");
   app.add_option("--report", options.report, "write a report in JSON to this file")->group("Run");
@@ -168,6 +183,7 @@ SParsed ParseOptions(int argc, const char* const* argv) {
   AddAnswerOptions(app, options);
   AddFarEndOptions(app, options);
   AddNetworkOptions(app, options);
+  AddScenarioOptions(app, options);
   AddRunOptions(app, options);
   try {
     app.parse(argc, argv);

@@ -59,6 +59,12 @@ struct SOptions {
   int pauseLength = 300;
   std::string recordLines;  // directory: all that every timeslot heard
 
+  std::string scenario;  // file or builtin:NAME; empty: calls by the options above
+  std::string junit;
+  bool strict = false;
+  bool list = false;
+  std::string print;
+
   double seconds = 0;  // 0: until the calls are done or a signal comes
   std::string report;
   bool verbose = false;

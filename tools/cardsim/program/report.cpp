@@ -115,6 +115,17 @@ std::string StatusText(const CSimulator& sim, const CTraffic& traffic) {
       trunks, traffic.Active(), Wide(sum.offered), Wide(sum.ended), Wide(sum.connected), Wide(late), Wide(missing));
 }
 
+void ShowCards(CSimulator& sim, bool isAnnounced) {
+  for (std::size_t i = 0; i < sim.CardCount(); ++i) {
+    std::printf("card %zu: %s:%d, serial %u, %d trunks\n", i + 1, sim.Card(i).Address().c_str(), kCardPort,
+                sim.Card(i).Serial(), sim.Card(i).TrunkCount());
+    if (isAnnounced) {
+      sim.Card(i).Announce();
+    }
+  }
+  std::fflush(stdout);
+}
+
 std::string SummaryText(const CSimulator& sim, const CTraffic& traffic, double seconds) {
   std::string text = Format("Summary after %.1f s\n", seconds);
   for (std::size_t i = 0; i < sim.CardCount(); ++i) {

@@ -8,6 +8,8 @@
 
 namespace cardsim {
 
+// Says on standard output where the cards are: they can be found now. Announces them when asked to.
+void ShowCards(CSimulator& sim, bool isAnnounced);
 // The summary for a person, several lines.
 std::string SummaryText(const CSimulator& sim, const CTraffic& traffic, double seconds);
 // One line of the state now.
