@@ -95,7 +95,7 @@ BAD_LINES = [
 ]
 BAD_COMMANDS = [
     ({}, "bad-request"), ({"do": 5}, "bad-request"), ({"do": "explode"}, "bad-request"),
-    ({"do": "state", "chanel": 1}, "bad-request"), ({"do": "answer"}, "bad-request"),
+    ({"do": "state", "chan": 1}, "bad-request"), ({"do": "answer"}, "bad-request"),
     ({"do": "answer", "channel": -1}, "bad-request"), ({"do": "answer", "channel": 1.5}, "bad-request"),
     ({"do": "answer", "channel": "1"}, "bad-request"), ({"do": "answer", "channel": 10**30}, "bad-request"),
     ({"do": "answer", "channel": 2**32}, "bad-request"), ({"do": "answer", "channel": 30}, "no-channel"),

@@ -16,7 +16,7 @@ struct SInputLine {
 // Makes lines of bytes as they come. A line ends with LF or CR LF; the last one needs no end.
 class CLineSplitter {
  public:
-  static constexpr size_t kLongest = 64 * 1024;
+  static constexpr size_t kLongest = size_t{64} * 1024;
 
   // Appends the lines that these bytes complete.
   void Feed(std::string_view bytes, std::deque<SInputLine>& lines);

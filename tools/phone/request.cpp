@@ -78,7 +78,7 @@ std::optional<std::string> TextOf(const Json& object, const char* name) {
 
 std::optional<std::string> NumberOf(const Json& object, const char* name) {
   constexpr size_t kLongest = 31;
-  const std::optional<std::string> number = TextOf(object, name);
+  std::optional<std::string> number = TextOf(object, name);
   if (number && (number->size() > kLongest || number->find_first_not_of("0123456789*#+") != std::string::npos)) {
     Fail("\"" + std::string(name) + "\" is no number of at most 31 characters 0-9 * # +");
   }

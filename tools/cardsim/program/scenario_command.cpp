@@ -36,7 +36,7 @@ int Play(const SOptions& options, const SScenario& scenario, const std::atomic<b
   }
   const auto failed = std::count_if(results.begin(), results.end(),
                                     [](const SScenarioResult& result) { return result.fault.has_value(); });
-  std::printf("%zu calls, %td not as expected\n", results.size(), failed);
+  std::printf("%s calls, %s not as expected\n", std::to_string(results.size()).c_str(), std::to_string(failed).c_str());
   return Exit(failed == 0 ? EScenarioExit::kAsExpected : EScenarioExit::kNotAsExpected);
 }
 

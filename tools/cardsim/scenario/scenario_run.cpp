@@ -189,7 +189,7 @@ Call CScenarioRun::NextArrival(std::size_t index) {
   if (arrived.empty()) {
     return nullptr;
   }
-  const Call call = arrived.front();
+  Call call = arrived.front();
   arrived.pop_front();
   return call;
 }
