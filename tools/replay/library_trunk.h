@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "call/channel_handlers.h"
+#include "call/channel_table.h"
+#include "card/card.h"
+#include "card/hdlc_error_rule.h"
+#include "replay/clock.h"
+#include "runtime/config.h"
+
+namespace replay {
+
+using trace::ByteView;
+
+// Job: one trunk of the library: its controller, its calls and its channels, all of them open, on a card that is not
+// opened. What the card's control thread does is done here, when it is told. The card counts as the first one, and the
+// channels of its trunks before this one are there too: channels have the numbers that they have in an application.
+// Thread: one. Owns all of it; what the controller writes goes to the sink, without FCS.
+class CLibraryTrunk : private zelk::IPriWriter {
+ public:
+  using Sink = std::function<void(ByteView)>;
+
+  CLibraryTrunk(int trunkIndex, std::uint32_t serial, Sink frameSink);
+  ~CLibraryTrunk() override;
+  CLibraryTrunk(const CLibraryTrunk&) = delete;
+  CLibraryTrunk& operator=(const CLibraryTrunk&) = delete;
+
+  // The card is opened, the first time or anew.
+  void Open(const zelk::STrunkSettings& settings);
+  // The control connection is over: nothing comes and no timer runs until the next Open.
+  void Close() { isConnected = false; }
+  void LoseCard() { handlers.OnCardDown(never); }
+  void Receive(ByteView frame);
+  void OnHdlcError(std::uint8_t code);
+  void OnLineStatus(std::uint8_t status) { Trunk().lineStatus = status; }
+  // Runs what is due, up to the first event. When the next will be, if any is to come.
+  void RunTimers();
+  std::optional<Time> NextTimer() const;
+
+  void SetNumberType(int type) { Trunk().numberType = type; }
+  // Null for a timeslot that has no channel.
+  zelk::CDevice* ChannelOf(int timeslot);
+
+ private:
+  int OnPriFrame(std::uint32_t index, const std::uint8_t* frame, std::size_t length) override;
+  zelk::CTrunk& Trunk() { return card.Trunk(trunk); }
+  const zelk::CTrunk& Trunk() const { return card.Trunk(trunk); }
+  void Route(const zelk::SPriEvent& event);
+  static std::uint32_t NowMs();
+
+  const std::uint32_t trunk;
+  const Sink sink;
+  const zelk::CStopFlag never;
+  bool wasOpen = false;
+  bool isConnected = false;
+  mutable zelk::CCard card{0};
+  zelk::CChannelTable table;
+  zelk::CChannelHandlers handlers;
+  zelk::CHdlcErrorRule hdlcRule;
+};
+
+}  // namespace replay

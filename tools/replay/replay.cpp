@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "replay/replay.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "call/application_events.h"
+#include "replay/messages.h"
+#include "trace/core/q931_text.h"
+
+namespace replay {
+namespace {
+
+using tool::EFrameKind;
+using tool::SQ921Frame;
+using tool::SQ931Message;
+
+constexpr int kModulus = 128;
+constexpr int kChannelUnavailable = 44;
+
+CReplay* current = nullptr;  // the application's callback has no other way to it
+
+zelk::STrunkSettings SettingsOf(const SRecording& recording, const std::optional<zelk::STrunkSettings>& given) {
+  zelk::STrunkSettings settings = given.value_or(zelk::STrunkSettings());
+  if (!given) {
+    settings.clientType = recording.isLibraryNetwork ? zelk::kNetworkSide : zelk::kUserSide;
+  }
+  return settings;
+}
+
+bool IsSupervisory(const SQ921Frame& frame) {
+  return frame.kind == EFrameKind::kReceiveReady || frame.kind == EFrameKind::kReceiveNotReady ||
+         frame.kind == EFrameKind::kReject;
+}
+
+bool Acknowledges(const SQ921Frame& frame, int sendNumber) {
+  return (frame.receiveNumber - sendNumber - 1 + kModulus) % kModulus < kModulus / 2;
+}
+
+std::string InWords(ByteView bytes) {
+  const SQ921Frame frame = tool::DecodeFrame(bytes);
+  std::string text = trace::FrameText(frame);
+  if (frame.message.valid) {
+    text += " " + frame.message.name + " " + trace::ElementsText(frame.message);
+  }
+  for (const std::uint8_t byte : bytes) {
+    text += fmt::format(" {:02x}", byte);
+  }
+  return text;
+}
+
+std::string CallText(ByteView bytes) {
+  const SQ931Message message = tool::DecodeFrame(bytes).message;
+  if (!message.valid) {
+    return {};
+  }
+  return fmt::format("reference {} of {}", message.callReference,
+                     message.fromDestination ? "the network" : "the library");
+}
+
+}  // namespace
+
+CReplay::CReplay(const SRecording& recorded, const std::optional<zelk::STrunkSettings>& trunkSettings,
+                 CReport& eventReport)
+    : recording(recorded),
+      settings(SettingsOf(recorded, trunkSettings)),
+      report(eventReport),
+      trunk(recorded.trunk, recorded.serial, [this](ByteView frame) { OnWritten(frame); }),
+      application(trunk, eventReport, trunkSettings.has_value()) {
+  for (const SItem& item : recording.items) {
+    if (item.kind == EItem::kSent) {
+      sent.push_back(&item);
+    }
+  }
+  current = this;
+  zelk::ApplicationEvents().SetEventCallback(&OnEvent);
+}
+
+CReplay::~CReplay() {
+  zelk::ApplicationEvents().SetEventCallback(nullptr);
+  current = nullptr;
+}
+
+bool CReplay::Run() {
+  for (const SItem& item : recording.items) {
+    Step(item);
+    if (isDifferent) {
+      return false;
+    }
+  }
+  report.Same(written, received);
+  return true;
+}
+
+void CReplay::Step(const SItem& item) {
+  switch (item.kind) {
+    case EItem::kOpen:
+      return Open(item);
+    case EItem::kReceived:
+      return Receive(item);
+    case EItem::kSent:
+      return Send(item);
+    case EItem::kHdlcError:
+      PassTimeTo(item.time);
+      return trunk.OnHdlcError(item.value);
+    case EItem::kLineStatus:
+      return trunk.OnLineStatus(item.value);
+    case EItem::kClosed:
+      PassTimeTo(item.time);
+      return trunk.Close();
+    case EItem::kCardDown:
+      AdvanceTo(item.time);
+      return trunk.LoseCard();
+  }
+}
+
+void CReplay::Open(const SItem& item) {
+  AdvanceTo(item.time);
+  opening = item.opening;
+  end = item.time;
+  for (const SItem& other : recording.items) {
+    end = other.opening == opening ? std::max(end, other.time) : end;
+  }
+  application.ForgetCalls();
+  trunk.Open(settings);
+}
+
+void CReplay::Receive(const SItem& item) {
+  SendWhatCameBefore(item);
+  PassTimeTo(item.time);
+  if (isDifferent) {
+    return;
+  }
+  ++received;
+  const SQ931Message message = tool::DecodeFrame(item.frame).message;
+  const std::vector<zelk::CDevice*> closed = ClosedTo(message, item);
+  for (zelk::CDevice* channel : closed) {
+    channel->AllowIncoming(false);
+  }
+  if (item.isNew) {
+    application.Note(message, false);
+  }
+  trunk.Receive(item.frame);
+  for (zelk::CDevice* channel : closed) {
+    channel->AllowIncoming(true);
+  }
+}
+
+// The channels that took no calls when this one was offered: the library's first answer shows them.
+std::vector<zelk::CDevice*> CReplay::ClosedTo(const SQ931Message& setup, const SItem& offered) {
+  std::vector<zelk::CDevice*> closed;
+  if (!offered.isNew || !setup.valid || setup.type != kSetup || setup.fromDestination) {
+    return closed;
+  }
+  for (std::size_t i = written; i < sent.size() && sent[i]->time - offered.time < kMostUnread; ++i) {
+    const SQ931Message answer = tool::DecodeFrame(sent[i]->frame).message;
+    if (!answer.valid || !answer.fromDestination || answer.callReference != setup.callReference) {
+      continue;
+    }
+    const bool isRefused = IsClearing(answer.type) && answer.Cause() == kChannelUnavailable;
+    const int chosen = isRefused ? zelk::kTimeslotsPerTrunk : answer.Timeslot();
+    const int named = setup.Timeslot();
+    for (int timeslot = 0; timeslot < chosen; ++timeslot) {
+      zelk::CDevice* channel = trunk.ChannelOf(timeslot);
+      if (channel != nullptr && (named < 0 || (isRefused && timeslot == named))) {
+        closed.push_back(channel);
+      }
+    }
+    break;
+  }
+  return closed;
+}
+
+// A frame that the library sent before it read this one.
+void CReplay::SendWhatCameBefore(const SItem& item) {
+  const SQ921Frame frame = tool::DecodeFrame(item.frame);
+  while (!isDifferent) {
+    const SItem* next = Expected();
+    if (next == nullptr || next->time - item.time > kMostUnread || next->time < item.time ||
+        !IsSentBefore(item, frame) || !TrySend(*next)) {
+      return;
+    }
+  }
+}
+
+bool CReplay::IsSentBefore(const SItem& item, const SQ921Frame& frame) const {
+  const SQ921Frame next = tool::DecodeFrame(Expected()->frame);
+  if (frame.kind == EFrameKind::kInformation) {
+    return item.isNew && next.receiveNumber >= 0 && !Acknowledges(next, frame.sendNumber);
+  }
+  if (frame.kind == EFrameKind::kSabme) {
+    return next.kind != EFrameKind::kUa && HasSoon(item, EFrameKind::kUa, next.pollFinal);
+  }
+  const bool isAsking = IsSupervisory(frame) && frame.pollFinal && frame.commandBit != recording.isLibraryNetwork;
+  const bool isAnswer = IsSupervisory(next) && next.pollFinal;
+  return isAsking && !isAnswer && HasSoon(item, EFrameKind::kReceiveReady, true);
+}
+
+// Whether the library soon sends a frame of the kind.
+bool CReplay::HasSoon(const SItem& item, EFrameKind kind, bool isFinal) const {
+  for (std::size_t i = written; i < sent.size() && sent[i]->time - item.time < kMostUnread; ++i) {
+    const SQ921Frame frame = tool::DecodeFrame(sent[i]->frame);
+    if (frame.kind == kind && (frame.pollFinal || !isFinal)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void CReplay::Send(const SItem& item) {
+  const auto isOpen = [&] { return !isDifferent && written < sent.size() && sent[written] == &item; };
+  if (!isOpen() || TrySend(item) || isDifferent) {
+    return;
+  }
+  if (!recording.showsOpenings && tool::DecodeFrame(item.frame).kind == EFrameKind::kSabme) {
+    trunk.Close();
+    Open(item);
+  }
+  if (isOpen()) {
+    Fail("the library does not send a frame that it has sent", &item, {});
+  }
+}
+
+// False when the library has no reason to send the frame now.
+bool CReplay::TrySend(const SItem& item) {
+  const std::size_t before = written;
+  PassTimeTo(item.time);
+  if (written == before && !isDifferent) {
+    application.ActFor(tool::DecodeFrame(item.frame).message);
+  }
+  return written > before || RunTimersUntil(item.time + kSlack, before);
+}
+
+// Runs timers that are due before a time, each at its own, until a frame was written.
+bool CReplay::RunTimersUntil(Time time, std::size_t before) {
+  while (written == before && !isDifferent) {
+    const std::optional<Time> due = trunk.NextTimer();
+    if (!due || *due > time) {
+      return false;
+    }
+    AdvanceTo(*due);
+    trunk.RunTimers();
+  }
+  return written > before;
+}
+
+void CReplay::PassTimeTo(Time time) {
+  while (!isDifferent) {
+    const std::optional<Time> due = trunk.NextTimer();
+    if (!due || *due > time - kSlack) {
+      break;
+    }
+    AdvanceTo(*due);
+    trunk.RunTimers();
+  }
+  AdvanceTo(time);
+}
+
+const SItem* CReplay::Expected() const {
+  return written < sent.size() && sent[written]->opening == opening ? sent[written] : nullptr;
+}
+
+void CReplay::OnWritten(ByteView frame) {
+  if (isDifferent) {
+    return;
+  }
+  const SItem* expected = Expected();
+  if (expected == nullptr) {
+    // What the library wrote last may not have reached the network.
+    if (Now() < end - kSlack) {
+      Fail("the library sends a frame that it has not sent", nullptr, frame);
+    }
+    return;
+  }
+  if (!std::equal(frame.begin(), frame.end(), expected->frame.begin(), expected->frame.end())) {
+    return Fail("the library sends another frame", expected, frame);
+  }
+  if (expected->time - Now() > kMostEarly) {
+    const auto early = (expected->time - Now()) / trace::kMillisecond;
+    return Fail(fmt::format("the library sends the frame {} ms early", early), expected, frame);
+  }
+  ++written;
+  application.Note(tool::DecodeFrame(frame).message, true);
+}
+
+void CReplay::Fail(const std::string& what, const SItem* expected, ByteView got) {
+  isDifferent = true;
+  SDifference difference;
+  difference.what = what;
+  if (expected != nullptr) {
+    difference.packet = expected->packet;
+    difference.expected = InWords(expected->frame);
+    difference.call = CallText(expected->frame);
+  }
+  if (!got.empty()) {
+    difference.got = InWords(got);
+    difference.call = difference.call.empty() ? CallText(got) : difference.call;
+  }
+  report.Different(difference);
+}
+
+void CReplay::OnEvent(std::int32_t channel, std::uint32_t event, std::int32_t parameter) {
+  current->OnLibraryEvent(channel, event, parameter);
+}
+
+// What an application does in its callback for an answer comes before the library acknowledges that.
+void CReplay::OnLibraryEvent(std::int32_t channel, std::uint32_t event, std::int32_t parameter) {
+  report.Event(channel, event, parameter);
+  const SItem* next = Expected();
+  if (event == ZELK_EVENT_CONNECTED && next != nullptr && !isDifferent) {
+    const SQ931Message message = tool::DecodeFrame(next->frame).message;
+    if (application.Clears(message, channel)) {
+      application.ActFor(message);
+    }
+  }
+}
+
+}  // namespace replay
