@@ -62,6 +62,12 @@ bool CApplication::Dial(const tool::SQ931Message& message) {
   if (!isNumberTypeGiven && called != nullptr && !called->content.empty()) {
     trunk.SetNumberType(called->content[0] & 0x7F);
   }
+  const zelk::SCallView view = channel->Call().View();
+  if (view.callHandle != nullptr && !view.connected) {
+    // The call before has been given up, which nothing was sent for.
+    report.Act(channel->LogChannel(), "reject");
+    zelk::Reject(*channel);
+  }
   const std::string number = message.Number(kCalled);
   const std::string calling = message.Number(kCalling);
   report.Act(channel->LogChannel(), "dial " + number + (calling.empty() ? "" : " from " + calling));

@@ -13,19 +13,34 @@ namespace replay {
 
 using namespace zelk;  // NOLINT(google-build-using-namespace): all of this file is about the library
 
-CLibraryTrunk::CLibraryTrunk(int trunkIndex, std::uint32_t serial, Sink frameSink)
-    : trunk(static_cast<std::uint32_t>(trunkIndex)), sink(std::move(frameSink)), handlers(table, 0) {
-  card.RestoreSerialNumber(serial);
-  for (std::uint32_t each = 0; each <= trunk; ++each) {
+CLibraryTrunk::CLibraryTrunk(const SPlace& place, Sink frameSink)
+    : trunk(place.trunk),
+      firstChannel((place.trunksBefore + place.trunk) * kChannelsPerTrunk),
+      sink(std::move(frameSink)),
+      card(place.cardsBefore),
+      handlers(table, place.cardsBefore) {
+  card.RestoreSerialNumber(place.serial);
+  AddChannels(place);
+  handlers.Place(place.trunksBefore, place.trunksBefore * kChannelsPerTrunk);
+}
+
+// Those of earlier cards only keep their places.
+void CLibraryTrunk::AddChannels(const SPlace& place) {
+  for (std::uint32_t each = 0; each <= place.trunksBefore + place.trunk; ++each) {
+    const bool isOwnCard = each >= place.trunksBefore;
     for (std::uint32_t timeslot = 0; timeslot < kTimeslotsPerTrunk; ++timeslot) {
-      if (IsBchannel(timeslot)) {
-        const auto number = static_cast<std::uint32_t>(table.Count());
-        table.Add(std::make_unique<CDevice>(card, SDevicePlace{0, static_cast<std::int32_t>(each), timeslot, number}));
+      if (!IsBchannel(timeslot)) {
+        continue;
+      }
+      const auto number = static_cast<std::uint32_t>(table.Count());
+      const SDevicePlace devicePlace{isOwnCard ? static_cast<std::int32_t>(place.cardsBefore) : -1,
+                                     isOwnCard ? static_cast<std::int32_t>(each - place.trunksBefore) : 0, timeslot,
+                                     number};
+      if (table.Add(std::make_unique<CDevice>(card, devicePlace)) && isOwnCard) {
         table.Find(static_cast<std::int32_t>(number))->Open();
       }
     }
   }
-  handlers.Place(0, 0);
 }
 
 CLibraryTrunk::~CLibraryTrunk() {
@@ -125,7 +140,7 @@ CDevice* CLibraryTrunk::ChannelOf(int timeslot) {
       !IsBchannel(static_cast<std::uint32_t>(timeslot))) {
     return nullptr;
   }
-  return table.At(trunk * kChannelsPerTrunk + VoiceIndexOf(static_cast<std::uint32_t>(timeslot)));
+  return table.At(firstChannel + VoiceIndexOf(static_cast<std::uint32_t>(timeslot)));
 }
 
 int CLibraryTrunk::OnPriFrame(std::uint32_t, const std::uint8_t* frame, std::size_t length) {

@@ -15,15 +15,23 @@ namespace replay {
 
 using trace::ByteView;
 
+// Where a trunk stands in the library.
+struct SPlace {
+  std::uint32_t serial = 0;  // of its card
+  std::uint32_t trunk = 0;   // on its card, from 0
+  std::uint32_t cardsBefore = 0;
+  std::uint32_t trunksBefore = 0;  // of those cards
+};
+
 // Job: one trunk of the library: its controller, its calls and its channels, all of them open, on a card that is not
-// opened. What the card's control thread does is done here, when it is told. The card counts as the first one, and the
-// channels of its trunks before this one are there too: channels have the numbers that they have in an application.
-// Thread: one. Owns all of it; what the controller writes goes to the sink, without FCS.
+// opened. What the card's control thread does is done here, when it is told. Channels have the numbers that they have
+// in an application: those before them are there too. Thread: one. Owns all of it; what the controller writes goes to
+// the sink, without FCS.
 class CLibraryTrunk : private zelk::IPriWriter {
  public:
   using Sink = std::function<void(ByteView)>;
 
-  CLibraryTrunk(int trunkIndex, std::uint32_t serial, Sink frameSink);
+  CLibraryTrunk(const SPlace& place, Sink frameSink);
   ~CLibraryTrunk() override;
   CLibraryTrunk(const CLibraryTrunk&) = delete;
   CLibraryTrunk& operator=(const CLibraryTrunk&) = delete;
@@ -45,6 +53,7 @@ class CLibraryTrunk : private zelk::IPriWriter {
   zelk::CDevice* ChannelOf(int timeslot);
 
  private:
+  void AddChannels(const SPlace& place);
   int OnPriFrame(std::uint32_t index, const std::uint8_t* frame, std::size_t length) override;
   zelk::CTrunk& Trunk() { return card.Trunk(trunk); }
   const zelk::CTrunk& Trunk() const { return card.Trunk(trunk); }
@@ -52,11 +61,12 @@ class CLibraryTrunk : private zelk::IPriWriter {
   static std::uint32_t NowMs();
 
   const std::uint32_t trunk;
+  const std::uint32_t firstChannel;
   const Sink sink;
   const zelk::CStopFlag never;
   bool wasOpen = false;
   bool isConnected = false;
-  mutable zelk::CCard card{0};
+  mutable zelk::CCard card;
   zelk::CChannelTable table;
   zelk::CChannelHandlers handlers;
   zelk::CHdlcErrorRule hdlcRule;

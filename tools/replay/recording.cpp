@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "replay/recording.h"
 
+#include <algorithm>
 #include <charconv>
 #include <map>
 #include <optional>
@@ -54,7 +55,13 @@ class CCollector : public trace::ITraceSink {
  public:
   explicit CCollector(STrunkName wantedTrunk) : wanted(std::move(wantedTrunk)) { recording.trunk = wanted.trunk; }
 
+  void OnConnected(const SConnection& connection) override {
+    if (std::find(cards.begin(), cards.end(), connection.card) == cards.end()) {
+      cards.push_back(connection.card);
+    }
+  }
   void OnControl(const SConnection& connection, const SControl& message) override {
+    trunksOf[connection.card] = connection.trunks;
     SLink& link = links[connection.number];
     link.last = message.time;
     if (message.direction == EDirection::kToLibrary) {
@@ -123,8 +130,21 @@ class CCollector : public trace::ITraceSink {
   void Begin(SLink& link, const SConnection& connection, const SControl& message, const SQ921Frame& frame) {
     link.opening = ++openings;
     recording.serial = connection.serial;
+    if (openings == 1) {
+      CountCardsBefore(connection);
+    }
     recording.isLibraryNetwork = frame.commandBit;
     recording.items.push_back(ItemOf(EItem::kOpen, message, link));
+  }
+  // Cards are opened one after another.
+  void CountCardsBefore(const SConnection& connection) {
+    for (const std::uint32_t card : cards) {
+      if (card == connection.card) {
+        return;
+      }
+      ++recording.cardsBefore;
+      recording.trunksBefore += trunksOf[card];
+    }
   }
   void OnFromCard(const SConnection& connection, const SControl& message) {
     SLink& link = links[connection.number];
@@ -157,7 +177,9 @@ class CCollector : public trace::ITraceSink {
 
   const STrunkName wanted;
   SRecording recording;
-  std::map<int, SLink> links;  // by connection
+  std::map<int, SLink> links;        // by connection
+  std::vector<std::uint32_t> cards;  // by address, in the order of their first connections
+  std::map<std::uint32_t, int> trunksOf;
   int openings = 0;
   std::uint64_t framesSeen = 0;
   std::uint64_t framesBefore = 0;

@@ -29,6 +29,11 @@ zelk::STrunkSettings SettingsOf(const SRecording& recording, const std::optional
   return settings;
 }
 
+SPlace PlaceOf(const SRecording& recording) {
+  return {recording.serial, static_cast<std::uint32_t>(recording.trunk),
+          static_cast<std::uint32_t>(recording.cardsBefore), static_cast<std::uint32_t>(recording.trunksBefore)};
+}
+
 bool IsSupervisory(const SQ921Frame& frame) {
   return frame.kind == EFrameKind::kReceiveReady || frame.kind == EFrameKind::kReceiveNotReady ||
          frame.kind == EFrameKind::kReject;
@@ -66,13 +71,14 @@ CReplay::CReplay(const SRecording& recorded, const std::optional<zelk::STrunkSet
     : recording(recorded),
       settings(SettingsOf(recorded, trunkSettings)),
       report(eventReport),
-      trunk(recorded.trunk, recorded.serial, [this](ByteView frame) { OnWritten(frame); }),
+      trunk(PlaceOf(recorded), [this](ByteView frame) { OnWritten(frame); }),
       application(trunk, eventReport, trunkSettings.has_value()) {
   for (const SItem& item : recording.items) {
     if (item.kind == EItem::kSent) {
       sent.push_back(&item);
     }
   }
+  acted.resize(sent.size());
   current = this;
   zelk::ApplicationEvents().SetEventCallback(&OnEvent);
 }
@@ -139,6 +145,7 @@ void CReplay::Receive(const SItem& item) {
     channel->AllowIncoming(false);
   }
   if (item.isNew) {
+    ActBefore(item, message);
     application.Note(message, false);
   }
   trunk.Receive(item.frame);
@@ -170,6 +177,27 @@ std::vector<zelk::CDevice*> CReplay::ClosedTo(const SQ931Message& setup, const S
     break;
   }
   return closed;
+}
+
+// Messages are sent in the order in which they were made, if not at once: where one stands before the library's own
+// answer to a message, the application had acted before that was read.
+void CReplay::ActBefore(const SItem& item, const SQ931Message& message) {
+  const std::size_t answer = AnswerTo(item, message);
+  for (std::size_t i = written; i < answer && !isDifferent; ++i) {
+    Act(i);
+  }
+}
+
+// The frame with which the library answers a message by itself; `written` for none.
+std::size_t CReplay::AnswerTo(const SItem& item, const SQ931Message& message) const {
+  for (std::size_t i = written; message.valid && i < sent.size() && sent[i]->time - item.time < kMostUnread; ++i) {
+    const SQ931Message answer = tool::DecodeFrame(sent[i]->frame).message;
+    if (answer.valid && answer.callReference == message.callReference &&
+        answer.fromDestination != message.fromDestination && IsAnswer(message.type, answer.type)) {
+      return i;
+    }
+  }
+  return written;
 }
 
 // A frame that the library sent before it read this one.
@@ -227,9 +255,16 @@ bool CReplay::TrySend(const SItem& item) {
   const std::size_t before = written;
   PassTimeTo(item.time);
   if (written == before && !isDifferent) {
-    application.ActFor(tool::DecodeFrame(item.frame).message);
+    Act(before);
   }
   return written > before || RunTimersUntil(item.time + kSlack, before);
+}
+
+// What the application did for a frame, once.
+void CReplay::Act(std::size_t index) {
+  if (!acted[index]) {
+    acted[index] = application.ActFor(tool::DecodeFrame(sent[index]->frame).message);
+  }
 }
 
 // Runs timers that are due before a time, each at its own, until a frame was written.
@@ -311,7 +346,7 @@ void CReplay::OnLibraryEvent(std::int32_t channel, std::uint32_t event, std::int
   if (event == ZELK_EVENT_CONNECTED && next != nullptr && !isDifferent) {
     const SQ931Message message = tool::DecodeFrame(next->frame).message;
     if (application.Clears(message, channel)) {
-      application.ActFor(message);
+      Act(written);
     }
   }
 }

@@ -48,6 +48,9 @@ class CReplay {
   void Open(const SItem& item);
   void Receive(const SItem& item);
   void Send(const SItem& item);
+  void Act(std::size_t index);
+  void ActBefore(const SItem& item, const tool::SQ931Message& message);
+  std::size_t AnswerTo(const SItem& item, const tool::SQ931Message& message) const;
   void SendWhatCameBefore(const SItem& received);
   bool IsSentBefore(const SItem& received, const tool::SQ921Frame& frame) const;
   bool HasSoon(const SItem& received, tool::EFrameKind kind, bool isFinal) const;
@@ -68,6 +71,7 @@ class CReplay {
   CApplication application;
   std::vector<const SItem*> sent;  // of the recording
   std::size_t written = 0;         // so many of them
+  std::vector<bool> acted;         // for which of them the application has acted
   std::uint64_t received = 0;
   int opening = 0;
   Time end = 0;  // of what is recorded of the opening

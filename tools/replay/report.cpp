@@ -58,8 +58,11 @@ CReport::~CReport() {
 
 void CReport::Event(std::int32_t channel, std::uint32_t event, std::int32_t parameter) {
   const std::string name = EventName(event);
-  Line("event", fmt::format("\"channel\":{},\"event\":\"{}\",\"parameter\":{}", channel, name, parameter),
-       fmt::format("{} {} {}", ChannelText(channel), name, parameter));
+  // This one's parameter is whatever libpri has left there: not the same twice.
+  const std::string value = event == ZELK_EVENT_PROCEEDING ? "" : std::to_string(parameter);
+  Line("event",
+       fmt::format("\"channel\":{},\"event\":\"{}\",\"parameter\":{}", channel, name, value.empty() ? "null" : value),
+       fmt::format("{} {}{}{}", ChannelText(channel), name, value.empty() ? "" : " ", value));
 }
 
 void CReport::Log(std::int32_t channel, const std::string& text) {
