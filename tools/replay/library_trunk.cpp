@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "replay/library_trunk.h"
 
-#include <algorithm>
 #include <memory>
 #include <utility>
 
 #include "card/event_router.h"
-#include "card/timer_wait.h"
 #include "common/fcs.h"
 
 namespace replay {
@@ -26,7 +24,7 @@ CLibraryTrunk::CLibraryTrunk(const SPlace& place, Sink frameSink)
 
 // Those of earlier cards only keep their places.
 void CLibraryTrunk::AddChannels(const SPlace& place) {
-  for (std::uint32_t each = 0; each <= place.trunksBefore + place.trunk; ++each) {
+  for (std::uint32_t each = 0; each < place.trunksBefore + place.trunks; ++each) {
     const bool isOwnCard = each >= place.trunksBefore;
     for (std::uint32_t timeslot = 0; timeslot < kTimeslotsPerTrunk; ++timeslot) {
       if (!IsBchannel(timeslot)) {
@@ -88,6 +86,7 @@ void CLibraryTrunk::Receive(ByteView frame) {
   if (isConnected && entry.controller != nullptr && entry.controller->Receive(whole.data(), whole.size(), event)) {
     Route(event);
   }
+  PassTime();
 }
 
 void CLibraryTrunk::OnHdlcError(std::uint8_t code) {
@@ -113,10 +112,15 @@ void CLibraryTrunk::RunTimers() {
       Route(event);
     }
   }
-  handlers.OnTime(card, NowMs(), never);
+  PassTime();
 }
 
-// The control thread wakes up every tenth of a second while calls wait for their end.
+void CLibraryTrunk::PassTime() {
+  if (isConnected) {
+    handlers.OnTime(card, NowMs(), never);
+  }
+}
+
 std::optional<Time> CLibraryTrunk::NextTimer() const {
   if (!isConnected) {
     return std::nullopt;
@@ -127,10 +131,6 @@ std::optional<Time> CLibraryTrunk::NextTimer() const {
   SUnixTime due{};
   if (entry.controller != nullptr && entry.controller->NextTimer(due)) {
     next = due.seconds * trace::kSecond + Time{due.microseconds} * 1000;
-  }
-  if (handlers.AwaitsTime()) {
-    const Time tick = Now() + kTimerWaitMs * trace::kMillisecond;
-    next = std::min(next.value_or(tick), tick);
   }
   return next;
 }
@@ -151,6 +151,15 @@ int CLibraryTrunk::OnPriFrame(std::uint32_t, const std::uint8_t* frame, std::siz
     sink({frame, length - kFcsBytes});
   }
   return static_cast<int>(length);
+}
+
+int CLibraryTrunk::TimeslotChosenAs(int bchannel) const {
+  for (std::uint32_t index = 0; index < kChannelsPerTrunk; ++index) {
+    if (CCardChannels::BchannelOfWholeTable(firstChannel + index) == bchannel) {
+      return static_cast<int>(BchannelOf(index));
+    }
+  }
+  return -1;
 }
 
 void CLibraryTrunk::Route(const SPriEvent& event) {

@@ -19,6 +19,7 @@ using trace::ByteView;
 struct SPlace {
   std::uint32_t serial = 0;  // of its card
   std::uint32_t trunk = 0;   // on its card, from 0
+  std::uint32_t trunks = 1;  // of the card
   std::uint32_t cardsBefore = 0;
   std::uint32_t trunksBefore = 0;  // of those cards
 };
@@ -46,11 +47,18 @@ class CLibraryTrunk : private zelk::IPriWriter {
   void OnLineStatus(std::uint8_t status) { Trunk().lineStatus = status; }
   // Runs what is due, up to the first event. When the next will be, if any is to come.
   void RunTimers();
+  // Calls wait for their end, and time has to be passed to them.
+  bool AwaitsTime() const { return isConnected && handlers.AwaitsTime(); }
+  void PassTime();
   std::optional<Time> NextTimer() const;
 
   void SetNumberType(int type) { Trunk().numberType = type; }
   // Null for a timeslot that has no channel.
   zelk::CDevice* ChannelOf(int timeslot);
+
+  // The timeslot that the library means when it names a B-channel for a call that came without; -1 for none of this
+  // trunk.
+  int TimeslotChosenAs(int bchannel) const;
 
  private:
   void AddChannels(const SPlace& place);

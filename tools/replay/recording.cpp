@@ -130,6 +130,7 @@ class CCollector : public trace::ITraceSink {
   void Begin(SLink& link, const SConnection& connection, const SControl& message, const SQ921Frame& frame) {
     link.opening = ++openings;
     recording.serial = connection.serial;
+    recording.trunks = connection.trunks;
     if (openings == 1) {
       CountCardsBefore(connection);
     }

@@ -38,6 +38,7 @@ struct SRecording {
   std::vector<SItem> items;  // in their order
   std::uint32_t serial = 0;  // of the card; 0: not known
   int trunk = 0;             // from 0
+  int trunks = 0;            // of the card; 0: not known
   int cardsBefore = 0;       // that the library opened before this one, as far as they are in the capture
   int trunksBefore = 0;      // of those
   bool isLibraryNetwork = false;

@@ -31,6 +31,7 @@ zelk::STrunkSettings SettingsOf(const SRecording& recording, const std::optional
 
 SPlace PlaceOf(const SRecording& recording) {
   return {recording.serial, static_cast<std::uint32_t>(recording.trunk),
+          static_cast<std::uint32_t>(std::max(recording.trunks, recording.trunk + 1)),
           static_cast<std::uint32_t>(recording.cardsBefore), static_cast<std::uint32_t>(recording.trunksBefore)};
 }
 
@@ -166,7 +167,7 @@ std::vector<zelk::CDevice*> CReplay::ClosedTo(const SQ931Message& setup, const S
       continue;
     }
     const bool isRefused = IsClearing(answer.type) && answer.Cause() == kChannelUnavailable;
-    const int chosen = isRefused ? zelk::kTimeslotsPerTrunk : answer.Timeslot();
+    const int chosen = isRefused ? zelk::kTimeslotsPerTrunk : trunk.TimeslotChosenAs(answer.Timeslot());
     const int named = setup.Timeslot();
     for (int timeslot = 0; timeslot < chosen; ++timeslot) {
       zelk::CDevice* channel = trunk.ChannelOf(timeslot);
@@ -257,7 +258,26 @@ bool CReplay::TrySend(const SItem& item) {
   if (written == before && !isDifferent) {
     Act(before);
   }
-  return written > before || RunTimersUntil(item.time + kSlack, before);
+  if (written > before || RunTimersUntil(item.time + kSlack, before)) {
+    return true;
+  }
+  if (!isDifferent && !isUp && tool::DecodeFrame(item.frame).kind == EFrameKind::kSabme) {
+    DialWhileDown(item);
+  }
+  return written > before;
+}
+
+// A call on a trunk that is down has layer 2 established first; its SETUP waits for that.
+void CReplay::DialWhileDown(const SItem& item) {
+  for (std::size_t i = written; i < sent.size() && sent[i]->opening == opening; ++i) {
+    const SQ931Message message = tool::DecodeFrame(sent[i]->frame).message;
+    if (message.valid && message.type == kSetup && !message.fromDestination) {
+      if (sent[i]->time - item.time < kMostDialledBefore) {
+        Act(i);
+      }
+      return;
+    }
+  }
 }
 
 // What the application did for a frame, once.
@@ -283,11 +303,16 @@ bool CReplay::RunTimersUntil(Time time, std::size_t before) {
 void CReplay::PassTimeTo(Time time) {
   while (!isDifferent) {
     const std::optional<Time> due = trunk.NextTimer();
-    if (!due || *due > time - kSlack) {
+    const bool isTimer = due && *due <= time - kSlack;
+    if (trunk.AwaitsTime() && Now() + kTick <= (isTimer ? *due : time)) {
+      AdvanceTo(Now() + kTick);
+      trunk.PassTime();
+    } else if (isTimer) {
+      AdvanceTo(*due);
+      trunk.RunTimers();
+    } else {
       break;
     }
-    AdvanceTo(*due);
-    trunk.RunTimers();
   }
   AdvanceTo(time);
 }
@@ -342,6 +367,7 @@ void CReplay::OnEvent(std::int32_t channel, std::uint32_t event, std::int32_t pa
 // What an application does in its callback for an answer comes before the library acknowledges that.
 void CReplay::OnLibraryEvent(std::int32_t channel, std::uint32_t event, std::int32_t parameter) {
   report.Event(channel, event, parameter);
+  isUp = event == ZELK_EVENT_CHANNEL_STATE ? parameter == 1 : isUp;
   const SItem* next = Expected();
   if (event == ZELK_EVENT_CONNECTED && next != nullptr && !isDifferent) {
     const SQ931Message message = tool::DecodeFrame(next->frame).message;

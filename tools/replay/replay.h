@@ -27,10 +27,14 @@ class CReplay {
  public:
   // Times in which the library acts, and those on the wire, may differ by so much.
   static constexpr Time kSlack = 200 * trace::kMillisecond;
+  // As often time is passed to calls that wait for it. The library does so seldom enough to be up to 100 ms later.
+  static constexpr Time kTick = 10 * trace::kMillisecond;
   // A frame that comes so much earlier than recorded is another one.
   static constexpr Time kMostEarly = 500 * trace::kMillisecond;
   // A received frame is not read later than this.
   static constexpr Time kMostUnread = trace::kSecond;
+  // A SETUP does not wait longer for its trunk to come up: the library has given the call up by then.
+  static constexpr Time kMostDialledBefore = 30 * trace::kSecond;
 
   // Without settings: those that the recording shows, and the defaults.
   CReplay(const SRecording& recorded, const std::optional<zelk::STrunkSettings>& trunkSettings, CReport& eventReport);
@@ -54,6 +58,7 @@ class CReplay {
   void SendWhatCameBefore(const SItem& received);
   bool IsSentBefore(const SItem& received, const tool::SQ921Frame& frame) const;
   bool HasSoon(const SItem& received, tool::EFrameKind kind, bool isFinal) const;
+  void DialWhileDown(const SItem& item);
   bool TrySend(const SItem& item);
   void PassTimeTo(Time time);
   bool RunTimersUntil(Time time, std::size_t awaited);
@@ -74,7 +79,8 @@ class CReplay {
   std::vector<bool> acted;         // for which of them the application has acted
   std::uint64_t received = 0;
   int opening = 0;
-  Time end = 0;  // of what is recorded of the opening
+  Time end = 0;       // of what is recorded of the opening
+  bool isUp = false;  // the trunk, as far as the application has been told
   bool isDifferent = false;
 };
 
