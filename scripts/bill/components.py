@@ -35,6 +35,7 @@ LINKED = {
     "libZelkApi-64.so": ("libpri", "spandsp", *LINUX),
     "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", "toml11", *LINUX),
     "zelk-phone": ("CLI11", "nlohmann-json", *LINUX),
+    "zelk-replay": ("libpri", "spandsp", "CLI11", "fmt", *LINUX),
     "zelk-trace": ("CLI11", "fmt", "nlohmann-json", *LINUX),
     "libzelkqueue.so": LINUX,
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
