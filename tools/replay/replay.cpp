@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "call/application_events.h"
+#include "replay/frames.h"
 #include "replay/messages.h"
-#include "trace/core/q931_text.h"
 
 namespace replay {
 namespace {
@@ -16,7 +16,6 @@ using tool::EFrameKind;
 using tool::SQ921Frame;
 using tool::SQ931Message;
 
-constexpr int kModulus = 128;
 constexpr int kChannelUnavailable = 44;
 
 CReplay* current = nullptr;  // the application's callback has no other way to it
@@ -33,36 +32,6 @@ SPlace PlaceOf(const SRecording& recording) {
   return {recording.serial, static_cast<std::uint32_t>(recording.trunk),
           static_cast<std::uint32_t>(std::max(recording.trunks, recording.trunk + 1)),
           static_cast<std::uint32_t>(recording.cardsBefore), static_cast<std::uint32_t>(recording.trunksBefore)};
-}
-
-bool IsSupervisory(const SQ921Frame& frame) {
-  return frame.kind == EFrameKind::kReceiveReady || frame.kind == EFrameKind::kReceiveNotReady ||
-         frame.kind == EFrameKind::kReject;
-}
-
-bool Acknowledges(const SQ921Frame& frame, int sendNumber) {
-  return (frame.receiveNumber - sendNumber - 1 + kModulus) % kModulus < kModulus / 2;
-}
-
-std::string InWords(ByteView bytes) {
-  const SQ921Frame frame = tool::DecodeFrame(bytes);
-  std::string text = trace::FrameText(frame);
-  if (frame.message.valid) {
-    text += " " + frame.message.name + " " + trace::ElementsText(frame.message);
-  }
-  for (const std::uint8_t byte : bytes) {
-    text += fmt::format(" {:02x}", byte);
-  }
-  return text;
-}
-
-std::string CallText(ByteView bytes) {
-  const SQ931Message message = tool::DecodeFrame(bytes).message;
-  if (!message.valid) {
-    return {};
-  }
-  return fmt::format("reference {} of {}", message.callReference,
-                     message.fromDestination ? "the network" : "the library");
 }
 
 }  // namespace
