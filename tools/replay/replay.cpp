@@ -47,6 +47,8 @@ CReplay::CReplay(const SRecording& recorded, const std::optional<zelk::STrunkSet
     if (item.kind == EItem::kSent) {
       sent.push_back(&item);
     }
+    Time& last = ends[item.opening];
+    last = std::max(last, item.time);
   }
   acted.resize(sent.size());
   current = this;
@@ -94,10 +96,7 @@ void CReplay::Step(const SItem& item) {
 void CReplay::Open(const SItem& item) {
   AdvanceTo(item.time);
   opening = item.opening;
-  end = item.time;
-  for (const SItem& other : recording.items) {
-    end = other.opening == opening ? std::max(end, other.time) : end;
-  }
+  end = ends[opening];
   application.ForgetCalls();
   trunk.Open(settings);
 }
@@ -130,7 +129,7 @@ std::vector<zelk::CDevice*> CReplay::ClosedTo(const SQ931Message& setup, const S
   if (!offered.isNew || !setup.valid || setup.type != kSetup || setup.fromDestination) {
     return closed;
   }
-  for (std::size_t i = written; i < sent.size() && sent[i]->time - offered.time < kMostUnread; ++i) {
+  for (std::size_t i = written; IsSoon(i, offered.time, kMostUnread); ++i) {
     const SQ931Message answer = tool::DecodeFrame(sent[i]->frame).message;
     if (!answer.valid || !answer.fromDestination || answer.callReference != setup.callReference) {
       continue;
@@ -160,7 +159,7 @@ void CReplay::ActBefore(const SItem& item, const SQ931Message& message) {
 
 // The frame with which the library answers a message by itself; `written` for none.
 std::size_t CReplay::AnswerTo(const SItem& item, const SQ931Message& message) const {
-  for (std::size_t i = written; message.valid && i < sent.size() && sent[i]->time - item.time < kMostUnread; ++i) {
+  for (std::size_t i = written; message.valid && IsSoon(i, item.time, kMostUnread); ++i) {
     const SQ931Message answer = tool::DecodeFrame(sent[i]->frame).message;
     if (answer.valid && answer.callReference == message.callReference &&
         answer.fromDestination != message.fromDestination && IsAnswer(message.type, answer.type)) {
@@ -197,7 +196,7 @@ bool CReplay::IsSentBefore(const SItem& item, const SQ921Frame& frame) const {
 
 // Whether the library soon sends a frame of the kind.
 bool CReplay::HasSoon(const SItem& item, EFrameKind kind, bool isFinal) const {
-  for (std::size_t i = written; i < sent.size() && sent[i]->time - item.time < kMostUnread; ++i) {
+  for (std::size_t i = written; IsSoon(i, item.time, kMostUnread); ++i) {
     const SQ921Frame frame = tool::DecodeFrame(sent[i]->frame);
     if (frame.kind == kind && (frame.pollFinal || !isFinal)) {
       return true;
@@ -238,13 +237,10 @@ bool CReplay::TrySend(const SItem& item) {
 
 // A call on a trunk that is down has layer 2 established first; its SETUP waits for that.
 void CReplay::DialWhileDown(const SItem& item) {
-  for (std::size_t i = written; i < sent.size() && sent[i]->opening == opening; ++i) {
+  for (std::size_t i = written; IsSoon(i, item.time, kMostDialledBefore); ++i) {
     const SQ931Message message = tool::DecodeFrame(sent[i]->frame).message;
     if (message.valid && message.type == kSetup && !message.fromDestination) {
-      if (sent[i]->time - item.time < kMostDialledBefore) {
-        Act(i);
-      }
-      return;
+      return Act(i);
     }
   }
 }
@@ -286,6 +282,12 @@ void CReplay::PassTimeTo(Time time) {
   AdvanceTo(time);
 }
 
+// Whether a frame that has not been written was sent in this opening, and at most so long after a time.
+bool CReplay::IsSoon(std::size_t index, Time time, Time most) const {
+  return index < sent.size() && index < written + kMostAhead && sent[index]->opening == opening &&
+         sent[index]->time - time < most;
+}
+
 const SItem* CReplay::Expected() const {
   return written < sent.size() && sent[written]->opening == opening ? sent[written] : nullptr;
 }
@@ -305,9 +307,8 @@ void CReplay::OnWritten(ByteView frame) {
   if (!std::equal(frame.begin(), frame.end(), expected->frame.begin(), expected->frame.end())) {
     return Fail("the library sends another frame", expected, frame);
   }
-  if (expected->time - Now() > kMostEarly) {
-    const auto early = (expected->time - Now()) / trace::kMillisecond;
-    return Fail(fmt::format("the library sends the frame {} ms early", early), expected, frame);
+  if (const Time early = expected->time - Now(); early > kMostEarly) {
+    return Fail(fmt::format("the library sends the frame {} ms early", early / trace::kMillisecond), expected, frame);
   }
   ++written;
   application.Note(tool::DecodeFrame(frame).message, true);
@@ -317,14 +318,14 @@ void CReplay::Fail(const std::string& what, const SItem* expected, ByteView got)
   isDifferent = true;
   SDifference difference;
   difference.what = what;
+  if (!got.empty()) {
+    difference.got = InWords(got);
+    difference.call = CallText(got);
+  }
   if (expected != nullptr) {
     difference.packet = expected->packet;
     difference.expected = InWords(expected->frame);
     difference.call = CallText(expected->frame);
-  }
-  if (!got.empty()) {
-    difference.got = InWords(got);
-    difference.call = difference.call.empty() ? CallText(got) : difference.call;
   }
   report.Different(difference);
 }

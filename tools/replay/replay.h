@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -33,6 +34,8 @@ class CReplay {
   static constexpr Time kMostEarly = 500 * trace::kMillisecond;
   // A received frame is not read later than this.
   static constexpr Time kMostUnread = trace::kSecond;
+  // So many frames are looked at to find out what happened: more than a D-channel carries in a second.
+  static constexpr std::size_t kMostAhead = 1500;
   // A SETUP does not wait longer for its trunk to come up: the library has given the call up by then.
   static constexpr Time kMostDialledBefore = 30 * trace::kSecond;
 
@@ -59,6 +62,7 @@ class CReplay {
   bool IsSentBefore(const SItem& received, const tool::SQ921Frame& frame) const;
   bool HasSoon(const SItem& received, tool::EFrameKind kind, bool isFinal) const;
   void DialWhileDown(const SItem& item);
+  bool IsSoon(std::size_t index, Time time, Time most) const;
   bool TrySend(const SItem& item);
   void PassTimeTo(Time time);
   bool RunTimersUntil(Time time, std::size_t awaited);
@@ -79,8 +83,9 @@ class CReplay {
   std::vector<bool> acted;         // for which of them the application has acted
   std::uint64_t received = 0;
   int opening = 0;
-  Time end = 0;       // of what is recorded of the opening
-  bool isUp = false;  // the trunk, as far as the application has been told
+  std::map<int, Time> ends;  // of what is recorded, by opening
+  Time end = 0;              // of this one
+  bool isUp = false;         // the trunk, as far as the application has been told
   bool isDifferent = false;
 };
 
