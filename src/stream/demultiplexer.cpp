@@ -7,11 +7,13 @@
 
 #include "dsp/transpose.h"
 #include "runtime/prefetch.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
-bool CDemultiplexer::Create(CCardRings& cardRings) {
+bool CDemultiplexer::Create(CCardRings& cardRings, uint32_t card) {
   rings = &cardRings;
+  cardNumber = card;
   rows.reset(new (std::nothrow) uint8_t[kBlockBytes * rings->PositionCount()]());
   blocks.fill({});
   fill = 0;
@@ -48,10 +50,17 @@ void CDemultiplexer::TurnBlocks() {
   for (size_t i = 0; i < positions; ++i) {
     if (blocks[i])
       pool.PushReady(i);
+    else
+      CountLost(i);
     blocks[i] = pool.NextFree(i);
   }
   fill = 0;
   rings->Rest().Wake();
+}
+
+void CDemultiplexer::CountLost(size_t position) const {
+  if (SStatusChannel* const shown = StatusPage().Position(cardNumber, position))
+    StatusAdd(shown->lostReceived);
 }
 
 // Picks the blocks that must be turned, after it has done with the others.
