@@ -92,7 +92,7 @@ SStatusChannel* CStatusPage::Channel(uint32_t card, uint32_t trunk, uint32_t tim
 SStatusChannel* CStatusPage::Position(uint32_t card, size_t position) const {
   SStatusLayout* const shown = Get();
   return shown != nullptr && card < kStatusCards && position < kMaxPositions ? &shown->channels[card][position]
-                                                                              : nullptr;
+                                                                             : nullptr;
 }
 
 void CStatusPage::CardOpens(uint32_t card, uint32_t serialNumber, SIpv4Address address, uint32_t trunkCount) const {

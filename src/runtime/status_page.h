@@ -13,9 +13,9 @@ namespace zelk {
 
 // What the library knows of itself, in a file that other programs read: "Status" in section "Debug". One instance a
 // process (StatusPage()).
-// Thread: Open, Close and Leave the initialising or unloading one; everything else any, without a lock, an allocation or
-// a system call but the clock's. Without the page everything else does nothing and asks no clock. Nothing fails: where
-// the file cannot be made, there is no page.
+// Thread: Open, Close and Leave the initialising or unloading one; everything else any, without a lock, an allocation
+// or a system call but the clock's. Without the page everything else does nothing and asks no clock. Nothing fails:
+// where the file cannot be made, there is no page.
 class CStatusPage {
  public:
   constexpr CStatusPage() = default;

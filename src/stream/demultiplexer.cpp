@@ -50,9 +50,9 @@ void CDemultiplexer::TurnBlocks() {
   for (size_t i = 0; i < positions; ++i) {
     if (blocks[i])
       pool.PushReady(i);
-    else
-      CountLost(i);
     blocks[i] = pool.NextFree(i);
+    if (!blocks[i])
+      CountLost(i);
   }
   fill = 0;
   rings->Rest().Wake();

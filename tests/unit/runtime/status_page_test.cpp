@@ -186,13 +186,13 @@ void AddEach(Rows& rows, const std::string& name, size_t at) {
 
 TEST(StatusLayout, HeaderAndCardAreAsDocumented) {
   using H = SStatusHeader;
-  Rows header{FIELD(H, magic),     FIELD(H, version), FIELD(H, size),   FIELD(H, process),   FIELD(H, isRunning), FIELD(H, started),
-              FIELD(H, heartbeat), FIELD(H, cards),   FIELD(H, trunks), FIELD(H, timeslots), FIELD(H, starts)};
+  Rows header{FIELD(H, magic),     FIELD(H, version),   FIELD(H, size),      FIELD(H, process),
+              FIELD(H, isRunning), FIELD(H, started),   FIELD(H, heartbeat), FIELD(H, cards),
+              FIELD(H, trunks),    FIELD(H, timeslots), FIELD(H, starts)};
   AddEach<decltype(H::callbacks)>(header, "callbacks", offsetof(H, callbacks));
   EXPECT_EQ(Documented("Header"), header);
   using C = SStatusCard;
-  Rows card{FIELD(C, state),  FIELD(C, serial),  FIELD(C, address),
-            FIELD(C, trunks), FIELD(C, changed), FIELD(C, opens)};
+  Rows card{FIELD(C, state), FIELD(C, serial), FIELD(C, address), FIELD(C, trunks), FIELD(C, changed), FIELD(C, opens)};
   AddEach<decltype(C::threads)>(card, "threads", offsetof(C, threads));
   EXPECT_EQ(Documented("Card"), card);
 }
