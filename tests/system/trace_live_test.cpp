@@ -207,6 +207,30 @@ TEST_F(TraceLive, an_adapter_gives_calls_and_messages_as_they_come) {
   EXPECT_TRUE(support::Eventually([] { return !IsCapturing(); }, kSlow));
 }
 
+TEST_F(TraceLive, metrics_are_as_prometheus_wants_them) {
+  if (std::system("command -v promtool > /dev/null") != 0) {
+    GTEST_SKIP() << "promtool is not there (package prometheus)";
+  }
+  Run("dumpcap -q -i lo -a duration:1000 -w " + Path("m.pcapng") + " > /dev/null 2>&1 & echo $! > " + Path("pid"));
+  ASSERT_TRUE(support::Eventually(IsCapturing, kSlow));
+  ASSERT_NO_FATAL_FAILURE(StartOpen({2}, "[Debug]\nStatus=1\n"));
+  const Call call = ConnectIncoming(3, 1);
+  const auto metrics = [&] { return "'" + (bin / "zelk-trace").string() + "' board --metrics " + Path("m.pcapng"); };
+  EXPECT_TRUE(support::Eventually(
+      [&] {
+        return Run("( " + metrics() + " || true )").find("_connected{card=\"100001\",trunk=\"2\"} 1") !=
+               std::string::npos;
+      },
+      kSlow));
+  Run("kill $(cat " + Path("pid") + ")");
+  EXPECT_EQ(Run("( " + metrics() + " || true ) | promtool check metrics"), "");
+  EXPECT_EQ(TextOf(Path("errors")), "");
+  EXPECT_EQ(
+      Run("'" + (bin / "zelk-trace").string() + "' board --metrics --status " + Page() + " | promtool check metrics"),
+      "");
+  EXPECT_EQ(TextOf(Path("errors")), "");
+}
+
 TEST_F(TraceLive, the_board_on_a_terminal_follows_the_wire_and_the_keys) {
   if (std::system("command -v tmux > /dev/null") != 0) {
     GTEST_SKIP() << "tmux is not there";

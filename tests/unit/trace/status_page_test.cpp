@@ -105,7 +105,8 @@ TEST(StatusPage, IsLiveWhileTheProcessLivesRunsAndBeats) {
   EXPECT_EQ(WhyNotLive(page, kNow + 14 * kSecond, true, "p"), "");
   EXPECT_NE(WhyNotLive(page, kNow + 16 * kSecond, true, "p").find("no sign of life since 2023-11-14T22:13:20"),
             std::string::npos);
-  EXPECT_NE(WhyNotLive(page, kNow, false, "p").find("process 4711, whose page it is, does not live"), std::string::npos);
+  EXPECT_NE(WhyNotLive(page, kNow, false, "p").find("process 4711, whose page it is, does not live"),
+            std::string::npos);
   page.isRunning = false;
   EXPECT_NE(WhyNotLive(page, kNow, true, "p").find("is shut down"), std::string::npos);
 }
