@@ -17,6 +17,7 @@ class TraceLive : public CTraceTest {
  protected:
   void TearDown() override {
     CloseTerminal();
+    Run("touch " + Path("pids") + "; kill -INT $(cat " + Path("pids") + ") 2> /dev/null || true");
     CTraceTest::TearDown();
   }
 
@@ -76,6 +77,12 @@ class TraceLive : public CTraceTest {
     EXPECT_TRUE(WaitScreen("[paused]")) << Screen();
     Keys("p / Escape");
   }
+  // Runs until it is stopped, at the latest when the test ends.
+  void StartProgram(const std::string& command, const std::string& output, const std::string& errors) const {
+    Run("sh -c 'echo $$ >> " + Path("pids") + "; exec " + command + "' > " + output + " 2> " + errors + " &");
+  }
+  std::string Program() const { return (bin / "zelk-trace").string(); }
+  void StopPrograms() const { Run("kill -INT $(cat " + Path("pids") + ")"); }
   static bool IsCapturing() {
     const std::string sockets = TextOf("/proc/self/net/packet");
     return std::count(sockets.begin(), sockets.end(), '\n') > 1;
@@ -183,10 +190,8 @@ TEST_F(TraceLive, a_page_that_another_process_writes_is_left_to_it) {
 }
 
 TEST_F(TraceLive, an_adapter_gives_calls_and_messages_as_they_come) {
-  Run("'" + (bin / "zelk-trace").string() + "' calls -i lo --csv > " + Path("calls") + " 2> " + Path("calls.errors") +
-      " & echo $! > " + Path("pid"));
-  Run("'" + (bin / "zelk-trace").string() + "' ladder -i lo --follow > " + Path("ladder") +
-      " 2> /dev/null & echo $! > " + Path("pid2"));
+  StartProgram(Program() + " calls -i lo --csv", Path("calls"), Path("calls.errors"));
+  StartProgram(Program() + " ladder -i lo --follow", Path("ladder"), Path("ladder.errors"));
   ASSERT_TRUE(support::Eventually(
       [] {
         const std::string sockets = TextOf("/proc/self/net/packet");
@@ -203,15 +208,31 @@ TEST_F(TraceLive, an_adapter_gives_calls_and_messages_as_they_come) {
   EXPECT_TRUE(has("calls", ",17,USER_BUSY,network,released,")) << TextOf(Path("calls")) << TextOf(Path("calls.errors"));
   EXPECT_TRUE(has("ladder", " SETUP ")) << TextOf(Path("ladder"));
   EXPECT_TRUE(has("ladder", " DISCONNECT ")) << TextOf(Path("ladder"));
-  Run("kill -INT $(cat " + Path("pid") + ") $(cat " + Path("pid2") + ")");
+  StopPrograms();
   EXPECT_TRUE(support::Eventually([] { return !IsCapturing(); }, kSlow));
+}
+
+TEST_F(TraceLive, a_pipe_shows_the_same_signalling_to_tshark_live) {
+  Run("mkfifo " + Path("pipe"));
+  StartProgram("tshark -l -i " + Path("pipe") + " -Y q931 -T fields -e frame.interface_name -e q931.message_type",
+               Path("live"), Path("live.errors"));
+  StartProgram(Program() + " export -i lo -o -", Path("pipe"), Path("export.errors"));
+  ASSERT_TRUE(support::Eventually(IsCapturing, kSlow));
+  ASSERT_NO_FATAL_FAILURE(StartOpen({2}));
+  const Call call = ConnectIncoming(3, 1);
+  call->Hangup(17);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  EXPECT_TRUE(
+      support::Eventually([&] { return TextOf(Path("live")).find("100001-2\t0x5a") != std::string::npos; }, kSlow))
+      << TextOf(Path("live")) << TextOf(Path("live.errors"));
+  EXPECT_EQ(TextOf(Path("live")).substr(0, 13), "100001-2\t0x05") << TextOf(Path("live"));
 }
 
 TEST_F(TraceLive, metrics_are_as_prometheus_wants_them) {
   if (std::system("command -v promtool > /dev/null") != 0) {
     GTEST_SKIP() << "promtool is not there (package prometheus)";
   }
-  Run("dumpcap -q -i lo -a duration:1000 -w " + Path("m.pcapng") + " > /dev/null 2>&1 & echo $! > " + Path("pid"));
+  StartProgram("dumpcap -q -i lo -w " + Path("m.pcapng"), "/dev/null", "/dev/null");
   ASSERT_TRUE(support::Eventually(IsCapturing, kSlow));
   ASSERT_NO_FATAL_FAILURE(StartOpen({2}, "[Debug]\nStatus=1\n"));
   const Call call = ConnectIncoming(3, 1);
@@ -222,7 +243,7 @@ TEST_F(TraceLive, metrics_are_as_prometheus_wants_them) {
                std::string::npos;
       },
       kSlow));
-  Run("kill $(cat " + Path("pid") + ")");
+  StopPrograms();
   EXPECT_EQ(Run("( " + metrics() + " || true ) | promtool check metrics"), "");
   EXPECT_EQ(TextOf(Path("errors")), "");
   EXPECT_EQ(

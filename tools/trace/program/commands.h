@@ -47,12 +47,14 @@ struct SAudioOptions {
 EExit RunAudio(const SAudioOptions& options);
 
 struct SExportOptions {
-  SInput input;  // a capture, or a D-channel file of the library (.hdlc)
-  std::string output;
+  SInput input;        // a capture, or a D-channel file of the library (.hdlc)
+  std::string output;  // "-" is standard output
   bool anonymise = false;
 };
 
 EExit RunExport(const SExportOptions& options);
+// The same into Wireshark's window, live.
+EExit RunWireshark(const SExportOptions& options);
 
 enum class EBoardForm { kText, kJson, kMetrics };
 

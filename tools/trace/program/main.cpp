@@ -82,10 +82,23 @@ void AddAudio(CLI::App& app, trace::SAudioOptions& options, Action& action) {
 
 void AddExport(CLI::App& app, trace::SExportOptions& options, Action& action) {
   CLI::App* command = app.add_subcommand("export", "the D-channels alone, for Wireshark");
-  AddFile(*command, options.input);
-  command->add_option("-o,--output", options.output, "pcapng file")->required();
+  AddLive(*command, options.input);
+  command->add_option("-o,--output", options.output, "pcapng file; - is standard output")->required();
   command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
-  command->callback([&] { action = [&] { return trace::RunExport(options); }; });
+  command->callback([&] {
+    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    action = [&] { return trace::RunExport(options); };
+  });
+}
+
+void AddWireshark(CLI::App& app, trace::SExportOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("wireshark", "Wireshark opens and shows the D-channels live");
+  AddLive(*command, options.input);
+  command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
+  command->callback([&] {
+    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    action = [&] { return trace::RunWireshark(options); };
+  });
 }
 
 void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
@@ -122,6 +135,8 @@ int Run(int argc, char** argv) {
   AddAudio(app, audio, action);
   trace::SExportOptions exported;
   AddExport(app, exported, action);
+  trace::SExportOptions shown;
+  AddWireshark(app, shown, action);
   trace::SBoardOptions board;
   AddBoard(app, board, action);
   try {
