@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: GPL-2.0-only
 
 # The outside libraries of the tools and tests: libsndfile (PkgConfig::SNDFILE), nlohmann_json, CLI11, toml11 and asio;
-# for what reads captures, not on Windows yet, libpcap (PkgConfig::PCAP), libfmt and pugixml.
+# for what reads captures, not on Windows yet, libpcap (PkgConfig::PCAP), ncursesw (PkgConfig::NCURSES), libfmt and
+# pugixml.
 if(WIN32)
   # libsndfile comes from deps/. The others are headers of the distribution's packages, which serve every system; they
   # are reached through a folder of links of their own, because /usr/include would bring the build machine's C library.
@@ -22,6 +23,7 @@ else()
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET GLOBAL sndfile)
   pkg_check_modules(PCAP REQUIRED IMPORTED_TARGET GLOBAL libpcap)
+  pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET GLOBAL ncursesw)
   find_package(fmt REQUIRED GLOBAL)
   find_package(pugixml REQUIRED GLOBAL)
   find_package(nlohmann_json REQUIRED GLOBAL)

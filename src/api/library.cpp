@@ -12,6 +12,7 @@
 #include "runtime/log.h"
 #include "runtime/log_writer.h"
 #include "runtime/paths.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
@@ -19,6 +20,7 @@ namespace {
 
 // Read back from every trunk at start-up; the value comes as a log line of the detail class.
 constexpr uint16_t kStartUpRegister = 0x1006;
+static_assert(kStatusCards == kMaxCards);
 
 }  // namespace
 
@@ -50,6 +52,9 @@ bool CLibrary::Init() {
   Config().Read(paths.ini);
   if (initialised) {
     return true;
+  }
+  if (Config().statusPage) {
+    StatusPage().Open(paths.status);
   }
   try {
     return StartUp();
@@ -156,6 +161,7 @@ void CLibrary::TearDown() {
   }
   channels.CloseAll();
   channels.Clear();
+  StatusPage().Close();
   initialised = false;
 }
 
@@ -168,6 +174,9 @@ class CLibraryHolder {
   ~CLibraryHolder() {
     if (OtherThreadsAreGone()) {
       (void)library.release();
+    } else {
+      library.reset();
+      StatusPage().Leave();
     }
   }
   CLibrary& Get() { return *library; }

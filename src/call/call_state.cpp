@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cassert>
 
+#include "runtime/status_page.h"
+
 namespace zelk {
 
 namespace {
@@ -30,6 +32,11 @@ static_assert(IsPermittedFromEverywhere(ECallChange::kOffer) && IsPermittedFromE
 CCallState::CCallState(IEchoSwitch& echoSwitch, int32_t direction) : echo(echoSwitch) {
   view.direction = direction;
   lostCalls.reserve(kMaxLostCalls);
+}
+
+void CCallState::ShowIn(SStatusChannel* place) {
+  const CScopedLock<CMutex> held(callLock);
+  shown = place;
 }
 
 SCallView CCallState::View() const {
@@ -92,6 +99,7 @@ void CCallState::Lose() {
   RememberLost();
   Release();
   view.linkState = -1;
+  Show();
 }
 
 bool CCallState::TrunkUp() {
@@ -101,12 +109,14 @@ bool CCallState::TrunkUp() {
   }
   Move(ECallChange::kTrunkUp);
   view.linkState = 1;
+  Show();
   return true;
 }
 
 void CCallState::CloseChannel() {
   const CScopedLock<CMutex> held(callLock);
   view.linkState = -1;
+  Show();
 }
 
 bool CCallState::IsLost(PriCall call) const {
@@ -128,10 +138,30 @@ bool CCallState::Move(ECallChange change) {
   const ECallState to = NextState(view.state, change);
   const bool isPermitted = to != SCallEdges::kNo;
   assert(isPermitted);
-  if (isPermitted) {
+  if (isPermitted && view.state != to) {
     view.state = to;
+    Show();
   }
   return isPermitted;
+}
+
+void CCallState::Show() {
+  if (shown == nullptr) {
+    return;
+  }
+  StatusSet(shown->isUp, view.linkState == 1 ? 1 : 0);
+  StatusSet(shown->changed, StatusNow());
+  const auto state = static_cast<uint32_t>(view.state);
+  if (shown->state.exchange(state, std::memory_order_relaxed) == state) {
+    return;
+  }
+  if (view.state == ECallState::kOffered) {
+    StatusAdd(shown->offered);
+  } else if (view.state == ECallState::kDialled) {
+    StatusAdd(shown->dialled);
+  } else if (view.state == ECallState::kConnected) {
+    StatusAdd(shown->connected);
+  }
 }
 
 void CCallState::Release() {

@@ -8,6 +8,7 @@
 
 #include "card/call_registry.h"
 #include "platform/mutex.h"
+#include "runtime/status_layout.h"
 
 namespace zelk {
 
@@ -96,6 +97,8 @@ class CCallState {
   // direction: of a call that the library has not made; tests alone begin elsewhere than at 0.
   explicit CCallState(IEchoSwitch& echoSwitch, int32_t direction = 0);
 
+  // Shows state and counts there from now on; null: nowhere. Before the channel has calls.
+  void ShowIn(SStatusChannel* place);
   SCallView View() const;
 
   // The network offers a call. Without a handle the channel is left with none.
@@ -128,12 +131,14 @@ class CCallState {
 
  private:
   bool Move(ECallChange change) ZELK_REQUIRES(callLock);
+  void Show() ZELK_REQUIRES(callLock);
   void Release() ZELK_REQUIRES(callLock);
   void RememberLost() ZELK_REQUIRES(callLock);
 
   IEchoSwitch& echo;
   mutable CMutex callLock;
   SCallView view ZELK_GUARDED_BY(callLock);
+  SStatusChannel* shown ZELK_GUARDED_BY(callLock) = nullptr;
   std::vector<PriCall> lostCalls ZELK_GUARDED_BY(callLock);
 };
 

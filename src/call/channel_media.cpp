@@ -5,6 +5,7 @@
 
 #include "call/application_events.h"
 #include "formats/g711.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
@@ -32,8 +33,12 @@ void CChannelMedia::FillBlock(uint32_t trunk, uint32_t timeslot, SBlockFill& fil
     } else {
       fill.flushCount = wave.FillBlock(fill.data, kBlockBytes);
     }
+    if (SStatusChannel* const shown = StatusPage().Channel(channels.CardIndex(), trunk, timeslot)) {
+      StatusSet(shown->queuedBytes, wave.QueuedBytes());
+    }
     if (const ZelkPlayCallback play = ApplicationEvents().PlayCallback()) {
       fill.KeepQueued();
+      const CCallbackWatch watch(kStatusPlay, static_cast<uint32_t>(slot));
       play(static_cast<uint32_t>(slot), fill.data, kBlockBytes);
     }
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "runtime/format.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
@@ -31,11 +32,17 @@ CDevice::CDevice(CCard& ownCard, const SDevicePlace& ownPlace, int32_t direction
       burnDate(ownCard.BurnDate()),
       firmwareVersion(ownCard.FirmwareVersion()),
       call(*this, direction),
+      shown(StatusPage().Channel(static_cast<uint32_t>(ownPlace.cardIndex), static_cast<uint32_t>(ownPlace.trunkIndex),
+                                 ownPlace.timeslot)),
       name(DisplayName(ownCard, ownPlace)),
       wave(std::make_unique<CWave>(
           *this, ownCard.Audio().FlushCounter(static_cast<uint32_t>(ownPlace.trunkIndex), ownPlace.timeslot))) {
   endQueue.Create(kDwordQueueCapacity);
   startQueue.Create(kDwordQueueCapacity);
+  if (shown != nullptr) {
+    StatusSet(shown->number, place.channelNumber + 1);
+    call.ShowIn(shown);
+  }
 }
 
 CDevice::~CDevice() = default;
@@ -46,6 +53,7 @@ void CDevice::Open() {
   }
   ClearMessage();
   isOpen = true;
+  ShowOpen(1);
   wave->Open();
 }
 
@@ -57,6 +65,13 @@ void CDevice::Close() {
   call.CloseChannel();
   wave->Close();
   isOpen = false;
+  ShowOpen(0);
+}
+
+void CDevice::ShowOpen(uint32_t open) const {
+  if (shown != nullptr) {
+    StatusSet(shown->isOpen, open);
+  }
 }
 
 CTrunk& CDevice::Trunk() const {
@@ -159,6 +174,9 @@ const char* CDevice::KeepInfo(const std::string& text) {
 void CDevice::ClearCallInfo(int32_t cause) {
   const CScopedLock<CMutex> held(infoLock);
   lastCause = cause;
+  if (shown != nullptr) {
+    StatusSet(shown->cause, static_cast<uint32_t>(cause));
+  }
   cli.clear();
   dli.clear();
   rli.clear();

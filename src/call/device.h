@@ -14,6 +14,7 @@
 #include "platform/mutex.h"
 #include "playback/dword_queue.h"
 #include "playback/wave.h"
+#include "runtime/status_layout.h"
 
 namespace zelk {
 
@@ -113,6 +114,8 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
   int32_t LogChannel() const override;
 
  private:
+  void ShowOpen(uint32_t open) const;
+
   CCard& card;
   const SDevicePlace place;
   const std::string serialText;
@@ -127,6 +130,7 @@ class CDevice : public IWaveOwner, public IEchoSwitch {
   std::atomic<uint32_t> lastError{0};
   std::atomic<bool> allowIncoming{true};
   CCallState call;
+  SStatusChannel* const shown;  // null without a status page
 
   mutable CMutex infoLock;
   std::string dialCli ZELK_GUARDED_BY(infoLock);

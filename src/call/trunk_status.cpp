@@ -5,6 +5,7 @@
 #include "call/disconnect_cause.h"
 #include "card/trunk_lock.h"
 #include "runtime/log.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
@@ -78,11 +79,13 @@ void CTrunkStatus::OnNotice(const char* text) const {
 }
 
 void CTrunkStatus::OnDchannelUp(uint32_t trunk, const CStopFlag& caller) const {
+  StatusPage().DchannelIs(channels.CardIndex(), trunk, true);
   LogLine(trunk, "DCHANNEL UP");
   SetTrunkUp(trunk, caller);
 }
 
 void CTrunkStatus::OnDchannelDown(uint32_t trunk, const CStopFlag& caller) const {
+  StatusPage().DchannelIs(channels.CardIndex(), trunk, false);
   LogLine(trunk, "DCHANNEL DOWN");
   SetTrunkDown(trunk, caller);
 }
@@ -92,6 +95,9 @@ void CTrunkStatus::OnConfigError(uint32_t trunk) const {
 }
 
 void CTrunkStatus::OnQueueOverflow(uint32_t trunk, uint32_t queue) const {
+  if (SStatusTrunk* const shown = StatusPage().Trunk(channels.CardIndex(), trunk)) {
+    StatusAdd(shown->queueOverflows);
+  }
   LogLine(trunk, QueueOverflowText(queue));
 }
 
@@ -100,6 +106,9 @@ void CTrunkStatus::OnHdlcError(uint32_t trunk, uint8_t error) const {
 }
 
 void CTrunkStatus::OnLinkReset(CCard& card, uint32_t trunk) const {
+  if (SStatusTrunk* const shown = StatusPage().Trunk(channels.CardIndex(), trunk)) {
+    StatusAdd(shown->linkResets);
+  }
   if (LogEnabled(ELogClass::kStatus)) {
     // The trunk before gets its configuration too, for trunk 0 with the trunk byte 0: cards have come to expect it.
     card.SendTrunkConfiguration(trunk - 1);

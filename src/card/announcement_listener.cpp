@@ -7,6 +7,7 @@
 
 #include "platform/socket.h"
 #include "runtime/log.h"
+#include "runtime/status_page.h"
 #include "runtime/stop_flag.h"
 
 namespace zelk {
@@ -30,6 +31,7 @@ class CAnnouncementListener::CWorker {
       return;
     }
     while (!stop.IsSet()) {
+      StatusPage().Beat();
       if (socket.WaitReadable(kWaitMs) == EWait::kReady) {
         TakeDatagram();
       }

@@ -11,6 +11,7 @@
 #include "platform/clock.h"
 #include "runtime/config.h"
 #include "runtime/q931_types.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
@@ -138,6 +139,7 @@ bool CCard::TryOpen(SIpv4Address cardAddress, SIpv4Address localAddress, const C
   hasControllers = true;
   SetUpTrunks(*core, generation);
   SendMessage(*core, AudioPort(core->audio.LocalPort()));
+  StatusPage().CardOpens(core->number, core->facts.serialNumber, cardAddress, core->facts.trunkCount);
   core->ReportCardUp();
   core->controllersRunning = true;
   return true;
@@ -193,6 +195,7 @@ void CCard::CloseLocked(const CStopFlag& caller) {
   }
   SleepMs(0);
   StopThreads();
+  StatusPage().CardCloses(core->number, kStatusCardClosed);
   core->audio.FreeBuffers();
   core->CloseCaptures({kCaptureLockMs, caller});
 }

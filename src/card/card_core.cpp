@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "card/control_messages.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
@@ -33,6 +34,7 @@ void CCardCore::ReportCardUp() {
 }
 
 void CCardCore::ReportCardDown(const CStopFlag& caller) {
+  StatusPage().CardCloses(number, kStatusCardLost);
   if (ICardHandlers* current = handlers) {
     current->OnCardDown(caller);
   }

@@ -21,7 +21,7 @@ namespace zelk {
 // Thread: any. OnPriFrame runs under the trunk's lock; OnAudioNotice on the receive thread.
 class CCardCore : public IPriWriter, public IAudioNotice {
  public:
-  CCardCore(CCard& card, uint32_t cardNumber) : owner(card), number(cardNumber), audio(*this) {}
+  CCardCore(CCard& card, uint32_t cardNumber) : owner(card), number(cardNumber), audio(*this, cardNumber) {}
 
   void SendTrunkConfiguration(uint32_t trunk);
   void SendRegisterRead(uint32_t trunk, uint16_t registerNumber);

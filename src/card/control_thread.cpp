@@ -8,6 +8,7 @@
 #include "card/event_router.h"
 #include "card/timer_wait.h"
 #include "platform/clock.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
@@ -55,7 +56,17 @@ void CControlThread::Turn() {
     stop.SleepFor(kClosedPauseMs);
     return;
   }
-  switch (Wait(WaitMs())) {
+  const EWait woken = Wait(WaitMs());
+  const bool isWatched = StatusPage().Get() != nullptr;
+  const uint32_t begin = isWatched ? TickMs() : 0;
+  Attend(woken);
+  if (isWatched) {
+    StatusPage().NoteTurn(core->number, kStatusControl, TickMs() - begin);
+  }
+}
+
+void CControlThread::Attend(EWait woken) {
+  switch (woken) {
     case EWait::kError:
       return OnWaitError();
     case EWait::kTimeout:
@@ -222,6 +233,7 @@ uint32_t CControlThread::StatusTrunkCount() const {
 
 void CControlThread::OnLineStatus(uint32_t trunk, uint8_t status) {
   if (!stop.IsSet() && core->trunks[trunk].lineStatus.exchange(status) != status) {
+    StatusPage().LineIs(core->number, trunk, status);
     Report([&](ICardHandlers& handlers) { handlers.OnLineStatus(trunk, status); });
   }
 }
@@ -251,6 +263,9 @@ void CControlThread::OnFrame(uint32_t trunk, const uint8_t* frame, size_t length
 void CControlThread::OnHdlcError(uint8_t trunk, uint8_t code) {
   if (trunk >= kMaxTrunks || stop.IsSet()) {
     return;
+  }
+  if (SStatusTrunk* const shown = StatusPage().Trunk(core->number, trunk)) {
+    StatusAdd(shown->hdlcErrors);
   }
   switch (hdlcRules[trunk].OnError(core->trunks[trunk].lineStatus, TickMs())) {
     case EHdlcReport::kError:

@@ -52,6 +52,7 @@ class CControlThread : public IControlSink {
 
   void Turn();
   EWait Wait(int32_t waitMs);
+  void Attend(EWait woken);
   int32_t WaitMs();
   int32_t PriWaitMs();
   void LookForTimer(uint32_t trunk);

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/large_memory.h"
+#include "platform/memory/large_memory.h"
 #include "platform/mutex.h"
 
 namespace zelk {

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "formats/g711.h"
-#include "platform/large_memory.h"
+#include "platform/memory/large_memory.h"
 #include "runtime/log.h"
 #include "runtime/shelf.h"
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -67,6 +68,9 @@ class alignas(kCacheLineBytes) CWave {
   void Flush();
   bool IsStopping() const { return stopFlag != 0; }  // a flush is under way
   uint32_t TimeLeftMs() const;
+  uint32_t QueuedBytes() const {
+    return static_cast<uint32_t>(std::max(queuedBytes.load(std::memory_order_relaxed), 0));
+  }
 
   // Whether the next fill would give silence and change nothing. Takes no lock, reads nothing but this queue's state:
   // what a channel without a play costs every 20 ms.

@@ -51,6 +51,7 @@ void CConfig::Read(const std::string& path) {
   tailReported = false;
   level = ReadProfileInt(path, kDebug, "Level", 2);
   flushImmediate = ReadProfileInt(path, kDebug, "FlushImmediate", 0) != 0;
+  statusPage = ReadProfileInt(path, kDebug, "Status", 0) != 0;
   audioBuffers = ReadProfileInt(path, kGeneral, "AudioBuffers", 32);
   hangupOnAlerting = ReadProfileInt(path, kGeneral, "HangupOnAlerting", 0) != 0;
   numberType = ReadProfileInt(path, kGeneral, "NumberType", kNationalIsdnNumber);

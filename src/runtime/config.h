@@ -70,6 +70,7 @@ class CConfig {
 
   std::atomic<int32_t> level{2};
   std::atomic<bool> flushImmediate{false};
+  std::atomic<bool> statusPage{false};
   std::atomic<int32_t> audioBuffers{32};
   std::atomic<bool> hangupOnAlerting{false};
   std::atomic<int32_t> numberType{kNationalIsdnNumber};

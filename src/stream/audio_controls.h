@@ -77,6 +77,7 @@ class CFillRegister::CEntry {
 // What outlives the generations of a card's audio, and is set from any thread while the audio threads run.
 // Thread: any; all atomic.
 struct SAudioControls {
+  uint32_t card = 0;  // its place on the status page; set before the audio begins
   std::atomic<IMediaHook*> hook{nullptr};
   std::array<std::atomic<bool>, kMaxTrunks> echoSwitch{};
   // Counts the flushes of a position. Audio that was asked for under an older count is sent as silence.

@@ -6,6 +6,7 @@
 
 #include "formats/g711.h"
 #include "platform/clock.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 namespace {
@@ -51,8 +52,11 @@ void CAudioPacer::Run(CStopFlag& stop) {
 
 uint32_t CAudioPacer::Turn(CPacerSchedule& schedule, uint32_t now, const CStopFlag& stop) {
   uint32_t waitMs = 0;
-  if (schedule.PassDue(now, waitMs))
+  uint32_t lateMs = 0;
+  if (schedule.PassDue(now, waitMs, &lateMs)) {
+    StatusPage().NoteTurn(controls.card, kStatusPacer, lateMs);
     Pass(stop);
+  }
   return waitMs;
 }
 

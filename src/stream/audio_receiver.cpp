@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "runtime/status_page.h"
+
 namespace zelk {
 namespace {
 
@@ -19,7 +21,7 @@ using EAction = SSequenceDecision::EAction;
 bool CAudioReceiver::Create(CCardRings& rings) {
   trunks = static_cast<uint32_t>(rings.PositionCount() / kTimeslotsPerTrunk);
   rules = CSequenceRules();
-  return demultiplexer.Create(rings);
+  return demultiplexer.Create(rings, controls.card);
 }
 
 void CAudioReceiver::Run(CSocket& socket, SIpv4Address cardAddress) {
@@ -55,6 +57,8 @@ int CAudioReceiver::ReadWaiting(CSocket& socket, SIpv4Endpoint& source) {
     WatchBacklog();
   else
     backlog.CaughtUp();
+  if (StatusPage().Get() != nullptr)
+    StatusPage().NoteTurn(controls.card, kStatusReceive, received > 0 ? backlog.BehindMs() : 0);
   return received;
 }
 

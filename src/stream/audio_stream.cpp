@@ -26,7 +26,10 @@ bool StartThread(CThread& thread, const char* name, EThreadPriority priority, Bo
 
 class CAudioStream::CImpl {
  public:
-  explicit CImpl(IAudioNotice& cardNotice) : notice(cardNotice), controls(std::make_shared<SAudioControls>()) {}
+  CImpl(IAudioNotice& cardNotice, uint32_t cardNumber)
+      : notice(cardNotice), controls(std::make_shared<SAudioControls>()) {
+    controls->card = cardNumber;
+  }
 
   IAudioNotice& notice;
   const std::shared_ptr<SAudioControls> controls;
@@ -36,7 +39,8 @@ class CAudioStream::CImpl {
   CThread receiver;
 };
 
-CAudioStream::CAudioStream(IAudioNotice& notice) : impl(std::make_shared<CImpl>(notice)) {}
+CAudioStream::CAudioStream(IAudioNotice& notice, uint32_t cardNumber)
+    : impl(std::make_shared<CImpl>(notice, cardNumber)) {}
 
 CAudioStream::~CAudioStream() {
   RequestStop();

@@ -18,7 +18,8 @@ namespace zelk {
 // outlives its join harms nothing.
 class CAudioStream {
  public:
-  explicit CAudioStream(IAudioNotice& notice);
+  // cardNumber: the card's place on the status page.
+  explicit CAudioStream(IAudioNotice& notice, uint32_t cardNumber = 0);
   ~CAudioStream();
   CAudioStream(const CAudioStream&) = delete;
   CAudioStream& operator=(const CAudioStream&) = delete;

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/large_memory.h"
+#include "platform/memory/large_memory.h"
 #include "runtime/e1.h"
 #include "runtime/prefetch.h"
 

@@ -7,11 +7,13 @@
 
 #include "dsp/transpose.h"
 #include "runtime/prefetch.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 
-bool CDemultiplexer::Create(CCardRings& cardRings) {
+bool CDemultiplexer::Create(CCardRings& cardRings, uint32_t card) {
   rings = &cardRings;
+  cardNumber = card;
   rows.reset(new (std::nothrow) uint8_t[kBlockBytes * rings->PositionCount()]());
   blocks.fill({});
   fill = 0;
@@ -49,9 +51,16 @@ void CDemultiplexer::TurnBlocks() {
     if (blocks[i])
       pool.PushReady(i);
     blocks[i] = pool.NextFree(i);
+    if (!blocks[i])
+      CountLost(i);
   }
   fill = 0;
   rings->Rest().Wake();
+}
+
+void CDemultiplexer::CountLost(size_t position) const {
+  if (SStatusChannel* const shown = StatusPage().Position(cardNumber, position))
+    StatusAdd(shown->lostReceived);
 }
 
 // Picks the blocks that must be turned, after it has done with the others.

@@ -18,7 +18,8 @@ namespace zelk {
 // Thread: receive, but Create (false when there is no memory) the opener. Nothing blocks or allocates after Create.
 class CDemultiplexer {
  public:
-  bool Create(CCardRings& cardRings);
+  // card: its place on the status page.
+  bool Create(CCardRings& cardRings, uint32_t card = 0);
   // Whole frames, position by position in each.
   void Add(const uint8_t* samples, size_t frames);
 
@@ -26,8 +27,10 @@ class CDemultiplexer {
   void Foresee(size_t first, size_t end);
   void TurnBlocks();
   void LeaveSteady();
+  void CountLost(size_t position) const;
 
   CCardRings* rings = nullptr;
+  uint32_t cardNumber = 0;
   std::unique_ptr<uint8_t[]> rows;                 // 160 frames
   std::array<SPoolBlock, kMaxPositions> blocks{};  // where this 20 ms will go; none: nowhere
   std::array<uint8_t*, kMaxPositions> targets{};   // those of them that must be written

@@ -8,6 +8,7 @@
 
 #include "dsp/transpose.h"
 #include "formats/g711.h"
+#include "runtime/status_page.h"
 
 namespace zelk {
 namespace {
@@ -91,6 +92,10 @@ const uint8_t* CMultiplexer::TakeBlock(size_t position, bool& changes) {
     pool.PushFree(position);
   const SPoolBlock taken = pool.NextReady(position);
   column.hasBlock = static_cast<bool>(taken);
+  if (!taken) {
+    if (SStatusChannel* const shown = StatusPage().Position(controls.card, position))
+      StatusAdd(shown->lostSent);
+  }
   if (taken && taken.note->mark && !ReportMark(position))
     return nullptr;
   column.flushCount = controls.flushCounts[position].load(std::memory_order_acquire);

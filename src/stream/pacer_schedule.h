@@ -14,8 +14,8 @@ class CPacerSchedule {
   static constexpr uint32_t kPeriodMs = kBlockMs;
 
   explicit CPacerSchedule(uint32_t now) : due(now) {}
-  // True: do one pass now. False: sleep waitMs first. The counter may wrap.
-  bool PassDue(uint32_t now, uint32_t& waitMs);
+  // True: do one pass now; lateMs is then by how much it is late. False: sleep waitMs first. The counter may wrap.
+  bool PassDue(uint32_t now, uint32_t& waitMs, uint32_t* lateMs = nullptr);
   // The passes up to now would have found nothing to do: none of them is made up for.
   void Skip(uint32_t now) { due += (now - due) / kPeriodMs * kPeriodMs; }
 

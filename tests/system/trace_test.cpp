@@ -1,15 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
-#include <algorithm>
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <sstream>
-
-#include "call_fixture.h"
 #include "cardsim/program/call_record.h"
 #include "common/q931_decode.h"
+#include "trace_fixture.h"
 
 // zelk-trace on a capture of the real network between the library and the simulated cards.
 namespace {
@@ -21,57 +14,14 @@ using cardsim::ECallDirection;
 using cardsim::EDirection;
 using cardsim::ESimCallState;
 
-class Trace : public CCallTest {
+class Trace : public CTraceTest {
  protected:
-  void SetUp() override {
-    if (remote::CRemoteLibrary::Place() != nullptr) {
-      GTEST_SKIP() << "the library is in a network of its own";
-    }
-    bin = fs::read_symlink("/proc/self/exe").parent_path();
-    if (!fs::exists(bin / "zelk-trace") || std::system("command -v dumpcap tshark > /dev/null") != 0) {
-      GTEST_SKIP() << "zelk-trace or tshark is not there";
-    }
-    folder = fs::temp_directory_path() / "zelk-trace";
-    fs::create_directories(folder);
-  }
   void TearDown() override {
     StopCapture();
-    CCallTest::TearDown();
-    std::error_code ignored;
-    fs::remove_all(folder, ignored);
+    CTraceTest::TearDown();
   }
 
-  std::string Path(const std::string& name) const { return (folder / name).string(); }
   std::string Capture() const { return Path("net.pcapng"); }
-
-  // What a command prints.
-  std::string Run(const std::string& command, int expected = 0) const {
-    const std::string line = command + " 2> " + Path("errors");
-    std::FILE* pipe = popen(line.c_str(), "r");
-    std::string text;
-    std::array<char, 4096> part{};
-    for (size_t got = 0; (got = std::fread(part.data(), 1, part.size(), pipe)) > 0;) {
-      text.append(part.data(), got);
-    }
-    const int status = pclose(pipe);
-    EXPECT_EQ(WEXITSTATUS(status), expected) << command << "\n" << TextOf(Path("errors"));
-    return text;
-  }
-  std::string TraceOf(const std::string& arguments, int expected = 0) const {
-    return Run("'" + (bin / "zelk-trace").string() + "' " + arguments, expected);
-  }
-  static std::string TextOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  }
-  static Names Lines(const std::string& text) {
-    Names lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-      lines.push_back(line.substr(0, line.find('\r')));
-    }
-    return lines;
-  }
 
   // The capture runs from before the library's start: dumpcap makes its file when it has opened the adapter.
   void StartCapture() {
@@ -152,8 +102,6 @@ class Trace : public CCallTest {
     EXPECT_EQ(summary.find("U P, func=UA"), std::string::npos) << summary;
   }
 
-  fs::path bin;
-  fs::path folder;
   std::string dumpcap;  // its process, while it runs
 };
 

@@ -5,5 +5,7 @@ namespace tool {
 
 // True when standard output is a terminal that a person watches, so that a line may be drawn over.
 bool StdoutIsTerminal();
+// The same of standard input, from which keys would come.
+bool StdinIsTerminal();
 
 }  // namespace tool

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "platform/large_memory.h"
+#include "platform/memory/large_memory.h"
 
 #include <gtest/gtest.h>
 

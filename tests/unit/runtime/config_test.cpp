@@ -21,6 +21,7 @@ class ConfigFile : public testing::Test {
 void ExpectDefaults(const CConfig& config) {
   EXPECT_EQ(config.level, 2);
   EXPECT_FALSE(config.flushImmediate);
+  EXPECT_FALSE(config.statusPage);
   EXPECT_EQ(config.audioBuffers, 32);
   EXPECT_FALSE(config.hangupOnAlerting);
   EXPECT_EQ(config.numberType, 33);
@@ -58,12 +59,13 @@ TEST_F(ConfigFile, AFileThatIsGoneAtTheNextReadGivesTheDefaultsAgain) {
 
 TEST_F(ConfigFile, EveryGeneralKeyIsRead) {
   Read(
-      "[Debug]\nLevel=1\nFlushImmediate=1\n"
+      "[Debug]\nLevel=1\nFlushImmediate=1\nStatus=1\n"
       "[General]\nAudioBuffers=40\nHangupOnAlerting=1\nNumberType=65\nClientType=1\nSwitchType=1\n"
       "EchoCanceller=1\nEchoTail=64\nHdlcLog=1\nCrc4=1\nClearedCallTimeout=60\n"
       "[Dtmf]\nNormalTwist=1.5\nReverseTwist=2.5\nRowPeak=3.5\nColPeak=4.5\nTotalEnergy=5.5\n");
   EXPECT_EQ(config.level, 1);
   EXPECT_TRUE(config.flushImmediate);
+  EXPECT_TRUE(config.statusPage);
   EXPECT_EQ(config.audioBuffers, 40);
   EXPECT_TRUE(config.hangupOnAlerting);
   EXPECT_EQ(config.numberType, 65);

@@ -18,6 +18,7 @@ TEST(Paths, TheSameRuleServesTheLinuxName) {
   EXPECT_EQ(paths.directory, "/opt/zelk/");
   EXPECT_EQ(paths.log, "/opt/zelk/libZelkApi.log");
   EXPECT_EQ(paths.ini, "/opt/zelk/libZelkApi.ini");
+  EXPECT_EQ(paths.status, "/opt/zelk/libZelkApi.status");
 }
 
 TEST(Paths, SixCharactersAreCutWhateverTheyAre) {

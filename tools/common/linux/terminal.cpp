@@ -9,4 +9,8 @@ bool StdoutIsTerminal() {
   return isatty(STDOUT_FILENO) == 1;
 }
 
+bool StdinIsTerminal() {
+  return isatty(STDIN_FILENO) == 1;
+}
+
 }  // namespace tool

@@ -10,4 +10,8 @@ bool StdoutIsTerminal() {
   return _isatty(_fileno(stdout)) != 0;
 }
 
+bool StdinIsTerminal() {
+  return _isatty(_fileno(stdin)) != 0;
+}
+
 }  // namespace tool

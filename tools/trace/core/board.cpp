@@ -62,6 +62,7 @@ SBoardTrunk* CBoard::Find(std::uint32_t card, int trunk) {
 void CBoard::OnControl(const SConnection& connection, const SControl& message) {
   SBoardCard& card = cards[connection.card];
   card.serial = connection.serial;
+  card.heard = message.direction == EDirection::kToLibrary ? message.time : card.heard;
   card.trunks.resize(static_cast<std::size_t>(connection.trunks));
   if (message.kind == EControl::kStatus) {
     for (std::size_t i = 0; i < std::min(message.body.size(), card.trunks.size()); ++i) {

@@ -33,6 +33,7 @@ struct SBoardCard {
   std::uint32_t serial = 0;
   std::uint32_t address = 0;
   bool isConnected = false;
+  Time heard = 0;  // its last message on the control connection
   std::vector<SBoardTrunk> trunks;
   CReplyWatch replies;
 };

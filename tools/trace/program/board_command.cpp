@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "trace/core/board.h"
 #include "trace/core/text.h"
+#include "trace/program/board_live.h"
+#include "trace/program/board_view.h"
 #include "trace/program/commands.h"
+#include "trace/program/page_report.h"
 #include "trace/program/run.h"
+#include "trace/program/screen_terminal.h"
 
 namespace trace {
 namespace {
@@ -14,10 +19,6 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr char kCells[] = ".ioC-x";  // by EChannel
-
-std::string NameOf(const SBoardCard& card) {
-  return card.serial != 0 ? std::to_string(card.serial) : AddressText(card.address);
-}
 
 std::string Layer1(const SBoardTrunk& trunk) {
   if (!trunk.status) {
@@ -63,7 +64,7 @@ std::string BoardText(const CBoard& board) {
       const double share =
           trunk.calls == 0 ? 0 : 100.0 * static_cast<double>(trunk.connected) / static_cast<double>(trunk.calls);
       text += fmt::format("{:<18} {:<7} {:<5} {:<24} {:>6} {:>7.0f} {:>7.0f} % {:>8}  {}\n",
-                          NameOf(card) + "-" + std::to_string(i + 1), Layer1(trunk), Layer2(trunk),
+                          CardNameOf(card) + "-" + std::to_string(i + 1), Layer1(trunk), Layer2(trunk),
                           IsoTime(trunk.changed), trunk.hdlcErrors, static_cast<double>(trunk.calls) / Hours(board),
                           share, trunk.starvedBlocks, CellsOf(trunk));
     }
@@ -71,7 +72,7 @@ std::string BoardText(const CBoard& board) {
     text += fmt::format(
         "card {} at {}, {}: packets {}, lost {}, repeated {}; replies {}, late {}, missing {}, delay p50 {} ms, p99 {} "
         "ms\n",
-        NameOf(card), AddressText(address), card.isConnected ? "connected" : "not connected", counts.packets,
+        CardNameOf(card), AddressText(address), card.isConnected ? "connected" : "not connected", counts.packets,
         counts.lost, counts.repeated, counts.replies, counts.late, counts.missing,
         Milliseconds(card.replies.DelayMs(0.5)), Milliseconds(card.replies.DelayMs(0.99)));
   }
@@ -133,11 +134,6 @@ std::string BoardJson(const CBoard& board) {
   return json.dump(2) + "\n";
 }
 
-// A family of the text format that Prometheus collects; `values` has lines for it already.
-std::string Family(const char* name, const char* type, const char* help, const std::string& values) {
-  return values.empty() ? "" : fmt::format("# HELP {0} {2}\n# TYPE {0} {1}\n{3}", name, type, help, values);
-}
-
 using TrunkValue = std::optional<std::uint64_t> (*)(const SBoardTrunk&);
 
 std::string TrunkFamily(const CBoard& board, const char* name, const char* type, const char* help, TrunkValue value) {
@@ -145,11 +141,11 @@ std::string TrunkFamily(const CBoard& board, const char* name, const char* type,
   for (const auto& [address, card] : board.Cards()) {
     for (std::size_t i = 0; i < card.trunks.size(); ++i) {
       if (const std::optional<std::uint64_t> number = value(card.trunks[i])) {
-        lines += fmt::format("{}{{card=\"{}\",trunk=\"{}\"}} {}\n", name, NameOf(card), i + 1, *number);
+        lines += fmt::format("{}{{card=\"{}\",trunk=\"{}\"}} {}\n", name, CardNameOf(card), i + 1, *number);
       }
     }
   }
-  return Family(name, type, help, lines);
+  return MetricFamily(name, type, help, lines);
 }
 
 using CardValue = std::optional<double> (*)(const SBoardCard&);
@@ -158,10 +154,10 @@ std::string CardFamily(const CBoard& board, const char* name, const char* type, 
   std::string lines;
   for (const auto& [address, card] : board.Cards()) {
     if (const std::optional<double> number = value(card)) {
-      lines += fmt::format("{}{{card=\"{}\"}} {}\n", name, NameOf(card), *number);
+      lines += fmt::format("{}{{card=\"{}\"}} {}\n", name, CardNameOf(card), *number);
     }
   }
-  return Family(name, type, help, lines);
+  return MetricFamily(name, type, help, lines);
 }
 
 std::optional<std::uint64_t> Channels(const SBoardTrunk& trunk, EChannel state) {
@@ -219,9 +215,34 @@ std::string CardMetrics(const CBoard& board) {
 
 }  // namespace
 
-EExit RunBoard(const SBoardOptions& options) {
+namespace {
+
+constexpr int kLookSeconds = 5;  // at an adapter, when it is to be shown once
+
+EExit ReportPage(const SBoardOptions& options) {
+  const SPageLook look = LookAtPage(options.status);
+  const bool isLive = look.why.empty();
+  if (options.form == EBoardForm::kJson) {
+    Print(isLive ? PageJson(look.page, look.now) : DeadPageJson(look.page, look.why));
+  } else if (options.form == EBoardForm::kMetrics) {
+    Print(isLive ? PageMetrics(look.page) : DeadPageMetrics());
+  } else if (isLive) {
+    Print(PageText(look.page, look.now));
+  }
+  if (!isLive) {
+    FlushOutput();
+    throw CTraceError(EExit::kNothingFound, look.why);
+  }
+  return EExit::kDone;
+}
+
+EExit ReportWire(const SBoardOptions& options) {
+  SInput input = options.input;
+  if (!input.adapter.empty() && input.seconds == 0) {
+    input.seconds = kLookSeconds;
+  }
   CBoard board;
-  const EExit result = Analyse(options.input, board);
+  const EExit result = Analyse(input, board);
   switch (options.form) {
     case EBoardForm::kJson:
       Print(BoardJson(board));
@@ -233,6 +254,20 @@ EExit RunBoard(const SBoardOptions& options) {
       Print(BoardText(board));
   }
   return result;
+}
+
+}  // namespace
+
+EExit RunBoard(const SBoardOptions& options) {
+  const bool hasWire = !options.input.file.empty() || !options.input.adapter.empty();
+  if (options.input.file.empty() && !options.once && options.form == EBoardForm::kText && ScreenIsPossible()) {
+    return RunLiveBoard(options);
+  }
+  if (!hasWire) {
+    return ReportPage(options);
+  }
+  const EExit result = ReportWire(options);
+  return options.status.empty() ? result : std::max(result, ReportPage(options));
 }
 
 }  // namespace trace

@@ -157,7 +157,7 @@ class CCallPrinter : public ITraceSink {
     }
     Print(text);
     ++count;
-    if (options.input.file == "-") {
+    if (options.input.file == "-" || !options.input.adapter.empty()) {
       FlushOutput();  // it may be live
     }
   }

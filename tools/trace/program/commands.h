@@ -11,8 +11,10 @@
 namespace trace {
 
 struct SInput {
-  std::string file;  // "-" is standard input
-  int trunks = 0;    // of cards of which the capture does not tell it; 0: none
+  std::string file;     // "-" is standard input
+  std::string adapter;  // captured from live; empty for a file
+  int seconds = 0;      // of a live capture; 0: until somebody ends it
+  int trunks = 0;       // of cards of which the capture does not tell it; 0: none
 };
 
 enum class EForm { kText, kCsv, kJson };
@@ -30,6 +32,7 @@ struct SLadderOptions {
   SInput input;
   std::uint64_t call = 0;  // as `calls` numbers them
   bool layer2 = false;     // every frame of the D-channel while the call goes on
+  bool follow = false;     // every call, as its messages come
   std::string svg;         // file for the picture; empty for text
 };
 
@@ -44,17 +47,21 @@ struct SAudioOptions {
 EExit RunAudio(const SAudioOptions& options);
 
 struct SExportOptions {
-  SInput input;  // a capture, or a D-channel file of the library (.hdlc)
-  std::string output;
+  SInput input;        // a capture, or a D-channel file of the library (.hdlc)
+  std::string output;  // "-" is standard output
   bool anonymise = false;
 };
 
 EExit RunExport(const SExportOptions& options);
+// The same into Wireshark's window, live.
+EExit RunWireshark(const SExportOptions& options);
 
 enum class EBoardForm { kText, kJson, kMetrics };
 
 struct SBoardOptions {
-  SInput input;
+  SInput input;        // neither file nor adapter: the status page alone
+  std::string status;  // file of a status page; empty for none
+  bool once = false;   // no screen
   EBoardForm form = EBoardForm::kText;
 };
 

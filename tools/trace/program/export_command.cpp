@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <fmt/format.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <deque>
 #include <fstream>
 #include <map>
+#include <memory>
 
 #include "trace/core/anonymiser.h"
 #include "trace/core/hdlc_file.h"
@@ -17,8 +20,8 @@ namespace {
 // Job: writes the frames in their order. A frame waits until its trunk's roles are known: the pseudo-header tells them.
 class CExport : public ITraceSink {
  public:
-  explicit CExport(const SExportOptions& exportOptions)
-      : options(exportOptions), file(options.output, std::ios::binary | std::ios::trunc), writer(file) {}
+  CExport(const SExportOptions& exportOptions, std::ostream& stream)
+      : options(exportOptions), isLive(!options.input.adapter.empty()), out(stream), writer(stream) {}
 
   void OnFrame(const SConnection& connection, const SControl& frame, const tool::SQ921Frame&, EVerdict) override {
     const Key key{connection.number, frame.trunk};
@@ -26,8 +29,12 @@ class CExport : public ITraceSink {
     link.OnFrame(frame, tool::DecodeFrame(frame.body));
     waiting.push_back({key, {CardName(connection), connection.serial, frame.trunk, false, frame}});
     WriteKnown();
-    if (waiting.size() > kMostWaiting) {
+    // Somebody looks on: the roles may not be told for hours.
+    while (isLive ? !waiting.empty() : waiting.size() > kMostWaiting) {
       WriteFirst();
+    }
+    if (isLive && !out.flush()) {
+      throw CTraceError(EExit::kDone, "the reader has gone");
     }
   }
   // Throws CTraceError when something could not be written.
@@ -35,9 +42,8 @@ class CExport : public ITraceSink {
     while (!waiting.empty()) {
       WriteFirst();
     }
-    file.close();
-    if (!file) {
-      throw CTraceError(EExit::kBadOutput, options.output + ": cannot be written");
+    if (!out.flush()) {
+      throw CTraceError(errno == EPIPE ? EExit::kDone : EExit::kBadOutput, options.output + ": cannot be written");
     }
     return written;
   }
@@ -63,7 +69,8 @@ class CExport : public ITraceSink {
   }
 
   const SExportOptions& options;
-  std::ofstream file;
+  const bool isLive;
+  std::ostream& out;
   CPcapngWriter writer;
   CAnonymiser anonymiser;
   std::map<Key, CDataLink> links;
@@ -85,13 +92,51 @@ EExit ReadHdlc(const std::string& path, ITraceSink& sink) {
   return EExit::kDone;
 }
 
+// Bytes for a C stream, as a pipe is one.
+class CPipeBuffer : public std::streambuf {
+ public:
+  explicit CPipeBuffer(std::FILE* pipe) : file(pipe) {}
+
+ protected:
+  int_type overflow(int_type letter) override { return std::fputc(letter, file) == EOF ? traits_type::eof() : letter; }
+  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+    return static_cast<std::streamsize>(std::fwrite(bytes, 1, static_cast<std::size_t>(count), file));
+  }
+  int sync() override { return std::fflush(file); }
+
+ private:
+  std::FILE* file;
+};
+
+EExit ExportTo(std::ostream& out, const SExportOptions& options) {
+  CExport exported(options, out);
+  const bool isHdlc = options.input.adapter.empty() && CHdlcFile::IsOne(options.input.file);
+  const EExit result = isHdlc ? ReadHdlc(options.input.file, exported) : Analyse(options.input, exported);
+  return exported.End() == 0 && result == EExit::kDone ? EExit::kNothingFound : result;
+}
+
 }  // namespace
 
 EExit RunExport(const SExportOptions& options) {
-  CExport exported(options);
-  const EExit result =
-      CHdlcFile::IsOne(options.input.file) ? ReadHdlc(options.input.file, exported) : Analyse(options.input, exported);
-  return exported.End() == 0 && result == EExit::kDone ? EExit::kNothingFound : result;
+  if (options.output == "-") {
+    CPipeBuffer buffer(stdout);
+    std::ostream out(&buffer);
+    return ExportTo(out, options);
+  }
+  std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
+  return ExportTo(file, options);
+}
+
+EExit RunWireshark(const SExportOptions& options) {
+  std::FILE* const pipe = popen("exec wireshark -k -i -", "w");
+  if (pipe == nullptr) {
+    throw CTraceError(EExit::kBadOutput, "wireshark cannot be started");
+  }
+  // Closed in every case: its end is waited for.
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> closes(pipe, &pclose);
+  CPipeBuffer buffer(pipe);
+  std::ostream out(&buffer);
+  return ExportTo(out, options);
 }
 
 }  // namespace trace

@@ -86,11 +86,15 @@ void AddRung(pugi::xml_node svg, const SLadder& ladder, const SRung& rung, int y
 std::string LadderText(const SLadder& ladder) {
   std::string text = Title(ladder.call) + "\n\n" + fmt::format("{:>14}  {:<10}{:>21}\n", "", "exchange", "library");
   for (const SRung& rung : ladder.rungs) {
-    std::string line = fmt::format("{:>12.6f} s  {}  {}", Seconds(ladder, rung), Arrow(rung), rung.details);
+    std::string line = fmt::format("{:>12.6f} s  {}", Seconds(ladder, rung), RungText(rung));
     line.erase(line.find_last_not_of(' ') + 1);
     text += line + "\n";
   }
   return text + "\n" + Ending(ladder.call) + "\n";
+}
+
+std::string RungText(const SRung& rung) {
+  return Arrow(rung) + "  " + rung.details;
 }
 
 std::string LadderSvg(const SLadder& ladder) {

@@ -21,6 +21,8 @@ struct SLadder {
   std::vector<SRung> rungs;
 };
 
+// One arrow between the two columns, with its details.
+std::string RungText(const SRung& rung);
 // Two columns, exchange and library; times in seconds from the first rung.
 std::string LadderText(const SLadder& ladder);
 // The same as a picture: one SVG file without scripts.

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "trace/core/q931_text.h"
+#include "trace/core/text.h"
 #include "trace/program/commands.h"
 #include "trace/program/ladder.h"
 #include "trace/program/run.h"
@@ -74,9 +75,35 @@ class CRungs : public ITraceSink {
   bool isOver = false;
 };
 
+// Job: prints each message of every call as it comes.
+class CFollower : public ITraceSink {
+ public:
+  explicit CFollower(const SLadderOptions& ladderOptions) : options(ladderOptions) {}
+
+  void OnCallMessage(const SCall& call, const SSignal& signal) override {
+    if (options.call != 0 && call.number != options.call) {
+      return;
+    }
+    const bool isToLibrary = signal.frame.direction == EDirection::kToLibrary;
+    Print(fmt::format("{}  {:<12} call {:<4} {}\n", IsoTime(signal.frame.time),
+                      fmt::format("{}-{} {}", CardName(call), call.trunk + 1,
+                                  call.timeslot < 0 ? "?" : std::to_string(call.timeslot)),
+                      call.number,
+                      RungText({signal.frame.time, isToLibrary, signal.message.name, ElementsText(signal.message)})));
+    FlushOutput();
+  }
+
+ private:
+  const SLadderOptions& options;
+};
+
 }  // namespace
 
 EExit RunLadder(const SLadderOptions& options) {
+  if (options.follow) {
+    CFollower follower(options);
+    return Analyse(options.input, follower);
+  }
   CRungs rungs(options);
   const EExit result = Analyse(options.input, rungs);
   if (!rungs.Ladder()) {

@@ -16,14 +16,33 @@ using trace::EExit;
 using Action = std::function<EExit()>;
 
 void AddInput(CLI::App& command, trace::SInput& input) {
-  command.add_option("file", input.file, "capture, pcap or pcapng; - is standard input")->required();
+  command.add_option("file", input.file, "capture, pcap or pcapng; - is standard input");
   command.add_option("--trunks", input.trunks, "trunks of a card of which the capture does not show it")
       ->check(CLI::Range(1, 8));
 }
 
+void AddFile(CLI::App& command, trace::SInput& input) {
+  AddInput(command, input);
+  command.get_option("file")->required();
+}
+
+// Where it can be live: a file or an adapter.
+void AddLive(CLI::App& command, trace::SInput& input) {
+  AddInput(command, input);
+  command.add_option("-i,--interface", input.adapter, "capture from this adapter with dumpcap, until Ctrl-C")
+      ->excludes("file");
+  command.add_option("--seconds", input.seconds, "how long")->check(CLI::Range(1, 1000000))->needs("-i");
+}
+
+void Require(bool isThere, const char* what) {
+  if (!isThere) {
+    throw CLI::RequiredError(what);
+  }
+}
+
 void AddCalls(CLI::App& app, trace::SCallsOptions& options, Action& action) {
   CLI::App* command = app.add_subcommand("calls", "one line a call");
-  AddInput(*command, options.input);
+  AddLive(*command, options.input);
   auto* csv = command->add_flag_callback(
       "--csv", [&] { options.form = trace::EForm::kCsv; }, "comma-separated values");
   command
@@ -32,21 +51,30 @@ void AddCalls(CLI::App& app, trace::SCallsOptions& options, Action& action) {
       ->excludes(csv);
   command->add_option("--number", options.number, "only calls from or to this number; * and ? stand for digits");
   command->add_option("--cause", options.cause, "only calls cleared with this cause")->check(CLI::Range(0, 127));
-  command->callback([&] { action = [&] { return trace::RunCalls(options); }; });
+  command->callback([&] {
+    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    action = [&] { return trace::RunCalls(options); };
+  });
 }
 
 void AddLadder(CLI::App& app, trace::SLadderOptions& options, Action& action) {
   CLI::App* command = app.add_subcommand("ladder", "the messages of a call between exchange and library");
-  AddInput(*command, options.input);
-  command->add_option("--call", options.call, "number of the call, as calls tells it")->required();
-  command->add_flag("--layer2", options.layer2, "every frame of the D-channel while the call goes on");
-  command->add_option("--svg", options.svg, "write a picture to this file");
-  command->callback([&] { action = [&] { return trace::RunLadder(options); }; });
+  AddLive(*command, options.input);
+  command->add_option("--call", options.call, "number of the call, as calls tells it");
+  auto* follow = command->add_flag("--follow", options.follow, "the messages of every call as they come")->needs("-i");
+  command->add_flag("--layer2", options.layer2, "every frame of the D-channel while the call goes on")
+      ->excludes(follow);
+  command->add_option("--svg", options.svg, "write a picture to this file")->excludes(follow);
+  command->callback([&] {
+    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    Require(options.call != 0 || options.follow, "--call");
+    action = [&] { return trace::RunLadder(options); };
+  });
 }
 
 void AddAudio(CLI::App& app, trace::SAudioOptions& options, Action& action) {
   CLI::App* command = app.add_subcommand("audio", "the sound of a call: from the line left, to the line right");
-  AddInput(*command, options.input);
+  AddFile(*command, options.input);
   command->add_option("--call", options.call, "number of the call, as calls tells it")->required();
   command->add_option("-o,--output", options.output, "WAV file")->required();
   command->callback([&] { action = [&] { return trace::RunAudio(options); }; });
@@ -54,17 +82,30 @@ void AddAudio(CLI::App& app, trace::SAudioOptions& options, Action& action) {
 
 void AddExport(CLI::App& app, trace::SExportOptions& options, Action& action) {
   CLI::App* command = app.add_subcommand("export", "the D-channels alone, for Wireshark");
-  AddInput(*command, options.input);
-  command->add_option("-o,--output", options.output, "pcapng file")->required();
+  AddLive(*command, options.input);
+  command->add_option("-o,--output", options.output, "pcapng file; - is standard output")->required();
   command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
-  command->callback([&] { action = [&] { return trace::RunExport(options); }; });
+  command->callback([&] {
+    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    action = [&] { return trace::RunExport(options); };
+  });
+}
+
+void AddWireshark(CLI::App& app, trace::SExportOptions& options, Action& action) {
+  CLI::App* command = app.add_subcommand("wireshark", "Wireshark opens and shows the D-channels live");
+  AddLive(*command, options.input);
+  command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
+  command->callback([&] {
+    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    action = [&] { return trace::RunWireshark(options); };
+  });
 }
 
 void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
-  CLI::App* command = app.add_subcommand("board", "every trunk and channel at the end of the capture");
-  AddInput(*command, options.input);
-  command->add_flag_callback(
-      "--once", [] {}, "show it once and end, as it does for a file in any case");
+  CLI::App* command = app.add_subcommand("board", "every trunk and channel, live or at the end of a capture");
+  AddLive(*command, options.input);
+  command->add_option("--status", options.status, "status page of a library, instead or besides");
+  command->add_flag("--once", options.once, "show it once and end, as it does without a terminal");
   auto* json = command->add_flag_callback(
       "--json", [&] { options.form = trace::EBoardForm::kJson; }, "as an object");
   command
@@ -72,7 +113,14 @@ void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
           "--metrics", [&] { options.form = trace::EBoardForm::kMetrics; },
           "as text that Prometheus collects from a folder")
       ->excludes(json);
-  command->callback([&] { action = [&] { return trace::RunBoard(options); }; });
+  command->callback([&] {
+    const bool hasWire = !options.input.file.empty() || !options.input.adapter.empty();
+    Require(hasWire || !options.status.empty(), "file, -i or --status");
+    if (hasWire && !options.status.empty() && options.form != trace::EBoardForm::kText) {
+      throw CLI::ValidationError("--json and --metrics have one source");
+    }
+    action = [&] { return trace::RunBoard(options); };
+  });
 }
 
 int Run(int argc, char** argv) {
@@ -87,6 +135,8 @@ int Run(int argc, char** argv) {
   AddAudio(app, audio, action);
   trace::SExportOptions exported;
   AddExport(app, exported, action);
+  trace::SExportOptions shown;
+  AddWireshark(app, shown, action);
   trace::SBoardOptions board;
   AddBoard(app, board, action);
   try {

@@ -8,10 +8,13 @@
 #include <cstring>
 #include <fstream>
 
+#include "trace/program/live_capture.h"
+
 namespace trace {
 
-EExit Analyse(const SInput& input, ITraceSink& sink) {
-  CCaptureFile file(input.file);
+namespace {
+
+EExit AnalyseFile(CCaptureFile& file, const SInput& input, ITraceSink& sink) {
   CAnalysis analysis(sink, input.trunks);
   analysis.Run(file);
   for (const std::string& note : analysis.Notes()) {
@@ -26,6 +29,16 @@ EExit Analyse(const SInput& input, ITraceSink& sink) {
     return EExit::kNothingFound;
   }
   return EExit::kDone;
+}
+
+}  // namespace
+
+EExit Analyse(const SInput& input, ITraceSink& sink) {
+  if (!input.adapter.empty()) {
+    return CaptureLive(input, [&](CCaptureFile& live) { return AnalyseFile(live, input, sink); });
+  }
+  CCaptureFile file(input.file);
+  return AnalyseFile(file, input, sink);
 }
 
 namespace {
