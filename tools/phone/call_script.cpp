@@ -67,7 +67,7 @@ SCallEnd CCallRun::Run(int connectSeconds) {
   return end;
 }
 
-void CCallRun::Say(const char* type, const std::string& text, Json fields) {
+void CCallRun::Say(const char* type, const std::string& text, const Json& fields) {
   Json all = {{"channel", channel}};
   all.update(fields);
   report.Say(type, text, all);

@@ -54,7 +54,7 @@ class CCallRun {
   void HangUpWhenDue(int connectSeconds);
   void ShowStatus();
   void HangUp(const char* why);
-  void Say(const char* type, const std::string& text, Json fields = Json::object());
+  void Say(const char* type, const std::string& text, const Json& fields = Json::object());
   void FinishRecording();
 
   CSession& session;

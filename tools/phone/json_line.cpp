@@ -6,10 +6,10 @@
 namespace phone {
 
 std::string IsoTime(UtcTime time) {
-  using namespace std::chrono;
-  const auto day = floor<days>(time);
-  const year_month_day date(day);
-  const hh_mm_ss<milliseconds> clock(floor<milliseconds>(time - day));
+  using std::chrono::milliseconds;
+  const auto day = std::chrono::floor<std::chrono::days>(time);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss<milliseconds> clock(std::chrono::floor<milliseconds>(time - day));
   char text[64];
   std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
                 static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),

@@ -58,7 +58,8 @@ bool CSharedPage::Map(const std::string& path, size_t bytes) {
 void CSharedPage::Leave() {
   if (data == nullptr)
     return;
-  mmap(std::exchange(data, nullptr), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+  static_cast<void>(
+      mmap(std::exchange(data, nullptr), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0));
   close(static_cast<int>(std::exchange(file, -1)));
 }
 

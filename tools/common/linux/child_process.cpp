@@ -2,13 +2,13 @@
 #include "common/child_process.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -38,6 +38,7 @@ class CAttributes {
 
 int Spawn(const std::vector<std::string>& command, int output, int errors, int& process) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& each : command) {
     arguments.push_back(const_cast<char*>(each.c_str()));
   }

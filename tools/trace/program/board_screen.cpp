@@ -176,7 +176,7 @@ class CBoardScreen {
     const int room = LINES - 3;
     scroll = std::clamp(scroll, 0, std::max(static_cast<int>(text.size()) - room, 0));
     for (int i = 0; i < room && scroll + i < static_cast<int>(text.size()); ++i) {
-      Put(2 + i, 1, text[static_cast<std::size_t>(scroll + i)]);
+      Put(2 + i, 1, text[static_cast<std::size_t>(scroll) + static_cast<std::size_t>(i)]);
     }
   }
 

@@ -52,8 +52,9 @@ std::vector<int> CLastCalls::Causes(std::uint32_t card, int trunk, int timeslot)
 }
 
 void CLevelMeter::Watch(std::uint32_t card, int trunk, int timeslot, int trunks) {
-  const std::size_t place = static_cast<std::size_t>(trunk * tool::kTimeslots + timeslot);
-  const std::size_t frame = static_cast<std::size_t>(trunks * tool::kTimeslots);
+  constexpr auto kTimeslots = static_cast<std::size_t>(tool::kTimeslots);
+  const std::size_t place = static_cast<std::size_t>(trunk) * kTimeslots + static_cast<std::size_t>(timeslot);
+  const std::size_t frame = static_cast<std::size_t>(trunks) * kTimeslots;
   if (watched == card && at == place && step == frame) {
     return;
   }
