@@ -40,6 +40,14 @@ void Require(bool isThere, const char* what) {
   }
 }
 
+bool HasInput(const trace::SInput& input) {
+  return !input.file.empty() || !input.adapter.empty();
+}
+
+void RequireInput(const trace::SInput& input) {
+  Require(HasInput(input), "file or -i");
+}
+
 void AddCalls(CLI::App& app, trace::SCallsOptions& options, Action& action) {
   CLI::App* command = app.add_subcommand("calls", "one line a call");
   AddLive(*command, options.input);
@@ -52,7 +60,7 @@ void AddCalls(CLI::App& app, trace::SCallsOptions& options, Action& action) {
   command->add_option("--number", options.number, "only calls from or to this number; * and ? stand for digits");
   command->add_option("--cause", options.cause, "only calls cleared with this cause")->check(CLI::Range(0, 127));
   command->callback([&] {
-    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    RequireInput(options.input);
     action = [&] { return trace::RunCalls(options); };
   });
 }
@@ -66,7 +74,7 @@ void AddLadder(CLI::App& app, trace::SLadderOptions& options, Action& action) {
       ->excludes(follow);
   command->add_option("--svg", options.svg, "write a picture to this file")->excludes(follow);
   command->callback([&] {
-    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    RequireInput(options.input);
     Require(options.call != 0 || options.follow, "--call");
     action = [&] { return trace::RunLadder(options); };
   });
@@ -86,7 +94,7 @@ void AddExport(CLI::App& app, trace::SExportOptions& options, Action& action) {
   command->add_option("-o,--output", options.output, "pcapng file; - is standard output")->required();
   command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
   command->callback([&] {
-    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    RequireInput(options.input);
     action = [&] { return trace::RunExport(options); };
   });
 }
@@ -96,7 +104,7 @@ void AddWireshark(CLI::App& app, trace::SExportOptions& options, Action& action)
   AddLive(*command, options.input);
   command->add_flag("--anonymise", options.anonymise, "other digits for numbers, and no texts");
   command->callback([&] {
-    Require(!options.input.file.empty() || !options.input.adapter.empty(), "file or -i");
+    RequireInput(options.input);
     action = [&] { return trace::RunWireshark(options); };
   });
 }
@@ -114,7 +122,7 @@ void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
           "as text that Prometheus collects from a folder")
       ->excludes(json);
   command->callback([&] {
-    const bool hasWire = !options.input.file.empty() || !options.input.adapter.empty();
+    const bool hasWire = HasInput(options.input);
     Require(hasWire || !options.status.empty(), "file, -i or --status");
     if (hasWire && !options.status.empty() && options.form != trace::EBoardForm::kText) {
       throw CLI::ValidationError("--json and --metrics have one source");
