@@ -30,7 +30,6 @@ int Play(const SOptions& options, const SScenario& scenario, const std::atomic<b
   sim.Start();
   ShowCards(sim, options.announce);
   const std::vector<SScenarioResult> results = run.Run(options.strict);
-  sim.Stop();
   if (!options.junit.empty()) {
     WriteReport(options.junit, JUnitReport(scenario.name, results));
   }

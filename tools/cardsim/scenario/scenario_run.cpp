@@ -36,6 +36,10 @@ CScenarioRun::CScenarioRun(CSimulator& simulator, const SScenario& theScenario, 
   Observe();
 }
 
+CScenarioRun::~CScenarioRun() {
+  sim.Stop();
+}
+
 void CScenarioRun::RequirePlaces() const {
   for (const SScenarioCall& call : scenario.calls) {
     if (call.card >= static_cast<int>(sim.CardCount())) {

@@ -29,13 +29,17 @@ struct SScenarioResult {
 // Job: plays a scenario's far ends against the library, each call on a thread of its own. A call of the library is the
 // first far end's that waits for one like it; one that nobody waits for is answered, and counted.
 // Thread: one; Run blocks to the end of the scenario, or until `stop`. The simulator has to outlive it; it is running
-// when Run begins and its observers stay set. Run throws std::runtime_error when the scenario cannot be played: it
-// names a card or trunk that is not there, or no library opens a card in the time of its first call.
+// when Run begins, and stopped with the scenario's end, because its observers are here. Run throws std::runtime_error
+// when the scenario cannot be played: it names a card or trunk that is not there, or no library opens a card in the
+// time of its first call.
 class CScenarioRun {
  public:
   using Show = std::function<void(const SScenarioResult&)>;  // on any thread, one at a time
 
   CScenarioRun(CSimulator& simulator, const SScenario& theScenario, const std::atomic<bool>& stopFlag, Show showResult);
+  ~CScenarioRun();
+  CScenarioRun(const CScenarioRun&) = delete;
+  CScenarioRun& operator=(const CScenarioRun&) = delete;
 
   // The results in the order in which the calls ended. Strict: with those of calls that nobody waited for and of audio
   // packets that were not answered.
