@@ -197,6 +197,23 @@ def test_calls_that_go_otherwise_name_the_step(bench):
     assert cases["calls #1"] == ["strict: expected no further calls, got 3 from the library"]
 
 
+def test_a_cut_line_and_lost_packets_are_felt_by_the_call(bench):
+    code, said, cases = play(bench, """
+[[call]]
+name = "lost"
+called = "102"
+steps = [ {expect = "CONNECT"}, {loss = 100}, {wait = "300ms"}, {hear = "menu.wav", within = "1500ms"} ]
+
+[[call]]
+name = "cut"
+called = "105"
+steps = [ {expect = "ALERTING"}, {wait = "3s"}, {line = "cut"}, {hangup = 16}, {expect = "RELEASE", within = "500ms"} ]
+""")
+    assert code == 1, said
+    assert cases["lost #1"][0].startswith("step 4, "), said
+    assert cases["cut #1"][0].startswith("step 5, ") and "got no message" in cases["cut #1"][0], said
+
+
 FILES = [
     ("[[call]", 1, 1), ("", 1, 1), ("name = 'x'\n", 1, 1), ("[[call]]\nsteps = []\n", 2, 9), ("[[call]]\nname = 5\n", 2, 8),
     ('[[call]]\nsteps = [ {expect = "HELLO"} ]', 2, 21), ('[[call]]\nsteps = [\n {wait = "1s"},\n {wait = 1} ]', 4, 10),
