@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kReceiveBufferBytes = 65536;
 constexpr int32_t kWaitMs = 250;
-constexpr uint32_t kJoinMs = 3000;
+constexpr uint32_t kListenerJoinMs = 3000;
 
 }  // namespace
 
@@ -106,7 +106,7 @@ bool CAnnouncementListener::Start(std::vector<CCard*> cards, std::vector<SDiscov
 void CAnnouncementListener::Stop() {
   if (worker != nullptr) {
     worker->RequestStop();
-    if (!thread.JoinFor(kJoinMs)) {
+    if (!thread.JoinFor(kListenerJoinMs)) {
       worker->CloseSocket();
     }
     worker.reset();

@@ -46,9 +46,9 @@ inline SPair ALawMagnitudes(Bytes codes) {
 }
 
 inline SPair MuLawMagnitudes(Bytes codes) {
-  const Bytes middles = EightTimesStepsOf(codes) + static_cast<uint8_t>(kMuLawBias);
+  const Bytes middles = EightTimesStepsOf(codes) + static_cast<uint8_t>(kLanesMuLawBias);
   const SPair biased = Products(middles, Look(0x8040201008040201, 0, SegmentsOf(codes)));
-  return {biased.low - kMuLawBias, biased.high - kMuLawBias};
+  return {biased.low - kLanesMuLawBias, biased.high - kLanesMuLawBias};
 }
 
 inline Words Signed(Words magnitudes, Words codes) {
@@ -100,7 +100,7 @@ inline Bytes MuLawSteps(Words low, Words high) {
   const __m256i clip = _mm256_set1_epi16(kMuLawClip);
   const Words clippedLow = (Words)_mm256_min_epi16((__m256i)MagnitudesOf(low), clip);
   const Words clippedHigh = (Words)_mm256_min_epi16((__m256i)MagnitudesOf(high), clip);
-  const SPair biased = {Plus(clippedLow, kMuLawBias + Words{}), Plus(clippedHigh, kMuLawBias + Words{})};
+  const SPair biased = {Plus(clippedLow, kLanesMuLawBias + Words{}), Plus(clippedHigh, kLanesMuLawBias + Words{})};
   const Bytes tops = PackUnsigned((Words)((UnsignedWords)Plus(biased.low, biased.low) >> 8),
                                   (Words)((UnsignedWords)Plus(biased.high, biased.high) >> 8));
   const Bytes segments = Larger(Look(0x0202020201010000, 0x0303030303030303, tops),

@@ -50,7 +50,7 @@ inline Words ALawMagnitudes(Words codes) {
 }
 
 inline Words MuLawMagnitudes(Words codes) {
-  return StepMiddles(codes) - kMuLawBias;
+  return StepMiddles(codes) - kLanesMuLawBias;
 }
 
 template <Words (*Magnitudes)(Words)>
@@ -90,7 +90,7 @@ inline Words ALawSteps(Words samples) {
 inline Words MuLawSteps(Words samples) {
   const Words magnitudes = MagnitudesOf(samples);
   const Words over = Minus(magnitudes, kMuLawClip + Words{}) & (Words)(magnitudes > kMuLawClip);
-  return StepsOf(Plus(magnitudes - over, kMuLawBias + Words{}));
+  return StepsOf(Plus(magnitudes - over, kLanesMuLawBias + Words{}));
 }
 
 template <uint8_t kFlip, Words (*Steps)(Words)>

@@ -31,7 +31,7 @@ typedef uint16_t UnsignedWords __attribute__((vector_size(ZELK_LANES_BYTES)));
 
 constexpr uint8_t kALawFlip = 0xD5;  // even bits, and the sign: then 1 is negative
 constexpr uint8_t kMuLawFlip = 0xFF;
-constexpr int16_t kMuLawBias = 0x84;
+constexpr int16_t kLanesMuLawBias = 0x84;
 constexpr int16_t kMuLawClip = 32635;
 
 // Wrapping, as vectors of signed numbers need not.

@@ -11,7 +11,7 @@ namespace zelk {
 namespace {
 
 constexpr size_t kDataChunkOffset = 36;  // where the second of the two writes begins
-constexpr uint32_t kRecordBytes = 16;
+constexpr uint32_t kPcmRecordBytes = 16;
 
 uint32_t WriteHeader(const char* path, uint32_t type) {
   CUpdateFile file;
@@ -41,7 +41,7 @@ WaveHeader MakeWaveHeader(uint32_t fileSize, const SSampleFormat& format) {
   std::memcpy(&header[0], "RIFF", 4);
   WriteLittle32(&header[4], fileSize - 8);
   std::memcpy(&header[8], "WAVEfmt ", 8);
-  WriteLittle32(&header[16], kRecordBytes);
+  WriteLittle32(&header[16], kPcmRecordBytes);
   WriteLittle16(&header[20], format.tag);
   WriteLittle16(&header[22], 1);
   WriteLittle32(&header[24], kSampleRate);

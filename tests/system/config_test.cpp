@@ -13,8 +13,8 @@ using cardsim::EControlType;
 using cardsim::EDirection;
 using cardsim::EFrameKind;
 
-constexpr uint8_t kCalledNumber = 0x70;
-constexpr uint8_t kSendingComplete = 0xA1;
+constexpr uint8_t kCalledPartyNumber = 0x70;
+constexpr uint8_t kSendingCompleteElement = 0xA1;
 
 class ConfigEffect : public CSystemTest {
  protected:
@@ -76,7 +76,7 @@ class ConfigEffect : public CSystemTest {
 
   int NumberTypeOn(int trunk) {
     const cardsim::SQ931Message setup = SetupOn(trunk);
-    const cardsim::SInformationElement* number = setup.Find(kCalledNumber);
+    const cardsim::SInformationElement* number = setup.Find(kCalledPartyNumber);
     return number == nullptr || number->content.empty() ? -1 : number->content[0] & 0x7F;
   }
 
@@ -117,9 +117,9 @@ TEST_F(ConfigEffect, without_a_file_every_key_has_its_default_effect) {
   EXPECT_EQ(FirstFrame(EFrameKind::kSabme), (Bytes{0x00, 0x01, 0x7F})) << "a command of the user side";
   EXPECT_FALSE(HasCapture(1));
   const cardsim::SQ931Message setup = SetupOn(0);
-  ASSERT_NE(setup.Find(kCalledNumber), nullptr);
-  EXPECT_EQ(setup.Find(kCalledNumber)->content[0], 0xA1) << "national, ISDN";
-  EXPECT_NE(setup.Find(kSendingComplete), nullptr) << "Euro ISDN";
+  ASSERT_NE(setup.Find(kCalledPartyNumber), nullptr);
+  EXPECT_EQ(setup.Find(kCalledPartyNumber)->content[0], 0xA1) << "national, ISDN";
+  EXPECT_NE(setup.Find(kSendingCompleteElement), nullptr) << "Euro ISDN";
 }
 
 // The signalling stack has neither side to play then: it says so, sends nothing, and the trunk stays down.
@@ -133,7 +133,7 @@ TEST_F(ConfigEffect, client_types_1000_and_1001_leave_their_trunks_down) {
   EXPECT_TRUE(app->zelk.WaitLog("Debug Message: Card[0] Link[2]: Don't know how to SABME on a type 10 node"))
       << app->zelk.LogText();
   ASSERT_TRUE(app->WaitEvent(29, ZELK_EVENT_CHANNEL_STATE, kSlow)) << "the first trunk has its side";
-  EXPECT_NE(SetupOn(0).Find(kCalledNumber), nullptr);
+  EXPECT_NE(SetupOn(0).Find(kCalledPartyNumber), nullptr);
   for (const int trunk : {1, 2}) {
     EXPECT_TRUE(FirstFrame(EFrameKind::kSabme, trunk).empty());
     EXPECT_TRUE(app->Events(trunk * 30).empty());
@@ -204,8 +204,8 @@ TEST_F(ConfigEffect, two_network_sides_are_reported_as_a_wrong_configuration) {
 
 TEST_F(ConfigEffect, switch_type_chooses_the_dialect_of_a_trunk) {
   ASSERT_NO_FATAL_FAILURE(Start({2}, "[100001-2]\nSwitchType=1\n"));
-  EXPECT_NE(SetupOn(0).Find(kSendingComplete), nullptr) << "Euro ISDN says that the number is complete";
-  EXPECT_EQ(SetupOn(1).Find(kSendingComplete), nullptr) << "National ISDN does not";
+  EXPECT_NE(SetupOn(0).Find(kSendingCompleteElement), nullptr) << "Euro ISDN says that the number is complete";
+  EXPECT_EQ(SetupOn(1).Find(kSendingCompleteElement), nullptr) << "National ISDN does not";
 }
 
 TEST_F(ConfigEffect, number_type_stands_in_the_setup_of_the_trunks_calls) {

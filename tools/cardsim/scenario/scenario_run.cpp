@@ -10,8 +10,6 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr milliseconds kLook{100};  // how soon a stop is seen
-
 SScenarioResult Missing(const SScenarioCall& plan, int number, const std::string& expected, const std::string& got) {
   return {plan.name, number, 0, SFault{0, "the begin", expected, got}};
 }
@@ -113,7 +111,7 @@ void CScenarioRun::RequireLibrary() const {
   }
   const auto isOpen = [this] {
     for (std::size_t i = 0; i < sim.CardCount(); ++i) {
-      if (sim.Card(i).Seen().WaitReady(kLook)) {
+      if (sim.Card(i).Seen().WaitReady(kStopSeenWithin)) {
         return true;
       }
     }
@@ -138,7 +136,7 @@ void CScenarioRun::PlayFarEnd(std::size_t index) {
 void CScenarioRun::PlaceCalls(const SScenarioCall& plan) {
   CCard& card = sim.Card(static_cast<std::size_t>(plan.card));
   const auto begin = Clock::now();
-  while (!card.Seen().WaitTrunk(plan.trunk, true, kLook)) {
+  while (!card.Seen().WaitTrunk(plan.trunk, true, kStopSeenWithin)) {
     if (stop || Clock::now() - begin >= plan.within) {
       Add(Missing(plan, 1, "the trunk to come up", stop ? "stopped" : "layer 2 stayed down"));
       return;
@@ -188,7 +186,7 @@ Call CScenarioRun::NextArrival(std::size_t index) {
   std::unique_lock guard(lock);
   std::deque<Call>& arrived = states[index].arrived;
   while (arrived.empty() && !stop && Clock::now() < end) {
-    arrival.wait_until(guard, std::min(end, Clock::now() + kLook), [&arrived] { return !arrived.empty(); });
+    arrival.wait_until(guard, std::min(end, Clock::now() + kStopSeenWithin), [&arrived] { return !arrived.empty(); });
   }
   if (arrived.empty()) {
     return nullptr;

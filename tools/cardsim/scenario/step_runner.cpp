@@ -10,7 +10,6 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kBytesPerMs = kSampleRate / 1000;
-constexpr milliseconds kLook{100};         // how soon a stop is seen
 constexpr milliseconds kEndWithin{10000};  // of a call that has run through its steps
 constexpr milliseconds kPlayMargin{5000};  // by which a sound may be late
 
@@ -84,7 +83,7 @@ CStepRunner::Failure CStepRunner::Do(const SStep& step) {
     case EVerb::kWait:
       for (const auto end = Clock::now() + step.time; !stop && Clock::now() < end;) {
         const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
-        if (call->WaitEnded(std::min(left, kLook))) {
+        if (call->WaitEnded(std::min(left, kStopSeenWithin))) {
           break;  // what ends a call is for the next step
         }
       }
@@ -108,7 +107,7 @@ CStepRunner::Failure CStepRunner::Expect(const SStep& step) {
   const auto end = Clock::now() + step.time;
   do {
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
-    place = call->WaitMessage(isIt, nextMessage, std::clamp(left, milliseconds(0), kLook));
+    place = call->WaitMessage(isIt, nextMessage, std::clamp(left, milliseconds(0), kStopSeenWithin));
   } while (!place && !stop && Clock::now() < end && !call->Reached(ESimCallState::kEnded));
   if (!place) {
     return Fault(step.word + " within " + Seconds(step.time), WhatCame());
@@ -122,7 +121,7 @@ CStepRunner::Failure CStepRunner::Hear(const SStep& step) {
   while (true) {
     const bool isLast = stop || Clock::now() >= end || call->Reached(ESimCallState::kEnded);
     std::size_t at = 0;
-    if (call->Heard()->WaitContains(step.bytes, isLast ? milliseconds(0) : kLook, &at, heardTo)) {
+    if (call->Heard()->WaitContains(step.bytes, isLast ? milliseconds(0) : kStopSeenWithin, &at, heardTo)) {
       heardTo = at + step.bytes.size();
       return std::nullopt;
     }
@@ -140,7 +139,7 @@ CStepRunner::Failure CStepRunner::Play(const SStep& step) {
   };
   const auto whole = Clock::now() + milliseconds(step.bytes.size() / kBytesPerMs);
   call->PlayBytes(step.bytes);
-  while (!call->WaitPlayed(kLook)) {
+  while (!call->WaitPlayed(kStopSeenWithin)) {
     if (stop || Clock::now() >= whole + kPlayMargin || isCleared()) {
       return Fault("the sound to be sent whole", WhatCame());
     }

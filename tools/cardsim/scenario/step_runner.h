@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,9 @@
 #include "cardsim/scenario/scenario.h"
 
 namespace cardsim {
+
+// A thread that waits for something of the line looks this often whether it is to stop.
+constexpr std::chrono::milliseconds kStopSeenWithin{100};
 
 // What went otherwise than expected.
 struct SFault {

@@ -17,8 +17,8 @@ constexpr std::uint8_t kDisconnect = 0x45;
 constexpr std::uint8_t kRelease = 0x4D;
 constexpr std::uint8_t kRestartAcknowledge = 0x4E;
 constexpr std::uint8_t kReleaseComplete = 0x5A;
-constexpr std::uint8_t kInformation = 0x7B;
-constexpr std::uint8_t kStatus = 0x7D;
+constexpr std::uint8_t kInformationMessage = 0x7B;
+constexpr std::uint8_t kStatusMessage = 0x7D;
 
 // Elements.
 constexpr std::uint8_t kCallState = 0x14;
@@ -90,7 +90,7 @@ SCall* CCalls::Find(const SKey& key, const SConnection& connection, const SContr
   if (found != open.end()) {
     return &found->second;
   }
-  if (message.type == kReleaseComplete || message.type == kStatus) {
+  if (message.type == kReleaseComplete || message.type == kStatusMessage) {
     return nullptr;  // an answer to what has no call
   }
   SCall call;
@@ -116,7 +116,7 @@ void CCalls::Apply(SCall& call, const SControl& frame, const SQ931Message& messa
     TakeNumber(call.calling, message, kCalling);
     TakeNumber(call.called, message, kCalled);
     TakeNumber(call.redirecting, message, kRedirecting);
-  } else if (message.type == kInformation && !message.fromDestination) {
+  } else if (message.type == kInformationMessage && !message.fromDestination) {
     call.called += message.Number(kCalled);
   } else if (message.type == kAlerting && call.alerting == 0) {
     call.alerting = frame.time;
@@ -140,7 +140,7 @@ bool CCalls::IsEndedBy(SCall& call, const SControl& frame, const SQ931Message& m
     sides |= frame.direction == EDirection::kFromLibrary ? 1 : 2;
     return sides == 3;
   }
-  if (message.type == kStatus) {
+  if (message.type == kStatusMessage) {
     const tool::SInformationElement* state = message.Find(kCallState);
     return state != nullptr && !state->content.empty() && (state->content[0] & 0x3F) == 0;
   }

@@ -18,7 +18,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr char kCells[] = ".ioC-x";  // by EChannel
+constexpr char kLetters[] = ".ioC-x";  // by EChannel
 
 std::string Layer1(const SBoardTrunk& trunk) {
   if (!trunk.status) {
@@ -48,7 +48,7 @@ std::string CellsOf(const SBoardTrunk& trunk) {
   std::string cells;
   for (int slot = 0; slot < tool::kTimeslots; ++slot) {
     if (IsChannel(slot)) {
-      cells += kCells[static_cast<std::size_t>(trunk.channels[static_cast<std::size_t>(slot)])];
+      cells += kLetters[static_cast<std::size_t>(trunk.channels[static_cast<std::size_t>(slot)])];
     }
   }
   return cells;

@@ -16,7 +16,7 @@
 namespace trace {
 namespace {
 
-constexpr int kCells = 30;
+constexpr int kScreenCells = 30;
 constexpr int kCellsAt = 22;
 constexpr int kEscape = 27;
 
@@ -101,7 +101,7 @@ class CBoardScreen {
 
   void MoveTo(int row, int toCell) {
     at = std::clamp(row, 0, std::max(static_cast<int>(rows.size()) - 1, 0));
-    cell = std::clamp(toCell, 0, kCells - 1);
+    cell = std::clamp(toCell, 0, kScreenCells - 1);
     chosen = rows.empty() ? "" : rows[static_cast<std::size_t>(at)]->name;
     top = std::clamp(top, std::max(at - Room() + 1, 0), at);
   }
@@ -138,7 +138,7 @@ class CBoardScreen {
 
   void DrawTable() {
     Put(1, 0, fmt::format("{:<13}{:<4}{:<5}channels", "trunk", "L1", "L2"), A_UNDERLINE);
-    int x = kCellsAt + kCells;
+    int x = kCellsAt + kScreenCells;
     for (const SColumn& column : kColumns) {
       x += column.width;
       if (x <= COLS) {
@@ -163,7 +163,7 @@ class CBoardScreen {
       Put(y, kCellsAt + i, std::string(1, letter),
           terminal.Colour(letter) | (isChosen && i == cell ? A_REVERSE : A_NORMAL));
     }
-    int x = kCellsAt + kCells;
+    int x = kCellsAt + kScreenCells;
     for (const SColumn& column : kColumns) {
       x += column.width;
       if (x <= COLS) {
