@@ -26,19 +26,12 @@ bool IsInformationGood(const tool::Bytes& body) {
 
 SWireFacts CWireObserver::Run(trace::CCaptureFile& file, int trunks) {
   trace::CAnalysis analysis(*this, trunks);
-  trace::CPacketReader reader(file);
   wire.source = file.Name();
-  for (trace::SCaptured captured; file.Next(captured);) {
-    if (const std::optional<trace::SPacket> packet = reader.Read(captured)) {
-      OnPacket(*packet);
-      analysis.TakePacket(*packet);
-    }
-  }
-  analysis.Finish();
+  analysis.Run(file, [this](const trace::SPacket& packet) { OnPacket(packet); });
   wire.notes = analysis.Notes();
   wire.emptiness = analysis.Emptiness(file);
   wire.fault = file.Fault();
-  const bool isCut = reader.Counts().cut > 0;
+  const bool isCut = analysis.PacketCounts().cut > 0;
   Finish();
   for (auto& [address, card] : wire.cards) {
     if (isCut) {
