@@ -94,6 +94,14 @@ TEST(DoctorLine, RegularErrorsAreSlips) {
   EXPECT_THAT(Said(Of(talk)), ElementsAre("warning hdlc-slips: Trunk 100001-1: an HDLC error comes every 5.0 s, as it "
                                           "does where two clocks are 25.0 ppm apart: 7 HDLC errors in 35 s beside 1 "
                                           "good frame (CRC 7)."));
+  CConversation irregular = Begun();
+  for (int i = 0; i < 7; ++i) {
+    irregular.Wait((i % 2 == 0 ? 9 : 1) * kSecond);
+    irregular.Send(false, tool::BuildHdlcError(0, 2));
+  }
+  EXPECT_THAT(Said(Of(irregular)),
+              ElementsAre("warning hdlc-errors: Trunk 100001-1: the line has errors: 7 HDLC errors "
+                          "in 39 s beside 1 good frame (CRC 7)."));
 }
 
 TEST(DoctorLine, ACardThatLosesFramesIsTold) {
