@@ -33,8 +33,8 @@ class Doctor : public CTraceTest {
       const bool isRemark =
           line.starts_with("fault: ") || line.starts_with("warning: ") || line.starts_with("not seen: ");
       bool isStill = false;
-      for (const char* rule :
-           {"[audio-late]", "[replies-late]", "[replies-missing]", "[thread-late]", "[callback-slow]"}) {
+      for (const char* rule : {"[audio-lost]", "[lines-starved]", "[audio-late]", "[replies-late]", "[replies-missing]",
+                               "[thread-late]", "[callback-slow]"}) {
         isStill = isStill || line.ends_with(rule);
       }
       EXPECT_TRUE(!isRemark || isStill) << text;
