@@ -34,6 +34,7 @@ WINDOWS = ("libstdc++-mingw", "libgcc-mingw", "mingw-w64", "winpthreads")
 LINKED = {
     "libZelkApi-64.so": ("libpri", "spandsp", *LINUX),
     "zelk-cardsim": ("libpri", "asio", "CLI11", "nlohmann-json", "toml11", *LINUX),
+    "zelk-doctor": ("CLI11", "fmt", "nlohmann-json", *LINUX),
     "zelk-phone": ("CLI11", "nlohmann-json", *LINUX),
     "zelk-replay": ("libpri", "spandsp", "CLI11", "fmt", *LINUX),
     "zelk-trace": ("CLI11", "fmt", "nlohmann-json", *LINUX),

@@ -25,6 +25,7 @@ class CTraceTest : public CCallTest {
     std::filesystem::create_directories(folder);
   }
   void TearDown() override {
+    StopCapture();
     CCallTest::TearDown();
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
@@ -61,6 +62,28 @@ class CTraceTest : public CCallTest {
     return lines;
   }
 
+  // ---- a capture of the whole run ----
+  std::string Capture() const { return Path("net.pcapng"); }
+  // It runs from before the library's start: dumpcap makes its file when it has opened the adapter.
+  void StartCapture() {
+    dumpcap = Run("dumpcap -q -i lo -f 'tcp port 5854 or udp port 5854 or udp[8:2] = 0xff55' -w " + Capture() +
+                  " > /dev/null 2>&1 & echo $!");
+    ASSERT_TRUE(support::Eventually(
+        [&] { return std::filesystem::exists(Capture()) && std::filesystem::file_size(Capture()) > 0; }, kSlow));
+  }
+  void StartCaptured(const std::vector<int>& trunksOfCards, const std::string& ini = {}) {
+    ASSERT_NO_FATAL_FAILURE(StartCapture());
+    ASSERT_NO_FATAL_FAILURE(StartOpen(trunksOfCards, ini));
+  }
+  void StopCapture() {
+    if (!dumpcap.empty()) {
+      const std::string pid = dumpcap.substr(0, dumpcap.find('\n'));
+      Run("kill -INT " + pid + "; while kill -0 " + pid + "; do :; done");
+      dumpcap.clear();
+    }
+  }
+
+  std::string dumpcap;  // its process, while it runs
   std::filesystem::path bin;
   std::filesystem::path folder;
 };

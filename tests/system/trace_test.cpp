@@ -16,32 +16,6 @@ using cardsim::ESimCallState;
 
 class Trace : public CTraceTest {
  protected:
-  void TearDown() override {
-    StopCapture();
-    CTraceTest::TearDown();
-  }
-
-  std::string Capture() const { return Path("net.pcapng"); }
-
-  // The capture runs from before the library's start: dumpcap makes its file when it has opened the adapter.
-  void StartCapture() {
-    dumpcap = Run("dumpcap -q -i lo -f 'tcp port 5854 or udp port 5854 or udp[8:2] = 0xff55' -w " + Capture() +
-                  " > /dev/null 2>&1 & echo $!");
-    ASSERT_TRUE(support::Eventually([&] { return fs::exists(Capture()) && fs::file_size(Capture()) > 0; }, kSlow));
-  }
-  void StartCaptured(const std::vector<int>& trunksOfCards) {
-    ASSERT_NO_FATAL_FAILURE(StartCapture());
-    ASSERT_NO_FATAL_FAILURE(StartOpen(trunksOfCards));
-  }
-
-  void StopCapture() {
-    if (!dumpcap.empty()) {
-      const std::string pid = dumpcap.substr(0, dumpcap.find('\n'));
-      Run("kill -INT " + pid + "; while kill -0 " + pid + "; do :; done");
-      dumpcap.clear();
-    }
-  }
-
   // Until the file has the end of every call; then nothing more is captured.
   void FinishCapture(size_t calls) {
     EXPECT_TRUE(support::Eventually(
@@ -101,8 +75,6 @@ class Trace : public CTraceTest {
     EXPECT_NE(summary.find("U F, func=UA"), std::string::npos) << summary;
     EXPECT_EQ(summary.find("U P, func=UA"), std::string::npos) << summary;
   }
-
-  std::string dumpcap;  // its process, while it runs
 };
 
 // "1 5 to library 0301 8001 true 17 network": trunk, timeslot, direction, numbers, connected, cause, who cleared.

@@ -17,10 +17,13 @@ void Note(std::vector<std::string>& notes, std::uint64_t count, const char* text
 CAnalysis::CAnalysis(ITraceSink& traceSink, int trunkCount)
     : sink(traceSink), traffic(*this, trunkCount), calls(traceSink) {}
 
-void CAnalysis::Run(CCaptureFile& file) {
+void CAnalysis::Run(CCaptureFile& file, const std::function<void(const SPacket&)>& watch) {
   CPacketReader reader(file);
   for (SCaptured captured; file.Next(captured);) {
     if (const std::optional<SPacket> packet = reader.Read(captured)) {
+      if (watch) {
+        watch(*packet);
+      }
       TakePacket(*packet);
     }
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,8 @@ class CAnalysis : private ITrafficSink {
   CAnalysis(ITraceSink& traceSink, int trunkCount);
 
   // Reads to the end of the file, or to where it makes no sense any more. Throws CTraceError for a link type without
-  // IP.
-  void Run(CCaptureFile& file);
+  // IP. `watch` sees each packet of TCP or UDP before it is taken apart.
+  void Run(CCaptureFile& file, const std::function<void(const SPacket&)>& watch = {});
   // The same by the packet: each in turn, then the end.
   void TakePacket(const SPacket& packet) { traffic.OnPacket(packet); }
   void Finish();

@@ -8,9 +8,9 @@
 #include <thread>
 
 #include "common/child_process.h"
+#include "trace/live/live_capture.h"
 #include "trace/program/board_screen.h"
 #include "trace/program/board_view.h"
-#include "trace/program/live_capture.h"
 #include "trace/program/run.h"
 
 namespace trace {

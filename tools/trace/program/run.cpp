@@ -8,7 +8,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "trace/program/live_capture.h"
+#include "trace/live/live_capture.h"
 
 namespace trace {
 
@@ -35,7 +35,8 @@ EExit AnalyseFile(CCaptureFile& file, const SInput& input, ITraceSink& sink) {
 
 EExit Analyse(const SInput& input, ITraceSink& sink) {
   if (!input.adapter.empty()) {
-    return CaptureLive(input, [&](CCaptureFile& live) { return AnalyseFile(live, input, sink); });
+    return CaptureLive({input.adapter, input.seconds},
+                       [&](CCaptureFile& live) { return AnalyseFile(live, input, sink); });
   }
   CCaptureFile file(input.file);
   return AnalyseFile(file, input, sink);

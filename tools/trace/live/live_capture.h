@@ -7,13 +7,19 @@
 #include <vector>
 
 #include "trace/core/analysis.h"
-#include "trace/program/commands.h"
+#include "trace/core/trace_error.h"
 
 namespace trace {
 
+// An adapter, and for how long: 0 seconds until somebody ends it.
+struct SLiveInput {
+  std::string adapter;
+  int seconds = 0;
+};
+
 // Has `read` take an adapter's packets from dumpcap, from now until the capture ends: after its time, or because
 // somebody asks this program to end. Throws CTraceError when the adapter cannot be captured.
-EExit CaptureLive(const SInput& input, const std::function<EExit(CCaptureFile&)>& read);
+EExit CaptureLive(const SLiveInput& input, const std::function<EExit(CCaptureFile&)>& read);
 // Ends the capture that runs, if one does. Thread: any; signal handlers too.
 void StopLiveCapture();
 

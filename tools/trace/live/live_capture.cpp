@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "trace/program/live_capture.h"
+#include "trace/live/live_capture.h"
 
 #include <atomic>
 #include <memory>
@@ -22,7 +22,7 @@ void OnSignal(int) {
   StopLiveCapture();
 }
 
-std::vector<std::string> CommandOf(const SInput& input) {
+std::vector<std::string> CommandOf(const SLiveInput& input) {
   std::vector<std::string> command = {"dumpcap", "-q", "-i", input.adapter, "-f", kFilter, "-w", "-"};
   if (input.seconds > 0) {
     command.insert(command.end(), {"-a", "duration:" + std::to_string(input.seconds)});
@@ -80,7 +80,7 @@ void StopLiveCapture() {
   }
 }
 
-EExit CaptureLive(const SInput& input, const std::function<EExit(CCaptureFile&)>& read) {
+EExit CaptureLive(const SLiveInput& input, const std::function<EExit(CCaptureFile&)>& read) {
   try {
     tool::CChildProcess child(CommandOf(input));
     const CRunning stoppable(child);
