@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <string>
+
+#include "fleet/link.h"
+#include "fleet/names.h"
+
+namespace fleet {
+
+// The commands of zelk-fleet. Each gives the exit code; failures throw. Thread: main.
+
+struct SInitOptions {
+  int replicas = 1;
+  int ackWaitSeconds = 30;
+  int lifeSeconds = 15;    // of a host's entry
+  int keepDays = 30;       // results and claims
+  int duplicateHours = 2;  // ids of jobs
+};
+int RunInit(const SLinkOptions& link, const SNames& names, const SInitOptions& options);
+
+// Path "-": standard input.
+int RunSubmit(const SLinkOptions& link, const SNames& names, const std::string& path);
+
+int RunResults(const SLinkOptions& link, const SNames& names, bool asTable);
+
+}  // namespace fleet
