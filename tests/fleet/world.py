@@ -142,6 +142,7 @@ class Host:
         for each in (self.node, self.simulator):
             if each is not None and each.is_running():
                 each.kill()
+        command("ip", "link", "delete", self.cable)
         self.keeper.stdin.close()
         self.keeper.wait()
 
@@ -186,8 +187,22 @@ class World:
         return [json.loads(line) for line in self.fleet("results").stdout.splitlines()]
 
     def wait_results(self, count, longest=LONGEST):
-        return wait_until(lambda: len(found := self.results()) >= count and found,
-                          lambda: f"{count} results; there are {len(self.results())}", longest)
+        """Servers may be away meanwhile."""
+        seen = []
+
+        def is_there():
+            done = self.fleet("results", check=False)
+            seen[:] = done.stdout.splitlines() if done.returncode == 0 else seen
+            return len(seen) >= count
+        wait_until(is_there, lambda: f"{count} results; there are {len(seen)}", longest)
+        return [json.loads(line) for line in seen]
+
+    def nodes(self):
+        return [json.loads(line) for line in self.fleet("nodes", "--json").stdout.splitlines()]
+
+    def busy(self):
+        """How many jobs each host has, as its entry says."""
+        return {node["node"]: node["jobs"] for node in self.nodes()}
 
     def end(self):
         for host in self.hosts:

@@ -24,4 +24,10 @@ int RunSubmit(const SLinkOptions& link, const SNames& names, const std::string& 
 
 int RunResults(const SLinkOptions& link, const SNames& names, bool asTable);
 
+// A line each host that lives.
+int RunNodes(const SLinkOptions& link, const SNames& names, bool asJson);
+
+// The host takes no more jobs.
+int RunDrain(const SLinkOptions& link, const SNames& names, const std::string& node);
+
 }  // namespace fleet

@@ -16,7 +16,9 @@ struct SAll {
   fleet::SLinkOptions link;
   fleet::SInitOptions init;
   std::string file;
+  std::string node;
   bool asTable = false;
+  bool asJson = false;
 };
 
 using Command = std::function<int(const fleet::SNames&)>;
@@ -44,6 +46,15 @@ void AddJobCommands(CLI::App& app, SAll& all, Command& chosen) {
       [&] { chosen = [&](const auto& names) { return fleet::RunResults(all.link, names, all.asTable); }; });
 }
 
+void AddHostCommands(CLI::App& app, SAll& all, Command& chosen) {
+  auto* nodes = app.add_subcommand("nodes", "the hosts that live");
+  nodes->add_flag("--json", all.asJson, "a line of JSON each");
+  nodes->callback([&] { chosen = [&](const auto& names) { return fleet::RunNodes(all.link, names, all.asJson); }; });
+  auto* drain = app.add_subcommand("drain", "have a host take no more jobs");
+  drain->add_option("node", all.node, "name of the host")->required();
+  drain->callback([&] { chosen = [&](const auto& names) { return fleet::RunDrain(all.link, names, all.node); }; });
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Jobs for a fleet of hosts, and what became of them");
   app.require_subcommand(1);
@@ -55,6 +66,7 @@ int Run(int argc, char** argv) {
   fleet::AddLinkOptions(app, all.link);
   AddInit(app, all, chosen);
   AddJobCommands(app, all, chosen);
+  AddHostCommands(app, all, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
