@@ -30,4 +30,13 @@ int RunNodes(const SLinkOptions& link, const SNames& names, bool asJson);
 // The host takes no more jobs.
 int RunDrain(const SLinkOptions& link, const SNames& names, const std::string& node);
 
+// Puts the files into the bucket of sounds, each under its own name.
+int RunSound(const SLinkOptions& link, const SNames& names, const std::vector<std::string>& files);
+
+// How the jobs stand, each second, or once.
+int RunWatch(const SLinkOptions& link, const SNames& names, bool asJson, bool isOnce);
+
+// Incoming calls as lines on standard output, what is to be done with them on standard input.
+int RunWork(const SLinkOptions& link, const SNames& names);
+
 }  // namespace fleet

@@ -19,6 +19,8 @@ struct SAll {
   std::string node;
   bool asTable = false;
   bool asJson = false;
+  bool isOnce = false;
+  std::vector<std::string> files;
 };
 
 using Command = std::function<int(const fleet::SNames&)>;
@@ -55,6 +57,19 @@ void AddHostCommands(CLI::App& app, SAll& all, Command& chosen) {
   drain->callback([&] { chosen = [&](const auto& names) { return fleet::RunDrain(all.link, names, all.node); }; });
 }
 
+void AddWorkCommands(CLI::App& app, SAll& all, Command& chosen) {
+  auto* watch = app.add_subcommand("watch", "how the jobs stand, each second");
+  watch->add_flag("--json", all.asJson, "a line of JSON each time");
+  watch->add_flag("--once", all.isOnce, "once");
+  watch->callback(
+      [&] { chosen = [&](const auto& names) { return fleet::RunWatch(all.link, names, all.asJson, all.isOnce); }; });
+  auto* work = app.add_subcommand("work", "decide what is done with incoming calls, by lines of JSON");
+  work->callback([&] { chosen = [&](const auto& names) { return fleet::RunWork(all.link, names); }; });
+  auto* sound = app.add_subcommand("sound", "give the fleet sounds, 1 MB each at most, under the names of their files");
+  sound->add_option("files", all.files, "WAV files")->required()->check(CLI::ExistingFile);
+  sound->callback([&] { chosen = [&](const auto& names) { return fleet::RunSound(all.link, names, all.files); }; });
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Jobs for a fleet of hosts, and what became of them");
   app.require_subcommand(1);
@@ -67,6 +82,7 @@ int Run(int argc, char** argv) {
   AddInit(app, all, chosen);
   AddJobCommands(app, all, chosen);
   AddHostCommands(app, all, chosen);
+  AddWorkCommands(app, all, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

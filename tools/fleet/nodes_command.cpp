@@ -8,7 +8,8 @@ namespace fleet {
 
 std::vector<Json> ReadNodes(CLink& link, const SNames& names) {
   kvStore* store = nullptr;
-  Check(js_KeyValue(&store, link.JetStream(), names.nodes.c_str()), "no bucket " + names.nodes + " (made by zelk-fleet init)");
+  Check(js_KeyValue(&store, link.JetStream(), names.nodes.c_str()),
+        "no bucket " + names.nodes + " (made by zelk-fleet init)");
   kvWatcher* watcher = nullptr;
   kvWatchOptions options;
   kvWatchOptions_Init(&options);
@@ -22,9 +23,9 @@ std::vector<Json> ReadNodes(CLink& link, const SNames& names) {
     if (status != NATS_OK || entry == nullptr) {
       break;  // no entry: all that were there have been told
     }
-    Json node = Json::parse(std::string(static_cast<const char*>(kvEntry_Value(entry)),
-                                        static_cast<size_t>(kvEntry_ValueLen(entry))),
-                            nullptr, false);
+    Json node = Json::parse(
+        std::string(static_cast<const char*>(kvEntry_Value(entry)), static_cast<size_t>(kvEntry_ValueLen(entry))),
+        nullptr, false);
     kvEntry_Destroy(entry);
     if (node.is_object()) {
       nodes.push_back(std::move(node));
@@ -39,7 +40,8 @@ std::vector<Json> ReadNodes(CLink& link, const SNames& names) {
 int RunNodes(const SLinkOptions& link, const SNames& names, bool asJson) {
   CLink connection(link, [](SMail&& /*mail*/) {});
   if (!asJson) {
-    std::printf("%-20s %8s %8s %6s %6s %10s  %s\n", "host", "channels", "usable", "free", "jobs", "calls/min", "version");
+    std::printf("%-20s %8s %8s %6s %6s %10s  %s\n", "host", "channels", "usable", "free", "jobs", "calls/min",
+                "version");
   }
   for (const Json& node : ReadNodes(connection, names)) {
     if (asJson) {

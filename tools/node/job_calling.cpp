@@ -102,7 +102,7 @@ void CJobDesk::OnConnected(const Work& work) {
 }
 
 void CJobDesk::Play(const Work& work) {
-  if (work->job.play.empty() || !Carry(work, {{"do", "play"}, {"file", sounds.FileOf(work->job.play)}})) {
+  if (work->sound.empty() || !Carry(work, {{"do", "play"}, {"file", work->sound}})) {
     Played(work, Clock::now());
   }
 }

@@ -61,6 +61,7 @@ class CJobDesk {
   bool Serves(const fleet::SJob& job, int32_t channel) const;
   bool HasTrunkFor(const fleet::SJob& job) const;
   void Claimed(const Work& work, EClaimed outcome);
+  void FindSound(const Work& work);
   int Capacity() const;
   // calling
   void Dial(const Work& work);

@@ -101,7 +101,7 @@ void CJobDesk::Claimed(const Work& work, EClaimed outcome) {
   }
   switch (outcome) {
     case EClaimed::kHeld:
-      Dial(work);
+      FindSound(work);
       break;
     case EClaimed::kHasResult:
       Acknowledge(work);
@@ -113,6 +113,23 @@ void CJobDesk::Claimed(const Work& work, EClaimed outcome) {
       Leave(work, kLater);
       break;
   }
+}
+
+void CJobDesk::FindSound(const Work& work) {
+  if (work->job.play.empty()) {
+    Dial(work);
+    return;
+  }
+  sounds.Find(work->job.play, [this, work](const std::string& file, const std::string& trouble) {
+    work->sound = file;
+    if (!trouble.empty()) {
+      Finish(work, ResultOf(work, "bad-job", trouble));
+    } else if (file.empty() || !lease.IsHeld(Clock::now())) {
+      claims.Update(work, fleet::EClaimState::kFree, [this, work] { Leave(work, kLater); });
+    } else {
+      Dial(work);
+    }
+  });
 }
 
 void CJobDesk::GiveBack(const std::string& ackTo, milliseconds delay) {

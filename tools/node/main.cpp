@@ -26,6 +26,12 @@ void AddOptions(CLI::App& app, node::SNodeOptions& options) {
   app.add_option("--drain-limit", options.drainSeconds, "seconds after SIGTERM, then calls that are left are hung up")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
+  app.add_option("--incoming-within", options.incomingMs, "milliseconds that a worker has for its answer")
+      ->check(CLI::Range(1, 60000))
+      ->capture_default_str();
+  app.add_option("--incoming-default", options.incomingDefault,
+                 "what is done with a call that no worker answers for: reject, answer, or answer and play this sound")
+      ->capture_default_str();
   app.add_flag("--no-numbers", options.hidesNumbers, "leave numbers out of events");
   app.add_flag("--force", options.isForced, "start also when another program uses the cards, and end its calls");
   fleet::AddLinkOptions(app, options.link);

@@ -66,11 +66,14 @@ CNode::CNode(const SNodeOptions& nodeOptions)
       asks(link, inbox + ".a"),
       speaker(link, names, options.node, options.hidesNumbers),
       served((OpenAll(session, options.trunkSeconds), recorders), speaker),
-      sounds(options.files),
+      sounds(asks, names, options.files),
       times(ReadTimes()),
       lease(asks, names, options.node, times.life, [this] { return Entry(); }),
-      desk(DeskOptions(), link, asks, lease, names, served, sounds, inbox + ".j") {
+      desk(DeskOptions(), link, asks, lease, names, served, sounds, inbox + ".j"),
+      incoming({options.node, milliseconds(options.incomingMs), options.incomingDefault}, asks, names,
+               [this](const Json& command) { Carry(command.dump(), [](const Json& /*answer*/) {}); }) {
   speaker.SetListener([this](const char* type, const Json& fields, phone::UtcTime time) {
+    incoming.Hear(type, fields, time);
     desk.Hear({type, fields, time});
   });
   Subscribe();
@@ -130,6 +133,8 @@ Json CNode::Entry() {
           {"results", desk.ResultsStored()},
           {"events", speaker.Published()},
           {"eventsDropped", speaker.Dropped()},
+          {"incomingAnswered", incoming.Answered()},
+          {"incomingDefaulted", incoming.Defaulted()},
           {"draining", desk.IsDraining()}};
 }
 
@@ -163,16 +168,47 @@ void CNode::TakeMail(const fleet::SMail& mail) {
 }
 
 void CNode::Execute(const fleet::SMail& mail) {
+  const auto reply = [this, to = mail.reply](const Json& answer) {
+    if (!to.empty()) {
+      link.Publish(to, phone::JsonLine("result", std::chrono::system_clock::now(), answer));
+    }
+  };
   const Json object = Json::parse(mail.data, nullptr, false);
-  Json answer;
   if (object.is_object() && object.value("do", Json()) == "drain") {
     desk.Drain();
-    answer = {{"id", object.value("id", Json(nullptr))}, {"ok", true}};
+    reply({{"id", object.value("id", Json(nullptr))}, {"ok", true}});
   } else {
-    answer = served.Carry({mail.data, mail.data.size() > phone::CLineSplitter::kLongest});
+    Carry(mail.data, reply);
   }
-  if (!mail.reply.empty()) {
-    link.Publish(mail.reply, phone::JsonLine("result", std::chrono::system_clock::now(), answer));
+}
+
+void CNode::Carry(const std::string& text, const Carried& carried) {
+  const Json command = Json::parse(text, nullptr, false);
+  if (command.is_object() && command.contains("file") && command["file"].is_string()) {
+    CarryWithFile(command, carried);
+  } else {
+    carried(served.Carry({text, text.size() > phone::CLineSplitter::kLongest}));
+  }
+}
+
+void CNode::CarryWithFile(const Json& command, const Carried& carried) {
+  const std::string name = command["file"];
+  const auto go = [this, command, carried](const std::string& file, const std::string& trouble) {
+    if (file.empty()) {
+      const std::string text = trouble.empty() ? "the servers do not answer" : trouble;
+      carried({{"id", command.value("id", Json(nullptr))}, {"ok", false}, {"error", "file"}, {"message", text}});
+      return;
+    }
+    Json placed = command;
+    placed["file"] = file;
+    carried(served.Carry({placed.dump(), false}));
+  };
+  if (command.value("do", Json()) != "record") {
+    sounds.Find(name, go);
+  } else if (CSounds::IsName(name)) {
+    go(sounds.FileOf(name), "");
+  } else {
+    go("", "\"" + name + "\" is no name of a file");
   }
 }
 

@@ -6,6 +6,7 @@
 #include "fleet/link.h"
 #include "fleet/names.h"
 #include "node/asks.h"
+#include "node/incoming.h"
 #include "node/job_desk.h"
 #include "node/lease.h"
 #include "node/mailbox.h"
@@ -25,6 +26,8 @@ struct SNodeOptions {
   int channels = 0;
   int trunkSeconds = 10;
   int drainSeconds = 3600;
+  int incomingMs = 2000;
+  std::string incomingDefault = "reject";
   bool hidesNumbers = false;
   bool isForced = false;
   fleet::SLinkOptions link;
@@ -57,6 +60,10 @@ class CNode {
   void TakeMails();
   void TakeMail(const fleet::SMail& mail);
   void Execute(const fleet::SMail& mail);
+  using Carried = std::function<void(const phone::Json& answer)>;
+  // Carries out a command whose files are names in the host's folder, or sounds of the fleet.
+  void Carry(const std::string& text, const Carried& carried);
+  void CarryWithFile(const phone::Json& command, const Carried& carried);
   void Turn(std::chrono::milliseconds wait);
   void Drain();
   void Leave();
@@ -76,6 +83,7 @@ class CNode {
   const STimes times;
   CLease lease;
   CJobDesk desk;
+  CIncoming incoming;
   uint64_t placedBefore = 0;
   Clock::time_point minuteBegan = Clock::now();
   double callsPerMinute = 0;

@@ -32,6 +32,7 @@ struct SWork {
   bool gaveUp = false;
   bool waitsForDigits = false;
   std::string digits;
+  std::string sound;  // the file that is played
   std::string recording;
   std::string trouble;  // what could not be done in the call
   phone::Json times = phone::Json::object();
