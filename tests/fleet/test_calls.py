@@ -9,7 +9,7 @@ import wave
 from pathlib import Path
 
 import jsonschema
-from world import LONGEST, wait_until
+from world import Events, wait_until
 
 SCHEMA = json.loads(Path(os.environ["ZELK_PHONE_SCHEMA"]).read_text())
 
@@ -39,43 +39,6 @@ class Worker:
     def end(self):
         self.process.kill()
         self.process.wait()
-
-
-class Events:
-    """What the fleet's hosts say, line by line: the protocol is a line for the head, and the data after it."""
-
-    def __init__(self, world, subject="zelk.zelk.event.>", user=""):
-        import socket
-        self.socket = socket.create_connection(("10.9.0.1", world.servers[0].port), timeout=LONGEST)
-        self.file = self.socket.makefile("rwb")
-        self.file.readline()  # what the server says of itself
-        options = {"verbose": False, **({"user": user, "pass": user} if user else {})}
-        self.file.write(b"CONNECT " + json.dumps(options).encode() + b"\r\nSUB " + subject.encode() + b" 1\r\nPING\r\n")
-        self.file.flush()
-        self.lines, self.refused = [], []
-        self.ready = threading.Event()
-        threading.Thread(target=self._run, daemon=True).start()
-        assert self.ready.wait(LONGEST)
-
-    def _run(self):
-        try:
-            for head in self.file:
-                words = head.split()
-                if words[0] == b"MSG":
-                    data = self.file.read(int(words[-1]) + 2)
-                    self.lines.append((words[1].decode(), json.loads(data)))
-                elif words[0] == b"PING":
-                    self.file.write(b"PONG\r\n")
-                    self.file.flush()
-                elif words[0] == b"-ERR":
-                    self.refused.append(head.decode())
-                elif words[0] == b"PONG":
-                    self.ready.set()
-        except (OSError, ValueError):
-            pass
-
-    def of(self, kind):
-        return [line for _, line in self.lines if line["type"] == kind]
 
 
 def write_sound(path, seconds):
@@ -139,6 +102,29 @@ def test_incoming_calls_have_one_answer_each(make_world):
     assert len(refused) == entry["incomingDefaulted"] > 0, "the default is to refuse"
     assert len(workers[2].asked) <= len(refused)
     assert entry["incomingAnswered"] > 0
+
+
+def test_the_example_workers_take_calls(make_world, tmp_path):
+    world = make_world()
+    world.init()
+    write_sound(tmp_path / "hello.wav", 0.2)
+    world.fleet("sound", tmp_path / "hello.wav")
+    host = world.host(simulator=["--calls", "4", "--calls-per-second", "20", "--stay", "--calling", "030", "--called", "0401"])
+    shell = subprocess.Popen([os.environ["ZELK_SOURCE"] + "/examples/fleet/worker.sh", "hello.wav", *world.link_options()],
+                             env={**os.environ, "PATH": f"{Path(os.environ['ZELK_FLEET']).parent}:{os.environ['PATH']}"},
+                             start_new_session=True)
+    server = world.link_options()[1]
+    program = subprocess.Popen([os.environ["ZELK_FLEET_WORKER"], server, "zelk", "hello.wav"], stdout=subprocess.PIPE, text=True)
+    assert program.stdout.readline() == "working\n"
+    events = Events(world)
+    host.start("--incoming-within", "10000")
+    wait_until(lambda: len(events.of("disconnected")) == 4, lambda: events.lines)
+    os.killpg(shell.pid, signal.SIGTERM)
+    shell.wait()
+    program.terminate()
+    assert program.wait() == 0
+    assert [call["cause"] for call in host.calls()] == [16] * 4
+    assert len(events.of("played")) == 4 and events.of("connected")
 
 
 def test_sounds_come_from_the_bucket_or_the_folder(make_world, tmp_path):

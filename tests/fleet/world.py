@@ -7,7 +7,9 @@ import json
 import os
 import shutil
 import signal
+import socket
 import subprocess
+import threading
 import time
 from pathlib import Path
 
@@ -117,10 +119,10 @@ class Host:
             100000 + 100 * self.number, "--report", self.reports[-1], *self.simulator_options])
         self.simulator.wait_said(f"card {self.cards}:")
 
-    def start(self, *options, env=None):
+    def start(self, *options, env=None, role=""):
         self.node = Program(self.folder / "node.txt", [
             *self.inside, self.folder / "bin" / "zelk-node", "--node", self.name, "--files", self.folder / "files",
-            *self.world.link_options(), *options], env=env)
+            *self.world.link_options(role), *options], env=env)
 
     def wait_up(self):
         self.node.wait_said(f"node {self.name} of fleet")
@@ -150,8 +152,9 @@ class Host:
 class World:
     """All of it."""
 
-    def __init__(self, folder, servers=1, server_extra=""):
+    def __init__(self, folder, servers=1, server_extra="", role=""):
         self.folder = Path(folder)
+        self.role = role  # of the user as whom zelk-fleet runs, if not told otherwise
         command("ip", "link", "add", "servers", "type", "dummy", check=False)
         command("ip", "address", "replace", f"{SERVER_ADDRESS}/32", "dev", "lo")
         self.servers = [Server(self.folder, number, servers, server_extra) for number in range(1, servers + 1)]
@@ -161,15 +164,17 @@ class World:
         for server in self.servers:
             server.wait_up()
 
-    def link_options(self):
-        return ["--servers", ",".join(f"nats://{SERVER_ADDRESS}:{each.port}" for each in self.servers), "--plain"]
+    def link_options(self, role=""):
+        role = role or self.role
+        user = ["--user", role, "--password-file", self.folder / f"{role}.password"] if role else []
+        return [*user, "--servers", ",".join(f"nats://{SERVER_ADDRESS}:{each.port}" for each in self.servers), "--plain"]
 
     def host(self, **options):
         self.hosts.append(Host(self, len(self.hosts) + 1, **options))
         return self.hosts[-1]
 
-    def fleet(self, *words, text=None, check=True, timeout=LONGEST):
-        done = subprocess.run([os.environ["ZELK_FLEET"], *self.link_options(), *[str(word) for word in words]], input=text,
+    def fleet(self, *words, text=None, check=True, timeout=LONGEST, role=""):
+        done = subprocess.run([os.environ["ZELK_FLEET"], *self.link_options(role), *[str(word) for word in words]], input=text,
                               capture_output=True, text=True, timeout=timeout)
         assert not check or done.returncode == 0, done.stderr + done.stdout
         return done
@@ -210,3 +215,43 @@ class World:
         for server in self.servers:
             if server.program.is_running():
                 server.kill()
+
+
+class Events:
+    """What the fleet's hosts say, line by line: the protocol is a line for the head, and the data after it."""
+
+    def __init__(self, world, subject="zelk.zelk.event.>", user=""):
+        self.socket = socket.create_connection(("10.9.0.1", world.servers[0].port), timeout=LONGEST)
+        self.file = self.socket.makefile("rwb")
+        self.file.readline()  # what the server says of itself
+        options = {"verbose": False, **({"user": user, "pass": user} if user else {})}
+        self.file.write(b"CONNECT " + json.dumps(options).encode() + b"\r\nSUB " + subject.encode() + b" 1\r\nPING\r\n")
+        self.file.flush()
+        self.lines, self.refused = [], []
+        self.ready = threading.Event()
+        threading.Thread(target=self._run, daemon=True).start()
+        assert self.ready.wait(LONGEST)
+
+    def _run(self):
+        try:
+            for head in self.file:
+                words = head.split()
+                if words[0] == b"MSG":
+                    data = self.file.read(int(words[-1]) + 2)
+                    self.lines.append((words[1].decode(), json.loads(data)))
+                elif words[0] == b"PING":
+                    self.file.write(b"PONG\r\n")
+                    self.file.flush()
+                elif words[0] == b"-ERR":
+                    self.refused.append(head.decode())
+                elif words[0] == b"PONG":
+                    self.ready.set()
+        except (OSError, ValueError):
+            pass
+
+    def publish(self, subject, data):
+        self.file.write(f"PUB {subject} {len(data)}\r\n".encode() + data + b"\r\n")
+        self.file.flush()
+
+    def of(self, kind):
+        return [line for _, line in self.lines if line["type"] == kind]

@@ -49,6 +49,10 @@ void SetSafety(natsOptions* made, const SLinkOptions& options, bool usesTls) {
   }
 }
 
+std::string InboxesOf(const SLinkOptions& options) {
+  return options.user.empty() ? "_INBOX" : "_INBOX." + options.user;
+}
+
 OptionsPointer Make(const SLinkOptions& options) {
   const std::vector<std::string> servers = ReadServers(options.servers, options.usesTls, options.allowsPlain);
   natsOptions* raw = nullptr;
@@ -63,6 +67,7 @@ OptionsPointer Make(const SLinkOptions& options) {
   Check(natsOptions_SetServers(raw, texts.data(), static_cast<int>(texts.size())), "the servers " + options.servers);
   SetSafety(raw, options, usesTls);
   Check(natsOptions_SetName(raw, options.name.c_str()), "the name " + options.name);
+  Check(natsOptions_SetCustomInboxPrefix(raw, InboxesOf(options).c_str()), "the user " + options.user);
   Check(natsOptions_SetTimeout(raw, options.wait.count()), "the time to connect");
   Check(natsOptions_SetMaxReconnect(raw, -1), "reconnecting");
   Check(natsOptions_SetReconnectWait(raw, kReconnectMs), "reconnecting");
@@ -145,12 +150,12 @@ bool CLink::Flush(std::chrono::milliseconds limit) {
   return natsConnection_FlushTimeout(connection, limit.count()) == NATS_OK;
 }
 
-std::string CLink::NewInbox() {
+std::string CLink::NewInbox(const SLinkOptions& options) {
   natsInbox* inbox = nullptr;
   Check(natsInbox_Create(&inbox), "an inbox");
-  std::string text = inbox;
+  const std::string text = inbox;
   natsInbox_Destroy(inbox);
-  return text;
+  return InboxesOf(options) + text.substr(text.rfind('.'));
 }
 
 jsCtx* CLink::JetStream() {

@@ -66,8 +66,9 @@ class CLink {
   bool IsConnected() const;
   // Waits until the server has what was published.
   bool Flush(std::chrono::milliseconds limit);
-  // A new subject on which answers to this client come.
-  static std::string NewInbox();
+  // A new subject on which answers to this client come. Those of a user stand under its name, so that the servers can
+  // keep them from others.
+  static std::string NewInbox(const SLinkOptions& options);
   natsConnection* Raw() const { return connection; }
   jsCtx* JetStream();
 

@@ -49,8 +49,8 @@ struct SSubmitted {
 // the server by its id.
 class CSubmission {
  public:
-  CSubmission(CLink& toLink, const SNames& fleetNames, const std::vector<SJob>& list)
-      : link(toLink), names(fleetNames), jobs(list), inbox(CLink::NewInbox()), isDone(list.size()) {
+  CSubmission(CLink& toLink, std::string answersAt, const SNames& fleetNames, const std::vector<SJob>& list)
+      : link(toLink), names(fleetNames), jobs(list), inbox(std::move(answersAt)), isDone(list.size()) {
     Check(natsConnection_SubscribeSync(&answers, link.Raw(), (inbox + ".*").c_str()), "an inbox");
     natsSubscription_SetPendingLimits(answers, -1, -1);
   }
@@ -157,7 +157,7 @@ int RunSubmit(const SLinkOptions& link, const SNames& names, const std::string& 
     return 2;
   }
   CLink connection(link, [](SMail&& /*mail*/) {});
-  const SSubmitted submitted = CSubmission(connection, names, list.jobs).Run();
+  const SSubmitted submitted = CSubmission(connection, CLink::NewInbox(link), names, list.jobs).Run();
   std::printf("%zu jobs submitted, %zu were there already\n", submitted.stored, submitted.known);
   return 0;
 }

@@ -70,7 +70,7 @@ class CDesk {
 int RunWork(const SLinkOptions& link, const SNames& names) {
   constexpr std::chrono::seconds kLimit{5};
   CDesk desk;
-  const std::string inbox = CLink::NewInbox();
+  const std::string inbox = CLink::NewInbox(link);
   CLink connection(link, [&desk](SMail&& mail) {
     if (mail.kind == SMail::EKind::kMessage && mail.status == 0) {
       desk.Take(mail);

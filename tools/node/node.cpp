@@ -56,7 +56,7 @@ CNode::CNode(const SNodeOptions& nodeOptions)
     : options(nodeOptions),
       names(options.fleet),
       boot(Checked(options.node) + "-" + NewBoot()),
-      inbox(fleet::CLink::NewInbox()),
+      inbox(fleet::CLink::NewInbox(options.link)),
       session(recorders),
       link(Named(options.link, options),
            [this](fleet::SMail&& mail) {
