@@ -16,13 +16,13 @@ namespace {
 using nlohmann::json;
 
 struct SWorker {
-  std::string root;   // of the fleet's subjects
+  std::string root;  // of the fleet's subjects
   std::string sound;
 };
 
 json ObjectOf(natsMsg* message) {
-  json object = json::parse(natsMsg_GetData(message), natsMsg_GetData(message) + natsMsg_GetDataLength(message), nullptr,
-                            false);
+  json object =
+      json::parse(natsMsg_GetData(message), natsMsg_GetData(message) + natsMsg_GetDataLength(message), nullptr, false);
   return object.is_object() ? object : json::object();
 }
 
@@ -32,7 +32,7 @@ void OnIncoming(natsConnection* nc, natsSubscription* /*sub*/, natsMsg* message,
   const json call = ObjectOf(message);
   const std::string called = call.value("called", "");
   const json answer = called.rfind("0180", 0) == 0 ? json{{"do", "reject"}, {"reason", "not here"}}
-                                                    : json{{"do", "answer"}, {"play", worker->sound}};
+                                                   : json{{"do", "answer"}, {"play", worker->sound}};
   std::printf("%s calls %s: %s\n", call.value("calling", "").c_str(), called.c_str(), answer["do"].dump().c_str());
   natsConnection_PublishString(nc, natsMsg_GetReply(message), answer.dump().c_str());
   natsMsg_Destroy(message);
@@ -86,12 +86,12 @@ int main(int argc, char** argv) {
   natsSubscription* calls = nullptr;
   natsSubscription* events = nullptr;
   if (!Connect(&nc, argv + 1, argc == 6) ||
-      !IsDone(natsConnection_QueueSubscribe(&calls, nc, (worker.root + "incoming").c_str(), "workers", OnIncoming,
-                                            &worker),
-              "calls") ||
-      !IsDone(natsConnection_QueueSubscribe(&events, nc, (worker.root + "event.>").c_str(), "workers", OnEvent,
-                                            &worker),
-              "events")) {
+      !IsDone(
+          natsConnection_QueueSubscribe(&calls, nc, (worker.root + "incoming").c_str(), "workers", OnIncoming, &worker),
+          "calls") ||
+      !IsDone(
+          natsConnection_QueueSubscribe(&events, nc, (worker.root + "event.>").c_str(), "workers", OnEvent, &worker),
+          "events")) {
     return 1;
   }
   std::printf("working\n");

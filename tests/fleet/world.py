@@ -152,13 +152,15 @@ class Host:
 class World:
     """All of it."""
 
-    def __init__(self, folder, servers=1, server_extra="", role=""):
+    def __init__(self, folder, servers=1, server_extra="", role="", prepare=None):
         self.folder = Path(folder)
         self.role = role  # of the user as whom zelk-fleet runs, if not told otherwise
         command("ip", "link", "add", "servers", "type", "dummy", check=False)
         command("ip", "address", "replace", f"{SERVER_ADDRESS}/32", "dev", "lo")
         self.servers = [Server(self.folder, number, servers, server_extra) for number in range(1, servers + 1)]
         self.hosts = []
+        if prepare:
+            prepare(self)
         for server in self.servers:
             server.start()
         for server in self.servers:
@@ -204,6 +206,11 @@ class World:
 
     def nodes(self):
         return [json.loads(line) for line in self.fleet("nodes", "--json").stdout.splitlines()]
+
+    def standing(self):
+        done = self.fleet("watch", "--once", "--json", check=False)
+        line = json.loads(done.stdout) if done.returncode == 0 else {}
+        return line if "waiting" in line else None
 
     def busy(self):
         """How many jobs each host has, as its entry says."""

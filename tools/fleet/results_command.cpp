@@ -2,8 +2,8 @@
 #include <cstdio>
 
 #include "fleet/commands.h"
-#include "fleet/delivery.h"
 #include "fleet/job.h"
+#include "fleet/result_reader.h"
 
 namespace fleet {
 
@@ -55,55 +55,20 @@ void PrintRow(const std::string& text) {
   std::printf("%s\n", line.c_str());
 }
 
-// How many results there are now: more may come while they are read.
-uint64_t CountOf(jsCtx* js, const SNames& names) {
-  jsStreamInfo* info = nullptr;
-  jsErrCode code{};
-  Check(js_GetStreamInfo(&info, js, names.results.c_str(), nullptr, &code),
-        "no stream " + names.results + " (made by zelk-fleet init)");
-  const uint64_t last = info->State.Msgs == 0 ? 0 : info->State.LastSeq;
-  jsStreamInfo_Destroy(info);
-  return last;
-}
-
 }  // namespace
 
 int RunResults(const SLinkOptions& link, const SNames& names, bool asTable) {
-  constexpr int64_t kWaitMs = 10000;
   CLink connection(link, [](SMail&& /*mail*/) {});
-  jsCtx* js = connection.JetStream();
-  const uint64_t last = CountOf(js, names);
   if (asTable) {
     PrintHead();
   }
-  if (last == 0) {
-    return 0;
-  }
-  jsSubOptions options;
-  jsSubOptions_Init(&options);
-  options.Ordered = true;
-  options.Stream = names.results.c_str();
-  natsSubscription* results = nullptr;
-  jsErrCode code{};
-  Check(js_SubscribeSync(&results, js, names.Result(">").c_str(), nullptr, &options, &code), "the results");
-  for (uint64_t sequence = 0; sequence < last;) {
-    natsMsg* message = nullptr;
-    const natsStatus status = natsSubscription_NextMsg(&message, results, kWaitMs);
-    if (status != NATS_OK) {
-      natsSubscription_Destroy(results);
-      Check(status, "the results");
-    }
-    const char* reply = natsMsg_GetReply(message);
-    sequence = ParseDelivery(reply == nullptr ? "" : reply).value_or(SDelivery{}).sequence;
-    const std::string text(natsMsg_GetData(message), static_cast<size_t>(natsMsg_GetDataLength(message)));
-    natsMsg_Destroy(message);
+  CResultReader(connection, link, names).ReadNew([asTable](const std::string& text) {
     if (asTable) {
       PrintRow(text);
     } else {
       std::printf("%s\n", text.c_str());
     }
-  }
-  natsSubscription_Destroy(results);
+  });
   return 0;
 }
 
