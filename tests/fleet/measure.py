@@ -1,14 +1,17 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: GPL-2.0-only
 """What a fleet does in a second, and how long a job waits for its SETUP. Usage, inside scripts/netns:
-measure.py [--servers N] [--hosts N] [--jobs N] [--half RATE]"""
+measure.py [--servers N] [--hosts N] [--jobs N] [--half RATE] [--compare]"""
 import argparse
 import datetime
 import json
 import os
+import signal
+import subprocess
 import sys
 import tempfile
 import time
+import urllib.request
 
 from world import Events, World, wait_until
 
@@ -32,7 +35,6 @@ def stored(world):
 
 def bytes_of(world, stream):
     """Messages and bytes of a stream, as the server's page has them."""
-    import urllib.request
     page = json.load(urllib.request.urlopen("http://127.0.0.1:8222/jsz?streams=true"))
     for account in page["account_details"]:
         for each in account["stream_detail"]:
@@ -74,10 +76,47 @@ def latency(world, rate, count):
           f"{waited[count * 99 // 100] * 1000:.0f} ms, most {waited[-1] * 1000:.0f} ms")
 
 
+def compare(world, count):
+    """The same calls by zelk-phone serve, under a script that keeps as many channels busy as the fleet's host had."""
+    host = world.hosts[0]
+    used = seconds_of(host.node.process)
+    world.submit([{"id": f"c{n}", "to": f"05{n:06}", "digits": 1} for n in range(count)])
+    before = stored(world)
+    wait_until(lambda: stored(world) >= before + count or world.busy() == {"host1": 0} and world.standing()["waiting"] == 0,
+               "results", 600)
+    used = seconds_of(host.node.process) - used
+    host.node.kill(signal.SIGTERM)
+    phone = subprocess.Popen([*host.inside, os.environ["ZELK_PHONE"], "serve", "--json"], stdin=subprocess.PIPE,
+                             stdout=subprocess.PIPE, text=True)
+    begun = over = 0
+    calm = None
+    for line in map(json.loads, phone.stdout):
+        if line["type"] == "snapshot":
+            calm = seconds_of(phone)
+            free = range(len(line["channels"]))
+        elif line["type"] == "disconnected":
+            over += 1
+            free = [line["channel"]]
+        else:
+            continue
+        for channel in free:
+            if begun < count:
+                begun += 1
+                print(json.dumps({"id": begun, "do": "dial", "channel": channel, "number": f"05{begun:06}"}), file=phone.stdin,
+                      flush=True)
+        if over == count:
+            break
+    serve = seconds_of(phone) - calm
+    phone.kill()
+    print(f"{count} calls on one host: zelk-node {used:.2f} s of processor time, zelk-phone serve {serve:.2f} s, "
+          f"{used / serve:.2f} times as much")
+
+
 def main():
     parser = argparse.ArgumentParser()
     for name, value in (("servers", 3), ("hosts", 3), ("jobs", 5000), ("half", 75), ("hold", 300)):
         parser.add_argument(f"--{name}", type=int, default=value)
+    parser.add_argument("--compare", action="store_true")
     options = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:
         world = World(folder, servers=options.servers)
@@ -87,8 +126,11 @@ def main():
                 world.host(cards=2, trunks=1, simulator=["--hold", str(options.hold)]).start()
             for host in world.hosts:
                 host.wait_up()
-            throughput(world, options.jobs)
-            latency(world, options.half, 10 * options.half)
+            if options.compare:
+                compare(world, options.jobs)
+            else:
+                throughput(world, options.jobs)
+                latency(world, options.half, 10 * options.half)
         finally:
             world.end()
 

@@ -74,7 +74,8 @@ void CResultReader::TakeAnswer() {
   const Json answer = Json::parse(data, nullptr, false);
   const bool isThere = answer.is_object() && answer.contains("message");
   constexpr int kNoMessage = 10037;
-  const bool isPast = answer.is_object() && answer.contains("error") && answer["error"].value("err_code", 0) == kNoMessage;
+  const bool isPast =
+      answer.is_object() && answer.contains("error") && answer["error"].value("err_code", 0) == kNoMessage;
   if ((isThere || isPast) && open.erase(number) > 0) {
     lastAnswer = Clock::now();
     come[number] = isThere ? FromBase64(answer["message"].value("data", std::string())).value_or("") : "";

@@ -36,8 +36,8 @@ class CResultReader {
   const SNames& names;
   const std::string inbox;
   natsSubscription* answers = nullptr;
-  uint64_t next = 1;                             // to be handed on
-  std::map<uint64_t, Clock::time_point> open;    // asked for, with the time at which to ask again
+  uint64_t next = 1;                           // to be handed on
+  std::map<uint64_t, Clock::time_point> open;  // asked for, with the time at which to ask again
   std::map<uint64_t, std::string> come;
   Clock::time_point lastAnswer;
 };

@@ -200,12 +200,15 @@ void CJobDesk::TurnCall(const Work& work, Clock::time_point now) {
   }
 }
 
-void CJobDesk::Turn(Clock::time_point now) {
+void CJobDesk::Act() {
   std::vector<SSaid> all;
   all.swap(heard);
   for (const SSaid& said : all) {
     OnSaid(said);
   }
+}
+
+void CJobDesk::Turn(Clock::time_point now) {
   for (const auto& [id, work] : works) {
     if (now >= work->nextSign) {
       work->nextSign = now + options.signEvery;

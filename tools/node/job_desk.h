@@ -40,8 +40,9 @@ class CJobDesk {
 
   // A job, or the end of a request for jobs.
   void Take(const fleet::SMail& mail);
-  // What is said of a channel; acted upon by the next Turn.
+  // What is said of a channel; acted upon by the next Act.
   void Hear(SSaid said);
+  void Act();
   void Turn(Clock::time_point now);
   void Reconnected() { pulls.Forget(); }
   void Drain() { isDraining = true; }

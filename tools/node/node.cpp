@@ -16,6 +16,7 @@ using phone::Json;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kTurn{50};
+constexpr milliseconds kRound{10};
 constexpr std::chrono::seconds kClearingLimit{10};
 constexpr milliseconds kFlushLimit{3000};
 
@@ -215,11 +216,16 @@ void CNode::CarryWithFile(const Json& command, const Carried& carried) {
 void CNode::Turn(milliseconds wait) {
   TakeEvents(wait);
   TakeMails();
+  desk.Act();
+  // What goes through all channels, or all that is open, need not be done for each event.
   const auto now = Clock::now();
-  asks.Turn(now);
-  desk.Turn(now);
-  lease.Turn(now);
-  served.Turn();
+  if (now >= nextRound) {
+    nextRound = now + kRound;
+    asks.Turn(now);
+    desk.Turn(now);
+    lease.Turn(now);
+    served.Turn();
+  }
 }
 
 void CNode::Run() {

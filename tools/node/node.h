@@ -84,6 +84,7 @@ class CNode {
   CLease lease;
   CJobDesk desk;
   CIncoming incoming;
+  Clock::time_point nextRound;
   uint64_t placedBefore = 0;
   Clock::time_point minuteBegan = Clock::now();
   double callsPerMinute = 0;
