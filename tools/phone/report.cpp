@@ -9,7 +9,7 @@
 
 namespace phone {
 
-void CReport::Say(const char* type, const std::string& text, const Json& fields, UtcTime time) {
+void CReport::Tell(const char* type, const std::string& text, const Json& fields, UtcTime time) {
   if (!json) {
     Text(text);
   } else if (!closed) {

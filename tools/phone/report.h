@@ -6,19 +6,17 @@
 #include "phone/json_line.h"
 #include "phone/phone_error.h"
 #include "phone/progress.h"
+#include "phone/speaker.h"
 
 namespace phone {
 
 // What the program says on standard output: lines for a person, or one JSON object a line. When standard output takes
 // no more, the program is asked to stop and the rest is dropped.
 // Thread: main.
-class CReport {
+class CReport : public ISpeaker {
  public:
   explicit CReport(bool asJson) : json(asJson) {}
 
-  // One thing that happened. A person sees the text (nothing when it is empty), a program type, time and fields.
-  void Say(const char* type, const std::string& text, const Json& fields = Json::object(),
-           UtcTime time = std::chrono::system_clock::now());
   // A line for a person alone.
   void Text(const std::string& text);
   // The live line of a terminal; see CProgress.
@@ -34,6 +32,9 @@ class CReport {
   bool Closed() const { return closed && !failed; }
   // Standard output was lost for another reason.
   bool Failed() const { return failed; }
+
+ protected:
+  void Tell(const char* type, const std::string& text, const Json& fields, UtcTime time) override;
 
  private:
   void Check();

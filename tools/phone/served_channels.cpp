@@ -21,16 +21,16 @@ constexpr std::chrono::seconds kSilentEnd{10};
   throw CRequestError(code, text);
 }
 
-bool IsUsable(int32_t channel) {
+bool ReadsUsable(int32_t channel) {
   return InfoNumber(channel, ZELK_INFO_CHANNELSTATE) >= ZELK_CHANNEL_READY;
 }
 
 }  // namespace
 
-CServedChannels::CServedChannels(CRecorderBank& recorderBank, CReport& toReport)
+CServedChannels::CServedChannels(CRecorderBank& recorderBank, ISpeaker& toReport)
     : recorders(recorderBank), report(toReport), channels(static_cast<size_t>(ZELK_GetChannelCount())) {
   for (int32_t channel = 0; channel < ZELK_GetChannelCount(); ++channel) {
-    At(channel).isUsable = IsUsable(channel);
+    At(channel).isUsable = ReadsUsable(channel);
   }
 }
 
@@ -147,26 +147,24 @@ bool CServedChannels::HasCalls() const {
                      [](const SChannel& each) { return each.phase != EPhase::kIdle; });
 }
 
-void CServedChannels::Execute(const SInputLine& line) {
-  Json id = nullptr;
+Json CServedChannels::Carry(const SInputLine& line) {
+  Json answer = {{"id", nullptr}};
   try {
     if (line.isTooLong) {
       Refuse("too-long", "a line has at most " + std::to_string(CLineSplitter::kLongest) + " bytes");
     }
     const SRequest request = ParseRequest(line.text);
-    id = request.id;
+    answer["id"] = request.id;
     Json fields = {{"ok", true}};
     fields.update(Do(request));
-    Answer(id, fields);
+    answer.update(fields);
   } catch (const CRequestError& error) {
-    Answer(error.id.is_null() ? id : error.id, {{"ok", false}, {"error", error.code}, {"message", error.what()}});
+    if (!error.id.is_null()) {
+      answer["id"] = error.id;
+    }
+    answer.update(Json{{"ok", false}, {"error", error.code}, {"message", error.what()}});
   }
-}
-
-void CServedChannels::Answer(const Json& id, const Json& fields) {
-  Json all = {{"id", id}};
-  all.update(fields);
-  report.Say("result", "", all);
+  return answer;
 }
 
 Json CServedChannels::Do(const SRequest& request) {

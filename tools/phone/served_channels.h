@@ -8,8 +8,8 @@
 #include "phone/event_queue.h"
 #include "phone/line_splitter.h"
 #include "phone/recorder_bank.h"
-#include "phone/report.h"
 #include "phone/request.h"
+#include "phone/speaker.h"
 
 namespace phone {
 
@@ -18,11 +18,19 @@ namespace phone {
 // Thread: main, while the library runs.
 class CServedChannels {
  public:
-  CServedChannels(CRecorderBank& recorderBank, CReport& toReport);
+  CServedChannels(CRecorderBank& recorderBank, ISpeaker& toReport);
 
   void Take(const SPhoneEvent& event);
   // Carries out a line of input and says what came of it.
-  void Execute(const SInputLine& line);
+  void Execute(const SInputLine& line) { report.Say("result", "", Carry(line)); }
+  // Carries it out and gives what came of it: the members of a `result`.
+  Json Carry(const SInputLine& line);
+  // A call may be placed: no call is there, as far as is known, and the trunk is up.
+  bool IsFree(int32_t channel) const {
+    const SChannel& each = channels[static_cast<size_t>(channel)];
+    return each.phase == EPhase::kIdle && each.isUsable;
+  }
+  bool IsUsable(int32_t channel) const { return channels[static_cast<size_t>(channel)].isUsable; }
   // Writes what was recorded, and ends calls that the library has ended without an event.
   void Turn();
   // Hangs up everywhere, and refuses what is offered.
@@ -54,10 +62,9 @@ class CServedChannels {
   void Play(int32_t channel, const SRequest& request);
   void Record(int32_t channel, const std::string& file);
   Json StateOf(int32_t channel);
-  void Answer(const Json& id, const Json& fields);
 
   CRecorderBank& recorders;
-  CReport& report;
+  ISpeaker& report;
   std::vector<SChannel> channels;
 };
 
