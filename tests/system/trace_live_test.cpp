@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <nlohmann/json.hpp>
 #include <regex>
 
@@ -306,6 +308,36 @@ TEST_F(TraceLive, the_terminal_is_sound_after_every_end) {
   OpenTerminal(command, "-x 200 -y 50", "TERM=dumb");
   EXPECT_TRUE(WaitScreen("pacer at most")) << Screen();
   ExpectLeft("0");
+}
+
+// Nothing but the end of its input tells a program so that does not belong to the terminal's session.
+TEST_F(TraceLive, the_end_of_the_terminal_is_the_end_of_the_board) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[Debug]\nStatus=1\n"));
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+  const int inside = open(ptsname(terminal), O_RDWR | O_NOCTTY);
+  const std::string program = bin / "zelk-trace";
+  const std::string page = Page();
+  const pid_t board = fork();
+  if (board == 0) {
+    setsid();
+    dup2(inside, STDIN_FILENO);
+    dup2(inside, STDOUT_FILENO);
+    setenv("TERM", "xterm", 1);
+    execl(program.c_str(), "zelk-trace", "board", "--status", page.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(inside);
+  std::string shown(4096, ' ');
+  EXPECT_GT(read(terminal, shown.data(), shown.size()), 0) << "it draws";
+  close(terminal);
+  int status = -1;
+  EXPECT_TRUE(support::Eventually([&] { return waitpid(board, &status, WNOHANG) == board; }, kSlow));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  if (status == -1) {
+    kill(board, SIGKILL);
+    waitpid(board, &status, 0);
+  }
 }
 
 }  // namespace

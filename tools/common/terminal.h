@@ -7,5 +7,7 @@ namespace tool {
 bool StdoutIsTerminal();
 // The same of standard input, from which keys would come.
 bool StdinIsTerminal();
+// True when the terminal behind standard input is gone: no key will come again, and no signal may have said so.
+bool StdinIsGone();
 
 }  // namespace tool

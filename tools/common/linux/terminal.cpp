@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "common/terminal.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 namespace tool {
@@ -11,6 +12,11 @@ bool StdoutIsTerminal() {
 
 bool StdinIsTerminal() {
   return isatty(STDIN_FILENO) == 1;
+}
+
+bool StdinIsGone() {
+  pollfd input{STDIN_FILENO, 0, 0};
+  return poll(&input, 1, 0) == 1 && (input.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
 }  // namespace tool

@@ -14,4 +14,9 @@ bool StdinIsTerminal() {
   return _isatty(_fileno(stdin)) != 0;
 }
 
+// A console that is closed ends its programs.
+bool StdinIsGone() {
+  return false;
+}
+
 }  // namespace tool

@@ -77,7 +77,7 @@ unsigned int CTerminal::Colour(char letter) const {
 }
 
 bool CTerminal::IsAskedToEnd() {
-  return isAskedToEnd;
+  return isAskedToEnd || tool::StdinIsGone();
 }
 
 void Put(int y, int x, const std::string& text, unsigned int how) {
