@@ -313,9 +313,9 @@ TEST_F(TraceLive, the_terminal_is_sound_after_every_end) {
 // Nothing but the end of its input tells a program so that does not belong to the terminal's session.
 TEST_F(TraceLive, the_end_of_the_terminal_is_the_end_of_the_board) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[Debug]\nStatus=1\n"));
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
   ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
-  const int inside = open(ptsname(terminal), O_RDWR | O_NOCTTY);
+  const int inside = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
   const std::string program = bin / "zelk-trace";
   const std::string page = Page();
   const pid_t board = fork();
