@@ -115,6 +115,7 @@ bool ProcessLives(std::uint32_t number) {
 void OnEndRequest(void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;  // what is being read from a child is read to its end
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     sigaction(signal, &action, nullptr);
   }
