@@ -38,7 +38,8 @@ void AddOptions(CLI::App& app, SQuestion& asked) {
   app.add_option("--fifo", asked.options.fifo, "where Wireshark reads");
   app.add_option("--file", asked.options.file, "D-channel file of the library, zelk-SERIAL-TRUNK.hdlc");
   app.add_option("--trunk", asked.options.trunks, "only these, as 100001-2 or 100001, commas between; else all");
-  app.add_option("--assume-trunks", asked.options.assumedTrunks, "trunks of a card of which the capture does not show it")
+  app.add_option("--assume-trunks", asked.options.assumedTrunks,
+                 "trunks of a card of which the capture does not show it")
       ->check(CLI::Range(0, 8));
   app.add_flag("--anonymise", asked.options.anonymise, "other digits for numbers, and no texts");
 }

@@ -39,8 +39,7 @@ std::vector<std::string> Adapters() {
     std::istringstream lines(ReadAll(child.TakeOutput()));
     for (std::string line; std::getline(lines, line);) {
       const std::size_t begin = line.find(". ");
-      const std::string name =
-          begin == std::string::npos ? "" : line.substr(begin + 2, line.find('\t') - begin - 2);
+      const std::string name = begin == std::string::npos ? "" : line.substr(begin + 2, line.find('\t') - begin - 2);
       if (IsNetwork(name)) {
         names.push_back(name);
       }
@@ -68,16 +67,20 @@ void PrintDlts() {
 
 void PrintConfig(const std::string& interface) {
   if (interface == kHdlcInterface) {
-    std::printf("arg {number=0}{call=--file}{display=D-channel file}{type=fileselect}{mustexist=true}{required=true}"
-                "{tooltip=zelk-SERIAL-TRUNK.hdlc in the library's capture folder}\n");
+    std::printf(
+        "arg {number=0}{call=--file}{display=D-channel file}{type=fileselect}{mustexist=true}{required=true}"
+        "{tooltip=zelk-SERIAL-TRUNK.hdlc in the library's capture folder}\n");
   } else {
-    std::printf("arg {number=0}{call=--trunk}{display=Trunks}{type=string}"
-                "{tooltip=100001-2 is a trunk, 100001 all of a card; commas between; empty for all}\n");
-    std::printf("arg {number=1}{call=--assume-trunks}{display=Trunks of a card whose begin is not seen}{type=integer}"
-                "{range=0,8}{default=0}{tooltip=0: learnt from what the card says}\n");
+    std::printf(
+        "arg {number=0}{call=--trunk}{display=Trunks}{type=string}"
+        "{tooltip=100001-2 is a trunk, 100001 all of a card; commas between; empty for all}\n");
+    std::printf(
+        "arg {number=1}{call=--assume-trunks}{display=Trunks of a card whose begin is not seen}{type=integer}"
+        "{range=0,8}{default=0}{tooltip=0: learnt from what the card says}\n");
   }
-  std::printf("arg {number=2}{call=--anonymise}{display=Other digits for numbers, no texts}{type=boolflag}"
-              "{default=false}\n");
+  std::printf(
+      "arg {number=2}{call=--anonymise}{display=Other digits for numbers, no texts}{type=boolflag}"
+      "{default=false}\n");
 }
 
 void RequireInterface(const std::string& interface) {

@@ -7,7 +7,8 @@
 namespace trace {
 
 inline constexpr char kExtcapVersion[] = ZELK_VERSION_TEXT;
-inline constexpr char kNoFilter[] = "D-channels have no capture filters; use a display filter, as q931.cause_value == 17";
+inline constexpr char kNoFilter[] =
+    "D-channels have no capture filters; use a display filter, as q931.cause_value == 17";
 // The interface of a D-channel file; every other one is this and an adapter's name.
 inline constexpr char kInterfacePrefix[] = "zelk-";
 inline constexpr char kHdlcInterface[] = "zelk-hdlc";

@@ -16,7 +16,7 @@ namespace trace {
 
 struct SDChannelChoice {
   bool anonymise = false;
-  bool isLive = false;            // somebody looks on: frames are not held back
+  bool isLive = false;           // somebody looks on: frames are not held back
   std::set<std::string> trunks;  // "100001-2", or "100001" for all of a card; empty for all
 };
 
