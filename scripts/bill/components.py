@@ -37,6 +37,7 @@ LINKED = {
     "zelk-doctor": ("CLI11", "fmt", "nlohmann-json", *LINUX),
     "zelk-phone": ("CLI11", "nlohmann-json", *LINUX),
     "zelk-replay": ("libpri", "spandsp", "CLI11", "fmt", *LINUX),
+    "zelk-extcap": ("CLI11", "fmt", *LINUX),
     "zelk-trace": ("CLI11", "fmt", "nlohmann-json", *LINUX),
     "libzelkqueue.so": LINUX,
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),

@@ -36,7 +36,7 @@ NAMES = {"asio": r"\basio::", "CLI11": r"\bCLI::", "fmt": r"\bfmt::v\d+::", "nlo
          "toml11": r"\btoml::"}
 # What is linked from C alone has no names of its own to be seen in a program without them.
 PROGRAMS = {"Linux": ["lib/libZelkApi-64.so", "lib/libzelkqueue.so", "bin/zelk-phone", "bin/zelk-cardsim", "bin/zelk-trace",
-                      "bin/zelk-doctor", "bin/zelk-replay"],
+                      "bin/zelk-extcap", "bin/zelk-doctor", "bin/zelk-replay"],
             "Windows": ["bin/ZelkApi64.dll", "bin/zelkqueue.dll", "bin/zelk-phone.exe", "bin/zelk-cardsim.exe"]}
 
 

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "call_fixture.h"
+#include "cardsim/program/call_record.h"
 
 // zelk-trace beside the library and the simulated cards: programs in a folder of their own.
 class CTraceTest : public CCallTest {
@@ -86,4 +87,59 @@ class CTraceTest : public CCallTest {
   std::string dumpcap;  // its process, while it runs
   std::filesystem::path bin;
   std::filesystem::path folder;
+};
+
+// And what a whole capture of the network between them tells.
+class CCaptureTest : public CTraceTest {
+ protected:
+  // Until the file has the end of every call; then nothing more is captured.
+  void FinishCapture(size_t calls) {
+    EXPECT_TRUE(support::Eventually(
+        [&] {
+          const std::string csv =
+              Run("( '" + (bin / "zelk-trace").string() + "' calls --csv " + Capture() + " || true )");
+          size_t released = 0;
+          for (const std::string& line : Lines(csv)) {
+            released += line.find(",released,") != std::string::npos ? 1 : 0;
+          }
+          return released >= calls;
+        },
+        kSlow))
+        << TraceOf("calls " + Capture());
+    StopCapture();
+  }
+
+  // Every call in a line, as CallText has it.
+  Names CallTexts() const {
+    Names texts;
+    const Names lines = Lines(TraceOf("calls --csv " + Capture()));
+    const Names head = Fields(lines.front());
+    for (size_t i = 1; i < lines.size(); ++i) {
+      const Names fields = Fields(lines[i]);
+      std::string text;
+      for (const char* name :
+           {"card", "trunk", "timeslot", "direction", "calling", "called", "connected", "cause", "clearedBy"}) {
+        const auto at = static_cast<size_t>(std::find(head.begin(), head.end(), name) - head.begin());
+        text += (text.empty() ? "" : " ") + fields.at(at);
+      }
+      texts.push_back(text);
+    }
+    return texts;
+  }
+  // "100001 1 5 to library 0301 8001 true 17 network": card, trunk, timeslot, direction, numbers, connected, cause, who
+  // cleared.
+  static std::string CallText(const cardsim::SCallRecord& call) {
+    return std::to_string(100001 + call.card) + " " + std::to_string(call.trunk + 1) + " " +
+           std::to_string(call.timeslot) + (call.fromLibrary ? " from library " : " to library ") + call.calling + " " +
+           call.called + (call.connected ? " true " : " false ") + std::to_string(call.cause) + " " +
+           cardsim::ClearedByName(call.clearedBy);
+  }
+  static Names Fields(const std::string& line) {
+    Names fields;
+    std::istringstream in(line);
+    for (std::string field; std::getline(in, field, ',');) {
+      fields.push_back(field);
+    }
+    return fields;
+  }
 };

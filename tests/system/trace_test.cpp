@@ -1,49 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
-#include "cardsim/program/call_record.h"
 #include "common/q931_decode.h"
 #include "trace_fixture.h"
 
 // zelk-trace on a capture of the real network between the library and the simulated cards.
 namespace {
 
-namespace fs = std::filesystem;
 using cardsim::Bytes;
 using cardsim::Call;
-using cardsim::ECallDirection;
 using cardsim::EDirection;
-using cardsim::ESimCallState;
 
-class Trace : public CTraceTest {
+class Trace : public CCaptureTest {
  protected:
-  // Until the file has the end of every call; then nothing more is captured.
-  void FinishCapture(size_t calls) {
-    EXPECT_TRUE(support::Eventually(
-        [&] {
-          const std::string csv =
-              Run("( '" + (bin / "zelk-trace").string() + "' calls --csv " + Capture() + " || true )");
-          size_t released = 0;
-          for (const std::string& line : Lines(csv)) {
-            released += line.find(",released,") != std::string::npos ? 1 : 0;
-          }
-          return released >= calls;
-        },
-        kSlow))
-        << TraceOf("calls " + Capture());
-    StopCapture();
-  }
-
-  // One field of each call, by the name at its head.
-  Names Column(const std::string& name) const {
-    const Names lines = Lines(TraceOf("calls --csv " + Capture()));
-    Names head = Fields(lines.front());
-    const auto at = static_cast<size_t>(std::find(head.begin(), head.end(), name) - head.begin());
-    Names column;
-    for (size_t i = 1; i < lines.size(); ++i) {
-      column.push_back(Fields(lines[i]).at(at));
-    }
-    return column;
-  }
   // The codes of one side of a stereo A-law file.
   static Bytes SideOf(const std::string& path, size_t side) {
     const std::string text = TextOf(path);
@@ -54,15 +22,6 @@ class Trace : public CTraceTest {
     }
     return codes;
   }
-  static Names Fields(const std::string& line) {
-    Names fields;
-    std::istringstream in(line);
-    for (std::string field; std::getline(in, field, ',');) {
-      fields.push_back(field);
-    }
-    return fields;
-  }
-
   // TCP may say something twice on a loaded machine; that is all that may be remarked.
   void ExpectNothingMissing() const {
     for (const std::string& remark : Lines(TextOf(Path("errors")))) {
@@ -76,16 +35,6 @@ class Trace : public CTraceTest {
     EXPECT_EQ(summary.find("U P, func=UA"), std::string::npos) << summary;
   }
 };
-
-// "1 5 to library 0301 8001 true 17 network": trunk, timeslot, direction, numbers, connected, cause, who cleared.
-std::string Line(const Call& call) {
-  const bool isConnected = call->Reached(ESimCallState::kConnected);
-  const bool isFromLibrary = call->direction == ECallDirection::kFromLibrary;
-  return std::to_string(call->trunk + 1) + " " + std::to_string(call->Timeslot()) +
-         (isFromLibrary ? " from library " : " to library ") + call->Calling() + " " + call->Called() +
-         (isConnected ? " true " : " false ") + std::to_string(call->Cause()) + " " +
-         cardsim::ClearedByName(call->ClearedBy());
-}
 
 TEST_F(Trace, tells_the_calls_that_the_exchange_had) {
   ASSERT_NO_FATAL_FAILURE(StartCaptured({2}));
@@ -109,17 +58,9 @@ TEST_F(Trace, tells_the_calls_that_the_exchange_had) {
   FinishCapture(calls.size());
 
   Names expected;
-  std::transform(calls.begin(), calls.end(), std::back_inserter(expected), Line);
-  Names told;
-  for (const char* name : {"trunk", "timeslot", "direction", "calling", "called", "connected", "cause", "clearedBy"}) {
-    const Names column = Column(name);
-    told.resize(column.size());
-    for (size_t i = 0; i < column.size(); ++i) {
-      told[i] += (told[i].empty() ? "" : " ") + column[i];
-    }
-  }
-  EXPECT_EQ(told, expected);
-  EXPECT_EQ(Column("card"), Names(calls.size(), std::to_string(Card().Serial())));
+  std::transform(calls.begin(), calls.end(), std::back_inserter(expected),
+                 [](const Call& call) { return CallText(cardsim::RecordOf(*call)); });
+  EXPECT_EQ(CallTexts(), expected);
   ExpectNothingMissing();
   EXPECT_EQ(Lines(TraceOf("calls --number '040*' " + Capture())).size(), 1U);
   EXPECT_EQ(Lines(TraceOf("calls --cause 21 " + Capture())).size(), 2U);

@@ -35,6 +35,9 @@ class CChildProcess {
 // Whether there is a process of this number.
 bool ProcessLives(std::uint32_t number);
 
+// This program and its children run behind all others from now on: who only looks must not keep a telephone waiting.
+void GiveWay();
+
 // Has handler called when somebody asks this program to end (Ctrl-C, kill, the end of the terminal), instead of ending
 // it. The handler may do what a signal handler may.
 void OnEndRequest(void (*handler)(int));

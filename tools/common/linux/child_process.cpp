@@ -2,7 +2,9 @@
 #include "common/child_process.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -112,9 +114,18 @@ bool ProcessLives(std::uint32_t number) {
   return number != 0 && (kill(static_cast<pid_t>(number), 0) == 0 || errno == EPERM);
 }
 
+void GiveWay() {
+  constexpr int kNice = 10;
+  // Such a process does not take a processor from another when it wakes. It works without both as well.
+  const sched_param none{};
+  (void)sched_setscheduler(0, SCHED_BATCH, &none);
+  (void)setpriority(PRIO_PROCESS, 0, kNice);
+}
+
 void OnEndRequest(void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;  // what is being read from a child is read to its end
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     sigaction(signal, &action, nullptr);
   }

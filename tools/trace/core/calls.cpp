@@ -25,6 +25,7 @@ constexpr std::uint8_t kCallState = 0x14;
 constexpr std::uint8_t kCalling = 0x6C;
 constexpr std::uint8_t kCalled = 0x70;
 constexpr std::uint8_t kRedirecting = 0x74;
+constexpr std::size_t kMostRestarted = 10'000;
 constexpr std::uint8_t kRestartIndicator = 0x79;
 
 bool IsClearing(std::uint8_t type) {
@@ -90,9 +91,10 @@ SCall* CCalls::Find(const SKey& key, const SConnection& connection, const SContr
   if (found != open.end()) {
     return &found->second;
   }
-  if (message.type == kReleaseComplete || message.type == kStatusMessage) {
-    return nullptr;  // an answer to what has no call
+  if (message.type == kReleaseComplete || message.type == kStatusMessage || (restarted.count(key) > 0 && !isSetup)) {
+    return nullptr;  // an answer to what has no call, or the rest of one that a restart has ended
   }
+  restarted.erase(key);
   SCall call;
   call.number = ++made;
   call.connection = connection.number;
@@ -159,6 +161,9 @@ void CCalls::OnGlobal(const SConnection& connection, const SControl& frame, cons
     const auto each = call++;
     const bool isOfTrunk = each->first.connection == connection.number && each->first.trunk == frame.trunk;
     if (isOfTrunk && (!isOneChannel || each->second.timeslot == timeslot)) {
+      if (restarted.size() < kMostRestarted) {
+        restarted.insert(each->first);
+      }
       End(each, ECallEnd::kRestarted, frame.time);
     }
   }

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -101,6 +102,7 @@ class CCalls {
   ICallSink& sink;
   std::map<std::pair<int, int>, CDataLink> dataLinks;  // by connection and trunk
   std::map<SKey, SCall> open;
+  std::set<SKey> restarted;      // ended by a restart, of which messages may still come
   std::map<SKey, int> releases;  // who has sent RELEASE: a bit a direction
   std::uint64_t made = 0;
   SLinkCounts links;

@@ -3,7 +3,9 @@
 
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <optional>
+#include <utility>
 
 #include "common/wire.h"
 #include "trace/core/trace_error.h"
@@ -14,6 +16,7 @@ namespace {
 constexpr char kEnding[] = ".hdlc";
 // "O 2013-05-09 14:03:07 0000 "
 constexpr std::size_t kHeadChars = 27;
+constexpr std::size_t kMostChars = kHeadChars + 3 * tool::kMaxFrameFromLibrary + 2;
 
 std::optional<int> HexDigit(char letter) {
   constexpr char kDigits[] = "0123456789ABCDEF";
@@ -77,7 +80,8 @@ bool CHdlcFile::IsOne(const std::string& path) {
   return path.size() > ending.size() && path.compare(path.size() - ending.size(), ending.size(), ending) == 0;
 }
 
-CHdlcFile::CHdlcFile(const std::string& path) : name(path), file(path, std::ios::binary) {
+CHdlcFile::CHdlcFile(const std::string& path, bool isGrowing)
+    : name(path), grows(isGrowing), file(path, std::ios::binary) {
   const std::size_t slash = path.find_last_of("/\\");
   const std::string last = slash == std::string::npos ? path : path.substr(slash + 1);
   unsigned number = 0;
@@ -91,9 +95,36 @@ CHdlcFile::CHdlcFile(const std::string& path) : name(path), file(path, std::ios:
   }
 }
 
+bool CHdlcFile::ReadText(std::string& text) {
+  return grows ? ReadWhole(text) : static_cast<bool>(std::getline(file, text));
+}
+
+// A line with its end, however often its writer was asked for it.
+bool CHdlcFile::ReadWhole(std::string& text) {
+  std::error_code error;
+  if (std::filesystem::file_size(name, error) < taken && !error) {
+    file.seekg(0);
+    begun.clear();
+    taken = 0;
+    line = 0;
+  }
+  std::string part;
+  std::getline(file, part);
+  const bool isWhole = file.good();
+  file.clear();
+  taken += part.size() + (isWhole ? 1 : 0);
+  begun += part;
+  // Longer than any line: it is none, which its reader says.
+  if (!isWhole && begun.size() < kMostChars) {
+    return false;
+  }
+  text = std::exchange(begun, {});
+  return true;
+}
+
 bool CHdlcFile::Next(SControl& frame) {
   std::string text;
-  if (!fault.empty() || !std::getline(file, text)) {
+  if (!fault.empty() || !ReadText(text)) {
     return false;
   }
   ++line;

@@ -81,6 +81,7 @@ void StopLiveCapture() {
 }
 
 EExit CaptureLive(const SLiveInput& input, const std::function<EExit(CCaptureFile&)>& read) {
+  tool::GiveWay();
   try {
     tool::CChildProcess child(CommandOf(input));
     const CRunning stoppable(child);

@@ -11,10 +11,11 @@
 namespace trace {
 
 struct SInput {
-  std::string file;     // "-" is standard input
-  std::string adapter;  // captured from live; empty for a file
-  int seconds = 0;      // of a live capture; 0: until somebody ends it
-  int trunks = 0;       // of cards of which the capture does not tell it; 0: none
+  std::string file;                    // "-" is standard input
+  std::string adapter;                 // captured from live; empty for a file
+  int seconds = 0;                     // of a live capture; 0: until somebody ends it
+  int trunks = 0;                      // of cards of which the capture does not tell it; 0: none
+  const char* program = "zelk-trace";  // who speaks on standard error
 };
 
 enum class EForm { kText, kCsv, kJson };

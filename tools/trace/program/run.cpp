@@ -18,14 +18,14 @@ EExit AnalyseFile(CCaptureFile& file, const SInput& input, ITraceSink& sink) {
   CAnalysis analysis(sink, input.trunks);
   analysis.Run(file);
   for (const std::string& note : analysis.Notes()) {
-    fmt::print(stderr, "zelk-trace: {}: {}\n", file.Name(), note);
+    fmt::print(stderr, "{}: {}: {}\n", input.program, file.Name(), note);
   }
   if (!file.Fault().empty()) {
-    fmt::print(stderr, "zelk-trace: {}\n", file.Fault());
+    fmt::print(stderr, "{}: {}\n", input.program, file.Fault());
     return EExit::kBadInput;
   }
   if (const std::string emptiness = analysis.Emptiness(file); !emptiness.empty()) {
-    fmt::print(stderr, "zelk-trace: {}\n", emptiness);
+    fmt::print(stderr, "{}: {}\n", input.program, emptiness);
     return EExit::kNothingFound;
   }
   return EExit::kDone;

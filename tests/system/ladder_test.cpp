@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <regex>
+
+#include "trace_fixture.h"
+
+// The ladder of every kind of call, to the letter but for its times.
+namespace {
+
+using cardsim::Call;
+using cardsim::ESimCallState;
+using cardsim::SAnswerPlan;
+
+class Ladder : public CCaptureTest {
+ protected:
+  // Dials with this plan, each on a channel of its own; the call that the exchange has.
+  Call Dial(const SAnswerPlan& plan, const std::string& number) {
+    Card().SetAnswerPlan(plan);
+    EXPECT_TRUE(app->zelk.Dial(channel++, number.c_str(), "8001000"));
+    Call call = Card().WaitCall(kSoon);
+    EXPECT_NE(call, nullptr);
+    return call;
+  }
+  void End(const Call& call) {
+    SCOPED_TRACE(call->Called() + " at " + std::to_string(call->Timeslot()));
+    EXPECT_TRUE(call->WaitEnded(kSoon));
+    EXPECT_TRUE(NetworkIsIdle(0, kSoon));
+  }
+
+  // ---- the kinds, in the order of the file ----
+
+  void Incoming() {
+    Call call = ConnectIncoming(1);
+    call->Hangup(16);
+    End(call);
+    call = ConnectIncoming(2);
+    app->zelk.Hangup(1);
+    End(call);
+    call = Offer(3);
+    app->zelk.Reject(2);
+    End(call);
+    call = Card().PlaceCall({.timeslot = 4, .redirecting = "5557"});
+    EXPECT_TRUE(app->WaitEvent(3, ZELK_EVENT_INCOMING_CALL, kSoon));
+    EXPECT_TRUE(call->WaitState(ESimCallState::kAlerting, kSoon));
+    call->Hangup(16);  // the caller gives up
+    End(call);
+  }
+  void Outgoing() {
+    channel = 5;
+    Call call = Dial(SAnswerPlan(), "5551");
+    EXPECT_TRUE(call->WaitState(ESimCallState::kConnected, kSoon));
+    app->zelk.Hangup(channel - 1);
+    End(call);
+    End(Dial(SAnswerPlan::Refuse(17), "5552"));
+    SAnswerPlan unallocated = SAnswerPlan::Refuse(1);
+    unallocated.proceeding = false;
+    End(Dial(unallocated, "5553"));
+    call = Dial(SAnswerPlan::NeverAnswer(), "5554");
+    EXPECT_TRUE(app->WaitEvent(channel - 1, ZELK_EVENT_ALERTING, kSoon));
+    call->Hangup(19);  // nobody has answered
+    End(call);
+    SAnswerPlan abrupt;
+    abrupt.farEnd.clearing = cardsim::EClearing::kReleaseComplete;
+    call = Dial(abrupt, "5556");
+    EXPECT_TRUE(call->WaitState(ESimCallState::kConnected, kSoon));
+    app->zelk.Hangup(channel - 1);
+    End(call);
+    SAnswerPlan inBand = SAnswerPlan::Refuse(34);
+    inBand.progressAfter = std::chrono::milliseconds(0);
+    inBand.progressCause = 34;
+    inBand.refuseAfter = std::chrono::milliseconds(100);
+    End(Dial(inBand, "5555"));
+  }
+  void Restarted() {
+    const Call call = ConnectIncoming(21);
+    Card().RestartTimeslot(0, 21);
+    End(call);
+  }
+
+  // All calls of the capture, without times.
+  std::string Ladders(size_t count) const {
+    std::string text = "# SPDX-License-Identifier: GPL-2.0-only\n\n";
+    for (size_t call = 1; call <= count; ++call) {
+      text += TraceOf("ladder " + Capture() + " --call " + std::to_string(call)) + "\n";
+    }
+    text = std::regex_replace(text, std::regex(", 20[0-9]{2}-[^\n]*Z"), "");
+    return std::regex_replace(text, std::regex("[ 0-9]+\\.[0-9]{6} s  "), "");
+  }
+
+  int32_t channel = 0;
+};
+
+TEST_F(Ladder, of_every_kind_of_call_is_as_it_was_written_down) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({1}));
+  Incoming();
+  Restarted();
+  Outgoing();
+  FinishCapture(10);  // one is restarted
+  EXPECT_EQ(Ladders(11), TextOf(ZELK_LADDERS "/ladders.txt"));
+}
+
+TEST_F(Ladder, of_a_library_that_is_the_network_has_its_answer) {
+  ASSERT_NO_FATAL_FAILURE(StartCapture());
+  ASSERT_NO_FATAL_FAILURE(StartAsNetwork(1));
+  const Call call = ConnectIncoming(3);
+  call->Hangup(31);
+  End(call);
+  FinishCapture(1);
+  EXPECT_EQ(Ladders(1), TextOf(ZELK_LADDERS "/ladder-as-network.txt"));
+}
+
+}  // namespace
