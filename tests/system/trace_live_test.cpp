@@ -68,6 +68,7 @@ class TraceLive : public CTraceTest {
     EXPECT_TRUE(WaitScreen(" icanon")) << Screen();
     EXPECT_TRUE(std::regex_search(Screen(), std::regex("[ \n]echo "))) << Screen();
   }
+  void Kill() const { Run("kill $(pgrep -x zelk-trace -P $(tmux -S " + Socket() + " display -p '#{pane_pid}'))"); }
   // From the details of a channel back to the whole table.
   void TryFilterHelpAndPause() const {
     Keys("Escape / 100002 Enter");
@@ -303,7 +304,12 @@ TEST_F(TraceLive, the_terminal_is_sound_after_every_end) {
   ExpectLeft("0");
   OpenTerminal(command, "-x 80 -y 24");
   ASSERT_TRUE(WaitScreen("100001-1     ok  up   ")) << Screen();
-  Run("kill $(pgrep -x zelk-trace -P $(tmux -S " + Socket() + " display -p '#{pane_pid}'))");
+  Kill();
+  ExpectLeft("0");
+  OpenTerminal("board -i lo", "-x 80 -y 24");
+  ASSERT_TRUE(support::Eventually(IsCapturing, kSlow)) << Screen();
+  ASSERT_TRUE(WaitScreen("zelk-trace lo")) << Screen();
+  Kill();
   ExpectLeft("0");
   OpenTerminal(command, "-x 200 -y 50", "TERM=dumb");
   EXPECT_TRUE(WaitScreen("pacer at most")) << Screen();

@@ -80,6 +80,10 @@ void StopLiveCapture() {
   }
 }
 
+bool IsLiveCaptureStopped() {
+  return isStopped;
+}
+
 EExit CaptureLive(const SLiveInput& input, const std::function<EExit(CCaptureFile&)>& read) {
   tool::GiveWay();
   try {

@@ -22,6 +22,8 @@ struct SLiveInput {
 EExit CaptureLive(const SLiveInput& input, const std::function<EExit(CCaptureFile&)>& read);
 // Ends the capture that runs, if one does. Thread: any; signal handlers too.
 void StopLiveCapture();
+// Somebody asked for the end, of the capture or of the program. Thread: any.
+bool IsLiveCaptureStopped();
 
 // Job: hands all that it hears to others, under a lock when it has one. Thread: one; who holds the lock may look at the
 // others.

@@ -133,7 +133,9 @@ class CWireSource : public IBoardSource {
 
 EExit ShowWire(const SBoardOptions& options) {
   CWireSource source(options.input, options.status);
-  ShowBoard(source, "zelk-trace " + options.input.adapter, [&] { return source.HasFailed(); });
+  // Screen and capture both take the signals, and which of them comes last is the scheduler's choice.
+  ShowBoard(source, "zelk-trace " + options.input.adapter,
+            [&] { return source.HasFailed() || IsLiveCaptureStopped(); });
   source.Rethrow();
   return EExit::kDone;
 }
