@@ -83,7 +83,9 @@ TEST_F(Doctor, what_is_wrong_with_lines_is_told) {
   ExpectSays(text, "fault", "Trunk 100001-1: layer 1 is out of service (status 1). [layer1-out]");
   ExpectSays(text, "fault", "Trunk 100001-2: the line cannot be read: 10 HDLC errors in ");
   ExpectSays(text, "warning", "Trunk 100001-3: timeslot 3 was restarted 3 times in a minute. [restart-storm]");
-  ExpectSays(text, "warning", "Trunk 100001-4: the exchange does not understand 1 message of the library.");
+  // A message that crosses the clearing may be one more of those.
+  ExpectSays(text, "warning", "Trunk 100001-4: the exchange does not understand ");
+  EXPECT_NE(text.find("cause 96 MANDATORY_IE_MISSING, diagnostics 18"), std::string::npos) << text;
   ExpectSays(text, "warning", "Trunk 100001-4: a side waited in vain for the other's message in 1 call.");
   ExpectSays(text, "fault", "Card 100001 said nothing on its control connection for ");
   ExpectSays(text, "warning", "libZelkApi.ini has a section [Generel], which the library does not know; General is");
