@@ -19,7 +19,7 @@ Findings Of(const std::string& text, const Serials& serials = {}) {
 }
 
 TEST(DoctorIni, ASoundFileHasNothingToRemark) {
-  EXPECT_THAT(Of("\xEF\xBB\xBF; settings\r\n[debug]\r\n;Level=abc\n ; Levle=1\nLEVEL = 2 ; all\r\n# "
+  EXPECT_THAT(Of("\xEF\xBB\xBF; settings\r\n[debug]\r\n;Level=abc\n ; Levvel=1\nLEVEL = 2 ; all\r\n# "
                  "note\n[General]\nAudioBuffers=\"32\"\n"
                  "CRC4=1\nEchoTail=\n[Dtmf]\nNormalTwist=7.5\n[100234-2]\nClientType=1\nno setting\n"),
               IsEmpty());

@@ -71,7 +71,7 @@ TEST(JobList, ReadsATableWithQuotes) {
 }
 
 TEST(JobList, NamesTheLineOfEachFault) {
-  const SJobList list = ReadJobs("id,to\na,03x\n\n\"b\nb\",040\nc,050\nc,060\nd\ne,070\n");
+  const SJobList list = ReadJobs("id,to\na,03x\n\n\"b\nb\",040\nc,050\nc,060\nh\ne,070\n");
   EXPECT_EQ(list.faults, (std::vector<std::string>{"line 2: \"to\" is no number of 1 to 31 characters 0-9 * # +",
                                                    "line 4: \"id\" has 1 to 64 letters, digits, - and _",
                                                    "line 7: \"id\" c stands in line 6 already",

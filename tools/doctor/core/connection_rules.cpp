@@ -49,7 +49,7 @@ void CheckOpening(const SWireFacts& wire, const SCardFacts& card, Findings& find
     findings.push_back(Find("card-bad-information",
                             fmt::format("Card {} says of itself what the library does not take.", name),
                             PlacesOf(card.badInformation, "card information")));
-  } else if (card.informationRequests.count >= kRequestsOfInformation && card.informations == 0) {
+  } else if (card.informationRequests.count >= kRequestsOfInformation && card.informationMessages == 0) {
     findings.push_back(Find("card-says-nothing",
                             fmt::format("Card {} takes the control connection and does not say what it is.", name),
                             PlacesOf(card.informationRequests, "the library asks for the card's information")));

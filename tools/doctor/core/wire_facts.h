@@ -102,7 +102,7 @@ struct SCardFacts {
   STally refused;
   STally informationRequests;
   STally badInformation;
-  std::uint64_t informations = 0;
+  std::uint64_t informationMessages = 0;
   STally silences;  // of more than a second, on a connection that was set up
   Time longestSilence = 0;
   STally endedByCard;

@@ -132,7 +132,7 @@ void CWireObserver::OnConnected(const trace::SConnection& connection) {
 
 void CWireObserver::OnInformation(SCard& card, const trace::SControl& message) {
   if (IsInformationGood(message.body)) {
-    ++card.facts.informations;
+    ++card.facts.informationMessages;
   } else {
     card.facts.badInformation.Add({message.time, message.packet});
   }
