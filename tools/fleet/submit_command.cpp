@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <deque>
@@ -8,6 +6,8 @@
 #include <iterator>
 #include <sstream>
 
+#include "common/standard_input.h"
+#include "common/terminal.h"
 #include "fleet/commands.h"
 #include "fleet/job_list.h"
 
@@ -26,9 +26,8 @@ std::string ReadAll(const std::string& path) {
   std::ostringstream text;
   if (path == "-") {
     char bytes[65536];
-    for (ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes); count > 0;
-         count = read(STDIN_FILENO, bytes, sizeof bytes)) {
-      text.write(bytes, count);
+    while (const size_t count = tool::ReadStandardInput(bytes, sizeof bytes)) {
+      text.write(bytes, static_cast<std::streamsize>(count));
     }
     return text.str();
   }
@@ -122,7 +121,7 @@ class CSubmission {
   void Show(bool isLast) {
     const size_t count = submitted.stored + submitted.known;
     const auto now = Clock::now();
-    if (isatty(STDERR_FILENO) != 0 && (isLast || now - shown > std::chrono::milliseconds(100))) {
+    if (tool::StderrIsTerminal() && (isLast || now - shown > std::chrono::milliseconds(100))) {
       shown = now;
       constexpr size_t kWidth = 40;
       const size_t full = jobs.empty() ? kWidth : count * kWidth / jobs.size();

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "node/node.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 
+#include "common/port_holders.h"
 #include "phone/snapshot.h"
 
 namespace node {
@@ -28,7 +27,7 @@ milliseconds FromNanoseconds(int64_t time) {
 std::string NewBoot() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(now).count()) + "-" +
-         std::to_string(getpid());
+         std::to_string(tool::OwnProcessId());
 }
 
 // The channels are opened before anything is said of them.

@@ -10,6 +10,10 @@ bool StdoutIsTerminal() {
   return _isatty(_fileno(stdout)) != 0;
 }
 
+bool StderrIsTerminal() {
+  return _isatty(_fileno(stderr)) != 0;
+}
+
 bool StdinIsTerminal() {
   return _isatty(_fileno(stdin)) != 0;
 }
