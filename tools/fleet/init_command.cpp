@@ -39,7 +39,7 @@ void AddJobs(jsCtx* js, const SNames& names, const SInitOptions& options) {
   config.SubjectsLen = 1;
   config.Retention = js_WorkQueuePolicy;
   config.Replicas = options.replicas;
-  config.Duplicates = options.duplicateHours * 3600 * kSecond;
+  config.Duplicates = int64_t{options.duplicateHours} * 3600 * kSecond;
   AddStream(js, config);
 
   jsConsumerConfig consumer;

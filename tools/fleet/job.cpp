@@ -33,7 +33,7 @@ std::string TextOf(const std::string& name, const Json& value) {
 }
 
 std::string NumberOf(const std::string& name, const Json& value) {
-  const std::string number = TextOf(name, value);
+  std::string number = TextOf(name, value);
   if (number.empty() || number.size() > kLongestNumber ||
       number.find_first_not_of("0123456789*#+") != std::string::npos) {
     Fail(Quoted(name) + " is no number of 1 to 31 characters 0-9 * # +");

@@ -32,14 +32,12 @@ class CRows {
         if (isTwice) {
           row.cells.back() += text[++at];
         }
-      } else if (isQuoted) {
-        row.cells.back() += byte;
-      } else if (byte == ',') {
+      } else if (!isQuoted && byte == ',') {
         row.cells.emplace_back();
-      } else if (byte == '\n') {
+      } else if (!isQuoted && byte == '\n') {
         ++at;
         return true;
-      } else if (byte != '\r') {
+      } else if (isQuoted || byte != '\r') {
         row.cells.back() += byte;
       }
     }

@@ -18,7 +18,7 @@ std::string Cell(const Json& object, const char* name) {
   if (member == object.end() || member->is_null()) {
     return "";
   }
-  const std::string text = member->is_string() ? member->get<std::string>() : member->dump();
+  std::string text = member->is_string() ? member->get<std::string>() : member->dump();
   if (text.find_first_of(",\"\r\n") == std::string::npos) {
     return text;
   }

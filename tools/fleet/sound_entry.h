@@ -6,8 +6,8 @@
 
 namespace fleet {
 
-constexpr size_t kMostSoundBytes = 1024 * 1024;
-constexpr size_t kSoundPart = 512 * 1024;  // well below what a server takes as one message
+constexpr size_t kMostSoundBytes = size_t{1024} * 1024;
+constexpr size_t kSoundPart = size_t{512} * 1024;  // well below what a server takes as one message
 
 // SHA-256 (FIPS 180-4) as 64 hexadecimal digits.
 std::string Sha256(const std::string& bytes);
