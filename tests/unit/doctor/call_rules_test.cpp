@@ -7,6 +7,7 @@
 namespace doctor {
 namespace {
 
+using test::Begun;
 using test::FactsOf;
 using test::Said;
 using testing::ElementsAre;
@@ -23,13 +24,6 @@ constexpr std::uint8_t kConnect = 0x07;
 constexpr std::uint8_t kRestart = 0x46;
 constexpr std::uint8_t kReleaseComplete = 0x5A;
 constexpr std::uint8_t kStatus = 0x7D;
-
-CConversation Begun() {
-  CConversation talk;
-  talk.Open();
-  talk.SetUp(1);
-  return talk;
-}
 
 // The library dials, the exchange clears.
 void Refused(CConversation& talk, int reference, int cause) {

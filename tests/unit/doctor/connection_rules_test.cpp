@@ -7,6 +7,7 @@
 namespace doctor {
 namespace {
 
+using test::Begun;
 using test::FactsOf;
 using test::Measured;
 using test::Said;
@@ -26,13 +27,6 @@ using trace::test::Wire;
 constexpr std::uint8_t kSyn = 0x02;
 constexpr std::uint8_t kResetAck = 0x14;
 constexpr std::uint8_t kFinAck = 0x11;
-
-CConversation Begun() {
-  CConversation talk;
-  talk.Open();
-  talk.SetUp(1);
-  return talk;
-}
 
 // Something that shows how long the capture goes on.
 void Until(Wire& wire, trace::Time time) {

@@ -10,6 +10,14 @@
 
 namespace doctor::test {
 
+// A connection whose trunks are set up; nothing was said on them yet.
+inline trace::test::CConversation Begun(int trunks = 1) {
+  trace::test::CConversation talk;
+  talk.Open();
+  talk.SetUp(trunks);
+  return talk;
+}
+
 // "fault hdlc-errors: SENTENCE", without what is only measured.
 inline std::vector<std::string> Said(const Findings& findings) {
   std::vector<std::string> said;

@@ -7,6 +7,7 @@
 namespace doctor {
 namespace {
 
+using test::Begun;
 using test::FactsOf;
 using test::Measured;
 using test::Said;
@@ -19,13 +20,6 @@ using trace::test::FromLibrary;
 using trace::test::Sabme;
 using trace::test::ToLibrary;
 using trace::test::Ua;
-
-CConversation Begun(int trunks = 1) {
-  CConversation talk;
-  talk.Open();
-  talk.SetUp(trunks);
-  return talk;
-}
 
 void Status(CConversation& talk, std::uint8_t status) {
   talk.Send(false, tool::BuildTrunkStatus(Bytes{status}));
