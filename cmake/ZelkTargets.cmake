@@ -119,20 +119,18 @@ function(zelk_wine_test test)
     FAIL_REGULAR_EXPRESSION "FAILED  ." ENVIRONMENT "WINEPREFIX=${PROJECT_BINARY_DIR}/wine;${ARGN}")
 endfunction()
 
-# What a test costs is its compilation: no optimisation, and of the sanitizers those that the linked code needs; what is
-# undefined is looked for in the code under test.
-# Linked after zelk_options, so that its options come after those and overrule them.
-add_library(zelk_test_options INTERFACE)
-target_compile_options(zelk_test_options INTERFACE -O0 -g1)
-if(ZELK_SANITIZE MATCHES "undefined")
-  target_compile_options(zelk_test_options INTERFACE -fno-sanitize=undefined)
-endif()
-
-# For what calculates: sound, checksums, thousands of inputs. Linked after zelk_test_options. (An option that was given
-# before is dropped where it comes again, unless it looks different.)
-add_library(zelk_optimised_test_options INTERFACE)
-target_compile_options(zelk_optimised_test_options INTERFACE SHELL:-O1)
-target_link_libraries(zelk_optimised_test_options INTERFACE zelk_test_options)
+# What a test costs is its compilation: no optimisation (a little for what calculates: sound, checksums, thousands of
+# inputs), and of the sanitizers those that the linked code needs; what is undefined is looked for in the code under test.
+# Linked after zelk_options, so that their options come after those and overrule them.
+function(zelk_add_test_options name level)
+  add_library(${name} INTERFACE)
+  target_compile_options(${name} INTERFACE ${level} -g1)
+  if(ZELK_SANITIZE MATCHES "undefined")
+    target_compile_options(${name} INTERFACE -fno-sanitize=undefined)
+  endif()
+endfunction()
+zelk_add_test_options(zelk_test_options -O0)
+zelk_add_test_options(zelk_optimised_test_options -O1)
 # The sanitizer and Windows builds compile several sources of a target as one (the presets' CMAKE_UNITY_BUILD): a third of
 # the time. The release build compiles each alone, so that a header that is missing is missed. Not for these, whose sources
 # use one short name for different things.
