@@ -76,6 +76,47 @@ class Ladder : public CCaptureTest {
     End(call);
   }
 
+  // The exchange's SETUP for a channel on which the library's own is under way.
+  void Crossing() {
+    Card().HoldFromLibrary(0, true);
+    EXPECT_TRUE(app->zelk.Dial(0, "5551", "8001000"));
+    EXPECT_TRUE(WaitFromLibrary("SETUP"));
+    const Call offered = Card().PlaceCall({.timeslot = 1});
+    EXPECT_TRUE(WaitFromLibrary("ALERTING"));
+    Card().HoldFromLibrary(0, false);
+    const Call dialled = Card().WaitCall(kSoon);
+    ASSERT_NE(dialled, nullptr);
+    EXPECT_TRUE(dialled->WaitEnded(kSoon));
+    EXPECT_TRUE(offered->WaitState(ESimCallState::kAlerting, kSoon));
+    offered->Hangup(16);
+    End(offered);
+  }
+  // The rest of the number comes digit by digit.
+  void Overlapping() {
+    const Call call = Card().PlaceCall({.timeslot = 2, .called = "8"});
+    EXPECT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
+    for (const uint8_t digit : {'0', '1'}) {
+      call->SendMessage(0x7B, {0x70, 2, 0x81, digit});
+    }
+    call->SendMessage(0x75, {});  // STATUS ENQUIRY: its answer says that the digits have come
+    EXPECT_TRUE(WaitFromLibrary("STATUS"));
+    app->zelk.Answer(1);
+    EXPECT_TRUE(call->WaitState(ESimCallState::kConnected, kSoon));
+    call->Hangup(16);
+    End(call);
+  }
+  // Layer 2 goes down under a call and comes up again: the library says where it stands.
+  void LinkLost() {
+    const Call call = ConnectIncoming(3);
+    Card().LoseLayer2(0);
+    EXPECT_TRUE(app->WaitEvent(2, ZELK_EVENT_CHANNEL_STATE, kSoon));
+    Card().ClearSeen();
+    MendLine(0);
+    EXPECT_TRUE(WaitFromLibrary("STATUS"));
+    call->Hangup(16);
+    End(call);
+  }
+
   // All calls of the capture, without times.
   std::string Ladders(size_t count) const {
     std::string text = "# SPDX-License-Identifier: GPL-2.0-only\n\n";
@@ -96,6 +137,17 @@ TEST_F(Ladder, of_every_kind_of_call_is_as_it_was_written_down) {
   Outgoing();
   FinishCapture(10);  // one is restarted
   EXPECT_EQ(Ladders(11), TextOf(ZELK_LADDERS "/ladders.txt"));
+}
+
+TEST_F(Ladder, of_calls_that_cross_overlap_or_lose_their_link) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({1}));
+  Crossing();
+  Overlapping();
+  LinkLost();
+  FinishCapture(4);
+  // Whether the exchange says so too is its own affair.
+  const std::string ladders = std::regex_replace(Ladders(4), std::regex("\\|-+ STATUS -+>\\|[^\n]*\n"), "");
+  EXPECT_EQ(ladders, TextOf(ZELK_LADDERS "/ladders-crossed.txt"));
 }
 
 TEST_F(Ladder, of_a_library_that_is_the_network_has_its_answer) {
