@@ -30,6 +30,7 @@ class Application:
         self.phone = bench.serve()
         self.called = {}
         self.count = 0
+        self.lines = []
         for channel, number in ((26, "901"), (27, "902"), (28, "903"), (29, "904")):
             self.send("dial", channel, number=number, **{"from": "0309"})
 
@@ -60,7 +61,8 @@ class Application:
             except queue.Empty:
                 continue
             assert text is not None
-            self.on(checked(text))
+            self.lines.append(checked(text))
+            self.on(self.lines[-1])
         self.phone.process.kill()  # some of its calls went with the card; it would wait for their ends
         return simulator.returncode
 
@@ -76,12 +78,13 @@ def play(bench, toml, *options):
                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     try:
         assert simulator.stdout.readline().startswith("card 1:")
-        code = Application(bench).run(simulator)
+        application = Application(bench)
+        code = application.run(simulator)
         said = simulator.stdout.read()
     finally:
         simulator.kill()
     cases = [case for suite in JUnitXml.fromfile(str(report)) for case in suite]
-    return code, said, {case.name: [fault.message for fault in case.result] for case in cases}
+    return code, said, {case.name: [fault.message for fault in case.result] for case in cases}, application.lines
 
 
 # A far end each, all at once.
@@ -157,7 +160,7 @@ steps = [ {alert = true}, {hangup = 19}, {expect = "RELEASE"} ]
 
 
 def test_calls_that_go_as_expected(bench):
-    code, said, cases = play(bench, GOOD, "--strict")
+    code, said, cases, _ = play(bench, GOOD, "--strict")
     assert code == 0, said
     assert cases == {name: [] for name in cases}
     assert sorted(name for name in cases if name.startswith(("caller", "one"))) == [
@@ -186,7 +189,7 @@ BAD = [
 
 def test_calls_that_go_otherwise_name_the_step(bench):
     toml = "".join(f'[[call]]\nname = "{number}"\n{text}\n' for number, (text, *_) in enumerate(BAD))
-    code, said, cases = play(bench, toml, "--strict")
+    code, said, cases, _ = play(bench, toml, "--strict")
     assert code == 1, said
     for number, (text, step, expected, got) in enumerate(BAD):
         assert cases[f"{number} #1"], (text, said)
@@ -198,7 +201,7 @@ def test_calls_that_go_otherwise_name_the_step(bench):
 
 
 def test_a_cut_line_and_lost_packets_are_felt_by_the_call(bench):
-    code, said, cases = play(bench, """
+    code, said, cases, _ = play(bench, """
 [[call]]
 name = "lost"
 called = "102"
@@ -212,6 +215,67 @@ steps = [ {expect = "ALERTING"}, {wait = "3s"}, {line = "cut"}, {hangup = 16}, {
     assert code == 1, said
     assert cases["lost #1"][0].startswith("step 4, "), said
     assert cases["cut #1"][0].startswith("step 5, ") and "got no message" in cases["cut #1"][0], said
+
+
+TROUBLE = """
+[[call]]
+name = "bytes of one's own"
+trunk = 1
+called = "101"
+steps = [ {expect = "CONNECT"}, {raw = "08 02 00 01 75"}, {expect = "STATUS", cause = 30}, {hangup = 16}, {expect = "RELEASE"} ]
+
+[[call]]
+name = "alarm"
+trunk = 2
+called = "101"
+steps = [ {expect = "CONNECT"}, {alarm = 1}, {hdlc_errors = 9}, {alarm = 0}, {hdlc_errors = 3}, {wait = "100ms"} ]
+
+[[call]]
+name = "errors"
+trunk = 3
+called = "101"
+steps = [ {expect = "CONNECT"}, {hdlc_errors = 7}, {wait = "100ms"}, {hangup = 16}, {expect = "RELEASE"} ]
+
+[[call]]
+name = "timeslot restarted"
+trunk = 4
+called = "101"
+timeslot = 5
+steps = [ {expect = "CONNECT"}, {restart = "timeslot"}, {wait = "5s"} ]
+
+[[call]]
+name = "trunk restarted"
+trunk = 5
+called = "101"
+timeslot = 6
+steps = [ {expect = "CONNECT"}, {restart = "trunk"}, {send = "STATUS ENQUIRY"}, {expect = "STATUS", cause = 30}, {hangup = 31},
+          {expect = "RELEASE"} ]
+"""
+
+
+def test_a_far_end_that_makes_trouble(bench):
+    code, said, cases, lines = play(bench, TROUBLE, "--trunks", "5")
+    assert code == 0, said
+    assert len(cases) == 5
+    log = (bench.folder / "lib" / "libZelkApi.log").read_text(encoding="latin-1")
+    assert log.count("Trunk 1 - HDLC CRC Error") == 3, log  # those of a line out of service are not reported
+    assert log.count("Trunk 2 - HDLC CRC Error") == 7, log
+    causes = {line["channel"]: line["cause"] for line in lines if line["type"] == "disconnected"}
+    assert causes[90 + 4] == 16  # the timeslot's call is gone with the restart, not after 5 s
+    assert causes[120 + 5] == 31  # the trunk's was not touched by it
+
+
+def test_a_card_that_begins_anew_is_called_again(bench):
+    code, said, _, lines = play(bench, """
+[[call]]
+name = "before and after"
+called = "101"
+steps = [ {expect = "CONNECT"}, {restart = "card"} ]
+repeat = 2
+""")
+    assert code == 0, said
+    of_channel = [line["type"] for line in lines if line.get("channel") == 0]
+    assert of_channel.count("incoming") == 2 and "lost" in of_channel, lines
 
 
 FILES = [

@@ -133,18 +133,24 @@ void CScenarioRun::PlayFarEnd(std::size_t index) {
   }
 }
 
-void CScenarioRun::PlaceCalls(const SScenarioCall& plan) {
-  CCard& card = sim.Card(static_cast<std::size_t>(plan.card));
+// A repetition may have taken the trunk down, so each one waits for it.
+bool CScenarioRun::AwaitTrunk(const SScenarioCall& plan, int number) {
+  const CHistory& seen = sim.Card(static_cast<std::size_t>(plan.card)).Seen();
   const auto begin = Clock::now();
-  while (!card.Seen().WaitTrunk(plan.trunk, true, kStopSeenWithin)) {
+  while (!seen.WaitTrunk(plan.trunk, true, kStopSeenWithin)) {
     if (stop || Clock::now() - begin >= plan.within) {
-      Add(Missing(plan, 1, "the trunk to come up", stop ? "stopped" : "layer 2 stayed down"));
-      return;
+      Add(Missing(plan, number, "the trunk to come up", stop ? "stopped" : "layer 2 stayed down"));
+      return false;
     }
   }
+  return true;
+}
+
+void CScenarioRun::PlaceCalls(const SScenarioCall& plan) {
+  CCard& card = sim.Card(static_cast<std::size_t>(plan.card));
   std::vector<std::thread> calls;
   auto next = Clock::now();
-  for (int number = 1; number <= plan.repeat && !stop; ++number) {
+  for (int number = 1; number <= plan.repeat && !stop && AwaitTrunk(plan, number); ++number) {
     SCallRequest request;
     request.trunk = plan.trunk;
     request.timeslot = plan.timeslot;

@@ -57,6 +57,7 @@ class CScenarioRun {
   SAnswerPlan PlanFor(const CCall& call);
   void OnArrived(const Call& call);
   void PlayFarEnd(std::size_t index);
+  bool AwaitTrunk(const SScenarioCall& plan, int number);
   void PlaceCalls(const SScenarioCall& plan);
   void AwaitCalls(std::size_t index);
   Call NextArrival(std::size_t index);
