@@ -107,6 +107,11 @@ function(zelk_compile_quickly)
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-O0;-g0;-fno-sanitize=undefined")
 endfunction()
 
+# For a whole target of such sources, which are then compiled as one where others are (CMAKE_UNITY_BUILD). Linked after
+# zelk_options.
+add_library(zelk_quick_options INTERFACE)
+target_compile_options(zelk_quick_options INTERFACE -O0 -g0 -fno-sanitize=undefined)
+
 # What Wine cannot do as Windows does is left out by name; the file says why.
 file(STRINGS ${PROJECT_SOURCE_DIR}/tests/windows/skipped-under-wine.txt ZELK_SKIPPED_UNDER_WINE REGEX "^[A-Z]")
 list(TRANSFORM ZELK_SKIPPED_UNDER_WINE REPLACE " #.*" "")

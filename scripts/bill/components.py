@@ -15,6 +15,8 @@ COMPONENTS = {
     "libpri": {"licence": "GPL-2.0-only", "pinned": "libp/libpri"},
     "spandsp": {"licence": "LGPL-2.1-only", "pinned": "s/spandsp"},
     "libsndfile": {"licence": "LGPL-2.1-or-later", "pinned": "libs/libsndfile"},
+    "libpcap": {"licence": "BSD-3-Clause", "pinned": "libp/libpcap"},
+    "pugixml": {"licence": "MIT", "pinned": "p/pugixml"},
     "asio": {"licence": "BSL-1.0", "package": "libasio-dev", "notice": "Asio"},
     "CLI11": {"licence": "BSD-3-Clause", "package": "libcli11-dev"},
     "nlohmann-json": {"licence": "MIT", "package": "nlohmann-json3-dev", "notice": "JSON for Modern C++"},
@@ -42,7 +44,9 @@ LINKED = {
     "libzelkqueue.so": LINUX,
     "ZelkApi64.dll": ("libpri", "spandsp", *WINDOWS),
     "zelk-cardsim.exe": ("libpri", "libsndfile", "asio", "CLI11", "nlohmann-json", "toml11", *WINDOWS),
+    "zelk-doctor.exe": ("CLI11", "fmt", "libpcap", "nlohmann-json", *WINDOWS),
     "zelk-phone.exe": ("CLI11", "nlohmann-json", *WINDOWS),
+    "zelk-trace.exe": ("CLI11", "fmt", "libpcap", "libsndfile", "nlohmann-json", "pugixml", *WINDOWS),
     "zelkqueue.dll": WINDOWS,
     "zelk-decode-capture": (),  # a script
     # Archives for linkers: they name what is in the DLL.

@@ -21,6 +21,9 @@ FILES = [
     (r"/libzelk_libpri\.a$", "libpri"),
     (r"/libzelk_echocan\.a$|/echocan/", "spandsp"),
     (r"/libsndfile\.a$", "libsndfile"),
+    (r"/libzelk_pcap\.a$", "libpcap"),
+    (r"/libzelk_pugixml\.a$", "pugixml"),
+    (r"/libzelk_fmt\.a$", "fmt"),
     (r"/libcardsim_asio\.a$", "asio"),
     (r"^lib/(static/)?lib(zelk|cardsim|phone|switchboard|tool|trace|doctor)(_\w+)?\.a$|^lib/libZelkApi64\.dll\.a$|^(src|tools|bindings)/.*\.(o|obj|res)$", None),
     (MINGW + r".*/libstdc\+\+\.a$", "libstdc++-mingw"),
@@ -37,7 +40,8 @@ NAMES = {"asio": r"\basio::", "CLI11": r"\bCLI::", "fmt": r"\bfmt::v\d+::", "nlo
 # What is linked from C alone has no names of its own to be seen in a program without them.
 PROGRAMS = {"Linux": ["lib/libZelkApi-64.so", "lib/libzelkqueue.so", "bin/zelk-phone", "bin/zelk-cardsim", "bin/zelk-trace",
                       "bin/zelk-extcap", "bin/zelk-doctor", "bin/zelk-replay"],
-            "Windows": ["bin/ZelkApi64.dll", "bin/zelkqueue.dll", "bin/zelk-phone.exe", "bin/zelk-cardsim.exe"]}
+            "Windows": ["bin/ZelkApi64.dll", "bin/zelkqueue.dll", "bin/zelk-phone.exe", "bin/zelk-cardsim.exe",
+                        "bin/zelk-trace.exe", "bin/zelk-doctor.exe"]}
 
 
 def link_map(build, program, work):

@@ -32,6 +32,10 @@ class CChildProcess {
   int process = -1;
 };
 
+// A program that reads what is written to the stream, as bytes. Null when it cannot be started. Closing waits for its end.
+std::FILE* OpenPipeTo(const std::string& command);
+int ClosePipe(std::FILE* pipe);
+
 // Whether there is a process of this number.
 bool ProcessLives(std::uint32_t number);
 

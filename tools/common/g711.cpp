@@ -41,9 +41,9 @@ double AmplitudeOfDbm0(double level) {
   return kFullScale * std::pow(10.0, (level - kFullScaleDbm0) / 20.0);
 }
 
-double Dbm0OfALaw(const std::uint8_t* samples, unsigned long count) {
+double Dbm0OfALaw(const std::uint8_t* samples, std::size_t count) {
   double power = 0;
-  for (unsigned long i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     const double value = DecodeALaw(samples[i]);
     power += value * value;
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace tool {
@@ -12,6 +13,6 @@ std::int16_t DecodeALaw(std::uint8_t code);
 // Peak amplitude (16-bit) of a sine of the given level: full scale is +3.14 dBm0.
 double AmplitudeOfDbm0(double level);
 // Level of a block of A-law samples by their mean power.
-double Dbm0OfALaw(const std::uint8_t* samples, unsigned long count);
+double Dbm0OfALaw(const std::uint8_t* samples, std::size_t count);
 
 }  // namespace tool

@@ -192,7 +192,7 @@ Bytes Mix(ByteView first, ByteView second) {
 }
 
 double LevelOf(ByteView samples) {
-  return Dbm0OfALaw(samples.data(), static_cast<unsigned long>(samples.size()));
+  return Dbm0OfALaw(samples.data(), samples.size());
 }
 
 }  // namespace cardsim

@@ -110,6 +110,14 @@ std::string CChildProcess::Wait() {
   return text;
 }
 
+std::FILE* OpenPipeTo(const std::string& command) {
+  return popen(("exec " + command).c_str(), "w");
+}
+
+int ClosePipe(std::FILE* pipe) {
+  return pclose(pipe);
+}
+
 bool ProcessLives(std::uint32_t number) {
   return number != 0 && (kill(static_cast<pid_t>(number), 0) == 0 || errno == EPERM);
 }

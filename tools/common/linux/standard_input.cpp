@@ -15,4 +15,6 @@ std::size_t ReadStandardInput(char* to, std::size_t room) {
   return taken > 0 ? static_cast<std::size_t>(taken) : 0;
 }
 
+void KeepStandardBytes() {}
+
 }  // namespace tool

@@ -141,6 +141,14 @@ std::string CChildProcess::Wait() {
   return text;
 }
 
+std::FILE* OpenPipeTo(const std::string& command) {
+  return _popen(command.c_str(), "wb");
+}
+
+int ClosePipe(std::FILE* pipe) {
+  return _pclose(pipe);
+}
+
 bool ProcessLives(std::uint32_t number) {
   const HANDLE process = number == 0 ? nullptr : OpenProcess(SYNCHRONIZE, FALSE, number);
   if (process == nullptr) {
@@ -149,6 +157,11 @@ bool ProcessLives(std::uint32_t number) {
   const bool lives = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
   CloseHandle(process);
   return lives;
+}
+
+// Children of a program of this class begin in it too.
+void GiveWay() {
+  SetPriorityClass(GetCurrentProcess(), IDLE_PRIORITY_CLASS);
 }
 
 void OnEndRequest(void (*handler)(int)) {

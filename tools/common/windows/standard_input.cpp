@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "common/standard_input.h"
 
+#include <fcntl.h>
+#include <io.h>
+#include <stdio.h>
 #include <windows.h>
 
 #include <algorithm>
@@ -14,6 +17,12 @@ std::size_t ReadStandardInput(char* to, std::size_t room) {
   const BOOL isRead =
       ReadFile(GetStdHandle(STD_INPUT_HANDLE), to, static_cast<DWORD>(std::min(room, kMost)), &taken, nullptr);
   return isRead != FALSE ? taken : 0;
+}
+
+void KeepStandardBytes() {
+  for (FILE* const stream : {stdin, stdout, stderr}) {
+    _setmode(_fileno(stream), _O_BINARY);
+  }
 }
 
 }  // namespace tool

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <exception>
 
+#include "common/standard_input.h"
 #include "doctor/program/examine.h"
 #include "doctor/program/report.h"
 
@@ -20,6 +21,7 @@ int Run(int argc, char** argv) {
   CLI::App app(
       "What is wrong with a library, its machine and its cards: from the files beside the library and from a capture "
       "of the network. It sends nothing and opens no card.");
+  app.allow_windows_style_options(false);  // a path may begin with a slash
   doctor::SOptions options;
   app.add_option("--library", options.library, "the library, or the folder that it is in: ini file, log, status page");
   auto* capture = app.add_option("--capture", options.capture,
@@ -57,6 +59,7 @@ int main(int argc, char** argv) {
 #ifdef SIGPIPE
   std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is told by the write
 #endif
+  tool::KeepStandardBytes();
   try {
     return Run(argc, argv);
   } catch (const std::exception& error) {

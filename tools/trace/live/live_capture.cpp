@@ -35,6 +35,7 @@ std::string Complaint(const std::string& errors) {
   std::istringstream lines(errors);
   std::string text;
   for (std::string line; std::getline(lines, line);) {
+    line.erase(line.find_last_not_of('\r') + 1);
     const bool isUsual = line.empty() || line.starts_with("Capturing on") || line.starts_with("File: ") ||
                          line.starts_with("Packets ") || line.starts_with("Running as user");
     text += isUsual ? "" : (text.empty() ? "" : " ") + line;

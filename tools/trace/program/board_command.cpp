@@ -7,11 +7,11 @@
 #include "trace/core/board.h"
 #include "trace/core/text.h"
 #include "trace/program/board_live.h"
+#include "trace/program/board_screen.h"
 #include "trace/program/board_view.h"
 #include "trace/program/commands.h"
 #include "trace/program/page_report.h"
 #include "trace/program/run.h"
-#include "trace/program/screen_terminal.h"
 
 namespace trace {
 namespace {

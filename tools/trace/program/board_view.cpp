@@ -15,8 +15,6 @@ const char kCellLegend[] =
 
 namespace {
 
-constexpr int kCells = 30;
-
 char LetterOf(EChannel state) {
   return ".ioC-x"[static_cast<std::size_t>(state)];
 }
@@ -42,7 +40,7 @@ EChannel StateOf(const SPageTrunk& trunk, const SPageChannel& channel) {
 
 std::string CellsOf(std::uint32_t card, int number, const SBoardTrunk& trunk, const CLastCalls& calls, Time now) {
   std::string cells;
-  for (int cell = 0; cell < kCells; ++cell) {
+  for (int cell = 0; cell < kBoardCells; ++cell) {
     const int slot = TimeslotOfCell(cell);
     const auto at = static_cast<std::size_t>(slot);
     const SLastCall* call = calls.Find(trunk.callOn[at], card, number, slot);
@@ -80,7 +78,7 @@ SBoardRow RowOf(const SPageCard& card, std::size_t index) {
   row.layer2 = trunk.isUp ? "up" : "down";
   row.changed = trunk.changed;
   row.hdlcErrors = trunk.hdlcErrors;
-  for (int cell = 0; cell < kCells; ++cell) {
+  for (int cell = 0; cell < kBoardCells; ++cell) {
     const SPageChannel& channel = trunk.channels[static_cast<std::size_t>(TimeslotOfCell(cell))];
     row.lost += channel.lostReceived;
     row.starved += channel.lostSent;
@@ -119,7 +117,22 @@ void AddCall(std::vector<std::string>& lines, const SLastCall& kept) {
   }
 }
 
+std::string Number(const std::optional<double>& value, const char* format) {
+  return value ? fmt::format(fmt::runtime(format), *value) : "-";
+}
+
 }  // namespace
+
+const std::vector<SBoardColumn> kBoardColumns = {
+    {"HDLC", 6, [](const SBoardRow& row) { return std::to_string(row.hdlcErrors); }},
+    {"calls/h", 8, [](const SBoardRow& row) { return Number(row.callsAnHour, "{:.0f}"); }},
+    {"answ", 6, [](const SBoardRow& row) { return Number(row.answeredPercent, "{:.0f} %"); }},
+    {"changed", 10, [](const SBoardRow& row) { return row.changed == 0 ? "-" : IsoTime(row.changed).substr(11, 8); }},
+    {"p50 ms", 8, [](const SBoardRow& row) { return Number(row.delayP50Ms, "{:.2f}"); }},
+    {"p99 ms", 8, [](const SBoardRow& row) { return Number(row.delayP99Ms, "{:.2f}"); }},
+    {"lost", 8, [](const SBoardRow& row) { return std::to_string(row.lost); }},
+    {"starved", 9, [](const SBoardRow& row) { return std::to_string(row.starved); }},
+};
 
 std::string CardNameOf(const SBoardCard& card) {
   return card.serial != 0 ? std::to_string(card.serial) : AddressText(card.address);
@@ -142,7 +155,7 @@ SBoardView ViewOf(const CBoard& board, const CLastCalls& calls, Time now) {
       if (card.isConnected && view.now - card.heard > kSilentCard) {
         row.layer1 = "?";
         row.layer2 = "lost";
-        row.cells.assign(kCells, LetterOf(EChannel::kDown));
+        row.cells.assign(kBoardCells, LetterOf(EChannel::kDown));
       }
     }
   }

@@ -25,8 +25,16 @@ struct SBoardRow {
   std::optional<double> delayP99Ms;
   std::uint64_t lost = 0;
   std::uint64_t starved = 0;
-  std::string cells;  // 30 letters, one a channel
+  std::string cells;  // kBoardCells letters, one a channel
 };
+
+// What stands beside the cells, from the left on as far as there is room.
+struct SBoardColumn {
+  const char* name;
+  int width;
+  std::string (*text)(const SBoardRow&);
+};
+extern const std::vector<SBoardColumn> kBoardColumns;
 
 struct SBoardView {
   Time now = 0;
@@ -37,7 +45,8 @@ struct SBoardView {
 // What a cell's letter means: ". idle" and so on, in one line.
 extern const char kCellLegend[];
 
-// Timeslots of the 30 cells of a trunk.
+inline constexpr int kBoardCells = 30;
+// Timeslots of the cells of a trunk.
 constexpr int TimeslotOfCell(int cell) {
   return cell < 15 ? cell + 1 : cell + 2;
 }

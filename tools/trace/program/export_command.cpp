@@ -6,6 +6,7 @@
 #include <fstream>
 #include <memory>
 
+#include "common/child_process.h"
 #include "trace/core/hdlc_file.h"
 #include "trace/program/commands.h"
 #include "trace/program/d_channel_export.h"
@@ -68,12 +69,12 @@ EExit RunExport(const SExportOptions& options) {
 }
 
 EExit RunWireshark(const SExportOptions& options) {
-  std::FILE* const pipe = popen("exec wireshark -k -i -", "w");
+  std::FILE* const pipe = tool::OpenPipeTo("wireshark -k -i -");
   if (pipe == nullptr) {
     throw CTraceError(EExit::kBadOutput, "wireshark cannot be started");
   }
   // Closed in every case: its end is waited for.
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> closes(pipe, &pclose);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> closes(pipe, &tool::ClosePipe);
   CPipeBuffer buffer(pipe);
   std::ostream out(&buffer);
   return ExportTo(out, options);

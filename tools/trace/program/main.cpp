@@ -7,6 +7,7 @@
 #include <exception>
 #include <functional>
 
+#include "common/standard_input.h"
 #include "trace/program/commands.h"
 #include "trace/program/run.h"
 
@@ -134,6 +135,7 @@ void AddBoard(CLI::App& app, trace::SBoardOptions& options, Action& action) {
 int Run(int argc, char** argv) {
   CLI::App app("What cards and library said to each other, from a capture of the network between them");
   app.require_subcommand(1);
+  app.allow_windows_style_options(false);  // a path may begin with a slash
   Action action;
   trace::SCallsOptions calls;
   AddCalls(app, calls, action);
@@ -163,6 +165,7 @@ int main(int argc, char** argv) {
 #ifdef SIGPIPE
   std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is told by the write
 #endif
+  tool::KeepStandardBytes();
   try {
     return Run(argc, argv);
   } catch (const trace::CTraceError& error) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "trace/program/screen_terminal.h"
+#include "trace/curses/screen_terminal.h"
 
 #include <atomic>
 #include <cstdio>
@@ -8,6 +8,7 @@
 
 #include "common/child_process.h"
 #include "common/terminal.h"
+#include "trace/program/board_screen.h"
 
 // After all others: they have macros of many names, and a function of the name of this namespace.
 #define trace trace_of_curses

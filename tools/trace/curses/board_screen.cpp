@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "trace/core/text.h"
-#include "trace/program/screen_terminal.h"
+#include "trace/curses/screen_terminal.h"
 
 // After all others: they have macros of many names, and a function of the name of this namespace.
 #define trace trace_of_curses
@@ -16,31 +16,8 @@
 namespace trace {
 namespace {
 
-constexpr int kScreenCells = 30;
 constexpr int kCellsAt = 22;
 constexpr int kEscape = 27;
-
-// What stands beside the cells, from the left on as far as the terminal is wide.
-struct SColumn {
-  const char* name;
-  int width;
-  std::string (*text)(const SBoardRow&);
-};
-
-std::string Number(const std::optional<double>& value, const char* format) {
-  return value ? fmt::format(fmt::runtime(format), *value) : "-";
-}
-
-const SColumn kColumns[] = {
-    {"HDLC", 6, [](const SBoardRow& row) { return std::to_string(row.hdlcErrors); }},
-    {"calls/h", 8, [](const SBoardRow& row) { return Number(row.callsAnHour, "{:.0f}"); }},
-    {"answ", 6, [](const SBoardRow& row) { return Number(row.answeredPercent, "{:.0f} %"); }},
-    {"changed", 10, [](const SBoardRow& row) { return row.changed == 0 ? "-" : IsoTime(row.changed).substr(11, 8); }},
-    {"p50 ms", 8, [](const SBoardRow& row) { return Number(row.delayP50Ms, "{:.2f}"); }},
-    {"p99 ms", 8, [](const SBoardRow& row) { return Number(row.delayP99Ms, "{:.2f}"); }},
-    {"lost", 8, [](const SBoardRow& row) { return std::to_string(row.lost); }},
-    {"starved", 9, [](const SBoardRow& row) { return std::to_string(row.starved); }},
-};
 
 const char* const kHelpText[] = {
     "A line a trunk, a letter a channel:",
@@ -101,7 +78,7 @@ class CBoardScreen {
 
   void MoveTo(int row, int toCell) {
     at = std::clamp(row, 0, std::max(static_cast<int>(rows.size()) - 1, 0));
-    cell = std::clamp(toCell, 0, kScreenCells - 1);
+    cell = std::clamp(toCell, 0, kBoardCells - 1);
     chosen = rows.empty() ? "" : rows[static_cast<std::size_t>(at)]->name;
     top = std::clamp(top, std::max(at - Room() + 1, 0), at);
   }
@@ -138,8 +115,8 @@ class CBoardScreen {
 
   void DrawTable() {
     Put(1, 0, fmt::format("{:<13}{:<4}{:<5}channels", "trunk", "L1", "L2"), A_UNDERLINE);
-    int x = kCellsAt + kScreenCells;
-    for (const SColumn& column : kColumns) {
+    int x = kCellsAt + kBoardCells;
+    for (const SBoardColumn& column : kBoardColumns) {
       x += column.width;
       if (x <= COLS) {
         Put(1, x - column.width, fmt::format("{:>{}}", column.name, column.width), A_UNDERLINE);
@@ -163,8 +140,8 @@ class CBoardScreen {
       Put(y, kCellsAt + i, std::string(1, letter),
           terminal.Colour(letter) | (isChosen && i == cell ? A_REVERSE : A_NORMAL));
     }
-    int x = kCellsAt + kScreenCells;
-    for (const SColumn& column : kColumns) {
+    int x = kCellsAt + kBoardCells;
+    for (const SBoardColumn& column : kBoardColumns) {
       x += column.width;
       if (x <= COLS) {
         Put(y, x - column.width, fmt::format("{:>{}}", column.text(row), column.width), how);

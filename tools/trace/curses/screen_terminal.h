@@ -7,9 +7,6 @@ struct screen;
 
 namespace trace {
 
-// Whether standard input and output are a terminal on which places can be written to.
-bool ScreenIsPossible();
-
 // Job: the terminal as a screen of curses, from the constructor to the destructor, which leaves it as it was. Without
 // colours where NO_COLOR is set. Thread: one, and one object at a time.
 class CTerminal {
