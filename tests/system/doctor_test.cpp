@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include "trace_fixture.h"
 
 // zelk-doctor on the network between the library and the simulated cards, and beside the library.
@@ -134,8 +138,46 @@ TEST_F(Doctor, a_probe_finds_cards_where_no_library_runs) {
   ExpectSays(Doctored("--probe", 2), "measured", "A card at 127.0.1.1 answers at lo (127.0.0.1). [probe-card]");
 }
 
+// Who has the port of the adapter's address for himself alone keeps every other off.
+TEST_F(Doctor, a_probe_says_why_it_could_not_be_sent) {
+  const int holder = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in place{};
+  place.sin_family = AF_INET;
+  place.sin_port = htons(5854);
+  place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(holder, reinterpret_cast<const sockaddr*>(&place), sizeof place), 0);
+  const std::string text = Doctored("--probe", 2);  // the loopback adapter is no adapter of cards
+  ExpectSays(text, "not seen", "The network of lo (127.0.0.1) cannot be asked: Address already in use. [probe-failed]");
+  EXPECT_EQ(text.find("probe-no-card"), std::string::npos) << text;
+  close(holder);
+}
+
+TEST_F(Doctor, the_log_and_d_channel_files_are_read) {
+  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nHdlcLog=1\n"));
+  const Call refused = Card().PlaceCall({.trunk = 0, .timeslot = 5});
+  ASSERT_TRUE(app->WaitEvent(ChannelOf(0, 5), ZELK_EVENT_INCOMING_CALL, kSoon));
+  refused->Hangup(102);
+  ASSERT_TRUE(refused->WaitEnded(kSoon));
+  Card().SetControlSilent(true);
+  ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CHANNEL_STATE, kSlow));
+  ASSERT_TRUE(app->zelk.WaitLog("Card 0 is down"));
+  app->zelk.Shutdown();
+  const std::string text = Doctored("--library " + Library(), 2);
+  ExpectSays(text, "warning", "In the last day of its log the library lost card 0 (once). [log-card-lost]");
+  ExpectSays(text, "warning",
+             "Trunk 100001-1: a side waited in vain for the other's message in 1 call. [timer-expired]");
+  EXPECT_NE(text.find("zelk-100001-1.hdlc, line "), std::string::npos) << text;
+  // By themselves, and nothing of this machine.
+  EXPECT_EQ(Doctored("--log " + app->zelk.LogPath(), 1).find("adapter-none"), std::string::npos);
+  ExpectSays(Doctored("--capture " + Library() + "/zelk-100001-1.hdlc", 1), "warning", "Trunk 100001-1: a side waited");
+  ExpectSays(Doctored("--log " + (bin / "zelk-doctor").string(), 3), "not seen", (bin / "zelk-doctor").string());
+  ExpectSays(Doctored("--log " + Path("none"), 3), "not seen", Path("none") + " cannot be read: it cannot be opened.");
+}
+
 TEST_F(Doctor, each_object_is_a_line_and_each_end_has_its_code) {
   std::ofstream(Path("empty.pcap")) << "no capture";
+  EXPECT_NE(Doctored("--capture " + Path("empty.pcap"), 3).find("(unknown file format). [capture-unreadable]"),
+            std::string::npos);
   const std::string lines = Doctored("--json --capture " + Path("empty.pcap"), 3);
   std::ofstream(Path("lines")) << lines;
   EXPECT_EQ(Run("python3 -c \"import json\nfor line in open('" + Path("lines") +

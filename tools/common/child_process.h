@@ -32,7 +32,8 @@ class CChildProcess {
   int process = -1;
 };
 
-// A program that reads what is written to the stream, as bytes. Null when it cannot be started. Closing waits for its end.
+// A program that reads what is written to the stream, as bytes. Null when it cannot be started. Closing waits for its
+// end.
 std::FILE* OpenPipeTo(const std::string& command);
 int ClosePipe(std::FILE* pipe);
 

@@ -6,7 +6,8 @@
 
 namespace tool {
 
-// Windows only, which has no curses: writes over the console's window, line by line, as much of them as it has room for.
+// Windows only, which has no curses: writes over the console's window, line by line, as much of them as it has room
+// for.
 void PaintConsole(const std::vector<std::string>& lines);
 
 }  // namespace tool

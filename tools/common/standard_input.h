@@ -9,7 +9,8 @@ namespace tool {
 // lock, so a thread that waits in here does not keep the program from ending.
 std::size_t ReadStandardInput(char* to, std::size_t room);
 
-// C's and C++'s standard streams take and give bytes as they are from now on: some systems write ends of lines otherwise.
+// C's and C++'s standard streams take and give bytes as they are from now on: some systems write ends of lines
+// otherwise.
 void KeepStandardBytes();
 
 }  // namespace tool

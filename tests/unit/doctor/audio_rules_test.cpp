@@ -112,14 +112,20 @@ TEST(DoctorSound, NoSoundOrNoReplyIsTold) {
 
 TEST(DoctorSound, LostAndDoublePacketsAreTold) {
   std::vector<SPacketOfCard> packets = Packets(1000);
-  packets.erase(packets.begin() + 500);
-  packets[500].reply.reset();  // after a jump none is owed
+  for (const int at : {300, 500, 700}) {
+    EXPECT_THAT(SaidOf(WithSound(packets)), IsEmpty());  // two of them are chance
+    packets.erase(packets.begin() + at);
+    packets[static_cast<std::size_t>(at)].reply.reset();  // after a jump none is owed
+  }
   EXPECT_THAT(SaidOf(WithSound(packets)),
-              ElementsAre("warning audio-lost: Card 100001: 1 of 1000 packets of sound did not arrive."));
+              ElementsAre("warning audio-lost: Card 100001: 3 of 1000 packets of sound did not arrive."));
   packets = Packets(900);
-  packets.insert(packets.begin() + 500, {packets[499].sequence, packets[499].time + 1, std::nullopt});
+  for (const int at : {300, 500, 700}) {
+    const SPacketOfCard& before = packets[static_cast<std::size_t>(at - 1)];
+    packets.insert(packets.begin() + at, {before.sequence, before.time + 1, std::nullopt});
+  }
   EXPECT_THAT(SaidOf(WithSound(packets)),
-              ElementsAre("warning audio-double: Card 100001: 1 of 901 packets of sound came twice or behind later "
+              ElementsAre("warning audio-double: Card 100001: 3 of 903 packets of sound came twice or behind later "
                           "ones."));
 }
 
@@ -131,22 +137,57 @@ TEST(DoctorSound, APauseIsTold) {
   EXPECT_THAT(SaidOf(WithSound(packets)), ElementsAre("warning audio-late: Card 100001: no sound came for 310 ms."));
 }
 
+SWireFacts WithPauses(Time longest, Time all, Time length) {
+  SWireFacts wire;
+  SCardFacts& card = wire.cards[1];
+  card.serial = 100001;
+  card.audioFromCard.Add({kBegin, 1});
+  card.audioFromCard.Add({kBegin + length, 2});
+  card.pauses.Add({kBegin, 1});
+  card.longestPause = longest;
+  card.allPauses = all;
+  return wire;
+}
+
+TEST(DoctorSound, APauseIsLongOrAPartOfTheTime) {
+  EXPECT_THAT(Said(AudioRules(WithPauses(310 * kMillisecond, 310 * kMillisecond, 311 * kSecond))), IsEmpty());
+  EXPECT_THAT(Said(AudioRules(WithPauses(310 * kMillisecond, 620 * kMillisecond, 311 * kSecond))),
+              ElementsAre("warning audio-late: Card 100001: no sound came for 310 ms."));
+  EXPECT_THAT(Said(AudioRules(WithPauses(kSecond, kSecond, 86'400 * kSecond))),
+              ElementsAre("warning audio-late: Card 100001: no sound came for 1000 ms."));
+}
+
+TEST(DoctorSound, AFewStarvedBlocksOfManyAreNot) {
+  SWireFacts wire;
+  wire.cards[1].serial = 100001;
+  wire.cards[1].trunks.resize(1);
+  wire.cards[1].trunks[0].starvedBlocks = 12;
+  wire.cards[1].trunks[0].soundBlocks = 12'001;
+  EXPECT_THAT(Said(AudioRules(wire)), IsEmpty());
+  wire.cards[1].trunks[0].soundBlocks = 12'000;
+  EXPECT_THAT(Said(AudioRules(wire)), ElementsAre(testing::StartsWith("warning lines-starved: Trunk 100001-1: ")));
+}
+
 TEST(DoctorSound, LateRepliesAreTold) {
   std::vector<SPacketOfCard> packets = Packets(100);
-  packets.back().reply = 250 * kMillisecond;
+  for (std::size_t i = 97; i < 100; ++i) {
+    packets[i].reply = 250 * kMillisecond;
+  }
   EXPECT_THAT(
       SaidOf(WithSound(packets)),
-      ElementsAre("warning replies-late: Card 100001: the library answered 1 of 100 packets of sound after more "
+      ElementsAre("warning replies-late: Card 100001: the library answered 3 of 100 packets of sound after more "
                   "than 200 ms."));
 }
 
 TEST(DoctorSound, MissingRepliesAreTold) {
   std::vector<SPacketOfCard> packets = Packets(100);
-  packets.back().reply.reset();
+  for (std::size_t i = 97; i < 100; ++i) {
+    packets[i].reply.reset();
+  }
   packets.push_back({101, packets.back().time + 4 * kSecond, std::nullopt});
   EXPECT_THAT(SaidOf(WithSound(packets)),
-              testing::Contains("warning replies-missing: Card 100001: the library left 1 packet of sound without a "
-                                "reply."));
+              testing::Contains("warning replies-missing: Card 100001: the library left 3 packets of sound without "
+                                "a reply."));
 }
 
 TEST(DoctorSound, StarvedLinesAreTold) {

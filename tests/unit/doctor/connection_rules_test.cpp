@@ -115,8 +115,9 @@ TEST(DoctorConnection, BadInformationIsTold) {
     talk.Open();
     talk.Send(true, {0xFF, 0x01});
     talk.Send(false, tool::BuildInformation(identity));
-    EXPECT_THAT(SaidOf(talk.wire),
-                testing::Contains(testing::HasSubstr("says of itself what the library does not take.")));
+    EXPECT_THAT(SaidOf(talk.wire), testing::Contains(testing::AllOf(
+                                       testing::StartsWith("fault card-bad-information: Card "),
+                                       testing::EndsWith(" says of itself what the library does not take."))));
   }
 }
 

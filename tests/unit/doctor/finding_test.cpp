@@ -4,8 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <set>
 #include <stdexcept>
 
@@ -27,6 +30,50 @@ TEST(DoctorFinding, EveryRuleStandsInTheGuideWithItsSeverity) {
     rows += ids.count(row);
   }
   EXPECT_EQ(rows, ids.size());
+}
+
+// What a test expects: statements with an expectation, the parts of their texts joined.
+std::vector<std::string> Expectations() {
+  const std::filesystem::path tests = std::filesystem::path(ZELK_DOCS_PATH).parent_path() / "tests";
+  std::vector<std::filesystem::path> files = {tests / "system/doctor_test.cpp"};
+  for (const auto& each : std::filesystem::directory_iterator(tests / "unit/doctor")) {
+    if (each.path().filename() != "finding_test.cpp") {
+      files.push_back(each.path());
+    }
+  }
+  std::vector<std::string> expectations;
+  for (const std::filesystem::path& path : files) {
+    std::ifstream file(path);
+    std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    text = std::regex_replace(text, std::regex("\"\\s*\n\\s*\""), "");
+    for (std::size_t at = 0; at < text.size();) {
+      const std::size_t end = std::min(text.find(";\n", at), text.size());
+      const std::string statement = text.substr(at, end - at);
+      if (statement.find("EXPECT") != std::string::npos || statement.find("ExpectSays(") != std::string::npos) {
+        expectations.push_back(statement);
+      }
+      at = end + 1;
+    }
+  }
+  return expectations;
+}
+
+// "fault RULE: " and "RULE: " begin what a finding is made to say, "[RULE]" ends a line of the program.
+TEST(DoctorFinding, EveryRuleIsExpectedBySomeTestOfWhatIsSaid) {
+  const std::vector<std::string> expectations = Expectations();
+  ASSERT_GT(expectations.size(), Rules().size());
+  for (const SRule& rule : Rules()) {
+    const std::string id = rule.id;
+    const std::string begins[] = {std::string("\"") + SeverityName(rule.severity) + " " + id + ": ", "\"" + id + ": ",
+                                  ". [" + id + "]"};
+    EXPECT_TRUE(std::any_of(expectations.begin(), expectations.end(),
+                            [&](const std::string& expected) {
+                              return std::any_of(std::begin(begins), std::end(begins), [&](const std::string& begin) {
+                                return expected.find(begin) != std::string::npos;
+                              });
+                            }))
+        << "no test triggers " << id;
+  }
 }
 
 TEST(DoctorFinding, TheWorstDecidesTheExitCode) {

@@ -55,20 +55,27 @@ SLibraryFacts WithPage() {
 
 TEST(DoctorPage, OneThatIsSoundHasNothingToRemark) {
   SLibraryFacts library = WithPage();
-  library.page->callbacks[1].slowestUs = 20'000;
+  library.page->callbacks[1] = {199'000, 1'700'000'000 * trace::kSecond, 7, 9};
   library.page->cards[0].threads[2].latestMs = 999;
-  library.page->cards[0].trunks[0].channels[5].lostSent = 9;  // of a channel that nobody has open
+  library.page->cards[0].trunks[0].channels[5].lostSent = 900;  // of a channel that nobody has open
+  for (int slot = 6; slot < 16; ++slot) {
+    library.page->cards[0].trunks[0].channels[static_cast<std::size_t>(slot)].lostSent = 9;
+    library.page->cards[0].trunks[0].channels[static_cast<std::size_t>(slot)].isOpen = true;
+  }
   EXPECT_THAT(PageRules(library), IsEmpty());
 }
 
 TEST(DoctorPage, SlowCallbacksAndLateThreadsAreTold) {
   SLibraryFacts library = WithPage();
-  library.page->callbacks[1] = {45'100, 1'700'000'000 * trace::kSecond, 7, 3};
+  library.page->callbacks[1] = {45'100, 1'700'000'000 * trace::kSecond, 7, 10};
+  library.page->callbacks[2] = {200'000, 0, 8, 1};
   library.page->cards[0].threads[2].latestMs = 1500;
   const Findings findings = PageRules(library);
   EXPECT_THAT(Said(findings),
-              ElementsAre("warning callback-slow: The play callback took 45 ms once, longer than the 20 ms of a block; "
-                          "3 of its calls did.",
+              ElementsAre("warning callback-slow: The play callback took 45 ms once; 10 of its calls were longer than "
+                          "the 20 ms of a block.",
+                          "warning callback-slow: The record callback took 200 ms once; 1 of its calls was longer "
+                          "than the 20 ms of a block.",
                           "warning thread-late: Card 100001: the pacer thread was 1500 ms late once."));
   EXPECT_THAT(findings[0].evidence, ElementsAre("channel 7, at 2023-11-14T22:13:20.000Z"));
 }
@@ -81,13 +88,17 @@ TEST(DoctorPage, WhatATrunkLostIsTold) {
   trunk.hdlcErrors = 14;
   trunk.channels[5].isOpen = true;
   trunk.channels[5].lostReceived = 1;
-  trunk.channels[5].lostSent = 4;
+  trunk.channels[5].lostSent = 14;
+  library.page->started = 1'700'000'000 * trace::kSecond;
+  library.page->heartbeat = library.page->started + 3600 * trace::kSecond;
   const Findings findings = PageRules(library);
   EXPECT_THAT(Said(findings),
               ElementsAre("warning queue-overflow: Trunk 100001-1: the card's frame queue has overflowed.",
                           "warning link-resets: Trunk 100001-1 was reset for too many HDLC errors.",
                           "warning blocks-lost: Trunk 100001-1 lost blocks of sound inside the library."));
-  EXPECT_THAT(findings[2].evidence, ElementsAre("timeslot 5: 1 block from the line, 4 blocks to the line"));
+  EXPECT_THAT(findings[2].evidence, ElementsAre("timeslot 5: 1 block from the line, 14 blocks to the line"));
+  library.page->heartbeat = library.page->started + 2 * 3600 * trace::kSecond;  // fewer than ten an hour
+  EXPECT_EQ(Said(PageRules(library)).size(), 2U);
 }
 
 TEST(DoctorPage, OneOfNoRunningLibraryIsNotBelieved) {

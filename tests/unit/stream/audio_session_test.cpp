@@ -17,8 +17,10 @@
 #include "literal_audio.h"
 #include "native_buffer_limit.h"
 #include "runtime/log.h"
+#include "runtime/status_page.h"
 #include "support/addresses.h"
 #include "support/allocation_probe.h"
+#include "support/temp_dir.h"
 
 namespace zelk {
 namespace {
@@ -39,44 +41,74 @@ class CQuietSink : public IPacketSink {
   int packets = 0;
 };
 
-// A second of a full card's audio with every stage on, after the first blocks have gone round.
-TEST(AudioSession, NothingIsAllocatedOnTheWayOfAPacketOrABlock) {
-  SAudioControls controls;
-  CQuietHook hook;
-  CQuietSink sink;
-  CFakeNotice notice;
-  CCardRings rings;
-  CEchoBank echo;
-  CStopFlag stop;
-  CPacketSender sender(controls, sink, stop);
-  CAudioReceiver receiver(controls, notice, echo, sender, stop);
-  CAudioPacer pacer(controls, rings);
-  ASSERT_TRUE(rings.Create(8, 4) && sender.Create(rings) && receiver.Create(rings));
-  rings.ResetDetectors(SDtmfSettings());
-  controls.hook = &hook;
-  echo.Configure(0, 32);
-  controls.echoSwitch[0] = true;
-  Packet packet = literal::MakePacket(0, 5, 8 + 5 * 256);
-  const auto carry = [&](uint32_t first, uint32_t count) {
+// A full card's audio with every stage on, and the pacer after every so many packets: 32 of them have a block.
+class CAudioRounds {
+ public:
+  explicit CAudioRounds(uint32_t packetsAPass) : apart(packetsAPass) {
+    EXPECT_TRUE(rings.Create(8, 4) && sender.Create(rings) && receiver.Create(rings));
+    rings.ResetDetectors(SDtmfSettings());
+    controls.hook = &hook;
+    echo.Configure(0, 32);
+    controls.echoSwitch[0] = true;
+  }
+
+  void Carry(uint32_t first, uint32_t count) {
     for (uint32_t sequence = first; sequence < first + count; ++sequence) {
       for (unsigned i = 0; i < 4; ++i)
         packet[2 + i] = static_cast<uint8_t>(sequence >> (8 * i));
       for (size_t i = 8; i < packet.size(); ++i)
         packet[i] = static_cast<uint8_t>(sequence * i);
       receiver.OnPacket(packet.data(), packet.size());
-      if (sequence % 32 == 0)
+      if (sequence % apart == 0)
         pacer.Pass(stop);
       if (sequence % 100 == 0)
         controls.Flush(sequence % 256);
     }
-  };
-  carry(1, 200);
+  }
+
+  CQuietHook hook;
+  CQuietSink sink;
+  CFakeNotice notice;
+
+ private:
+  const uint32_t apart;
+  SAudioControls controls;
+  CCardRings rings;
+  CEchoBank echo;
+  CStopFlag stop;
+  CPacketSender sender{controls, sink, stop};
+  CAudioReceiver receiver{controls, notice, echo, sender, stop};
+  CAudioPacer pacer{controls, rings};
+  Packet packet = literal::MakePacket(0, 5, 8 + 5 * 256);
+};
+
+// After the first blocks have gone round.
+TEST(AudioSession, NothingIsAllocatedOnTheWayOfAPacketOrABlock) {
+  CAudioRounds audio(32);
+  audio.Carry(1, 200);
   const uint64_t before = support::AllocationCount();
-  carry(201, 1600);
+  audio.Carry(201, 1600);
   EXPECT_EQ(support::AllocationCount(), before);
-  EXPECT_EQ(sink.packets, 1800);
-  EXPECT_GT(hook.records, 256 * 50);
-  EXPECT_TRUE(notice.lines.empty());
+  EXPECT_EQ(audio.sink.packets, 1800);
+  EXPECT_GT(audio.hook.records, 256 * 50);
+  EXPECT_TRUE(audio.notice.lines.empty());
+}
+
+// Nor where the status page is kept, and blocks are lost for it to count.
+TEST(AudioSession, NothingIsAllocatedForTheStatusPage) {
+  const CTempDir folder;
+  StatusPage().Open(folder.Path("z.status"));
+  ASSERT_NE(StatusPage().Get(), nullptr);
+  {
+    CAudioRounds audio(256);
+    audio.Carry(1, 200);
+    const uint64_t before = support::AllocationCount();
+    audio.Carry(201, 1600);
+    EXPECT_EQ(support::AllocationCount(), before);
+  }
+  EXPECT_GT(StatusPage().Position(0, 9)->lostReceived, 0U);
+  EXPECT_GT(StatusPage().Position(0, 9)->lostSent, 0U);
+  StatusPage().Leave();
 }
 
 // Opens the audio of a card some times with the process's log going to a file of its own, which it gives.

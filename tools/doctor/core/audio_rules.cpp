@@ -10,18 +10,22 @@ namespace {
 
 constexpr Time kTimeToSound = 3 * trace::kSecond;
 constexpr std::uint64_t kEnoughPackets = 100;
-constexpr std::uint64_t kShare = 1000;    // one packet in so many is too much
+// One packet in so many is too much, and so is that part of the time; fewer than a few are chance.
+constexpr std::uint64_t kShare = 1000;
+constexpr std::uint64_t kFewPackets = 2;
 constexpr std::uint64_t kFewStarved = 9;  // blocks of 20 ms
-constexpr double kShortestVerdict = 30;   // seconds of measuring
-constexpr double kClockTolerance = 100;   // ppm: 50 of an E1 line and 50 of a machine
-constexpr double kSameClock = 1;          // ppm
+constexpr Time kShareOfTime = 1000;
+constexpr Time kLongPause = trace::kSecond;
+constexpr double kShortestVerdict = 30;  // seconds of measuring
+constexpr double kClockTolerance = 100;  // ppm: 50 of an E1 line and 50 of a machine
+constexpr double kSameClock = 1;         // ppm
 
 double Milliseconds(Time time) {
   return static_cast<double>(time) / static_cast<double>(trace::kMillisecond);
 }
 
 bool IsMany(std::uint64_t count, std::uint64_t all) {
-  return count * kShare >= all && count > 0;
+  return count * kShare >= all && count > kFewPackets;
 }
 
 void CheckFlow(const SCardFacts& card, Time end, Findings& findings) {
@@ -55,7 +59,8 @@ void CheckPackets(const SCardFacts& card, Findings& findings) {
                                         audio.repeated, Counted(audio.packets, "packet")),
                             evidence));
   }
-  if (card.pauses.count > 0) {
+  const Time length = card.audioFromCard.last.time - card.audioFromCard.first.time;
+  if (card.longestPause >= kLongPause || (card.pauses.count > 0 && card.allPauses >= length / kShareOfTime)) {
     findings.push_back(Find("audio-late",
                             fmt::format("Card {}: no sound came for {:.0f} ms.", name, Milliseconds(card.longestPause)),
                             PlacesOf(card.pauses, "the first sound after a pause")));
@@ -90,7 +95,7 @@ void CheckReplies(const SCardFacts& card, Findings& findings) {
 }
 
 void CheckTrunk(const STrunkFacts& trunk, const std::string& name, Findings& findings) {
-  if (trunk.starvedBlocks > kFewStarved) {
+  if (trunk.starvedBlocks > kFewStarved && trunk.starvedBlocks * kShare >= trunk.soundBlocks) {
     findings.push_back(Find("lines-starved",
                             fmt::format("Trunk {}: the library had no sound for connected calls in {} of 20 ms.", name,
                                         Counted(trunk.starvedBlocks, "block")),

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <fmt/format.h>
 
+#include <string_view>
+
 #include "doctor/core/rules.h"
 #include "trace/core/text.h"
 
@@ -163,6 +165,22 @@ Findings CallRules(const SWireFacts& wire) {
       CheckRestarts(trunk, name, findings);
       CheckHeld(trunk, name, findings);
     }
+  }
+  return findings;
+}
+
+Findings DChannelRules(const SWireFacts& file) {
+  constexpr std::string_view kPacket = "packet ";
+  Findings findings = CallRules(file);
+  for (SFinding& finding : findings) {
+    for (std::string& each : finding.evidence) {
+      if (each.starts_with(kPacket)) {
+        each = file.source + ", line " + each.substr(kPacket.size());
+      }
+    }
+  }
+  if (!file.fault.empty()) {
+    findings.push_back(Find("capture-cut", file.fault + "."));
   }
   return findings;
 }

@@ -9,6 +9,7 @@
 
 #include "common/port_holders.h"
 #include "doctor/core/ini_text.h"
+#include "doctor/core/log_facts.h"
 #include "trace/core/status_page.h"
 
 namespace doctor {
@@ -27,6 +28,8 @@ struct SLibraryFacts {
   std::optional<trace::SStatusPage> page;
   std::string pageFault;    // it is there and cannot be read
   std::string pageNotLive;  // why it is not what is
+  std::optional<SLogFacts> log;
+  std::vector<std::string> dChannelFiles;
 };
 
 // An IPv4 address of an adapter of this machine, in host order.

@@ -14,8 +14,12 @@ constexpr std::uint64_t kMegabyte = 1 << 20;
 constexpr std::uint64_t kDiskFull = 20 * kMegabyte;
 constexpr std::uint64_t kDiskLow = 500 * kMegabyte;
 constexpr std::uint64_t kReceiveBuffer = 4 * kMegabyte;  // that the library asks for
-constexpr std::uint64_t kSlowUs = 20'000;                // a block
+constexpr std::uint64_t kSlowUs = 200'000;               // a third of what the usual AudioBuffers keep
+constexpr std::uint32_t kFewSlow = 9;                    // calls of more than a block
+constexpr std::uint32_t kFewBlocks = 9;                  // of 20 ms
+constexpr std::uint32_t kFewAnHour = 10;
 constexpr std::uint32_t kThreadLateMs = 1000;
+constexpr double kHour = 3600.0 * static_cast<double>(trace::kSecond);
 
 std::string HolderText(const tool::SPortHolder& holder) {
   if (holder.pid == 0) {
@@ -31,17 +35,18 @@ std::string At(trace::Time time) {
 void CheckCallbacks(const trace::SStatusPage& page, Findings& findings) {
   for (std::size_t kind = 0; kind < page.callbacks.size(); ++kind) {
     const trace::SPageCallback& callback = page.callbacks[kind];
-    if (callback.slowestUs > kSlowUs) {
+    if (callback.slowestUs >= kSlowUs || callback.overBlock > kFewSlow) {
       findings.push_back(
           Find("callback-slow",
-               fmt::format("The {} callback took {} ms once, longer than the 20 ms of a block; {} of its calls did.",
-                           trace::PageCallbackName(kind), callback.slowestUs / 1000, callback.overBlock),
+               fmt::format("The {} callback took {} ms once; {} of its calls {} longer than the 20 ms of a block.",
+                           trace::PageCallbackName(kind), callback.slowestUs / 1000, callback.overBlock,
+                           callback.overBlock == 1 ? "was" : "were"),
                {fmt::format("channel {}{}", callback.slowestChannel, At(callback.slowestAt))}));
     }
   }
 }
 
-void CheckTrunk(const trace::SPageCard& card, std::size_t index, Findings& findings) {
+void CheckTrunk(const trace::SPageCard& card, std::size_t index, double hours, Findings& findings) {
   const trace::SPageTrunk& trunk = card.trunks[index];
   const std::string name = fmt::format("{}-{}", card.serial, index + 1);
   if (trunk.queueOverflows > 0) {
@@ -55,8 +60,9 @@ void CheckTrunk(const trace::SPageCard& card, std::size_t index, Findings& findi
   std::vector<std::string> lost;
   for (std::size_t slot = 0; slot < trunk.channels.size(); ++slot) {
     const trace::SPageChannel& channel = trunk.channels[slot];
-    // Of a channel that is not open nobody takes the sound.
-    if (channel.isOpen && channel.lostReceived + channel.lostSent > 0) {
+    const std::uint64_t count = std::uint64_t{channel.lostReceived} + channel.lostSent;
+    // Of a channel that is not open nobody takes the sound; of the others a late thread costs each a block.
+    if (channel.isOpen && count > kFewBlocks && static_cast<double>(count) >= kFewAnHour * hours) {
       lost.push_back(fmt::format("timeslot {}: {} from the line, {} to the line", slot,
                                  Counted(channel.lostReceived, "block"), Counted(channel.lostSent, "block")));
     }
@@ -67,7 +73,7 @@ void CheckTrunk(const trace::SPageCard& card, std::size_t index, Findings& findi
   }
 }
 
-void CheckCard(const trace::SPageCard& card, Findings& findings) {
+void CheckCard(const trace::SPageCard& card, double hours, Findings& findings) {
   for (std::size_t thread = 0; thread < card.threads.size(); ++thread) {
     const trace::SPageThread& each = card.threads[thread];
     if (each.latestMs >= kThreadLateMs) {
@@ -78,7 +84,7 @@ void CheckCard(const trace::SPageCard& card, Findings& findings) {
     }
   }
   for (std::size_t trunk = 0; trunk < card.trunks.size(); ++trunk) {
-    CheckTrunk(card, trunk, findings);
+    CheckTrunk(card, trunk, hours, findings);
   }
 }
 
@@ -119,8 +125,9 @@ Findings PageRules(const SLibraryFacts& library) {
     return findings;
   }
   CheckCallbacks(*library.page, findings);
+  const double hours = static_cast<double>(library.page->heartbeat - library.page->started) / kHour;
   for (const trace::SPageCard& card : library.page->cards) {
-    CheckCard(card, findings);
+    CheckCard(card, hours, findings);
   }
   return findings;
 }

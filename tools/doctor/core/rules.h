@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "doctor/core/finding.h"
+#include "doctor/core/log_facts.h"
 #include "doctor/core/place_facts.h"
 #include "doctor/core/wire_facts.h"
 
@@ -14,6 +15,7 @@ namespace doctor {
 Findings IniRules(const SLibraryFacts& library, const Serials& serials);
 Findings FolderRules(const SLibraryFacts& library);
 Findings PageRules(const SLibraryFacts& library);
+Findings LogRules(const SLogFacts& log);
 // `cards`: addresses of cards that were seen.
 Findings AdapterRules(const SMachineFacts& machine, const std::vector<std::uint32_t>& cards);
 Findings HolderRules(const SMachineFacts& machine);
@@ -23,6 +25,8 @@ Findings LineRules(const SWireFacts& wire);  // layers 1 and 2
 Findings CallRules(const SWireFacts& wire);  // layer 3
 Findings AudioRules(const SWireFacts& wire);
 Findings ClockRules(const SWireFacts& wire);
+// Layer 3 of a D-channel file.
+Findings DChannelRules(const SWireFacts& file);
 // All of them that a capture is enough for.
 Findings WireRules(const SWireFacts& wire);
 

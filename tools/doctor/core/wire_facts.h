@@ -80,6 +80,7 @@ struct STrunkFacts {
   std::vector<SCallFacts> held;                // at the end, and nothing was said of them for `length`
   // Sound
   std::uint64_t starvedBlocks = 0;
+  std::uint64_t soundBlocks = 0;      // that connected calls had to the line
   std::vector<SCallFacts> deafCalls;  // nothing from the line, though the library sent sound
 };
 
@@ -117,6 +118,7 @@ struct SCardFacts {
   std::optional<double> delayP99;
   STally pauses;
   Time longestPause = 0;
+  Time allPauses = 0;
   std::optional<SClockFacts> clock;
   std::vector<STrunkFacts> trunks;
 };

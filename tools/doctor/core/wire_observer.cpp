@@ -15,6 +15,7 @@ using trace::EDirection;
 constexpr Time kLostAfter = trace::kSecond;  // of silence, and the library takes a card as lost
 constexpr Time kPause = trace::kSecond / 4;  // without a packet of sound
 constexpr Time kAnswerWithin = trace::kSecond;
+constexpr std::uint64_t kSamplesOfBlock = 160;
 
 bool IsInformationGood(const tool::Bytes& body) {
   constexpr std::string_view kText = "ZELK ";
@@ -234,6 +235,7 @@ void CWireObserver::OnAudio(const trace::SAudio& audio) {
   if (card.lastAudio != 0 && audio.time - card.lastAudio > kPause) {
     card.facts.pauses.Add(mark);
     card.facts.longestPause = std::max(card.facts.longestPause, audio.time - card.lastAudio);
+    card.facts.allPauses += audio.time - card.lastAudio;
   }
   card.lastAudio = audio.time;
   if (!card.trunks.empty()) {
@@ -260,6 +262,7 @@ void CWireObserver::FinishCard(SCard& card) {
   card.facts.delayP99 = shown->second.replies.DelayMs(0.99);
   for (std::size_t i = 0; i < std::min(card.facts.trunks.size(), shown->second.trunks.size()); ++i) {
     card.facts.trunks[i].starvedBlocks = shown->second.trunks[i].starvedBlocks;
+    card.facts.trunks[i].soundBlocks = shown->second.trunks[i].connectedSamples / kSamplesOfBlock;
   }
 }
 

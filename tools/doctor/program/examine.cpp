@@ -3,12 +3,16 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
+#include <utility>
 
 #include "common/wire.h"
+#include "doctor/core/d_channel_file.h"
 #include "doctor/core/rules.h"
 #include "doctor/core/wire_observer.h"
 #include "doctor/program/library_files.h"
 #include "doctor/program/machine.h"
+#include "trace/core/hdlc_file.h"
 #include "trace/core/packet.h"
 #include "trace/core/trace_error.h"
 #include "trace/live/live_capture.h"
@@ -33,6 +37,8 @@ std::optional<SWireFacts> LookAtWire(const SOptions& options, Findings& findings
     };
     if (!options.adapter.empty()) {
       trace::CaptureLive({options.adapter, options.seconds}, read);
+    } else if (trace::CHdlcFile::IsOne(options.capture)) {
+      Append(findings, DChannelRules(ReadDChannelFile(options.capture, false)));
     } else if (!options.capture.empty()) {
       trace::CCaptureFile file(options.capture);
       read(file);
@@ -107,6 +113,38 @@ Findings Probe(const SMachineFacts& machine, const std::optional<SLibraryFacts>&
   return findings;
 }
 
+// Of the files beside a library what the capture does not say too.
+void LookAtDChannels(const std::vector<std::string>& files, Findings& findings) {
+  const auto about = [](const SFinding& finding) {
+    return finding.rule + finding.sentence.substr(0, finding.sentence.find(':'));
+  };
+  std::set<std::string> said;
+  for (const SFinding& finding : findings) {
+    said.insert(about(finding));
+  }
+  for (const std::string& file : files) {
+    try {
+      for (SFinding& finding : DChannelRules(ReadDChannelFile(file, true))) {
+        if (said.count(about(finding)) == 0) {
+          findings.push_back(std::move(finding));
+        }
+      }
+    } catch (const trace::CTraceError& error) {
+      findings.push_back(Find("capture-unreadable", std::string(error.what()) + "."));
+    }
+  }
+}
+
+Findings LookAtFiles(const SLibraryFacts& library, const Serials& serials) {
+  Findings findings = FolderRules(library);
+  Append(findings, IniRules(library, serials));
+  Append(findings, PageRules(library));
+  if (library.log) {
+    Append(findings, LogRules(*library.log));
+  }
+  return findings;
+}
+
 }  // namespace
 
 Findings Examine(const SOptions& options) {
@@ -117,12 +155,14 @@ Findings Examine(const SOptions& options) {
   }
   const std::optional<SWireFacts> wire = LookAtWire(options, findings);
   if (library) {
-    Append(findings, FolderRules(*library));
-    Append(findings, IniRules(*library, SerialsOf(wire, library)));
-    Append(findings, PageRules(*library));
+    Append(findings, LookAtFiles(*library, SerialsOf(wire, library)));
   }
-  // A capture may be of another machine.
-  if (library || options.capture.empty() || options.probe) {
+  if (!options.log.empty()) {
+    Append(findings, LogRules(LookAtLog(options.log)));
+  }
+  // A capture and a log may be of another machine.
+  const bool isFileAlone = !library && options.adapter.empty() && !(options.capture.empty() && options.log.empty());
+  if (!isFileAlone || options.probe) {
     const SMachineFacts machine = LookAtMachine();
     Append(findings, AdapterRules(machine, AddressesOf(wire, library)));
     Append(findings, HolderRules(machine));
@@ -132,6 +172,9 @@ Findings Examine(const SOptions& options) {
   }
   if (wire) {
     Append(findings, WireRules(*wire));
+  }
+  if (library) {
+    LookAtDChannels(library->dChannelFiles, findings);
   }
   return findings;
 }

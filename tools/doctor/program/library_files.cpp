@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "doctor/program/library_files.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -47,9 +48,14 @@ void ReadIniFile(SLibraryFacts& facts) {
   }
 }
 
+bool IsDChannelFile(const fs::path& file) {
+  const std::string name = file.filename().string();
+  return name.starts_with("zelk-") && name.ends_with(".hdlc");
+}
+
 bool IsWrittenByLibrary(const fs::path& file, const std::string& stem) {
   const std::string name = file.filename().string();
-  return name == stem + ".log" || name == stem + ".status" || (name.starts_with("zelk-") && name.ends_with(".hdlc"));
+  return name == stem + ".log" || name == stem + ".status" || IsDChannelFile(file);
 }
 
 void LookAtFolder(SLibraryFacts& facts, const std::string& stem) {
@@ -59,7 +65,11 @@ void LookAtFolder(SLibraryFacts& facts, const std::string& stem) {
     if (IsWrittenByLibrary(each->path(), stem) && !MayWrite(each->path().string())) {
       facts.notWritable.push_back(each->path().string());
     }
+    if (IsDChannelFile(each->path())) {
+      facts.dChannelFiles.push_back(each->path().string());
+    }
   }
+  std::sort(facts.dChannelFiles.begin(), facts.dChannelFiles.end());
   const fs::space_info space = fs::space(facts.folder, failed);
   if (!failed) {
     facts.diskFreeBytes = space.available;
@@ -84,6 +94,21 @@ void ReadPage(SLibraryFacts& facts, const std::string& path) {
 
 }  // namespace
 
+SLogFacts LookAtLog(const std::string& path) {
+  std::error_code ignored;
+  std::ifstream file;
+  if (fs::is_regular_file(path, ignored)) {
+    file.open(path, std::ios::binary);
+  }
+  if (!file.is_open()) {
+    SLogFacts facts;
+    facts.path = path;
+    facts.fault = "it cannot be opened";
+    return facts;
+  }
+  return ReadLog(file, path);
+}
+
 SLibraryFacts LookAtLibrary(const std::string& path) {
   SLibraryFacts facts;
   const fs::path library = LibraryPath(path);
@@ -100,6 +125,9 @@ SLibraryFacts LookAtLibrary(const std::string& path) {
   ReadIniFile(facts);
   LookAtFolder(facts, fs::path(base).filename().string());
   ReadPage(facts, base + ".status");
+  if (fs::exists(base + ".log", ignored)) {
+    facts.log = LookAtLog(base + ".log");
+  }
   return facts;
 }
 

@@ -9,5 +9,6 @@ namespace doctor {
 
 // What stands beside the library; `path` is the library, or the folder that it is in.
 SLibraryFacts LookAtLibrary(const std::string& path);
+SLogFacts LookAtLog(const std::string& path);
 
 }  // namespace doctor

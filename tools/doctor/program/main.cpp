@@ -23,9 +23,12 @@ int Run(int argc, char** argv) {
       "of the network. It sends nothing and opens no card.");
   app.allow_windows_style_options(false);  // a path may begin with a slash
   doctor::SOptions options;
-  app.add_option("--library", options.library, "the library, or the folder that it is in: ini file, log, status page");
+  app.add_option("--library", options.library,
+                 "the library, or the folder that it is in: ini file, log, status page, D-channel files");
+  app.add_option("--log", options.log, "log of a library, of any machine");
   auto* capture = app.add_option("--capture", options.capture,
-                                 "capture of the cards' network, pcap or pcapng; - is standard input");
+                                 "capture of the cards' network, pcap or pcapng, - is standard input; or a D-channel "
+                                 "file of the library (zelk-SERIAL-TRUNK.hdlc)");
   auto* adapter =
       app.add_option("-i,--interface", options.adapter, "capture from this adapter with dumpcap")->excludes(capture);
   app.add_option("--seconds", options.seconds, "how long")

@@ -38,6 +38,16 @@ const char* ChannelName(EChannel state) {
   return "down";
 }
 
+char LetterOf(EChannel state) {
+  return ".ioC-x"[static_cast<std::size_t>(state)];
+}
+
+char LetterOf(const SBoardTrunk& trunk, int timeslot, Time now) {
+  const auto at = static_cast<std::size_t>(timeslot);
+  const bool isSilent = trunk.channels[at] == EChannel::kConnected && now - trunk.heard[at] >= kSilentCall;
+  return isSilent ? 'h' : LetterOf(trunk.channels[at]);
+}
+
 void CBoard::OnPacket(Time time) {
   begin = begin == 0 ? time : begin;
   now = std::max(now, time);
@@ -107,7 +117,7 @@ void CBoard::OnFrame(const SConnection& connection, const SControl& frame, const
   }
 }
 
-void CBoard::Hold(SBoardTrunk& trunk, const SCall& call, EChannel state) {
+void CBoard::Hold(SBoardTrunk& trunk, const SCall& call, EChannel state, Time time) {
   for (std::size_t i = 0; i < trunk.callOn.size(); ++i) {
     if (trunk.callOn[i] == call.number) {  // it may have moved
       trunk.callOn[i] = 0;
@@ -117,12 +127,13 @@ void CBoard::Hold(SBoardTrunk& trunk, const SCall& call, EChannel state) {
   if (call.timeslot >= 0 && call.timeslot < tool::kTimeslots && state != EChannel::kIdle) {
     trunk.callOn[static_cast<std::size_t>(call.timeslot)] = call.number;
     trunk.channels[static_cast<std::size_t>(call.timeslot)] = state;
+    trunk.heard[static_cast<std::size_t>(call.timeslot)] = time;
   }
 }
 
-void CBoard::OnCallMessage(const SCall& call, const SSignal&) {
+void CBoard::OnCallMessage(const SCall& call, const SSignal& signal) {
   if (SBoardTrunk* trunk = Find(call.card, call.trunk)) {
-    Hold(*trunk, call, StateOf(call));
+    Hold(*trunk, call, StateOf(call), signal.frame.time);
   }
 }
 
@@ -136,7 +147,7 @@ void CBoard::OnCallEnds(const SCall& call) {
   if (call.cause >= 0) {
     ++trunk->causes[call.cause];
   }
-  Hold(*trunk, call, EChannel::kIdle);
+  Hold(*trunk, call, EChannel::kIdle, call.end);
 }
 
 void CBoard::OnAudio(const SAudio& audio) {
@@ -163,6 +174,7 @@ void CBoard::CountStarved(SBoardTrunk& trunk, Runs& lines, ByteView samples, std
       continue;
     }
     for (std::size_t place = at + slot; place < samples.size(); place += step) {
+      ++trunk.connectedSamples;
       lines[slot] = samples[place] == kStarved ? lines[slot] + 1 : 0;
       if (lines[slot] == kStarvedRun) {
         ++trunk.starvedBlocks;

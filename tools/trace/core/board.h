@@ -24,9 +24,11 @@ struct SBoardTrunk {
   std::uint64_t calls = 0;
   std::uint64_t connected = 0;
   std::uint64_t starvedBlocks = 0;
+  std::uint64_t connectedSamples = 0;  // to the line, in connected calls
   std::map<int, std::uint64_t> causes;
   std::array<EChannel, tool::kTimeslots> channels{};
   std::array<std::uint64_t, tool::kTimeslots> callOn{};  // number of the call that holds the channel; 0: none
+  std::array<Time, tool::kTimeslots> heard{};            // the last message of that call
 };
 
 struct SBoardCard {
@@ -65,7 +67,7 @@ class CBoard : public ITraceSink {
   using Runs = std::array<int, tool::kTimeslots>;
 
   SBoardTrunk* Find(std::uint32_t card, int trunk);
-  static void Hold(SBoardTrunk& trunk, const SCall& call, EChannel state);
+  static void Hold(SBoardTrunk& trunk, const SCall& call, EChannel state, Time time);
   void CountStarved(SBoardTrunk& trunk, Runs& runs, ByteView samples, std::size_t at, std::size_t step) const;
 
   std::map<std::uint32_t, SBoardCard> cards;
@@ -76,5 +78,13 @@ class CBoard : public ITraceSink {
 };
 
 const char* ChannelName(EChannel state);
+
+// A connected call of which no message has come for this long gets a letter of its own.
+inline constexpr Time kSilentCall = 3600 * kSecond;
+
+// What a board shows for a state, and for a channel at this moment: "C", or "h" where its call has been silent for
+// long.
+char LetterOf(EChannel state);
+char LetterOf(const SBoardTrunk& trunk, int timeslot, Time now);
 
 }  // namespace trace

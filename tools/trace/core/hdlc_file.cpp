@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/wire.h"
+#include "trace/core/bounded_line.h"
 #include "trace/core/trace_error.h"
 
 namespace trace {
@@ -58,7 +59,7 @@ std::optional<Bytes> BytesOf(const std::string& line) {
   return bytes;
 }
 
-bool ReadLine(const std::string& line, SControl& frame) {
+bool ReadFrame(const std::string& line, SControl& frame) {
   const bool isHead = line.size() >= kHeadChars && (line[0] == 'I' || line[0] == 'O') && line[1] == ' ' &&
                       line.compare(kHeadChars - 6, 6, " 0000 ") == 0;
   const std::optional<Time> time = isHead ? TimeOf(line.substr(2, 19)) : std::nullopt;
@@ -96,7 +97,7 @@ CHdlcFile::CHdlcFile(const std::string& path, bool isGrowing)
 }
 
 bool CHdlcFile::ReadText(std::string& text) {
-  return grows ? ReadWhole(text) : static_cast<bool>(std::getline(file, text));
+  return grows ? ReadWhole(text) : ReadLine(file, text, kMostChars);
 }
 
 // A line with its end, however often its writer was asked for it.
@@ -133,7 +134,7 @@ bool CHdlcFile::Next(SControl& frame) {
   }
   frame.trunk = trunk;
   frame.packet = line;
-  if (!ReadLine(text, frame)) {
+  if (!ReadFrame(text, frame)) {
     fault = name + ": line " + std::to_string(line) + " is none of a D-channel; this is what stands before it";
     return false;
   }

@@ -18,8 +18,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr char kLetters[] = ".ioC-x";  // by EChannel
-
 std::string Layer1(const SBoardTrunk& trunk) {
   if (!trunk.status) {
     return "?";
@@ -44,11 +42,11 @@ bool IsChannel(int timeslot) {
   return timeslot != 0 && timeslot != tool::kSignallingTimeslot;
 }
 
-std::string CellsOf(const SBoardTrunk& trunk) {
+std::string CellsOf(const SBoardTrunk& trunk, Time now) {
   std::string cells;
   for (int slot = 0; slot < tool::kTimeslots; ++slot) {
     if (IsChannel(slot)) {
-      cells += kLetters[static_cast<std::size_t>(trunk.channels[static_cast<std::size_t>(slot)])];
+      cells += LetterOf(trunk, slot, now);
     }
   }
   return cells;
@@ -66,7 +64,7 @@ std::string BoardText(const CBoard& board) {
       text += fmt::format("{:<18} {:<7} {:<5} {:<24} {:>6} {:>7.0f} {:>7.0f} % {:>8}  {}\n",
                           CardNameOf(card) + "-" + std::to_string(i + 1), Layer1(trunk), Layer2(trunk),
                           IsoTime(trunk.changed), trunk.hdlcErrors, static_cast<double>(trunk.calls) / Hours(board),
-                          share, trunk.starvedBlocks, CellsOf(trunk));
+                          share, trunk.starvedBlocks, CellsOf(trunk, board.Now()));
     }
     const SReplyCounts& counts = card.replies.Counts();
     text += fmt::format(
@@ -76,7 +74,7 @@ std::string BoardText(const CBoard& board) {
         counts.lost, counts.repeated, counts.replies, counts.late, counts.missing,
         Milliseconds(card.replies.DelayMs(0.5)), Milliseconds(card.replies.DelayMs(0.99)));
   }
-  return text + ". idle   i ringing in   o dialled   C connected   - clearing   x down\n";
+  return text + kCellLegend + "\n";
 }
 
 ordered_json JsonOf(const SBoardTrunk& trunk, std::size_t number) {

@@ -69,7 +69,7 @@ class CWireSource : public IBoardSource {
       pageRemark = page.Look().remark;
     }
     const std::lock_guard<std::mutex> held(lock);
-    SBoardView view = ViewOf(board, calls, WallClock());
+    SBoardView view = ViewOf(board, WallClock());
     view.remark = isOver ? "The capture has ended." : pageRemark;
     return view;
   }

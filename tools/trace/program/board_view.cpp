@@ -15,10 +15,6 @@ const char kCellLegend[] =
 
 namespace {
 
-char LetterOf(EChannel state) {
-  return ".ioC-x"[static_cast<std::size_t>(state)];
-}
-
 // Of a channel of the status page, in the words of the board.
 EChannel StateOf(const SPageTrunk& trunk, const SPageChannel& channel) {
   switch (channel.state) {
@@ -38,15 +34,10 @@ EChannel StateOf(const SPageTrunk& trunk, const SPageChannel& channel) {
   return trunk.isUp ? EChannel::kIdle : EChannel::kDown;
 }
 
-std::string CellsOf(std::uint32_t card, int number, const SBoardTrunk& trunk, const CLastCalls& calls, Time now) {
+std::string CellsOf(const SBoardTrunk& trunk, Time now) {
   std::string cells;
   for (int cell = 0; cell < kBoardCells; ++cell) {
-    const int slot = TimeslotOfCell(cell);
-    const auto at = static_cast<std::size_t>(slot);
-    const SLastCall* call = calls.Find(trunk.callOn[at], card, number, slot);
-    const bool isSilent = trunk.channels[at] == EChannel::kConnected && call != nullptr && !call->messages.empty() &&
-                          now - call->messages.back().time >= kSilentCall;
-    cells += isSilent ? 'h' : LetterOf(trunk.channels[at]);
+    cells += LetterOf(trunk, TimeslotOfCell(cell), now);
   }
   return cells;
 }
@@ -142,7 +133,7 @@ std::string CardNameOf(const SPageCard& card) {
   return card.serial != 0 ? std::to_string(card.serial) : AddressText(card.address);
 }
 
-SBoardView ViewOf(const CBoard& board, const CLastCalls& calls, Time now) {
+SBoardView ViewOf(const CBoard& board, Time now) {
   const double hours =
       static_cast<double>(std::max<Time>(board.Now() - board.Begin(), 1)) / (3600.0 * static_cast<double>(kSecond));
   SBoardView view;
@@ -151,7 +142,7 @@ SBoardView ViewOf(const CBoard& board, const CLastCalls& calls, Time now) {
     for (std::size_t i = 0; i < card.trunks.size(); ++i) {
       view.rows.push_back(RowOf(card, i, hours));
       SBoardRow& row = view.rows.back();
-      row.cells = CellsOf(address, static_cast<int>(i), card.trunks[i], calls, view.now);
+      row.cells = CellsOf(card.trunks[i], view.now);
       if (card.isConnected && view.now - card.heard > kSilentCard) {
         row.layer1 = "?";
         row.layer2 = "lost";

@@ -64,13 +64,10 @@ class IBoardSource {
 inline constexpr Time kSilentCard = 3 * kSecond;
 
 // `now`: of the clock, for a live capture; 0: the capture's last moment.
-SBoardView ViewOf(const CBoard& board, const CLastCalls& calls, Time now);
+SBoardView ViewOf(const CBoard& board, Time now);
 SBoardView ViewOf(const SStatusPage& page, Time now);
 std::string CardNameOf(const SBoardCard& card);
 std::string CardNameOf(const SPageCard& card);
-// A connected call of which no message has come for this long gets a letter of its own.
-inline constexpr Time kSilentCall = 3600 * kSecond;
-
 std::vector<std::string> DetailsOf(const CBoard& board, const CLastCalls& calls, const CLevelMeter& levels,
                                    const std::string& trunk, int cell);
 std::vector<std::string> DetailsOf(const SStatusPage& page, const std::string& trunk, int cell);

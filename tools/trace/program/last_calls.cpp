@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "common/g711.h"
 #include "common/wire.h"
@@ -73,7 +74,9 @@ void CLevelMeter::OnAudio(const SAudio& audio) {
     side.codes.push_back(audio.samples[i]);
   }
   if (side.codes.size() >= tool::kSampleRate) {
-    side.text = fmt::format("{:.1f} dBm0", tool::Dbm0OfALaw(side.codes.data(), side.codes.size()));
+    // A tenth at most, and no zero with a sign.
+    const double level = std::round(10 * tool::Dbm0OfALaw(side.codes.data(), side.codes.size())) / 10 + 0.0;
+    side.text = fmt::format("{:.1f} dBm0", level);
     side.codes.clear();
   }
 }
