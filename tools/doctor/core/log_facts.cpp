@@ -67,7 +67,7 @@ std::optional<std::int64_t> SecondOf(const std::string& line) {
     return std::nullopt;
   }
   const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-  return days * kDay + hour * 3600 + minute * 60 + second;
+  return ((days * 24 + hour) * 60 + minute) * 60 + second;
 }
 
 std::optional<SLogLine> Parse(const std::string& line) {

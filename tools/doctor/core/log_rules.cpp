@@ -55,7 +55,7 @@ class CLogCheck {
     }
     return places;
   }
-  void Add(const char* rule, const std::string& sentence, std::vector<std::string> evidence) {
+  void Add(const char* rule, const std::string& sentence, const std::vector<std::string>& evidence) {
     findings.push_back(Find(rule, sentence, evidence));
   }
 
