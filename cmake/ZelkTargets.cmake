@@ -103,6 +103,8 @@ endfunction()
 
 # zelk_compile_quickly(SOURCE...): sources of templates from outside, a command line or a report, that run once in a
 # program's life. What they cost is their compilation: optimised, each would take as long as twenty of the others.
+# Inline functions that they share with others, of JSON say, would run as slowly wherever the linker takes theirs: they
+# include none of those, or stand last among the sources of their program.
 function(zelk_compile_quickly)
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-O0;-g0;-fno-sanitize=undefined")
 endfunction()

@@ -7,6 +7,7 @@ shift
 dir=$(mktemp -d)
 trap 'rm -r "$dir"' EXIT
 mkfifo "$dir/answers"
+# shellcheck disable=SC2094  # a pipe with a name: what one end writes the other reads
 zelk-fleet "$@" work < "$dir/answers" | while read -r call; do
   case $call in
     *'"type":"incoming"'*) ;;

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: GPL-2.0-only
 """What a fleet does in a second, and how long a job waits for its SETUP. Usage, inside scripts/netns:
-measure.py [--servers N] [--hosts N] [--jobs N] [--half RATE] [--compare]"""
+measure.py [--servers N] [--hosts N] [--jobs N] [--half RATE] [--compare [--pairs N]]
+--compare: what a host of the fleet costs beside zelk-phone serve, which does the same calls."""
 import argparse
 import datetime
 import json
 import os
 import signal
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -76,45 +78,60 @@ def latency(world, rate, count):
           f"{waited[count * 99 // 100] * 1000:.0f} ms, most {waited[-1] * 1000:.0f} ms")
 
 
-def compare(world, count):
-    """The same calls by zelk-phone serve, under a script that keeps as many channels busy as the fleet's host had."""
+def cost_of_node(world, numbers):
+    """Seconds of processor time of zelk-node for jobs with these numbers."""
     host = world.hosts[0]
-    used = seconds_of(host.node.process)
-    world.submit([{"id": f"c{n}", "to": f"05{n:06}", "digits": 1} for n in range(count)])
+    host.start()
+    wait_until(lambda: [node["free"] for node in world.nodes()] == [60], world.nodes)
     before = stored(world)
-    wait_until(lambda: stored(world) >= before + count or world.busy() == {"host1": 0} and world.standing()["waiting"] == 0,
-               "results", 600)
-    used = seconds_of(host.node.process) - used
+    calm = seconds_of(host.node.process)
+    world.submit([{"id": f"c{number}", "to": number, "digits": 1} for number in numbers])
+    wait_until(lambda: stored(world) >= before + len(numbers), "results", 600)
+    used = seconds_of(host.node.process) - calm
     host.node.kill(signal.SIGTERM)
-    phone = subprocess.Popen([*host.inside, os.environ["ZELK_PHONE"], "serve", "--json"], stdin=subprocess.PIPE,
+    return used
+
+
+def cost_of_serve(world, numbers):
+    """The same calls by zelk-phone serve, under a script that keeps as many channels busy as the fleet's host had."""
+    phone = subprocess.Popen([*world.hosts[0].inside, os.environ["ZELK_PHONE"], "serve", "--json"], stdin=subprocess.PIPE,
                              stdout=subprocess.PIPE, text=True)
-    begun = over = 0
-    calm = None
+    left, over, calm = list(numbers), 0, 0
     for line in map(json.loads, phone.stdout):
         if line["type"] == "snapshot":
             calm = seconds_of(phone)
-            free = range(len(line["channels"]))
+            free = list(range(len(line["channels"])))
         elif line["type"] == "disconnected":
             over += 1
             free = [line["channel"]]
         else:
             continue
         for channel in free:
-            if begun < count:
-                begun += 1
-                print(json.dumps({"id": begun, "do": "dial", "channel": channel, "number": f"05{begun:06}"}), file=phone.stdin,
+            if left:
+                print(json.dumps({"id": len(left), "do": "dial", "channel": channel, "number": left.pop()}), file=phone.stdin,
                       flush=True)
-        if over == count:
+        if over == len(numbers):
             break
-    serve = seconds_of(phone) - calm
-    phone.kill()
-    print(f"{count} calls on one host: zelk-node {used:.2f} s of processor time, zelk-phone serve {serve:.2f} s, "
-          f"{used / serve:.2f} times as much")
+    used = seconds_of(phone) - calm
+    phone.stdin.close()
+    phone.wait()
+    return used
+
+
+def compare(world, count, pairs):
+    """In turns, because what else this computer does changes."""
+    costs = []
+    for pair in range(pairs):
+        costs.append((cost_of_serve(world, [f"04{pair:03}{n:06}" for n in range(count)]),
+                      cost_of_node(world, [f"05{pair:03}{n:06}" for n in range(count)])))
+        print(f"{count} calls on one host: zelk-phone serve {costs[-1][0]:.2f} s of processor time, zelk-node "
+              f"{costs[-1][1]:.2f} s, {costs[-1][1] / costs[-1][0]:.2f} times as much", flush=True)
+    print(f"median of {pairs}: {statistics.median(node / serve for serve, node in costs):.2f} times as much")
 
 
 def main():
     parser = argparse.ArgumentParser()
-    for name, value in (("servers", 3), ("hosts", 3), ("jobs", 5000), ("half", 75), ("hold", 300)):
+    for name, value in (("servers", 3), ("hosts", 3), ("jobs", 5000), ("half", 75), ("hold", 300), ("pairs", 5)):
         parser.add_argument(f"--{name}", type=int, default=value)
     parser.add_argument("--compare", action="store_true")
     options = parser.parse_args()
@@ -122,13 +139,14 @@ def main():
         world = World(folder, servers=options.servers)
         try:
             world.init()
-            for _ in range(options.hosts):
-                world.host(cards=2, trunks=1, simulator=["--hold", str(options.hold)]).start()
-            for host in world.hosts:
-                host.wait_up()
             if options.compare:
-                compare(world, options.jobs)
+                world.host(cards=2, trunks=1, simulator=["--hold", str(options.hold)])
+                compare(world, options.jobs, options.pairs)
             else:
+                for _ in range(options.hosts):
+                    world.host(cards=2, trunks=1, simulator=["--hold", str(options.hold)]).start()
+                for host in world.hosts:
+                    host.wait_up()
                 throughput(world, options.jobs)
                 latency(world, options.half, 10 * options.half)
         finally:

@@ -9,7 +9,7 @@ def test_twenty_jobs_have_one_result_each(make_world):
     world.init()
     host = world.host(simulator=["--hold", "300", "--alert-after", "50", "--answer-after", "100", "--digits", "42"])
     host.start()
-    jobs = [{"id": f"job-{n}", "to": f"0305550{n:03}", "from": "0309", "digits": 2} for n in range(20)]
+    jobs: list[dict] = [{"id": f"job-{n}", "to": f"0305550{n:03}", "from": "0309", "digits": 2} for n in range(20)]
     assert "20 jobs submitted, 0 were there already" in world.submit(jobs)
     results = world.wait_results(20)
     assert sorted(result["id"] for result in results) == sorted(job["id"] for job in jobs)

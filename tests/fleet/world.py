@@ -195,7 +195,7 @@ class World:
 
     def wait_results(self, count, longest=LONGEST):
         """Servers may be away meanwhile."""
-        seen = []
+        seen: list[str] = []
 
         def is_there():
             done = self.fleet("results", check=False)

@@ -4,7 +4,8 @@
 #include <exception>
 
 #include "fleet/link_options.h"
-#include "node/node.h"
+#include "node/options.h"
+#include "phone/phone_error.h"
 #include "phone/port_check.h"
 
 namespace {
@@ -50,11 +51,7 @@ int Run(int argc, char** argv) {
     if (!options.isForced) {
       phone::RequireCardsFree();
     }
-    node::CNode node(options);
-    std::printf("node %s of fleet %s: %d channels\n", options.node.c_str(), options.fleet.c_str(),
-                ZELK_GetChannelCount());
-    std::fflush(stdout);
-    node.Run();
+    node::RunNode(options);
     return 0;
   } catch (const phone::CPhoneError& error) {
     std::fprintf(stderr, "zelk-node: %s\n", error.what());

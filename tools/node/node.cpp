@@ -2,6 +2,7 @@
 #include "node/node.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "common/port_holders.h"
 #include "phone/snapshot.h"
@@ -258,6 +259,14 @@ void CNode::Leave() {
   lease.Remove(link);
   speaker.Say("end", "", {{"code", 0}, {"name", "done"}});
   link.Flush(kFlushLimit);
+}
+
+void RunNode(const SNodeOptions& options) {
+  CNode node(options);
+  std::printf("node %s of fleet %s: %d channels\n", options.node.c_str(), options.fleet.c_str(),
+              ZELK_GetChannelCount());
+  std::fflush(stdout);
+  node.Run();
 }
 
 }  // namespace node

@@ -10,6 +10,7 @@
 #include "node/job_desk.h"
 #include "node/lease.h"
 #include "node/mailbox.h"
+#include "node/options.h"
 #include "node/sounds.h"
 #include "node/speaker.h"
 #include "phone/recorder_bank.h"
@@ -17,21 +18,6 @@
 #include "phone/session.h"
 
 namespace node {
-
-struct SNodeOptions {
-  std::string fleet = "zelk";
-  std::string node;
-  std::string files = ".";
-  double rate = 0;
-  int channels = 0;
-  int trunkSeconds = 10;
-  int drainSeconds = 3600;
-  int incomingMs = 2000;
-  std::string incomingDefault = "reject";
-  bool hidesNumbers = false;
-  bool isForced = false;
-  fleet::SLinkOptions link;
-};
 
 // A host of a fleet: the library, all of its channels, and the connection to the servers.
 // Thread: main. Failures of the start throw phone::CPhoneError, fleet::CLinkError or std::invalid_argument.

@@ -16,13 +16,14 @@ void HideNumbers(phone::Json& fields) {
 }  // namespace
 
 void CSpeaker::Tell(const char* type, const std::string& /*text*/, const phone::Json& fields, phone::UtcTime time) {
-  phone::Json shown = fields;
+  phone::Json shown;
   if (hidesNumbers) {
+    shown = fields;
     HideNumbers(shown);
   }
   const auto channel = fields.find("channel");
   const std::string subject = names.Event(node, channel == fields.end() ? -1 : channel->get<int32_t>());
-  ++(link.Publish(subject, phone::JsonLine(type, time, shown)) ? published : dropped);
+  ++(link.Publish(subject, phone::JsonLine(type, time, hidesNumbers ? shown : fields)) ? published : dropped);
   if (listener) {
     listener(type, fields, time);
   }
