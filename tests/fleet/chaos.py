@@ -30,7 +30,7 @@ class Faults:
 
     def __init__(self, world, seed, every):
         self.world, self.random, self.every = world, random.Random(seed), every
-        self.told = collections.Counter()
+        self.told: collections.Counter[str] = collections.Counter()
         self.stop = threading.Event()
         self.thread = threading.Thread(target=self._run)
         self.failed = None
@@ -100,17 +100,36 @@ def small_disk(world):
     return store
 
 
-def fill_disk(store, stop):
-    """For 10 s."""
-    with open(store / "filler", "wb") as filler:
-        try:
-            while True:
-                filler.write(bytes(65536))
-                filler.flush()
-        except OSError:
-            pass
-    stop.wait(10)
-    (store / "filler").unlink()
+class FullDisk:
+    """Fills a disk and keeps it full for 10 s: what is freed meanwhile is taken again."""
+
+    def __init__(self, server, store, stop):
+        self.server, self.store, self.stop = server, store, stop
+        self.free = []  # blocks, each time that it was looked at
+        self.thread = threading.Thread(target=self._run)
+        self.thread.start()
+
+    def _run(self):
+        end = time.monotonic() + 10
+        with open(self.store / "filler", "wb", buffering=0) as filler:
+            while time.monotonic() < end and not self.stop.is_set():
+                try:
+                    while True:
+                        filler.write(bytes(65536))
+                except OSError:
+                    self.free.append(os.statvfs(self.store).f_bavail)
+                self.stop.wait(0.02)
+        (self.store / "filler").unlink()
+
+    def faults(self):
+        """Whether it was full, and the server felt it."""
+        self.thread.join()
+        full = self.free.count(0)
+        told = self.server.program.log.read_text(errors="replace").count("no space left on device")
+        print(f"disk: full {full} of {len(self.free)} times that it was looked at, the server told {told} times of it")
+        if full < 100 or told == 0:
+            return [f"the disk was full {full} times that it was looked at, its server told {told} times of it"]
+        return []
 
 
 def submit_and_be_killed(world, folder, text):
@@ -135,7 +154,7 @@ def check(world, jobs, results, told):
     if sorted(by_id) != sorted(job["id"] for job in jobs):
         faults.append(f"{len(jobs)} jobs, {len(by_id)} of them with a result")
     faults += [f"{ident} has {count} results" for ident, count in by_id.items() if count != 1]
-    dialled = collections.Counter()
+    dialled: collections.Counter[str] = collections.Counter()
     for host in world.hosts:
         dialled.update(call["called"] for call in host.calls())
     faults += [f"{number} was dialled {count} times" for number, count in dialled.items() if count != 1]
@@ -182,8 +201,7 @@ def run(folder, options):
         faults.thread.start()
         try:
             text = "\n".join(json.dumps(job) for job in jobs)
-            if options.disk:
-                threading.Thread(target=fill_disk, args=(stores[0], faults.stop), daemon=True).start()
+            disk = FullDisk(world.servers[0], stores[0], faults.stop) if options.disk else None
             if options.submitter:
                 submit_and_be_killed(world, folder, text)
             # The submitter may lose its server as well: what it did not finish it does when it is run again.
@@ -198,13 +216,15 @@ def run(folder, options):
                    lambda: ready_channels(world))
         time.sleep(5)  # a job that came back only now would be dialled again
         results = world.results()
-        found = check(world, jobs, results, faults.told)
+        found = check(world, jobs, results, faults.told) + (disk.faults() if disk else [])
         outcomes = collections.Counter(result["outcome"] for result in results)
         print(f"seed {options.seed}: {options.jobs} jobs in {seconds:.0f} s, {dict(outcomes)}, taken away: "
               f"{dict(+faults.told)}: {'; '.join(found[:5]) or 'as it should be'}", flush=True)
         return not found
     finally:
         world.end()
+        for store in stores:
+            command("umount", store)
 
 
 def main():
