@@ -155,8 +155,8 @@ TEST_F(OutgoingCalls, progress_carries_the_cause_of_its_message) {
 TEST_F(OutgoingCalls, refused_bring_their_cause_whether_proceeding_or_not) {
   ASSERT_NO_FATAL_FAILURE(StartOpen({1}));
   for (const bool proceeding : {true, false}) {
-    for (const int cause : {1,  3,  16, 17, 18, 21, 22, 27, 28, 34, 38,  41,  42, 44,
-                            47, 50, 57, 58, 63, 65, 79, 81, 88, 95, 102, 111, 127}) {
+    for (const int cause : {1,  3,  6,  7,  16, 17, 18, 21, 22, 26, 27, 28, 34,  38,  41,
+                            42, 44, 47, 50, 57, 58, 63, 65, 79, 81, 88, 95, 102, 111, 127}) {
       ForgetAll();
       SAnswerPlan plan = SAnswerPlan::Refuse(cause);
       plan.proceeding = proceeding;

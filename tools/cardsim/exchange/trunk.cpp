@@ -61,6 +61,7 @@ void CTrunk::Receive(ByteView frame) {
   if (message.valid && !isKept) {
     calls->OnMessage(message);
   }
+  calls->EndForgotten();
 }
 
 void CTrunk::FromLibrary(ByteView frame) {

@@ -221,9 +221,7 @@ void CTrunkCalls::Disconnect(const Call& call, int cause) {
   CloseAudio(call);
   call->Step(ESimCallState::kDisconnecting);
   peer.Hangup(call->handle, cause);
-  if (!peer.Knows(call->handle)) {  // refused with RELEASE COMPLETE: nothing more will come
-    End(call);
-  }
+  EndForgotten();  // refused with RELEASE COMPLETE: nothing more will come
 }
 
 void CTrunkCalls::End(const Call& call) {
@@ -233,6 +231,14 @@ void CTrunkCalls::End(const Call& call) {
   timeslots.Free(call);
   call->Step(ESimCallState::kEnded);
   handlers.ended(call);
+}
+
+void CTrunkCalls::EndForgotten() {
+  for (std::size_t i = calls.size(); i-- > 0;) {
+    if (const Call call = calls[i]; call->hungUpHere && !peer.Knows(call->handle)) {
+      End(call);
+    }
+  }
 }
 
 void CTrunkCalls::LoseAll() {

@@ -33,6 +33,8 @@ class CTrunkCalls : public ICallControl, public std::enable_shared_from_this<CTr
   void OnEvent(const SPriEvent& event);
   // A message of the library; true when it is of a call that is known.
   bool OnMessage(const SQ931Message& message);
+  // Behind each frame: libpri frees a call that it released (causes 6, 7 and 26) without an event.
+  void EndForgotten();
   // Any thread: a voice timeslot without a call, as of now.
   bool IsIdle(int timeslot) const { return timeslots.IsIdle(timeslot); }
   // The calls that have not ended. Signalling thread only.
