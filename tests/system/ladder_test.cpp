@@ -127,6 +127,19 @@ class Ladder : public CCaptureTest {
     return std::regex_replace(text, std::regex("[ 0-9]+\\.[0-9]{6} s  "), "");
   }
 
+  // A ladder's picture is XML without scripts, and has these words.
+  void ExpectPicture(const std::string& calls, const Names& words) const {
+    const std::string picture = Path("ladder.svg");
+    TraceOf("ladder " + Capture() + " " + calls + " --svg " + picture);
+    Run("xmllint --noout " + picture);
+    const std::string text = TextOf(picture);
+    EXPECT_NE(text.find("<svg"), std::string::npos);
+    EXPECT_EQ(text.find("<script"), std::string::npos);
+    for (const std::string& word : words) {
+      EXPECT_NE(text.find(word), std::string::npos) << word;
+    }
+  }
+
   int32_t channel = 0;
 };
 
@@ -148,6 +161,8 @@ TEST_F(Ladder, of_calls_that_cross_overlap_or_lose_their_link) {
   // Whether the exchange says so too is its own affair.
   const std::string ladders = std::regex_replace(Ladders(4), std::regex("\\|-+ STATUS -+>\\|[^\n]*\n"), "");
   EXPECT_EQ(ladders, TextOf(ZELK_LADDERS "/ladders-crossed.txt"));
+  ExpectPicture("--call 1", {"SETUP", "RELEASE COMPLETE", "REQUESTED_CHAN_UNAVAIL", "8001000"});
+  ExpectPicture("--trunk 100001-1", {"INFORMATION", "STATUS", "5551000", "801"});
 }
 
 TEST_F(Ladder, of_a_library_that_is_the_network_has_its_answer) {

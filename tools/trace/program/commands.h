@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "trace/core/trace_error.h"
 
@@ -31,10 +32,11 @@ EExit RunCalls(const SCallsOptions& options);
 
 struct SLadderOptions {
   SInput input;
-  std::uint64_t call = 0;  // as `calls` numbers them
-  bool layer2 = false;     // every frame of the D-channel while the call goes on
-  bool follow = false;     // every call, as its messages come
-  std::string svg;         // file for the picture; empty for text
+  std::vector<std::uint64_t> calls;  // as `calls` numbers them
+  std::string trunk;                 // all calls of it: "100001-2"
+  bool layer2 = false;               // every frame of the D-channel while the call goes on
+  bool follow = false;               // every call, as its messages come
+  std::string svg;                   // file for the picture; empty for text
 };
 
 EExit RunLadder(const SLadderOptions& options);

@@ -17,6 +17,7 @@ constexpr int kRight = 450;
 constexpr int kWidth = 1100;
 constexpr int kHead = 90;
 constexpr int kStep = 34;
+constexpr int kFoot = 50;
 
 double Seconds(const SLadder& ladder, const SRung& rung) {
   return static_cast<double>(rung.time - ladder.rungs.front().time) / static_cast<double>(kSecond);
@@ -81,6 +82,25 @@ void AddRung(pugi::xml_node svg, const SLadder& ladder, const SRung& rung, int y
   SetText(svg, kRight + 12, y + 4, "start", rung.details);
 }
 
+int HeightOf(const SLadder& ladder) {
+  return kHead + kStep * static_cast<int>(ladder.rungs.size()) + kFoot;
+}
+
+void AddLadder(pugi::xml_node svg, const SLadder& ladder, int top) {
+  const int bottom = top + HeightOf(ladder) - kFoot + 10;
+  SetText(svg, 20, top + 24, "start", Title(ladder.call));
+  SetText(svg, kLeft, top + 52, "middle", "exchange");
+  SetText(svg, kRight, top + 52, "middle", "library");
+  AddLine(svg, kLeft, top + 60, kLeft, bottom);
+  AddLine(svg, kRight, top + 60, kRight, bottom);
+  int y = top + kHead;
+  for (const SRung& rung : ladder.rungs) {
+    AddRung(svg, ladder, rung, y);
+    y += kStep;
+  }
+  SetText(svg, 20, bottom + 24, "start", Ending(ladder.call));
+}
+
 }  // namespace
 
 std::string LadderText(const SLadder& ladder) {
@@ -97,13 +117,16 @@ std::string RungText(const SRung& rung) {
   return Arrow(rung) + "  " + rung.details;
 }
 
-std::string LadderSvg(const SLadder& ladder) {
-  const int bottom = kHead + kStep * static_cast<int>(ladder.rungs.size()) + 10;
+std::string LaddersSvg(const std::vector<SLadder>& ladders) {
+  int height = 0;
+  for (const SLadder& ladder : ladders) {
+    height += HeightOf(ladder);
+  }
   pugi::xml_document document;
   pugi::xml_node svg = document.append_child("svg");
   svg.append_attribute("xmlns") = "http://www.w3.org/2000/svg";
   svg.append_attribute("width") = kWidth;
-  svg.append_attribute("height") = bottom + 40;
+  svg.append_attribute("height") = height;
   svg.append_attribute("font-family") = "sans-serif";
   svg.append_attribute("font-size") = 13;
   pugi::xml_node paper = svg.append_child("rect");
@@ -111,17 +134,11 @@ std::string LadderSvg(const SLadder& ladder) {
   paper.append_attribute("height") = "100%";
   paper.append_attribute("fill") = "white";
   AddMarker(svg);
-  SetText(svg, 20, 24, "start", Title(ladder.call));
-  SetText(svg, kLeft, 52, "middle", "exchange");
-  SetText(svg, kRight, 52, "middle", "library");
-  AddLine(svg, kLeft, 60, kLeft, bottom);
-  AddLine(svg, kRight, 60, kRight, bottom);
-  int y = kHead;
-  for (const SRung& rung : ladder.rungs) {
-    AddRung(svg, ladder, rung, y);
-    y += kStep;
+  int top = 0;
+  for (const SLadder& ladder : ladders) {
+    AddLadder(svg, ladder, top);
+    top += HeightOf(ladder);
   }
-  SetText(svg, 20, bottom + 24, "start", Ending(ladder.call));
   std::ostringstream out;
   document.save(out, " ");
   return out.str();

@@ -25,7 +25,7 @@ struct SLadder {
 std::string RungText(const SRung& rung);
 // Two columns, exchange and library; times in seconds from the first rung.
 std::string LadderText(const SLadder& ladder);
-// The same as a picture: one SVG file without scripts.
-std::string LadderSvg(const SLadder& ladder);
+// Ladders as a picture, one below the other: one SVG file without scripts.
+std::string LaddersSvg(const std::vector<SLadder>& ladders);
 
 }  // namespace trace

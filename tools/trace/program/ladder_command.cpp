@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <fmt/format.h>
 
-#include <deque>
-#include <optional>
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
 
 #include "trace/core/q931_text.h"
 #include "trace/core/text.h"
@@ -13,43 +15,55 @@
 namespace trace {
 namespace {
 
-// Job: keeps the messages of one call, and with layer 2 the frames of its D-channel from its begin to its end.
+bool IsAsked(const SLadderOptions& options, const SCall& call) {
+  return std::find(options.calls.begin(), options.calls.end(), call.number) != options.calls.end() ||
+         options.trunk == fmt::format("{}-{}", CardName(call), call.trunk + 1);
+}
+
+// Job: keeps the messages of the calls that are asked for, and with layer 2 the frames of their D-channels from begin
+// to end.
 class CRungs : public ITraceSink {
  public:
   explicit CRungs(const SLadderOptions& ladderOptions) : options(ladderOptions) {}
 
   void OnFrame(const SConnection& connection, const SControl& frame, const tool::SQ921Frame& decoded,
                EVerdict verdict) override {
+    if (!options.layer2) {
+      return;
+    }
     // The frame of the SETUP is here before its call.
     last = Rung(frame, decoded, verdict);
-    const bool isOfCall =
-        ladder && !isOver && connection.number == ladder->call.connection && frame.trunk == ladder->call.trunk;
-    if (options.layer2 && isOfCall) {
-      ladder->rungs.push_back(last);
-    }
-  }
-  void OnCallBegins(const SCall& call) override {
-    if (call.number == options.call) {
-      ladder = SLadder{call, {}};
-      if (options.layer2) {
+    for (SLadder* const ladder : open) {
+      if (connection.number == ladder->call.connection && frame.trunk == ladder->call.trunk) {
         ladder->rungs.push_back(last);
       }
     }
   }
+  void OnCallBegins(const SCall& call) override {
+    if (!IsAsked(options, call)) {
+      return;
+    }
+    SLadder& ladder = ladders[call.number] = {call, {}};
+    open.push_back(&ladder);
+    if (options.layer2) {
+      ladder.rungs.push_back(last);
+    }
+  }
   void OnCallMessage(const SCall& call, const SSignal& signal) override {
-    if (call.number == options.call && !options.layer2) {
-      ladder->rungs.push_back({signal.frame.time, signal.frame.direction == EDirection::kToLibrary, signal.message.name,
-                               ElementsText(signal.message)});
+    const auto found = ladders.find(call.number);
+    if (found != ladders.end() && !options.layer2) {
+      found->second.rungs.push_back({signal.frame.time, signal.frame.direction == EDirection::kToLibrary,
+                                     signal.message.name, ElementsText(signal.message)});
     }
   }
   void OnCallEnds(const SCall& call) override {
-    if (call.number == options.call) {
-      ladder->call = call;
-      isOver = true;
+    if (const auto found = ladders.find(call.number); found != ladders.end()) {
+      found->second.call = call;
+      std::erase(open, &found->second);
     }
   }
 
-  const std::optional<SLadder>& Ladder() const { return ladder; }
+  const std::map<std::uint64_t, SLadder>& Ladders() const { return ladders; }
 
  private:
   static SRung Rung(const SControl& frame, const tool::SQ921Frame& decoded, EVerdict verdict) {
@@ -71,8 +85,8 @@ class CRungs : public ITraceSink {
 
   const SLadderOptions& options;
   SRung last;
-  std::optional<SLadder> ladder;
-  bool isOver = false;
+  std::map<std::uint64_t, SLadder> ladders;  // by the call's number
+  std::vector<SLadder*> open;
 };
 
 // Job: prints each message of every call as it comes.
@@ -81,7 +95,8 @@ class CFollower : public ITraceSink {
   explicit CFollower(const SLadderOptions& ladderOptions) : options(ladderOptions) {}
 
   void OnCallMessage(const SCall& call, const SSignal& signal) override {
-    if (options.call != 0 && call.number != options.call) {
+    const bool isEvery = options.calls.empty() && options.trunk.empty();
+    if (!isEvery && !IsAsked(options, call)) {
       return;
     }
     const bool isToLibrary = signal.frame.direction == EDirection::kToLibrary;
@@ -106,14 +121,25 @@ EExit RunLadder(const SLadderOptions& options) {
   }
   CRungs rungs(options);
   const EExit result = Analyse(options.input, rungs);
-  if (!rungs.Ladder()) {
-    throw CTraceError(result == EExit::kBadInput ? result : EExit::kNothingFound,
-                      fmt::format("{}: has no call {}", options.input.file, options.call));
+  std::vector<SLadder> ladders;
+  for (const auto& [number, ladder] : rungs.Ladders()) {
+    ladders.push_back(ladder);
   }
-  if (options.svg.empty()) {
-    Print(LadderText(*rungs.Ladder()));
-  } else {
-    WriteFile(options.svg, LadderSvg(*rungs.Ladder()));
+  if (!options.svg.empty() && !ladders.empty()) {
+    WriteFile(options.svg, LaddersSvg(ladders));
+  }
+  for (std::size_t i = 0; options.svg.empty() && i < ladders.size(); ++i) {
+    Print((i == 0 ? "" : "\n") + LadderText(ladders[i]));
+  }
+  const EExit missing = result == EExit::kBadInput ? result : EExit::kNothingFound;
+  for (const std::uint64_t call : options.calls) {
+    if (!rungs.Ladders().contains(call)) {
+      throw CTraceError(missing, fmt::format("{}: has no call {}", options.input.file, call));
+    }
+  }
+  if (ladders.empty()) {
+    throw CTraceError(missing,
+                      fmt::format("{}: has no call of trunk {}", options.input.file, Printable(options.trunk)));
   }
   return result;
 }

@@ -67,16 +67,17 @@ void AddCalls(CLI::App& app, trace::SCallsOptions& options, Action& action) {
 }
 
 void AddLadder(CLI::App& app, trace::SLadderOptions& options, Action& action) {
-  CLI::App* command = app.add_subcommand("ladder", "the messages of a call between exchange and library");
+  CLI::App* command = app.add_subcommand("ladder", "the messages of calls between exchange and library");
   AddLive(*command, options.input);
-  command->add_option("--call", options.call, "number of the call, as calls tells it");
+  command->add_option("--call", options.calls, "numbers of calls, as calls tells them")->allow_extra_args(false);
+  command->add_option("--trunk", options.trunk, "all calls of this trunk, as 100001-2");
   auto* follow = command->add_flag("--follow", options.follow, "the messages of every call as they come")->needs("-i");
   command->add_flag("--layer2", options.layer2, "every frame of the D-channel while the call goes on")
       ->excludes(follow);
   command->add_option("--svg", options.svg, "write a picture to this file")->excludes(follow);
   command->callback([&] {
     RequireInput(options.input);
-    Require(options.call != 0 || options.follow, "--call");
+    Require(!options.calls.empty() || !options.trunk.empty() || options.follow, "--call or --trunk");
     action = [&] { return trace::RunLadder(options); };
   });
 }
