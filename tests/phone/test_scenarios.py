@@ -55,7 +55,8 @@ class Application:
 
     def run(self, simulator):
         """Until the simulator has ended; its exit code."""
-        while simulator.poll() is None:
+        # What it said while the simulator was there is read in any case.
+        while simulator.poll() is None or not self.phone.arrived.empty():
             try:
                 text = self.phone.arrived.get(timeout=0.05)
             except queue.Empty:
