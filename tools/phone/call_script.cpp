@@ -20,6 +20,7 @@ using std::chrono::seconds;
 
 // The network confirms a hang-up in well under a second; past this the call is given up.
 constexpr seconds kHangUpLimit{10};
+constexpr seconds kEventLimit{1};
 
 }  // namespace
 
@@ -148,9 +149,10 @@ void CCallRun::HangUpWhenDue(int connectSeconds) {
   const auto now = Clock::now();
   if (hangingUp) {
     if (now - hangUpAt > kHangUpLimit || InfoNumber(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_INUSE) {
-      // The release may have been handled between two looks; its event is then the next one in the queue.
+      // The release may have been handled between two looks; its event is then the next one in the queue, or comes as
+      // soon as the library's thread goes on.
       SPhoneEvent event;
-      while (!over && session.NextEvent(event, milliseconds(0))) {
+      while (!over && session.NextEvent(event, kEventLimit)) {
         Take(event);
       }
       end.lost = !over;
