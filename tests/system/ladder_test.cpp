@@ -161,6 +161,11 @@ TEST_F(Ladder, of_calls_that_cross_overlap_or_lose_their_link) {
   // Whether the exchange says so too is its own affair.
   const std::string ladders = std::regex_replace(Ladders(4), std::regex("\\|-+ STATUS -+>\\|[^\n]*\n"), "");
   EXPECT_EQ(ladders, TextOf(ZELK_LADDERS "/ladders-crossed.txt"));
+  const std::string ladder = "ladder " + Capture();
+  const std::string both = TraceOf(ladder + " --call 3 --call 1");
+  EXPECT_EQ(both, TraceOf(ladder + " --call 1") + "\n" + TraceOf(ladder + " --call 3"));
+  EXPECT_EQ(TraceOf(ladder + " --call 1 --call 9 --call 3", 1), both);
+  EXPECT_EQ(TraceOf(ladder + " --trunk 100001-2", 1), "");
   ExpectPicture("--call 1", {"SETUP", "RELEASE COMPLETE", "REQUESTED_CHAN_UNAVAIL", "8001000"});
   ExpectPicture("--trunk 100001-1", {"INFORMATION", "STATUS", "5551000", "801"});
 }

@@ -28,7 +28,7 @@ bool IsInformationGood(const tool::Bytes& body) {
 SWireFacts CWireObserver::Run(trace::CCaptureFile& file, int trunks) {
   trace::CAnalysis analysis(*this, trunks);
   wire.source = file.Name();
-  analysis.Run(file, [this](const trace::SPacket& packet) { OnPacket(packet); });
+  analysis.Run(file, [this](const trace::SPacket& packet) { TakePacket(packet); });
   wire.notes = analysis.Notes();
   wire.emptiness = analysis.Emptiness(file);
   wire.fault = file.Fault();
@@ -42,7 +42,7 @@ SWireFacts CWireObserver::Run(trace::CCaptureFile& file, int trunks) {
   return wire;
 }
 
-void CWireObserver::OnPacket(const trace::SPacket& packet) {
+void CWireObserver::TakePacket(const trace::SPacket& packet) {
   wire.begin = wire.begin == 0 ? packet.time : wire.begin;
   wire.end = std::max(wire.end, packet.time);
   if (packet.isTcp && packet.from.port == tool::kCardPort) {

@@ -50,7 +50,7 @@ class CWireObserver : public trace::ITraceSink {
     bool isAnswered = false;
   };
 
-  void OnPacket(const trace::SPacket& packet);
+  void TakePacket(const trace::SPacket& packet);
   void OnSegmentOfCard(const trace::SPacket& packet);
   void OnSegmentOfLibrary(const trace::SPacket& packet);
   void TakeSilence(SCard& card, Time now);

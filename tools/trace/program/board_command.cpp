@@ -42,16 +42,6 @@ bool IsChannel(int timeslot) {
   return timeslot != 0 && timeslot != tool::kSignallingTimeslot;
 }
 
-std::string CellsOf(const SBoardTrunk& trunk, Time now) {
-  std::string cells;
-  for (int slot = 0; slot < tool::kTimeslots; ++slot) {
-    if (IsChannel(slot)) {
-      cells += LetterOf(trunk, slot, now);
-    }
-  }
-  return cells;
-}
-
 std::string BoardText(const CBoard& board) {
   std::string text =
       fmt::format("{}\n{:<18} {:<7} {:<5} {:<24} {:>6} {:>7} {:>9} {:>8}  {}\n", IsoTime(board.Now()), "trunk",

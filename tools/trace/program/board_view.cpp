@@ -34,14 +34,6 @@ EChannel StateOf(const SPageTrunk& trunk, const SPageChannel& channel) {
   return trunk.isUp ? EChannel::kIdle : EChannel::kDown;
 }
 
-std::string CellsOf(const SBoardTrunk& trunk, Time now) {
-  std::string cells;
-  for (int cell = 0; cell < kBoardCells; ++cell) {
-    cells += LetterOf(trunk, TimeslotOfCell(cell), now);
-  }
-  return cells;
-}
-
 SBoardRow RowOf(const SBoardCard& card, std::size_t index, double hours) {
   const SBoardTrunk& trunk = card.trunks[index];
   SBoardRow row;
@@ -124,6 +116,14 @@ const std::vector<SBoardColumn> kBoardColumns = {
     {"lost", 8, [](const SBoardRow& row) { return std::to_string(row.lost); }},
     {"starved", 9, [](const SBoardRow& row) { return std::to_string(row.starved); }},
 };
+
+std::string CellsOf(const SBoardTrunk& trunk, Time now) {
+  std::string cells;
+  for (int cell = 0; cell < kBoardCells; ++cell) {
+    cells += LetterOf(trunk, TimeslotOfCell(cell), now);
+  }
+  return cells;
+}
 
 std::string CardNameOf(const SBoardCard& card) {
   return card.serial != 0 ? std::to_string(card.serial) : AddressText(card.address);

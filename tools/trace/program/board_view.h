@@ -66,6 +66,8 @@ inline constexpr Time kSilentCard = 3 * kSecond;
 // `now`: of the clock, for a live capture; 0: the capture's last moment.
 SBoardView ViewOf(const CBoard& board, Time now);
 SBoardView ViewOf(const SStatusPage& page, Time now);
+// The letters of a trunk's channels, kBoardCells of them.
+std::string CellsOf(const SBoardTrunk& trunk, Time now);
 std::string CardNameOf(const SBoardCard& card);
 std::string CardNameOf(const SPageCard& card);
 std::vector<std::string> DetailsOf(const CBoard& board, const CLastCalls& calls, const CLevelMeter& levels,
