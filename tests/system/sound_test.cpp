@@ -20,7 +20,8 @@ class Sound : public CSystemTest {
   void ExpectCleanAudio(size_t card) {
     const cardsim::SAudioStatistics seen = Card(card).Audio().Statistics();
     EXPECT_GT(seen.replies, 0U);
-    EXPECT_EQ(seen.late, 0U) << "worst round trip " << seen.worstRoundTripMs << " ms";
+    // A machine that stands still makes replies late; a library that is slow makes many late.
+    EXPECT_LE(seen.late * 100, seen.replies) << "worst round trip " << seen.worstRoundTripMs << " ms";
     EXPECT_EQ(seen.missing, 0U);
     EXPECT_EQ(seen.wrongSize, 0U);
     EXPECT_EQ(seen.sequenceGaps, 0U);
