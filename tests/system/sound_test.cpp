@@ -21,7 +21,7 @@ class Sound : public CSystemTest {
     const cardsim::SAudioStatistics seen = Card(card).Audio().Statistics();
     EXPECT_GT(seen.replies, 0U);
     // A machine that stands still makes replies late; a library that is slow makes many late.
-    EXPECT_LE(seen.late * 100, seen.replies) << "worst round trip " << seen.worstRoundTripMs << " ms";
+    EXPECT_LE(seen.late * 10, seen.replies) << "worst round trip " << seen.worstRoundTripMs << " ms";
     EXPECT_EQ(seen.missing, 0U);
     EXPECT_EQ(seen.wrongSize, 0U);
     EXPECT_EQ(seen.sequenceGaps, 0U);

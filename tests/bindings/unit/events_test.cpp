@@ -16,9 +16,6 @@ using zelkapi::Event;
 using zelkapi::Events;
 using namespace std::chrono_literals;
 
-// Long enough for a thread to be inside its wait; where it is not, a test still passes.
-constexpr auto kUntilItWaits = 10ms;
-
 std::vector<uint64_t> Sequences(Events& events) {
   std::vector<uint64_t> all;
   while (const std::optional<Event> event = events.next(0ms)) {
@@ -213,17 +210,17 @@ TEST(Events, AWaitEndsWithAnEventAWakeAndTheEnd) {
     EXPECT_FALSE(events.next());
     EXPECT_FALSE(events.isRunning());
   });
-  support::LetPass(kUntilItWaits);
+  support::LetThreadsWait();
   events.put(5, 0x301, 0);
   while (step != 1) {
     std::this_thread::yield();
   }
-  support::LetPass(kUntilItWaits);
+  support::LetThreadsWait();
   events.wake();
   while (step != 2) {
     std::this_thread::yield();
   }
-  support::LetPass(kUntilItWaits);
+  support::LetThreadsWait();
   events.end();
   waiter.join();
 }

@@ -17,9 +17,6 @@ using zelkapi::Blocks;
 using zelkapi::Sound;
 using namespace std::chrono_literals;
 
-// Long enough for a thread to be inside its wait; where it is not, a test still passes.
-constexpr auto kUntilItWaits = 10ms;
-
 std::vector<uint8_t> Block(uint8_t fill) {
   return std::vector<uint8_t>(ZELK_BLOCK_BYTES, fill);
 }
@@ -140,12 +137,12 @@ TEST(Sound, AWaitEndsWithSoundAWakeAndTheEnd) {
   while (step != 1) {
     std::this_thread::yield();
   }
-  support::LetPass(kUntilItWaits);
+  support::LetThreadsWait();
   sound.wake();
   while (step != 2) {
     std::this_thread::yield();
   }
-  support::LetPass(kUntilItWaits);
+  support::LetThreadsWait();
   sound.end();
   waiter.join();
 }
@@ -168,7 +165,7 @@ TEST(Sound, EveryBlockWakesAReaderThatWaits) {
       std::this_thread::yield();
     }
     if (round % 50 == 0) {
-      support::LetPass(kUntilItWaits);
+      support::LetThreadsWait();
     }
     Put(sound, 0, {1});
   }
@@ -194,25 +191,25 @@ std::vector<uint8_t> Numbered(size_t channel, size_t number) {
 // Eight threads as those of eight cards; who reads sleeps until there is something, and misses no block.
 TEST(Sound, OfEightCardsArrivesWhole) {
   constexpr size_t kCards = 8;
-  constexpr size_t kChannels = 240;
+  constexpr size_t kBusyChannels = 240;
   constexpr size_t kEach = 200;
   Sound sound;
   sound.begin();
-  std::vector<size_t> read(kChannels);
-  for (size_t channel = 0; channel < kChannels; ++channel) {
+  std::vector<size_t> read(kBusyChannels);
+  for (size_t channel = 0; channel < kBusyChannels; ++channel) {
     sound.keep(static_cast<int>(channel), kEach);
   }
   std::vector<std::thread> cards;
   for (size_t card = 0; card < kCards; ++card) {
     cards.emplace_back([&sound, card] {
       for (size_t number = 0; number < kEach; ++number) {
-        for (size_t channel = card; channel < kChannels; channel += kCards) {
+        for (size_t channel = card; channel < kBusyChannels; channel += kCards) {
           sound.put(static_cast<uint32_t>(channel), Numbered(channel, number).data());
         }
       }
     });
   }
-  for (size_t total = 0; total < kChannels * kEach;) {
+  for (size_t total = 0; total < kBusyChannels * kEach;) {
     const std::vector<int32_t> ready = sound.wait(1, 60s);
     ASSERT_FALSE(ready.empty());
     for (const int32_t channel : ready) {
@@ -227,7 +224,7 @@ TEST(Sound, OfEightCardsArrivesWhole) {
   for (std::thread& card : cards) {
     card.join();
   }
-  for (size_t channel = 0; channel < kChannels; ++channel) {
+  for (size_t channel = 0; channel < kBusyChannels; ++channel) {
     EXPECT_EQ(sound.lost(static_cast<int>(channel)), 0U);
   }
 }

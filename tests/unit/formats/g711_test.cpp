@@ -11,7 +11,7 @@ namespace {
 
 // The Recommendation's decision and output values, worked out here from its description of the segments (tables 1a to
 // 2b of G.711), in units of the 16-bit scale the library uses: A-law's 13-bit scale times 8, mu-law's 14-bit times 4.
-double ALawValue(int characterSignal) {  // 1..128, counted outwards from zero on one side
+double ALawOutputValue(int characterSignal) {  // 1..128, counted outwards from zero on one side
   const int segment = (characterSignal - 1) / 16;
   const int step = (characterSignal - 1) % 16;
   const double width = segment <= 1 ? 2.0 : 2.0 * std::pow(2.0, segment - 1);
@@ -19,7 +19,7 @@ double ALawValue(int characterSignal) {  // 1..128, counted outwards from zero o
   return (start + (step + 0.5) * width) * 8.0;
 }
 
-double MuLawValue(int characterSignal) {  // 0..127
+double MuLawOutputValue(int characterSignal) {  // 0..127
   const int segment = characterSignal / 16;
   const int step = characterSignal % 16;
   return ((33.0 + 2.0 * step) * std::pow(2.0, segment) - 33.0) * 4.0;
@@ -37,15 +37,15 @@ uint8_t MuLawCode(bool positive, int characterSignal) {
 
 TEST(G711, ALawExpansionHasTheOutputValuesOfTheRecommendation) {
   for (int n = 1; n <= 128; ++n) {
-    EXPECT_EQ(ALawToLinear(ALawCode(true, n)), ALawValue(n)) << n;
-    EXPECT_EQ(ALawToLinear(ALawCode(false, n)), -ALawValue(n)) << n;
+    EXPECT_EQ(ALawToLinear(ALawCode(true, n)), ALawOutputValue(n)) << n;
+    EXPECT_EQ(ALawToLinear(ALawCode(false, n)), -ALawOutputValue(n)) << n;
   }
 }
 
 TEST(G711, MuLawExpansionHasTheOutputValuesOfTheRecommendation) {
   for (int n = 0; n <= 127; ++n) {
-    EXPECT_EQ(MuLawToLinear(MuLawCode(true, n)), MuLawValue(n)) << n;
-    EXPECT_EQ(MuLawToLinear(MuLawCode(false, n)), -MuLawValue(n)) << n;
+    EXPECT_EQ(MuLawToLinear(MuLawCode(true, n)), MuLawOutputValue(n)) << n;
+    EXPECT_EQ(MuLawToLinear(MuLawCode(false, n)), -MuLawOutputValue(n)) << n;
   }
 }
 

@@ -7,13 +7,12 @@
 #include <vector>
 
 #include "support/allocation_probe.h"
+#include "wave_fixture.h"
 
 namespace zelk {
 namespace {
 
-const uint8_t* Octets(const char* text) {
-  return reinterpret_cast<const uint8_t*>(text);
-}
+using wavetest::Octets;
 
 TEST(Buffer, IsMadeEmptyAndTakesNothingForNoBytes) {
   CBuffer buffer;

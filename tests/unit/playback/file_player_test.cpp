@@ -13,21 +13,14 @@
 #include "formats/wave_header.h"
 #include "support/allocation_probe.h"
 #include "support/wav_bytes.h"
+#include "wave_fixture.h"
 
 namespace zelk {
 namespace {
 
 using wav::Bytes;
-
-const uint8_t* Octets(const char* text) {
-  return reinterpret_cast<const uint8_t*>(text);
-}
-
-class COwner : public IWaveOwner {
- public:
-  void SilenceTransmit() override {}
-  int32_t LogChannel() const override { return 3; }
-};
+using wavetest::COwner;
+using wavetest::Octets;
 
 class FilePlayer : public testing::Test {
  protected:

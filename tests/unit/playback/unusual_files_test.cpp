@@ -20,6 +20,7 @@
 #include "playback/file_player.h"
 #include "support/temp_dir.h"
 #include "support/wav_bytes.h"
+#include "wave_fixture.h"
 
 namespace {
 
@@ -39,12 +40,6 @@ extern "C" int flock(int descriptor, int operation) noexcept {
 
 namespace zelk {
 namespace {
-
-class COwner : public IWaveOwner {
- public:
-  void SilenceTransmit() override {}
-  int32_t LogChannel() const override { return 3; }
-};
 
 double ThreadCpuSeconds() {
   timespec used{};
@@ -127,7 +122,7 @@ class UnusualFile : public testing::Test {
   }
 
   const CTempDir dir;
-  COwner owner;
+  wavetest::COwner owner;
   CWave wave{owner};
   double cpuSeconds = 0;
 };

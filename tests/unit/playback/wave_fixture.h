@@ -15,6 +15,10 @@ namespace zelk::wavetest {
 
 constexpr uint32_t kBlock = 160;
 
+inline const uint8_t* Octets(const char* text) {
+  return reinterpret_cast<const uint8_t*>(text);
+}
+
 class COwner : public IWaveOwner {
  public:
   void SilenceTransmit() override { ++silenced; }

@@ -8,7 +8,7 @@
 namespace zelk {
 namespace {
 
-std::vector<uint8_t> Packet(size_t length) {
+std::vector<uint8_t> PacketOf(size_t length) {
   std::vector<uint8_t> packet(length);
   const uint8_t header[] = {0xFF, 0x55, 0x78, 0x56, 0x34, 0x92, 0x07, 0xAA};
   for (size_t i = 0; i < packet.size() && i < 8; ++i)
@@ -18,7 +18,7 @@ std::vector<uint8_t> Packet(size_t length) {
 
 TEST(AudioPacket, TheHeaderIsReadLittleEndian) {
   SAudioHeader header;
-  ASSERT_TRUE(ReadAudioHeader(Packet(600).data(), 600, header));
+  ASSERT_TRUE(ReadAudioHeader(PacketOf(600).data(), 600, header));
   EXPECT_EQ(header.sequence, 0x92345678U);
   EXPECT_EQ(header.backlogHint, 7);
 }
@@ -26,7 +26,7 @@ TEST(AudioPacket, TheHeaderIsReadLittleEndian) {
 TEST(AudioPacket, AHeaderThatWasUsedBeforeHoldsTheNewSequence) {
   SAudioHeader header;
   header.sequence = 0xFFFFFFFF;
-  ASSERT_TRUE(ReadAudioHeader(Packet(600).data(), 600, header));
+  ASSERT_TRUE(ReadAudioHeader(PacketOf(600).data(), 600, header));
   EXPECT_EQ(header.sequence, 0x92345678U);
 }
 
@@ -34,14 +34,14 @@ TEST(AudioPacket, OnlyLengthsFrom584To1448AreAccepted) {
   for (size_t length = 0; length <= 1522; ++length) {
     SAudioHeader header;
     // Exactly as much memory as the length says: a read beyond it is seen by the address sanitizer.
-    const std::vector<uint8_t> packet = Packet(length);
+    const std::vector<uint8_t> packet = PacketOf(length);
     EXPECT_EQ(ReadAudioHeader(packet.data(), length, header), length >= 584 && length <= 1448) << length;
   }
 }
 
 TEST(AudioPacket, BothMagicBytesMustBeRight) {
   SAudioHeader header;
-  std::vector<uint8_t> packet = Packet(600);
+  std::vector<uint8_t> packet = PacketOf(600);
   packet[0] = 0x55;
   packet[1] = 0xFF;
   EXPECT_FALSE(ReadAudioHeader(packet.data(), packet.size(), header));

@@ -55,9 +55,9 @@ struct SApplication {
 };
 
 // The library's form, driven by hand in one thread.
-class CUnderTest : private IMediaHook, private IAudioNotice, private IPacketSink {
+class CReceiverUnderTest : private IMediaHook, private IAudioNotice, private IPacketSink {
  public:
-  CUnderTest(uint32_t trunks, uint32_t blocks)
+  CReceiverUnderTest(uint32_t trunks, uint32_t blocks)
       : sender(controls, *this, stop), receiver(controls, *this, echo, sender, stop), pacer(controls, rings) {
     EXPECT_TRUE(rings.Create(trunks, blocks));
     EXPECT_TRUE(sender.Create(rings));
@@ -105,9 +105,9 @@ class CUnderTest : private IMediaHook, private IAudioNotice, private IPacketSink
   CAudioPacer pacer;
 };
 
-class COracle {
+class CReceiverOracle {
  public:
-  COracle(unsigned trunks, unsigned blocks) : card(trunks, blocks) {
+  CReceiverOracle(unsigned trunks, unsigned blocks) : card(trunks, blocks) {
     application.stop = [this](unsigned position) { card.Flush(position); };
     card.play = [this](unsigned position, uint8_t* block) { application.Play(position, block); };
     card.queryMark = [this](unsigned position) { return application.Mark(position); };
@@ -177,8 +177,8 @@ class AudioReceiverFlow : public testing::TestWithParam<SRun> {
 
   const SRun run = GetParam();
   std::mt19937 random{run.trunks * 100 + run.blocks};
-  CUnderTest product{run.trunks, run.blocks};
-  COracle oracle{run.trunks, run.blocks};
+  CReceiverUnderTest product{run.trunks, run.blocks};
+  CReceiverOracle oracle{run.trunks, run.blocks};
 };
 
 // Packets of any length, passes, flushes, lost and doubled packets and echo switches in random order: every packet

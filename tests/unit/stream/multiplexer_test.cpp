@@ -15,7 +15,7 @@
 namespace zelk {
 namespace {
 
-constexpr size_t kPosition = 5;
+constexpr size_t kLinePosition = 5;
 
 class Multiplexer : public testing::Test {
  protected:
@@ -26,11 +26,11 @@ class Multiplexer : public testing::Test {
   }
 
   void Push(uint8_t fill, bool mark = false, uint32_t flushCount = 0, int16_t uniform = kNotUniform) {
-    const SPoolBlock block = Pool().NextFree(kPosition);
+    const SPoolBlock block = Pool().NextFree(kLinePosition);
     ASSERT_TRUE(block);
     std::memset(block.data, fill, kBlockBytes);
     *block.note = {flushCount, mark, uniform};
-    Pool().PushReady(kPosition);
+    Pool().PushReady(kLinePosition);
   }
 
   // The next bytes of the position.
@@ -39,7 +39,7 @@ class Multiplexer : public testing::Test {
     multiplexer.CopyFrames(rows.data(), frames);
     std::vector<uint8_t> column;
     for (size_t frame = 0; frame < frames; ++frame)
-      column.push_back(rows[frame * 32 + kPosition]);
+      column.push_back(rows[frame * 32 + kLinePosition]);
     return column;
   }
 
@@ -80,11 +80,11 @@ TEST_F(Multiplexer, WithoutMemoryItIsNotCreated) {
 TEST_F(Multiplexer, ABlockGoesBackOnlyWhenTheNextByteIsNeeded) {
   Push(7);
   Copy(161);
-  EXPECT_EQ(Pool().FreeCount(kPosition), 2U);
+  EXPECT_EQ(Pool().FreeCount(kLinePosition), 2U);
   Copy(159);
-  EXPECT_EQ(Pool().FreeCount(kPosition), 2U);
+  EXPECT_EQ(Pool().FreeCount(kLinePosition), 2U);
   Copy(1);
-  EXPECT_EQ(Pool().FreeCount(kPosition), 3U);
+  EXPECT_EQ(Pool().FreeCount(kLinePosition), 3U);
 }
 
 TEST_F(Multiplexer, TheMarkIsReportedWhenItsBlockIsTaken) {
@@ -107,7 +107,7 @@ TEST_F(Multiplexer, WhatStandsInTheRowsAlreadyIsNotTurnedAgain) {
   for (int turn = 0; turn < 500; ++turn) {
     ASSERT_EQ(Copy(60), std::vector<uint8_t>(expected.begin(), expected.begin() + 60)) << turn;
     if (random() % 8 == 0) {
-      controls.Flush(kPosition);
+      controls.Flush(kLinePosition);
       ++flushes;
       std::fill(expected.begin() + 60, expected.end(), uint8_t{0x54});
     }
@@ -138,7 +138,7 @@ TEST_F(Multiplexer, AFlushSilencesTheRestOfTheBlockOnTheLineAndWhatWaits) {
   Push(7);
   Push(8, true);
   Copy(200);
-  controls.Flush(kPosition);
+  controls.Flush(kLinePosition);
   Push(9, false, 1);  // filled after the flush
   EXPECT_EQ(Copy(120), All(120, 0x54));
   EXPECT_EQ(Copy(160), All(160, 0x54));
@@ -149,13 +149,13 @@ TEST_F(Multiplexer, AFlushSilencesTheRestOfTheBlockOnTheLineAndWhatWaits) {
 TEST_F(Multiplexer, AFlushOfOnePositionLeavesTheOthersAlone) {
   Push(7);
   Copy(200);
-  controls.Flush(kPosition + 1);
-  controls.Flush(kPosition - 1);
+  controls.Flush(kLinePosition + 1);
+  controls.Flush(kLinePosition - 1);
   EXPECT_EQ(Copy(120), All(120, 7));
 }
 
 TEST_F(Multiplexer, FlushesBeforeTheStartDoNotSilenceWhatWasFilledAfterThem) {
-  controls.Flush(kPosition);
+  controls.Flush(kLinePosition);
   ASSERT_TRUE(multiplexer.Create(rings));
   Push(7, false, 1);
   EXPECT_EQ(Copy(161).back(), 7);

@@ -13,6 +13,8 @@ namespace {
 
 using test::ChannelElement;
 using test::Join;
+using test::kConnect;
+using test::kSetup;
 using test::Message;
 using test::NumberElement;
 using testing::Contains;
@@ -20,9 +22,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-constexpr std::uint8_t kSetup = 0x05;
 constexpr std::uint8_t kAlerting = 0x01;
-constexpr std::uint8_t kConnect = 0x07;
 constexpr std::uint8_t kNotify = 0x6E;
 constexpr int kSlot = 7;
 constexpr int kCell = 6;  // of that timeslot

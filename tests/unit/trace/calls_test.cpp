@@ -13,13 +13,13 @@ using test::CauseElement;
 using test::ChannelElement;
 using test::Information;
 using test::Join;
+using test::kConnect;
+using test::kSetup;
 using test::Message;
 using test::NumberElement;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr std::uint8_t kSetup = 0x05;
-constexpr std::uint8_t kConnect = 0x07;
 constexpr std::uint8_t kDisconnect = 0x45;
 constexpr std::uint8_t kRelease = 0x4D;
 constexpr std::uint8_t kReleaseComplete = 0x5A;

@@ -34,7 +34,7 @@ Bytes Page() {
   return page;
 }
 
-std::string Refusal(const Bytes& page) {
+std::string PageRefusal(const Bytes& page) {
   try {
     ParseStatusPage(page, "p");
   } catch (const CTraceError& error) {
@@ -73,20 +73,20 @@ TEST(StatusPage, ReadsTheRecordsWhereTheyStand) {
 }
 
 TEST(StatusPage, WhatIsNoneOfThisVersionAndSizeIsRefused) {
-  EXPECT_EQ(Refusal(Page()), "");
-  EXPECT_EQ(Refusal({}), "p: is no status page of the library");
+  EXPECT_EQ(PageRefusal(Page()), "");
+  EXPECT_EQ(PageRefusal({}), "p: is no status page of the library");
   Bytes page = Page();
   page[7] = 'X';
-  EXPECT_EQ(Refusal(page), "p: is no status page of the library");
+  EXPECT_EQ(PageRefusal(page), "p: is no status page of the library");
   page = Page();
   Set(page, 8, std::uint32_t{2});
-  EXPECT_NE(Refusal(page).find("version 2"), std::string::npos);
+  EXPECT_NE(PageRefusal(page).find("version 2"), std::string::npos);
   page = Page();
   page.pop_back();
-  EXPECT_NE(Refusal(page).find("340735 bytes"), std::string::npos);
+  EXPECT_NE(PageRefusal(page).find("340735 bytes"), std::string::npos);
   page = Page();
   Set(page, 12, std::uint32_t{7});
-  EXPECT_NE(Refusal(page).find("says that it has 7"), std::string::npos);
+  EXPECT_NE(PageRefusal(page).find("says that it has 7"), std::string::npos);
 }
 
 TEST(StatusPage, AnyBytesBehindItsHeadAreReadWithoutHarm) {

@@ -15,8 +15,6 @@ namespace zelk::sim {
 // A socket of the library and the outside's end of its connection.
 class Connection : public testing::Test {
  protected:
-  static constexpr SIpv4Endpoint kCard{Address(10, 1, 0, 9), 8150};
-
   Connection() {
     listener = world.Network().Listen(kCard, [this](const std::shared_ptr<CStream>& accepted) {
       stream = accepted;

@@ -11,37 +11,37 @@
 namespace zelk::sim {
 namespace {
 
-const char* const kPath = "/world/file";
+const char* const kFilePath = "/world/file";
 
 TEST(SimulatedFile, AppendsAtTheEndWhateverOthersDo) {
   CWorld world({});
-  world.Files().Put(kPath, "old ");
+  world.Files().Put(kFilePath, "old ");
   RunToEnd(world, [&] {
     CAppendFile one;
     CAppendFile other;
     EXPECT_FALSE(one.IsOpen());
     EXPECT_EQ(one.Write("x", 1), -1);
-    EXPECT_TRUE(one.Open(kPath));
-    EXPECT_TRUE(other.Open(kPath));
+    EXPECT_TRUE(one.Open(kFilePath));
+    EXPECT_TRUE(other.Open(kFilePath));
     EXPECT_EQ(one.Write("a", 1), 1);
     EXPECT_EQ(other.Write("b", 1), 1);
     EXPECT_EQ(one.Write("c", 1), 1);
     one.Close();
     EXPECT_FALSE(one.IsOpen());
   });
-  EXPECT_EQ(world.Files().Read(kPath), "old abc");
+  EXPECT_EQ(world.Files().Read(kFilePath), "old abc");
 }
 
 TEST(SimulatedFile, ReadsAtAnyPlace) {
   CWorld world({});
-  world.Files().Put(kPath, "0123456789");
+  world.Files().Put(kFilePath, "0123456789");
   RunToEnd(world, [&] {
     CReadFile file;
     EXPECT_FALSE(file.Open(nullptr));
     EXPECT_FALSE(file.Open("/world/missing"));
     EXPECT_EQ(file.Size(), 0U);
     EXPECT_TRUE(file.Close());
-    EXPECT_TRUE(file.Open(kPath));
+    EXPECT_TRUE(file.Open(kFilePath));
     std::array<char, 4> bytes{};
     EXPECT_EQ(file.Size(), 10U);
     EXPECT_EQ(file.ReadAt(3, bytes.data(), bytes.size()), 4U);
@@ -57,21 +57,21 @@ TEST(SimulatedFile, ReadsAtAnyPlace) {
 
 TEST(SimulatedFile, UpdatesFromTheBeginningAndAlone) {
   CWorld world({});
-  world.Files().Put(kPath, "0123456789");
+  world.Files().Put(kFilePath, "0123456789");
   RunToEnd(world, [&] {
     CUpdateFile file;
     CUpdateFile other;
     EXPECT_FALSE(file.OpenExisting("/world/missing"));
     EXPECT_FALSE(file.Write("x", 1));
-    EXPECT_TRUE(file.OpenExisting(kPath));
+    EXPECT_TRUE(file.OpenExisting(kFilePath));
     EXPECT_EQ(file.Size32(), 10U);
-    EXPECT_FALSE(other.OpenExisting(kPath));
+    EXPECT_FALSE(other.OpenExisting(kFilePath));
     EXPECT_TRUE(file.Write("abc", 3));
     EXPECT_TRUE(file.Write("d", 1));
     EXPECT_TRUE(file.Close());
-    EXPECT_TRUE(other.OpenExisting(kPath));
+    EXPECT_TRUE(other.OpenExisting(kFilePath));
   });
-  EXPECT_EQ(world.Files().Read(kPath), "abcd456789");
+  EXPECT_EQ(world.Files().Read(kFilePath), "abcd456789");
 }
 
 TEST(SimulatedFile, SettingsAndSoundsAreReadFromTheSameFiles) {
@@ -90,7 +90,7 @@ TEST(SimulatedFile, SettingsAndSoundsAreReadFromTheSameFiles) {
 
 TEST(SimulatedFile, OutsideOfAWorldThereIsNone) {
   CAppendFile file;
-  EXPECT_FALSE(file.Open(kPath));
+  EXPECT_FALSE(file.Open(kFilePath));
 }
 
 }  // namespace

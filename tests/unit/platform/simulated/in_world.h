@@ -7,9 +7,13 @@
 #include <span>
 #include <string>
 
+#include "platform/simulated/network.h"
 #include "platform/simulated/world.h"
 
 namespace zelk::sim {
+
+// Where the outside listens.
+inline constexpr SIpv4Endpoint kCard{Address(10, 1, 0, 9), 8150};
 
 // Runs body in a world of these options, which has to end as it should.
 inline SOutcome RunToEnd(CWorld& world, std::function<void()> body) {

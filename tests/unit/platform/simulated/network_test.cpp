@@ -11,8 +11,6 @@
 namespace zelk::sim {
 namespace {
 
-constexpr SIpv4Endpoint kCard{Address(10, 1, 0, 9), 8150};
-
 TEST(Network, DatagramsGoOutAndComeBack) {
   CWorld world({});
   std::unique_ptr<CDatagrams> echo = world.Network().OpenDatagrams(

@@ -13,8 +13,6 @@
 namespace zelk::sim {
 namespace {
 
-constexpr SIpv4Endpoint kCard{Address(10, 1, 0, 9), 8150};
-
 TEST(SimulatedSocket, ACloseReleasesEveryWait) {
   CWorld world({});
   RunToEnd(world, [&] {

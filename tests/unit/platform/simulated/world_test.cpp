@@ -21,8 +21,6 @@
 namespace zelk::sim {
 namespace {
 
-constexpr SIpv4Endpoint kCard{Address(10, 1, 0, 9), 8150};
-
 // Tasks that lock, wait, send, write and sleep, with an echo outside that loses some.
 void BeBusy(CWorld& world) {
   CMutex lock;
