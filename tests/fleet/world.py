@@ -108,6 +108,7 @@ class Host:
             command(*self.inside, "ip", *words.split())
         self.reports = []
         self.node = None
+        self.started = 0.0  # by this computer's clock
         self.simulator = None
         self.cards, self.trunks, self.simulator_options = cards, trunks, simulator
         self.start_simulator()
@@ -120,6 +121,7 @@ class Host:
         self.simulator.wait_said(f"card {self.cards}:")
 
     def start(self, *options, env=None, role=""):
+        self.started = time.time()
         self.node = Program(self.folder / "node.txt", [
             *self.inside, self.folder / "bin" / "zelk-node", "--node", self.name, "--files", self.folder / "files",
             *self.world.link_options(role), *options], env=env)
