@@ -88,7 +88,7 @@ jetstream {{ store_dir: "{self.folder}/store", max_file_store: 1G }}
     def is_well(self):
         """Whether its streams work, as it says itself."""
         try:
-            return urllib.request.urlopen(f"http://127.0.0.1:{self.page}/healthz?js-enabled=true", timeout=5).status == 200
+            return urllib.request.urlopen(f"http://127.0.0.1:{self.page}/healthz", timeout=5).status == 200
         except OSError:
             return False
 
@@ -217,8 +217,8 @@ class World:
         wait_until(is_there, lambda: f"{count} results; there are {len(seen)}", longest)
         return [json.loads(line) for line in seen]
 
-    def nodes(self):
-        return [json.loads(line) for line in self.fleet("nodes", "--json").stdout.splitlines()]
+    def nodes(self, check=True):
+        return [json.loads(line) for line in self.fleet("nodes", "--json", check=check).stdout.splitlines()]
 
     def standing(self):
         done = self.fleet("watch", "--once", "--json", check=False)
