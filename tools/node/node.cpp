@@ -22,7 +22,7 @@ constexpr milliseconds kRound{10};
 constexpr std::chrono::seconds kClearingLimit{10};
 constexpr milliseconds kFlushLimit{3000};
 constexpr std::chrono::seconds kPatience{60};
-constexpr milliseconds kPause{200};
+constexpr milliseconds kAskAgain{200};
 
 milliseconds FromNanoseconds(int64_t time) {
   return std::chrono::duration_cast<milliseconds>(std::chrono::nanoseconds(time));
@@ -48,7 +48,7 @@ void AskPatiently(const std::string& what, const std::function<natsStatus(jsErrC
         phone::CSession::StopRequested()) {
       Check(status, what + " (made by zelk-fleet init)");
     }
-    std::this_thread::sleep_for(kPause);
+    std::this_thread::sleep_for(kAskAgain);
   }
 }
 
