@@ -63,7 +63,9 @@ def wrong_clock(folder, seconds):
     source = Path(folder) / "clock.c"
     source.write_text(CLOCK)
     command("cc", "-shared", "-fPIC", f"-DAHEAD={seconds}", "-o", source.with_suffix(".so"), source, "-ldl")
-    return {**os.environ, "LD_PRELOAD": str(source.with_suffix(".so"))}
+    # AddressSanitizer wants to be loaded first, and does without.
+    asan = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+    return {**os.environ, "LD_PRELOAD": str(source.with_suffix(".so")), "ASAN_OPTIONS": asan}
 
 
 def clock_faults(world, seconds):
