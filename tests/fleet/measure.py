@@ -13,7 +13,6 @@ import subprocess
 import sys
 import tempfile
 import time
-import urllib.request
 
 from world import Events, World, wait_until
 
@@ -35,16 +34,6 @@ def stored(world):
     return line["done"] if line else 0
 
 
-def bytes_of(world, stream):
-    """Messages and bytes of a stream, as the server's page has them."""
-    page = json.load(urllib.request.urlopen("http://127.0.0.1:8222/jsz?streams=true"))
-    for account in page["account_details"]:
-        for each in account["stream_detail"]:
-            if each["name"] == stream:
-                return each["state"]["messages"], each["state"]["bytes"]
-    return 0, 0
-
-
 def throughput(world, count):
     jobs = [{"id": f"t{n}", "to": f"03{n:06}", "digits": 1} for n in range(count)]
     before = processors(world)
@@ -57,8 +46,8 @@ def throughput(world, count):
     print(f"{count} jobs: submitted in {submitted:.1f} s, done in {seconds:.1f} s, {count / seconds:.0f} a second; processor "
           f"time: hosts {used[0]:.1f} s, servers {used[1]:.1f} s, simulators {used[2]:.1f} s")
     for stream in ("zelk-zelk-results", "KV_zelk-zelk-claims"):
-        messages, size = bytes_of(world, stream)
-        print(f"{stream}: {messages} messages, {size / max(messages, 1):.0f} bytes each")
+        state = world.stream(stream)
+        print(f"{stream}: {state['messages']} messages, {state['bytes'] / state['messages']:.0f} bytes each")
 
 
 def latency(world, rate, count):

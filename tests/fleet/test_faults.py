@@ -2,6 +2,7 @@
 """Hosts, servers and cables that go away while calls are under way."""
 import collections
 import signal
+import time
 
 import pytest
 from world import wait_until
@@ -99,3 +100,18 @@ def test_a_drained_host_ends_its_calls_and_takes_no_more(pair):
     assert outcomes(world.wait_results(30)) == {"connected": 30}
     assert len(dialled(first)) == 10
     assert "host1" not in world.busy(), "its entry is gone"
+
+
+def test_a_host_that_starts_while_no_server_leads(make_world):
+    """It waits for them: whoever starts all computers at once has both."""
+    world = make_world(servers=3)
+    world.init()
+    for server in world.servers[1:]:
+        server.kill()
+    host = world.host()
+    host.start()
+    asked_twice = time.monotonic() + 7  # a question waits for 5 s
+    wait_until(lambda: time.monotonic() > asked_twice or not host.node.is_running(), "a while")
+    for server in world.servers[1:]:
+        server.start()
+    host.wait_up()

@@ -11,6 +11,7 @@ import socket
 import subprocess
 import threading
 import time
+import urllib.request
 from pathlib import Path
 
 LONGEST = 60  # seconds that anything may be waited for
@@ -61,14 +62,14 @@ class Server:
         self.number = number
         self.folder = folder / f"server{number}"
         self.folder.mkdir()
-        self.port = 4221 + number
+        self.port, self.page = 4221 + number, 8221 + number
         routes = ", ".join(f'"nats://127.0.0.1:{6221 + each}"' for each in range(1, count + 1) if each != number)
         cluster = f'cluster {{ name: "zelk", listen: "127.0.0.1:{6221 + number}", routes: [{routes}] }}' if count > 1 else ""
         self.config = self.folder / "server.conf"
         self.config.write_text(f"""
 server_name: "server{number}"
 listen: "{SERVER_ADDRESS}:{self.port}"
-http: "127.0.0.1:{8221 + number}"
+http: "127.0.0.1:{self.page}"
 jetstream {{ store_dir: "{self.folder}/store", max_file_store: 1G }}
 {cluster}
 {extra}
@@ -83,6 +84,13 @@ jetstream {{ store_dir: "{self.folder}/store", max_file_store: 1G }}
 
     def kill(self, number=signal.SIGKILL):
         self.program.kill(number)
+
+    def is_well(self):
+        """Whether its streams work, as it says itself."""
+        try:
+            return urllib.request.urlopen(f"http://127.0.0.1:{self.page}/healthz", timeout=5).status == 200
+        except OSError:
+            return False
 
 
 class Host:
@@ -108,6 +116,7 @@ class Host:
             command(*self.inside, "ip", *words.split())
         self.reports = []
         self.node = None
+        self.started = 0.0  # by this computer's clock
         self.simulator = None
         self.cards, self.trunks, self.simulator_options = cards, trunks, simulator
         self.start_simulator()
@@ -120,6 +129,7 @@ class Host:
         self.simulator.wait_said(f"card {self.cards}:")
 
     def start(self, *options, env=None, role=""):
+        self.started = time.time()
         self.node = Program(self.folder / "node.txt", [
             *self.inside, self.folder / "bin" / "zelk-node", "--node", self.name, "--files", self.folder / "files",
             *self.world.link_options(role), *options], env=env)
@@ -176,8 +186,11 @@ class World:
         return self.hosts[-1]
 
     def fleet(self, *words, text=None, check=True, timeout=LONGEST, role=""):
-        done = subprocess.run([os.environ["ZELK_FLEET"], *self.link_options(role), *[str(word) for word in words]], input=text,
-                              capture_output=True, text=True, timeout=timeout)
+        words = (os.environ["ZELK_FLEET"], *self.link_options(role), *[str(word) for word in words])
+        try:
+            done = subprocess.run(words, input=text, capture_output=True, text=True, timeout=timeout)
+        except subprocess.TimeoutExpired:
+            done = subprocess.CompletedProcess(words, -signal.SIGKILL, "", f"not within {timeout} s")
         assert not check or done.returncode == 0, done.stderr + done.stdout
         return done
 
@@ -204,13 +217,26 @@ class World:
         wait_until(is_there, lambda: f"{count} results; there are {len(seen)}", longest)
         return [json.loads(line) for line in seen]
 
-    def nodes(self):
-        return [json.loads(line) for line in self.fleet("nodes", "--json").stdout.splitlines()]
+    def nodes(self, check=True):
+        return [json.loads(line) for line in self.fleet("nodes", "--json", check=check).stdout.splitlines()]
 
     def standing(self):
         done = self.fleet("watch", "--once", "--json", check=False)
         line = json.loads(done.stdout) if done.returncode == 0 else {}
         return line if "waiting" in line else None
+
+    def stream(self, name):
+        """The state of a stream, as the page of a server that has a copy shows it; nothing while none does."""
+        for server in self.servers:
+            try:
+                page = json.load(urllib.request.urlopen(f"http://127.0.0.1:{server.page}/jsz?streams=true", timeout=LONGEST))
+            except OSError:
+                continue
+            for account in page.get("account_details", []):
+                for each in account.get("stream_detail", []):
+                    if each["name"] == name:
+                        return each["state"]
+        return {}
 
     def busy(self):
         """How many jobs each host has, as its entry says."""

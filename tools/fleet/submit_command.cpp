@@ -17,9 +17,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t kMostOpen = 500;  // jobs that the server has not answered for
+constexpr size_t kMostSent = 500;  // jobs that the server has not answered for
 constexpr std::chrono::seconds kAnswerLimit{5};
-constexpr std::chrono::seconds kPatience{120};  // without a single answer
+constexpr std::chrono::seconds kAnswerPatience{120};  // without a single answer
 constexpr size_t kMostFaults = 20;              // told one by one
 
 std::string ReadAll(const std::string& path) {
@@ -60,7 +60,7 @@ class CSubmission {
   SSubmitted Run() {
     lastAnswer = Clock::now();
     while (next < jobs.size() || !open.empty()) {
-      while (next < jobs.size() && open.size() < kMostOpen) {
+      while (next < jobs.size() && open.size() < kMostSent) {
         Send(next++);
       }
       TakeAnswer();
@@ -88,7 +88,7 @@ class CSubmission {
     natsMsg* message = nullptr;
     const natsStatus status = natsSubscription_NextMsg(&message, answers, 100);
     if (status != NATS_OK) {
-      if (Clock::now() - lastAnswer > kPatience) {
+      if (Clock::now() - lastAnswer > kAnswerPatience) {
         throw CLinkError("the servers do not answer; " + std::to_string(submitted.stored + submitted.known) + " of " +
                          std::to_string(jobs.size()) + " jobs are stored, submit the same file again");
       }

@@ -34,18 +34,19 @@ void CLease::Write(Clock::time_point now) {
     // The server counts from when it had the entry, which was later; what is left out is for clocks that run apart.
     heldUntil = std::max(heldUntil, now + life * 7 / 10);
     if (now >= nextClock) {
-      nextClock = now + kClockEvery;
-      ReadClock(written);
+      ReadClock(now, written);
     }
   });
 }
 
-void CLease::ReadClock(phone::UtcTime written) {
+void CLease::ReadClock(Clock::time_point now, phone::UtcTime written) {
   const phone::UtcTime stored = std::chrono::system_clock::now();
   asks.Ask(GetSubject("KV_" + names.nodes), LastOfSubject(names.NodeKey(node)),
-           [this, written, stored](const SReply& reply) {
+           [this, now, written, stored](const SReply& reply) {
              const SFound found = FoundOf(reply);
              if (found.kind == SFound::EKind::kThere) {
+               nextClock = now + kClockEvery;
+               knowsClock = true;
                const phone::UtcTime middle = written + (stored - written) / 2;
                offset = std::chrono::duration_cast<std::chrono::milliseconds>(found.time - middle);
              }

@@ -24,7 +24,8 @@ class CLease {
   void Renew() { next = Clock::time_point(); }
   void Remove(fleet::CLink& link);
 
-  bool IsHeld(Clock::time_point now) const { return now < heldUntil; }
+  // Not before the servers' clock is known: the first jobs have their times too.
+  bool IsHeld(Clock::time_point now) const { return knowsClock && now < heldUntil; }
   // Entries of other hosts that live are there: they had the time to write them since the servers were away.
   bool SeesOthers(Clock::time_point now) const { return IsHeld(now) && now - heldSince >= life; }
   std::chrono::milliseconds Life() const { return life; }
@@ -34,7 +35,7 @@ class CLease {
 
  private:
   void Write(Clock::time_point now);
-  void ReadClock(phone::UtcTime written);
+  void ReadClock(Clock::time_point now, phone::UtcTime written);
 
   CAsks& asks;
   const fleet::SNames& names;
@@ -46,6 +47,7 @@ class CLease {
   Clock::time_point heldSince;
   Clock::time_point heldUntil;
   std::chrono::milliseconds offset{0};
+  bool knowsClock = false;
 };
 
 }  // namespace node

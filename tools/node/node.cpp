@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <thread>
 
 #include "common/port_holders.h"
 #include "phone/snapshot.h"
@@ -19,6 +21,8 @@ constexpr milliseconds kTurn{50};
 constexpr milliseconds kRound{10};
 constexpr std::chrono::seconds kClearingLimit{10};
 constexpr milliseconds kFlushLimit{3000};
+constexpr std::chrono::seconds kPatience{60};
+constexpr milliseconds kAskAgain{200};
 
 milliseconds FromNanoseconds(int64_t time) {
   return std::chrono::duration_cast<milliseconds>(std::chrono::nanoseconds(time));
@@ -29,6 +33,23 @@ std::string NewBoot() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(now).count()) + "-" +
          std::to_string(tool::OwnProcessId());
+}
+
+// While the servers elect a leader there is no answer. What they say is not there is told at once.
+void AskPatiently(const std::string& what, const std::function<natsStatus(jsErrCode& code)>& ask) {
+  const auto end = Clock::now() + kPatience;
+  while (true) {
+    jsErrCode code{};
+    const natsStatus status = ask(code);
+    if (status == NATS_OK) {
+      return;
+    }
+    if (code == JSStreamNotFoundErr || code == JSConsumerNotFoundErr || Clock::now() > end ||
+        phone::CSession::StopRequested()) {
+      Check(status, what + " (made by zelk-fleet init)");
+    }
+    std::this_thread::sleep_for(kAskAgain);
+  }
 }
 
 // The channels are opened before anything is said of them.
@@ -83,15 +104,15 @@ CNode::CNode(const SNodeOptions& nodeOptions)
 CNode::STimes CNode::ReadTimes() {
   jsStreamInfo* bucket = nullptr;
   jsConsumerInfo* consumer = nullptr;
-  jsErrCode code{};
   STimes read;
-  const std::string advice = " (made by zelk-fleet init)";
-  Check(js_GetStreamInfo(&bucket, link.JetStream(), ("KV_" + names.nodes).c_str(), nullptr, &code),
-        "no bucket " + names.nodes + advice);
+  AskPatiently("no bucket " + names.nodes, [&](jsErrCode& code) {
+    return js_GetStreamInfo(&bucket, link.JetStream(), ("KV_" + names.nodes).c_str(), nullptr, &code);
+  });
   read.life = FromNanoseconds(bucket->Config->MaxAge);
   jsStreamInfo_Destroy(bucket);
-  Check(js_GetConsumerInfo(&consumer, link.JetStream(), names.jobs.c_str(), fleet::kConsumer, nullptr, &code),
-        "no stream " + names.jobs + advice);
+  AskPatiently("no stream " + names.jobs, [&](jsErrCode& code) {
+    return js_GetConsumerInfo(&consumer, link.JetStream(), names.jobs.c_str(), fleet::kConsumer, nullptr, &code);
+  });
   read.ackWait = FromNanoseconds(consumer->Config->AckWait);
   jsConsumerInfo_Destroy(consumer);
   return read;
