@@ -41,6 +41,7 @@ void AddMessages(SControlCounts& sum, const SControlCounts& counts) {
 void PutInOrderOfPackets(std::vector<SControl>& messages) {
   std::uint64_t latest[2] = {};
   std::vector<std::pair<std::uint64_t, std::size_t>> places;
+  places.reserve(messages.size());
   for (const SControl& message : messages) {
     std::uint64_t& packet = latest[message.direction == EDirection::kToLibrary ? 0 : 1];
     packet = std::max(packet, message.packet);
@@ -48,6 +49,7 @@ void PutInOrderOfPackets(std::vector<SControl>& messages) {
   }
   std::sort(places.begin(), places.end());
   std::vector<SControl> ordered;
+  ordered.reserve(messages.size());
   for (const auto& [packet, place] : places) {
     ordered.push_back(std::move(messages[place]));
   }
