@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
-// An application for the load program. Usage: load_application LIBRARY idle|busy|numbered   (until its input ends)
+// An application for the load program. Usage: load_application LIBRARY idle|busy|calls|numbered   (until its input
+// ends)
 //   idle       opens nothing, plays nothing, has no callbacks
 //   busy       every channel open, with a second and a half of sound queued at all times, and recorded
-//   numbered   the same with blocks that say where they belong, and a look at every block that is recorded
+//   calls      busy, and in a call on every channel, dialled before and held until the end
+//   numbered   busy with blocks that say where they belong, and a look at every block that is recorded
 // "ready CHANNELS" when the library is started and everything is queued; a line of JSON at the end.
 #include <array>
 #include <atomic>
@@ -25,14 +27,19 @@ constexpr size_t kBlocksAtOnce = 25;  // half a second
 // Parts of the channels, one of which is looked after at a time: the packets do not wait for the application.
 constexpr int32_t kParts = 100;
 constexpr std::chrono::milliseconds kBetweenParts{5};
+constexpr std::chrono::seconds kPatience{60};
 
 // The callbacks have no other way to these.
 load::CRecordCount recorded;
 std::vector<load::CBlockFollower> followers;
 std::atomic<uint64_t> digits{0};
 std::atomic<uint64_t> playsDone{0};
+std::atomic<int32_t> connected{0};
+std::atomic<uint64_t> ended{0};
 
 void ZELK_CALL OnEvent(int32_t, uint32_t event, int32_t) {
+  connected += event == ZELK_EVENT_CONNECTED ? 1 : 0;
+  ended += event == ZELK_EVENT_DISCONNECTED ? 1 : 0;
   digits += event == ZELK_EVENT_DTMF ? 1 : 0;
   playsDone += event == ZELK_EVENT_PLAY_DONE ? 1 : 0;
 }
@@ -84,9 +91,33 @@ void Report(int32_t channels) {
     sum.Add(followers[static_cast<size_t>(channel)].counts);
   }
   const auto wide = [](uint64_t value) { return static_cast<unsigned long long>(value); };
-  std::printf("{\"recorded\": %llu, \"digits\": %llu, \"plays_done\": %llu, \"heard\": %s}\n", wide(recorded.Blocks()),
-              wide(digits), wide(playsDone), load::Text(sum).c_str());
+  std::printf("{\"recorded\": %llu, \"digits\": %llu, \"plays_done\": %llu, \"calls_ended\": %llu, \"heard\": %s}\n",
+              wide(recorded.Blocks()), wide(digits), wide(playsDone), wide(ended), load::Text(sum).c_str());
   std::fflush(stdout);
+}
+
+template <typename Condition>
+void WaitFor(const char* what, Condition isMet) {
+  for (const auto begun = std::chrono::steady_clock::now(); !isMet(); std::this_thread::sleep_for(kBetweenParts)) {
+    if (std::chrono::steady_clock::now() - begun > kPatience) {
+      throw std::runtime_error(std::string("in vain for ") + what);
+    }
+  }
+}
+
+void Dial(const load::SLibrary& library) {
+  const int32_t channels = library.GetChannelCount();
+  for (int32_t channel = 0; channel < channels; ++channel) {
+    WaitFor("READY", [&] {
+      return library.GetChannelInfo(channel, ZELK_INFO_CHANNELSTATE) == static_cast<uint32_t>(ZELK_CHANNEL_READY);
+    });
+  }
+  for (int32_t channel = 0; channel < channels; ++channel) {
+    if (!library.Dial(channel, "5551234", "100")) {
+      throw std::runtime_error("ZELK_Dial failed");
+    }
+  }
+  WaitFor("CONNECTED", [&] { return connected == channels; });
 }
 
 void Run(const std::string& path, const std::string& mode) {
@@ -105,6 +136,9 @@ void Run(const std::string& path, const std::string& mode) {
   CPlayer player(library, mode == "numbered");
   for (int32_t channel = 0; plays && channel < library.GetChannelCount(); ++channel) {
     library.OpenChannel(channel);
+  }
+  if (mode == "calls") {
+    Dial(library);
   }
   std::atomic<bool> stopping{false};
   std::thread feeder([&] {
@@ -129,7 +163,7 @@ void Run(const std::string& path, const std::string& mode) {
 int main(int count, char** arguments) {
   try {
     if (count != 3) {
-      throw std::runtime_error("usage: load_application LIBRARY idle|busy|numbered");
+      throw std::runtime_error("usage: load_application LIBRARY idle|busy|calls|numbered");
     }
     Run(arguments[1], arguments[2]);
   } catch (const std::exception& error) {

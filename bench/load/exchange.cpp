@@ -36,7 +36,7 @@ void Run(const std::vector<std::string>& arguments) {
     exchange.Card(card).SetAnswerPlanner([voice](const cardsim::CCall&) {
       cardsim::SAnswerPlan plan;
       plan.alertAfter.reset();
-      plan.farEnd.play = cardsim::MakeBytesSource(voice);
+      plan.farEnd.play = cardsim::MakeBytesSource(voice, true);
       return plan;
     });
   }

@@ -127,6 +127,14 @@ class Ladder : public CCaptureTest {
     return std::regex_replace(text, std::regex("[ 0-9]+\\.[0-9]{6} s  "), "");
   }
 
+  static size_t CountOf(const std::string& text, const std::string& word) {
+    size_t count = 0;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+      ++count;
+    }
+    return count;
+  }
+
   // A ladder's picture is XML without scripts, and has these words.
   void ExpectPicture(const std::string& calls, const Names& words) const {
     const std::string picture = Path("ladder.svg");
@@ -168,6 +176,26 @@ TEST_F(Ladder, of_calls_that_cross_overlap_or_lose_their_link) {
   EXPECT_EQ(TraceOf(ladder + " --trunk 100001-2", 1), "");
   ExpectPicture("--call 1", {"SETUP", "RELEASE COMPLETE", "REQUESTED_CHAN_UNAVAIL", "8001000"});
   ExpectPicture("--trunk 100001-1", {"INFORMATION", "STATUS", "5551000", "801"});
+}
+
+TEST_F(Ladder, of_two_trunks_has_the_calls_that_are_asked_for) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({2}));
+  const Call first = ConnectIncoming(3, 1);
+  const Call second = ConnectIncoming(4, 1);  // while the first one goes on
+  const Call other = ConnectIncoming(3, 0);
+  for (const Call& call : {second, first, other}) {
+    call->Hangup(16);
+    EXPECT_TRUE(call->WaitEnded(kSoon));
+  }
+  FinishCapture(3);
+  const std::string ladder = "ladder " + Capture();
+  // Each has all frames of its trunk from its begin to its end, those of the other call too.
+  const std::string layer2 = TraceOf(ladder + " --layer2 --call 2 --call 1");
+  EXPECT_EQ(layer2, TraceOf(ladder + " --layer2 --call 1") + "\n" + TraceOf(ladder + " --layer2 --call 2"));
+  EXPECT_EQ(layer2, TraceOf(ladder + " --layer2 --trunk 100001-2"));
+  EXPECT_EQ(CountOf(layer2, "- SETUP -"), 3U);  // the second one's stands in the first one's ladder too
+  EXPECT_EQ(CountOf(layer2, "- RELEASE COMPLETE -"), 3U);
+  EXPECT_GT(CountOf(layer2, "- RR"), 0U) << layer2;
 }
 
 TEST_F(Ladder, of_a_library_that_is_the_network_has_its_answer) {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <mutex>
+#include <span>
 
 #include "common/q931_decode.h"
 #include "trace_fixture.h"
@@ -10,8 +12,47 @@ using cardsim::Bytes;
 using cardsim::Call;
 using cardsim::EDirection;
 
+// Sends a pattern without end and keeps what was sent.
+class CKeptSource : public cardsim::IAudioSource {
+ public:
+  std::size_t Read(std::span<std::uint8_t> out) override {
+    const std::lock_guard guard(lock);
+    for (std::uint8_t& sample : out) {
+      sample = pattern[sent.size() % pattern.size()];
+      sent.push_back(sample);
+    }
+    return out.size();
+  }
+  Bytes Sent() {
+    const std::lock_guard guard(lock);
+    return sent;
+  }
+
+ private:
+  const Bytes pattern = cardsim::RenderTestPattern(80'000, 1);
+  std::mutex lock;
+  Bytes sent;
+};
+
 class Trace : public CCaptureTest {
  protected:
+  // One side of a call's file against what the simulator kept of it. The file is of the time from the SETUP's packet to
+  // the last message's, the simulator's record of the time in which the exchange had the call: they begin and end some
+  // packets apart. `anchor` stands once in both; from there all that both have must be equal.
+  static void ExpectSameSound(const Bytes& file, const Bytes& kept, const Bytes& anchor) {
+    const long long inFile = cardsim::FindBytes(file, anchor);
+    const long long inKept = cardsim::FindBytes(kept, anchor);
+    ASSERT_GE(inFile, 0);
+    ASSERT_GE(inKept, 0);
+    const long long before = std::min(inFile, inKept);
+    const long long after =
+        std::min(static_cast<long long>(file.size()) - inFile, static_cast<long long>(kept.size()) - inKept);
+    const Bytes common(file.begin() + (inFile - before), file.begin() + (inFile + after));
+    const Bytes expected(kept.begin() + (inKept - before), kept.begin() + (inKept + after));
+    const auto differs = std::mismatch(common.begin(), common.end(), expected.begin()).first;
+    EXPECT_EQ(differs - common.begin(), static_cast<long long>(common.size())) << "the first sample that differs";
+    EXPECT_GT(static_cast<double>(common.size()), 0.95 * static_cast<double>(std::max(file.size(), kept.size())));
+  }
   // The codes of one side of a stereo A-law file.
   static Bytes SideOf(const std::string& path, size_t side) {
     const std::string text = TextOf(path);
@@ -186,6 +227,39 @@ TEST_F(Trace, audio_is_what_both_ends_sent_sample_for_sample) {
   EXPECT_EQ(left.size(), right.size());
   EXPECT_NE(TraceOf("ladder --call 1 " + Capture()).find("-- SETUP --"), std::string::npos);
   TraceOf("audio --call 2 -o " + Path("none.wav") + " " + Capture(), 1);
+}
+
+// Both directions of a call, all of it that both have.
+TEST_F(Trace, audio_is_the_recordings_of_the_simulator_sample_for_sample) {
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({1}));
+  Card().Audio().SetWaitForReplies(true);
+  const auto source = std::make_shared<CKeptSource>();
+  cardsim::SCallRequest request{.timeslot = 4};
+  request.farEnd.play = source;
+  request.farEnd.playFrom = request.farEnd.recordFrom = cardsim::EAudioFrom::kSetup;
+  const int32_t channel = ChannelOf(0, 4);
+  const Bytes played = cardsim::RenderTestPattern(40'000, 2);
+  const Call call = Card().PlaceCall(request);
+  ASSERT_TRUE(app->WaitEvent(channel, ZELK_EVENT_INCOMING_CALL, kSoon));
+  ASSERT_TRUE(app->zelk.Answer(channel));
+  ASSERT_TRUE(call->WaitState(cardsim::ESimCallState::kConnected, kSoon));
+  ASSERT_TRUE(app->zelk.PlayBuffer(channel, played.data(), static_cast<uint32_t>(played.size())));
+  ASSERT_TRUE(call->Heard()->WaitContains(played, kSlow));
+  call->Hangup(16);
+  ASSERT_TRUE(call->WaitEnded(kSoon));
+  FinishCapture(1);
+
+  TraceOf("audio --call 1 -o " + Path("call.wav") + " " + Capture());
+  EXPECT_EQ(TextOf(Path("errors")).find("silence stands for"), std::string::npos) << TextOf(Path("errors"));
+  const Bytes sent = source->Sent();
+  {
+    SCOPED_TRACE("from the line");
+    ExpectSameSound(SideOf(Path("call.wav"), 0), sent, Bytes(sent.begin() + 8000, sent.begin() + 8800));
+  }
+  {
+    SCOPED_TRACE("to the line");
+    ExpectSameSound(SideOf(Path("call.wav"), 1), call->Recorded(), Bytes(played.begin(), played.begin() + 800));
+  }
 }
 
 }  // namespace

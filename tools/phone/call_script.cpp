@@ -18,10 +18,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// The network confirms a hang-up in well under a second; past this the call is given up.
-constexpr seconds kHangUpLimit{10};
-constexpr seconds kEventLimit{1};
-
 }  // namespace
 
 void RequireChannel(const CSession& session, int channel) {
@@ -136,8 +132,7 @@ void CCallRun::Fail(const std::string& what, const std::string& why) {
 
 void CCallRun::HangUp(const char* why) {
   Say("hanging-up", std::string("hanging up: ") + why, {{"why", why}});
-  hangingUp = true;
-  hangUpAt = Clock::now();
+  hangUp.Begin(Clock::now());
   state = "clearing";
   ZELK_Hangup(channel);
 }
@@ -147,15 +142,9 @@ void CCallRun::HangUpWhenDue(int connectSeconds) {
     return;
   }
   const auto now = Clock::now();
-  if (hangingUp) {
-    if (now - hangUpAt > kHangUpLimit || InfoNumber(channel, ZELK_INFO_CHANNELSTATE) != ZELK_CHANNEL_INUSE) {
-      // The release may have been handled between two looks; its event is then the next one in the queue, or comes as
-      // soon as the library's thread goes on.
-      SPhoneEvent event;
-      while (!over && session.NextEvent(event, kEventLimit)) {
-        Take(event);
-      }
-      end.lost = !over;
+  if (hangUp.HasBegun()) {
+    if (hangUp.IsLost(InfoNumber(channel, ZELK_INFO_CHANNELSTATE) == ZELK_CHANNEL_INUSE, now)) {
+      end.lost = true;
       over = true;
     }
   } else if (CSession::StopRequested()) {

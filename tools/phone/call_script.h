@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "phone/hang_up_watch.h"
 #include "phone/recorder.h"
 #include "phone/report.h"
 #include "phone/session.h"
@@ -66,10 +67,9 @@ class CCallRun {
   std::string state = "calling";
   bool over = false;
   bool playDone = false;
-  bool hangingUp = false;
+  CHangUpWatch hangUp;
   Clock::time_point started = Clock::now();
   Clock::time_point connectedAt;
-  Clock::time_point hangUpAt;
 };
 
 }  // namespace phone

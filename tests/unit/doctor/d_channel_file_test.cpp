@@ -51,14 +51,12 @@ class DoctorDChannel : public testing::Test {
     Signal(false, minute, Message(reference, true, 0x5A, CauseElement(cause)));
   }
   SWireFacts Facts(bool lastDayAlone = false) {
-    const std::string path = folder.Path() + "/zelk-100001-2.hdlc";
     std::ofstream(path, std::ios::binary) << text;
-    SWireFacts facts = ReadDChannelFile(path, lastDayAlone);
-    facts.source = "zelk-100001-2.hdlc";
-    return facts;
+    return ReadDChannelFile(path, lastDayAlone);
   }
 
   zelk::CTempDir folder;
+  const std::string path = folder.Path() + "/zelk-100001-2.hdlc";
   std::string text;
   int sent = 0;
   int heard = 0;
@@ -73,9 +71,10 @@ TEST_F(DoctorDChannel, TellsTheSameAsACapture) {
   EXPECT_THAT(Said(findings),
               ElementsAre("warning no-channel: Trunk 100001-2: the exchange had no channel for 2 calls."));
   ASSERT_FALSE(findings.empty());
+  EXPECT_EQ(findings[0].trunk, "100001-2");
   ASSERT_EQ(findings[0].evidence.size(), 2U);
-  EXPECT_THAT(findings[0].evidence[0], testing::StartsWith("zelk-100001-2.hdlc, line 3 ("));
-  EXPECT_THAT(findings[0].evidence[1], testing::StartsWith("zelk-100001-2.hdlc, line 5 ("));
+  EXPECT_THAT(findings[0].evidence[0], testing::StartsWith(path + ", line 3 ("));
+  EXPECT_THAT(findings[0].evidence[1], testing::StartsWith(path + ", line 5 ("));
 }
 
 TEST_F(DoctorDChannel, OfOnesLastDayAlone) {

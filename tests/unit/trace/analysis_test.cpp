@@ -14,6 +14,8 @@ namespace {
 
 using test::Analyse;
 using test::CConversation;
+using test::FourCalls;
+using test::kFourCalls;
 using test::PcapFile;
 using test::Short;
 using test::SOutcome;
@@ -22,23 +24,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-// Four calls on two trunks' card.
-CConversation FourCalls() {
-  CConversation talk;
-  talk.Open();
-  talk.SetUp(2);
-  talk.Call(1, 1, "0301", 16);
-  talk.Call(2, 2, "0302", 17);
-  talk.Wait(kSecond);
-  talk.Send(false, tool::BuildTrunkStatus(Bytes{0, 0}));
-  talk.Send(false, tool::BuildTrunkStatus(Bytes{0, 0}));
-  talk.Call(3, 3, "0303", 31);
-  talk.Call(4, 4, "0304", 127);
-  return talk;
-}
-
-const std::vector<std::string> kFourCalls{"0301 1 16", "0302 2 17", "0303 3 31", "0304 4 127"};
 
 TEST(Analysis, OfAWholeCaptureHasNothingToRemark) {
   CConversation talk = FourCalls();

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::uint8_t kSynFlag = 0x02;
 constexpr std::uint8_t kFinAck = 0x11;
+constexpr std::uint8_t kResetAck = 0x14;
 constexpr std::uint8_t kAckFlag = 0x10;
 constexpr std::uint8_t kPushAck = 0x18;
 
@@ -157,7 +158,7 @@ void CConversation::Open() {
 
 void CConversation::SetUp(int trunks) {
   Send(true, {0xFF, 0x01});
-  Send(false, tool::BuildInformation({.trunks = static_cast<std::uint8_t>(trunks), .serial = kSerial}));
+  Send(false, tool::BuildInformation({.trunks = static_cast<std::uint8_t>(trunks), .serial = serial}));
   Send(true, {0xFF, 0x04});
   Send(false, tool::BuildTrunkStatus(Bytes(static_cast<std::size_t>(trunks), 0)));
   for (int trunk = 0; trunk < trunks; ++trunk) {
@@ -199,6 +200,31 @@ void CConversation::Close() {
   Add(TcpPacket(true, librarySequence++, cardSequence, kFinAck, {}, libraryPort, card));
   Add(TcpPacket(false, cardSequence++, librarySequence, kFinAck, {}, libraryPort, card));
 }
+
+void CConversation::Reset() {
+  Add(TcpPacket(false, cardSequence, librarySequence, kResetAck, {}, libraryPort, card));
+  librarySequence += 100'000;
+  cardSequence += 200'000;
+  for (auto& trunk : sent) {
+    trunk[0] = trunk[1] = 0;
+  }
+}
+
+CConversation FourCalls() {
+  CConversation talk;
+  talk.Open();
+  talk.SetUp(2);
+  talk.Call(1, 1, "0301", 16);
+  talk.Call(2, 2, "0302", 17);
+  talk.Wait(kSecond);
+  talk.Send(false, tool::BuildTrunkStatus(Bytes{0, 0}));
+  talk.Send(false, tool::BuildTrunkStatus(Bytes{0, 0}));
+  talk.Call(3, 3, "0303", 31);
+  talk.Call(4, 4, "0304", 127);
+  return talk;
+}
+
+const std::vector<std::string> kFourCalls{"0301 1 16", "0302 2 17", "0303 3 31", "0304 4 127"};
 
 void CHeard::OnFrame(const SConnection&, const SControl&, const tool::SQ921Frame&, EVerdict verdict) {
   verdicts.push_back(verdict);

@@ -57,8 +57,9 @@ Bytes FromLibrary(int trunk, const Bytes& frame);
 // the one before. Every message is acknowledged at once.
 class CConversation {
  public:
-  explicit CConversation(std::uint16_t port = kLibraryPort, std::uint32_t cardAddress = kCard)
-      : libraryPort(port), card(cardAddress) {}
+  explicit CConversation(std::uint16_t port = kLibraryPort, std::uint32_t cardAddress = kCard,
+                         std::uint32_t cardSerial = kSerial)
+      : libraryPort(port), card(cardAddress), serial(cardSerial) {}
 
   void Open();
   void SetUp(int trunks);
@@ -68,6 +69,7 @@ class CConversation {
   // A call to the library from its SETUP to its end.
   void Call(int reference, int timeslot, const std::string& calling, int cause);
   void Close();
+  void Reset();  // by the card; the library may open it anew
   void Wait(Time time) { now += time; }
 
   Wire wire;
@@ -77,11 +79,17 @@ class CConversation {
 
   const std::uint16_t libraryPort;
   const std::uint32_t card;
+  const std::uint32_t serial;
   Time now = kBegin;
   std::uint32_t librarySequence = 1000;
   std::uint32_t cardSequence = 0xFFFFFF00;  // soon at its end
   int sent[8][2] = {};                      // information frames by trunk and side
 };
+
+// Four calls on the first trunk of a card with two.
+CConversation FourCalls();
+// What Short makes of them.
+extern const std::vector<std::string> kFourCalls;
 
 // Job: what an analysis told, for tests to look at.
 class CHeard : public ITraceSink {

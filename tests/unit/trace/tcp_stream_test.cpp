@@ -86,6 +86,15 @@ TEST_F(TcpStream, WaitsLongerForWhatMayComeAgain) {
   EXPECT_EQ(text, "abcdefghi|kl");
 }
 
+TEST_F(TcpStream, WaitsNoLongerWhereTheClockIsSetBack) {
+  Syn(99);
+  Segment(103, "def", 3600 * kSecond);
+  Segment(106, "ghi", 0);
+  EXPECT_EQ(text, "");
+  Segment(109, "j", CTcpStream::kPatience);
+  EXPECT_EQ(text, "|defghij");
+}
+
 TEST_F(TcpStream, BeginsInTheMiddle) {
   Segment(5000, "abc");
   Segment(5003, "def");

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <fmt/format.h>
 
-#include <string_view>
+#include <algorithm>
 
 #include "doctor/core/rules.h"
 #include "trace/core/text.h"
@@ -158,27 +158,22 @@ Findings CallRules(const SWireFacts& wire) {
     for (std::size_t i = 0; i < card.trunks.size(); ++i) {
       const STrunkFacts& trunk = card.trunks[i];
       const std::string name = TrunkName(card, i);
+      const std::size_t before = findings.size();
       CheckDialect(trunk, name, findings);
       CheckNumbers(trunk, name, findings);
       CheckChannels(trunk, name, findings);
       CheckTimers(trunk, name, findings);
       CheckRestarts(trunk, name, findings);
       CheckHeld(trunk, name, findings);
+      std::for_each(findings.begin() + static_cast<std::ptrdiff_t>(before), findings.end(),
+                    [&](SFinding& finding) { finding.trunk = name; });
     }
   }
   return findings;
 }
 
 Findings DChannelRules(const SWireFacts& file) {
-  constexpr std::string_view kPacket = "packet ";
   Findings findings = CallRules(file);
-  for (SFinding& finding : findings) {
-    for (std::string& each : finding.evidence) {
-      if (each.starts_with(kPacket)) {
-        each = file.source + ", line " + each.substr(kPacket.size());
-      }
-    }
-  }
   if (!file.fault.empty()) {
     findings.push_back(Find("capture-cut", file.fault + "."));
   }

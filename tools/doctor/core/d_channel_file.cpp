@@ -12,7 +12,9 @@ constexpr Time kDay = 86'400 * trace::kSecond;
 // Job: hears of the calls of one trunk. Thread: one. Nothing fails.
 class CDChannelWatch : public trace::ICallSink {
  public:
-  explicit CDChannelWatch(std::uint32_t serialNumber) : calls(*this) { connection.serial = serialNumber; }
+  CDChannelWatch(const std::string& path, std::uint32_t serialNumber) : calls(*this), watch(path) {
+    connection.serial = serialNumber;
+  }
 
   void Take(trace::SControl& frame) {
     now = frame.time;
@@ -66,7 +68,7 @@ SWireFacts ReadDChannelFile(const std::string& path, bool lastDayAlone) {
   wire.source = path;
   const Time from = lastDayAlone ? LastTime(path) - kDay : 0;
   trace::CHdlcFile file(path);
-  CDChannelWatch watch(file.Serial());
+  CDChannelWatch watch(path, file.Serial());
   for (trace::SControl frame; file.Next(frame); frame = {}) {
     if (frame.time > from) {
       watch.Take(frame);

@@ -17,6 +17,7 @@ struct SFinding {
   std::string sentence;
   std::vector<std::string> evidence;  // packets, lines, counters
   const char* advice = "";
+  std::string trunk{};  // that it is about alone: "100001-2"; empty: another thing
 };
 using Findings = std::vector<SFinding>;
 

@@ -83,7 +83,7 @@ void CTrunkWatch::OnHdlcError(int code, const SMark& mark) {
 
 void CTrunkWatch::OnFrame(const trace::SControl& frame, const tool::SQ921Frame& decoded, trace::EVerdict verdict) {
   const bool isFromLine = frame.direction == EDirection::kToLibrary;
-  const SMark mark{frame.time, frame.packet};
+  const SMark mark{frame.time, frame.packet, file};
   if (verdict == trace::EVerdict::kBroken) {
     return;
   }
@@ -172,7 +172,7 @@ void CTrunkWatch::OnSetup(const trace::SCall& call, const SMark& mark) {
 }
 
 void CTrunkWatch::OnCallMessage(const trace::SCall& call, const trace::SSignal& signal) {
-  const SMark mark{signal.frame.time, signal.frame.packet};
+  const SMark mark{signal.frame.time, signal.frame.packet, file};
   const bool isFromLine = signal.frame.direction == EDirection::kToLibrary;
   SOpenCall& open = calls[call.number];
   if (signal.message.type == kSetup && call.timeslot >= 0) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <deque>
 #include <map>
+#include <string>
 #include <utility>
 
 #include "doctor/core/wire_facts.h"
@@ -14,6 +15,10 @@ namespace doctor {
 // Job: what a trunk's line, data link and calls do. Thread: one. Owns the facts. Nothing fails.
 class CTrunkWatch {
  public:
+  CTrunkWatch() = default;
+  // What the frames are numbered by are lines of this file.
+  explicit CTrunkWatch(std::string dChannelFile) : file(std::move(dChannelFile)) {}
+
   void OnConnected() { isUp.reset(); }
   void OnStatus(std::uint8_t status, const SMark& mark);
   void OnHdlcError(int code, const SMark& mark);
@@ -37,6 +42,7 @@ class CTrunkWatch {
   void OnRestart(const tool::SQ931Message& message, const SMark& mark);
   void OnSetup(const trace::SCall& call, const SMark& mark);
 
+  std::string file;  // empty: a capture
   int errorsInARow = 0;
   std::optional<bool> isUp;
   Time upSince = 0;

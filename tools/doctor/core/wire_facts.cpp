@@ -8,7 +8,8 @@
 namespace doctor {
 
 std::string PlaceText(const SMark& mark) {
-  return fmt::format("packet {} ({})", mark.packet, trace::IsoTime(mark.time));
+  const std::string unit = mark.file.empty() ? "packet" : mark.file + ", line";
+  return fmt::format("{} {} ({})", unit, mark.number, trace::IsoTime(mark.time));
 }
 
 void STally::Add(const SMark& mark) {

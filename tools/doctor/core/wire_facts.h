@@ -16,12 +16,13 @@ namespace doctor {
 
 using trace::Time;
 
-// A place in a capture.
+// A packet of the capture, or a line of a D-channel file.
 struct SMark {
   Time time = 0;
-  std::uint64_t packet = 0;
+  std::uint64_t number = 0;
+  std::string file{};  // whose line it is; empty: a packet
 };
-// "packet 12 (2026-01-31T08:09:10.123Z)"
+// "packet 12 (2026-01-31T08:09:10.123Z)", "FILE, line 12 (2026-01-31T08:09:10Z)"
 std::string PlaceText(const SMark& mark);
 
 // How often something was there, the first time and the last.

@@ -115,17 +115,14 @@ Findings Probe(const SMachineFacts& machine, const std::optional<SLibraryFacts>&
 
 // Of the files beside a library what the capture does not say too.
 void LookAtDChannels(const std::vector<std::string>& files, Findings& findings) {
-  const auto about = [](const SFinding& finding) {
-    return finding.rule + finding.sentence.substr(0, finding.sentence.find(':'));
-  };
-  std::set<std::string> said;
+  std::set<std::pair<std::string, std::string>> said;  // rule and trunk
   for (const SFinding& finding : findings) {
-    said.insert(about(finding));
+    said.emplace(finding.rule, finding.trunk);
   }
   for (const std::string& file : files) {
     try {
       for (SFinding& finding : DChannelRules(ReadDChannelFile(file, true))) {
-        if (said.count(about(finding)) == 0) {
+        if (finding.trunk.empty() || said.count({finding.rule, finding.trunk}) == 0) {
           findings.push_back(std::move(finding));
         }
       }

@@ -53,6 +53,8 @@ std::vector<std::string> CAnalysis::Notes() const {
   Note(notes, packets.fragments, "{} IPv4 fragments were passed over");
   Note(notes, packets.malformed, "{} packets have broken headers");
   Note(notes, packets.cut, "{} packets were captured without their ends");
+  Note(notes, packets.setBack, "{} times the clock of the capture was set back; durations across that are wrong");
+  Note(notes, counts.oneSided, "{} control connections are captured in one direction alone");
   Note(notes, counts.begunBefore, "{} control connections began before the capture");
   Note(notes, counts.withoutTrunkCount,
        "{} control connections do not show how many trunks their card has, so nothing of what it said was read; "

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "trace/core/trace_error.h"
 
@@ -23,6 +24,7 @@ constexpr std::array kKnown{kNull, kEthernet, kRaw, kRawIp, kLoop, kCooked, kIpv
 constexpr std::uint32_t kTypeIpv4 = 0x0800;
 constexpr std::uint32_t kTypeVlan = 0x8100;
 constexpr std::uint32_t kTypeProviderVlan = 0x88A8;
+constexpr Time kLeastStep = kSecond;
 constexpr std::uint8_t kTcp = 6;
 constexpr std::uint8_t kUdp = 17;
 
@@ -78,6 +80,7 @@ CPacketReader::CPacketReader(const CCaptureFile& file) : linkType(file.LinkType(
 
 std::optional<SPacket> CPacketReader::Read(const SCaptured& captured) {
   ++counts.packets;
+  counts.setBack += captured.time < std::exchange(last, captured.time) - kLeastStep ? 1 : 0;
   const std::optional<ByteView> network = NetworkPart(captured.bytes);
   if (!network || network->empty() || (*network)[0] >> 4 != 4) {
     return std::nullopt;

@@ -42,6 +42,7 @@ struct SPacketCounts {
   std::uint64_t fragments = 0;  // of IPv4: passed over
   std::uint64_t malformed = 0;  // headers cut or against themselves: passed over
   std::uint64_t cut = 0;        // packets whose end the capture left out
+  std::uint64_t setBack = 0;    // times that the clock went back by more than packets may be out of order
 };
 
 // Job: finds TCP and UDP in captured packets of one link type: Ethernet (with VLAN tags), raw IP, BSD loopback, Linux
@@ -62,6 +63,7 @@ class CPacketReader {
   bool ReadTransport(std::uint8_t protocol, ByteView bytes, SPacket& packet) const;
 
   int linkType;
+  Time last = 0;  // of the packet before
   SPacketCounts counts;
 };
 

@@ -125,6 +125,7 @@ void CTcpStream::PassGap() {
 }
 
 void CTcpStream::GiveUpWaiting(Time now) {
+  waitingSince = std::min(waitingSince, now);  // the clock may be set back
   while (!held.empty()) {
     const Time waited = now - waitingSince;
     const bool isAcknowledged = acknowledged > next;

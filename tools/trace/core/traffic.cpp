@@ -2,8 +2,10 @@
 #include "trace/core/traffic.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <deque>
 #include <list>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -13,6 +15,7 @@ namespace trace {
 namespace {
 
 constexpr std::size_t kMostDeferred = 1000;
+constexpr Time kMostOutOfOrder = kSecond;
 
 bool BeginsWith(ByteView bytes, std::string_view text) {
   return bytes.size() >= text.size() && std::equal(text.begin(), text.end(), bytes.begin());
@@ -32,6 +35,25 @@ void AddMessages(SControlCounts& sum, const SControlCounts& counts) {
   sum.badFcs += counts.badFcs;
   sum.bytesSkipped += counts.bytesSkipped;
   sum.resyncs += counts.resyncs;
+}
+
+// Of each direction they are in order already.
+void PutInOrderOfPackets(std::vector<SControl>& messages) {
+  std::uint64_t latest[2] = {};
+  std::vector<std::pair<std::uint64_t, std::size_t>> places;
+  places.reserve(messages.size());
+  for (const SControl& message : messages) {
+    std::uint64_t& packet = latest[message.direction == EDirection::kToLibrary ? 0 : 1];
+    packet = std::max(packet, message.packet);
+    places.emplace_back(packet, places.size());
+  }
+  std::sort(places.begin(), places.end());
+  std::vector<SControl> ordered;
+  ordered.reserve(messages.size());
+  for (const auto& [packet, place] : places) {
+    ordered.push_back(std::move(messages[place]));
+  }
+  messages = std::move(ordered);
 }
 
 }  // namespace
@@ -56,9 +78,9 @@ struct CTraffic::SLive {
         fromCard([&owner, this](const SPiece& piece) { owner.OnPiece(*this, EDirection::kToLibrary, piece); }),
         fromLibrary([&owner, this](const SPiece& piece) { owner.OnPiece(*this, EDirection::kFromLibrary, piece); }),
         cardDecoder(EDirection::kToLibrary, begun.trunks,
-                    [&owner, this](SControl&& message) { owner.OnMessage(*this, std::move(message)); }),
+                    [this](SControl&& message) { fresh.push_back(std::move(message)); }),
         libraryDecoder(EDirection::kFromLibrary, begun.trunks,
-                       [&owner, this](SControl&& message) { owner.OnMessage(*this, std::move(message)); }) {
+                       [this](SControl&& message) { fresh.push_back(std::move(message)); }) {
     if (begun.isBegunBefore) {
       cardDecoder.LoseSync();
       libraryDecoder.LoseSync();
@@ -71,7 +93,11 @@ struct CTraffic::SLive {
   CControlDecoder cardDecoder;
   CControlDecoder libraryDecoder;
   std::list<SDeferred> deferred;
+  std::vector<SControl> fresh;  // that the packet at hand has brought
+  std::uint64_t gaps = 0;       // of both directions, before it
   std::deque<SControl> waiting;
+  std::optional<std::uint32_t> opening;  // the number of the library's SYN
+  bool isHeard[2] = {};                  // from the card, from the library
   bool isEnded = false;
   bool hasCardEnded = false;
   bool hasLibraryEnded = false;
@@ -82,7 +108,7 @@ CTraffic::CTraffic(ITrafficSink& trafficSink, int trunkCount) : sink(trafficSink
 CTraffic::~CTraffic() = default;
 
 void CTraffic::OnPacket(const SPacket& packet) {
-  last = std::max(last, packet.time);
+  last = packet.time < last - kMostOutOfOrder ? packet.time : std::max(last, packet.time);
   if (packet.isTcp) {
     OnSegment(packet);
   } else {
@@ -102,6 +128,7 @@ void CTraffic::OnSegment(const SPacket& packet) {
   if (live == nullptr) {
     return;
   }
+  live->isHeard[isToCard ? 1 : 0] = true;
   const CTcpStream& other = isToCard ? live->fromCard : live->fromLibrary;
   if (packet.isAck && !packet.isSyn && !other.HasReceived(packet.acknowledged)) {
     live->deferred.emplace_back(packet);
@@ -109,6 +136,7 @@ void CTraffic::OnSegment(const SPacket& packet) {
     Process(*live, packet);
   }
   ProcessDeferred(*live, false);
+  Deliver(*live);
 }
 
 void CTraffic::Process(SLive& live, const SPacket& packet) {
@@ -117,7 +145,7 @@ void CTraffic::Process(SLive& live, const SPacket& packet) {
   CTcpStream& other = isToCard ? live.fromCard : live.fromLibrary;
   own.OnSegment(packet);
   if (packet.isAck) {
-    other.OnAcknowledged(packet.acknowledged, packet.time);
+    other.OnAcknowledged(packet.acknowledged, last);
   }
   live.hasLibraryEnded = live.hasLibraryEnded || (packet.isFin && isToCard);
   live.hasCardEnded = live.hasCardEnded || (packet.isFin && !isToCard);
@@ -131,8 +159,8 @@ void CTraffic::ProcessDeferred(SLive& live, bool isAll) {
   for (auto each = live.deferred.begin(); each != live.deferred.end();) {
     const bool isToCard = each->packet.to.port == tool::kCardPort;
     const CTcpStream& other = isToCard ? live.fromCard : live.fromLibrary;
-    const bool isDue = isAll || last - each->packet.time >= kPatience || live.deferred.size() > kMostDeferred ||
-                       other.HasReceived(each->packet.acknowledged);
+    const bool isDue = isAll || std::abs(last - each->packet.time) >= kPatience ||
+                       live.deferred.size() > kMostDeferred || other.HasReceived(each->packet.acknowledged);
     if (!isDue) {
       ++each;
       continue;
@@ -152,10 +180,10 @@ CTraffic::SLive* CTraffic::Find(const SPacket& packet, EDirection direction) {
   const auto found = connections.find({card, library});
   const bool isOpening = packet.isSyn && !packet.isAck && isToCard;
   if (isOpening) {
-    if (found != connections.end() && !found->second->isEnded && found->second->fromLibrary.Counts().segments == 0) {
-      return found->second.get();  // its SYN once more
+    if (found == connections.end() || found->second->opening != packet.sequence) {
+      return &Begin(packet, direction);
     }
-    return &Begin(packet, direction);
+    return found->second->isEnded ? nullptr : found->second.get();  // its SYN once more
   }
   if (found == connections.end()) {
     return packet.payload.empty() || packet.isReset ? nullptr : &Begin(packet, direction);
@@ -189,6 +217,7 @@ CTraffic::SLive& CTraffic::Begin(const SPacket& packet, EDirection direction) {
   connection.trunks = connection.trunks == 0 ? trunksToAssume : connection.trunks;
   std::unique_ptr<SLive>& place = connections[{connection.card, connection.library}];
   place = std::make_unique<SLive>(*this, connection);
+  place->opening = packet.isSyn && isToCard ? std::optional(packet.sequence) : std::nullopt;
   sink.OnConnected(connection);
   return *place;
 }
@@ -196,6 +225,17 @@ CTraffic::SLive& CTraffic::Begin(const SPacket& packet, EDirection direction) {
 void CTraffic::OnPiece(SLive& live, EDirection direction, const SPiece& piece) {
   CControlDecoder& decoder = direction == EDirection::kToLibrary ? live.cardDecoder : live.libraryDecoder;
   decoder.Feed(piece);
+}
+
+void CTraffic::Deliver(SLive& live) {
+  std::vector<SControl> messages = std::exchange(live.fresh, {});
+  const std::uint64_t gaps = live.fromCard.Counts().gaps + live.fromLibrary.Counts().gaps;
+  if (std::exchange(live.gaps, gaps) != gaps) {
+    PutInOrderOfPackets(messages);  // both directions have waited
+  }
+  for (SControl& message : messages) {
+    OnMessage(live, std::move(message));
+  }
 }
 
 // As long as nothing of the card can be read, what the library says waits for its place between.
@@ -216,6 +256,7 @@ void CTraffic::OnMessage(SLive& live, SControl&& message) {
 void CTraffic::Tell(SLive& live, const SControl& message) {
   if (message.kind == EControl::kInformation) {
     live.connection.serial = tool::ReadLe32(&message.body[11]);
+    EndOthersOf(live, message.time);
   } else if (message.kind == EControl::kAudioPort) {
     live.connection.audioPort = message.value;
   }
@@ -230,14 +271,27 @@ void CTraffic::End(SLive& live, Time time) {
   sink.OnDisconnected(live.connection, time);
 }
 
+// The card has taken another address.
+void CTraffic::EndOthersOf(const SLive& live, Time time) {
+  for (const auto& [key, other] : connections) {
+    if (other.get() != &live && !other->isEnded && live.connection.serial != 0 &&
+        other->connection.serial == live.connection.serial) {
+      End(*other, time);
+    }
+  }
+}
+
 void CTraffic::Drain(SLive& live) {
   ProcessDeferred(live, true);
   live.fromLibrary.Finish();
   live.fromCard.Finish();
+  Deliver(live);
   for (; !live.waiting.empty(); live.waiting.pop_front()) {
     Tell(live, live.waiting.front());
   }
   const bool isUnread = live.cardDecoder.Trunks() == 0 && live.fromCard.Counts().segments > 0;
+  const bool hasData = live.fromCard.Counts().segments + live.fromLibrary.Counts().segments > 0;
+  counts.oneSided += hasData && live.isHeard[0] != live.isHeard[1] ? 1 : 0;
   counts.withoutTrunkCount += isUnread ? 1 : 0;
   AddTcp(counts.tcp, live.fromLibrary.Counts());
   AddTcp(counts.tcp, live.fromCard.Counts());

@@ -64,6 +64,7 @@ struct STrafficCounts {
   std::uint64_t connections = 0;
   std::uint64_t begunBefore = 0;        // connections whose begin is not in the capture
   std::uint64_t withoutTrunkCount = 0;  // connections of which the card's side could not be read
+  std::uint64_t oneSided = 0;           // connections with data of which only one direction is in the capture
   std::uint64_t afterTheEnd = 0;        // segments of connections that have ended
   STcpCounts tcp;
   SControlCounts messages;
@@ -71,9 +72,10 @@ struct STrafficCounts {
 };
 
 // Job: tells packets of cards from others and takes them apart: discovery, control connections, audio. A connection
-// ends with a reset, with both sides' ends, or when its card is connected anew. A capture may have the two directions
-// out of order: a segment that acknowledges what is not here yet waits for that, kPatience at most.
-// Thread: one. Owns the connections. Nothing fails.
+// ends with a reset, with both sides' ends, or when its card is connected anew, at this address or another. A capture
+// may have the two directions out of order: a segment that acknowledges what is not here yet waits for that, kPatience
+// at most; what has waited behind a gap comes in the order of the packets, both directions together. Thread: one. Owns
+// the connections. Nothing fails.
 class CTraffic {
  public:
   static constexpr Time kPatience = kSecond / 5;
@@ -100,10 +102,12 @@ class CTraffic {
   SLive* Find(const SPacket& packet, EDirection direction);
   SLive& Begin(const SPacket& packet, EDirection direction);
   void OnPiece(SLive& live, EDirection direction, const SPiece& piece);
+  void Deliver(SLive& live);
   void OnMessage(SLive& live, SControl&& message);
   void Tell(SLive& live, const SControl& message);
   void Drain(SLive& live);
   void End(SLive& live, Time time);
+  void EndOthersOf(const SLive& live, Time time);
 
   ITrafficSink& sink;
   const int trunksToAssume;
@@ -111,7 +115,7 @@ class CTraffic {
   // By card and the library's end.
   std::map<std::pair<std::uint32_t, SEndpoint>, std::unique_ptr<SLive>> connections;
   std::map<std::uint32_t, SConnection> lastOfCard;  // by address
-  Time last = 0;
+  Time last = 0;                                    // the latest, since the clock of the capture was last set back
 };
 
 }  // namespace trace
