@@ -202,7 +202,7 @@ function(zelk_add_tests target directory)
     set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR ${PROJECT_SOURCE_DIR}/scripts/netns)
   endif()
   # One thread runs in these: the thread sanitizer has nothing to see.
-  set(with_one_thread unit_formats unit_common unit_trace unit_phone fuzz_tests)
+  set(with_one_thread unit_formats unit_common unit_trace unit_phone fuzz_tests fuzz_replay_tests)
   if(ZELK_SANITIZE MATCHES "thread" AND target IN_LIST with_one_thread)
     set_target_properties(${target} PROPERTIES EXCLUDE_FROM_ALL ON)
     return()

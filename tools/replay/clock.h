@@ -10,6 +10,8 @@ using trace::Time;
 // The one clock of a replay: libpri asks for the time here (the linker leads its calls of the system to clock.cpp), and
 // nothing moves it but the replay. Whole microseconds. Thread: one.
 Time Now();
+// Where a replay begins: the one call that may set the clock back.
+void StartAt(Time time);
 // To a time that is not before the present one; else nothing.
 void AdvanceTo(Time time);
 

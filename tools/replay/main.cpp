@@ -36,8 +36,8 @@ EReplayExit Replay(const SOptions& options) {
   for (const std::string& note : recording.notes) {
     std::fprintf(stderr, "zelk-replay: %s: %s\n", options.file.c_str(), note.c_str());
   }
-  replay::CReport report(options.json);
-  replay::AdvanceTo(recording.items.front().time);
+  replay::CReport report(options.json, stdout);
+  replay::StartAt(recording.items.front().time);
   const std::optional<zelk::STrunkSettings> settings = ReadSettings(options, recording);
   zelk::InstallPriMessageHook();
   replay::CReplay replay(recording, settings, report);

@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "common/wire.h"
 #include "trace/core/analysis.h"
 #include "trace/core/hdlc_file.h"
 #include "trace/core/trace_error.h"
@@ -26,6 +27,7 @@ using trace::SControl;
 
 constexpr Time kSilence = trace::kSecond;  // after which the library takes a card for lost
 constexpr int kMostTrunks = 8;
+constexpr int kMostTrunksOfAll = 34;  // that have channels in a library
 
 // The form of an export: ITU-T Q.921 with a pseudo-header (packet type, place of the library, trunk, serial number).
 constexpr int kExportLinkType = 177;
@@ -56,7 +58,9 @@ class CCollector : public trace::ITraceSink {
   explicit CCollector(STrunkName wantedTrunk) : wanted(std::move(wantedTrunk)) { recording.trunk = wanted.trunk; }
 
   void OnConnected(const SConnection& connection) override {
-    if (std::find(cards.begin(), cards.end(), connection.card) == cards.end()) {
+    // One more than a library has, so that a card beyond those is known for one.
+    if (cards.size() <= std::size_t{tool::kMaxCards} &&
+        std::find(cards.begin(), cards.end(), connection.card) == cards.end()) {
       cards.push_back(connection.card);
     }
   }
@@ -110,6 +114,10 @@ class CCollector : public trace::ITraceSink {
     if (framesBefore > 0) {
       recording.notes.push_back(std::to_string(framesBefore) +
                                 " frames before the library's first SABME are not replayed");
+    }
+    if (recording.cardsBefore >= tool::kMaxCards || recording.trunksBefore + kMostTrunks > kMostTrunksOfAll) {
+      recording.cardsBefore = recording.trunksBefore = 0;
+      recording.notes.push_back("more cards were there before this one than a library has; its channels begin at 0");
     }
     return std::move(recording);
   }
@@ -215,13 +223,18 @@ void ReadExport(trace::CCaptureFile& file, CCollector& collector) {
 }  // namespace
 
 SRecording ReadRecording(const std::string& path, const std::string& trunkName, int trunkCount) {
-  CCollector collector(ParseName(trunkName));
+  ParseName(trunkName);  // a mistake on the command line is told before the file is looked at
   if (trace::CHdlcFile::IsOne(path)) {
     throw CTraceError(
         EExit::kBadInput,
         path + ": a capture by the library lacks most of the received frames; a capture of the network has them");
   }
   trace::CCaptureFile file(path);
+  return ReadRecording(file, trunkName, trunkCount);
+}
+
+SRecording ReadRecording(trace::CCaptureFile& file, const std::string& trunkName, int trunkCount) {
+  CCollector collector(ParseName(trunkName));
   std::vector<std::string> notes;
   if (file.LinkType() == kExportLinkType) {
     ReadExport(file, collector);

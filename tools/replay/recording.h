@@ -51,5 +51,7 @@ struct SRecording {
 // is not to be seen: a SABME that the library sends begins there. `trunkCount`: of cards of which the capture does not
 // tell it; 0 for none. Throws CTraceError (kBadInput) when there is nothing to replay.
 SRecording ReadRecording(const std::string& path, const std::string& trunkName, int trunkCount);
+// The same of a file that is open.
+SRecording ReadRecording(trace::CCaptureFile& file, const std::string& trunkName, int trunkCount);
 
 }  // namespace replay

@@ -18,7 +18,7 @@ using tool::SQ931Message;
 
 constexpr int kChannelUnavailable = 44;
 
-CReplay* current = nullptr;  // the application's callback has no other way to it
+CReplay* running = nullptr;  // the application's callback has no other way to it
 
 zelk::STrunkSettings SettingsOf(const SRecording& recording, const std::optional<zelk::STrunkSettings>& given) {
   zelk::STrunkSettings settings = given.value_or(zelk::STrunkSettings());
@@ -45,19 +45,19 @@ CReplay::CReplay(const SRecording& recorded, const std::optional<zelk::STrunkSet
       application(trunk, eventReport, trunkSettings.has_value()) {
   for (const SItem& item : recording.items) {
     if (item.kind == EItem::kSent) {
-      sent.push_back(&item);
+      sent.push_back({&item, tool::DecodeFrame(item.frame)});
     }
     Time& last = ends[item.opening];
     last = std::max(last, item.time);
   }
   acted.resize(sent.size());
-  current = this;
+  running = this;
   zelk::ApplicationEvents().SetEventCallback(&OnEvent);
 }
 
 CReplay::~CReplay() {
   zelk::ApplicationEvents().SetEventCallback(nullptr);
-  current = nullptr;
+  running = nullptr;
 }
 
 bool CReplay::Run() {
@@ -130,7 +130,7 @@ std::vector<zelk::CDevice*> CReplay::ClosedTo(const SQ931Message& setup, const S
     return closed;
   }
   for (std::size_t i = written; IsSoon(i, offered.time, kMostUnread); ++i) {
-    const SQ931Message answer = tool::DecodeFrame(sent[i]->frame).message;
+    const SQ931Message& answer = sent[i].frame.message;
     if (!answer.valid || !answer.fromDestination || answer.callReference != setup.callReference) {
       continue;
     }
@@ -160,7 +160,7 @@ void CReplay::ActBefore(const SItem& item, const SQ931Message& message) {
 // The frame with which the library answers a message by itself; `written` for none.
 std::size_t CReplay::AnswerTo(const SItem& item, const SQ931Message& message) const {
   for (std::size_t i = written; message.valid && IsSoon(i, item.time, kMostUnread); ++i) {
-    const SQ931Message answer = tool::DecodeFrame(sent[i]->frame).message;
+    const SQ931Message& answer = sent[i].frame.message;
     if (answer.valid && answer.callReference == message.callReference &&
         answer.fromDestination != message.fromDestination && IsAnswer(message.type, answer.type)) {
       return i;
@@ -182,7 +182,7 @@ void CReplay::SendWhatCameBefore(const SItem& item) {
 }
 
 bool CReplay::IsSentBefore(const SItem& item, const SQ921Frame& frame) const {
-  const SQ921Frame next = tool::DecodeFrame(Expected()->frame);
+  const SQ921Frame& next = sent[written].frame;
   if (frame.kind == EFrameKind::kInformation) {
     return item.isNew && next.receiveNumber >= 0 && !Acknowledges(next, frame.sendNumber);
   }
@@ -197,7 +197,7 @@ bool CReplay::IsSentBefore(const SItem& item, const SQ921Frame& frame) const {
 // Whether the library soon sends a frame of the kind.
 bool CReplay::HasSoon(const SItem& item, EFrameKind kind, bool isFinal) const {
   for (std::size_t i = written; IsSoon(i, item.time, kMostUnread); ++i) {
-    const SQ921Frame frame = tool::DecodeFrame(sent[i]->frame);
+    const SQ921Frame& frame = sent[i].frame;
     if (frame.kind == kind && (frame.pollFinal || !isFinal)) {
       return true;
     }
@@ -206,7 +206,7 @@ bool CReplay::HasSoon(const SItem& item, EFrameKind kind, bool isFinal) const {
 }
 
 void CReplay::Send(const SItem& item) {
-  const auto isOpen = [&] { return !isDifferent && written < sent.size() && sent[written] == &item; };
+  const auto isOpen = [&] { return !isDifferent && written < sent.size() && sent[written].item == &item; };
   if (!isOpen() || TrySend(item) || isDifferent) {
     return;
   }
@@ -238,7 +238,7 @@ bool CReplay::TrySend(const SItem& item) {
 // A call on a trunk that is down has layer 2 established first; its SETUP waits for that.
 void CReplay::DialWhileDown(const SItem& item) {
   for (std::size_t i = written; IsSoon(i, item.time, kMostDialledBefore); ++i) {
-    const SQ931Message message = tool::DecodeFrame(sent[i]->frame).message;
+    const SQ931Message& message = sent[i].frame.message;
     if (message.valid && message.type == kSetup && !message.fromDestination) {
       return Act(i);
     }
@@ -248,7 +248,7 @@ void CReplay::DialWhileDown(const SItem& item) {
 // What the application did for a frame, once.
 void CReplay::Act(std::size_t index) {
   if (!acted[index]) {
-    acted[index] = application.ActFor(tool::DecodeFrame(sent[index]->frame).message);
+    acted[index] = application.ActFor(sent[index].frame.message);
   }
 }
 
@@ -284,12 +284,12 @@ void CReplay::PassTimeTo(Time time) {
 
 // Whether a frame that has not been written was sent in this opening, and at most so long after a time.
 bool CReplay::IsSoon(std::size_t index, Time time, Time most) const {
-  return index < sent.size() && index < written + kMostAhead && sent[index]->opening == opening &&
-         sent[index]->time - time < most;
+  return index < sent.size() && index < written + kMostAhead && sent[index].item->opening == opening &&
+         sent[index].item->time - time < most;
 }
 
 const SItem* CReplay::Expected() const {
-  return written < sent.size() && sent[written]->opening == opening ? sent[written] : nullptr;
+  return written < sent.size() && sent[written].item->opening == opening ? sent[written].item : nullptr;
 }
 
 void CReplay::OnWritten(ByteView frame) {
@@ -310,8 +310,7 @@ void CReplay::OnWritten(ByteView frame) {
   if (const Time early = expected->time - Now(); early > kMostEarly) {
     return Fail(fmt::format("the library sends the frame {} ms early", early / trace::kMillisecond), expected, frame);
   }
-  ++written;
-  application.Note(tool::DecodeFrame(frame).message, true);
+  application.Note(sent[written++].frame.message, true);
 }
 
 void CReplay::Fail(const std::string& what, const SItem* expected, ByteView got) {
@@ -331,17 +330,16 @@ void CReplay::Fail(const std::string& what, const SItem* expected, ByteView got)
 }
 
 void CReplay::OnEvent(std::int32_t channel, std::uint32_t event, std::int32_t parameter) {
-  current->OnLibraryEvent(channel, event, parameter);
+  running->OnLibraryEvent(channel, event, parameter);
 }
 
-// What an application does in its callback for an answer comes before the library acknowledges that.
+// What an application does in its callback for an answer comes before that is acknowledged. The rest waits.
 void CReplay::OnLibraryEvent(std::int32_t channel, std::uint32_t event, std::int32_t parameter) {
   report.Event(channel, event, parameter);
   isUp = event == ZELK_EVENT_CHANNEL_STATE ? parameter == 1 : isUp;
   const SItem* next = Expected();
-  if (event == ZELK_EVENT_CONNECTED && next != nullptr && !isDifferent) {
-    const SQ931Message message = tool::DecodeFrame(next->frame).message;
-    if (application.Clears(message, channel)) {
+  if (event == ZELK_EVENT_CONNECTED && next != nullptr && !isDifferent && next->time - Now() <= kSlack) {
+    if (application.Clears(sent[written].frame.message, channel)) {
       Act(written);
     }
   }

@@ -49,6 +49,11 @@ class CReplay {
   bool Run();
 
  private:
+  struct SSent {
+    const SItem* item;
+    tool::SQ921Frame frame;
+  };
+
   static void ZELK_CALL OnEvent(std::int32_t channel, std::uint32_t event, std::int32_t parameter);
 
   void Step(const SItem& item);
@@ -78,9 +83,9 @@ class CReplay {
   CReport& report;
   CLibraryTrunk trunk;
   CApplication application;
-  std::vector<const SItem*> sent;  // of the recording
-  std::size_t written = 0;         // so many of them
-  std::vector<bool> acted;         // for which of them the application has acted
+  std::vector<SSent> sent;  // of the recording
+  std::size_t written = 0;  // so many of them
+  std::vector<bool> acted;  // for which of them the application has acted
   std::uint64_t received = 0;
   int opening = 0;
   std::map<int, Time> ends;  // of what is recorded, by opening

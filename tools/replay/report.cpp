@@ -10,7 +10,7 @@
 namespace replay {
 namespace {
 
-CReport* current = nullptr;
+CReport* openReport = nullptr;  // the log has no other way to it
 
 std::string EventName(std::uint32_t event) {
   switch (event) {
@@ -48,12 +48,12 @@ std::string ChannelText(std::int32_t channel) {
 
 }  // namespace
 
-CReport::CReport(bool asJson) : isJson(asJson) {
-  current = this;
+CReport::CReport(bool asJson, std::FILE* outputStream) : isJson(asJson), stream(outputStream) {
+  openReport = this;
 }
 
 CReport::~CReport() {
-  current = nullptr;
+  openReport = nullptr;
 }
 
 void CReport::Event(std::int32_t channel, std::uint32_t event, std::int32_t parameter) {
@@ -96,7 +96,7 @@ void CReport::Line(const char* type, const std::string& json, const std::string&
   const std::string time = trace::IsoTime(Now());
   const std::string line = isJson ? fmt::format("{{\"type\":\"{}\",\"time\":\"{}\",{}}}\n", type, time, json)
                                   : fmt::format("{} {:9} {}\n", time, type, text);
-  std::fwrite(line.data(), 1, line.size(), stdout);
+  std::fwrite(line.data(), 1, line.size(), stream);
 }
 
 }  // namespace replay
@@ -105,7 +105,7 @@ void CReport::Line(const char* type, const std::string& json, const std::string&
 extern "C" void __wrap__ZN4zelk10CLogWriter4LineEPKci(zelk::CLogWriter* writer, const char* text, std::int32_t channel);
 
 void __wrap__ZN4zelk10CLogWriter4LineEPKci(zelk::CLogWriter*, const char* text, std::int32_t channel) {
-  if (replay::current != nullptr) {
-    replay::current->Log(channel, text == nullptr ? "" : text);
+  if (replay::openReport != nullptr) {
+    replay::openReport->Log(channel, text == nullptr ? "" : text);
   }
 }

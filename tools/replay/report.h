@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "replay/clock.h"
@@ -21,7 +22,8 @@ struct SDifference {
 // the library come here from its own log, where there is a report. Thread: one; one at a time.
 class CReport {
  public:
-  explicit CReport(bool asJson);
+  // The stream must outlive it.
+  CReport(bool asJson, std::FILE* outputStream);
   ~CReport();
   CReport(const CReport&) = delete;
   CReport& operator=(const CReport&) = delete;
@@ -37,6 +39,7 @@ class CReport {
   void Line(const char* type, const std::string& json, const std::string& text) const;
 
   const bool isJson;
+  std::FILE* const stream;
 };
 
 }  // namespace replay

@@ -18,6 +18,10 @@ Time Now() {
   return now;
 }
 
+void StartAt(Time time) {
+  now = time - time % kMicrosecond;
+}
+
 void AdvanceTo(Time time) {
   now = std::max(now, time - time % kMicrosecond);
 }

@@ -21,7 +21,6 @@ constexpr std::uint8_t kFrame = 0x10;
 constexpr std::uint8_t kHdlcError = 0x11;
 constexpr std::uint8_t kConfiguration = 0x12;
 
-constexpr std::size_t kMostOneMessage = 400;  // no message is longer
 // What SizeOf says besides.
 constexpr std::size_t kNoMessage = 0;
 constexpr std::size_t kMore = static_cast<std::size_t>(-1);
