@@ -14,6 +14,9 @@
 
 namespace world {
 
+// What a channel that the application leaves alone needs, at most, to be READY again after the last fault.
+inline constexpr int64_t kReadyMs = 15'000;
+
 // An event as the application got it.
 struct SEvent {
   int64_t timeUs = 0;

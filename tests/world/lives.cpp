@@ -11,7 +11,6 @@ using zelk::sim::kUsPerMs;
 
 constexpr int kCalls = 5;
 constexpr int64_t kMomentMs = 3000;
-constexpr int64_t kReadyMs = 15'000;
 constexpr int64_t kCallbackMs = 20'000;
 constexpr int64_t kCallBeforeMs = 300;
 constexpr uint32_t kBlocksMs = 50;  // two fetches of each channel

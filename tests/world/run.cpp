@@ -24,7 +24,6 @@ using zelk::sim::EVerdict;
 using zelk::sim::kUsPerMs;
 using zelk::sim::SOutcome;
 
-constexpr int64_t kReadyMs = 15'000;
 constexpr int64_t kSlowReadyMs = 60'000;  // layer 2 has been lost, and calls that only timers end
 constexpr int64_t kLookMs = 100;
 

@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 constexpr size_t kMostSent = 500;  // jobs that the server has not answered for
 constexpr std::chrono::seconds kAnswerLimit{5};
 constexpr std::chrono::seconds kAnswerPatience{120};  // without a single answer
-constexpr size_t kMostFaults = 20;              // told one by one
+constexpr size_t kMostFaults = 20;                    // told one by one
 
 std::string ReadAll(const std::string& path) {
   std::ostringstream text;

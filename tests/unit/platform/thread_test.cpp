@@ -18,14 +18,14 @@
 namespace zelk {
 namespace {
 
-constexpr uint32_t kGenerousMs = 10'000;
+constexpr uint32_t kGenerousJoinMs = 10'000;
 
 TEST(Thread, RunsItsBodyOnAnotherThread) {
   std::thread::id runner;
   CThread thread;
   ASSERT_TRUE(thread.Start("test", [&runner] { runner = std::this_thread::get_id(); }));
   EXPECT_TRUE(thread.IsStarted());
-  ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+  ASSERT_TRUE(thread.JoinFor(kGenerousJoinMs));
   EXPECT_NE(runner, std::this_thread::get_id());
   EXPECT_NE(runner, std::thread::id());
 }
@@ -41,7 +41,7 @@ TEST(Thread, AJoinForgetsTheThreadSoThatItCanBeStartedAgain) {
   CThread thread;
   for (int i = 0; i < 3; ++i) {
     ASSERT_TRUE(thread.Start("test", [&runs] { ++runs; }));
-    ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+    ASSERT_TRUE(thread.JoinFor(kGenerousJoinMs));
     EXPECT_FALSE(thread.IsStarted());
   }
   EXPECT_EQ(runs, 3);
@@ -51,7 +51,7 @@ TEST(Thread, ASecondStartIsRefusedWhileTheFirstIsNotJoined) {
   CThread thread;
   ASSERT_TRUE(thread.Start("test", [] {}));
   EXPECT_FALSE(thread.Start("test", [] {}));
-  EXPECT_TRUE(thread.JoinFor(kGenerousMs));
+  EXPECT_TRUE(thread.JoinFor(kGenerousJoinMs));
 }
 
 TEST(Thread, AnEmptyBodyIsRefused) {
@@ -77,7 +77,7 @@ TEST(Thread, AJoinThatRunsOutLeavesTheThreadToEndByItself) {
     EXPECT_TRUE(thread.JoinFor(0));
   }
   shared->go.Set();
-  EXPECT_TRUE(shared->ended.WaitFor(kGenerousMs));
+  EXPECT_TRUE(shared->ended.WaitFor(kGenerousJoinMs));
 }
 
 TEST(Thread, WhatTheBodyCapturedIsGoneAfterTheJoin) {
@@ -85,7 +85,7 @@ TEST(Thread, WhatTheBodyCapturedIsGoneAfterTheJoin) {
   const std::weak_ptr<int> watched = owned;
   CThread thread;
   ASSERT_TRUE(thread.Start("test", [kept = std::move(owned)] { ++*kept; }));
-  ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+  ASSERT_TRUE(thread.JoinFor(kGenerousJoinMs));
   EXPECT_TRUE(watched.expired());
 }
 
@@ -113,11 +113,11 @@ TEST(Thread, AJoinFromTheThreadItselfDoesNotWait) {
   SShared shared;
   ASSERT_TRUE(shared.thread.Start("test", [&shared] {
     shared.started.Wait();
-    shared.result = shared.thread.JoinFor(kGenerousMs);
+    shared.result = shared.thread.JoinFor(kGenerousJoinMs);
     shared.joined.Set();
   }));
   shared.started.Set();
-  ASSERT_TRUE(shared.joined.WaitFor(kGenerousMs));
+  ASSERT_TRUE(shared.joined.WaitFor(kGenerousJoinMs));
   EXPECT_FALSE(shared.result);
 }
 
@@ -128,7 +128,7 @@ TEST(Thread, ItsNameIsShownByTheSystemCutTo15Characters) {
     std::optional<std::string> name;
     CThread thread;
     ASSERT_TRUE(thread.Start(given, [&name] { name = OwnThreadName(); }));
-    ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+    ASSERT_TRUE(thread.JoinFor(kGenerousJoinMs));
     if (!name.has_value()) {
       GTEST_SKIP() << "this system keeps no names of threads";
     }
@@ -145,7 +145,7 @@ TEST(Thread, ProAudioIsRaisedAndNormalIsNot) {
     CThread thread;
     ASSERT_TRUE(thread.Start(
         "test", [&raised] { raised = OwnThreadIsRaised(); }, priority));
-    ASSERT_TRUE(thread.JoinFor(kGenerousMs));
+    ASSERT_TRUE(thread.JoinFor(kGenerousJoinMs));
     EXPECT_EQ(raised, priority == EThreadPriority::kProAudio);
   }
 }
@@ -162,7 +162,7 @@ TEST(Thread, AStartWithoutMemoryIsRefused) {
                                           EXPECT_EQ(thread.IsStarted(), !failed);
                                         });
   EXPECT_GE(failures, 2U);
-  EXPECT_TRUE(thread.JoinFor(kGenerousMs));
+  EXPECT_TRUE(thread.JoinFor(kGenerousJoinMs));
   EXPECT_TRUE(ran);
 }
 
