@@ -30,7 +30,6 @@ namespace zelk::fuzz {
 namespace {
 
 using ::replay::EItem;
-using ::replay::SItem;
 using ::replay::SRecording;
 using trace::kMillisecond;
 using trace::kSecond;
