@@ -87,7 +87,7 @@ std::vector<SPacketOfCard> Packets(int count) {
   return packets;
 }
 
-std::vector<std::string> SaidOf(const Wire& wire) {
+std::vector<std::string> SaidOfSound(const Wire& wire) {
   return Said(AudioRules(FactsOf(wire)));
 }
 
@@ -101,30 +101,30 @@ TEST(DoctorSound, ASoundCallHasNothingToRemark) {
 TEST(DoctorSound, NoSoundOrNoReplyIsTold) {
   Wire silent = Called().wire;
   silent.push_back({silent.back().time + 4 * kSecond, UdpPacket(true, 9, 9, Bytes{1})});
-  EXPECT_THAT(SaidOf(silent), ElementsAre("fault audio-none: Card 100001 sends no sound."));
+  EXPECT_THAT(SaidOfSound(silent), ElementsAre("fault audio-none: Card 100001 sends no sound."));
   std::vector<SPacketOfCard> packets = Packets(600);
   for (SPacketOfCard& packet : packets) {
     packet.reply.reset();
   }
-  EXPECT_THAT(SaidOf(WithSound(packets)),
+  EXPECT_THAT(SaidOfSound(WithSound(packets)),
               ElementsAre("fault audio-no-replies: Card 100001 sends sound and the library sends none back."));
 }
 
 TEST(DoctorSound, LostAndDoublePacketsAreTold) {
   std::vector<SPacketOfCard> packets = Packets(1000);
   for (const int at : {300, 500, 700}) {
-    EXPECT_THAT(SaidOf(WithSound(packets)), IsEmpty());  // two of them are chance
+    EXPECT_THAT(SaidOfSound(WithSound(packets)), IsEmpty());  // two of them are chance
     packets.erase(packets.begin() + at);
     packets[static_cast<std::size_t>(at)].reply.reset();  // after a jump none is owed
   }
-  EXPECT_THAT(SaidOf(WithSound(packets)),
+  EXPECT_THAT(SaidOfSound(WithSound(packets)),
               ElementsAre("warning audio-lost: Card 100001: 3 of 1000 packets of sound did not arrive."));
   packets = Packets(900);
   for (const int at : {300, 500, 700}) {
     const SPacketOfCard& before = packets[static_cast<std::size_t>(at - 1)];
     packets.insert(packets.begin() + at, {before.sequence, before.time + 1, std::nullopt});
   }
-  EXPECT_THAT(SaidOf(WithSound(packets)),
+  EXPECT_THAT(SaidOfSound(WithSound(packets)),
               ElementsAre("warning audio-double: Card 100001: 3 of 903 packets of sound came twice or behind later "
                           "ones."));
 }
@@ -134,7 +134,8 @@ TEST(DoctorSound, APauseIsTold) {
   for (std::size_t i = 250; i < packets.size(); ++i) {
     packets[i].time += 304 * kMillisecond;
   }
-  EXPECT_THAT(SaidOf(WithSound(packets)), ElementsAre("warning audio-late: Card 100001: no sound came for 310 ms."));
+  EXPECT_THAT(SaidOfSound(WithSound(packets)),
+              ElementsAre("warning audio-late: Card 100001: no sound came for 310 ms."));
 }
 
 SWireFacts WithPauses(Time longest, Time all, Time length) {
@@ -174,7 +175,7 @@ TEST(DoctorSound, LateRepliesAreTold) {
     packets[i].reply = 250 * kMillisecond;
   }
   EXPECT_THAT(
-      SaidOf(WithSound(packets)),
+      SaidOfSound(WithSound(packets)),
       ElementsAre("warning replies-late: Card 100001: the library answered 3 of 100 packets of sound after more "
                   "than 200 ms."));
 }
@@ -185,14 +186,14 @@ TEST(DoctorSound, MissingRepliesAreTold) {
     packets[i].reply.reset();
   }
   packets.push_back({101, packets.back().time + 4 * kSecond, std::nullopt});
-  EXPECT_THAT(SaidOf(WithSound(packets)),
+  EXPECT_THAT(SaidOfSound(WithSound(packets)),
               testing::Contains("warning replies-missing: Card 100001: the library left 3 packets of sound without "
                                 "a reply."));
 }
 
 TEST(DoctorSound, StarvedLinesAreTold) {
-  EXPECT_THAT(SaidOf(WithSound(Packets(30), {.toLine = 0x54})), IsEmpty());
-  EXPECT_THAT(SaidOf(WithSound(Packets(50), {.toLine = 0x54})),
+  EXPECT_THAT(SaidOfSound(WithSound(Packets(30), {.toLine = 0x54})), IsEmpty());
+  EXPECT_THAT(SaidOfSound(WithSound(Packets(50), {.toLine = 0x54})),
               ElementsAre("warning lines-starved: Trunk 100001-1: the library had no sound for connected calls in 13 "
                           "blocks of 20 ms."));
 }
@@ -202,8 +203,8 @@ TEST(DoctorSound, ADeadLineIsTold) {
   EXPECT_THAT(Said(findings), ElementsAre("warning sound-none-from-line: Trunk 100001-1: nothing came from the line in "
                                           "1 connected call to which the library sent sound."));
   // Shorter ones, and those to which nothing is said either, may well be.
-  EXPECT_THAT(SaidOf(WithSound(Packets(800), {.fromLine = tool::kSilence})), IsEmpty());
-  EXPECT_THAT(SaidOf(WithSound(Packets(1000), {.fromLine = tool::kSilence, .toLine = tool::kSilence})), IsEmpty());
+  EXPECT_THAT(SaidOfSound(WithSound(Packets(800), {.fromLine = tool::kSilence})), IsEmpty());
+  EXPECT_THAT(SaidOfSound(WithSound(Packets(1000), {.fromLine = tool::kSilence, .toLine = tool::kSilence})), IsEmpty());
 }
 
 // A clock that is so much too fast, seen through packets that are up to 2 ms late.

@@ -31,7 +31,7 @@ void Refused(CConversation& talk, int reference, int cause) {
   talk.Signal(false, 0, Message(reference, true, kReleaseComplete, CauseElement(cause)));
 }
 
-Findings Of(const CConversation& talk) {
+Findings CallFindings(const CConversation& talk) {
   return CallRules(FactsOf(talk.wire));
 }
 
@@ -42,7 +42,7 @@ TEST(DoctorCalls, OrdinaryCallsHaveNothingToRemark) {
   Refused(talk, 3, 1);  // a number that is none, once
   Refused(talk, 4, 31);
   talk.Signal(false, 0, Message(0, false, kRestart, ChannelElement(1)));
-  EXPECT_THAT(Said(Of(talk)), IsEmpty());
+  EXPECT_THAT(Said(CallFindings(talk)), IsEmpty());
 }
 
 TEST(DoctorCalls, AWrongDialectIsToldWithItsDiagnostics) {
@@ -50,7 +50,7 @@ TEST(DoctorCalls, AWrongDialectIsToldWithItsDiagnostics) {
   const Bytes cause{0x08, 0x04, 0x81, 0xE3, 0x7E, 0x40};  // 99, of elements 7E and 40
   talk.Signal(true, 0, Message(1, false, kSetup, ChannelElement(1)));
   talk.Signal(false, 0, Message(1, true, kStatus, cause));
-  const Findings findings = Of(talk);
+  const Findings findings = CallFindings(talk);
   EXPECT_THAT(Said(findings), ElementsAre("warning wrong-dialect: Trunk 100001-1: the exchange does not understand 1 "
                                           "message of the library."));
   EXPECT_THAT(findings[0].evidence,
@@ -58,8 +58,9 @@ TEST(DoctorCalls, AWrongDialectIsToldWithItsDiagnostics) {
   CConversation other = Begun();
   other.Signal(false, 0, Message(1, false, kSetup, ChannelElement(1)));
   other.Signal(true, 0, Message(1, true, kReleaseComplete, CauseElement(96)));
-  EXPECT_THAT(Said(Of(other)), ElementsAre("warning wrong-dialect: Trunk 100001-1: the library does not understand 1 "
-                                           "message of the exchange."));
+  EXPECT_THAT(Said(CallFindings(other)),
+              ElementsAre("warning wrong-dialect: Trunk 100001-1: the library does not understand 1 "
+                          "message of the exchange."));
 }
 
 TEST(DoctorCalls, MessagesThatCrossAreNoDialect) {
@@ -67,10 +68,11 @@ TEST(DoctorCalls, MessagesThatCrossAreNoDialect) {
   for (int i = 1; i <= 2; ++i) {
     talk.Signal(false, 0, Message(i, true, kStatus, CauseElement(101)));
   }
-  EXPECT_THAT(Said(Of(talk)), IsEmpty());
+  EXPECT_THAT(Said(CallFindings(talk)), IsEmpty());
   talk.Signal(false, 0, Message(3, true, kStatus, CauseElement(101)));
-  EXPECT_THAT(Said(Of(talk)), ElementsAre("warning wrong-dialect: Trunk 100001-1: the exchange does not understand 3 "
-                                          "messages of the library."));
+  EXPECT_THAT(Said(CallFindings(talk)),
+              ElementsAre("warning wrong-dialect: Trunk 100001-1: the exchange does not understand 3 "
+                          "messages of the library."));
 }
 
 TEST(DoctorCalls, AWrongNumberTypeIsTold) {
@@ -79,11 +81,12 @@ TEST(DoctorCalls, AWrongNumberTypeIsTold) {
     Refused(talk, i, 1);
   }
   Refused(talk, 4, 17);
-  EXPECT_THAT(Said(Of(talk)), ElementsAre("warning number-type: Trunk 100001-1: the exchange does not know the numbers "
-                                          "of 3 of 4 calls dialled."));
+  EXPECT_THAT(Said(CallFindings(talk)),
+              ElementsAre("warning number-type: Trunk 100001-1: the exchange does not know the numbers "
+                          "of 3 of 4 calls dialled."));
   CConversation other = Begun();
   Refused(other, 1, 28);
-  EXPECT_THAT(Said(Of(other)),
+  EXPECT_THAT(Said(CallFindings(other)),
               ElementsAre("warning number-type: Trunk 100001-1: the exchange does not know the numbers "
                           "of 1 of 1 call dialled."));
 }
@@ -94,7 +97,7 @@ TEST(DoctorCalls, MissingChannelsAreTold) {
   Refused(talk, 2, 44);
   talk.Signal(false, 0, Message(1, false, kSetup, ChannelElement(1)));
   talk.Signal(true, 0, Message(1, true, kReleaseComplete, CauseElement(34)));
-  EXPECT_THAT(Said(Of(talk)),
+  EXPECT_THAT(Said(CallFindings(talk)),
               ElementsAre("warning no-channel: Trunk 100001-1: the exchange had no channel for 2 calls.",
                           "warning no-channel: Trunk 100001-1: the library had no channel for 1 call."));
 }
@@ -103,17 +106,19 @@ TEST(DoctorCalls, GlareIsTold) {
   CConversation talk = Begun();
   talk.Signal(true, 0, Message(1, false, kSetup, ChannelElement(5)));
   talk.Signal(false, 0, Message(9, false, kSetup, ChannelElement(6)));
-  EXPECT_THAT(Said(Of(talk)), IsEmpty());
+  EXPECT_THAT(Said(CallFindings(talk)), IsEmpty());
   talk.Signal(false, 0, Message(10, false, kSetup, ChannelElement(5)));
-  EXPECT_THAT(Said(Of(talk)), ElementsAre("warning glare: Trunk 100001-1: both sides took the same channel at the same "
-                                          "time in 1 case."));
+  EXPECT_THAT(Said(CallFindings(talk)),
+              ElementsAre("warning glare: Trunk 100001-1: both sides took the same channel at the same "
+                          "time in 1 case."));
 }
 
 TEST(DoctorCalls, AnExpiredTimerIsTold) {
   CConversation talk = Begun();
   Refused(talk, 1, 102);
-  EXPECT_THAT(Said(Of(talk)), ElementsAre("warning timer-expired: Trunk 100001-1: a side waited in vain for the "
-                                          "other's message in 1 call."));
+  EXPECT_THAT(Said(CallFindings(talk)),
+              ElementsAre("warning timer-expired: Trunk 100001-1: a side waited in vain for the "
+                          "other's message in 1 call."));
 }
 
 TEST(DoctorCalls, RestartsThatDoNotEndAreTold) {
@@ -122,14 +127,14 @@ TEST(DoctorCalls, RestartsThatDoNotEndAreTold) {
     talk.Signal(false, 0, Message(0, false, kRestart, ChannelElement(3)));
     talk.Wait(10 * kSecond);
   }
-  EXPECT_THAT(Said(Of(talk)),
+  EXPECT_THAT(Said(CallFindings(talk)),
               ElementsAre("warning restart-storm: Trunk 100001-1: timeslot 3 was restarted 4 times in a minute."));
   CConversation slow = Begun();
   for (int i = 0; i < 4; ++i) {
     slow.Signal(false, 0, Message(0, false, kRestart, ChannelElement(3)));
     slow.Wait(31 * kSecond);
   }
-  EXPECT_THAT(Said(Of(slow)), IsEmpty());
+  EXPECT_THAT(Said(CallFindings(slow)), IsEmpty());
 }
 
 TEST(DoctorCalls, AChannelThatIsHeldIsTold) {
@@ -137,20 +142,21 @@ TEST(DoctorCalls, AChannelThatIsHeldIsTold) {
   talk.Signal(false, 0, Message(1, false, kSetup, ChannelElement(5)));
   talk.Wait(170 * kSecond);
   talk.Send(false, tool::BuildTrunkStatus(Bytes{0}));
-  EXPECT_THAT(Said(Of(talk)), IsEmpty());
+  EXPECT_THAT(Said(CallFindings(talk)), IsEmpty());
   talk.Wait(30 * kSecond);
   talk.Send(false, tool::BuildTrunkStatus(Bytes{0}));
-  EXPECT_THAT(Said(Of(talk)),
+  EXPECT_THAT(Said(CallFindings(talk)),
               ElementsAre("warning channel-held: Trunk 100001-1: call 1 holds timeslot 5, and for 200 s "
                           "no message of it came."));
   talk.Signal(true, 0, Message(1, true, kConnect));
   talk.Wait(3599 * kSecond);
   talk.Send(false, tool::BuildTrunkStatus(Bytes{0}));
-  EXPECT_THAT(Said(Of(talk)), IsEmpty());
+  EXPECT_THAT(Said(CallFindings(talk)), IsEmpty());
   talk.Wait(2 * kSecond);
   talk.Send(false, tool::BuildTrunkStatus(Bytes{0}));
-  EXPECT_THAT(Said(Of(talk)), ElementsAre("warning channel-held: Trunk 100001-1: call 1 holds timeslot 5, and for 3601 "
-                                          "s no message of it came."));
+  EXPECT_THAT(Said(CallFindings(talk)),
+              ElementsAre("warning channel-held: Trunk 100001-1: call 1 holds timeslot 5, and for 3601 "
+                          "s no message of it came."));
 }
 
 }  // namespace

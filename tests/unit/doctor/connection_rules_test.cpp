@@ -45,7 +45,7 @@ Wire Probed(bool isAnswered) {
   return wire;
 }
 
-std::vector<std::string> SaidOf(const Wire& wire) {
+std::vector<std::string> SaidOfConnection(const Wire& wire) {
   return Said(ConnectionRules(FactsOf(wire)));
 }
 
@@ -62,24 +62,26 @@ TEST(DoctorConnection, ASoundOneHasNothingToRemark) {
   talk.Close();
   wire.insert(wire.end(), talk.wire.begin(), talk.wire.end());
   Until(wire, 30 * kSecond);
-  EXPECT_THAT(SaidOf(wire), IsEmpty());
+  EXPECT_THAT(SaidOfConnection(wire), IsEmpty());
 }
 
 TEST(DoctorConnection, ProbesWithoutReplyAreTold) {
   Wire wire = Probed(false);
   Until(wire, kSecond / 2);
-  EXPECT_THAT(SaidOf(wire), IsEmpty());  // a reply may come yet
+  EXPECT_THAT(SaidOfConnection(wire), IsEmpty());  // a reply may come yet
   Until(wire, 2 * kSecond);
-  EXPECT_THAT(SaidOf(wire), ElementsAre("fault discovery-no-reply: No card answers; the library asked 3 times."));
+  EXPECT_THAT(SaidOfConnection(wire),
+              ElementsAre("fault discovery-no-reply: No card answers; the library asked 3 times."));
 }
 
 TEST(DoctorConnection, AReplyThatNobodyHearsIsTold) {
   Wire wire = Probed(true);
   Until(wire, kSecond);
-  EXPECT_THAT(SaidOf(wire), IsEmpty());
+  EXPECT_THAT(SaidOfConnection(wire), IsEmpty());
   Until(wire, 5 * kSecond);
-  EXPECT_THAT(SaidOf(wire), ElementsAre("fault discovery-not-heard: Card 127.0.1.1 answers the probes, and the library "
-                                        "does not connect to it."));
+  EXPECT_THAT(SaidOfConnection(wire),
+              ElementsAre("fault discovery-not-heard: Card 127.0.1.1 answers the probes, and the library "
+                          "does not connect to it."));
 }
 
 TEST(DoctorConnection, ASynWithoutAnswerIsTold) {
@@ -95,7 +97,8 @@ TEST(DoctorConnection, ASynWithoutAnswerIsTold) {
 TEST(DoctorConnection, ARefusedOneIsTold) {
   Wire wire{{kBegin, TcpPacket(true, 1, 0, kSyn, {})}, {kBegin + kMillisecond, TcpPacket(false, 0, 2, kResetAck, {})}};
   Until(wire, 2 * kSecond);
-  EXPECT_THAT(SaidOf(wire), ElementsAre("fault connection-refused: Card 127.0.1.1 refuses the control connection."));
+  EXPECT_THAT(SaidOfConnection(wire),
+              ElementsAre("fault connection-refused: Card 127.0.1.1 refuses the control connection."));
 }
 
 TEST(DoctorConnection, ACardThatSaysNothingIsTold) {
@@ -105,8 +108,9 @@ TEST(DoctorConnection, ACardThatSaysNothingIsTold) {
     talk.Send(true, {0xFF, 0x01});
     talk.Wait(kSecond);
   }
-  EXPECT_THAT(SaidOf(talk.wire), ElementsAre("fault card-says-nothing: Card 127.0.1.1 takes the control connection and "
-                                             "does not say what it is."));
+  EXPECT_THAT(SaidOfConnection(talk.wire),
+              ElementsAre("fault card-says-nothing: Card 127.0.1.1 takes the control connection and "
+                          "does not say what it is."));
 }
 
 TEST(DoctorConnection, BadInformationIsTold) {
@@ -115,9 +119,10 @@ TEST(DoctorConnection, BadInformationIsTold) {
     talk.Open();
     talk.Send(true, {0xFF, 0x01});
     talk.Send(false, tool::BuildInformation(identity));
-    EXPECT_THAT(SaidOf(talk.wire), testing::Contains(testing::AllOf(
-                                       testing::StartsWith("fault card-bad-information: Card "),
-                                       testing::EndsWith(" says of itself what the library does not take."))));
+    EXPECT_THAT(
+        SaidOfConnection(talk.wire),
+        testing::Contains(testing::AllOf(testing::StartsWith("fault card-bad-information: Card "),
+                                         testing::EndsWith(" says of itself what the library does not take."))));
   }
 }
 
@@ -125,10 +130,10 @@ TEST(DoctorConnection, ASilentCardIsTold) {
   CConversation talk = Begun();
   talk.Wait(900 * kMillisecond);
   talk.Send(false, tool::BuildTrunkStatus(Bytes{0}));
-  EXPECT_THAT(SaidOf(talk.wire), IsEmpty());
+  EXPECT_THAT(SaidOfConnection(talk.wire), IsEmpty());
   talk.Wait(3200 * kMillisecond);
   talk.Send(false, tool::BuildTrunkStatus(Bytes{0}));
-  EXPECT_THAT(SaidOf(talk.wire),
+  EXPECT_THAT(SaidOfConnection(talk.wire),
               ElementsAre("fault card-silent: Card 100001 said nothing on its control connection for 3.2 s, and a "
                           "library takes it as lost after 1 s."));
 }
@@ -137,13 +142,14 @@ TEST(DoctorConnection, OneThatTheLibraryGaveUpIsTold) {
   CConversation talk = Begun();
   talk.Wait(1001 * kMillisecond);
   talk.Close();
-  EXPECT_THAT(SaidOf(talk.wire), ElementsAre(testing::HasSubstr("fault card-silent: Card 100001 said nothing")));
+  EXPECT_THAT(SaidOfConnection(talk.wire),
+              ElementsAre(testing::HasSubstr("fault card-silent: Card 100001 said nothing")));
 }
 
 TEST(DoctorConnection, OneThatTheCardClosedIsTold) {
   CConversation talk = Begun();
   talk.wire.push_back({talk.wire.back().time + 1, TcpPacket(false, 0xFFFFFF00 + 60, 1100, kFinAck, {})});
-  EXPECT_THAT(SaidOf(talk.wire),
+  EXPECT_THAT(SaidOfConnection(talk.wire),
               ElementsAre("warning connection-ended-by-card: Card 100001 closed its control connection."));
 }
 
@@ -157,7 +163,7 @@ TEST(DoctorConnection, ManyConnectionsAreTold) {
     talk.Close();
     wire.insert(wire.end(), talk.wire.begin(), talk.wire.end());
   }
-  EXPECT_THAT(SaidOf(wire), ElementsAre("warning connections-many: Card 100001 was connected 5 times."));
+  EXPECT_THAT(SaidOfConnection(wire), ElementsAre("warning connections-many: Card 100001 was connected 5 times."));
 }
 
 TEST(DoctorCapture, WhatIsWrongWithItIsTold) {

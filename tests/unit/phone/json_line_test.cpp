@@ -6,8 +6,8 @@
 namespace phone {
 namespace {
 
-UtcTime At(int64_t milliseconds) {
-  return UtcTime(std::chrono::duration_cast<UtcTime::duration>(std::chrono::milliseconds(milliseconds)));
+UtcTime At(int64_t ms) {
+  return UtcTime(std::chrono::duration_cast<UtcTime::duration>(std::chrono::milliseconds(ms)));
 }
 
 TEST(JsonLine, TimesAreUtcInMilliseconds) {

@@ -14,13 +14,13 @@ using test::ChannelElement;
 using test::Information;
 using test::Join;
 using test::kConnect;
+using test::kDisconnect;
 using test::kSetup;
 using test::Message;
 using test::NumberElement;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr std::uint8_t kDisconnect = 0x45;
 constexpr std::uint8_t kRelease = 0x4D;
 constexpr std::uint8_t kReleaseComplete = 0x5A;
 constexpr std::uint8_t kRestartAcknowledge = 0x4E;

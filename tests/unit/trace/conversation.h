@@ -18,6 +18,7 @@ inline constexpr std::uint16_t kLibraryPort = 40000;
 inline constexpr std::uint32_t kSerial = 100001;
 inline constexpr std::uint8_t kSetup = 0x05;
 inline constexpr std::uint8_t kConnect = 0x07;
+inline constexpr std::uint8_t kDisconnect = 0x45;
 inline constexpr Time kBegin = 1'700'000'000 * kSecond;
 
 // A packet of a capture: when, and its bytes from the Ethernet header on.

@@ -19,7 +19,10 @@ using test::CConversation;
 using test::FourCalls;
 using test::InOrderOfTime;
 using test::Joined;
+using test::kConnect;
+using test::kDisconnect;
 using test::kFourCalls;
+using test::kSetup;
 using test::kTcpHeaders;
 using test::Part;
 using test::PcapFile;
@@ -35,10 +38,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-
-constexpr std::uint8_t kSetup = 0x05;
-constexpr std::uint8_t kConnect = 0x07;
-constexpr std::uint8_t kDisconnect = 0x45;
 
 const SCall& CallOf(const SOutcome& outcome, const std::string& calling) {
   static const SCall none;
