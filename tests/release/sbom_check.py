@@ -25,7 +25,7 @@ FILES = [
     (r"/libzelk_pugixml\.a$", "pugixml"),
     (r"/libzelk_fmt\.a$", "fmt"),
     (r"/libcardsim_asio\.a$", "asio"),
-    (r"^lib/(static/)?lib(zelk|cardsim|phone|switchboard|tool|trace|doctor)(_\w+)?\.a$|^lib/libZelkApi64\.dll\.a$|^(src|tools|bindings)/.*\.(o|obj|res)$", None),
+    (r"^lib/(static/)?lib(zelk|cardsim|phone|switchboard|tool|trace|doctor|replay)(_\w+)?\.a$|^lib/libZelkApi64\.dll\.a$|^(src|tools|bindings)/.*\.(o|obj|res)$", None),
     (MINGW + r".*/libstdc\+\+\.a$", "libstdc++-mingw"),
     (MINGW + r".*/(libgcc(_eh)?\.a|crt(begin|end)\w*\.o)$", "libgcc-mingw"),
     (MINGW + r".*/lib(winpthread|pthread)\.a$", "winpthreads"),

@@ -24,7 +24,7 @@ Wire Recorded() {
   test::CConversation talk;
   talk.Open();
   talk.SetUp(1);
-  CCaptureFile file(ZELK_CAPTURES "/thirty-calls-at-once.pcapng");
+  CCaptureFile file(ZELK_CAPTURES "/thirty-at-once.pcapng");
   Time before = 0;
   for (SCaptured packet; file.Next(packet);) {
     talk.Wait(before == 0 ? kSecond : packet.time - before);
