@@ -245,8 +245,8 @@ TEST_F(Stress, four_threads_and_failing_trunks_leave_every_channel_ready) {
   HangUpEverywhere();
   EXPECT_TRUE(support::Eventually([this] { return AllReady(); }, std::chrono::seconds(60))) << Busy();
   HangUpEverywhere();
-  EXPECT_TRUE(NetworkIsIdle(0, std::chrono::seconds(45))) << Card().CallCount(0);
-  EXPECT_TRUE(NetworkIsIdle(1, std::chrono::seconds(45))) << Card().CallCount(1);
+  EXPECT_TRUE(NetworkIsIdle(0, std::chrono::seconds(45))) << Card().CallCount(0) << OpenCalls(0);
+  EXPECT_TRUE(NetworkIsIdle(1, std::chrono::seconds(45))) << Card().CallCount(1) << OpenCalls(1);
   std::cout << operations << " operations, " << dials << " calls dialled, " << offers << " offered, " << losses
             << " losses of a trunk\n";
   EXPECT_GT(app->Count(ZELK_EVENT_CONNECTED), 0U);
