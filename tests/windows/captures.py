@@ -7,7 +7,6 @@ usage: tests/windows/captures.py LINUX_BIN WINDOWS_BIN TEST_PROGRAMS    (inside 
 """
 import concurrent.futures
 import fcntl
-import glob
 import os
 import pty
 import re
@@ -26,6 +25,11 @@ from wire_files import d_channel_file, moved, packets_of, pcap, pcapng, status_p
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 AT_ONCE = 3  # Wine's server, one thread, serves them all
 SOUND_SECONDS = 20
+# Of each kind that tests/replay has, one or two.
+CAPTURES = ("answers/hang-up-crosses-refusal.pcapng", "calls/export-of-a-call.pcapng", "calls/no-channel-named.pcapng",
+            "calls/second-trunk-of-the-second-card.pcapng", "clearing/every-cause.pcapng", "loss/hdlc-errors.pcapng",
+            "loss/of-the-line.pcapng", "network/answered-and-cleared.pcapng", "restart/of-a-channel.pcapng",
+            "restart/of-the-card-with-calls.pcapng")
 YEAR = 31_557_600 * 1_000_000_000
 INI = b"[Debug]\r\nLevel=abc\r\n[Generel]\r\nx=1\r\n[General]\r\nClientType=3\r\nAudioBufers=4\r\n"
 
@@ -85,12 +89,12 @@ def write(folder, name, data):
 
 
 def make_files(folder):
-    """Names of the captures of tests/replay, which are there too, and what is made of them."""
+    """Names of captures of tests/replay, which are there too, and what is made of them."""
     names = []
-    for path in sorted(glob.glob(os.path.join(ROOT, "tests", "replay", "*.pcapng"))):
-        shutil.copy(path, folder)
-        names.append(os.path.basename(path))
-    packets = list(packets_of(os.path.join(folder, "line-dies.pcapng")))
+    for name in CAPTURES:
+        shutil.copy(os.path.join(ROOT, "tests", "replay", name), folder)
+        names.append(os.path.basename(name))
+    packets = list(packets_of(os.path.join(folder, "of-the-line.pcapng")))
     loud = with_sound(packets, 1, SOUND_SECONDS)
     write(folder, "loud.pcapng", pcapng(loud))
     write(folder, "loud.pcap", pcap(loud))
@@ -125,7 +129,7 @@ def commands(names):
     yield "zelk-trace audio loud.pcapng --call 1 -o no-folder/x.wav"
     for form in ("", " --json", " --metrics"):
         yield f"zelk-trace board --status page.status{form}"
-    for name in ("loud.pcapng", "line-dies.pcapng", "card-restarts.pcapng", "cut.pcap", "none.pcap"):
+    for name in ("loud.pcapng", "of-the-line.pcapng", "of-the-card-with-calls.pcapng", "cut.pcap", "none.pcap"):
         yield f"zelk-doctor --capture {name}"
     yield "zelk-doctor --capture loud.pcapng --json"
     yield "zelk-doctor --capture - < loud.pcap"
