@@ -121,7 +121,7 @@ int32_t CControlThread::PriWaitMs() {
   return earliest != nullptr ? TimerWaitMs(*earliest, UnixNow()) : kWaitForever;
 }
 
-// The trunk's lock is taken only when somebody has been at its controller.
+// The trunk's lock is taken only when somebody has been at its controller: every call of libpri counts as a move.
 void CControlThread::LookForTimer(uint32_t trunk) {
   CTrunk& entry = core->trunks[trunk];
   STimers& known = timers[trunk];
@@ -186,7 +186,17 @@ void CControlThread::RunTimers() {
   }
 }
 
+bool CControlThread::IsTimerDue(uint32_t trunk) {
+  LookForTimer(trunk);
+  const std::optional<SUnixTime>& due = timers[trunk].earliest;
+  return due && !IsEarlier(UnixNow(), *due);
+}
+
+// A card whose trunks only wait for their next timer is woken ten times a second: that costs no lock.
 void CControlThread::RunTrunkTimers(uint32_t trunk) {
+  if (!IsTimerDue(trunk)) {
+    return;
+  }
   CTrunk& entry = core->trunks[trunk];
   const CScopedLock<CRecursiveMutex> held(entry.lock);
   Guarded([&]() ZELK_NO_THREAD_SAFETY_ANALYSIS {

@@ -56,6 +56,7 @@ class CControlThread : public IControlSink {
   int32_t WaitMs();
   int32_t PriWaitMs();
   void LookForTimer(uint32_t trunk);
+  bool IsTimerDue(uint32_t trunk);
   void LookForHandlers();
   void OnWaitError();
   void OnTimeout();
