@@ -153,7 +153,7 @@ TEST_F(Doctor, a_probe_says_why_it_could_not_be_sent) {
 }
 
 TEST_F(Doctor, the_log_and_d_channel_files_are_read) {
-  ASSERT_NO_FATAL_FAILURE(StartOpen({1}, "[General]\nHdlcLog=1\n"));
+  ASSERT_NO_FATAL_FAILURE(StartCaptured({1}, "[General]\nHdlcLog=1\n"));
   const Call refused = Card().PlaceCall({.trunk = 0, .timeslot = 5});
   ASSERT_TRUE(app->WaitEvent(ChannelOf(0, 5), ZELK_EVENT_INCOMING_CALL, kSoon));
   refused->Hangup(102);
@@ -161,12 +161,18 @@ TEST_F(Doctor, the_log_and_d_channel_files_are_read) {
   Card().SetControlSilent(true);
   ASSERT_TRUE(app->WaitEvent(0, ZELK_EVENT_CHANNEL_STATE, kSlow));
   ASSERT_TRUE(app->zelk.WaitLog("Card 0 is down"));
+  FinishCapture("card-silent");
   app->zelk.Shutdown();
   const std::string text = Doctored("--library " + Library(), 2);
   ExpectSays(text, "warning", "In the last day of its log the library lost card 0 (once). [log-card-lost]");
   ExpectSays(text, "warning",
              "Trunk 100001-1: a side waited in vain for the other's message in 1 call. [timer-expired]");
   EXPECT_NE(text.find("zelk-100001-1.hdlc, line "), std::string::npos) << text;
+  // What the capture says of the trunk too is said once.
+  const std::string both = Doctored("--library " + Library() + " --capture " + Capture(), 2);  // the card is seen
+  ExpectSays(both, "fault", "Card 100001 said nothing on its control connection");
+  ExpectSays(both, "warning", "Trunk 100001-1: a side waited in vain");
+  EXPECT_EQ(both.find("zelk-100001-1.hdlc, line "), std::string::npos) << both;
   // By themselves, and nothing of this machine.
   EXPECT_EQ(Doctored("--log " + app->zelk.LogPath(), 1).find("adapter-none"), std::string::npos);
   ExpectSays(Doctored("--capture " + Library() + "/zelk-100001-1.hdlc", 1), "warning", "Trunk 100001-1: a side waited");

@@ -44,7 +44,7 @@ class CTraceTest : public CCallTest {
       text.append(part.data(), got);
     }
     const int status = pclose(pipe);
-    EXPECT_EQ(WEXITSTATUS(status), expected) << command << "\n" << TextOf(Path("errors"));
+    EXPECT_EQ(WEXITSTATUS(status), expected) << command << "\n" << TextOf(Path("errors")) << text;
     return text;
   }
   std::string TraceOf(const std::string& arguments, int expected = 0) const {
