@@ -53,6 +53,7 @@ class CApplication {
   const cardsim::Bytes& Recorded(int32_t channel) { return recordings[channel]; }
 
   const std::vector<SEvent>& Events() const { return events; }
+  void ForgetEvents() { events.clear(); }                   // their counts stay
   std::vector<uint32_t> CallEvents(int32_t channel) const;  // codes, without the channel-state ones
   size_t Count(int32_t channel, uint32_t code) const;
   // Parameter of the last event of this code; -9999 when there was none.

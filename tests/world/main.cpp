@@ -6,7 +6,9 @@
 //   world --minutes M [--from A]   from a seed on (1), for so long
 //   world --shrink N      what of a failing seed's plan it fails without is left out
 //   world --file F        those of a file, one at the beginning of a line
-//   --jobs J              beside any of the last three: in so many processes (1)
+//   --calls N             so many calls on trunks on which nothing goes wrong, 50,000 a world
+//   --jobs J              beside any of the last four: in so many processes (1)
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "world/crew.h"
+#include "world/many_calls.h"
 #include "world/run.h"
 #include "world/shrink.h"
 
@@ -25,6 +28,8 @@ using world::SWorldPlan;
 
 using Clock = std::chrono::steady_clock;
 
+constexpr uint64_t kCallsOfAWorld = 50'000;
+
 struct SOptions {
   uint64_t first = 1;
   uint64_t last = UINT64_MAX;
@@ -32,6 +37,7 @@ struct SOptions {
   std::vector<uint64_t> kept;
   bool isVerbose = false;
   bool shrinks = false;
+  bool isCalls = false;  // the seeds are those of worlds of many calls
   size_t jobs = 1;
 };
 
@@ -65,6 +71,9 @@ bool Parse(int argc, char** argv, SOptions& options) {
       options.last = options.first + options.kept.size() - 1;
     } else if (name == "--minutes") {
       options.minutes = std::stod(value);
+    } else if (name == "--calls") {
+      options.isCalls = true;
+      options.last = (std::stoull(value) + kCallsOfAWorld - 1) / kCallsOfAWorld;
     } else if (name == "--jobs") {
       options.jobs = std::stoul(value);
     } else {
@@ -74,13 +83,19 @@ bool Parse(int argc, char** argv, SOptions& options) {
   return options.jobs > 0 && argc > 1 && argc % 2 == 1 && (options.minutes > 0 || options.last != UINT64_MAX);
 }
 
-void PrintFailure(const SWorldPlan& plan, const SRunResult& result) {
-  std::printf("%s\n", ToText(plan).c_str());
-  std::printf("log:\n%s\nevents:\n%s\n", result.log.c_str(), result.eventText.c_str());
-  std::printf("seed %llu failed:\n", static_cast<unsigned long long>(plan.seed));
+void PrintFailures(uint64_t seed, const SRunResult& result) {
+  if (!result.failures.empty()) {
+    std::printf("seed %llu failed:\n", static_cast<unsigned long long>(seed));
+  }
   for (const std::string& failure : result.failures) {
     std::printf("  %s\n", failure.c_str());
   }
+}
+
+void PrintFailure(const SWorldPlan& plan, const SRunResult& result) {
+  std::printf("%s\n", ToText(plan).c_str());
+  std::printf("log:\n%s\nevents:\n%s\n", result.log.c_str(), result.eventText.c_str());
+  PrintFailures(plan.seed, result);
 }
 
 struct STotals {
@@ -89,6 +104,7 @@ struct STotals {
   uint64_t calls = 0;
   uint64_t compared = 0;
   double hours = 0;
+  int64_t grownBytes = 0;
 
   void Add(const STotals& others) {
     seeds += others.seeds;
@@ -96,6 +112,7 @@ struct STotals {
     calls += others.calls;
     compared += others.compared;
     hours += others.hours;
+    grownBytes = std::max(grownBytes, others.grownBytes);
   }
 };
 
@@ -103,11 +120,27 @@ double SecondsSince(Clock::time_point began) {
   return std::chrono::duration<double>(Clock::now() - began).count();
 }
 
-void PrintTotals(const STotals& totals, double seconds) {
+void PrintTotals(const STotals& totals, double seconds, bool isCalls) {
+  if (isCalls) {
+    std::printf("%llu calls in %.1f s, %.1f virtual hours; memory grew by %lld bytes at most\n",
+                static_cast<unsigned long long>(totals.calls), seconds, totals.hours,
+                static_cast<long long>(totals.grownBytes));
+    return;
+  }
   std::printf("%llu seeds in %.1f s: %.2f a second, %.1f virtual hours a minute, %llu faults, %llu calls, %llu heard\n",
               static_cast<unsigned long long>(totals.seeds), seconds, static_cast<double>(totals.seeds) / seconds,
               totals.hours / (seconds / 60), static_cast<unsigned long long>(totals.faults),
               static_cast<unsigned long long>(totals.calls), static_cast<unsigned long long>(totals.compared));
+}
+
+bool RunCalls(uint64_t seed, STotals& totals) {
+  const SRunResult result = world::RunApart([seed] { return world::RunManyCalls(seed, kCallsOfAWorld); });
+  ++totals.seeds;
+  totals.calls += result.calls;
+  totals.hours += static_cast<double>(result.virtualMs) / 3'600'000;
+  totals.grownBytes = std::max(totals.grownBytes, result.grownBytes);
+  PrintFailures(seed, result);
+  return result.failures.empty();
 }
 
 bool RunSeed(uint64_t seed, bool isVerbose, STotals& totals) {
@@ -160,7 +193,10 @@ bool RunShare(const SOptions& options, size_t worker, world::ICrewStop& stop, ST
     if (options.minutes > 0 && SecondsSince(began) > options.minutes * 60) {
       break;
     }
-    if (!RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first], options.isVerbose, totals)) {
+    const bool isRight = options.isCalls ? RunCalls(seed, totals)
+                                         : RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first],
+                                                   options.isVerbose, totals);
+    if (!isRight) {
       stop.Set();
       return false;
     }
@@ -175,7 +211,7 @@ bool RunSeeds(const SOptions& options) {
     const bool isRight = RunShare(options, worker, stop, own);
     std::ostringstream text;
     text << isRight << ' ' << own.seeds << ' ' << own.faults << ' ' << own.calls << ' ' << own.compared << ' '
-         << own.hours;
+         << own.hours << ' ' << own.grownBytes;
     return text.str();
   });
   STotals totals;
@@ -184,11 +220,11 @@ bool RunSeeds(const SOptions& options) {
     std::istringstream text(share);
     STotals own;
     bool isRight = false;
-    text >> isRight >> own.seeds >> own.faults >> own.calls >> own.compared >> own.hours;
+    text >> isRight >> own.seeds >> own.faults >> own.calls >> own.compared >> own.hours >> own.grownBytes;
     areRight = areRight && isRight;
     totals.Add(own);
   }
-  PrintTotals(totals, SecondsSince(began));
+  PrintTotals(totals, SecondsSince(began), options.isCalls);
   return areRight;
 }
 
@@ -197,7 +233,9 @@ bool RunSeeds(const SOptions& options) {
 int main(int argc, char** argv) {
   SOptions options;
   if (!Parse(argc, argv, options)) {
-    std::fprintf(stderr, "world --seed N | --shrink N | --seeds A-B | --minutes M [--from A] | --file F, [--jobs J]\n");
+    std::fprintf(
+        stderr,
+        "world --seed N | --shrink N | --seeds A-B | --minutes M [--from A] | --file F | --calls N, [--jobs J]\n");
     return 2;
   }
   return (options.shrinks ? ShrinkSeed(options.first) : RunSeeds(options)) ? 0 : 1;

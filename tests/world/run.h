@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,7 +19,8 @@ struct SRunResult {
   uint64_t calls = 0;          // that a far end had
   uint64_t comparedCalls = 0;  // whose sound was looked at
   uint64_t events = 0;
-  std::string log;  // the library's, where something failed
+  int64_t grownBytes = 0;  // memory in use at the end, over that at the beginning: where many calls were made
+  std::string log;         // the library's, where something failed
   std::string eventText;
 
   std::string ToText() const;  // for FromText: between processes
@@ -27,7 +29,8 @@ struct SRunResult {
 
 // One world, from the library's start to its end, with all checks. In this process: once, before any other.
 SRunResult RunWorld(const SWorldPlan& plan);
-// The same in a process of its own, as often as wanted. A process that dies is a failure.
+// A run in a process of its own, as often as wanted. A process that dies is a failure.
+SRunResult RunApart(const std::function<SRunResult()>& run);
 SRunResult RunWorldApart(const SWorldPlan& plan);
 
 }  // namespace world

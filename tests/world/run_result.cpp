@@ -24,7 +24,8 @@ std::string ReadText(std::istream& in) {
 
 std::string SRunResult::ToText() const {
   std::ostringstream out;
-  out << hash << ' ' << steps << ' ' << virtualMs << ' ' << calls << ' ' << comparedCalls << ' ' << events << ' ';
+  out << hash << ' ' << steps << ' ' << virtualMs << ' ' << calls << ' ' << comparedCalls << ' ' << events << ' '
+      << grownBytes << ' ';
   Write(out, log);
   Write(out, eventText);
   out << failures.size() << ' ';
@@ -37,7 +38,8 @@ std::string SRunResult::ToText() const {
 std::optional<SRunResult> SRunResult::FromText(const std::string& text) {
   std::istringstream in(text);
   SRunResult result;
-  in >> result.hash >> result.steps >> result.virtualMs >> result.calls >> result.comparedCalls >> result.events;
+  in >> result.hash >> result.steps >> result.virtualMs >> result.calls >> result.comparedCalls >> result.events >>
+      result.grownBytes;
   result.log = ReadText(in);
   result.eventText = ReadText(in);
   size_t count = 0;
@@ -48,14 +50,18 @@ std::optional<SRunResult> SRunResult::FromText(const std::string& text) {
   return in ? std::optional<SRunResult>(result) : std::nullopt;
 }
 
-SRunResult RunWorldApart(const SWorldPlan& plan) {
-  const SApart apart = DoApart([&plan] { return RunWorld(plan).ToText(); });
+SRunResult RunApart(const std::function<SRunResult()>& run) {
+  const SApart apart = DoApart([&run] { return run().ToText(); });
   std::optional<SRunResult> result = apart.isDone ? SRunResult::FromText(apart.result) : std::nullopt;
   if (!result) {
     result.emplace();
     result->failures.push_back("the world's process " + (apart.isDone ? "told nonsense" : apart.result));
   }
   return *result;
+}
+
+SRunResult RunWorldApart(const SWorldPlan& plan) {
+  return RunApart([&plan] { return RunWorld(plan); });
 }
 
 }  // namespace world
