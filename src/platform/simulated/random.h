@@ -50,16 +50,17 @@ class CTrace {
   void AddBytes(const void* data, size_t length) {
     const auto* bytes = static_cast<const uint8_t*>(data);
     Add(length);
-    // Four at a time, so that one multiplication need not wait for the one before.
-    CTrace lanes[3];
-    for (; length >= 4 * kWordBytes; bytes += 4 * kWordBytes, length -= 4 * kWordBytes) {
-      Add(WordAt(bytes, kWordBytes));
-      for (size_t lane = 0; lane < 3; ++lane) {
-        lanes[lane].Add(WordAt(bytes + (lane + 1) * kWordBytes, kWordBytes));
+    // Eight words at a time in lanes of their own, turned and added: what the processor does with many at once.
+    Words lanes[2]{};
+    for (; length >= sizeof lanes; bytes += sizeof lanes, length -= sizeof lanes) {
+      for (size_t i = 0; i < 2; ++i) {
+        Words words;
+        std::memcpy(&words, bytes + i * sizeof words, sizeof words);
+        lanes[i] = ((lanes[i] << 13) | (lanes[i] >> 51)) + words;
       }
     }
-    for (const CTrace& lane : lanes) {
-      Add(lane.hash);
+    for (size_t i = 0; i < 2 * kWordsOfALane; ++i) {
+      Add(lanes[i / kWordsOfALane][i % kWordsOfALane]);
     }
     while (length > 0) {
       const size_t taken = length < kWordBytes ? length : kWordBytes;
@@ -72,6 +73,8 @@ class CTrace {
 
  private:
   static constexpr size_t kWordBytes = sizeof(uint64_t);
+  static constexpr size_t kWordsOfALane = 4;
+  typedef uint64_t Words __attribute__((vector_size(kWordsOfALane * sizeof(uint64_t))));
 
   static uint64_t WordAt(const uint8_t* bytes, size_t length) {
     uint64_t word = 0;

@@ -68,14 +68,14 @@ int64_t TakeDatagram(SSocket& socket, void* data, size_t capacity, sockaddr_in& 
   if (socket.datagrams.empty()) {
     return socket.isWoken ? 0 : -EAGAIN;
   }
-  const sim::SDatagram datagram = std::move(socket.datagrams.front());
+  const sim::Datagram datagram = std::move(socket.datagrams.front());
   socket.datagrams.pop_front();
-  socket.waitingBytes -= datagram.data.size();
-  const size_t taken = std::min(capacity, datagram.data.size());
+  socket.waitingBytes -= datagram->data.size();
+  const size_t taken = std::min(capacity, datagram->data.size());
   if (taken > 0) {
-    std::memcpy(data, datagram.data.data(), taken);
+    std::memcpy(data, datagram->data.data(), taken);
   }
-  from = ToSystem(datagram.from);
+  from = ToSystem(datagram->from);
   return static_cast<int64_t>(taken);
 }
 

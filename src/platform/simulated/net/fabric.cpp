@@ -73,63 +73,63 @@ int CNetwork::CImpl::SendDatagram(SSocket& from, std::span<const uint8_t> data, 
   const SIpv4Address source = !isAnywhere           ? from.local.address
                               : everyone != nullptr ? everyone->address
                                                     : machine.SourceFor(to.address);
-  SDatagram datagram{Bytes(data.begin(), data.end()), {source, from.local.port}};
+  Datagram datagram = machine.pool.Make(data, {source, from.local.port}, to);
   if (everyone != nullptr) {
-    BroadcastToOutside(datagram, to, *everyone, &from);
-    return 0;
+    BroadcastToOutside(*datagram, *everyone, true);
+  } else {
+    SendOver(line, std::move(datagram));
   }
-  lines.Datagram(line, data.size(), [this, to, sent = std::make_shared<SDatagram>(std::move(datagram))] {
-    COutsideDatagrams* const endpoint = FindDatagrams(to);
-    if (machine.IsOwn(to.address) && endpoint == nullptr) {
-      machine.Deliver(*sent, to, false);
-    } else if (endpoint != nullptr) {
-      endpoint->Take(*sent);
-    }
-  });
   return 0;
 }
 
-// Each machine hears it over its own line. The sender's machine does too.
-void CNetwork::CImpl::BroadcastToOutside(const SDatagram& datagram, SIpv4Endpoint to, const SAdapter& adapter,
-                                         SSocket* sender) {
-  const auto shared = std::make_shared<const SDatagram>(datagram);
-  for (const COutsideDatagrams* endpoint : endpoints) {
-    const SIpv4Endpoint at = endpoint->Local();
-    const bool isSender = sender == nullptr && SamePlace(at, datagram.from);
-    if (at.port != to.port || !IsInside(at.address, adapter) || isSender) {
-      continue;
-    }
-    SLine& line = lines.ToMachine(at.address);
-    lines.Datagram(line, datagram.data.size(), [this, at, shared] {
-      if (const COutsideDatagrams* const receiver = FindDatagrams(at)) {
-        receiver->Take(*shared);
-      }
-    });
+void CNetwork::CImpl::SendOver(SLine& line, Datagram datagram) {
+  const CLines::SArrivals arrivals = lines.Send(line, datagram->data.size());
+  if (arrivals.count == 2) {
+    ArriveAt(arrivals.atUs[1], machine.pool.Copy(*datagram));
   }
-  if (sender != nullptr) {
-    lines.Datagram(lines.ToLibrary(adapter.address), datagram.data.size(),
-                   [this, to, shared] { machine.Deliver(*shared, to, true); });
+  if (arrivals.count > 0) {
+    ArriveAt(arrivals.atUs[0], std::move(datagram));
   }
 }
 
+// Two pointers fit into an act without memory of its own.
+void CNetwork::CImpl::ArriveAt(int64_t timeUs, Datagram datagram) {
+  world.At(timeUs, [this, sent = datagram.release()] { Arrive(machine.pool.Hold(*sent)); });
+}
+
+void CNetwork::CImpl::Arrive(Datagram datagram) {
+  const COutsideDatagrams* const endpoint = datagram->isBroadcast ? nullptr : FindDatagrams(datagram->to);
+  if (endpoint != nullptr) {
+    endpoint->Take(*datagram);
+  } else if (datagram->isBroadcast || machine.IsOwn(datagram->to.address)) {
+    machine.Deliver(std::move(datagram));
+  }
+}
+
+// Each machine hears it over its own line. The sender's machine does too, when it is the library's.
+void CNetwork::CImpl::BroadcastToOutside(const SDatagram& datagram, const SAdapter& adapter, bool isFromLibrary) {
+  for (const COutsideDatagrams* endpoint : endpoints) {
+    const SIpv4Endpoint at = endpoint->Local();
+    const bool isSender = !isFromLibrary && SamePlace(at, datagram.from);
+    if (at.port != datagram.to.port || !IsInside(at.address, adapter) || isSender) {
+      continue;
+    }
+    SendOver(lines.ToMachine(at.address), machine.pool.Make(datagram.data, datagram.from, at));
+  }
+  Datagram heard = machine.pool.Copy(datagram);
+  heard->isBroadcast = true;
+  SendOver(lines.ToLibrary(isFromLibrary ? adapter.address : datagram.from.address), std::move(heard));
+}
+
 void CNetwork::CImpl::SendFromOutside(SIpv4Endpoint from, std::span<const uint8_t> data, SIpv4Endpoint to) {
-  const auto sent = std::make_shared<const SDatagram>(SDatagram{Bytes(data.begin(), data.end()), from});
   const SAdapter* const everyone = machine.BroadcastAdapter(to.address);
   world.Scheduler().Trace().AddBytes(data.data(), data.size());
+  Datagram datagram = machine.pool.Make(data, from, to);
   if (everyone != nullptr) {
-    BroadcastToOutside(*sent, to, *everyone, nullptr);
+    BroadcastToOutside(*datagram, *everyone, false);
+  } else {
+    SendOver(lines.ToLibrary(from.address), std::move(datagram));
   }
-  if (everyone == nullptr && !machine.IsOwn(to.address)) {
-    lines.Datagram(lines.ToLibrary(from.address), data.size(), [this, to, sent] {
-      if (const COutsideDatagrams* const endpoint = FindDatagrams(to)) {
-        endpoint->Take(*sent);
-      }
-    });
-    return;
-  }
-  const bool isBroadcast = everyone != nullptr;
-  lines.Datagram(lines.ToLibrary(from.address), data.size(),
-                 [this, to, sent, isBroadcast] { machine.Deliver(*sent, to, isBroadcast); });
 }
 
 int CNetwork::CImpl::Connect(SSocket& socket, SIpv4Endpoint remote) {

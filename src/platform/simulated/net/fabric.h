@@ -43,7 +43,10 @@ class CNetwork::CImpl {
   std::set<uint32_t> knownMachines;
 
  private:
-  void BroadcastToOutside(const SDatagram& datagram, SIpv4Endpoint to, const SAdapter& adapter, SSocket* sender);
+  void BroadcastToOutside(const SDatagram& datagram, const SAdapter& adapter, bool isFromLibrary);
+  void SendOver(SLine& line, Datagram datagram);
+  void ArriveAt(int64_t timeUs, Datagram datagram);
+  void Arrive(Datagram datagram);
   CConnection::EAnswer Answer(CConnection& connection);
 
   std::vector<std::weak_ptr<CConnection>> connections;

@@ -40,21 +40,21 @@ int64_t CLines::InOrder(SLine& line, size_t bytes) {
   return line.lastDueUs;
 }
 
-void CLines::Datagram(SLine& line, size_t bytes, const std::function<void()>& arrive) {
+CLines::SArrivals CLines::Send(SLine& line, size_t bytes) {
   const SLink& link = line.link;
   CRandom& random = world.Random();
+  SArrivals arrivals;
   const bool isFull = link.bytesPerSecond != 0 && line.BacklogBytes(world.NowUs()) + bytes > link.queueBytes;
   if (link.isCut || isFull || random.Chance(link.lossPerMillion)) {
-    return;
+    return arrivals;
   }
-  const bool isTwice = random.Chance(link.duplicatePerMillion);
-  for (int i = 0; i < (isTwice ? 2 : 1); ++i) {
-    if (random.Chance(link.reorderPerMillion)) {
-      world.At(SentUs(line, bytes) + link.delayUs + random.Between(0, link.reorderUs), arrive);
-    } else {
-      world.At(InOrder(line, bytes), arrive);
-    }
+  arrivals.count = random.Chance(link.duplicatePerMillion) ? 2 : 1;
+  for (size_t i = 0; i < arrivals.count; ++i) {
+    arrivals.atUs[i] = random.Chance(link.reorderPerMillion)
+                           ? SentUs(line, bytes) + link.delayUs + random.Between(0, link.reorderUs)
+                           : InOrder(line, bytes);
   }
+  return arrivals;
 }
 
 }  // namespace zelk::sim

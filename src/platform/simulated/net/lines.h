@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 
@@ -30,8 +32,12 @@ class CLines {
   void Set(SIpv4Address machine, const SLink& toMachine, const SLink& toLibrary);
   void SetDefault(const SLink& link) { defaultLink = link; }
 
-  // Has a datagram arrive, once, not at all, or twice.
-  void Datagram(SLine& line, size_t bytes, const std::function<void()>& arrive);
+  // A datagram arrives once, not at all, or twice.
+  struct SArrivals {
+    size_t count = 0;
+    std::array<int64_t, 2> atUs{};
+  };
+  SArrivals Send(SLine& line, size_t bytes);
   // When so many bytes arrive that must not overtake those before.
   int64_t InOrder(SLine& line, size_t bytes);
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "platform/simulated/world.h"
 
@@ -20,6 +21,26 @@ bool IsInside(SIpv4Address address, const SAdapter& adapter) {
 }
 
 }  // namespace
+
+Datagram CDatagramPool::Make(std::span<const uint8_t> data, SIpv4Endpoint from, SIpv4Endpoint to) {
+  if (unused.empty()) {
+    all.push_back(std::make_unique<SDatagram>());
+    unused.push_back(all.back().get());
+  }
+  SDatagram& made = *unused.back();
+  unused.pop_back();
+  made.data.assign(data.begin(), data.end());
+  made.from = from;
+  made.to = to;
+  made.isBroadcast = false;
+  return Hold(made);
+}
+
+Datagram CDatagramPool::Copy(const SDatagram& datagram) {
+  Datagram copy = Make(datagram.data, datagram.from, datagram.to);
+  copy->isBroadcast = datagram.isBroadcast;
+  return copy;
+}
 
 CMachine::CMachine(CWorld& owner) : adapters{{kLibraryAddress, kMask24}, {kLoopback, kMask8}}, world(owner) {}
 
@@ -123,12 +144,12 @@ void CMachine::BindAnyhow(SSocket& socket, SIpv4Address destination) {
   }
 }
 
-void CMachine::Take(SSocket& socket, const SDatagram& datagram) {
-  if (socket.waitingBytes + datagram.data.size() > static_cast<size_t>(socket.receiveBytes)) {
+void CMachine::Take(SSocket& socket, Datagram datagram) {
+  if (socket.waitingBytes + datagram->data.size() > static_cast<size_t>(socket.receiveBytes)) {
     return;
   }
-  socket.waitingBytes += datagram.data.size();
-  socket.datagrams.push_back(datagram);
+  socket.waitingBytes += datagram->data.size();
+  socket.datagrams.push_back(std::move(datagram));
   world.Scheduler().Wake(&socket);
 }
 
@@ -148,21 +169,22 @@ SSocket* CMachine::Receiver(SIpv4Endpoint to) {
   return found;
 }
 
-void CMachine::Deliver(const SDatagram& datagram, SIpv4Endpoint to, bool isBroadcast) {
-  if (!isBroadcast) {
+void CMachine::Deliver(Datagram datagram) {
+  const SIpv4Endpoint to = datagram->to;
+  if (!datagram->isBroadcast) {
     SSocket* const socket = Receiver(to);
     const bool isFromPeer =
-        socket != nullptr && (socket->peer.port == 0 || (socket->peer.port == datagram.from.port &&
-                                                         socket->peer.address == datagram.from.address));
+        socket != nullptr && (socket->peer.port == 0 || (socket->peer.port == datagram->from.port &&
+                                                         socket->peer.address == datagram->from.address));
     if (isFromPeer) {
-      Take(*socket, datagram);
+      Take(*socket, std::move(datagram));
     }
     return;
   }
   for (const std::unique_ptr<SSocket>& socket : sockets) {
     if (socket != nullptr && !socket->isStream && socket->isBound && socket->local.port == to.port &&
         (socket->local.address == kAnyAddress || socket->local.address == to.address)) {
-      Take(*socket, datagram);
+      Take(*socket, pool.Copy(*datagram));
     }
   }
 }

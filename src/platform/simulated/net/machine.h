@@ -25,7 +25,29 @@ using Bytes = std::vector<uint8_t>;
 struct SDatagram {
   Bytes data;
   SIpv4Endpoint from;
+  SIpv4Endpoint to;
+  bool isBroadcast = false;  // for every socket of the library's machine that hears it
 };
+
+// Where datagrams go back to: hundreds of thousands are under way in a world, a few at a time.
+class CDatagramPool {
+ public:
+  struct SGiveBack {
+    CDatagramPool* pool;
+    void operator()(SDatagram* datagram) const { pool->unused.push_back(datagram); }
+  };
+  using Held = std::unique_ptr<SDatagram, SGiveBack>;
+
+  Held Make(std::span<const uint8_t> data, SIpv4Endpoint from, SIpv4Endpoint to);
+  Held Copy(const SDatagram& datagram);
+  // What somebody has let go of by release(), and kept the address of.
+  Held Hold(SDatagram& datagram) { return {&datagram, {this}}; }
+
+ private:
+  std::vector<std::unique_ptr<SDatagram>> all;
+  std::vector<SDatagram*> unused;
+};
+using Datagram = CDatagramPool::Held;
 
 // A socket of the library. Tasks wait for its address.
 struct SSocket {
@@ -40,7 +62,7 @@ struct SSocket {
   SIpv4Endpoint local;
   SIpv4Endpoint peer;  // of a datagram socket that was connected
 
-  std::deque<SDatagram> datagrams;
+  std::deque<Datagram> datagrams;
   size_t waitingBytes = 0;
   SLine* line = nullptr;  // the one that its last datagram took
 
@@ -53,6 +75,7 @@ class CMachine {
  public:
   explicit CMachine(CWorld& owner);
 
+  CDatagramPool pool;  // of the whole network; before the sockets, which hold some
   std::vector<SAdapter> adapters;
   int listed = kAdaptersListed;
   int bufferLimit = 0;
@@ -75,8 +98,8 @@ class CMachine {
   void TakePort(SIpv4Endpoint local, bool isStream) { taken.insert(KeyOf(local, isStream)); }
   void FreePort(SIpv4Endpoint local, bool isStream) { taken.erase(KeyOf(local, isStream)); }
 
-  // A datagram arrives at one of the machine's addresses; at everyone's.
-  void Deliver(const SDatagram& datagram, SIpv4Endpoint to, bool isBroadcast);
+  // A datagram arrives at one of the machine's addresses, or at everyone's.
+  void Deliver(Datagram datagram);
 
  private:
   using PortKey = std::pair<uint64_t, bool>;
@@ -85,7 +108,7 @@ class CMachine {
   }
   bool Collides(const SSocket& one, const SSocket& other) const;
   bool IsPortFree(const SSocket& socket) const;
-  void Take(SSocket& socket, const SDatagram& datagram);
+  void Take(SSocket& socket, Datagram datagram);
   SSocket* Receiver(SIpv4Endpoint to);
 
   CWorld& world;

@@ -18,7 +18,7 @@ uint64_t CAgenda::Add(int64_t dueUs, Act act) {
   slot.isTaken = true;
   const uint64_t number = uint64_t{++slot.use} << 32 | index;
   heap.push_back({dueUs, entered++, number});
-  std::push_heap(heap.begin(), heap.end(), IsLater);
+  std::push_heap(heap.begin(), heap.end(), SIsLater{});
   ++live;
   return number;
 }
@@ -48,13 +48,13 @@ bool CAgenda::Cancel(uint64_t number) {
   constexpr size_t kFewEntries = 64;
   if (heap.size() > kFewEntries && live < heap.size() / 4) {
     std::erase_if(heap, [this](const SEntry& entry) { return Find(entry.number) == nullptr; });
-    std::make_heap(heap.begin(), heap.end(), IsLater);
+    std::make_heap(heap.begin(), heap.end(), SIsLater{});
   }
   return true;
 }
 
 void CAgenda::PopHeap() {
-  std::pop_heap(heap.begin(), heap.end(), IsLater);
+  std::pop_heap(heap.begin(), heap.end(), SIsLater{});
   heap.pop_back();
 }
 

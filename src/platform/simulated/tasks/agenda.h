@@ -37,9 +37,11 @@ class CAgenda {
     bool isTaken = false;
   };
 
-  static bool IsLater(const SEntry& one, const SEntry& other) {
-    return one.dueUs != other.dueUs ? one.dueUs > other.dueUs : one.order > other.order;
-  }
+  struct SIsLater {
+    bool operator()(const SEntry& one, const SEntry& other) const {
+      return one.dueUs != other.dueUs ? one.dueUs > other.dueUs : one.order > other.order;
+    }
+  };
   SSlot* Find(uint64_t number);
   Act Take(SSlot& slot, uint64_t number);
   void DropStale();

@@ -25,7 +25,10 @@ std::vector<SArrival> Arrivals(const SLink& link, int count, uint64_t seed = 1) 
   std::vector<SArrival> arrivals;
   for (int i = 0; i < count; ++i) {
     world.At(i * kUsPerMs, [&, i] {
-      lines.Datagram(lines.ToMachine(kMachine), kBytes, [&, i] { arrivals.push_back({i, world.NowUs()}); });
+      const CLines::SArrivals due = lines.Send(lines.ToMachine(kMachine), kBytes);
+      for (size_t j = 0; j < due.count; ++j) {
+        world.At(due.atUs[j], [&, i] { arrivals.push_back({i, world.NowUs()}); });
+      }
     });
   }
   while (!world.Scheduler().Agenda().IsEmpty()) {

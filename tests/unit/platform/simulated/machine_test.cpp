@@ -2,6 +2,7 @@
 #include "platform/simulated/net/machine.h"
 
 #include <cerrno>
+#include <utility>
 
 #include "in_world.h"
 
@@ -11,6 +12,11 @@ namespace {
 class Machine : public testing::Test {
  protected:
   SSocket& Open(bool isStream = false) { return *machine.Find(machine.Open(isStream)); }
+  void Deliver(size_t bytes, SIpv4Endpoint to, bool isBroadcast) {
+    Datagram datagram = machine.pool.Make(Bytes(bytes), {Address(10, 1, 0, 9), 1}, to);
+    datagram->isBroadcast = isBroadcast;
+    machine.Deliver(std::move(datagram));
+  }
 
   CWorld world{{}};
   CMachine machine{world};
@@ -63,17 +69,17 @@ TEST_F(Machine, ADatagramGoesToTheMostSpecificBind) {
   wildcard.mayShare = specific.mayShare = true;
   machine.Bind(wildcard, {kAnyAddress, 9000});
   machine.Bind(specific, {kLibraryAddress, 9000});
-  machine.Deliver({{1}, {Address(10, 1, 0, 9), 1}}, {kLibraryAddress, 9000}, false);
+  Deliver(1, {kLibraryAddress, 9000}, false);
   EXPECT_EQ(specific.datagrams.size(), 1U);
-  machine.Deliver({{1}, {Address(10, 1, 0, 9), 1}}, {kLoopback, 9000}, false);
+  Deliver(1, {kLoopback, 9000}, false);
   EXPECT_EQ(wildcard.datagrams.size(), 1U);
-  machine.Deliver({{1}, {Address(10, 1, 0, 9), 1}}, {Address(10, 1, 0, 255), 9000}, true);
+  Deliver(1, {Address(10, 1, 0, 255), 9000}, true);
   EXPECT_EQ(wildcard.datagrams.size(), 2U);
   EXPECT_EQ(specific.datagrams.size(), 1U);
   SSocket& later = Open();
   later.mayShare = true;
   machine.Bind(later, {kAnyAddress, 9000});
-  machine.Deliver({{1}, {Address(10, 1, 0, 9), 1}}, {kLibraryAddress, 9000}, false);
+  Deliver(1, {kLibraryAddress, 9000}, false);
   EXPECT_EQ(specific.datagrams.size(), 2U);
 }
 
@@ -82,9 +88,20 @@ TEST_F(Machine, AFullReceiveBufferLosesWhatComes) {
   socket.receiveBytes = 250;
   machine.Bind(socket, {kLibraryAddress, 9000});
   for (int i = 0; i < 5; ++i) {
-    machine.Deliver({Bytes(100), {Address(10, 1, 0, 9), 1}}, {kLibraryAddress, 9000}, false);
+    Deliver(100, {kLibraryAddress, 9000}, false);
   }
   EXPECT_EQ(socket.datagrams.size(), 2U);
+}
+
+TEST_F(Machine, DatagramsComeBackToThePool) {
+  SSocket& socket = Open();
+  machine.Bind(socket, {kLibraryAddress, 9000});
+  const SDatagram* const first = machine.pool.Make({}, {}, {}).get();
+  Deliver(1, {kLibraryAddress, 9000}, false);
+  EXPECT_EQ(socket.datagrams.front().get(), first);
+  EXPECT_NE(machine.pool.Make({}, {}, {}).get(), first);
+  socket.datagrams.clear();
+  EXPECT_EQ(machine.pool.Make({}, {}, {}).get(), first);
 }
 
 TEST_F(Machine, OpenSocketsAreCounted) {
