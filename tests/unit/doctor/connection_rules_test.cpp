@@ -18,7 +18,6 @@ using trace::kMillisecond;
 using trace::kSecond;
 using trace::test::CConversation;
 using trace::test::kBegin;
-using trace::test::kCard;
 using trace::test::TcpPacket;
 using trace::test::Text;
 using trace::test::UdpPacket;

@@ -22,7 +22,6 @@ using tool::Bytes;
 using trace::test::CauseElement;
 using trace::test::ChannelElement;
 using trace::test::Information;
-using trace::test::Join;
 using trace::test::Message;
 
 class DoctorDChannel : public testing::Test {

@@ -51,12 +51,16 @@ Bytes First(const Bytes& bytes, std::size_t count) {
   return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
+Wire First(const Wire& wire, std::size_t count) {
+  return {wire.begin(), wire.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
 // ---- the file ----
 
 TEST(DamagedCapture, CutInAPacket) {
   const Wire wire = FourCalls().wire;
   const std::size_t cut = PlaceOf(wire, kConnect, 3, true);
-  const Bytes file = First(PcapFile(wire), PcapFile(Wire(wire.begin(), wire.begin() + cut)).size() + 16 + 30);
+  const Bytes file = First(PcapFile(wire), PcapFile(First(wire, cut)).size() + 16 + 30);
   const SOutcome outcome = Analyse(file);
   EXPECT_EQ(Short(outcome.heard.calls), (std::vector<std::string>{"0301 1 16", "0302 2 17", "0303 3 -1"}));
   EXPECT_EQ(CallOf(outcome, "0303").how, ECallEnd::kOpen);
@@ -69,8 +73,8 @@ TEST(DamagedCapture, CutInABlock) {
   const Bytes whole = PcapngFile(wire);
   EXPECT_EQ(Short(Analyse(whole).heard.calls), kFourCalls);
   const std::size_t place = PlaceOf(wire, kConnect, 3, true);
-  const std::size_t block = PcapngFile(Wire(wire.begin(), wire.begin() + place)).size();
-  const std::size_t size = PcapngFile(Wire(wire.begin(), wire.begin() + place + 1)).size() - block;
+  const std::size_t block = PcapngFile(First(wire, place)).size();
+  const std::size_t size = PcapngFile(First(wire, place + 1)).size() - block;
   // In its type, its length, its packet, and in the length at its end.
   for (const std::size_t inBlock : {std::size_t{2}, std::size_t{6}, std::size_t{40}, size - 2}) {
     const SOutcome outcome = Analyse(First(whole, block + inBlock));
@@ -102,7 +106,8 @@ TEST(DamagedCapture, WithFramesCutByASnapLength) {
 
 TEST(DamagedCapture, WithoutItsFirstHalf) {
   const Wire wire = FourCalls().wire;
-  const SOutcome outcome = Analyse(PcapFile(Wire(wire.begin() + PlaceOf(wire, kConnect, 2, true), wire.end())));
+  const auto half = static_cast<std::ptrdiff_t>(PlaceOf(wire, kConnect, 2, true));
+  const SOutcome outcome = Analyse(PcapFile(Wire(wire.begin() + half, wire.end())));
   EXPECT_EQ(Short(outcome.heard.calls), (std::vector<std::string>{" -1 17", "0303 3 31", "0304 4 127"}));
   EXPECT_TRUE(CallOf(outcome, "").isBegunBefore);
   EXPECT_FALSE(CallOf(outcome, "0303").isBegunBefore);
