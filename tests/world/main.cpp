@@ -7,6 +7,8 @@
 //   world --shrink N      what of a failing seed's plan it fails without is left out
 //   world --file F        those of a file, one at the beginning of a line
 //   --calls N             so many calls on trunks on which nothing goes wrong, 50,000 a world
+//   --wire F              beside --seed: what passes the library's adapter but the sound, as pcapng; --whole-wire F:
+//   all
 //   --jobs J              beside any of the last four: in so many processes (1)
 #include <algorithm>
 #include <chrono>
@@ -39,6 +41,7 @@ struct SOptions {
   bool shrinks = false;
   bool isCalls = false;  // the seeds are those of worlds of many calls
   size_t jobs = 1;
+  world::SWireFile wire;
 };
 
 std::vector<uint64_t> ReadSeeds(const std::string& path) {
@@ -74,11 +77,17 @@ bool Parse(int argc, char** argv, SOptions& options) {
     } else if (name == "--calls") {
       options.isCalls = true;
       options.last = (std::stoull(value) + kCallsOfAWorld - 1) / kCallsOfAWorld;
+    } else if (name == "--wire" || name == "--whole-wire") {
+      options.wire = {value, name == "--whole-wire"};
     } else if (name == "--jobs") {
       options.jobs = std::stoul(value);
     } else {
       return false;
     }
+  }
+  const bool isOneSeed = options.isVerbose && !options.shrinks;
+  if (!options.wire.path.empty() && !isOneSeed) {
+    return false;
   }
   return options.jobs > 0 && argc > 1 && argc % 2 == 1 && (options.minutes > 0 || options.last != UINT64_MAX);
 }
@@ -143,9 +152,9 @@ bool RunCalls(uint64_t seed, STotals& totals) {
   return result.failures.empty();
 }
 
-bool RunSeed(uint64_t seed, bool isVerbose, STotals& totals) {
+bool RunSeed(uint64_t seed, const SOptions& options, STotals& totals) {
   const SWorldPlan plan = world::DrawPlan(seed);
-  const SRunResult result = world::RunWorldApart(plan);
+  const SRunResult result = world::RunWorldApart(plan, options.wire);
   ++totals.seeds;
   totals.faults += plan.faults.size();
   totals.calls += result.calls;
@@ -153,7 +162,7 @@ bool RunSeed(uint64_t seed, bool isVerbose, STotals& totals) {
   totals.hours += static_cast<double>(result.virtualMs) / 3'600'000;
   if (!result.failures.empty()) {
     PrintFailure(plan, result);
-  } else if (isVerbose) {
+  } else if (options.isVerbose) {
     std::printf("%s\nhash %llx, %llu steps, %llu events\n", ToText(plan).c_str(),
                 static_cast<unsigned long long>(result.hash), static_cast<unsigned long long>(result.steps),
                 static_cast<unsigned long long>(result.events));
@@ -193,9 +202,9 @@ bool RunShare(const SOptions& options, size_t worker, world::ICrewStop& stop, ST
     if (options.minutes > 0 && SecondsSince(began) > options.minutes * 60) {
       break;
     }
-    const bool isRight = options.isCalls ? RunCalls(seed, totals)
-                                         : RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first],
-                                                   options.isVerbose, totals);
+    const bool isRight =
+        options.isCalls ? RunCalls(seed, totals)
+                        : RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first], options, totals);
     if (!isRight) {
       stop.Set();
       return false;
@@ -233,9 +242,9 @@ bool RunSeeds(const SOptions& options) {
 int main(int argc, char** argv) {
   SOptions options;
   if (!Parse(argc, argv, options)) {
-    std::fprintf(
-        stderr,
-        "world --seed N | --shrink N | --seeds A-B | --minutes M [--from A] | --file F | --calls N, [--jobs J]\n");
+    std::fprintf(stderr,
+                 "world --seed N [--wire F | --whole-wire F] | --shrink N | --seeds A-B | --minutes M [--from A] | "
+                 "--file F | --calls N, [--jobs J]\n");
     return 2;
   }
   return (options.shrinks ? ShrinkSeed(options.first) : RunSeeds(options)) ? 0 : 1;

@@ -13,6 +13,7 @@
 #include "world/last_calls.h"
 #include "world/lives.h"
 #include "world/log_watch.h"
+#include "world/wire_capture.h"
 #include "world/world_card.h"
 #include "zelk/ZelkApi.h"
 
@@ -78,6 +79,10 @@ class CScene {
         faults(world, *sim, worldPlan),
         channels(worldPlan.Trunks() * ZELK_CHANNELS_PER_TRUNK) {}
 
+  // Null where it is to be written nowhere.
+  std::unique_ptr<CWireCapture> Capture(const SWireFile& wire) {
+    return wire.path.empty() ? nullptr : std::make_unique<CWireCapture>(world, wire);
+  }
   SRunResult Run();
   bool HasEnded() const { return hasEnded; }
 
@@ -307,8 +312,9 @@ void CScene::CheckReplies(size_t card) {
 }  // namespace
 
 // A scene whose tasks have been left where they stood cannot be taken apart.
-SRunResult RunWorld(const SWorldPlan& plan) {
+SRunResult RunWorld(const SWorldPlan& plan, const SWireFile& wire) {
   auto scene = std::make_unique<CScene>(plan);
+  const std::unique_ptr<CWireCapture> capture = scene->Capture(wire);
   SRunResult result = scene->Run();
   if (!scene->HasEnded()) {
     (void)scene.release();

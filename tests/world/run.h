@@ -27,10 +27,16 @@ struct SRunResult {
   static std::optional<SRunResult> FromText(const std::string& text);
 };
 
+// Where what passes the library's adapter is written, as pcapng.
+struct SWireFile {
+  std::string path;  // empty: nowhere
+  bool hasSound = false;
+};
+
 // One world, from the library's start to its end, with all checks. In this process: once, before any other.
-SRunResult RunWorld(const SWorldPlan& plan);
+SRunResult RunWorld(const SWorldPlan& plan, const SWireFile& wire = {});
 // A run in a process of its own, as often as wanted. A process that dies is a failure.
 SRunResult RunApart(const std::function<SRunResult()>& run);
-SRunResult RunWorldApart(const SWorldPlan& plan);
+SRunResult RunWorldApart(const SWorldPlan& plan, const SWireFile& wire = {});
 
 }  // namespace world

@@ -60,8 +60,8 @@ SRunResult RunApart(const std::function<SRunResult()>& run) {
   return *result;
 }
 
-SRunResult RunWorldApart(const SWorldPlan& plan) {
-  return RunApart([&plan] { return RunWorld(plan); });
+SRunResult RunWorldApart(const SWorldPlan& plan, const SWireFile& wire) {
+  return RunApart([&] { return RunWorld(plan, wire); });
 }
 
 }  // namespace world

@@ -47,6 +47,10 @@ void CNetwork::SetDefaultLink(const SLink& link) {
   impl->lines.SetDefault(link);
 }
 
+void CNetwork::SetTap(Tap tap) {
+  impl->tap = std::move(tap);
+}
+
 void CNetwork::TakePort(SIpv4Endpoint local, bool isStream) {
   impl->machine.TakePort(local, isStream);
 }

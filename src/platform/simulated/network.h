@@ -106,9 +106,19 @@ class CListener {
   virtual void SetAnswer(EAnswer answer) = 0;
 };
 
+// What passes the library's machine's adapters, when it does: sent, or arrived.
+struct SWireMessage {
+  enum class EKind { kDatagram, kAsk, kAccept, kRefuse, kData, kEnd, kReset };  // all but the first of a stream
+  EKind kind;
+  SIpv4Endpoint from;
+  SIpv4Endpoint to;
+  std::span<const uint8_t> data;
+};
+
 // Thread: tasks and acts of the world.
 class CNetwork {
  public:
+  using Tap = std::function<void(const SWireMessage&)>;
   using DatagramHandler = std::function<void(std::span<const uint8_t> data, SIpv4Endpoint from)>;
   using AcceptHandler = std::function<void(std::shared_ptr<CStream> stream)>;
 
@@ -129,6 +139,9 @@ class CNetwork {
   void SetLink(SIpv4Address machine, const SLink& toMachine, const SLink& toLibrary);
   // Of machines without a link of their own.
   void SetDefaultLink(const SLink& link);
+
+  // Called with every message, as one who captures there would have it. It changes nothing. Null: nobody looks.
+  void SetTap(Tap tap);
 
   // A port of the library's machine that another program has: a bind to it fails.
   void TakePort(SIpv4Endpoint local, bool isStream);

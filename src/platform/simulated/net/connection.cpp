@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/simulated/net/fabric.h"
 #include "platform/simulated/world.h"
 
 namespace zelk::sim {
@@ -37,8 +38,15 @@ void CConnection::Push(SWay& way, EKind kind, std::span<const uint8_t> data) {
   CTrace& trace = world.Scheduler().Trace();
   trace.Add(static_cast<uint64_t>(kind));
   trace.AddBytes(data.data(), data.size());
+  if (&way == &toOutside) {
+    Show(kind, false, data);
+  }
   way.queue.push_back({kind, Bytes(data.begin(), data.end()), lines.InOrder(LineOf(way), data.size())});
   Pump(way);
+}
+
+void CConnection::Show(EKind kind, bool isToLibrary, std::span<const uint8_t> data) const {
+  world.Network().Impl().Show({kind, isToLibrary ? outsideAt : libraryAt, isToLibrary ? libraryAt : outsideAt, data});
 }
 
 void CConnection::Schedule(SWay& way, int64_t dueUs) {
@@ -69,7 +77,11 @@ void CConnection::Arrive(SWay& way) {
   SMessage message = std::move(way.queue.front());
   way.queue.pop_front();
   world.Scheduler().Trace().Add(message.data.size());
-  const bool isTaken = &way == &toOutside ? TakeAtOutside(message) : TakeAtLibrary(message);
+  const bool isToLibrary = &way == &toLibrary;
+  const bool isTaken = isToLibrary ? TakeAtLibrary(message) : TakeAtOutside(message);
+  if (isTaken && isToLibrary) {
+    Show(message.kind, true, message.data);
+  }
   if (!isTaken) {
     way.queue.push_front(std::move(message));
     way.isHeld = true;

@@ -53,7 +53,7 @@ class CConnection : public CStream, public std::enable_shared_from_this<CConnect
 
  private:
   enum class EStage { kConnecting, kOpen, kGone };
-  enum class EKind : uint8_t { kAsk, kAccept, kRefuse, kData, kEnd, kReset };
+  using EKind = SWireMessage::EKind;
   struct SMessage {
     EKind kind;
     Bytes data;
@@ -86,6 +86,7 @@ class CConnection : public CStream, public std::enable_shared_from_this<CConnect
   void LoseOutside();
   void LoseLibrary(int withError);
   void WakeLibrary();
+  void Show(EKind kind, bool isToLibrary, std::span<const uint8_t> data) const;
   template <class Change>
   void ChangeHandlers(Change change);
 

@@ -74,6 +74,7 @@ int CNetwork::CImpl::SendDatagram(SSocket& from, std::span<const uint8_t> data, 
                               : everyone != nullptr ? everyone->address
                                                     : machine.SourceFor(to.address);
   Datagram datagram = machine.pool.Make(data, {source, from.local.port}, to);
+  Show({SWireMessage::EKind::kDatagram, datagram->from, to, data});
   if (everyone != nullptr) {
     BroadcastToOutside(*datagram, *everyone, true);
   } else {
@@ -102,6 +103,9 @@ void CNetwork::CImpl::Arrive(Datagram datagram) {
   if (endpoint != nullptr) {
     endpoint->Take(*datagram);
   } else if (datagram->isBroadcast || machine.IsOwn(datagram->to.address)) {
+    if (!machine.IsOwn(datagram->from.address)) {
+      Show({SWireMessage::EKind::kDatagram, datagram->from, datagram->to, datagram->data});
+    }
     machine.Deliver(std::move(datagram));
   }
 }

@@ -35,9 +35,16 @@ class CNetwork::CImpl {
   COutsideListener* FindListener(SIpv4Endpoint at) const;
   SIpv4Endpoint WithPort(SIpv4Endpoint local);
 
+  void Show(const SWireMessage& message) const {
+    if (tap) {
+      tap(message);
+    }
+  }
+
   CWorld& world;
   CLines lines;
   CMachine machine;
+  CNetwork::Tap tap;
   std::vector<COutsideDatagrams*> endpoints;
   std::vector<COutsideListener*> listeners;
   std::set<uint32_t> knownMachines;
