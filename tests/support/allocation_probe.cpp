@@ -11,12 +11,16 @@ thread_local uint64_t allocationCount = 0;
 thread_local size_t largestAllocation = 0;
 thread_local uint32_t failCountdown = 0;
 thread_local bool failed = false;
+bool (*judge)() = nullptr;
 
 void* Allocate(size_t size) noexcept {
   ++allocationCount;
   largestAllocation = std::max(largestAllocation, size);
   if (failCountdown > 0 && --failCountdown == 0) {
     failed = true;
+    return nullptr;
+  }
+  if (judge != nullptr && judge()) {
     return nullptr;
   }
   return std::malloc(size > 0 ? size : 1);
@@ -80,6 +84,9 @@ void FailAllocation(uint32_t n) {
 }
 bool AllocationFailed() {
   return failed;
+}
+void SetAllocationJudge(bool (*mustFail)()) {
+  judge = mustFail;
 }
 
 }  // namespace support

@@ -13,6 +13,8 @@ size_t LargestAllocation();  // of this thread since the last ForgetLargest
 void ForgetLargestAllocation();
 void FailAllocation(uint32_t n);  // the n-th from now (1 is the next), once; 0 calls it off
 bool AllocationFailed();          // the failure asked for has happened
+// Asked for each allocation of every thread, besides: true has it fail. Null: nobody is.
+void SetAllocationJudge(bool (*mustFail)());
 
 // Runs act with its first allocation failing, then its second ... until it asks for no more; check(failed) runs after
 // each act, the last time with failed == false. The number of allocations that were made to fail.

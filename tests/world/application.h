@@ -74,6 +74,7 @@ class CApplication {
     CInside& operator=(const CInside&) = delete;
 
    private:
+    const zelk::sim::CSide side{false};
     bool isCounted = false;
     uint64_t thread = 0;
   };

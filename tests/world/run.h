@@ -19,8 +19,9 @@ struct SRunResult {
   uint64_t calls = 0;          // that a far end had
   uint64_t comparedCalls = 0;  // whose sound was looked at
   uint64_t events = 0;
-  int64_t grownBytes = 0;  // memory in use at the end, over that at the beginning: where many calls were made
-  std::string log;         // the library's, where something failed
+  int64_t grownBytes = 0;    // memory in use at the end, over that at the beginning: where many calls were made
+  uint64_t allocations = 0;  // of the library's own code, where one is to fail
+  std::string log;           // the library's, where something failed
   std::string eventText;
 
   std::string ToText() const;  // for FromText: between processes

@@ -25,7 +25,7 @@ std::string ReadText(std::istream& in) {
 std::string SRunResult::ToText() const {
   std::ostringstream out;
   out << hash << ' ' << steps << ' ' << virtualMs << ' ' << calls << ' ' << comparedCalls << ' ' << events << ' '
-      << grownBytes << ' ';
+      << grownBytes << ' ' << allocations << ' ';
   Write(out, log);
   Write(out, eventText);
   out << failures.size() << ' ';
@@ -39,7 +39,7 @@ std::optional<SRunResult> SRunResult::FromText(const std::string& text) {
   std::istringstream in(text);
   SRunResult result;
   in >> result.hash >> result.steps >> result.virtualMs >> result.calls >> result.comparedCalls >> result.events >>
-      result.grownBytes;
+      result.grownBytes >> result.allocations;
   result.log = ReadText(in);
   result.eventText = ReadText(in);
   size_t count = 0;

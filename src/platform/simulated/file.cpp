@@ -12,6 +12,13 @@ using sim::SFile;
 
 namespace {
 
+// The systems' own halves keep a file without memory of their own.
+template <class State>
+std::unique_ptr<State> MakeState() {
+  const sim::CInSystem inSystem(sim::CScheduler::Current());
+  return std::make_unique<State>();
+}
+
 // Null outside of a world, where no file can be opened.
 CFiles* Files() {
   CWorld* const world = CWorld::Current();
@@ -19,16 +26,19 @@ CFiles* Files() {
 }
 
 std::shared_ptr<SFile> OpenFile(const char* path, bool forWriting, bool mayMake) {
+  const sim::CInSystem inSystem(sim::CScheduler::Current());
   CFiles* const files = Files();
   return files == nullptr || path == nullptr ? nullptr : files->Open(path, forWriting, mayMake);
 }
 
 int64_t WriteFile(const std::shared_ptr<SFile>& file, size_t offset, const void* data, size_t length) {
+  const sim::CInSystem inSystem(sim::CScheduler::Current());
   CFiles* const files = Files();
   return files == nullptr || file == nullptr ? -1 : files->Write(*file, offset, data, length);
 }
 
 bool CloseFile(std::shared_ptr<SFile>& file) {
+  const sim::CInSystem inSystem(sim::CScheduler::Current());
   CFiles* const files = Files();
   const bool wasOpen = file != nullptr;
   file = nullptr;
@@ -41,7 +51,7 @@ struct CAppendFile::SState {
   std::shared_ptr<SFile> file;
 };
 
-CAppendFile::CAppendFile() : state(std::make_unique<SState>()) {}
+CAppendFile::CAppendFile() : state(MakeState<SState>()) {}
 
 CAppendFile::~CAppendFile() {
   Close();
@@ -69,7 +79,7 @@ struct CReadFile::SState {
   std::shared_ptr<SFile> file;
 };
 
-CReadFile::CReadFile() : state(std::make_unique<SState>()) {}
+CReadFile::CReadFile() : state(MakeState<SState>()) {}
 
 CReadFile::~CReadFile() {
   Close();
@@ -108,7 +118,7 @@ struct CUpdateFile::SState {
   size_t position = 0;
 };
 
-CUpdateFile::CUpdateFile() : state(std::make_unique<SState>()) {}
+CUpdateFile::CUpdateFile() : state(MakeState<SState>()) {}
 
 CUpdateFile::~CUpdateFile() {
   Close();

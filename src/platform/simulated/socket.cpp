@@ -20,7 +20,7 @@ constexpr int kOptionFailed = -1;
 // One call of the library on one of its sockets. Nothing is done outside of a world or on a socket that is closed.
 class CCall {
  public:
-  explicit CCall(NativeSocket number) : world(CWorld::Current()) {
+  explicit CCall(NativeSocket number) : world(CWorld::Current()), inSystem(sim::CScheduler::Current()) {
     if (world != nullptr) {
       world->Scheduler().Step(sim::EStep::kSocket, static_cast<uint64_t>(number));
       socket = Network().machine.Find(static_cast<int32_t>(number));
@@ -43,6 +43,7 @@ class CCall {
 
  private:
   CWorld* const world;
+  const sim::CInSystem inSystem;
   SSocket* socket = nullptr;
 };
 
@@ -114,6 +115,7 @@ bool SNativeSocket::Open(int type) {
   if (world == nullptr) {
     return false;
   }
+  const sim::CInSystem inSystem(&world->Scheduler());
   world->Scheduler().Step(sim::EStep::kSocket);
   if (world->Scarcity().IsSocketOpenToFail()) {
     world->Scheduler().LastError() = EMFILE;

@@ -3,6 +3,7 @@
 
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/event.h"
@@ -52,7 +53,7 @@ bool CThread::Start(const char* name, std::function<void()> body, EThreadPriorit
   try {
     auto started = std::make_shared<SState>();
     started->body = std::move(body);
-    const sim::STask* const task = world->Scheduler().Start(std::string(name).substr(0, kMaxNameChars), [started] {
+    sim::STask* const task = world->Scheduler().Start(std::string(name).substr(0, kMaxNameChars), [started] {
       started->body();
       started->body = nullptr;
       started->ended.Set();
@@ -60,6 +61,7 @@ bool CThread::Start(const char* name, std::function<void()> body, EThreadPriorit
     if (task == nullptr) {
       return false;
     }
+    task->isInLibrary = std::string_view(name).starts_with("zelk-");  // as the library names its threads
     started->task = task->number;
     state = std::move(started);
   } catch (const std::bad_alloc&) {

@@ -26,6 +26,17 @@ bool SScarcity::IsSocketOpenToFail() {
   return CountsDown(failingSocketOpen);
 }
 
+bool SScarcity::IsAllocationToFail() {
+  if (!CountsDown(failingAllocation)) {
+    return false;
+  }
+  if (failingInARow > 1) {
+    --failingInARow;
+    failingAllocation = 1;
+  }
+  return true;
+}
+
 CWorld::CWorld(const SWorldOptions& worldOptions)
     : options(worldOptions),
       scheduler(options),

@@ -45,10 +45,13 @@ struct SOutcome {
 struct SScarcity {
   uint32_t failingThreadStart = 0;
   uint32_t failingSocketOpen = 0;
+  uint32_t failingAllocation = 0;  // of the library's own code, in a program whose operator new asks
+  uint32_t failingInARow = 1;      // so many allocations fail then
 
   // Each counts one call.
   bool IsThreadStartToFail();
   bool IsSocketOpenToFail();
+  bool IsAllocationToFail();
 };
 
 // One world. Worlds of a process run one after another.

@@ -22,6 +22,32 @@ std::unique_ptr<CCarrier> MakeCarrier(ECarrier kind) {
 
 CScheduler* CScheduler::running = nullptr;
 
+CInSystem::CInSystem(const CScheduler* scheduler) : task(scheduler == nullptr ? nullptr : scheduler->Task()) {
+  if (task != nullptr) {
+    ++task->inSystem;
+  }
+}
+
+CInSystem::~CInSystem() {
+  if (task != nullptr) {
+    --task->inSystem;
+  }
+}
+
+CSide::CSide(bool isInLibrary)
+    : task(CScheduler::Current() == nullptr ? nullptr : CScheduler::Current()->Task()),
+      before(task != nullptr && task->isInLibrary) {
+  if (task != nullptr) {
+    task->isInLibrary = isInLibrary;
+  }
+}
+
+CSide::~CSide() {
+  if (task != nullptr) {
+    task->isInLibrary = before;
+  }
+}
+
 CScheduler::CScheduler(const SWorldOptions& worldOptions)
     : options(worldOptions),
       random(worldOptions.seed),
@@ -85,6 +111,7 @@ EVerdict CScheduler::Run(std::function<void()> main) {
 }
 
 STask* CScheduler::Start(std::string name, std::function<void()> body) {
+  const CInSystem inSystem(this);
   // An act may start a task from the strand of one that has just ended.
   std::erase_if(spent, [this](const std::unique_ptr<CStrand>& strand) { return strand.get() != here; });
   auto task = std::make_unique<STask>();
@@ -107,8 +134,10 @@ void CScheduler::RunTask(STask& task) {
     task.body();
     task.body = nullptr;
   } catch (const std::exception& thrown) {
+    task.isInLibrary = false;
     Fail("task '" + task.name + "' threw: " + thrown.what());
   }
+  task.isInLibrary = false;
   EndTask(task);
 }
 
@@ -188,6 +217,7 @@ void CScheduler::Step(EStep what, uint64_t detail) {
   if (!IsInTask()) {
     return;
   }
+  const CInSystem inSystem(this);
   ++steps;
   nowUs += options.stepUs;
   trace.Add(detail << 8 | static_cast<uint64_t>(what));
@@ -216,6 +246,7 @@ bool CScheduler::Block(const SWait& wait) {
     Fail("something that must not wait did");
     return false;
   }
+  const CInSystem inSystem(this);
   CheckCycle(wait);
   STask& self = *current;
   self.wait = wait;
@@ -236,6 +267,7 @@ bool CScheduler::Block(const SWait& wait) {
 
 // From the last one on: the one that takes a freed place was looked at before.
 void CScheduler::Wake(const void* object) {
+  const CInSystem inSystem(this);
   for (size_t i = waiting.size(); i-- > 0;) {
     if (waiting[i]->wait.object == object) {
       MakeReady(*waiting[i]);

@@ -27,6 +27,33 @@ enum class EVerdict {
   kFailed,    // Fail was called
 };
 
+class CScheduler;
+
+// For the length of a block: the running task is inside the simulated system, whose memory never runs out.
+class CInSystem {
+ public:
+  explicit CInSystem(const CScheduler* scheduler);
+  ~CInSystem();
+  CInSystem(const CInSystem&) = delete;
+  CInSystem& operator=(const CInSystem&) = delete;
+
+ private:
+  STask* const task;
+};
+
+// For the length of a block: the running task is in the library, as in an export, or out of it, as in a callback.
+class CSide {
+ public:
+  explicit CSide(bool isInLibrary);
+  ~CSide();
+  CSide(const CSide&) = delete;
+  CSide& operator=(const CSide&) = delete;
+
+ private:
+  STask* const task;
+  const bool before;
+};
+
 // Runs the tasks of one world, one at a time, and its time.
 // Thread: the tasks' own. Step and Block are called by a task; acts on the agenda run between tasks, on the stack of
 // one of them, and must not block: there Step does nothing and Block ends the run.
@@ -57,6 +84,10 @@ class CScheduler {
   // Ends the run with this verdict.
   void Fail(const std::string& why);
 
+  // The running task; null where none runs, or an act.
+  STask* Task() const { return IsInTask() ? current : nullptr; }
+  // What runs is the library's own code.
+  bool IsInLibrary() const { return IsInTask() && current->isInLibrary && current->inSystem == 0; }
   // Of the running task; 0 where none runs.
   uint32_t Number() const { return current == nullptr ? 0 : current->number; }
   bool IsInTask() const { return current != nullptr && !isActing; }

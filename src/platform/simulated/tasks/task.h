@@ -36,8 +36,10 @@ struct STask {
   int64_t waitsSinceUs = 0;
   uint64_t alarm = 0;  // on the agenda, for the end of its wait; 0: none
   bool hasTimedOut = false;
-  size_t place = 0;   // in the list of those that can run, or of those that wait
-  int lastError = 0;  // of its last socket call
+  size_t place = 0;          // in the list of those that can run, or of those that wait
+  int lastError = 0;         // of its last socket call
+  bool isInLibrary = false;  // runs the library's code, where it is not inside the simulated system
+  int inSystem = 0;          // calls of the simulated system that it is in
 
   static constexpr int kMostFrames = 40;
   std::array<void*, kMostFrames> frames{};  // taken for a report
