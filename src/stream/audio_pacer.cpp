@@ -131,8 +131,10 @@ bool CAudioPacer::DeliverReceived(IMediaHook& hook, size_t position, const CStop
   while (const SPoolBlock block = pool.NextReady(position)) {
     atRest = false;
     if (rings.DetectsDigits(position)) {
-      if (!std::exchange(isSearched[position], false))
-        rings.Detector(position).ProcessBlock(block.data, kBlockBytes);
+      if (!std::exchange(isSearched[position], false)) {
+        const SDigitJob further{&rings.Detector(position), block.data, block.note->uniform};
+        FindDigits(&further, 1);
+      }
       if (!ReportDigits(hook, position, stop))
         return false;
     }

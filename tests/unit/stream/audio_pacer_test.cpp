@@ -126,6 +126,19 @@ TEST_F(AudioPacer, ADigitIsReportedBeforeTheAudioOfItsBlock) {
   EXPECT_EQ(delivered.size(), 11U);
 }
 
+// The same where the pacer comes late and finds two blocks of a timeslot at once.
+TEST_F(AudioPacer, ADigitInABlockBehindAnotherIsReportedBeforeItsAudio) {
+  hook.calls.clear();
+  Receive(7, TwoTones(0).data());
+  Receive(7, TwoTones(1).data());
+  pacer.Pass(stop);
+  std::vector<char> delivered;
+  for (const std::string& call : hook.calls)
+    if (call[0] == 'r' || call[0] == 'd')
+      delivered.push_back(call[0]);
+  EXPECT_EQ(delivered, std::vector<char>({'r', 'd', 'r'}));
+}
+
 // Two blocks of the detector, 204 samples, make a digit. A received block is heard once.
 TEST_F(AudioPacer, ASoundTooShortForADigitIsNone) {
   Receive(7, TwoTones(0).data());
