@@ -71,15 +71,16 @@ CApplication::CInside::CInside(const char* kind) : isCounted(current->onOddCallb
   }
   thread = zelk::OwnThreadNumber();
   // What an export does inside of a callback is part of that.
-  if (current->inside.count(thread) == 0 && (current->isDown || current->leftBehind.count(thread) != 0)) {
+  const bool isOutermost = std::find(current->inside.begin(), current->inside.end(), thread) == current->inside.end();
+  if (isOutermost && (current->isDown || current->leftBehind.count(thread) != 0)) {
     current->onOddCallback(std::string(kind) + (current->isDown ? " while the library is down" : " of a life before"));
   }
-  current->inside.insert(thread);
+  current->inside.push_back(thread);
 }
 
 CApplication::CInside::~CInside() {
   if (isCounted) {
-    current->inside.erase(current->inside.find(thread));
+    current->inside.erase(std::find(current->inside.begin(), current->inside.end(), thread));
   }
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cardsim/base/bytes.h"
+#include "platform/simulated/tasks/side.h"
 #include "platform/simulated/world.h"
 
 namespace world {
@@ -88,8 +89,8 @@ class CApplication {
   std::map<std::pair<int32_t, uint32_t>, size_t> counts;  // of events, by channel and code
   std::map<int32_t, cardsim::Bytes> recordings;
   bool isDown = false;
-  std::multiset<uint64_t> inside;  // threads in a callback, where callbacks are watched
-  std::set<uint64_t> leftBehind;   // threads that were in one when the library went down
+  std::vector<uint64_t> inside;   // threads in a callback, once for each, where callbacks are watched
+  std::set<uint64_t> leftBehind;  // threads that were in one when the library went down
 };
 
 // What the unloading of the library does after ZELK_Shutdown: the log's thread ends. For a task.

@@ -21,6 +21,12 @@ std::optional<milliseconds> ToMs(const std::optional<int64_t>& ms) {
   return ms ? std::optional<milliseconds>(milliseconds(*ms)) : std::nullopt;
 }
 
+// The same for every call that sends digits, and slow to make.
+const cardsim::Bytes& DigitSound() {
+  static const cardsim::Bytes sound = cardsim::RenderDtmf(kDigits, 80, 80, -7);
+  return sound;
+}
+
 }  // namespace
 
 SPlace PlaceOf(const SWorldPlan& plan, int32_t channel) {
@@ -78,7 +84,7 @@ SFarEnd CFarEnds::MakeFarEnd(SFarCall& call) {
   call.beganUs = world.NowUs();
   if (call.farEnd.sendsDigits) {
     call.digits = kDigits;
-    call.sound = cardsim::RenderDtmf(kDigits, 80, 80, -7);
+    call.sound = DigitSound();
   } else {
     call.sound = cardsim::RenderTestPattern(kSoundBytes, static_cast<uint32_t>(calls));
   }

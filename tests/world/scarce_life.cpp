@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/simulated/files.h"
 #include "platform/simulated/network.h"
+#include "platform/simulated/tasks/side.h"
 #include "support/allocation_probe.h"
 #include "support/wav_bytes.h"
 #include "world/application.h"
@@ -118,7 +119,10 @@ void CTwoLives::Live(CApplication& app, bool isSound) {
     CallOut(app, isSound);
     CallIn(app, isSound);
   }
-  In("ZELK_Shutdown", [] { ZELK_Shutdown(); return true; });
+  In("ZELK_Shutdown", [] {
+    ZELK_Shutdown();
+    return true;
+  });
   Require(ZELK_GetChannelCount() == 0, "channels after the shut-down");
 }
 
@@ -130,8 +134,7 @@ void CTwoLives::CallOut(CApplication& app, bool isSound) {
   const bool isConnected = app.AwaitEvent(kDialled, ZELK_EVENT_CONNECTED, kSoonMs, connected + 1);
   Require(isConnected || !isSound, "a dialled call is not connected");
   const cardsim::Bytes sound = cardsim::RenderTestPattern(kPlayBytes, 1);
-  In("ZELK_PlayBuffer",
-     [&] { return ZELK_PlayBuffer(kDialled, sound.data(), static_cast<uint32_t>(sound.size())); });
+  In("ZELK_PlayBuffer", [&] { return ZELK_PlayBuffer(kDialled, sound.data(), static_cast<uint32_t>(sound.size())); });
   In("ZELK_PlayFile", [] { return ZELK_PlayFile(kDialled, kSoundFile); });
   zelk::SleepMs(500);
   In("ZELK_StopPlay", [] { return ZELK_StopPlay(kDialled); });

@@ -2,6 +2,7 @@
 #include "world/world_reactor.h"
 
 #include <algorithm>
+#include <functional>
 #include <system_error>
 #include <utility>
 
@@ -23,21 +24,27 @@ class CWorldTimer : public cardsim::ITimer {
   CWorldTimer& operator=(const CWorldTimer&) = delete;
   ~CWorldTimer() override { Cancel(); }
 
-  void At(IReactor::Time time, std::function<void()> work) override {
+  // The work is kept here: what an act holds beside a pointer or two costs memory of its own.
+  void At(IReactor::Time time, std::function<void()> toDo) override {
     Cancel();
-    number = world.At(std::max(ToWorldUs(time), world.NowUs()), [this, work = std::move(work)] {
+    work = std::move(toDo);
+    number = world.At(std::max(ToWorldUs(time), world.NowUs()), [this] {
       number = 0;
-      work();
+      // It may set the timer again, or destroy it.
+      const std::function<void()> due = std::exchange(work, nullptr);
+      due();
     });
   }
   void Cancel() override {
     if (const uint64_t due = std::exchange(number, 0); due != 0) {
       world.Cancel(due);
+      work = nullptr;
     }
   }
 
  private:
   CWorld& world;
+  std::function<void()> work;
   uint64_t number = 0;
 };
 

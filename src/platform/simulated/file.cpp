@@ -2,6 +2,7 @@
 #include "platform/file.h"
 
 #include "platform/simulated/files.h"
+#include "platform/simulated/tasks/side.h"
 #include "platform/simulated/world.h"
 
 namespace zelk {

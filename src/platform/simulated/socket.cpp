@@ -6,6 +6,7 @@
 
 #include "platform/native_socket.h"
 #include "platform/simulated/net/fabric.h"
+#include "platform/simulated/tasks/side.h"
 #include "platform/simulated/world.h"
 
 namespace zelk {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/simulated/tasks/report.h"
+#include "platform/simulated/tasks/side.h"
 
 namespace zelk::sim {
 
@@ -21,32 +22,6 @@ std::unique_ptr<CCarrier> MakeCarrier(ECarrier kind) {
 }  // namespace
 
 CScheduler* CScheduler::running = nullptr;
-
-CInSystem::CInSystem(const CScheduler* scheduler) : task(scheduler == nullptr ? nullptr : scheduler->Task()) {
-  if (task != nullptr) {
-    ++task->inSystem;
-  }
-}
-
-CInSystem::~CInSystem() {
-  if (task != nullptr) {
-    --task->inSystem;
-  }
-}
-
-CSide::CSide(bool isInLibrary)
-    : task(CScheduler::Current() == nullptr ? nullptr : CScheduler::Current()->Task()),
-      before(task != nullptr && task->isInLibrary) {
-  if (task != nullptr) {
-    task->isInLibrary = isInLibrary;
-  }
-}
-
-CSide::~CSide() {
-  if (task != nullptr) {
-    task->isInLibrary = before;
-  }
-}
 
 CScheduler::CScheduler(const SWorldOptions& worldOptions)
     : options(worldOptions),

@@ -27,33 +27,6 @@ enum class EVerdict {
   kFailed,    // Fail was called
 };
 
-class CScheduler;
-
-// For the length of a block: the running task is inside the simulated system, whose memory never runs out.
-class CInSystem {
- public:
-  explicit CInSystem(const CScheduler* scheduler);
-  ~CInSystem();
-  CInSystem(const CInSystem&) = delete;
-  CInSystem& operator=(const CInSystem&) = delete;
-
- private:
-  STask* const task;
-};
-
-// For the length of a block: the running task is in the library, as in an export, or out of it, as in a callback.
-class CSide {
- public:
-  explicit CSide(bool isInLibrary);
-  ~CSide();
-  CSide(const CSide&) = delete;
-  CSide& operator=(const CSide&) = delete;
-
- private:
-  STask* const task;
-  const bool before;
-};
-
 // Runs the tasks of one world, one at a time, and its time.
 // Thread: the tasks' own. Step and Block are called by a task; acts on the agenda run between tasks, on the stack of
 // one of them, and must not block: there Step does nothing and Block ends the run.
