@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <deque>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -19,6 +20,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "load/library.h"
@@ -40,6 +42,7 @@ constexpr milliseconds kAfterSound{300};
 constexpr milliseconds kBetweenCalls{1500};
 constexpr uint32_t kFirstNumber = 1000000;
 constexpr size_t kMostRecorded = 200000;
+constexpr size_t kKeptPast = 16;
 
 // A channel as the application sees it. Guarded by its lock, which is never held in a call of the library.
 struct SChannel {
@@ -54,6 +57,14 @@ struct SChannel {
   Clock::time_point since;  // of the state
   Clock::time_point actAt;  // of what the application does next
   Clock::time_point completeAt;
+  std::deque<std::pair<Clock::time_point, std::string>> past;  // the last events, and what the application did
+
+  void Note(const std::string& what) {
+    past.emplace_back(Clock::now(), what);
+    if (past.size() > kKeptPast) {
+      past.pop_front();
+    }
+  }
 };
 
 const load::SLibrary* library = nullptr;
@@ -68,7 +79,12 @@ std::vector<std::string> violations;  // guarded by violationLock
 
 void Violate(size_t channel, const SChannel& its, const std::string& what) {
   const std::lock_guard<std::mutex> held(violationLock);
-  violations.push_back("channel " + std::to_string(channel) + " call " + std::to_string(its.number) + ": " + what);
+  std::string text = "channel " + std::to_string(channel) + " call " + std::to_string(its.number) + ": " + what + " (";
+  for (const auto& [at, done] : its.past) {
+    const auto agoMs = std::chrono::duration_cast<milliseconds>(Clock::now() - at).count();
+    text += (text.back() == '(' ? "" : ", ") + std::to_string(agoMs) + " ms ago " + done;
+  }
+  violations.push_back(text + ")");
 }
 
 void Changed(SChannel& its, milliseconds actIn) {
@@ -87,6 +103,8 @@ void BeginListening(SChannel& its) {
 void TakeEvent(size_t index, SChannel& its, uint32_t event, int32_t parameter) {
   const EState before = its.oracle.State();
   const bool isAllowed = its.oracle.Take(event, parameter);
+  its.Note("event " + std::to_string(event) + "(" + std::to_string(parameter) + ") " +
+           soak::COracle::NameOf(its.oracle.State()));
   if (isWatched && (!isAllowed || (its.isQuiet && event == ZELK_EVENT_CHANNEL_STATE))) {
     Violate(index, its,
             "event " + std::to_string(event) + "(" + std::to_string(parameter) + ") of a channel that is " +
@@ -192,6 +210,7 @@ class CTalker {
   void Dial(int32_t channel, SChannel& its, Held& held) {
     its.number = kFirstNumber + dialled++;
     its.oracle.Dialled();
+    its.Note("dials " + std::to_string(its.number));
     BeginListening(its);
     Changed(its, milliseconds(0));
     const std::string number = std::to_string(its.number);
@@ -199,12 +218,14 @@ class CTalker {
     if (!library->Dial(channel, number.c_str(), "100")) {
       held.lock();
       its.oracle.NotDialled();
+      its.Note("the dial is refused");
       Changed(its, milliseconds(500));
     }
   }
   void Take(int32_t channel, SChannel& its, Held& held) {
     const bool isRejected = soak::SCallRules(its.number).IsRejected();
     isRejected ? its.oracle.Rejected() : its.oracle.Answered();
+    its.Note((isRejected ? "rejects " : "answers ") + std::to_string(its.number));
     BeginListening(its);
     Changed(its, milliseconds(500));
     held.unlock();
@@ -212,6 +233,7 @@ class CTalker {
   }
   void HangUp(int32_t channel, SChannel& its, Held& held) {
     its.oracle.HungUp();
+    its.Note("hangs up");
     Changed(its, milliseconds(0));
     held.unlock();
     library->StopPlay(channel);
@@ -222,6 +244,7 @@ class CTalker {
       Violate(index, its, "no end within 45 s");
     }
     its.oracle.Rejected();
+    its.Note("gives up");
     Changed(its, milliseconds(500));
     held.unlock();
     library->Reject(static_cast<int32_t>(index));

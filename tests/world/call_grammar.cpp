@@ -54,9 +54,11 @@ void CCallGrammar::Outcomes(EPhase phase, EAction action, Visit visit) const {
 }
 
 CCallGrammar::SPossible CCallGrammar::Moved(SPossible one, EPhase phase) {
-  const bool isReplaced = (one.phase == EPhase::kDialled && phase == EPhase::kOffered) ||
-                          (one.phase == EPhase::kGivenUp && phase != EPhase::kGivenUp && phase != EPhase::kFree);
+  const bool isDialReplaced = one.phase == EPhase::kDialled && phase == EPhase::kOffered;
+  const bool isReplaced =
+      isDialReplaced || (one.phase == EPhase::kGivenUp && phase != EPhase::kGivenUp && phase != EPhase::kFree);
   one.stray = std::min(static_cast<uint8_t>(one.stray + (isReplaced ? 1 : 0)), kMostStrays);
+  one.hasStrayDial = one.hasStrayDial || isDialReplaced;
   one.phase = phase;
   return one;
 }
@@ -73,6 +75,7 @@ void CCallGrammar::AfterDisconnected(SPossible one, std::set<SPossible>& left) c
   }
   if (one.stray > 0 && IsFree(one.phase)) {
     --one.stray;
+    one.hasStrayDial = one.hasStrayDial && one.stray > 0;
     left.insert(one);
   }
 }
@@ -91,7 +94,7 @@ void CCallGrammar::After(const SPossible& one, uint32_t code, int32_t param, std
     case ZELK_EVENT_PROCEEDING:
     case ZELK_EVENT_ALERTING:
     case ZELK_EVENT_PROGRESS:
-      if (phase == EPhase::kDialled || phase == EPhase::kClearing) {
+      if (phase == EPhase::kDialled || phase == EPhase::kClearing || one.hasStrayDial) {
         visit(phase);
       }
       return;

@@ -19,8 +19,9 @@ enum class EAction { kDial, kAnswer, kHangup, kReject };
 //   any call -- Hangup --> clearing;  any call -- DISCONNECTED --> free;  any -- CHANNEL_STATE 0 --> free
 //   any unconnected call -- Reject --> given up: free, but for one DISCONNECTED of the network's release
 //   A call that gives way to an offered one, or was given up, may bring its DISCONNECTED once the channel is free
-//   again. Where the library plays the network an answer connects at once, whatever there is to answer (empty:
-//   connected without a call), and CONNECTED may come once more.
+//   again; one that was dialled what a call brings under way, too: its SETUP may have waited for layer 2. Where the
+//   library plays the network an answer connects at once, whatever there is to answer (empty: connected without a
+//   call), and CONNECTED may come once more.
 //
 // Thread: one at a time. After a report it goes on as if the event had been right.
 class CCallGrammar {
@@ -45,6 +46,7 @@ class CCallGrammar {
   struct SPossible {
     EPhase phase = EPhase::kFree;
     uint8_t stray = 0;                                   // DISCONNECTED of earlier calls that may come
+    bool hasStrayDial = false;                           // one of those was dialled
     uint8_t done = 0;                                    // tickets that have taken effect
     uint8_t results = 0;                                 // and what they return
     auto operator<=>(const SPossible&) const = default;  // NOLINT(modernize-use-nullptr): the check misreads it
