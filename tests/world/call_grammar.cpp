@@ -102,8 +102,10 @@ void CCallGrammar::After(const SPossible& one, uint32_t code, int32_t param, std
       if (phase == EPhase::kClearing || isNetworkSide) {
         visit(phase);
       }
-      if (phase == EPhase::kDialled || phase == EPhase::kAnswered) {
+      if (phase == EPhase::kDialled || phase == EPhase::kAnswered || (one.hasStrayDial && !IsFree(phase))) {
         visit(EPhase::kConnected);
+      } else if (one.hasStrayDial) {
+        visit(EPhase::kEmpty);
       }
       return;
     case ZELK_EVENT_DISCONNECTED:

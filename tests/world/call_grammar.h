@@ -19,9 +19,9 @@ enum class EAction { kDial, kAnswer, kHangup, kReject };
 //   any call -- Hangup --> clearing;  any call -- DISCONNECTED --> free;  any -- CHANNEL_STATE 0 --> free
 //   any unconnected call -- Reject --> given up: free, but for one DISCONNECTED of the network's release
 //   A call that gives way to an offered one, or was given up, may bring its DISCONNECTED once the channel is free
-//   again; one that was dialled what a call brings under way, too: its SETUP may have waited for layer 2. Where the
-//   library plays the network an answer connects at once, whatever there is to answer (empty: connected without a
-//   call), and CONNECTED may come once more.
+//   again; one that was dialled also what a call brings before, its CONNECTED included: its SETUP may have waited for
+//   layer 2, and the channel is told of it as of any other. Where the library plays the network an answer connects at
+//   once, whatever there is to answer (empty: connected without a call), and CONNECTED may come once more.
 //
 // Thread: one at a time. After a report it goes on as if the event had been right.
 class CCallGrammar {

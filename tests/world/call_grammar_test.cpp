@@ -52,9 +52,10 @@ class CallGrammar : public testing::Test {
 };
 
 TEST_F(CallGrammar, WhatACallBringsIsRight) {
-  for (const char* script : {"dPLCE",  "dE",       "IaCE",   "IaChE", "IE",    "Ir",     "IrE",    "dhE",     "dPLChCE",
-                             "IX",     "dPXUIaCE", "hhh",    "IhE",   "dI",    "dhIaCE", "IaE",    "IrdPLCE", "dUPLCE",
-                             "aaIaCE", "dIrEE",    "IrdPEE", "IrXUE", "dIrXE", "dIXUPE", "dIaPCEE"}) {
+  for (const char* script :
+       {"dPLCE",  "dE",       "IaCE",   "IaChE", "IE",    "Ir",     "IrE",     "dhE",     "dPLChCE",
+        "IX",     "dPXUIaCE", "hhh",    "IhE",   "dI",    "dhIaCE", "IaE",     "IrdPLCE", "dUPLCE",
+        "aaIaCE", "dIrEE",    "IrdPEE", "IrXUE", "dIrXE", "dIXUPE", "dIaPCEE", "dIPLCE",  "dIrCdPCE"}) {
     SCOPED_TRACE(script);
     EXPECT_TRUE(Play(script));
     grammar = {};
@@ -62,9 +63,10 @@ TEST_F(CallGrammar, WhatACallBringsIsRight) {
 }
 
 TEST_F(CallGrammar, WhatNoCallBringsIsNot) {
-  for (const char* script : {"P",     "C",   "E",  "IC",     "II",      "dPLCEE",   "dEE",  "IaCI", "IP",
-                             "dd",    "dCC", "XE", "dXP",    "IaCEC",   "IaCa.E.E", "IrEE", "L",    "IaCL",
-                             "dPLCd", "hE",  "UE", "dIrEEE", "IrdPEEE", "IrXUEE",   "dXE",  "IrIP", "dIrEEP"}) {
+  for (const char* script :
+       {"P",   "C",      "E",       "IC",     "II",       "dPLCEE", "dEE",    "IaCI", "IP",    "dd",
+        "dCC", "XE",     "dXP",     "IaCEC",  "IaCa.E.E", "IrEE",   "L",      "IaCL", "dPLCd", "hE",
+        "UE",  "dIrEEE", "IrdPEEE", "IrXUEE", "dXE",      "IrIP",   "dIrEEP", "IrIC", "dIEEC"}) {
     SCOPED_TRACE(script);
     EXPECT_FALSE(Play(script));
     grammar = {};
