@@ -102,13 +102,12 @@ void BeginListening(SChannel& its) {
 
 void TakeEvent(size_t index, SChannel& its, uint32_t event, int32_t parameter) {
   const EState before = its.oracle.State();
-  const bool isAllowed = its.oracle.Take(event, parameter);
+  const std::string fault = its.oracle.Take(event, parameter);
   its.Note("event " + std::to_string(event) + "(" + std::to_string(parameter) + ") " +
            soak::COracle::NameOf(its.oracle.State()));
-  if (isWatched && (!isAllowed || (its.isQuiet && event == ZELK_EVENT_CHANNEL_STATE))) {
-    Violate(index, its,
-            "event " + std::to_string(event) + "(" + std::to_string(parameter) + ") of a channel that is " +
-                soak::COracle::NameOf(before));
+  const bool isDownUnasked = its.isQuiet && event == ZELK_EVENT_CHANNEL_STATE;
+  if (isWatched && (!fault.empty() || isDownUnasked)) {
+    Violate(index, its, "event " + std::to_string(event) + "(" + std::to_string(parameter) + ") " + fault);
   }
   connected += event == ZELK_EVENT_CONNECTED ? 1 : 0;
   if (its.oracle.State() != before) {
@@ -209,45 +208,58 @@ class CTalker {
 
   void Dial(int32_t channel, SChannel& its, Held& held) {
     its.number = kFirstNumber + dialled++;
-    its.oracle.Dialled();
+    its.oracle.Dial();
     its.Note("dials " + std::to_string(its.number));
     BeginListening(its);
     Changed(its, milliseconds(0));
     const std::string number = std::to_string(its.number);
     held.unlock();
-    if (!library->Dial(channel, number.c_str(), "100")) {
-      held.lock();
-      its.oracle.NotDialled();
-      its.Note("the dial is refused");
+    const bool isDialled = library->Dial(channel, number.c_str(), "100");
+    held.lock();
+    Return(channel, its, isDialled);
+    if (!isDialled) {
       Changed(its, milliseconds(500));
     }
   }
   void Take(int32_t channel, SChannel& its, Held& held) {
     const bool isRejected = soak::SCallRules(its.number).IsRejected();
-    isRejected ? its.oracle.Rejected() : its.oracle.Answered();
+    isRejected ? its.oracle.Reject() : its.oracle.Answer();
     its.Note((isRejected ? "rejects " : "answers ") + std::to_string(its.number));
     BeginListening(its);
     Changed(its, milliseconds(500));
     held.unlock();
-    isRejected ? library->Reject(channel) : library->Answer(channel);
+    const bool result = isRejected ? library->Reject(channel) : library->Answer(channel);
+    held.lock();
+    Return(channel, its, result);
   }
   void HangUp(int32_t channel, SChannel& its, Held& held) {
-    its.oracle.HungUp();
+    its.oracle.HangUp();
     its.Note("hangs up");
     Changed(its, milliseconds(0));
     held.unlock();
     library->StopPlay(channel);
-    library->Hangup(channel);
+    const bool result = library->Hangup(channel);
+    held.lock();
+    Return(channel, its, result);
   }
   void GiveUp(size_t index, SChannel& its, Held& held) {
     if (its.isQuiet) {
       Violate(index, its, "no end within 45 s");
     }
-    its.oracle.Rejected();
+    its.oracle.Reject();
     its.Note("gives up");
     Changed(its, milliseconds(500));
     held.unlock();
-    library->Reject(static_cast<int32_t>(index));
+    const bool result = library->Reject(static_cast<int32_t>(index));
+    held.lock();
+    Return(static_cast<int32_t>(index), its, result);
+  }
+  static void Return(int32_t channel, SChannel& its, bool result) {
+    its.Note(result ? "succeeded" : "failed");
+    const std::string fault = its.oracle.Returned(result);
+    if (!fault.empty()) {
+      Violate(static_cast<size_t>(channel), its, "the export " + fault);
+    }
   }
   // A call that is the application's to end goes on until all was heard and played; others end by themselves.
   void Listen(size_t index, SChannel& its, Held& held) {
@@ -310,6 +322,9 @@ void WaitUp(uint32_t quietSerial) {
     channels[i]->isQuiet = library->GetChannelInfo(channel, ZELK_INFO_SERIALNO) < quietSerial;
     channels[i]->oracle = soak::COracle();
     channels[i]->oracle.Take(ZELK_EVENT_CHANNEL_STATE, 1);
+    if (!channels[i]->isQuiet) {
+      channels[i]->oracle.SetForgetful();
+    }
   }
 }
 

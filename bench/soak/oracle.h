@@ -4,60 +4,44 @@
 #include <cstdint>
 #include <string>
 
+#include "world/call_grammar.h"
 #include "zelk/ZelkApi.h"
 
 namespace soak {
 
-// What an application knows of a channel from its own calls and the events alone, and which event may come when:
+// What an application knows of a channel from its own calls and the events alone. By the state it chooses what it does
+// next; whether an event or a result may come is judged by the grammar, which keeps all that may be true.
 //
-//   idle      INCOMING_CALL -> offered
-//   dialled   PROCEEDING, ALERTING, PROGRESS; CONNECTED -> connected; DISCONNECTED -> idle
-//   offered   DISCONNECTED -> idle
-//   answered  CONNECTED -> connected; DISCONNECTED -> idle
-//   connected DISCONNECTED -> idle
-//   clearing  what was under way when the application hung up; DISCONNECTED -> idle
-//   anywhere  INCOMING_CALL -> offered, but of a channel that is down; CHANNEL_STATE 0 -> down; of a channel that is
-//   down CHANNEL_STATE 1 -> idle
-//
-// A call that the network offers on a channel with another call takes it; the end of the other one, and of a call that
-// was rejected, may then be told of a channel that is idle.
-//
-// Digits and the ends of plays come from other threads, in no order with these. Thread: one at a time.
+// Digits and the ends of plays come from other threads, in no order with these. Thread: one at a time; at most one
+// export is under way.
 class COracle {
  public:
   enum class EState : uint8_t { kIdle, kDialled, kOffered, kAnswered, kConnected, kClearing, kDown };
 
+  // The network loses calls without a word: faults of the channel's card.
+  void SetForgetful() { grammar.SetForgetful(); }
+
   EState State() const { return state; }
-  void Dialled() { state = EState::kDialled; }
-  void NotDialled() { state = state == EState::kDialled ? EState::kIdle : state; }
-  void Answered() { state = EState::kAnswered; }
-  void HungUp() { state = EState::kClearing; }
-  // Frees the channel at once; the network's confirmation may come as a further end.
-  void Rejected() {
-    state = EState::kIdle;
-    ++spareEnds;
+  // Before the export.
+  void Dial() { Begin(world::EAction::kDial, EState::kDialled); }
+  void Answer() { Begin(world::EAction::kAnswer, EState::kAnswered); }
+  void HangUp() { Begin(world::EAction::kHangup, EState::kClearing); }
+  void Reject() { Begin(world::EAction::kReject, EState::kIdle); }
+  // After it. Empty when the result fits.
+  std::string Returned(bool result) {
+    if (!result && state == EState::kDialled) {
+      state = EState::kIdle;
+    }
+    return grammar.Return(ticket, result);
   }
 
-  // Whether the event may come now.
-  bool Take(uint32_t event, int32_t parameter) {
-    switch (event) {
-      case ZELK_EVENT_INCOMING_CALL:
-        spareEnds += Is(EState::kConnected) || Is(EState::kAnswered) || Is(EState::kOffered) ? 1 : 0;
-        return Enter(EState::kOffered, !Is(EState::kDown));
-      case ZELK_EVENT_CONNECTED:
-        return Enter(EState::kConnected, Is(EState::kDialled) || Is(EState::kAnswered));
-      case ZELK_EVENT_DISCONNECTED:
-        return TakeEnd();
-      case ZELK_EVENT_PROCEEDING:
-      case ZELK_EVENT_ALERTING:
-      case ZELK_EVENT_PROGRESS:
-        return Is(EState::kDialled) || Is(EState::kClearing);
-      case ZELK_EVENT_CHANNEL_STATE:
-        spareEnds = 0;
-        return Enter(parameter == 0 ? EState::kDown : EState::kIdle, parameter == 0 || Is(EState::kDown));
-      default:
-        return event == ZELK_EVENT_DTMF || event == ZELK_EVENT_PLAY_DONE;
+  // Empty when the event may come now.
+  std::string Take(uint32_t event, int32_t parameter) {
+    if (event == ZELK_EVENT_CHANNEL_STATE && parameter != 0 && state != EState::kDown) {
+      return "came up where it was " + NameOf(state);
     }
+    state = After(event, parameter);
+    return grammar.Event(event, parameter);
   }
 
   static std::string NameOf(EState state) {
@@ -66,20 +50,28 @@ class COracle {
   }
 
  private:
-  bool Is(EState other) const { return state == other; }
-  bool Enter(EState next, bool isAllowed) {
+  void Begin(world::EAction action, EState next) {
     state = next;
-    return isAllowed;
+    ticket = grammar.Begin(action);
   }
-  bool TakeEnd() {
-    if (Is(EState::kDown)) {
-      return false;
+  EState After(uint32_t event, int32_t parameter) const {
+    switch (event) {
+      case ZELK_EVENT_INCOMING_CALL:
+        return EState::kOffered;
+      case ZELK_EVENT_CONNECTED:
+        return EState::kConnected;
+      case ZELK_EVENT_DISCONNECTED:
+        return state == EState::kDown ? state : EState::kIdle;
+      case ZELK_EVENT_CHANNEL_STATE:
+        return parameter == 0 ? EState::kDown : EState::kIdle;
+      default:
+        return state;
     }
-    return !Is(EState::kIdle) ? Enter(EState::kIdle, true) : spareEnds > 0 && spareEnds-- > 0;
   }
 
   EState state = EState::kDown;
-  int spareEnds = 0;
+  world::CCallGrammar grammar;
+  int ticket = -1;
 };
 
 }  // namespace soak

@@ -61,8 +61,8 @@ int64_t CCallWatch::StepUs(const SFarCall& far, ESimCallState state) {
 }
 
 bool CCallWatch::IsTouched(int32_t channel, const SFarCall& far, bool alsoSound) const {
-  if (plan.HasSlowCallbacks()) {
-    return true;  // layer 2 does not wait for them
+  if (plan.HasSlowCallbacks() || (alsoSound && plan.MayTearSound())) {
+    return true;  // layer 2 does not wait for them, nor does the line
   }
   const SPlace place = PlaceOf(plan, channel);
   return alsoSound ? faults.TouchesSound(place.card, place.trunk, far.beganUs, world.NowUs())

@@ -211,6 +211,18 @@ bool SWorldPlan::HasSlowCallbacks() const {
   return std::any_of(manners.begin(), manners.end(), [](const SManner& manner) { return manner.callbackMs > kSlowMs; });
 }
 
+bool SWorldPlan::MayTearSound() const {
+  constexpr int64_t kRingMs = 600;  // a ring holds 640
+  const auto trunks = std::max_element(cards.begin(), cards.end(), [](const SCardPlan& one, const SCardPlan& other) {
+    return one.trunks < other.trunks;
+  });
+  int64_t turnMs = 0;
+  for (int channel = 0; !manners.empty() && channel < trunks->trunks * kChannelsPerTrunk; ++channel) {
+    turnMs += manners[static_cast<size_t>(channel) % manners.size()].callbackMs;
+  }
+  return HasSlowCallbacks() || turnMs > kRingMs;
+}
+
 bool SWorldPlan::HasLateReplies() const {
   return HasSlowCallbacks() ||
          std::any_of(lives.begin(), lives.end(), [](const SLifeEnd& end) { return end.moment != EMoment::kAnyTime; });

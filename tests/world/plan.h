@@ -151,6 +151,8 @@ struct SWorldPlan {
   int64_t LastFaultMs() const;  // the end of the last one; 0 without any
   // Callbacks take so long that sound is torn and replies are late: that is described.
   bool HasSlowCallbacks() const;
+  // One alone does not, but those of a card's channels one after the other: the pacer calls them all.
+  bool MayTearSound() const;
   // Or they do so only when the library is shut down.
   bool HasLateReplies() const;
 };
