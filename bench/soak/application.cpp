@@ -24,12 +24,13 @@
 #include <vector>
 
 #include "load/library.h"
-#include "soak/oracle.h"
+#include "soak/channel.h"
 #include "soak/sound.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using soak::Clock;
+using soak::SChannel;
 using EState = soak::COracle::EState;
 using std::chrono::milliseconds;
 
@@ -42,30 +43,6 @@ constexpr milliseconds kAfterSound{300};
 constexpr milliseconds kBetweenCalls{1500};
 constexpr uint32_t kFirstNumber = 1000000;
 constexpr size_t kMostRecorded = 200000;
-constexpr size_t kKeptPast = 16;
-
-// A channel as the application sees it. Guarded by its lock, which is never held in a call of the library.
-struct SChannel {
-  std::mutex lock;
-  soak::COracle oracle;
-  uint32_t number = 0;  // of its call
-  bool isQuiet = false;
-  bool isPlayed = false;
-  soak::Bytes expected;  // of the far end
-  soak::Bytes recorded;
-  std::string digits;
-  Clock::time_point since;  // of the state
-  Clock::time_point actAt;  // of what the application does next
-  Clock::time_point completeAt;
-  std::deque<std::pair<Clock::time_point, std::string>> past;  // the last events, and what the application did
-
-  void Note(const std::string& what) {
-    past.emplace_back(Clock::now(), what);
-    if (past.size() > kKeptPast) {
-      past.pop_front();
-    }
-  }
-};
 
 const load::SLibrary* library = nullptr;
 std::vector<std::unique_ptr<SChannel>> channels;
@@ -85,19 +62,6 @@ void Violate(size_t channel, const SChannel& its, const std::string& what) {
     text += (text.back() == '(' ? "" : ", ") + std::to_string(agoMs) + " ms ago " + done;
   }
   violations.push_back(text + ")");
-}
-
-void Changed(SChannel& its, milliseconds actIn) {
-  its.since = Clock::now();
-  its.actAt = its.since + actIn;
-}
-
-// Before the call can be connected: its sound, which another thread brings, may be here before the event.
-void BeginListening(SChannel& its) {
-  its.recorded.clear();
-  its.digits.clear();
-  its.isPlayed = false;
-  its.completeAt = {};
 }
 
 void TakeEvent(size_t index, SChannel& its, uint32_t event, int32_t parameter) {
@@ -153,26 +117,6 @@ void ZELK_CALL OnRecord(uint32_t channel, const uint8_t* data, uint32_t length) 
   if (its.isQuiet && isInCall && its.recorded.size() < kMostRecorded) {
     its.recorded.insert(its.recorded.end(), data, data + length);
   }
-}
-
-// Whether a call has had all of its sound, as far as amounts tell.
-bool IsComplete(const SChannel& its) {
-  const auto start = std::find_if_not(its.recorded.begin(), its.recorded.end(), soak::IsSilent);
-  const auto heard = static_cast<size_t>(its.recorded.end() - start);
-  return its.isPlayed && heard >= its.expected.size() && its.digits.size() >= 4;
-}
-
-// What is wrong with a quiet call that has had time for all of its sound; empty when nothing is.
-std::string FaultOf(const SChannel& its) {
-  const std::string sound = soak::FaultOf(its.recorded, its.expected, true);
-  if (!sound.empty()) {
-    return "what was heard " + sound;
-  }
-  const std::string sent = soak::SCallRules(its.number).Digits();
-  if (its.digits != sent) {
-    return "digits " + its.digits + " were heard, sent were " + sent;
-  }
-  return its.isPlayed ? "" : "the play did not end";
 }
 
 class CTalker {
