@@ -5,7 +5,7 @@ namespace zelk {
 
 namespace {
 
-constexpr uint32_t kGatherMs = 1;
+constexpr uint32_t kGatherMs = 2;
 
 }  // namespace
 

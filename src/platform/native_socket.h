@@ -29,6 +29,7 @@ struct SNativeSocket {
   bool SetBuffer(int name, int bytes);
   int Buffer(int name) const;  // the size as it was asked for, or less; 0 when it cannot be told
   bool SetSharedPort();
+  bool SetHoldsBack(bool on);
   int SendTo(const void* data, int length, const sockaddr_in& to);
   // A datagram longer than the capacity is cut to it.
   int ReceiveFrom(void* data, int capacity, sockaddr_in& from);

@@ -191,6 +191,11 @@ bool CSocket::SetNoDelay(bool on) {
   return inside && impl->SetOption(IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0);
 }
 
+bool CSocket::SetHoldsBack(bool on) {
+  const CInsideGate inside(*impl);
+  return inside && impl->native.SetHoldsBack(on);
+}
+
 bool CSocket::SetBroadcast(bool on) {
   const CInsideGate inside(*impl);
   return inside && impl->SetOption(SOL_SOCKET, SO_BROADCAST, on ? 1 : 0);

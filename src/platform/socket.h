@@ -46,6 +46,9 @@ class CSocket {
   int SendBuffer() const;
   // A stream's small messages go at once, instead of waiting until those before are acknowledged (RFC 896).
   bool SetNoDelay(bool on);
+  // On: a stream's small messages, whoever sends them, wait for those that follow, the system's 200 ms at most; off:
+  // what waits goes. False where the system has no such wait: then each goes at once.
+  bool SetHoldsBack(bool on);
   bool SetBroadcast(bool on);
   // Lets a wildcard and a specific bind of one port stand side by side, as they do on Windows without an option.
   bool SetSharedPort();

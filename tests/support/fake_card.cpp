@@ -140,6 +140,7 @@ void CFakeCard::Read() {
     Disconnect();
     return;
   }
+  ++reads;
   stream.insert(stream.end(), buffer, buffer + received);
   TakeMessages();
 }

@@ -59,6 +59,7 @@ class CFakeCard : public IPriWriter {
   bool WaitForNetworkEvent(int code, int times = 1, int timeoutMs = 10000) const;
   std::vector<SPriEvent> NetworkEvents() const;
   int Connections() const { return connections; }
+  int Reads() const { return reads; }  // that brought bytes, of all connections
   bool WaitDisconnected(int timeoutMs = 10000) const;
 
   int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
@@ -89,6 +90,7 @@ class CFakeCard : public IPriWriter {
   std::atomic<bool> closeRequested{false};
   std::atomic<bool> resetRequested{false};
   std::atomic<int> connections{0};
+  std::atomic<int> reads{0};
   std::atomic<bool> isConnected{false};
   // The worker's own.
   int connection = -1;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -99,6 +100,11 @@ int SNativeSocket::Buffer(int name) const {
 
 bool SNativeSocket::SetSharedPort() {
   return SetInt(handle, SO_REUSEADDR, 1);
+}
+
+bool SNativeSocket::SetHoldsBack(bool on) {
+  const int value = on ? 1 : 0;
+  return setsockopt(handle, IPPROTO_TCP, TCP_CORK, &value, sizeof value) == 0;
 }
 
 // The two calls that each audio packet takes go to the system as they are: in the C library's functions of that name a

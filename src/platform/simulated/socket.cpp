@@ -190,6 +190,10 @@ bool SNativeSocket::SetSharedPort() {
   return static_cast<bool>(call);
 }
 
+bool SNativeSocket::SetHoldsBack(bool) {
+  return false;
+}
+
 int SNativeSocket::SendTo(const void* data, int length, const sockaddr_in& to) {
   const CCall call(handle);
   if (!call) {

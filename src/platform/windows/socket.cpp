@@ -114,6 +114,10 @@ bool SNativeSocket::SetSharedPort() {
   return true;
 }
 
+bool SNativeSocket::SetHoldsBack(bool) {
+  return false;
+}
+
 int SNativeSocket::SendTo(const void* data, int length, const sockaddr_in& to) {
   return sendto(handle, static_cast<const char*>(data), length, kSendFlags, reinterpret_cast<const sockaddr*>(&to),
                 sizeof to);

@@ -54,6 +54,34 @@ TEST(ControlLink, CloseEndsAWait) {
   EXPECT_FALSE(link.IsOpen());
 }
 
+TEST(ControlLink, MessagesThatAreHeldBackGoTogether) {
+  constexpr uint32_t kSystemHoldsMs = 150;  // 200, less what the clock and the card's thread may be off
+  CFakeCard card;
+  CControlLink link;
+  ASSERT_TRUE(link.Connect({card.Address(), 5854}, Address("127.0.0.1"), nullptr));
+  const Message message{0xFF, 0x02, 1, 0x06, 0x10, 0xFF};
+  const auto sendHundred = [&] {
+    for (int i = 0; i < 100; ++i) {
+      link.Send(message.data(), message.size());
+    }
+  };
+  const uint32_t start = TickMs();
+  if (!link.Socket()->SetHoldsBack(true)) {
+    GTEST_SKIP() << "this system has no way to hold a stream's messages back";
+  }
+  sendHundred();
+  const int readsBefore = card.Reads();
+  EXPECT_TRUE(link.Socket()->SetHoldsBack(false));
+  const bool wasInTime = TickMs() - start < kSystemHoldsMs;
+  ASSERT_TRUE(card.WaitFor(message, 100));
+  if (wasInTime) {
+    EXPECT_EQ(readsBefore, 0);
+    EXPECT_EQ(card.Reads(), 1);
+  }
+  sendHundred();
+  EXPECT_TRUE(card.WaitFor(message, 200)) << "and from then on each at once again";
+}
+
 TEST(ControlLink, ANewConnectionHasASocketOfItsOwn) {
   CFakeCard card;
   CControlLink link;

@@ -33,6 +33,7 @@ TEST(ClosedSocket, EveryCallFails) {
   EXPECT_FALSE(socket.SetNoDelay(true));
   EXPECT_FALSE(socket.SetBroadcast(true));
   EXPECT_FALSE(socket.SetSharedPort());
+  EXPECT_FALSE(socket.SetHoldsBack(true));
   EXPECT_FALSE(socket.Bind({kLoopback, 0}));
   EXPECT_EQ(socket.LocalPort(), 0);
   EXPECT_EQ(socket.Connect({kLoopback, 1}), CSocket::EConnect::kFailed);
