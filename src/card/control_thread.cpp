@@ -162,19 +162,14 @@ void CControlThread::OnReadable() {
   const uint32_t sinceReadBeforeMs = TickMs() - lastDataMs;
   lastDataMs += sinceReadBeforeMs;
   const uint32_t gatherMs = GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size());
-  FeedParser(static_cast<size_t>(received), gatherMs != 0);
+  // What is sent while the card is busy goes together: most of what a message costs is its segment.
+  const bool holdsBack = gatherMs != 0 && socket->SetHoldsBack(true);
+  parser.Feed(buffer.data(), static_cast<size_t>(received));
   // A card that never stops sending must not hold libpri's timers back.
   if (IsRunning() && TickMs() - lastTimersMs >= static_cast<uint32_t>(kTimerWaitMs)) {
     RunTimers();
   }
   Gather(gatherMs);
-}
-
-// The answers to what was read together go together while the card is busy: most of what a message costs is its
-// segment.
-void CControlThread::FeedParser(size_t received, bool isBusy) {
-  const bool holdsBack = isBusy && socket->SetHoldsBack(true);
-  parser.Feed(buffer.data(), received);
   if (holdsBack) {
     socket->SetHoldsBack(false);
   }

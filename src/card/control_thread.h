@@ -61,7 +61,6 @@ class CControlThread : public IControlSink {
   void OnWaitError();
   void OnTimeout();
   void OnReadable();
-  void FeedParser(size_t received, bool isBusy);
   void Gather(uint32_t milliseconds);
   void RunTimers();
   void RunTrunkTimers(uint32_t trunk);

@@ -5,7 +5,8 @@ namespace zelk {
 
 namespace {
 
-constexpr uint32_t kGatherMs = 2;
+constexpr uint32_t kGatherMs = 4;
+constexpr uint32_t kBusyMs = 2 * kGatherMs;  // between two reads, the pause and what is done about the first included
 
 }  // namespace
 
@@ -30,7 +31,7 @@ int32_t TimerWaitMs(const SUnixTime& due, const SUnixTime& now) {
 }
 
 uint32_t GatherMs(uint32_t sinceReadBeforeMs, size_t received, size_t capacity) {
-  return sinceReadBeforeMs <= kGatherMs && received < capacity ? kGatherMs : 0;
+  return sinceReadBeforeMs <= kBusyMs && received < capacity ? kGatherMs : 0;
 }
 
 }  // namespace zelk

@@ -21,7 +21,6 @@ static void PrintTo(const STarget& target, std::ostream* out) {
 
 namespace {
 
-constexpr int kMutations = 300;
 constexpr uint8_t kTelling[] = {0x00, 0x01, 0x7F, 0x80, 0xFE, 0xFF};
 
 class CMutator {
@@ -109,7 +108,7 @@ TEST_P(FuzzTargets, KeepTheirPromisesForSeedsAndMutations) {
     RunOne(GetParam(), seed);
   }
   CMutator mutator;
-  for (size_t i = 0; i < kMutations && !HasFailure(); ++i) {
+  for (size_t i = 0; i < GetParam().mutations && !HasFailure(); ++i) {
     RunOne(GetParam(), mutator.Mutate(seeds[i % seeds.size()], seeds[i * 7 % seeds.size()]));
   }
 }

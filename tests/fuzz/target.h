@@ -19,6 +19,7 @@ struct STarget {
   const char* name;
   void (*run)(const uint8_t* bytes, size_t length);
   std::vector<Bytes> (*seeds)();
+  size_t mutations = 300;  // that every test run tries
 };
 
 // Every target that is linked into the program.
