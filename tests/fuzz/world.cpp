@@ -3,19 +3,21 @@
 // A whole world: the library over the simulated system, a card, its exchange and an application, all checked as the
 // worlds of a seed are. An input is
 //
-//   head (6): threads' order: policy (2 bits), how often they change (6 bits); their seed (2); trunks, sides and threads
+//   head (6): threads' order: policy (2 bits), how often they change (6 bits); their seed (2); trunks, sides and
+//   threads
 //             (1); two manners (2)
 //   parts until the input ends: what (3 bits) and how (5 bits); milliseconds since the part before (1, times 8); where,
 //   how long and how much (2), of a call a byte more for its far end
-//     0-2 a fault, its kind the lower five bits     3-4 a call that the exchange offers     5-7 a step of the application
-#include "world/run.h"
+//     0-2 a fault, its kind the lower five bits     3-4 a call that the exchange offers     5-7 a step of the
+//     application
+#include "platform/simulated/world.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "fuzz/target.h"
-#include "platform/simulated/world.h"
+#include "world/run.h"
 
 namespace zelk::fuzz {
 namespace {
@@ -87,7 +89,7 @@ void AddFault(CInput& in, SWorldPlan& plan, int64_t atMs, unsigned how) {
   world::SFault fault;
   fault.atMs = atMs;
   fault.kind = static_cast<EFault>(how % world::kFaultKinds);
-  fault.trunk = (where & 1U) % plan.Trunks();
+  fault.trunk = (where & 1) % plan.Trunks();
   fault.lengthMs = 10 + int64_t{length} * 12;
   fault.amount = 1 + (where >> 1) % 20;
   plan.faults.push_back(fault);
@@ -96,8 +98,8 @@ void AddFault(CInput& in, SWorldPlan& plan, int64_t atMs, unsigned how) {
 void AddOffer(CInput& in, SWorldPlan& plan, int64_t atMs, unsigned how) {
   world::SOffer offer;
   offer.atMs = atMs;
-  offer.trunk = (how & 1U) % plan.Trunks();
-  offer.timeslot = 1 + (how >> 1 & 3U);
+  offer.trunk = static_cast<int>(how & 1U) % plan.Trunks();
+  offer.timeslot = 1 + static_cast<int>(how >> 1 & 3U);
   offer.farEnd = FarEnd(in.Byte());
   plan.offers.push_back(offer);
 }
@@ -108,7 +110,7 @@ void AddStep(CInput& in, SWorldPlan& plan, int64_t atMs, unsigned how) {
   step.atMs = atMs;
   step.what = static_cast<EStep>(how % world::kStepKinds);
   step.thread = (where >> 4) % plan.threads;
-  step.channel = (where & 3U) + 30 * ((where >> 2 & 1U) % plan.Trunks());
+  step.channel = (where & 3) + 30 * ((where >> 2 & 1) % plan.Trunks());
   step.farEnd = FarEnd(step.what == EStep::kDial ? in.Byte() : 0);
   plan.steps.push_back(step);
 }
@@ -166,7 +168,7 @@ std::vector<Bytes> Seeds() {
   };
 }
 
-const SRegistered registered({"world", Run, Seeds, 20});
+const SRegistered registered({"world", Run, Seeds, 100});
 
 }  // namespace
 }  // namespace zelk::fuzz

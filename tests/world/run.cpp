@@ -234,7 +234,7 @@ void CScene::Plant(CWorkers& workers) {
       break;
     case EPlanted::kTwoOrders:
       for (const bool isOther : {false, true}) {
-        workers.Do(0, baseUs + 5000 * kUsPerMs, [this, isOther] {
+        workers.Do(0, baseUs + 5000 * kUsPerMs, [this, isOther]() ZELK_NO_THREAD_SAFETY_ANALYSIS {
           const zelk::CScopedLock first(isOther ? locks[1] : locks[0]);
           const zelk::CScopedLock second(isOther ? locks[0] : locks[1]);
         });

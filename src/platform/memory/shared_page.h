@@ -25,8 +25,8 @@ class CSharedPage {
 
  private:
   void* data = nullptr;
-  size_t size = 0;
-  intptr_t file = -1;  // open, so that another process finds it taken
+  [[maybe_unused]] size_t size = 0;     // a simulated system has no use for the two
+  [[maybe_unused]] intptr_t file = -1;  // open, so that another process finds it taken
 };
 
 // The system's number of this process.
