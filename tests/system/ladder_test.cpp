@@ -93,8 +93,9 @@ class Ladder : public CCaptureTest {
   }
   // The rest of the number comes digit by digit.
   void Overlapping() {
+    Card().ClearSeen();
     const Call call = Card().PlaceCall({.timeslot = 2, .called = "8"});
-    EXPECT_TRUE(app->WaitEvent(1, ZELK_EVENT_INCOMING_CALL, kSoon));
+    EXPECT_TRUE(WaitFromLibrary("ALERTING"));  // on its way when the application hears of the call
     for (const uint8_t digit : {'0', '1'}) {
       call->SendMessage(0x7B, {0x70, 2, 0x81, digit});
     }

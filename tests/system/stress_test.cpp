@@ -164,6 +164,11 @@ class Stress : public CCallTest {
       }
     }
     std::string all;
+    for (const cardsim::SHeldCall& call : Card().HeldCalls(trunk)) {
+      all += "\nheld by the exchange: " + std::to_string(call.reference & 0x7FFF) +
+             ((call.reference & 0x8000) != 0 ? " of the exchange" : " of the library") + ", state " +
+             std::to_string(call.state) + ", peer's " + std::to_string(call.peerState);
+    }
     for (const auto& [call, text] : open) {
       all += "\n" + std::to_string(call.first) + (call.second ? " of the library:" : " of the exchange:") + text;
     }

@@ -10,6 +10,8 @@
 //   --wire F              beside --seed: what passes the library's adapter but the sound, as pcapng; --whole-wire F:
 //   all
 //   --jobs J              beside any of the last four: in so many processes (1)
+//   --failures F          goes on until so many seeds have failed in one of the processes (1); with more than one, only
+//                         what failed is printed
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -41,6 +43,7 @@ struct SOptions {
   bool shrinks = false;
   bool isCalls = false;  // the seeds are those of worlds of many calls
   size_t jobs = 1;
+  uint64_t mostFailures = 1;
   world::SWireFile wire;
 };
 
@@ -81,6 +84,8 @@ bool Parse(int argc, char** argv, SOptions& options) {
       options.wire = {value, name == "--whole-wire"};
     } else if (name == "--jobs") {
       options.jobs = std::stoul(value);
+    } else if (name == "--failures") {
+      options.mostFailures = std::stoull(value);
     } else {
       return false;
     }
@@ -160,7 +165,10 @@ bool RunSeed(uint64_t seed, const SOptions& options, STotals& totals) {
   totals.calls += result.calls;
   totals.compared += result.comparedCalls;
   totals.hours += static_cast<double>(result.virtualMs) / 3'600'000;
-  if (!result.failures.empty()) {
+  if (!result.failures.empty() && options.mostFailures > 1) {
+    PrintFailures(seed, result);
+    std::fflush(stdout);
+  } else if (!result.failures.empty()) {
     PrintFailure(plan, result);
   } else if (options.isVerbose) {
     std::printf("%s\nhash %llx, %llu steps, %llu events\n", ToText(plan).c_str(),
@@ -198,6 +206,7 @@ bool ShrinkSeed(uint64_t seed) {
 // One process's share of the seeds. False when one of them failed.
 bool RunShare(const SOptions& options, size_t worker, world::ICrewStop& stop, STotals& totals) {
   const auto began = Clock::now();
+  uint64_t failures = 0;
   for (uint64_t seed = options.first + worker; !stop.IsSet() && seed <= options.last; seed += options.jobs) {
     if (options.minutes > 0 && SecondsSince(began) > options.minutes * 60) {
       break;
@@ -205,12 +214,13 @@ bool RunShare(const SOptions& options, size_t worker, world::ICrewStop& stop, ST
     const bool isRight =
         options.isCalls ? RunCalls(seed, totals)
                         : RunSeed(options.kept.empty() ? seed : options.kept[seed - options.first], options, totals);
-    if (!isRight) {
+    failures += isRight ? 0 : 1;
+    if (failures >= std::max<uint64_t>(options.mostFailures, 1)) {
       stop.Set();
       return false;
     }
   }
-  return true;
+  return failures == 0;
 }
 
 bool RunSeeds(const SOptions& options) {
@@ -244,7 +254,7 @@ int main(int argc, char** argv) {
   if (!Parse(argc, argv, options)) {
     std::fprintf(stderr,
                  "world --seed N [--wire F | --whole-wire F] | --shrink N | --seeds A-B | --minutes M [--from A] | "
-                 "--file F | --calls N, [--jobs J]\n");
+                 "--file F | --calls N, [--jobs J] [--failures F]\n");
     return 2;
   }
   return (options.shrinks ? ShrinkSeed(options.first) : RunSeeds(options)) ? 0 : 1;

@@ -209,8 +209,15 @@ bool CCard::IsTimeslotIdle(int trunk, int timeslot) const {
 std::size_t CCard::CallCount(int trunk) {
   CTrunk& target = Trunk(trunk);
   std::size_t count = 0;
-  reactor.Call([&] { count = std::max(target.Calls()->Count(), target.Peer().CallCount()); });
+  reactor.Call([&] { count = std::max(target.Calls()->Count(), target.Peer().HeldCalls().size()); });
   return count;
+}
+
+std::vector<SHeldCall> CCard::HeldCalls(int trunk) {
+  CTrunk& target = Trunk(trunk);
+  std::vector<SHeldCall> held;
+  reactor.Call([&] { held = target.Peer().HeldCalls(); });
+  return held;
 }
 
 void CCard::SetAnswerPlan(const SAnswerPlan& plan) {

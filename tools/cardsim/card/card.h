@@ -54,6 +54,7 @@ class CCard {
   Call WaitCall(std::chrono::milliseconds timeout);
   // (waits) The calls that the exchange holds on a trunk, in whatever state.
   std::size_t CallCount(int trunk);
+  std::vector<SHeldCall> HeldCalls(int trunk);  // (waits) those of them that libpri has
   // Called on the signalling thread for every call from the library, and at the end of every call. Must not block.
   void OnCallArrived(std::function<void(const Call&)> observer);
   void OnCallEnded(std::function<void(const Call&)> observer);

@@ -275,15 +275,17 @@ int CPriPeer::Reference(q931_call* call) const {
   return Owns(call) ? call->cr : -1;
 }
 
-std::size_t CPriPeer::CallCount() const {
+std::vector<SHeldCall> CPriPeer::HeldCalls() const {
   const std::lock_guard guard(LibpriLock());
-  std::size_t count = 0;
+  std::vector<SHeldCall> held;
   if (controller != nullptr) {
     for (const q931_call* call = *controller->callpool; call != nullptr; call = call->next) {
-      count += (call->cr & ~Q931_CALL_REFERENCE_FLAG) != 0 ? 1 : 0;  // not the global reference, of RESTART
+      if ((call->cr & ~Q931_CALL_REFERENCE_FLAG) != 0) {  // not the global reference, of RESTART
+        held.push_back({call->cr, call->ourcallstate, call->peercallstate});
+      }
     }
   }
-  return count;
+  return held;
 }
 
 }  // namespace cardsim

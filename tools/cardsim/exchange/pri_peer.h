@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "cardsim/base/bytes.h"
 #include "cardsim/base/config.h"
@@ -22,6 +23,13 @@ struct SSetup {
   int numberPlan = 0x21;
   std::string redirecting;
   int redirectingReason = 0;
+};
+
+// A call as libpri has it: its reference as the library sends it, flag included, and the call states of Q.931.
+struct SHeldCall {
+  int reference = 0;
+  int state = 0;
+  int peerState = 0;
 };
 
 // Job: the telephone exchange's end of one trunk's D-channel: a libpri controller (network role, Euro ISDN, unless
@@ -70,7 +78,7 @@ class CPriPeer {
   // The call reference as the library sends it, flag included; -1 for a call that libpri does not have.
   int Reference(q931_call* call) const;
   // The calls that libpri holds, in whatever state.
-  std::size_t CallCount() const;
+  std::vector<SHeldCall> HeldCalls() const;
 
   // Where libpri's own messages go, process-wide; default: nowhere.
   static void SetLog(std::function<void(const std::string&)> log);
