@@ -17,6 +17,7 @@
 #include "cardsim/base/history.h"
 #include "cardsim/base/reactor.h"
 #include "cardsim/exchange/call.h"
+#include "cardsim/exchange/pri_event.h"
 
 namespace cardsim {
 

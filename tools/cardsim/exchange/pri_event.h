@@ -18,4 +18,11 @@ struct SPriEvent {
   std::string digits;
 };
 
+// A call as libpri has it: its reference as the library sends it, flag included, and the call states of Q.931.
+struct SHeldCall {
+  int reference = 0;
+  int state = 0;
+  int peerState = 0;
+};
+
 }  // namespace cardsim

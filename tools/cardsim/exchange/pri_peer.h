@@ -25,13 +25,6 @@ struct SSetup {
   int redirectingReason = 0;
 };
 
-// A call as libpri has it: its reference as the library sends it, flag included, and the call states of Q.931.
-struct SHeldCall {
-  int reference = 0;
-  int state = 0;
-  int peerState = 0;
-};
-
 // Job: the telephone exchange's end of one trunk's D-channel: a libpri controller (network role, Euro ISDN, unless
 // told otherwise).
 // Thread: signalling. Every libpri call of the process is made under one lock, because libpri counts timers of all its
