@@ -215,6 +215,11 @@ bool CPriPeer::Hangup(q931_call* call, int cause) {
   if (unanswered && !IsClearedAtOnce(cause)) {
     pri_proceeding(controller, call, call->channelno, 0);
   }
+  // One that its caller connected, unanswered, is to libpri a connected call without a DISCONNECT, and is never
+  // cleared.
+  if (call->ourcallstate == Q931_CALL_STATE_ACTIVE) {
+    call->alive = 1;
+  }
   const bool isHungUp = pri_hangup(controller, call, cause) == 0;
   // A call that is cleared before anything was sent for it ends with a RELEASE COMPLETE, after which libpri waits for
   // one without a timer.
