@@ -215,9 +215,8 @@ bool CPriPeer::Hangup(q931_call* call, int cause) {
   if (unanswered && !IsClearedAtOnce(cause)) {
     pri_proceeding(controller, call, call->channelno, 0);
   }
-  // One that its caller connected, unanswered, is to libpri a connected call without a DISCONNECT, and is never
-  // cleared.
-  if (call->ourcallstate == Q931_CALL_STATE_ACTIVE) {
+  // One that its caller connected, unanswered, is to libpri a connected call without a DISCONNECT: it never ends.
+  if (call->ourcallstate == Q931_CALL_STATE_ACTIVE || call->ourcallstate == Q931_CALL_STATE_CONNECT_REQUEST) {
     call->alive = 1;
   }
   const bool isHungUp = pri_hangup(controller, call, cause) == 0;

@@ -46,6 +46,28 @@ class PriPeer : public testing::Test {
     return [this, toUser](ByteView frame) { line.emplace_back(toUser, Bytes(frame.begin(), frame.end())); };
   }
 
+  // A call whose caller sends CONNECT, and whose far end hangs up then.
+  void CallerConnects(bool isAcknowledged) {
+    q931_call* const dialled = user.Setup({1, true, "700", "100", 0x21, "", 0});
+    ASSERT_NE(dialled, nullptr);
+    Pass();
+    q931_call* const offered = Last(ofExchange, kRing).call;
+    ASSERT_NE(offered, nullptr);
+    ASSERT_TRUE(user.SendMessage(dialled, kConnect, {}));
+    Pass();
+    if (isAcknowledged) {
+      EXPECT_TRUE(exchange.ConnectAcknowledge(offered));
+      Pass();
+    }
+    EXPECT_TRUE(exchange.Hangup(offered, 16));
+    Pass();
+    ASSERT_EQ(Last(ofUser, kHangupRequest).call, dialled);
+    user.Hangup(dialled, 16);  // RELEASE
+    Pass();
+    exchange.Hangup(offered, 16);  // and RELEASE COMPLETE
+    Pass();
+  }
+
   std::deque<std::pair<bool, Bytes>> line;
   std::vector<SPriEvent> ofExchange;
   std::vector<SPriEvent> ofUser;
@@ -56,20 +78,11 @@ class PriPeer : public testing::Test {
 // libpri takes a CONNECT for a call that nobody has answered as if somebody had, and would neither send the DISCONNECT
 // of such a call nor wait for an answer.
 TEST_F(PriPeer, ACallThatItsCallerConnectedIsClearedAsAnyOther) {
-  q931_call* const dialled = user.Setup({1, true, "700", "100", 0x21, "", 0});
-  ASSERT_NE(dialled, nullptr);
-  Pass();
-  q931_call* const offered = Last(ofExchange, kRing).call;
-  ASSERT_NE(offered, nullptr);
-  ASSERT_TRUE(user.SendMessage(dialled, kConnect, {}));
-  Pass();
-  EXPECT_TRUE(exchange.Hangup(offered, 16));
-  Pass();
-  ASSERT_EQ(Last(ofUser, kHangupRequest).call, dialled);
-  user.Hangup(dialled, 16);
-  Pass();
-  EXPECT_TRUE(exchange.HeldCalls().empty());
-  EXPECT_TRUE(user.HeldCalls().empty());
+  for (const bool isAcknowledged : {false, true}) {
+    CallerConnects(isAcknowledged);
+    EXPECT_TRUE(exchange.HeldCalls().empty());
+    EXPECT_TRUE(user.HeldCalls().empty());
+  }
 }
 
 TEST_F(PriPeer, TellsTheCallsThatItHolds) {
