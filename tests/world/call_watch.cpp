@@ -18,6 +18,7 @@ constexpr int64_t kToFarEndMs = 800;       // the transmit ring's blocks too
 constexpr int64_t kInRingMs = 200;         // sound stands in the transmit ring for at least so long
 constexpr size_t kMarkBytes = 160;
 constexpr int64_t kDigitMs = 160;
+constexpr int64_t kOnTheWayUs = 1000;  // a SETUP is, for less
 
 std::string Name(int32_t channel) {
   return "channel " + std::to_string(channel) + ": ";
@@ -34,7 +35,8 @@ CCallWatch::CCallWatch(zelk::sim::CWorld& ownWorld, const SWorldPlan& worldPlan,
       farEnds(ends),
       faults(faultDriver),
       calls(static_cast<size_t>(worldPlan.Trunks()) * ZELK_CHANNELS_PER_TRUNK),
-      clearedUs(calls.size(), -1) {}
+      clearedUs(calls.size(), -1),
+      answeredUs(calls.size(), -1) {}
 
 void CCallWatch::ForgetCalls() {
   for (size_t channel = 0; channel < calls.size(); ++channel) {
@@ -46,6 +48,10 @@ void CCallWatch::ForgetCalls() {
 void CCallWatch::OnBegin(int32_t channel) {
   calls.at(static_cast<size_t>(channel)) = {};
   app.Record(channel);
+}
+
+void CCallWatch::OnAnswer(int32_t channel) {
+  answeredUs.at(static_cast<size_t>(channel)) = world.NowUs();
 }
 
 void CCallWatch::OnClearing(int32_t channel) {
@@ -148,8 +154,11 @@ void CCallWatch::CheckClearing(int32_t channel, const SFarCall& far, int32_t cau
 
 void CCallWatch::OnFarEnded(int32_t channel, const SFarCall& far) {
   constexpr int kChannelUnavailable = 44;
+  // Who answers a call that he has dialled waits for a CONNECT ACKNOWLEDGE, and clears it when T313 has passed.
+  const bool isAnswered = far.call->direction == cardsim::ECallDirection::kFromLibrary &&
+                          answeredUs.at(static_cast<size_t>(channel)) >= far.beganUs - kOnTheWayUs;
   if (far.call->ClearedBy() == cardsim::EClearedBy::kLibrary && far.call->Cause() != kChannelUnavailable &&
-      !IsTouched(channel, far, false)) {
+      !isAnswered && !IsTouched(channel, far, false)) {
     checks.Require(clearedUs.at(static_cast<size_t>(channel)) >= far.beganUs,
                    Name(channel) + "cleared by nobody, with cause " + std::to_string(far.call->Cause()));
   }

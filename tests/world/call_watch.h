@@ -24,6 +24,7 @@ class CCallWatch {
 
   void ForgetCalls();                                         // the channels are new ones
   void OnBegin(int32_t channel);                              // before it is dialled, or with its offer
+  void OnAnswer(int32_t channel);                             // before the application answers it
   void OnClearing(int32_t channel);                           // before the application clears it
   bool OnConnected(int32_t channel);                          // false: it was already
   void OnPlay(int32_t channel, const cardsim::Bytes& sound);  // before it is queued
@@ -63,8 +64,9 @@ class CCallWatch {
   CApplication& app;
   CFarEnds& farEnds;
   const CFaultDriver& faults;
-  std::vector<SCall> calls;        // by channel
-  std::vector<int64_t> clearedUs;  // by channel: when the application has last cleared whatever call it had
+  std::vector<SCall> calls;         // by channel
+  std::vector<int64_t> clearedUs;   // by channel: when the application has last cleared whatever call it had
+  std::vector<int64_t> answeredUs;  // and answered
   uint64_t compared = 0;
   uint64_t comparedBytes = 0;
 };

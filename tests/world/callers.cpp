@@ -61,6 +61,7 @@ void CCallers::Dial(int32_t channel, const SFarEndPlan& farEnd) {
 }
 
 void CCallers::Answer(int32_t channel) {
+  watch.OnAnswer(channel);
   checks.Answer(channel);
 }
 
