@@ -50,7 +50,7 @@ void CCallWatch::OnBegin(int32_t channel) {
   app.Record(channel);
 }
 
-void CCallWatch::OnAnswer(int32_t channel) {
+void CCallWatch::OnAnswered(int32_t channel) {
   answeredUs.at(static_cast<size_t>(channel)) = world.NowUs();
 }
 

@@ -24,7 +24,7 @@ class CCallWatch {
 
   void ForgetCalls();                                         // the channels are new ones
   void OnBegin(int32_t channel);                              // before it is dialled, or with its offer
-  void OnAnswer(int32_t channel);                             // before the application answers it
+  void OnAnswered(int32_t channel);                           // which may have taken a while
   void OnClearing(int32_t channel);                           // before the application clears it
   bool OnConnected(int32_t channel);                          // false: it was already
   void OnPlay(int32_t channel, const cardsim::Bytes& sound);  // before it is queued

@@ -61,8 +61,8 @@ void CCallers::Dial(int32_t channel, const SFarEndPlan& farEnd) {
 }
 
 void CCallers::Answer(int32_t channel) {
-  watch.OnAnswer(channel);
   checks.Answer(channel);
+  watch.OnAnswered(channel);
 }
 
 void CCallers::Hangup(int32_t channel) {
