@@ -46,7 +46,9 @@ void CCallWatch::ForgetCalls() {
 }
 
 void CCallWatch::OnBegin(int32_t channel) {
-  calls.at(static_cast<size_t>(channel)) = {};
+  SCall& call = calls.at(static_cast<size_t>(channel));
+  call = {};
+  call.beganUs = world.NowUs();
   app.Record(channel);
 }
 
@@ -128,10 +130,14 @@ void CCallWatch::OnDigit(int32_t channel, int32_t digit) {
   calls.at(static_cast<size_t>(channel)).digits += static_cast<char>(digit);
 }
 
-void CCallWatch::OnDisconnected(int32_t channel, int32_t cause) {
+void CCallWatch::OnDisconnected(const SEvent& event) {
+  const int32_t channel = event.channel;
+  if (calls.at(static_cast<size_t>(channel)).beganUs > event.timeUs) {
+    return;  // while the callback took its time, another thread has dialled
+  }
   const SFarCall* far = farEnds.CallOf(channel);
   if (far != nullptr) {
-    CheckClearing(channel, *far, cause);
+    CheckClearing(channel, *far, event.param);
     CheckSound(channel, *far);
   }
   app.StopRecording(channel);

@@ -31,7 +31,7 @@ class CCallWatch {
   void OnStopPlay(int32_t channel);                           // before it is stopped
   void OnPlayDone(int32_t channel);
   void OnDigit(int32_t channel, int32_t digit);
-  void OnDisconnected(int32_t channel, int32_t cause);
+  void OnDisconnected(const SEvent& event);
   void OnFarEnded(int32_t channel, const SFarCall& far);
 
   uint64_t ComparedCalls() const { return compared; }
@@ -39,6 +39,7 @@ class CCallWatch {
 
  private:
   struct SCall {
+    int64_t beganUs = -1;
     int64_t connectedUs = -1;
     int64_t clearingUs = -1;
     int64_t playedUs = -1;

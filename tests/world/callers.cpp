@@ -118,7 +118,7 @@ void CCallers::OnEvent(const SEvent& event) {
     case ZELK_EVENT_CONNECTED:
       return OnConnected(event.channel);
     case ZELK_EVENT_DISCONNECTED:
-      watch.OnDisconnected(event.channel, event.param);
+      watch.OnDisconnected(event);
       return OnEnded(event.channel);
     case ZELK_EVENT_DTMF:
       return watch.OnDigit(event.channel, event.param);
