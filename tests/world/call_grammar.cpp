@@ -17,7 +17,9 @@ uint8_t Bit(size_t ticket) {
 
 template <class Visit>
 void CCallGrammar::AnswerOutcomes(EPhase phase, Visit visit) const {
-  if (phase == EPhase::kConnected || phase == EPhase::kClearing || phase == EPhase::kEmpty) {
+  // An empty channel of the network side counts as connected, and a call that is dialled on it so from its beginning.
+  const bool mayBeFromEmpty = isNetworkSide && phase == EPhase::kDialled;
+  if (phase == EPhase::kConnected || phase == EPhase::kClearing || phase == EPhase::kEmpty || mayBeFromEmpty) {
     visit(phase, true);
   }
   if (phase != EPhase::kConnected && !IsFree(phase)) {

@@ -85,7 +85,7 @@ TEST_F(CallGrammar, AnExportTakesEffectWhileItRuns) {
 
 TEST_F(CallGrammar, TheNetworkSideConnectsWhateverThereIs) {
   EXPECT_FALSE(Play("aC"));
-  for (const char* script : {"aC", "IaCCE", "IEaC", "aCdPLCE", "aCIaCE", "aChhdPE"}) {
+  for (const char* script : {"aC", "IaCCE", "IEaC", "aCdPLCE", "aCIaCE", "aChhdPE", "aCdPaLCE"}) {
     SCOPED_TRACE(script);
     grammar = {};
     grammar.SetNetworkSide(true);
