@@ -96,7 +96,7 @@ class Ladder : public CCaptureTest {
     Card().ClearSeen();
     const Call call = Card().PlaceCall({.timeslot = 2, .called = "8"});
     EXPECT_TRUE(WaitFromLibrary("ALERTING"));  // on its way when the application hears of the call
-    for (const uint8_t digit : {'0', '1'}) {
+    for (const uint8_t digit : {uint8_t{'0'}, uint8_t{'1'}}) {
       call->SendMessage(0x7B, {0x70, 2, 0x81, digit});
     }
     call->SendMessage(0x75, {});  // STATUS ENQUIRY: its answer says that the digits have come

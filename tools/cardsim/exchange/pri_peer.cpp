@@ -262,7 +262,7 @@ bool CPriPeer::SendQ931(ByteView message) {
   return q921_transmit_iframe(&controller->link, copy.data(), static_cast<int>(copy.size()), 1) == 0;
 }
 
-bool CPriPeer::SendCallMessage(q931_call* call, std::uint8_t type, ByteView elements) {
+bool CPriPeer::SendForCall(q931_call* call, std::uint8_t type, ByteView elements) {
   const std::lock_guard guard(LibpriLock());
   if (!Owns(call)) {
     return false;

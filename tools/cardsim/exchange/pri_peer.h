@@ -67,7 +67,7 @@ class CPriPeer {
   // Sends Q.931 bytes as they stand in an information frame, past libpri's own view of its calls.
   bool SendQ931(ByteView message);
   // The same with the header of a call before it. (SendMessage is a macro of Windows.)
-  bool SendCallMessage(q931_call* call, std::uint8_t type, ByteView elements);
+  bool SendForCall(q931_call* call, std::uint8_t type, ByteView elements);
   // The call reference as the library sends it, flag included; -1 for a call that libpri does not have.
   int Reference(q931_call* call) const;
   // The calls that libpri holds, in whatever state.

@@ -200,14 +200,13 @@ bool CTrunkCalls::ReleasesAtOnce(const Call& call) {
     case EClearing::kRelease:
       return false;
     case EClearing::kReleaseComplete:
-      peer.SendCallMessage(call->handle, kReleaseComplete, Bytes{0x08, 0x02, 0x81, 0x90});  // cause 16
+      peer.SendForCall(call->handle, kReleaseComplete, Bytes{0x08, 0x02, 0x81, 0x90});  // cause 16
       break;
     case EClearing::kUnknownCall:
-      peer.SendCallMessage(call->handle, kReleaseComplete, Bytes{0x08, 0x02, 0x81, 0xD1});  // cause 81
+      peer.SendForCall(call->handle, kReleaseComplete, Bytes{0x08, 0x02, 0x81, 0xD1});  // cause 81
       break;
     case EClearing::kStatusNull:
-      peer.SendCallMessage(call->handle, kStatus,
-                           Bytes{0x08, 0x02, 0x81, 0xE5, 0x14, 0x01, 0x00});  // cause 101, state 0
+      peer.SendForCall(call->handle, kStatus, Bytes{0x08, 0x02, 0x81, 0xE5, 0x14, 0x01, 0x00});  // cause 101, state 0
       break;
   }
   return peer.Forget(call->handle);
@@ -275,9 +274,8 @@ void CTrunkCalls::Progress(Call call, int cause) {
 }
 
 void CTrunkCalls::SendMessage(Call call, std::uint8_t type, Bytes elements) {
-  PostFor(std::move(call), [this, type, elements = std::move(elements)](const Call& c) {
-    peer.SendCallMessage(c->handle, type, elements);
-  });
+  PostFor(std::move(call),
+          [this, type, elements = std::move(elements)](const Call& c) { peer.SendForCall(c->handle, type, elements); });
 }
 
 void CTrunkCalls::Hangup(Call call, int cause) {

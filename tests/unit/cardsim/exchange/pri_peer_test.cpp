@@ -53,7 +53,7 @@ class PriPeer : public testing::Test {
     Pass();
     q931_call* const offered = Last(ofExchange, kRing).call;
     ASSERT_NE(offered, nullptr);
-    ASSERT_TRUE(user.SendCallMessage(dialled, kConnect, {}));
+    ASSERT_TRUE(user.SendForCall(dialled, kConnect, {}));
     Pass();
     if (isAcknowledged) {
       EXPECT_TRUE(exchange.ConnectAcknowledge(offered));
