@@ -106,7 +106,8 @@ int32_t CControlThread::WaitMs() {
   const int32_t priWaitMs = PriWaitMs();
   const ICardHandlers* handlers = core->handlers;
   const bool awaitsTime = handlers != nullptr && handlers->AwaitsTime();
-  return awaitsTime && priWaitMs == kWaitForever ? kTimerWaitMs : priWaitMs;  // no timer's wait is longer
+  const bool isLongest = priWaitMs == kTimerWaitMs || (priWaitMs == kWaitForever && awaitsTime);
+  return isLongest ? MsToBeat(TickMs()) : priWaitMs;
 }
 
 int32_t CControlThread::PriWaitMs() {

@@ -30,6 +30,10 @@ int32_t TimerWaitMs(const SUnixTime& due, const SUnixTime& now) {
   return (microseconds + 999) / 1000;
 }
 
+int32_t MsToBeat(uint32_t nowMs) {
+  return kTimerWaitMs - static_cast<int32_t>(nowMs % static_cast<uint32_t>(kTimerWaitMs));
+}
+
 uint32_t GatherMs(uint32_t sinceReadBeforeMs, size_t received, size_t capacity) {
   return sinceReadBeforeMs <= kBusyMs && received < capacity ? kGatherMs : 0;
 }

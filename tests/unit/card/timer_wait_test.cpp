@@ -37,6 +37,17 @@ TEST(TimerWait, TakesTheFullSecondThatLibpriWritesAsMicroseconds) {
   EXPECT_EQ(TimerWaitMs({100, 1000000}, {100, 0}), 100);
 }
 
+TEST(MsToBeat, IsTheRestOfATenthOfASecond) {
+  EXPECT_EQ(MsToBeat(0), 100);
+  EXPECT_EQ(MsToBeat(1), 99);
+  EXPECT_EQ(MsToBeat(99), 1);
+  EXPECT_EQ(MsToBeat(123456), 44);
+}
+
+TEST(MsToBeat, StaysWithinATenthOfASecondWhereTheClockBeginsAgain) {
+  EXPECT_EQ(MsToBeat(UINT32_MAX), 5);
+}
+
 TEST(GatherMs, IsFourMillisecondsAfterReadsThatFollowOneAnother) {
   EXPECT_EQ(GatherMs(0, 11, 8000), 4U);
   EXPECT_EQ(GatherMs(8, 7999, 8000), 4U);
