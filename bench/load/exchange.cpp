@@ -2,7 +2,7 @@
 
 // Cards with a telephone exchange behind them, for the load program: every D-channel up, every call answered at once by
 // a far end that speaks. Usage: load_exchange audio|no-audio ADDRESS BROADCAST TRUNKS...   (until its input ends)
-#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -11,10 +11,13 @@
 #include <vector>
 
 #include "cardsim/audio/signals.h"
+#include "cardsim/base/asio_reactor.h"
 #include "cardsim/card/simulator.h"
 
 namespace {
 
+// The cards look at their replies so often, as load_card does, and are not woken by each: a line's frame.
+constexpr std::chrono::microseconds kAudioTurn{125};
 constexpr int kVoiceMs = 4000;
 constexpr double kVoiceLevel = -18;
 
@@ -29,10 +32,13 @@ void Run(const std::vector<std::string>& arguments) {
   cardsim::SSimulatorConfig config = cardsim::SSimulatorConfig::WithTrunks(trunks, arguments[1]);
   config.broadcast = arguments[2];
   config.keepHistory = false;
-  cardsim::CSimulator exchange(config);
+  const bool hasAudio = arguments[0] == "audio";
+  cardsim::CSimulator exchange(
+      config, std::make_unique<cardsim::CAsioReactor>(),
+      std::make_unique<cardsim::CAsioReactor>(hasAudio ? kAudioTurn : std::chrono::microseconds(0)));
   const auto voice = std::make_shared<const cardsim::Bytes>(cardsim::RenderSpeech(kVoiceLevel, kVoiceMs, 1));
   for (size_t card = 0; card < exchange.CardCount(); ++card) {
-    exchange.Card(card).Audio().SetPacing(arguments[0] == "audio");
+    exchange.Card(card).Audio().SetPacing(hasAudio);
     exchange.Card(card).SetAnswerPlanner([voice](const cardsim::CCall&) {
       cardsim::SAnswerPlan plan;
       plan.alertAfter.reset();

@@ -33,6 +33,18 @@ class CAsioTimer : public ITimer {
 }  // namespace
 
 struct CAsioReactor::SState {
+  explicit SState(std::chrono::microseconds reactorTurn) : turn(reactorTurn) {}
+  void Run() {
+    if (turn.count() == 0) {
+      io.run();
+    }
+    while (!io.stopped()) {
+      io.poll();
+      std::this_thread::sleep_for(turn);
+    }
+  }
+
+  const std::chrono::microseconds turn;
   asio::io_context io;
   asio::executor_work_guard<asio::io_context::executor_type> work = asio::make_work_guard(io);
   std::mutex lock;
@@ -41,7 +53,7 @@ struct CAsioReactor::SState {
   std::thread thread;        // touched by Start and Stop only
 };
 
-CAsioReactor::CAsioReactor() : state(std::make_unique<SState>()) {}
+CAsioReactor::CAsioReactor(std::chrono::microseconds turn) : state(std::make_unique<SState>(turn)) {}
 
 CAsioReactor::~CAsioReactor() {
   CAsioReactor::Stop();
@@ -54,7 +66,7 @@ void CAsioReactor::Start() {
   }
   state->io.restart();
   state->running = true;
-  state->thread = std::thread([this] { state->io.run(); });
+  state->thread = std::thread([this] { state->Run(); });
   state->threadId = state->thread.get_id();
 }
 

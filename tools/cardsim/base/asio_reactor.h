@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "cardsim/base/reactor.h"
@@ -9,9 +10,11 @@ namespace cardsim {
 
 // Job: a reactor on the system's sockets and clock, with a thread of its own. Thread: as IReactor says; Call blocks
 // until its work has run. Stop joins the thread.
+// With a turn, the thread sleeps that long between two looks at what has come, so that nothing that comes wakes it:
+// what waking it costs would be on the account of who sends, and that is who is measured.
 class CAsioReactor : public IReactor {
  public:
-  CAsioReactor();
+  explicit CAsioReactor(std::chrono::microseconds turn = std::chrono::microseconds(0));
   ~CAsioReactor() override;
   CAsioReactor(const CAsioReactor&) = delete;
   CAsioReactor& operator=(const CAsioReactor&) = delete;
