@@ -5,7 +5,7 @@ namespace zelk {
 
 namespace {
 
-constexpr uint32_t kGatherMs = 4;
+constexpr uint32_t kGatherMs = 6;
 constexpr uint32_t kBusyMs = 2 * kGatherMs;  // between two reads, the pause and what is done about the first included
 
 }  // namespace

@@ -24,7 +24,7 @@ int32_t MsToBeat(uint32_t nowMs);
 
 // How long to leave the control connection alone after a read, so that what comes meanwhile is read together: a busy
 // card sends some message every tenth of a millisecond, and each would wake the thread. Nothing unless the read before
-// was just now, nor when the read filled the buffer. A D-channel takes as long for a frame of 30 bytes. Thread: any.
+// was just now, nor when the read filled the buffer. A D-channel takes as long for a SETUP of 48 bytes. Thread: any.
 uint32_t GatherMs(uint32_t sinceReadBeforeMs, size_t received, size_t capacity);
 
 }  // namespace zelk

@@ -38,9 +38,18 @@ void CFakeCard::Send(const Message& bytes) {
   outgoing.insert(outgoing.end(), bytes.begin(), bytes.end());
 }
 
-void CFakeCard::OnNetwork(std::function<void(CPriController&)> action, uint32_t trunk) {
+void CFakeCard::OnCard(std::function<void()> action) {
   const std::lock_guard<std::mutex> held(lock);
-  actions.push_back([this, action = std::move(action), trunk] {
+  actions.push_back(std::move(action));
+}
+
+bool CFakeCard::HasWaiting() const {
+  pollfd polled{connection, POLLIN, 0};
+  return poll(&polled, 1, 0) > 0;
+}
+
+void CFakeCard::OnNetwork(std::function<void(CPriController&)> action, uint32_t trunk) {
+  OnCard([this, action = std::move(action), trunk] {
     if (trunk < controllers.size()) {
       action(*controllers[trunk]);
     }
@@ -110,6 +119,8 @@ void CFakeCard::Run() {
 void CFakeCard::Accept() {
   Disconnect();
   connection = accept(listener, nullptr, nullptr);
+  const int on = 1;
+  setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   stream.clear();
   isStarted = false;
   isConnected = true;

@@ -50,7 +50,11 @@ class CFakeCard : public IPriWriter {
   void Send(const Message& bytes);
   void ClosePeer() { closeRequested = true; }
   void ResetPeer() { resetRequested = true; }
-  // Runs on the card's thread, with the network's controller of a trunk.
+  // Runs on the card's thread, which reads nothing meanwhile. Write and HasWaiting are for such actions.
+  void OnCard(std::function<void()> action);
+  void Write(const Message& bytes);
+  bool HasWaiting() const;  // bytes of the library that have arrived and are not read
+  // The same with the network's controller of a trunk.
   void OnNetwork(std::function<void(CPriController&)> action, uint32_t trunk = 0);
 
   std::vector<Message> Messages() const;
@@ -70,7 +74,6 @@ class CFakeCard : public IPriWriter {
   void Run();
   void Accept();
   void Disconnect();
-  void Write(const Message& bytes);
   void Read();
   size_t MessageLength() const;
   void TakeMessages();

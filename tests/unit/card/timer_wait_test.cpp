@@ -48,13 +48,13 @@ TEST(MsToBeat, StaysWithinATenthOfASecondWhereTheClockBeginsAgain) {
   EXPECT_EQ(MsToBeat(UINT32_MAX), 5);
 }
 
-TEST(GatherMs, IsFourMillisecondsAfterReadsThatFollowOneAnother) {
-  EXPECT_EQ(GatherMs(0, 11, 8000), 4U);
-  EXPECT_EQ(GatherMs(8, 7999, 8000), 4U);
+TEST(GatherMs, IsSixMillisecondsAfterReadsThatFollowOneAnother) {
+  EXPECT_EQ(GatherMs(0, 11, 8000), 6U);
+  EXPECT_EQ(GatherMs(12, 7999, 8000), 6U);
 }
 
 TEST(GatherMs, IsNothingForAReadOnItsOwn) {
-  EXPECT_EQ(GatherMs(9, 11, 8000), 0U);
+  EXPECT_EQ(GatherMs(13, 11, 8000), 0U);
   EXPECT_EQ(GatherMs(250, 10, 8000), 0U);
   EXPECT_EQ(GatherMs(UINT32_MAX, 10, 8000), 0U);
 }
