@@ -162,7 +162,8 @@ void CControlThread::OnReadable() {
   }
   const uint32_t sinceReadBeforeMs = TickMs() - lastDataMs;
   lastDataMs += sinceReadBeforeMs;
-  const uint32_t gatherMs = GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size());
+  const uint32_t gatherMs =
+      WaitsForCard() ? 0 : GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size());
   // What is sent while the card is busy goes together: most of what a message costs is its segment.
   const bool holdsBack = gatherMs != 0 && socket->SetHoldsBack(true);
   parser.Feed(buffer.data(), static_cast<size_t>(received));
@@ -170,10 +171,16 @@ void CControlThread::OnReadable() {
   if (IsRunning() && TickMs() - lastTimersMs >= static_cast<uint32_t>(kTimerWaitMs)) {
     RunTimers();
   }
-  Gather(gatherMs);
+  Gather(WaitsForCard() ? 0 : gatherMs);
   if (holdsBack) {
     socket->SetHoldsBack(false);
   }
+}
+
+// A D-channel with a full window stands still until its acknowledgement is read: a pause would be all that it does.
+bool CControlThread::WaitsForCard() const {
+  return std::any_of(std::begin(core->trunks), std::end(core->trunks),
+                     [](const CTrunk& trunk) { return trunk.isWindowFull.load(std::memory_order_relaxed); });
 }
 
 void CControlThread::Gather(uint32_t milliseconds) {

@@ -61,6 +61,7 @@ class CControlThread : public IControlSink {
   void OnWaitError();
   void OnTimeout();
   void OnReadable();
+  bool WaitsForCard() const;
   void Gather(uint32_t milliseconds);
   void RunTimers();
   void RunTrunkTimers(uint32_t trunk);

@@ -5,7 +5,7 @@
 #include <array>
 #include <exception>
 
-#include "card/pri_release.h"
+#include "card/pri_internals.h"
 #include "platform/mutex.h"
 #include "runtime/log.h"
 #include "runtime/q931_types.h"
@@ -137,7 +137,7 @@ struct CPriController::SImpl {
 
   CCallRegistry calls;
 
-  bool IsEstablished() const;
+  void TellMoves();
   void UpdateCalls();
   bool TakeEvent(const pri_event* from, SPriEvent& to);
   // Does something to one of our calls; -1 for any other. libpri may free the call, or others, meanwhile.
@@ -147,13 +147,12 @@ struct CPriController::SImpl {
   static void Message(pri* controller, char* text) noexcept;
 };
 
-// Layer 2 is up, on the only link.
-bool CPriController::SImpl::IsEstablished() const {
-  return controller->link.state == Q921_MULTI_FRAME_ESTABLISHED && controller->link.next == nullptr;
+void CPriController::SImpl::TellMoves() {
+  writer.OnTimersMoved(trunk, IsWindowFull(controller));
 }
 
 void CPriController::SImpl::UpdateCalls() {
-  writer.OnTimersMoved(trunk);
+  TellMoves();
   ReleaseAbandonedCalls(controller);
   calls.Update(*controller->callpool, [](const q931_call* call) { return call->next; });
 }
@@ -242,11 +241,11 @@ bool CPriController::Receive(const uint8_t* frame, size_t length, SPriEvent& eve
   impl->calls.Reserve();
   std::copy_n(frame, length, impl->frameBuffer.begin());
   std::fill_n(impl->frameBuffer.begin() + static_cast<ptrdiff_t>(length), kGuardBytes, kGuardByte);
-  const bool isReceiveReady = frame[0] >> 2 == 0 && frame[2] == kReceiveReady && impl->IsEstablished();
+  const bool isReceiveReady = frame[0] >> 2 == 0 && frame[2] == kReceiveReady && IsLinkEstablished(impl->controller);
   const pri_event* taken =
       q921_receive(impl->controller, reinterpret_cast<q921_h*>(impl->frameBuffer.data()), static_cast<int>(length));
-  if (isReceiveReady && taken == nullptr && impl->IsEstablished()) {
-    impl->writer.OnTimersMoved(impl->trunk);
+  if (isReceiveReady && taken == nullptr && IsLinkEstablished(impl->controller)) {
+    impl->TellMoves();
     return false;  // a matter of layer 2: no call has changed
   }
   return impl->TakeEvent(taken, event);

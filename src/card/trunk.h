@@ -36,7 +36,8 @@ struct CTrunk {
   std::atomic<bool> hangupOnAlerting{false};
   std::atomic<bool> echoEnabled{false};  // the "EchoCanceller" setting; the switch itself is the audio stream's
   std::atomic<uint8_t> lineStatus{kLineUnknown};
-  std::atomic<uint32_t> timerMoves{1};  // counts what may have started or stopped a timer; written under the lock
+  std::atomic<uint32_t> timerMoves{1};    // counts what may have started or stopped a timer; written under the lock
+  std::atomic<bool> isWindowFull{false};  // layer 2 cannot send before the card's next acknowledgement
 };
 
 }  // namespace zelk

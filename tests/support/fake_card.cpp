@@ -43,9 +43,25 @@ void CFakeCard::OnCard(std::function<void()> action) {
   actions.push_back(std::move(action));
 }
 
-bool CFakeCard::HasWaiting() const {
+size_t CFakeCard::Waiting() const {
   pollfd polled{connection, POLLIN, 0};
-  return poll(&polled, 1, 0) > 0;
+  if (poll(&polled, 1, 0) <= 0) {
+    return 0;
+  }
+  std::vector<char> bytes(65536);
+  return static_cast<size_t>(std::max<long>(recv(connection, bytes.data(), bytes.size(), MSG_PEEK), 0));
+}
+
+bool CFakeCard::WaitForMore(size_t waiting, int timeoutMs) const {
+  pollfd polled{connection, POLLIN, 0};
+  const auto letPollEndAt = [this](size_t bytes) {
+    const int mark = static_cast<int>(bytes);
+    setsockopt(connection, SOL_SOCKET, SO_RCVLOWAT, reinterpret_cast<const char*>(&mark), sizeof mark);
+  };
+  letPollEndAt(waiting + 1);
+  const bool hasCome = poll(&polled, 1, timeoutMs) > 0;
+  letPollEndAt(1);
+  return hasCome;
 }
 
 void CFakeCard::OnNetwork(std::function<void(CPriController&)> action, uint32_t trunk) {

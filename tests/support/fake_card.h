@@ -50,10 +50,12 @@ class CFakeCard : public IPriWriter {
   void Send(const Message& bytes);
   void ClosePeer() { closeRequested = true; }
   void ResetPeer() { resetRequested = true; }
-  // Runs on the card's thread, which reads nothing meanwhile. Write and HasWaiting are for such actions.
+  // Runs on the card's thread, which reads nothing meanwhile. Write, Waiting and WaitForMore are for
+  // such actions.
   void OnCard(std::function<void()> action);
   void Write(const Message& bytes);
-  bool HasWaiting() const;  // bytes of the library that have arrived and are not read
+  size_t Waiting() const;  // bytes of the library that have arrived and are not read, of 64 KiB at most
+  bool WaitForMore(size_t waiting, int timeoutMs) const;
   // The same with the network's controller of a trunk.
   void OnNetwork(std::function<void(CPriController&)> action, uint32_t trunk = 0);
 

@@ -19,7 +19,10 @@ class CPriSide : public IPriWriter {
  public:
   explicit CPriSide(int nodeType, int switchType = kEuroIsdnE1, uint32_t trunk = 0);
   int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
-  void OnTimersMoved(uint32_t) override { ++timerMoves; }
+  void OnTimersMoved(uint32_t, bool isFull) override {
+    ++timerMoves;
+    isWindowFull = isFull;
+  }
 
   // A frame as the other side wrote it, and a timer that is due. True when libpri had an event, which is noted.
   bool Receive(const PriFrame& frame);
@@ -36,6 +39,7 @@ class CPriSide : public IPriWriter {
   std::vector<SPriEvent> events;
   uint32_t lastTrunk = 99;
   uint32_t timerMoves = 0;
+  bool isWindowFull = false;
   bool acknowledgesAnswers = true;
   std::unique_ptr<CPriController> controller;
 };

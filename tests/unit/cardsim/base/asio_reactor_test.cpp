@@ -39,14 +39,14 @@ TEST_P(AsioReactor, ATimerIsNeverEarly) {
 TEST_P(AsioReactor, HandsOverADatagramThatComes) {
   reactor.Start();
   std::promise<Bytes> came;
-  const SEndpoint place = ToEndpoint("127.0.1.1", 5854);
+  const SEndpoint place = ToEndpoint("127.0.0.1", 5854);
   std::unique_ptr<IDatagrams> receiver;
   std::unique_ptr<IDatagrams> sender;
   reactor.Call([&] {
     receiver = reactor.OpenDatagrams({.local = place}, [&](ByteView datagram, const SEndpoint&) {
       came.set_value(Bytes(datagram.begin(), datagram.end()));
     });
-    sender = reactor.OpenDatagrams({.local = ToEndpoint("127.0.1.2", 5854)}, [](ByteView, const SEndpoint&) {});
+    sender = reactor.OpenDatagrams({.local = ToEndpoint("127.0.0.1", 5855)}, [](ByteView, const SEndpoint&) {});
     sender->SendTo(Bytes{1, 2, 3}, place);
   });
   auto datagram = came.get_future();

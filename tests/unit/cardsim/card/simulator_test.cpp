@@ -233,7 +233,7 @@ TEST_F(Simulator, SoundPlayedInACallComesBackBitExact) {
   const Call call = Card().PlaceCall(request);
   ASSERT_TRUE(call->WaitState(ESimCallState::kConnected, 5s));
   std::size_t at = 0;
-  EXPECT_TRUE(call->Heard()->WaitContains(sound, 5s, &at));
+  ASSERT_TRUE(call->Heard()->WaitContains(sound, 5s, &at));
   EXPECT_TRUE(call->WaitPlayed(0s));
   const Bytes heard = call->Recorded();
   EXPECT_EQ(heard[at + sound.size()], kSilence);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "card/pri_release.h"
+#include "card/pri_internals.h"
 
 #include <gtest/gtest.h>
 
@@ -80,6 +80,60 @@ TEST(PriRelease, ACallClearedBeforeAnythingWasSentForItLeavesNothing) {
   pair.Run();
   EXPECT_FALSE(pair.user.controller->IsCallValid(call));
   EXPECT_TRUE(pair.network.Has(kPriHangupAck));
+}
+
+constexpr int kWindow = 7;  // k of Q.921 for a primary rate interface
+
+PriCall DialOn(CPriSide& side, int timeslot) {
+  const PriCall call = side.controller->NewCall();
+  EXPECT_EQ(side.controller->Setup(call, timeslot, "1", "2", kNationalIsdnNumber), 0);
+  return call;
+}
+
+TEST(PriWindow, IsFullFromTheSeventhFrameThatIsNotAcknowledged) {
+  CPriPair pair;
+  pair.Run();
+  for (int timeslot = 1; timeslot <= kWindow; ++timeslot) {
+    EXPECT_FALSE(pair.user.isWindowFull) << timeslot;
+    DialOn(pair.user, timeslot);
+  }
+  EXPECT_TRUE(pair.user.isWindowFull);
+  EXPECT_EQ(pair.user.written.size(), static_cast<size_t>(kWindow));
+  DialOn(pair.user, kWindow + 1);
+  EXPECT_EQ(pair.user.written.size(), static_cast<size_t>(kWindow)) << "one more than the window waits";
+  EXPECT_TRUE(pair.user.isWindowFull);
+  pair.Run();
+  EXPECT_FALSE(pair.user.isWindowFull);
+}
+
+TEST(PriWindow, AnAcknowledgementMakesRoom) {
+  CPriPair pair;
+  pair.Run();
+  for (int timeslot = 1; timeslot <= kWindow; ++timeslot) {
+    DialOn(pair.user, timeslot);
+  }
+  pair.network.Receive(pair.user.written.front());
+  ASSERT_EQ(pair.network.written.front()[2], 0x01) << "receive ready";
+  pair.user.Receive(pair.network.written.front());
+  EXPECT_FALSE(pair.user.isWindowFull);
+}
+
+TEST(PriWindow, StaysRightWhereTheNumbersBeginAgain) {
+  CPriPair pair;
+  pair.Run();
+  for (int round = 0; round < 20; ++round) {  // of 14 frames; the numbers have 7 bits
+    std::vector<PriCall> calls;
+    for (int timeslot = 1; timeslot <= kWindow; ++timeslot) {
+      calls.push_back(DialOn(pair.user, timeslot));
+    }
+    EXPECT_TRUE(pair.user.isWindowFull) << round;
+    pair.Run();
+    EXPECT_FALSE(pair.user.isWindowFull) << round;
+    for (const PriCall call : calls) {
+      pair.user.controller->Hangup(call, 16);
+    }
+    pair.Run();
+  }
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "card/pri_release.h"
+#include "card/pri_internals.h"
 
 #include <cstdlib>
 
@@ -75,6 +75,16 @@ void ReleaseAbandonedCalls(pri* controller) {
     }
     call = next;
   }
+}
+
+bool IsLinkEstablished(const pri* controller) {
+  return controller->link.state == Q921_MULTI_FRAME_ESTABLISHED && controller->link.next == nullptr;
+}
+
+bool IsWindowFull(const pri* controller) {
+  constexpr int kModulus = 128;  // of the sequence numbers
+  const int waiting = (controller->link.v_s - controller->link.v_a + kModulus) % kModulus;
+  return waiting >= controller->timers[PRI_TIMER_K];
 }
 
 }  // namespace zelk

@@ -5,8 +5,8 @@ struct pri;
 
 namespace zelk {
 
-// What libpri keeps and has no call of its own to give back.
-// Thread: as CPriController, under the trunk lock; neither sends anything.
+// What libpri keeps to itself: there is no call of its own to give it back or to ask for it.
+// Thread: as CPriController, under the trunk lock; none sends anything.
 
 // The whole controller: its calls in any state, its links with the frames they wait to have acknowledged, its call
 // completion records, the timer table and the buffer of its message line. The dummy call stands in one allocation with
@@ -17,5 +17,10 @@ void ReleaseController(pri* controller);
 // without an event, and then waits for one from the other side, without a timer. The record would stay for good, and
 // swallow the next call with its reference.
 void ReleaseAbandonedCalls(pri* controller);
+
+// Layer 2 is up, on the only link.
+bool IsLinkEstablished(const pri* controller);
+// As many I-frames as Q.921 allows (k) wait for their acknowledgement: layer 2 sends nothing more before one comes.
+bool IsWindowFull(const pri* controller);
 
 }  // namespace zelk
