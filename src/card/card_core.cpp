@@ -112,9 +112,9 @@ int CCardCore::OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) {
   return static_cast<int>(length);
 }
 
-void CCardCore::OnTimersMoved(uint32_t trunk, bool isWindowFull) {
+void CCardCore::OnTimersMoved(uint32_t trunk, bool isBacklogged) {
   if (trunk < kMaxTrunks) {
-    trunks[trunk].isWindowFull.store(isWindowFull, std::memory_order_relaxed);
+    trunks[trunk].isBacklogged.store(isBacklogged, std::memory_order_relaxed);
     std::atomic<uint32_t>& moves = trunks[trunk].timerMoves;
     moves.store(moves.load(std::memory_order_relaxed) + 1, std::memory_order_release);
   }

@@ -45,7 +45,7 @@ class CCardCore : public IPriWriter, public IAudioNotice {
 
   // A frame goes to the capture and to the card without its FCS, which the card makes itself.
   int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
-  void OnTimersMoved(uint32_t trunk, bool isWindowFull) override;
+  void OnTimersMoved(uint32_t trunk, bool isBacklogged) override;
   uint32_t MessageCard() const override;
   void OnAudioNotice(const char* text) override;
 

@@ -163,7 +163,7 @@ void CControlThread::OnReadable() {
   const uint32_t sinceReadBeforeMs = TickMs() - lastDataMs;
   lastDataMs += sinceReadBeforeMs;
   const uint32_t gatherMs =
-      WaitsForCard() ? 0 : GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size());
+      IsBacklogged() ? 0 : GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size());
   // What is sent while the card is busy goes together: most of what a message costs is its segment.
   const bool holdsBack = gatherMs != 0 && socket->SetHoldsBack(true);
   parser.Feed(buffer.data(), static_cast<size_t>(received));
@@ -171,16 +171,16 @@ void CControlThread::OnReadable() {
   if (IsRunning() && TickMs() - lastTimersMs >= static_cast<uint32_t>(kTimerWaitMs)) {
     RunTimers();
   }
-  Gather(WaitsForCard() ? 0 : gatherMs);
+  Gather(IsBacklogged() ? 0 : gatherMs);
   if (holdsBack) {
     socket->SetHoldsBack(false);
   }
 }
 
-// A D-channel with a full window stands still until its acknowledgement is read: a pause would be all that it does.
-bool CControlThread::WaitsForCard() const {
+// Layer 2 sends one window of frames and waits for the acknowledgement: with pauses, a queue that is longer would grow.
+bool CControlThread::IsBacklogged() const {
   return std::any_of(std::begin(core->trunks), std::end(core->trunks),
-                     [](const CTrunk& trunk) { return trunk.isWindowFull.load(std::memory_order_relaxed); });
+                     [](const CTrunk& trunk) { return trunk.isBacklogged.load(std::memory_order_relaxed); });
 }
 
 void CControlThread::Gather(uint32_t milliseconds) {

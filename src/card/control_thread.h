@@ -61,7 +61,7 @@ class CControlThread : public IControlSink {
   void OnWaitError();
   void OnTimeout();
   void OnReadable();
-  bool WaitsForCard() const;
+  bool IsBacklogged() const;
   void Gather(uint32_t milliseconds);
   void RunTimers();
   void RunTrunkTimers(uint32_t trunk);

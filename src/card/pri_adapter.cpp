@@ -148,7 +148,7 @@ struct CPriController::SImpl {
 };
 
 void CPriController::SImpl::TellMoves() {
-  writer.OnTimersMoved(trunk, IsWindowFull(controller));
+  writer.OnTimersMoved(trunk, IsBacklogged(controller));
 }
 
 void CPriController::SImpl::UpdateCalls() {

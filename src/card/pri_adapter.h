@@ -66,9 +66,9 @@ class IPriWriter {
   virtual ~IPriWriter() = default;
   // A frame of layer 2, with a place for the FCS. Returns what libpri expects back: the length, or 0.
   virtual int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) = 0;
-  // Something was done that may have started or stopped timers, after which layer 2 may send more or, with its window
-  // full, has to wait for the other side. Under the trunk's lock.
-  virtual void OnTimersMoved(uint32_t /*trunk*/, bool /*isWindowFull*/) {}
+  // Something was done that may have started or stopped timers, and after which frames of layer 2 pile up, or do not.
+  // Under the trunk's lock.
+  virtual void OnTimersMoved(uint32_t /*trunk*/, bool /*isBacklogged*/) {}
   // Shown as the card in libpri's message lines.
   virtual uint32_t MessageCard() const { return 0; }
 };

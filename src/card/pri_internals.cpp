@@ -81,10 +81,16 @@ bool IsLinkEstablished(const pri* controller) {
   return controller->link.state == Q921_MULTI_FRAME_ESTABLISHED && controller->link.next == nullptr;
 }
 
-bool IsWindowFull(const pri* controller) {
-  constexpr int kModulus = 128;  // of the sequence numbers
-  const int waiting = (controller->link.v_s - controller->link.v_a + kModulus) % kModulus;
-  return waiting >= controller->timers[PRI_TIMER_K];
+bool IsBacklogged(const pri* controller) {
+  if (!IsLinkEstablished(controller)) {
+    return false;
+  }
+  const int most = 2 * controller->timers[PRI_TIMER_K];
+  int waiting = 0;
+  for (const q921_frame* frame = controller->link.tx_queue; frame != nullptr && waiting <= most; frame = frame->next) {
+    ++waiting;
+  }
+  return waiting > most;
 }
 
 }  // namespace zelk

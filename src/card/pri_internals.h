@@ -20,7 +20,7 @@ void ReleaseAbandonedCalls(pri* controller);
 
 // Layer 2 is up, on the only link.
 bool IsLinkEstablished(const pri* controller);
-// As many I-frames as Q.921 allows (k) wait for their acknowledgement: layer 2 sends nothing more before one comes.
-bool IsWindowFull(const pri* controller);
+// I-frames pile up: more than two windows of Q.921 (k) wait to be sent or acknowledged on a link that is up.
+bool IsBacklogged(const pri* controller);
 
 }  // namespace zelk

@@ -37,7 +37,7 @@ struct CTrunk {
   std::atomic<bool> echoEnabled{false};  // the "EchoCanceller" setting; the switch itself is the audio stream's
   std::atomic<uint8_t> lineStatus{kLineUnknown};
   std::atomic<uint32_t> timerMoves{1};    // counts what may have started or stopped a timer; written under the lock
-  std::atomic<bool> isWindowFull{false};  // layer 2 cannot send before the card's next acknowledgement
+  std::atomic<bool> isBacklogged{false};  // frames of layer 2 pile up; written under the lock
 };
 
 }  // namespace zelk

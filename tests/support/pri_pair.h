@@ -21,7 +21,7 @@ class CPriSide : public IPriWriter {
   int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
   void OnTimersMoved(uint32_t, bool isFull) override {
     ++timerMoves;
-    isWindowFull = isFull;
+    isBacklogged = isFull;
   }
 
   // A frame as the other side wrote it, and a timer that is due. True when libpri had an event, which is noted.
@@ -39,7 +39,7 @@ class CPriSide : public IPriWriter {
   std::vector<SPriEvent> events;
   uint32_t lastTrunk = 99;
   uint32_t timerMoves = 0;
-  bool isWindowFull = false;
+  bool isBacklogged = false;
   bool acknowledgesAnswers = true;
   std::unique_ptr<CPriController> controller;
 };

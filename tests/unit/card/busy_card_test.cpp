@@ -85,7 +85,7 @@ class BusyCard : public Card {
       fake->Write({0xFF, 0x07, kInService});
       asking.asked.WaitFor(CAskingHandlers::kPatienceMs);
       isHeld = !fake->WaitForMore(waiting, kSystemHoldsMs / 4);
-      wasWindowFull = card.Trunk(0).isWindowFull;
+      wasBacklogged = card.Trunk(0).isBacklogged;
       asking.mayReturn.Set();
       done.Set();
     });
@@ -94,18 +94,18 @@ class BusyCard : public Card {
     return isHeld;
   }
 
-  // Calls whose frames the card has not acknowledged, as many as Q.921 allows.
-  void FillWindow() {
+  // Calls whose frames the card does not acknowledge.
+  void MakeBacklog() {
     CTrunk& trunk = card.Trunk(0);
     const CScopedLock<CRecursiveMutex> held(trunk.lock);
-    for (int timeslot = 1; !trunk.isWindowFull && timeslot <= 15; ++timeslot) {
+    for (int timeslot = 1; !trunk.isBacklogged && timeslot < 32; ++timeslot) {
       trunk.controller->Setup(trunk.controller->NewCall(), timeslot, "1", "2", kNationalIsdnNumber);
     }
-    EXPECT_TRUE(trunk.isWindowFull);
+    EXPECT_TRUE(trunk.isBacklogged);
   }
 
   CAskingHandlers asking{card};
-  bool wasWindowFull = false;  // when it was seen whether the message is held back
+  bool wasBacklogged = false;  // when it was seen whether the message is held back
   size_t questions = 0;
 };
 
@@ -133,16 +133,16 @@ TEST_F(BusyCard, WhatIsSentAfterwardsGoesAtOnce) {
   EXPECT_LT(TickMs() - start, static_cast<uint32_t>(kMessages * kSystemHoldsMs / 2));
 }
 
-// Its D-channel stands still until the acknowledgement is read, and each pause would be lost to it.
-TEST_F(BusyCard, NothingWaitsWhileALinesWindowIsFull) {
+// A D-channel sends one window and stands still until the acknowledgement is read.
+TEST_F(BusyCard, NothingWaitsWhileALinesFramesPileUp) {
   constexpr int kRounds = 10;
-  int fullRounds = 0;  // an acknowledgement of the round before may come late and make room
+  int backlogged = 0;  // rounds; an acknowledgement of the one before may come late and end the backlog
   for (int round = 0; round < kRounds; ++round) {
-    const bool isHeld = IsHeldBackWhileBusy([this] { FillWindow(); });
-    fullRounds += wasWindowFull ? 1 : 0;
-    EXPECT_FALSE(isHeld && wasWindowFull) << round;
+    const bool isHeld = IsHeldBackWhileBusy([this] { MakeBacklog(); });
+    backlogged += wasBacklogged ? 1 : 0;
+    EXPECT_FALSE(isHeld && wasBacklogged) << round;
   }
-  EXPECT_GT(fullRounds, 0);
+  EXPECT_GT(backlogged, 0);
 }
 
 }  // namespace

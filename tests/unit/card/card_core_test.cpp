@@ -37,14 +37,14 @@ TEST_F(CardCore, AFrameTooLongForAMessageIsRefusedButTakenFromLibpri) {
   EXPECT_EQ(core.OnPriFrame(0, frame.data(), 303), 303);
 }
 
-TEST_F(CardCore, KnowsOfEachTrunkHowOftenTimersMovedAndWhetherItsWindowIsFull) {
+TEST_F(CardCore, KnowsOfEachTrunkHowOftenTimersMovedAndWhetherItsFramesPileUp) {
   const uint32_t before = core.trunks[7].timerMoves;
   core.OnTimersMoved(7, true);
-  EXPECT_TRUE(core.trunks[7].isWindowFull);
+  EXPECT_TRUE(core.trunks[7].isBacklogged);
   core.OnTimersMoved(7, false);
   core.OnTimersMoved(kMaxTrunks, true);
-  EXPECT_FALSE(core.trunks[7].isWindowFull);
-  EXPECT_FALSE(core.trunks[6].isWindowFull);
+  EXPECT_FALSE(core.trunks[7].isBacklogged);
+  EXPECT_FALSE(core.trunks[6].isBacklogged);
   EXPECT_EQ(core.trunks[7].timerMoves, before + 2);
   EXPECT_EQ(core.trunks[6].timerMoves, before);
 }
