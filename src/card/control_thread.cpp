@@ -18,6 +18,7 @@ constexpr uint32_t kSilenceMs = 1000;
 constexpr uint32_t kClosedPauseMs = 100;
 constexpr uint32_t kErrorPauseMs = 10;
 constexpr int32_t kLookMs = 20;
+constexpr uint32_t kBacklogGatherMs = 1;
 
 // Memory that runs out ends the act, not the thread.
 template <class Act>
@@ -162,8 +163,7 @@ void CControlThread::OnReadable() {
   }
   const uint32_t sinceReadBeforeMs = TickMs() - lastDataMs;
   lastDataMs += sinceReadBeforeMs;
-  const uint32_t gatherMs =
-      IsBacklogged() ? 0 : GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size());
+  const uint32_t gatherMs = GatherMs(sinceReadBeforeMs, static_cast<size_t>(received), buffer.size());
   // What is sent while the card is busy goes together: most of what a message costs is its segment.
   const bool holdsBack = gatherMs != 0 && socket->SetHoldsBack(true);
   parser.Feed(buffer.data(), static_cast<size_t>(received));
@@ -171,13 +171,13 @@ void CControlThread::OnReadable() {
   if (IsRunning() && TickMs() - lastTimersMs >= static_cast<uint32_t>(kTimerWaitMs)) {
     RunTimers();
   }
-  Gather(IsBacklogged() ? 0 : gatherMs);
+  Gather(IsBacklogged() ? std::min(gatherMs, kBacklogGatherMs) : gatherMs);
   if (holdsBack) {
     socket->SetHoldsBack(false);
   }
 }
 
-// Layer 2 sends one window of frames and waits for the acknowledgement: with pauses, a queue that is longer would grow.
+// Layer 2 sends one window of frames and waits for the acknowledgement: with long pauses a queue would grow.
 bool CControlThread::IsBacklogged() const {
   return std::any_of(std::begin(core->trunks), std::end(core->trunks),
                      [](const CTrunk& trunk) { return trunk.isBacklogged.load(std::memory_order_relaxed); });
