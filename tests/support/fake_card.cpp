@@ -56,7 +56,7 @@ bool CFakeCard::WaitForMore(size_t waiting, int timeoutMs) const {
   pollfd polled{connection, POLLIN, 0};
   const auto letPollEndAt = [this](size_t bytes) {
     const int mark = static_cast<int>(bytes);
-    setsockopt(connection, SOL_SOCKET, SO_RCVLOWAT, reinterpret_cast<const char*>(&mark), sizeof mark);
+    setsockopt(connection, SOL_SOCKET, SO_RCVLOWAT, &mark, sizeof mark);
   };
   letPollEndAt(waiting + 1);
   const bool hasCome = poll(&polled, 1, timeoutMs) > 0;
