@@ -50,14 +50,15 @@ class CFakeCard : public IPriWriter {
   void Send(const Message& bytes);
   void ClosePeer() { closeRequested = true; }
   void ResetPeer() { resetRequested = true; }
-  // Runs on the card's thread, which reads nothing meanwhile. Write, Waiting and WaitForMore are for
-  // such actions.
+  // Runs on the card's thread, which reads nothing meanwhile.
   void OnCard(std::function<void()> action);
-  void Write(const Message& bytes);
-  size_t Waiting() const;  // bytes of the library that have arrived and are not read, of 64 KiB at most
-  bool WaitForMore(size_t waiting, int timeoutMs) const;
   // The same with the network's controller of a trunk.
   void OnNetwork(std::function<void(CPriController&)> action, uint32_t trunk = 0);
+  // For such actions: bytes of the library that have arrived and are not read, of 64 KiB at most; and whether there are
+  // more than that within the time.
+  void Write(const Message& bytes);
+  size_t Waiting() const;
+  bool WaitForMore(size_t waiting, int timeoutMs) const;
 
   std::vector<Message> Messages() const;
   size_t Count(const Message& head) const;

@@ -19,9 +19,9 @@ class CPriSide : public IPriWriter {
  public:
   explicit CPriSide(int nodeType, int switchType = kEuroIsdnE1, uint32_t trunk = 0);
   int OnPriFrame(uint32_t trunk, const uint8_t* frame, size_t length) override;
-  void OnTimersMoved(uint32_t, bool isFull) override {
+  void OnTimersMoved(uint32_t, bool doFramesPileUp) override {
     ++timerMoves;
-    isBacklogged = isFull;
+    isBacklogged = doFramesPileUp;
   }
 
   // A frame as the other side wrote it, and a timer that is due. True when libpri had an event, which is noted.
